@@ -1,0 +1,16 @@
+# Warnings and sanitizers, for everything that this project compiles: link to project_options.
+add_library(project_options INTERFACE)
+target_compile_options(project_options INTERFACE -Wall -Wextra -Wconversion -Wshadow -Wpedantic -Werror)
+
+set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
+set(CMAKE_CXX_FLAGS_SANITIZED "-O1 -g1 -fno-omit-frame-pointer")
+
+if(UHF_SANITIZER STREQUAL "address")
+  set(sanitizer_flags -fsanitize=address,undefined -fno-sanitize-recover=all)
+elseif(UHF_SANITIZER STREQUAL "thread")
+  set(sanitizer_flags -fsanitize=thread)
+elseif(NOT UHF_SANITIZER STREQUAL "")
+  message(FATAL_ERROR "UHF_SANITIZER is \"${UHF_SANITIZER}\": give nothing, \"address\" or \"thread\"")
+endif()
+target_compile_options(project_options INTERFACE ${sanitizer_flags})
+target_link_options(project_options INTERFACE ${sanitizer_flags})

@@ -1,0 +1,13 @@
+# add_unit_test(NAME SOURCES... LIBRARIES...): a GoogleTest program whose tests ctest runs one by one. The tests' names
+# begin with the build's, so that the builds of several presets can be run as one.
+find_package(GTest REQUIRED)
+include(GoogleTest)
+
+cmake_path(GET CMAKE_BINARY_DIR FILENAME test_prefix)
+
+function(add_unit_test name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LIBRARIES")
+  add_executable(${name} ${arg_SOURCES})
+  target_link_libraries(${name} PRIVATE project_options ${arg_LIBRARIES} GTest::gmock GTest::gtest_main)
+  gtest_discover_tests(${name} TEST_PREFIX "${test_prefix}." PROPERTIES TIMEOUT 120 DISCOVERY_TIMEOUT 60)
+endfunction()
