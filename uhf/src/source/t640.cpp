@@ -1,0 +1,135 @@
+#include "t640.h"
+
+#include <algorithm>
+#include <array>
+#include <iostream>
+
+#include "ac/exception.h"
+#include "frame_catalogue.h"
+
+namespace ac::UHF {
+
+namespace {
+
+void debug(const std::string& text, const char* function, int line) {
+  vexlog::debug(text, "uhf/src/source/t640", function, line);
+}
+
+// The module's region codes, by Region. BRAZIL and AMERICA share one.
+constexpr std::array<unsigned char, 6> REGION_CODES{2, 1, 4, 2, 3, 6};
+
+// The answer as the class that was asked for; null when it is another.
+template <class Response>
+const Response* as(const std::unique_ptr<Frame>& answer) {
+  return dynamic_cast<const Response*>(answer.get());
+}
+
+}  // namespace
+
+std::pair<bool, std::vector<InventoryCardInfo>> T640::doInventoryCard() const {
+  serialPort_.send(InventoryCardFrame().toData());
+  auto frames = receiveFrames();
+  std::vector<InventoryCardInfo> tags;
+  // The newest frames first, until as many are done as are left: the last half of an answer, rounded up.
+  while (!frames.empty()) {
+    const auto frame = std::move(frames.back());
+    frames.pop_back();
+    const auto* notice = as<InventoryCardNotice>(frame);
+    if (notice == nullptr) {  // a response, a CRC error, an echoed command: the reader broke the inventory off
+      break;
+    }
+    debug("Card detected! EPC: " + Frame::printVector(notice->epc()), __func__, __LINE__);
+    tags.push_back({notice->rssi(), notice->pc(), notice->epc(), notice->crc()});
+    if (tags.size() >= frames.size()) {
+      return {true, std::move(tags)};
+    }
+  }
+  return {false, std::move(tags)};
+}
+
+std::pair<bool, unsigned short> T640::doGetTransmitPower() const {
+  const auto answer = sendFrame(GetTransmitPowerFrame());
+  const auto* response = as<GetTransmitPowerResponse>(answer);
+  if (response == nullptr) {
+    return {false, 0};
+  }
+  debug("Transmit power: " + std::to_string(response->power()), __func__, __LINE__);
+  return {true, response->power()};
+}
+
+bool T640::doSetTransmitPower(unsigned short power) const { return sendFrame(SetTransmitPowerFrame(power)) != nullptr; }
+
+bool T640::doSetWorkArea(Region region) const {
+  const auto index = static_cast<std::size_t>(region);
+  if (index >= REGION_CODES.size()) {
+    throw ac_exception("Invalid Region!", true);
+  }
+  return sendFrame(SetWorkAreaFrame(REGION_CODES[index])) != nullptr;
+}
+
+bool T640::doSetWorkChannel(std::vector<unsigned char> channels) const {
+  // An empty list clears the reader's.
+  return sendFrame(InsertWorkChannelFrame(std::vector<unsigned char>())) != nullptr &&
+         sendFrame(InsertWorkChannelFrame(std::move(channels))) != nullptr;
+}
+
+std::pair<bool, DemodSensitivityInfo> T640::doGetDemodulationSensitivity() const {
+  const auto answer = sendFrame(GetRxSensitiveFrame());
+  const auto* response = as<GetRxSensitiveResponse>(answer);
+  if (response == nullptr) {
+    return {false, {}};
+  }
+  const auto& info = response->info();
+  debug("RxSensitivity M: " + std::to_string(info.m), __func__, __LINE__);
+  debug("RxSensitivity I: " + std::to_string(info.i), __func__, __LINE__);
+  debug("RxSensitivity sensitivity: " + std::to_string(info.sensitivity), __func__, __LINE__);
+  return {true, info};
+}
+
+bool T640::doSetDemodulationSensitivity(const DemodSensitivityInfo& info) const {
+  return sendFrame(SetRxSensitiveFrame(info.m, info.i, info.sensitivity)) != nullptr;
+}
+
+std::vector<std::unique_ptr<Frame>> T640::receiveFrames() const {
+  std::vector<std::unique_ptr<Frame>> frames;
+  std::vector<unsigned char> buffer;
+  do {
+    const auto [received, chunk] = serialPort_.receive();
+    if (!received) {
+      debug("No response", __func__, __LINE__);
+      return frames;
+    }
+    buffer.insert(buffer.end(), chunk.begin(), chunk.end());
+    if (buffer.front() != Frame::HEADER) {
+      // Out of step with the reader. Whatever follows a header here belongs to an answer whose beginning is lost: it is
+      // dropped too, and the next inventory starts afresh.
+      if (std::ranges::find(buffer, Frame::HEADER) == buffer.end()) {
+        debug("Header not found", __func__, __LINE__);
+      }
+      return frames;
+    }
+  } while (buffer.back() != Frame::END);
+  try {
+    for (std::span<const unsigned char> rest = buffer;;) {
+      auto [frame, consumed] = Frame::decode(rest);
+      if (frame == nullptr || !frame->validateCheckSum()) {
+        break;
+      }
+      frames.push_back(std::move(frame));
+      rest = rest.subspan(consumed);
+    }
+  } catch (const std::exception& error) {  // std::bad_alloc too: a malformed notice never ends the reading loop
+    debug(std::string("Error parsing data: ") + error.what(), __func__, __LINE__);
+  }
+  return frames;
+}
+
+void T640::print_data(const std::vector<unsigned char>& bytes) {
+  std::cout << "<<<<<<<<<<<<" << std::hex;
+  for (const unsigned char byte : bytes) {
+    std::cout << static_cast<unsigned int>(byte) << ' ';
+  }
+  std::cout << std::dec << ">>>>>>>>>>>>" << std::endl;
+}
+
+}  // namespace ac::UHF
