@@ -1,0 +1,146 @@
+#include <algorithm>
+#include <iterator>
+
+#include "second_host.h"
+
+namespace second_host {
+
+Host& host() {
+  static Host* const instance = new Host;  // never destroyed: the plug-in's threads do not stop
+  return *instance;
+}
+
+void Host::reset() {
+  const std::lock_guard lock(mutex_);
+  settings_.clear();
+  answer_ = nullptr;
+  keepAliveHook_ = nullptr;
+  calls_.clear();
+  messages_.clear();
+  keepAlives_.clear();
+  debugLines_.clear();
+  auditRecords_.clear();
+}
+
+void Host::set(const std::string& key, const std::string& value) { store("uhf", key, value); }
+
+std::optional<std::string> Host::get(const std::string& section, const std::string& key) const {
+  const std::lock_guard lock(mutex_);
+  const auto entry = settings_.find({section, key});
+  return entry == settings_.end() ? std::nullopt : std::optional(entry->second);
+}
+
+void Host::store(const std::string& section, const std::string& key, const std::string& value) {
+  const std::lock_guard lock(mutex_);
+  settings_[{section, key}] = value;
+  changed();
+}
+
+void Host::answerWith(Answer answer) {
+  const std::lock_guard lock(mutex_);
+  answer_ = std::move(answer);
+}
+
+void Host::onKeepAlive(std::function<void(const std::string&)> hook) {
+  const std::lock_guard lock(mutex_);
+  keepAliveHook_ = std::move(hook);
+}
+
+void Host::called(const std::string& call) {
+  const std::lock_guard lock(mutex_);
+  calls_.push_back(call);
+  changed();
+}
+
+std::vector<std::string> Host::calls() const {
+  const std::lock_guard lock(mutex_);
+  return calls_;
+}
+
+std::optional<Fields> Host::sent(SentMessage message) {
+  std::unique_lock lock(mutex_);
+  messages_.push_back(message);
+  changed();
+  const auto answer = answer_;
+  lock.unlock();
+  return message.synchronous && answer ? answer(message) : std::nullopt;
+}
+
+void Host::kept(const std::string& name) {
+  std::unique_lock lock(mutex_);
+  ++keepAlives_[name];
+  calls_.push_back("keep_alive " + name);
+  changed();
+  const auto hook = keepAliveHook_;
+  lock.unlock();
+  if (hook) {
+    hook(name);
+  }
+}
+
+void Host::logged(DebugLine line) {
+  const std::lock_guard lock(mutex_);
+  debugLines_.push_back(std::move(line));
+  changed();
+}
+
+void Host::created(AuditRecord record) {
+  const std::lock_guard lock(mutex_);
+  auditRecords_.push_back(std::move(record));
+  changed();
+}
+
+std::vector<SentMessage> Host::messages(const std::string& type) const {
+  const std::lock_guard lock(mutex_);
+  std::vector<SentMessage> found;
+  std::ranges::copy_if(messages_, std::back_inserter(found), [&](const auto& message) { return message.type == type; });
+  return found;
+}
+
+std::size_t Host::keepAlives(const std::string& name) const {
+  const std::lock_guard lock(mutex_);
+  const auto entry = keepAlives_.find(name);
+  return entry == keepAlives_.end() ? 0 : entry->second;
+}
+
+std::vector<DebugLine> Host::debugLines() const {
+  const std::lock_guard lock(mutex_);
+  return debugLines_;
+}
+
+std::vector<std::string> Host::debugTexts() const {
+  std::vector<std::string> texts;
+  for (const auto& line : debugLines()) {
+    texts.push_back(line.text);
+  }
+  return texts;
+}
+
+std::vector<AuditRecord> Host::auditRecords() const {
+  const std::lock_guard lock(mutex_);
+  return auditRecords_;
+}
+
+bool Host::waitUntil(const std::function<bool()>& condition) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  for (;;) {
+    std::unique_lock lock(mutex_);
+    const auto seen = changes_;
+    lock.unlock();
+    if (condition()) {
+      return true;
+    }
+    lock.lock();
+    if (!changed_.wait_until(lock, deadline, [&] { return changes_ != seen; })) {
+      return false;
+    }
+  }
+}
+
+// REQUIRES: mutex_ held.
+void Host::changed() {
+  ++changes_;
+  changed_.notify_all();
+}
+
+}  // namespace second_host

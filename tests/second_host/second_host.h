@@ -1,0 +1,111 @@
+// A second host: the whole interface, defined by recording fakes. The plug-in's own tests run against it, and it proves
+// that uhf.so runs in a host that is not the reference host.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include "ac/message.h"
+#include "ac/message_listener.h"
+
+namespace second_host {
+
+using Value = std::variant<int, std::int64_t, std::string>;
+using Fields = std::vector<std::pair<std::string, Value>>;  // in the order added
+
+struct SentMessage {
+  std::string type;
+  int argument;
+  bool hasCallback;
+  bool synchronous;
+  Fields fields;
+};
+
+struct DebugLine {
+  std::string text;
+  std::string source;
+  std::string function;
+  int line;
+};
+
+struct AuditRecord {
+  std::string time;
+  int type;
+  std::string details;
+};
+
+// What the plug-in told an ac::Plugin.
+struct PluginRecord {
+  std::string name;
+  int (*run)() = nullptr;
+  std::vector<ac::MessageListener> interested;
+};
+
+// All that the plug-in does to its host, and what the host is to answer. Thread-safe: mutex_ guards every member.
+class Host {
+ public:
+  // Back to a host that was just started, with no settings.
+  void reset();
+
+  // Settings of section "uhf".
+  void set(const std::string& key, const std::string& value);
+  void set(const std::string& key, int value) { set(key, std::to_string(value)); }
+  std::optional<std::string> get(const std::string& section, const std::string& key) const;
+  void store(const std::string& section, const std::string& key, const std::string& value);
+
+  // Answers synchronous messages; no value leaves the reply ungiven. Without it nothing is answered.
+  using Answer = std::function<std::optional<Fields>(const SentMessage&)>;
+  void answerWith(Answer answer);
+  // Called on every keep-alive, on the caller's thread; may throw, to leave a loop of the plug-in's.
+  void onKeepAlive(std::function<void(const std::string&)> hook);
+
+  // Every call of the plug-in that has an order worth testing, as text: "get_int uhf trig_gpio true".
+  void called(const std::string& call);
+  std::vector<std::string> calls() const;
+
+  // For the fakes: record what happened.
+  std::optional<Fields> sent(SentMessage message);
+  void kept(const std::string& name);
+  void logged(DebugLine line);
+  void created(AuditRecord record);
+
+  std::vector<SentMessage> messages(const std::string& type) const;
+  std::size_t keepAlives(const std::string& name) const;
+  std::vector<DebugLine> debugLines() const;
+  std::vector<std::string> debugTexts() const;
+  std::vector<AuditRecord> auditRecords() const;
+
+  // Waits until condition, which calls the above, holds; false when it does not within 10 s.
+  bool waitUntil(const std::function<bool()>& condition);
+
+ private:
+  void changed();
+
+  mutable std::mutex mutex_;
+  std::condition_variable changed_;
+  std::uint64_t changes_ = 0;
+  std::map<std::pair<std::string, std::string>, std::string> settings_;
+  Answer answer_;
+  std::function<void(const std::string&)> keepAliveHook_;
+  std::vector<std::string> calls_;
+  std::vector<SentMessage> messages_;
+  std::map<std::string, std::size_t> keepAlives_;
+  std::vector<DebugLine> debugLines_;
+  std::vector<AuditRecord> auditRecords_;
+};
+
+Host& host();
+
+// The fields of a message as they were added.
+const Fields& fieldsOf(const ac::Message& message);
+
+}  // namespace second_host

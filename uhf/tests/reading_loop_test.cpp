@@ -1,0 +1,153 @@
+// The plug-in's main function with its threads. The reader is a fake; the loop is left by an inventory that throws, as
+// it is when the serial line fails.
+#include "reading_loop.h"
+
+#include <gmock/gmock.h>
+
+#include <atomic>
+#include <future>
+
+#include "ac/exception.h"
+#include "fake_module.h"
+#include "hex.h"
+#include "second_host.h"
+#include "settings.h"
+
+using second_host::host;
+
+namespace {
+
+// What the fake reader does from here on; shared with the loops of all tests.
+std::atomic<bool> fail;
+
+class Run : public testing::Test {
+ protected:
+  void SetUp() override {
+    host().reset();
+    host().set("probe_interval", 1);
+    host().set("identification_bits", 32);
+    host().set("read_interval", 3'600'000);
+    uhf_operation_mode_ = CONTINUOUS;
+    same_tag_timeout_ = 3'600'000;
+    different_tag_timeout_ = 0;
+    tagDetectorEnabled = false;
+    tagDetectorValue = 0;
+    tagDetectorTagPresentTimeout = 0;
+    watchdogTimeout = 5;
+    fail = false;
+  }
+
+  // Starts run() with a reader that answers so; the text of the exception that run() ends with.
+  std::future<std::string> start(std::function<FakeModule::Inventory()> inventory) {
+    reader.onInventory = [inventory] {
+      if (fail) {
+        throw ac::ac_exception("Error while reading from serial port: Unknown error -1", true);
+      }
+      return inventory();
+    };
+    return std::async(std::launch::async, []() -> std::string {
+      try {
+        run();
+      } catch (const ac::ac_exception& error) {
+        return error.what();
+      }
+      return "run() returned";
+    });
+  }
+
+  static ac::UHF::InventoryCardInfo tag(const std::string& epc) { return {200, 0x3000, hex(epc), 0}; }
+
+  FakeModule& reader = FakeModule::install();
+};
+
+}  // namespace
+
+TEST_F(Run, AnnouncesEveryTagOfTheField) {
+  auto loop = start([] { return FakeModule::Inventory(true, {tag("00 00 00 01"), tag("00 00 00 02")}); });
+  EXPECT_TRUE(host().waitUntil([] { return host().messages("identifier_new_card").size() == 2; }));
+  fail = true;
+  loop.get();
+}
+
+TEST_F(Run, KeepsItsThreeNamesAlive) {
+  auto loop = start([] { return FakeModule::Inventory(false, {}); });
+  EXPECT_TRUE(host().waitUntil([] {
+    return host().keepAlives("uhf") > 2 && host().keepAlives("uhf_worker") > 2 &&
+           host().keepAlives("uhf_write_threads") > 2;
+  }));
+  fail = true;
+  loop.get();
+}
+
+TEST_F(Run, StartsTheQueueOnAThreadNamedForIt) {
+  auto loop = start([] { return FakeModule::Inventory(false, {}); });
+  EXPECT_TRUE(host().waitUntil([] { return host().keepAlives("uhf_worker") > 0; }));
+  EXPECT_THAT(host().calls(), testing::IsSupersetOf({"set_thread_name uhf_watchdog true", "process 5",
+                                                     "get_int uhf probe_interval false"}));
+  EXPECT_EQ(getProbeInterval(), 1);
+  fail = true;
+  loop.get();
+}
+
+TEST_F(Run, AFailedInventoryDropsItsTags) {
+  auto loop = start([] { return FakeModule::Inventory(false, {tag("00 00 00 03")}); });
+  EXPECT_TRUE(host().waitUntil([] { return host().keepAlives("uhf") > 5; }));
+  fail = true;
+  loop.get();
+  EXPECT_TRUE(host().messages("identifier_new_card").empty());
+  EXPECT_THAT(host().calls(), testing::Not(testing::Contains("get_int uhf identification_bits false")));
+}
+
+TEST_F(Run, DrivesTheRelayOnlyWhenTheDetectorIsOn) {
+  std::atomic<bool> present = true;
+  auto loop = start([&] { return FakeModule::Inventory(present, {}); });
+  EXPECT_TRUE(host().waitUntil([] { return host().keepAlives("uhf") > 5; }));
+  EXPECT_TRUE(host().messages("gpio_set_value").empty());
+  tagDetectorEnabled = true;
+  EXPECT_TRUE(host().waitUntil([] { return host().messages("gpio_set_value").size() == 1; }));
+  present = false;
+  EXPECT_TRUE(host().waitUntil([] { return host().messages("gpio_set_value").size() == 2; }));
+  fail = true;
+  loop.get();
+}
+
+TEST_F(Run, ASerialFailureLeavesItWithTheReadersMutexFree) {
+  auto loop = start([] { return FakeModule::Inventory(false, {}); });
+  fail = true;
+  EXPECT_EQ(loop.get(), "Error while reading from serial port: Unknown error -1");
+  EXPECT_TRUE(t640_module->getTransmitPower().first) << "another operation is possible";
+}
+
+TEST_F(Run, SleepsForItsIntervalBeforeEachInventory) {
+  host().set("probe_interval", 50);
+  std::atomic<int> inventories = 0;
+  const auto before = std::chrono::steady_clock::now();
+  auto loop = start([&] {
+    ++inventories;
+    return FakeModule::Inventory(false, {});
+  });
+  EXPECT_TRUE(host().waitUntil([&] { return inventories >= 3; }));
+  EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(3 * 50));
+  fail = true;
+  loop.get();
+}
+
+TEST_F(Run, TakesANegativeIntervalForNone) {
+  host().set("probe_interval", -1);
+  auto loop = start([] { return FakeModule::Inventory(false, {}); });
+  EXPECT_TRUE(host().waitUntil([] { return host().keepAlives("uhf") > 5; }));
+  fail = true;
+  loop.get();
+}
+
+TEST_F(Run, TakesAChangedIntervalAtOnce) {
+  auto loop = start([] { return FakeModule::Inventory(false, {}); });
+  ASSERT_TRUE(host().waitUntil([] { return host().keepAlives("uhf") > 1; }));
+  for (const int interval : {0, 2, 1}) {
+    setProbeInterval(interval);
+    const auto passes = host().keepAlives("uhf");
+    EXPECT_TRUE(host().waitUntil([passes] { return host().keepAlives("uhf") > passes + 2; })) << interval;
+  }
+  fail = true;
+  loop.get();
+}
