@@ -11,3 +11,6 @@ function(add_unit_test name)
   target_link_libraries(${name} PRIVATE project_options ${arg_LIBRARIES} GTest::gmock GTest::gtest_main)
   gtest_discover_tests(${name} TEST_PREFIX "${test_prefix}." NO_PRETTY_VALUES PROPERTIES TIMEOUT 120 DISCOVERY_TIMEOUT 60)
 endfunction()
+
+# A main() for the tests that start the plug-in's threads, which never stop.
+set(threads_main ${PROJECT_SOURCE_DIR}/tests/support/threads_main.cpp)

@@ -9,7 +9,6 @@
 
 #include "globals.h"
 
-using TimePoint = std::chrono::steady_clock::time_point;
 using CardReading = std::pair<std::uint64_t, TimePoint>;  // card value and time
 
 // Takes all readings out of lastCardsRead_. Any thread.

@@ -15,7 +15,7 @@ std::atomic<std::int64_t> same_tag_timeout_;
 std::atomic<std::int64_t> different_tag_timeout_;
 
 std::mutex lastTriggerTimePointMutex;
-std::chrono::steady_clock::time_point lastTriggerTimePoint;
+TimePoint lastTriggerTimePoint;
 
 std::mutex cardsReadMutex_;
 CardTimes lastCardsRead_;

@@ -14,8 +14,10 @@
 // For the names that a host, or a test, finds with dlsym; everything else stays hidden.
 #define UHF_EXPORT __attribute__((visibility("default")))
 
+using TimePoint = std::chrono::steady_clock::time_point;
+
 // Card values with the time of their latest reading or identification.
-using CardTimes = std::unordered_map<std::uint64_t, std::chrono::steady_clock::time_point>;
+using CardTimes = std::unordered_map<std::uint64_t, TimePoint>;
 
 // Written by init() alone, before the plug-in's threads start.
 extern UHF_EXPORT int trigAntiesmagGPIO;             // GPIO number of the trigger or inhibit input
@@ -40,7 +42,7 @@ extern UHF_EXPORT std::atomic<std::int64_t> different_tag_timeout_;  // ms until
 
 // When the trigger input went active, or the inhibit input idle; the clock's epoch at first.
 extern UHF_EXPORT std::mutex lastTriggerTimePointMutex;  // guards lastTriggerTimePoint
-extern UHF_EXPORT std::chrono::steady_clock::time_point lastTriggerTimePoint;
+extern UHF_EXPORT TimePoint lastTriggerTimePoint;
 
 // The readings that the dispatch thread has not taken yet.
 extern UHF_EXPORT std::mutex cardsReadMutex_;  // guards lastCardsRead_

@@ -45,7 +45,7 @@ void recordReadings(const std::vector<ac::UHF::InventoryCardInfo>& tags) {
   }
 }
 
-void readTags(steady_clock::time_point& lastSeen, std::condition_variable& cardsRead) {
+void readTags(TimePoint& lastSeen, std::condition_variable& cardsRead) {
   ac::watchdog::keep_alive("uhf");
   sleepProbeInterval();
   const auto [succeeded, tags] = t640_module->inventoryCard();
@@ -60,7 +60,7 @@ void readTags(steady_clock::time_point& lastSeen, std::condition_variable& cards
 
 }  // namespace
 
-void update_tag_detection(bool inventorySucceeded, steady_clock::time_point& lastSeen) {
+void update_tag_detection(bool inventorySucceeded, TimePoint& lastSeen) {
   const auto now = steady_clock::now();
   if (inventorySucceeded) {
     lastSeen = now;
@@ -83,7 +83,7 @@ int run() {
   // Shared, because the dispatch thread outlives this function when the serial line fails.
   const auto cardsRead = std::make_shared<std::condition_variable>();
   std::thread([cardsRead] { dispatchCards(*cardsRead); }).detach();
-  steady_clock::time_point lastSeen;
+  TimePoint lastSeen;
   for (;;) {
     readTags(lastSeen, *cardsRead);
   }

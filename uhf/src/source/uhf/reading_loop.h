@@ -1,8 +1,6 @@
 // The plug-in's main function and its reading of tags.
 #pragma once
 
-#include <chrono>
-
 #include "globals.h"
 
 // The plug-in's main function: starts the threads of the message queue and of the dispatch, then polls the reader on
@@ -11,4 +9,4 @@ extern "C" UHF_EXPORT int run();
 
 // Tells the tag-detector relay of a change. inventorySucceeded: the outcome of the inventory just made. lastSeen: the
 // time of the last successful one, updated. Reading loop only.
-void update_tag_detection(bool inventorySucceeded, std::chrono::steady_clock::time_point& lastSeen);
+void update_tag_detection(bool inventorySucceeded, TimePoint& lastSeen);
