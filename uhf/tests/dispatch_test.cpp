@@ -140,6 +140,12 @@ TEST_F(Dispatch, OfTwoCardsTheFirstInMapOrderIsAnnouncedAndTheOtherDropped) {
   EXPECT_EQ(round({static_cast<std::uint64_t>(3 - first)}), 3 - first);
 }
 
+TEST_F(Dispatch, OneCardARoundIsAnnouncedEvenWithoutATimeoutBetweenCards) {
+  different_tag_timeout_ = 0;
+  ASSERT_NE(round({1, 2, 3}), std::nullopt);
+  EXPECT_EQ(host().messages("identifier_new_card").size(), 1U);
+}
+
 TEST_F(Dispatch, ACardThatMayNotBeAnnouncedDoesNotHideAnother) {
   EXPECT_EQ(round({1}), 1);
   fake_clock::advance(milliseconds(600));

@@ -111,6 +111,7 @@ TEST(Decode, AWrongChecksumIsLeftToTheCaller) {
   EXPECT_EQ(consumed, 7U);
   EXPECT_FALSE(frame->validateCheckSum());
   EXPECT_EQ(frame->calculateChecksum(), 0xB7);
+  EXPECT_EQ(frame->toData(), hex("7F 00 B7 00 00 B8 7E")) << "it is kept as received";
 }
 
 TEST(Decode, HeaderAndEndBytesMayStandInsideAFrame) {
@@ -144,6 +145,12 @@ TEST(Decode, TheLongestFrameFits) {
   frame = Frame::fromData(bytes).first;
   EXPECT_TRUE(frame->validateCheckSum());
   EXPECT_EQ(frame->toData(), bytes);
+}
+
+TEST(Checksum, CountsBothBytesOfTheLength) {
+  const ac::UHF::InsertWorkChannelFrame frame(
+      std::vector<unsigned char>(256, 0));  // 257 bytes: a count that wraps to 0
+  EXPECT_EQ(frame.calculateChecksum(), 0xA9 + 0x01 + 0x01);
 }
 
 TEST(CreateFrame, TakesTheCommandFirst) {

@@ -1,0 +1,137 @@
+// The whole of it, in real processes: a tag in the field of the simulated reader becomes a line of achost.
+#include <gmock/gmock.h>
+#include <signal.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+#include "tests/process.h"
+#include "tests/support.h"
+#include "uhfsim/scenario.h"
+#include "uhfsim/simulated_reader.h"
+
+using nlohmann::json;
+using refhost::test::Achost;
+using refhost::test::Result;
+using std::chrono::milliseconds;
+
+namespace {
+
+std::vector<json> events(const std::string& output) {
+  std::vector<json> objects;
+  std::istringstream lines(output);
+  for (std::string line; std::getline(lines, line);) {
+    objects.push_back(json::parse(line));
+  }
+  return objects;
+}
+
+// Milliseconds since midnight of an ISO 8601 time.
+int millisecondsOf(const json& event) {
+  const auto time = event.at("time").get<std::string>();
+  const auto number = [&time](std::size_t at, std::size_t size) { return std::stoi(time.substr(at, size)); };
+  return ((number(11, 2) * 60 + number(14, 2)) * 60 + number(17, 2)) * 1000 + number(20, 3);
+}
+
+class EndToEnd : public testing::Test {
+ protected:
+  Achost start(std::vector<std::string> options) const {
+    options.insert(options.begin(), {"run", "--plugin", UHF_SO, "--state", directory_.path() / "state", "--json"});
+    return Achost(std::move(options));
+  }
+
+  std::string scenario(const std::string& text) const {
+    const auto path = directory_.path() / "scenario.txt";
+    std::ofstream(path) << text;
+    return path;
+  }
+
+ private:
+  refhost::test::TemporaryDirectory directory_;
+};
+
+}  // namespace
+
+TEST_F(EndToEnd, TheDefaultScenarioShowsItsStory) {
+  auto host = start({"--simulate", "--seconds", "10"});
+  const auto result = host.wait();
+  EXPECT_EQ(result.status, 0) << result.err;
+  std::map<std::string, std::vector<int>> times;
+  for (const auto& event : events(result.out)) {
+    EXPECT_EQ(event.at("event"), "identification");
+    times[event.at("card_hex")].push_back(millisecondsOf(event));
+  }
+  EXPECT_GE(times.size(), 4U) << "one that stays, two at once, a passer-by\n" << result.out;
+  std::size_t repeated = 0;
+  for (const auto& [card, at] : times) {
+    repeated += at.size() > 1;
+    for (std::size_t i = 1; i < at.size(); ++i) {
+      EXPECT_GE(at[i] - at[i - 1], 2999) << card << " was announced again before its interval";
+    }
+  }
+  EXPECT_GE(repeated, 1U) << "the one that stays is announced again\n" << result.out;
+}
+
+TEST_F(EndToEnd, AReaderInAnotherProcessIsAPortLikeAnyOther) {
+  uhfsim::SimulatedReader reader(uhfsim::Options{.seed = 3});
+  reader.field().add({.epc = {0xE2, 0x00, 0x68, 0x0A, 0x12, 0x34, 0x56}});
+  auto host = start({"--port", reader.path(), "--set", "identification_bits=24", "--set", "transmit_power=1700"});
+  const auto event = json::parse(host.next_line());
+  EXPECT_EQ(event.at("card"), 0x1200003456);
+  EXPECT_EQ(event.at("card_hex"), "0x1200003456");
+  EXPECT_EQ(reader.state().power, 1700);
+  host.signal(SIGINT);
+  EXPECT_EQ(host.wait().status, 0);
+}
+
+TEST_F(EndToEnd, AReaderThatSendsByteByByteIsUnderstood) {
+  uhfsim::SimulatedReader reader(uhfsim::Options{.seed = 3, .chunk = 1});
+  reader.field().add({.epc = {0xE2, 0x00, 0x68, 0x0A, 0x12, 0x34}});
+  auto host = start({"--port", reader.path()});
+  EXPECT_EQ(json::parse(host.next_line()).at("card_hex"), "0x680A1234");
+  host.signal(SIGTERM);
+  EXPECT_EQ(host.wait().status, 0);
+}
+
+TEST_F(EndToEnd, AReaderThatDoesNotAnswerIsNamed) {
+  const auto silent = scenario("fault silence 1\n");
+  const auto result = start({"--simulate", "--scenario", silent}).wait();
+  EXPECT_EQ(result.status, 3);
+  EXPECT_THAT(result.err, testing::HasSubstr("Could no set Work Area"));
+  EXPECT_EQ(std::ranges::count(result.err, '\n'), 1) << result.err;
+}
+
+TEST_F(EndToEnd, ALineThatHangsUpEndsTheProcessForItsSupervisor) {
+  auto reader = std::make_unique<uhfsim::SimulatedReader>(uhfsim::Options{.seed = 3});
+  reader->field().add({.epc = {0xE2, 0x00, 0x68, 0x0A, 0x12, 0x34}});
+  auto host = start({"--port", reader->path()});
+  EXPECT_NE(host.next_line(), "");
+  reader.reset();
+  const auto result = host.wait();
+  EXPECT_EQ(result.status, 8);
+  EXPECT_THAT(result.err, testing::HasSubstr("Error while writing to serial port: Unknown error -1"));
+}
+
+TEST_F(EndToEnd, InTriggerModeNothingIsAnnouncedWithoutATrigger) {
+  const auto result = start({"--simulate", "--seconds", "1", "--set", "operation_mode=trigger"}).wait();
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_TRUE(events(result.out).empty());
+}
+
+TEST_F(EndToEnd, InInhibitModeTheIdleInputLetsCardsThrough) {
+  auto host = start({"--simulate", "--set", "operation_mode=inhibit", "--set", "trigger_timeout=0"});
+  EXPECT_EQ(json::parse(host.next_line()).at("event"), "identification");
+  host.signal(SIGINT);
+  EXPECT_EQ(host.wait().status, 0);
+}
+
+TEST_F(EndToEnd, InInhibitModeTheActiveInputSilencesTheReader) {
+  const auto result =
+      start({"--simulate", "--seconds", "1", "--set", "operation_mode=inhibit", "--set", "trig_idle=1"}).wait();
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_TRUE(events(result.out).empty()) << "the input is 0, which is active when 1 is idle";
+}
