@@ -1,0 +1,66 @@
+#pragma once
+
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+#include "uhfsim/faults.h"
+#include "uhfsim/field.h"
+
+namespace uhfsim {
+
+/// A line that is no command; what() is one line: what was found; what was expected.
+class CommandError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+struct AddTag {
+  Tag tag;
+  bool operator==(const AddTag&) const = default;
+};
+
+struct RemoveTag {
+  Bytes epc;
+  bool operator==(const RemoveTag&) const = default;
+};
+
+struct ClearField {
+  bool operator==(const ClearField&) const = default;
+};
+
+struct SetFault {
+  std::string name;
+  double probability;
+  bool operator==(const SetFault&) const = default;
+};
+
+/// Something that happens to the field or the line, by a scenario or by hand.
+using Command = std::variant<AddTag, RemoveTag, ClearField, SetFault>;
+
+/// How a command is written, and what it does.
+struct CommandHelp {
+  std::string_view usage;
+  std::string_view meaning;
+};
+
+/// Every command, in the order in which help shows them.
+std::vector<CommandHelp> commandHelp();
+
+/// The first words of all commands.
+std::vector<std::string_view> commandNames();
+
+/// Reads one command, already cut into words (at least one):
+///   add EPCHEX [rssi=0..255] [pc=HHHH] [p=0.0..1.0]
+///   remove EPCHEX
+///   clear
+///   fault NAME PROBABILITY
+/// An EPC has 2 to 62 bytes, an even number. Throws CommandError.
+Command parseCommand(const std::vector<std::string_view>& words);
+
+/// Carries a command out. Removing a tag that is not there is no error: in a scenario it may have been taken by hand.
+void apply(const Command& command, Field& field, FaultInjector& faults);
+
+}  // namespace uhfsim

@@ -1,0 +1,92 @@
+#include "console.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <iomanip>
+#include <ostream>
+#include <sstream>
+#include <utility>
+#include <vector>
+
+#include "text.h"
+#include "uhfsim/command.h"
+
+namespace uhfsim {
+
+namespace {
+
+constexpr CommandHelp kOwnCommands[] = {
+    {"list", "show the tags in the field"},
+    {"status", "show what the reader has been told and what went over the line"},
+    {"help", "show the commands"},
+    {"quit", "end the program"},
+};
+
+Bytes bigEndian(std::uint16_t word) { return {static_cast<std::uint8_t>(word >> 8), static_cast<std::uint8_t>(word)}; }
+
+}  // namespace
+
+std::string Console::help() {
+  std::vector<CommandHelp> commands = commandHelp();
+  commands.insert(commands.end(), std::begin(kOwnCommands), std::end(kOwnCommands));
+  std::size_t width = 0;
+  for (const CommandHelp& command : commands) width = std::max(width, command.usage.size());
+  std::ostringstream text;
+  for (const auto& [usage, meaning] : commands) {
+    text << "  " << std::left << std::setw(static_cast<int>(width) + 2) << usage << meaning << '\n';
+  }
+  text << "  Faults: " << alternatives(FaultInjector::names()) << ".\n";
+  return text.str();
+}
+
+bool Console::feed(std::string_view text) {
+  rest_ += text;
+  std::size_t begin = 0;
+  for (std::size_t end; (end = rest_.find('\n', begin)) != rest_.npos; begin = end + 1) {
+    if (!execute(std::string_view(rest_).substr(begin, end - begin))) return false;
+  }
+  rest_.erase(0, begin);
+  return true;
+}
+
+bool Console::finish() { return execute(std::exchange(rest_, {})); }
+
+bool Console::execute(std::string_view line) {
+  const auto words = wordsOf(line);
+  if (words.empty()) return true;
+  if (words.size() == 1) {
+    if (words[0] == "quit") return false;
+    if (words[0] == "list") return list(), true;
+    if (words[0] == "status") return status(), true;
+    if (words[0] == "help") return answers_ << help() << std::flush, true;
+  }
+  try {
+    apply(parseCommand(words), reader_.field(), reader_.faults());
+  } catch (const CommandError& error) {
+    errors_ << "uhf-sim: " << error.what() << "; \"help\" shows all commands" << std::endl;
+  }
+  return true;
+}
+
+// Each line can be given back behind "add".
+void Console::list() {
+  for (const Tag& tag : reader_.field().snapshot()) {
+    answers_ << hexOf(tag.epc) << " rssi=" << static_cast<int>(tag.rssi) << " pc=" << hexOf(bigEndian(tag.pc))
+             << " p=" << tag.probability << '\n';
+  }
+  answers_ << std::flush;
+}
+
+void Console::status() {
+  const State state = reader_.state();
+  const Counters counters = reader_.counters();
+  answers_ << "power " << state.power << "\nregion " << static_cast<int>(state.region) << "\nchannels";
+  for (const std::uint8_t channel : state.channels) answers_ << ' ' << static_cast<int>(channel);
+  answers_ << "\nsensitivity m=" << static_cast<int>(state.sensitivity.m)
+           << " i=" << static_cast<int>(state.sensitivity.i) << " threshold=" << state.sensitivity.threshold;
+  answers_ << "\ncommands " << counters.commands << "\nnotices " << counters.notices << "\nskipped " << counters.skipped
+           << "\nbytes_in " << counters.bytes_in << "\nbytes_out " << counters.bytes_out << "\noverruns "
+           << counters.overruns << std::endl;
+}
+
+}  // namespace uhfsim

@@ -1,0 +1,70 @@
+#include "settings.h"
+
+#include <CLI/CLI.hpp>
+#include <iostream>
+
+#include "console.h"
+
+namespace uhfsim {
+
+namespace {
+
+constexpr std::size_t kLongestReply = 1'000'000;
+constexpr double kMostSeconds = 1e6;
+
+Command faultFrom(const std::string& text) {
+  const std::size_t equals = text.find('=');
+  if (equals == text.npos) throw CommandError("fault \"" + text + "\"; expected NAME=PROBABILITY");
+  return parseCommand({"fault", std::string_view(text).substr(0, equals), std::string_view(text).substr(equals + 1)});
+}
+
+std::string footer() {
+  return "The first line of standard output is the device to open. After that, standard input is read for commands, "
+         "one\n"
+         "a line; answers go to standard output, errors to standard error, and a bad command changes nothing:\n" +
+         Console::help() +
+         "\nIt runs until SIGINT or SIGTERM, \"quit\", or the end of --seconds. The end of standard input ends it "
+         "only\n"
+         "if that is a terminal (Ctrl-D).\n"
+         "\nExit status: 0 done, 1 failed, 2 wrong usage or a scenario that cannot be read.";
+}
+
+}  // namespace
+
+std::optional<Settings> readCommandLine(int argc, char** argv, int& status) {
+  Settings settings;
+  std::optional<std::string> scenario;
+  std::vector<std::string> faults;
+  CLI::App app("A simulated UHF reader on a pseudo-terminal.", "uhf-sim");
+  app.footer(footer());
+  app.add_option("--scenario", scenario, "What comes and goes in the field")->type_name("FILE");
+  app.add_option("--seed", settings.reader.seed, "Seed of all chance (default 1)")->type_name("N");
+  app.add_option("--baud", settings.reader.baud, "Line speed; 0 delivers at once (default 115200)")->type_name("N");
+  app.add_option("--chunk", settings.reader.chunk, "Deliver in chunks of N bytes; 0 is whole replies (default 0)")
+      ->type_name("N")
+      ->check(CLI::Range(std::size_t{0}, kLongestReply).description(""));
+  app.add_flag("--quiet-when-empty", settings.reader.quiet_when_empty, "Say nothing when no tag is read");
+  app.add_option("--link", settings.link, "Make a symbolic link to the device, gone at the end")->type_name("PATH");
+  app.add_option("--seconds", settings.seconds, "End after so long")
+      ->type_name("N")
+      ->check(CLI::Range(0.0, kMostSeconds).description(""));
+  app.add_option("--fault", faults, "Switch a fault on (may be given again)")
+      ->type_name("NAME=P")
+      ->expected(1)
+      ->take_all();
+  try {
+    app.parse(argc, argv);
+    for (const std::string& fault : faults) settings.faults.push_back(faultFrom(fault));
+    if (scenario) settings.scenario = Scenario::load(*scenario);
+    return settings;
+  } catch (const CLI::CallForHelp&) {
+    std::cout << app.help() << std::flush;
+    status = kExitDone;
+  } catch (const std::runtime_error& error) {
+    std::cerr << "uhf-sim: " << error.what() << std::endl;
+    status = kExitUsage;
+  }
+  return std::nullopt;
+}
+
+}  // namespace uhfsim

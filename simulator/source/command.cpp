@@ -1,0 +1,146 @@
+#include "uhfsim/command.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstdint>
+
+#include "numbers.h"
+#include "text.h"
+
+namespace uhfsim {
+
+namespace {
+
+using Words = std::vector<std::string_view>;
+
+[[noreturn]] void fail(const std::string& found, const std::string& expected) {
+  throw CommandError(found + "; expected " + expected);
+}
+
+bool isHexDigit(char c) { return std::isxdigit(static_cast<unsigned char>(c)) != 0; }
+
+Bytes parseEpc(std::string_view text) {
+  constexpr std::string_view kExpected = "2 to 62 bytes, an even number of them, as hexadecimal digits";
+  const bool digits = std::ranges::all_of(text, isHexDigit);
+  if (!digits || text.size() % 4 != 0 || text.empty() || text.size() > 2 * kMaxEpcBytes) {
+    const std::string what = digits ? " has " + std::to_string(text.size()) + " digits" : " is not hexadecimal";
+    fail("EPC " + quoted(text) + what, std::string(kExpected));
+  }
+  Bytes epc;
+  for (std::size_t i = 0; i < text.size(); i += 2) epc.push_back(*numberFrom<std::uint8_t>(text.substr(i, 2), 16));
+  return epc;
+}
+
+double parseProbability(std::string_view text) {
+  const auto value = numberFrom<double>(text, std::chars_format::fixed);
+  if (!value || !(*value >= 0.0 && *value <= 1.0)) fail("probability " + quoted(text), "0.0 to 1.0");
+  return *value;
+}
+
+void setRssi(Tag& tag, std::string_view text) {
+  const auto value = numberFrom<std::uint8_t>(text, 10);
+  if (!value) fail("rssi " + quoted(text), "0 to 255");
+  tag.rssi = *value;
+}
+
+void setPc(Tag& tag, std::string_view text) {
+  const auto value = numberFrom<std::uint16_t>(text, 16);
+  if (!value || text.size() != 4) fail("pc " + quoted(text), "four hexadecimal digits");
+  tag.pc = *value;
+}
+
+void setProbability(Tag& tag, std::string_view text) { tag.probability = parseProbability(text); }
+
+struct TagOption {
+  std::string_view name;
+  void (*set)(Tag& tag, std::string_view text);
+};
+
+constexpr TagOption kTagOptions[] = {{"rssi", setRssi}, {"pc", setPc}, {"p", setProbability}};
+
+void applyOption(Tag& tag, std::string_view word) {
+  const std::size_t equals = word.find('=');
+  const auto* option = std::ranges::find(kTagOptions, word.substr(0, equals), &TagOption::name);
+  if (equals == word.npos || option == std::end(kTagOptions)) {
+    fail("unknown option " + quoted(word), "rssi=N, pc=HHHH or p=PROBABILITY");
+  }
+  option->set(tag, word.substr(equals + 1));
+}
+
+Command parseAdd(const Words& words) {
+  Tag tag{.epc = parseEpc(words[1])};
+  for (std::size_t i = 2; i < words.size(); ++i) applyOption(tag, words[i]);
+  return AddTag{std::move(tag)};
+}
+
+Command parseRemove(const Words& words) { return RemoveTag{parseEpc(words[1])}; }
+
+Command parseClear(const Words&) { return ClearField{}; }
+
+Command parseFault(const Words& words) {
+  const auto names = FaultInjector::names();
+  if (std::ranges::find(names, words[1]) == names.end()) {
+    fail("unknown fault " + quoted(words[1]), alternatives(names));
+  }
+  return SetFault{std::string(words[1]), parseProbability(words[2])};
+}
+
+struct Verb {
+  std::string_view name;
+  CommandHelp help;
+  std::size_t least_words, most_words;  // its name included
+  Command (*parse)(const Words& words);
+};
+
+constexpr Verb kVerbs[] = {
+    {"add",
+     {"add EPCHEX [rssi=N] [pc=HHHH] [p=PROBABILITY]", "put a tag into the field, or replace the one with this EPC"},
+     2,
+     5,
+     parseAdd},
+    {"remove", {"remove EPCHEX", "take a tag out of the field"}, 2, 2, parseRemove},
+    {"clear", {"clear", "take every tag out of the field"}, 1, 1, parseClear},
+    {"fault",
+     {"fault NAME PROBABILITY", "let replies suffer a fault; probability 0 switches it off"},
+     3,
+     3,
+     parseFault},
+};
+
+}  // namespace
+
+std::vector<CommandHelp> commandHelp() {
+  std::vector<CommandHelp> help;
+  for (const Verb& verb : kVerbs) help.push_back(verb.help);
+  return help;
+}
+
+std::vector<std::string_view> commandNames() {
+  std::vector<std::string_view> names;
+  for (const Verb& verb : kVerbs) names.push_back(verb.name);
+  return names;
+}
+
+Command parseCommand(const Words& words) {
+  const auto* verb = std::ranges::find(kVerbs, words.at(0), &Verb::name);
+  if (verb == std::end(kVerbs)) fail("unknown command " + quoted(words[0]), alternatives(commandNames()));
+  if (words.size() < verb->least_words || words.size() > verb->most_words) {
+    const std::string found = words.size() < verb->least_words ? "too few words" : "too many words";
+    fail(found + " after " + quoted(words[0]), quoted(verb->help.usage));
+  }
+  return verb->parse(words);
+}
+
+void apply(const Command& command, Field& field, FaultInjector& faults) {
+  struct Visitor {
+    Field& field;
+    FaultInjector& faults;
+    void operator()(const AddTag& add) const { field.add(add.tag); }
+    void operator()(const RemoveTag& remove) const { field.remove(remove.epc); }
+    void operator()(const ClearField&) const { field.clear(); }
+    void operator()(const SetFault& fault) const { faults.set(fault.name, fault.probability); }
+  };
+  std::visit(Visitor{field, faults}, command);
+}
+
+}  // namespace uhfsim

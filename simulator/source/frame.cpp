@@ -1,0 +1,73 @@
+#include "frame.h"
+
+#include <numeric>
+
+namespace uhfsim {
+
+namespace {
+
+constexpr std::uint8_t kHeader = 0x7F;
+constexpr std::uint8_t kEnd = 0x7E;
+constexpr std::size_t kParametersAt = 5;
+constexpr std::size_t kOverhead = 7;  // bytes of a frame that are no parameters
+
+std::uint8_t low(std::size_t value) { return static_cast<std::uint8_t>(value & 0xFF); }
+
+std::uint8_t checksum(ByteView bytes) { return low(std::accumulate(bytes.begin(), bytes.end(), std::size_t{0})); }
+
+std::size_t announcedParameters(ByteView frame) { return static_cast<std::size_t>(frame[3] << 8 | frame[4]); }
+
+}  // namespace
+
+Bytes encodeFrame(FrameType type, std::uint8_t code, ByteView parameters) {
+  Bytes frame{kHeader, static_cast<std::uint8_t>(type), code, low(parameters.size() >> 8), low(parameters.size())};
+  frame.reserve(parameters.size() + kOverhead);
+  frame.insert(frame.end(), parameters.begin(), parameters.end());
+  frame.push_back(checksum(ByteView(frame).subspan(1)));
+  frame.push_back(kEnd);
+  return frame;
+}
+
+void CommandScanner::push(ByteView bytes) {
+  compact();
+  buffer_.insert(buffer_.end(), bytes.begin(), bytes.end());
+}
+
+std::optional<CommandFrame> CommandScanner::next() {
+  for (;;) {
+    const ByteView rest = ByteView(buffer_).subspan(start_);
+    switch (lookAt(rest)) {
+      case Look::incomplete:
+        return std::nullopt;
+      case Look::junk:
+        ++start_;
+        ++skipped_;
+        break;
+      case Look::whole: {
+        const ByteView parameters = rest.subspan(kParametersAt, announcedParameters(rest));
+        start_ += parameters.size() + kOverhead;
+        return CommandFrame{rest[2], Bytes(parameters.begin(), parameters.end())};
+      }
+    }
+  }
+}
+
+CommandScanner::Look CommandScanner::lookAt(ByteView bytes) const {
+  if (bytes.empty()) return Look::incomplete;
+  if (bytes[0] != kHeader) return Look::junk;
+  if (bytes.size() > 1 && bytes[1] != static_cast<std::uint8_t>(FrameType::command)) return Look::junk;
+  if (bytes.size() < kParametersAt) return Look::incomplete;
+  const std::size_t count = announcedParameters(bytes);
+  if (count > kMaxParameters) return Look::junk;
+  if (bytes.size() < count + kOverhead) return Look::incomplete;
+  const std::uint8_t sum = checksum(bytes.subspan(1, count + kParametersAt - 1));
+  const bool valid = bytes[count + kOverhead - 2] == sum && bytes[count + kOverhead - 1] == kEnd;
+  return valid ? Look::whole : Look::junk;
+}
+
+void CommandScanner::compact() {
+  buffer_.erase(buffer_.begin(), buffer_.begin() + static_cast<std::ptrdiff_t>(start_));
+  start_ = 0;
+}
+
+}  // namespace uhfsim

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "uhfsim/scenario.h"
+
+namespace uhfsim {
+
+/// Reads a scenario line by line. For one text.
+class ScenarioParser {
+ public:
+  explicit ScenarioParser(const std::string& name) : name_(name) {}
+
+  /// The scenario that the text describes. Throws ScenarioError.
+  Scenario parse(std::string_view text);
+
+ private:
+  using Words = std::vector<std::string_view>;
+
+  void readLine(const Words& words);
+  void readAt(const Words& words);
+  void readLoop(const Words& words);
+  void readEvent(Scenario::Time at, const Words& words);
+  Scenario::Time readTime(std::string_view text) const;
+  void checkReached();
+  [[noreturn]] void fail(const std::string& found, const std::string& expected) const;
+  [[noreturn]] void fail(const std::string& found_and_expected) const;
+
+  const std::string& name_;
+  std::size_t line_ = 0;  // the one being read, from 1
+  Scenario scenario_;
+  std::vector<std::size_t> event_lines_;  // the line of each event, in the order of reading
+};
+
+}  // namespace uhfsim

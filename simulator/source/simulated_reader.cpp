@@ -1,0 +1,167 @@
+#include "uhfsim/simulated_reader.h"
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <ctime>
+#include <utility>
+
+#include "system_error.h"
+
+namespace uhfsim {
+
+namespace {
+
+// The faults draw from a sequence of their own: to switch one on does not change which tags are read.
+constexpr std::uint64_t kFaultSeed = 0x9E3779B97F4A7C15;
+
+timespec untilInstant(Clock::time_point instant) {
+  const auto wait = std::max(instant - Clock::now(), Clock::duration::zero());
+  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(wait);
+  const auto rest = std::chrono::nanoseconds(wait - seconds);
+  return {static_cast<std::time_t>(seconds.count()), static_cast<long>(rest.count())};
+}
+
+}  // namespace
+
+SimulatedReader::SimulatedReader(Options options)
+    : faults_(options.seed ^ kFaultSeed),
+      pacing_(options.baud),
+      chunking_(options.chunk),
+      wake_(checked(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "making an event descriptor")),
+      reader_(field_, {options.seed, options.quiet_when_empty}),
+      thread_([this] { run(); }) {}
+
+SimulatedReader::~SimulatedReader() {
+  stop_ = true;
+  wake();
+  thread_.join();
+}
+
+State SimulatedReader::state() const {
+  const std::lock_guard lock(mutex_);
+  return reader_.state();
+}
+
+Counters SimulatedReader::counters() const {
+  const std::lock_guard lock(mutex_);
+  Counters counters = line_;
+  const ReaderCounters engine = reader_.counters();
+  counters.commands = engine.commands;
+  counters.notices = engine.notices;
+  counters.skipped = engine.skipped;
+  return counters;
+}
+
+void SimulatedReader::play(Scenario scenario) {
+  {
+    const std::lock_guard lock(mutex_);
+    scenario_ = std::move(scenario);
+    scenario_start_ = Clock::now();
+    scenario_done_ = Scenario::kBeforeStart;
+    field_.clear();
+    playUntil(scenario_start_);
+  }
+  wake();
+}
+
+void SimulatedReader::wake() const {
+  const std::uint64_t one = 1;
+  // It fails only when the counter is full, and then the thread wakes anyway.
+  [[maybe_unused]] const auto written = ::write(wake_.get(), &one, sizeof(one));
+}
+
+void SimulatedReader::run() {
+  while (!stop_) {
+    playDue();
+    writeDue();
+    awaitWork();
+  }
+}
+
+void SimulatedReader::playDue() {
+  const std::lock_guard lock(mutex_);
+  playUntil(Clock::now());
+}
+
+// With mutex_ held. No inventory is answered meanwhile, so that a tag which is taken out and put back at one instant
+// is never missed.
+void SimulatedReader::playUntil(Clock::time_point now) {
+  const auto until = std::chrono::floor<Scenario::Time>(now - scenario_start_);
+  for (const Command& command : scenario_.due(scenario_done_, until)) apply(command, field_, faults_);
+  scenario_done_ = until;
+}
+
+void SimulatedReader::writeDue() {
+  while (!outgoing_.empty() && outgoing_.front().due <= Clock::now()) {
+    if (!writeFront()) return;
+    outgoing_.pop_front();
+  }
+}
+
+// Whether the front of outgoing_ is done with: written, or lost on a paced line that is full.
+bool SimulatedReader::writeFront() {
+  Bytes& bytes = outgoing_.front().bytes;
+  const std::size_t written = link_.write(bytes);
+  const bool lost = written < bytes.size() && pacing_.paced();
+  const std::lock_guard lock(mutex_);
+  line_.bytes_out += written;
+  if (lost) line_.overruns += bytes.size() - written;
+  bytes.erase(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(written));
+  return lost || bytes.empty();
+}
+
+// Sleeps until the client has sent something, the next instant has come or somebody calls; commands are read only
+// when nothing is on its way.
+void SimulatedReader::awaitWork() {
+  const bool full = !outgoing_.empty() && !pacing_.paced();
+  const short line_events = static_cast<short>(full ? POLLOUT : outgoing_.empty() ? POLLIN : 0);
+  std::array<pollfd, 2> awaited{{{link_.fd(), line_events, 0}, {wake_.get(), POLLIN, 0}}};
+  const auto instant = nextInstant();
+  const timespec wait = instant ? untilInstant(*instant) : timespec{};
+  checkedOrNothing(ppoll(awaited.data(), awaited.size(), instant ? &wait : nullptr, nullptr), "waiting for the line");
+  if ((awaited[1].revents & POLLIN) != 0) {
+    std::uint64_t count = 0;
+    checkedOrNothing(::read(wake_.get(), &count, sizeof(count)), "reading the event descriptor");
+  }
+  if ((awaited[0].revents & POLLIN) != 0) readCommands();
+}
+
+// When something is to be done although nobody calls and nothing arrives.
+std::optional<Clock::time_point> SimulatedReader::nextInstant() const {
+  std::optional<Clock::time_point> instant;
+  if (!outgoing_.empty() && pacing_.paced()) instant = outgoing_.front().due;
+  const std::lock_guard lock(mutex_);
+  if (const auto next = scenario_.next(scenario_done_)) {
+    const Clock::time_point event = scenario_start_ + *next;
+    instant = instant ? std::min(*instant, event) : event;
+  }
+  return instant;
+}
+
+void SimulatedReader::readCommands() {
+  const Bytes received = link_.read();
+  std::vector<Bytes> replies;
+  {
+    const std::lock_guard lock(mutex_);
+    line_.bytes_in += received.size();
+    replies = reader_.feed(received);
+  }
+  for (Bytes& reply : replies) {
+    for (const Bytes& bytes : faults_.intercept(std::move(reply))) enqueue(bytes);
+  }
+}
+
+void SimulatedReader::enqueue(const Bytes& reply) {
+  const Clock::time_point start = std::max(Clock::now(), line_free_);
+  for (const Piece& piece : chunking_.pieces(reply.size(), start, pacing_)) {
+    const auto first = reply.begin() + static_cast<std::ptrdiff_t>(piece.offset);
+    outgoing_.push_back({Bytes(first, first + static_cast<std::ptrdiff_t>(piece.size)), piece.due});
+  }
+  line_free_ = pacing_.due(start, reply.size());
+}
+
+}  // namespace uhfsim

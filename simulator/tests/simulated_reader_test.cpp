@@ -1,0 +1,263 @@
+#include "uhfsim/simulated_reader.h"
+
+#include <gmock/gmock.h>
+
+#include <functional>
+#include <optional>
+#include <thread>
+
+#include "hex.h"
+#include "line_client.h"
+
+namespace uhfsim::testing {
+namespace {
+
+using ::testing::IsEmpty;
+using namespace std::chrono_literals;
+
+constexpr Options kAtOnce{.baud = 0};
+
+// Long enough for any machine; a passing test does not wait for it.
+constexpr auto kPatience = 20s;
+
+// What the simulator counts is told by no event, so this looks again and again.
+bool becomesTrue(const std::function<bool()>& condition) {
+  const auto deadline = Clock::now() + kPatience;
+  while (!condition()) {
+    if (Clock::now() > deadline) return false;
+    std::this_thread::sleep_for(1ms);
+  }
+  return true;
+}
+
+// Many tags with long EPCs: one inventory is answered with about 15 KB.
+void fill(Field& field) {
+  for (std::uint8_t i = 0; i < 200; ++i) {
+    Tag tag{.epc = Bytes(62)};
+    tag.epc.back() = i;
+    field.add(tag);
+  }
+}
+constexpr std::size_t kNoticeOfLongEpc = 62 + 5 + 7;
+constexpr std::size_t kFullReply = 200 * kNoticeOfLongEpc;
+
+Bytes times(int count, const Bytes& bytes) {
+  Bytes all;
+  for (int i = 0; i < count; ++i) all = all + bytes;
+  return all;
+}
+
+TEST(SimulatedReader, AnswersOverARealTerminal) {
+  SimulatedReader reader(kAtOnce);
+  const LineClient client(reader.path());
+  client.send(kGetPower);
+  EXPECT_EQ(client.receive(kPower2600.size()), kPower2600);
+}
+
+TEST(SimulatedReader, LineIsRawBeforeTheClientSetsItUp) {
+  SimulatedReader reader(kAtOnce);
+  // Bytes that a terminal would take for carriage return, newline, interrupt, end of file, stop and start.
+  reader.field().add({.epc = hex("0D0A 0304 1113 1A1C")});
+  const LineClient client(reader.path(), LineClient::Setup::untouched);
+  client.send(kInventory);
+  const Bytes reply = client.receive(20);
+  ASSERT_EQ(reply.size(), 20U);
+  EXPECT_EQ(Bytes(reply.begin(), reply.begin() + 16), hex("7F 02 22 00 0D C8 2000 0D0A 0304 1113 1A1C"));
+  EXPECT_FALSE(client.waiting()) << "the command was echoed";
+}
+
+TEST(SimulatedReader, FollowsItsField) {
+  SimulatedReader reader(kAtOnce);
+  const LineClient client(reader.path());
+  client.send(kInventory);
+  EXPECT_EQ(client.receive(kNothingRead.size()), kNothingRead);
+  reader.field().add({.epc = hex("ABCD"), .rssi = 0x50});
+  client.send(kInventory);
+  EXPECT_EQ(client.receive(14), hex("7F 02 22 00 07 50 0800 ABCD 3799 CB 7E"));
+}
+
+TEST(SimulatedReader, TellsWhatItHasBeenTold) {
+  SimulatedReader reader(kAtOnce);
+  const LineClient client(reader.path());
+  client.send(hex("7F 00 07 00 01 03 0B 7E"));
+  ASSERT_EQ(client.receive(8).size(), 8U);
+  EXPECT_EQ(reader.state().region, 3);
+}
+
+TEST(SimulatedReader, ClientMayCloseAndComeBack) {
+  SimulatedReader reader(kAtOnce);
+  for (int i = 0; i < 3; ++i) {
+    const LineClient client(reader.path());
+    client.send(kGetPower);
+    EXPECT_EQ(client.receive(kPower2600.size()), kPower2600) << "visit " << i;
+  }
+}
+
+TEST(SimulatedReader, WhatAClientLeavesUnreadWaitsForTheNext) {
+  SimulatedReader reader(kAtOnce);
+  LineClient(reader.path()).send(kGetPower);
+  ASSERT_TRUE(becomesTrue([&] { return reader.counters().bytes_out == kPower2600.size(); }));
+  EXPECT_EQ(LineClient(reader.path()).receive(kPower2600.size()), kPower2600);
+}
+
+TEST(SimulatedReader, QuietWhenEmptySaysNothing) {
+  SimulatedReader reader({.baud = 0, .quiet_when_empty = true});
+  const LineClient client(reader.path());
+  client.send(kInventory + kGetPower);
+  EXPECT_EQ(client.receive(kPower2600.size()), kPower2600);
+}
+
+TEST(SimulatedReader, CountsWhatGoesOverTheLine) {
+  SimulatedReader reader(kAtOnce);
+  reader.field().add({.epc = hex("ABCD")});
+  const LineClient client(reader.path());
+  client.send(hex("55") + kInventory + kGetPower);
+  ASSERT_EQ(client.receive(14 + 9).size(), 23U);
+  ASSERT_TRUE(becomesTrue([&] { return reader.counters().bytes_out == 23; }));
+  const Counters counters = reader.counters();
+  EXPECT_EQ(counters.commands, 2U);
+  EXPECT_EQ(counters.notices, 1U);
+  EXPECT_EQ(counters.skipped, 1U);
+  EXPECT_EQ(counters.bytes_in, 15U);
+  EXPECT_EQ(counters.overruns, 0U);
+}
+
+TEST(SimulatedReader, FaultsAreOnTheLine) {
+  SimulatedReader reader(kAtOnce);
+  const LineClient client(reader.path());
+  reader.faults().set("corrupt-checksum", 1);
+  client.send(kGetPower);
+  EXPECT_EQ(client.receive(9), hex("7F 01 B7 00 02 0A 28 13 7E"));
+  reader.faults().set("silence", 1);
+  client.send(kGetPower);
+  ASSERT_TRUE(becomesTrue([&] { return reader.counters().commands == 2; }));
+  reader.faults().set("silence", 0);
+  reader.faults().set("corrupt-checksum", 0);
+  client.send(kGetPower);
+  EXPECT_EQ(client.receive(9), kPower2600);
+}
+
+TEST(SimulatedReaderPacing, ReplyTakesItsTimeOnTheLineAndComesWhole) {
+  SimulatedReader reader({.baud = 300});
+  const LineClient client(reader.path());
+  const auto start = Clock::now();
+  client.send(kGetPower);
+  EXPECT_EQ(client.receiveSome(), kPower2600);
+  EXPECT_GE(Clock::now() - start, LinePacing(300).duration(kPower2600.size()));
+}
+
+TEST(SimulatedReaderPacing, NextReplyWaitsUntilTheLineIsFree) {
+  SimulatedReader reader({.baud = 300});
+  const LineClient client(reader.path());
+  const auto start = Clock::now();
+  client.send(kGetPower + kGetPower);
+  EXPECT_EQ(client.receive(2 * kPower2600.size()), kPower2600 + kPower2600);
+  EXPECT_GE(Clock::now() - start, LinePacing(300).duration(2 * kPower2600.size()));
+}
+
+TEST(SimulatedReaderPacing, ChunksArriveOneByOne) {
+  SimulatedReader reader({.baud = 100, .chunk = 4});
+  const LineClient client(reader.path());
+  client.send(kGetPower);
+  EXPECT_EQ(client.receiveSome(), hex("7F 01 B7 00"));
+  EXPECT_EQ(client.receive(5), hex("02 0A 28 EC 7E"));
+}
+
+TEST(SimulatedReaderPacing, UnreadBytesAreLostAndCountedWhenTheLineIsFull) {
+  SimulatedReader reader({.baud = 4'000'000});
+  fill(reader.field());
+  const LineClient client(reader.path());
+  int sent = 0;
+  ASSERT_TRUE(becomesTrue([&] {
+    if (reader.counters().commands == static_cast<std::uint64_t>(sent)) {
+      client.send(kInventory);
+      ++sent;
+    }
+    return reader.counters().overruns > 0;
+  }));
+  reader.field().clear();
+  const Counters counters = reader.counters();
+  EXPECT_LE(counters.bytes_out + counters.overruns, static_cast<std::uint64_t>(sent) * kFullReply);
+}
+
+TEST(SimulatedReaderFullLine, WithoutPacingWaitsForTheClientAndLosesNothing) {
+  SimulatedReader reader(kAtOnce);
+  fill(reader.field());
+  const LineClient client(reader.path());
+  client.send(times(20, kInventory));
+  ASSERT_TRUE(becomesTrue([&] { return reader.counters().bytes_out > 0; }));
+  EXPECT_LT(reader.counters().bytes_out, 20 * kFullReply) << "the line is never full";
+  EXPECT_EQ(client.receive(20 * kFullReply).size(), 20 * kFullReply);
+  EXPECT_EQ(reader.counters().overruns, 0U);
+}
+
+// Runs a reader, brings it into a state by the given step, and expects it to end without waiting for the line.
+void expectPromptEnd(Options options, const std::function<void(SimulatedReader&, const LineClient&)>& step) {
+  auto reader = std::make_unique<SimulatedReader>(options);
+  const LineClient client(reader->path());
+  step(*reader, client);
+  const auto start = Clock::now();
+  reader.reset();
+  EXPECT_LT(Clock::now() - start, 5s);
+}
+
+TEST(SimulatedReaderStop, IsPromptWhenIdle) {
+  expectPromptEnd({}, [](SimulatedReader&, const LineClient&) {});
+}
+
+TEST(SimulatedReaderStop, IsPromptInTheMiddleOfAReply) {
+  // At one bit a second the reply takes a minute and a half.
+  expectPromptEnd({.baud = 1}, [](SimulatedReader& reader, const LineClient& client) {
+    client.send(kGetPower);
+    EXPECT_TRUE(becomesTrue([&] { return reader.counters().commands == 1; }));
+  });
+}
+
+TEST(SimulatedReaderStop, IsPromptWhenTheLineIsFull) {
+  expectPromptEnd(kAtOnce, [](SimulatedReader& reader, const LineClient& client) {
+    fill(reader.field());
+    client.send(times(20, kInventory));
+    EXPECT_TRUE(becomesTrue([&] { return reader.counters().bytes_out > 0; }));
+  });
+}
+
+TEST(SimulatedReaderStop, IsPromptWhileAScenarioWaits) {
+  expectPromptEnd(
+      {}, [](SimulatedReader& reader, const LineClient&) { reader.play(Scenario::parse("at 1000 clear", "test")); });
+}
+
+TEST(SimulatedReaderPlay, WhatHappensAtZeroHasHappenedOnReturn) {
+  SimulatedReader reader(kAtOnce);
+  reader.field().add({.epc = hex("0009")});
+  reader.play(Scenario::parse("add 0001\nat 1000 add 0002", "test"));
+  EXPECT_THAT(reader.field().snapshot(), ::testing::ElementsAre(Tag{.epc = hex("0001")}));
+}
+
+TEST(SimulatedReaderPlay, LaterEventsComeByThemselves) {
+  SimulatedReader reader(kAtOnce);
+  reader.play(Scenario::parse("at 30ms add 0001\nat 60ms fault silence 1", "test"));
+  EXPECT_TRUE(becomesTrue([&] { return reader.field().snapshot().size() == 1; }));
+  EXPECT_TRUE(becomesTrue([&] { return reader.faults().intercept(kPower2600).empty(); }));
+}
+
+TEST(SimulatedReaderPlay, ReplacesTheScenarioBefore) {
+  SimulatedReader reader(kAtOnce);
+  reader.play(Scenario::parse("loop 20ms\nadd 0001", "test"));
+  reader.play(Scenario::parse("at 100ms add 0002", "test"));
+  EXPECT_TRUE(becomesTrue([&] { return !reader.field().snapshot().empty(); }));
+  EXPECT_THAT(reader.field().snapshot(), ::testing::ElementsAre(Tag{.epc = hex("0002")}));
+}
+
+TEST(SimulatedReaderPlay, CardThatStaysOverTheLoopIsNeverMissed) {
+  SimulatedReader reader(kAtOnce);
+  reader.play(Scenario::parse("loop 1ms\nadd ABCD", "test"));
+  const LineClient client(reader.path());
+  for (int i = 0; i < 300; ++i) {
+    client.send(kInventory);
+    ASSERT_EQ(client.receive(14).size(), 14U);
+  }
+  EXPECT_EQ(reader.counters().notices, 300U);
+}
+
+}  // namespace
+}  // namespace uhfsim::testing
