@@ -92,7 +92,7 @@ TEST_F(EndToEnd, AReaderThatSendsByteByByteIsUnderstood) {
   uhfsim::SimulatedReader reader(uhfsim::Options{.seed = 3, .chunk = 1});
   reader.field().add({.epc = {0xE2, 0x00, 0x68, 0x0A, 0x12, 0x34}});
   auto host = start({"--port", reader.path()});
-  EXPECT_EQ(json::parse(host.next_line()).at("card_hex"), "0x680A1234");
+  EXPECT_EQ(json::parse(host.next_line()).at("card_hex"), "0x680a1234");
   host.signal(SIGTERM);
   EXPECT_EQ(host.wait().status, 0);
 }

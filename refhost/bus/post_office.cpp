@@ -1,0 +1,53 @@
+#include "ac/post_office.h"
+
+#include <atomic>
+#include <utility>
+
+#include "bus/message_impl.h"
+#include "bus/routes.h"
+#include "bus/subscriber_impl.h"
+#include "refhost/post_office.h"
+
+namespace refhost {
+namespace {
+
+// Written by set_sync_timeout, read by every synchronous send.
+std::atomic<std::chrono::milliseconds> sync_timeout{std::chrono::milliseconds(2000)};
+
+}  // namespace
+
+void set_sync_timeout(std::chrono::milliseconds timeout) { sync_timeout.store(timeout); }
+
+}  // namespace refhost
+
+namespace ac {
+
+// A MessageReply attached to a message that is sent without waiting stays empty: nothing says how long it lives. The
+// answer goes to the message's callback.
+void PostOffice::send_message(std::unique_ptr<Message> message) {
+  auto& impl = Message::Impl::of(*message);
+  if (impl.callback) {
+    const auto slot = std::make_shared<refhost::ReplySlot>(std::move(impl.callback));
+    impl.right_to_answer = refhost::ReplySlot::right_to_answer(slot);
+  }
+  refhost::Routes::instance().post(std::move(message), nullptr);
+}
+
+// The caller's own subscriber, when it is a recipient, handles the message here: its thread is the one that waits.
+// Two subscribers that ask each other at the same time wait until the time-out.
+void PostOffice::send_message_sync(std::unique_ptr<Message> message) {
+  auto& impl = Message::Impl::of(*message);
+  MessageReply* reply = impl.reply;
+  const auto slot = std::make_shared<refhost::ReplySlot>();
+  impl.right_to_answer = refhost::ReplySlot::right_to_answer(slot);
+  const auto* own = refhost::Subscriber::Impl::of_this_thread();
+  if (auto mine = refhost::Routes::instance().post(std::move(message), own)) {
+    own->deliver(std::move(mine));
+  }
+  auto answer = slot->wait(refhost::sync_timeout.load());
+  if (answer.has_value() && reply != nullptr) {
+    MessageReply::Impl::of(*reply).fill(std::move(*answer));
+  }
+}
+
+}  // namespace ac

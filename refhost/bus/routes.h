@@ -1,0 +1,36 @@
+// Which subscriber wants which type of message.
+#pragma once
+
+#include <memory>
+#include <shared_mutex>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "ac/message.h"
+#include "refhost/subscriber.h"
+
+namespace refhost {
+
+// Any thread may call.
+class Routes {
+ public:
+  // The one of the process. It is never destroyed: plug-in threads send until the process is gone.
+  static Routes& instance();
+
+  void add(Subscriber::Impl* subscriber);
+
+  // When it returns, nobody puts a message into the subscriber's inbox any more.
+  void remove(Subscriber::Impl* subscriber);
+
+  // Put the message into the inbox of everybody who is interested in its type: copies, and the original for the last.
+  // What `inline_for` would get is returned instead (null when it is null or not interested): that subscriber's own
+  // thread is the caller and waits for the outcome. A message that nobody wants is counted.
+  std::unique_ptr<ac::Message> post(std::unique_ptr<ac::Message> message, const Subscriber::Impl* inline_for);
+
+ private:
+  std::shared_mutex mutex_;  // guards the table; held shared while messages are put, which is why remove() can promise
+  std::unordered_map<std::string, std::vector<Subscriber::Impl*>> table_;
+};
+
+}  // namespace refhost

@@ -1,0 +1,45 @@
+#include "refhost/subscriber.h"
+
+#include <pthread.h>
+
+#include <utility>
+
+#include "ac/util.h"
+#include "bus/routes.h"
+#include "bus/subscriber_impl.h"
+
+namespace refhost {
+namespace {
+
+thread_local Subscriber::Impl* current = nullptr;
+
+}  // namespace
+
+Subscriber::Impl* Subscriber::Impl::of_this_thread() { return current; }
+
+void Subscriber::Impl::run() {
+  current = this;
+  ac::util::set_thread_name(inbox.name(), pthread_self());
+  Inbox::Messages messages;
+  while (inbox.take_all(messages)) {
+    for (auto& message : messages) {
+      deliver(std::move(message));
+    }
+    messages.clear();
+  }
+}
+
+Subscriber::Subscriber(std::string name, const std::vector<ac::MessageListener>& listeners, std::size_t bound)
+    : impl_(std::make_unique<Impl>(std::move(name), bound)) {
+  impl_->handlers.add(listeners.data(), listeners.size());
+  impl_->thread = std::thread([impl = impl_.get()] { impl->run(); });
+  Routes::instance().add(impl_.get());
+}
+
+Subscriber::~Subscriber() {
+  Routes::instance().remove(impl_.get());
+  impl_->inbox.close();
+  impl_->thread.join();
+}
+
+}  // namespace refhost

@@ -1,0 +1,18 @@
+#include <memory>
+
+#include "ac/post_office.h"
+#include "refhost/settings_store.h"
+
+namespace refhost {
+
+void announce(const SettingsStore::Change& change) {
+  auto message = std::make_unique<ac::Message>("config_param_set");
+  message->add_string("module", change.setting.section);
+  message->add_string("param", change.setting.key);
+  message->add_string("value", change.value);
+  message->add_string("previous_value", change.previous_value);
+  message->add_int("sys_config", 0);
+  ac::PostOffice::send_message(std::move(message));
+}
+
+}  // namespace refhost

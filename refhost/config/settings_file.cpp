@@ -1,0 +1,61 @@
+#include "config/settings_file.h"
+
+#include <utility>
+
+#include "util/database.h"
+
+namespace refhost {
+namespace {
+
+constexpr DatabaseKind kKind = {
+    .noun = "settings database",
+    .version = 1,
+    .schema =
+        "CREATE TABLE settings(section TEXT NOT NULL, key TEXT NOT NULL, value TEXT NOT NULL, "
+        "PRIMARY KEY(section, key)) WITHOUT ROWID",
+    .probe = "SELECT section, key, value FROM settings LIMIT 0",
+    .way_out = "restore a copy of it, or move it away to begin with the defaults",
+};
+
+std::vector<SettingsFile::Row> rows_of(SQLite::Database& database, const std::filesystem::path& file) {
+  try {
+    std::vector<SettingsFile::Row> rows;
+    SQLite::Statement query(database, "SELECT section, key, value FROM settings");
+    while (query.executeStep()) {
+      rows.push_back({query.getColumn(0), query.getColumn(1), query.getColumn(2)});
+    }
+    return rows;
+  } catch (const SQLite::Exception& failure) {
+    throw_database_failure(file, kKind, failure);
+  }
+}
+
+}  // namespace
+
+SettingsFile::SettingsFile(std::filesystem::path file)
+    : file_(std::move(file)), database_(open_database(file_, kKind)) {}
+
+std::vector<SettingsFile::Row> SettingsFile::read(const std::filesystem::path& file) {
+  std::error_code failure;
+  if (!std::filesystem::exists(file, failure) && !failure) {
+    return {};
+  }
+  SQLite::Database database = open_database_to_read(file, kKind);
+  return rows_of(database, file);
+}
+
+std::vector<SettingsFile::Row> SettingsFile::rows() { return rows_of(database_, file_); }
+
+void SettingsFile::write(const std::string& section, const std::string& key, const std::string& value) {
+  try {
+    SQLite::Statement insert(database_, "INSERT OR REPLACE INTO settings(section, key, value) VALUES(?, ?, ?)");
+    insert.bind(1, section);
+    insert.bind(2, key);
+    insert.bind(3, value);
+    insert.exec();
+  } catch (const SQLite::Exception& failure) {
+    throw_database_failure(file_, kKind, failure);
+  }
+}
+
+}  // namespace refhost

@@ -1,0 +1,141 @@
+#include "refhost/settings_store.h"
+
+#include <unordered_map>
+#include <utility>
+
+#include "config/settings_file.h"
+#include "config/slot.h"
+#include "refhost/log.h"
+#include "util/database.h"
+
+namespace refhost {
+namespace {
+
+// A setting's place, as the schema or a caller spells it: looking one up makes no string.
+struct Place {
+  std::string_view section;
+  std::string_view key;
+  bool operator==(const Place&) const = default;
+};
+
+struct PlaceHash {
+  std::size_t operator()(const Place& place) const noexcept {
+    constexpr std::size_t kFactor = 31;
+    const std::hash<std::string_view> hash;
+    return hash(place.key) * kFactor + hash(place.section);
+  }
+};
+
+// Set while the process starts, read on every call of ac::config.
+constinit std::atomic<SettingsStore*> current_store{nullptr};
+
+}  // namespace
+
+struct SettingsStore::Impl {
+  explicit Impl(const SettingsSchema& the_schema) : schema(the_schema) {
+    for (const Setting& setting : schema.settings()) {
+      slots.try_emplace(Place{setting.section, setting.key}, setting);
+    }
+  }
+
+  void load(const SettingsFile::Row& row);
+
+  // The slot. Throws SettingError.
+  Slot& at(std::string_view section, std::string_view key);
+
+  const SettingsSchema& schema;
+  std::unordered_map<Place, Slot, PlaceHash> slots;  // the map itself is constant; its keys view the schema's texts
+  std::mutex mutex;                                  // one writer at a time; guards file
+  std::optional<SettingsFile> file;                  // empty when read-only or sealed
+  std::function<void(const Change&)> on_change;
+};
+
+void SettingsStore::Impl::load(const SettingsFile::Row& row) {
+  try {
+    Slot& slot = at(row.section, row.key);
+    slot.setting().check(row.value);
+    slot.put(row.value);
+  } catch (const SettingError& failure) {
+    log::warning(std::string("a stored setting is left aside: ") + failure.what());
+  }
+}
+
+Slot& SettingsStore::Impl::at(std::string_view section, std::string_view key) {
+  const auto found = slots.find(Place{section, key});
+  if (found == slots.end()) {
+    schema.at(section, key);  // throws
+  }
+  return found->second;
+}
+
+SettingsStore::SettingsStore(const std::filesystem::path& directory, Access access, const SettingsSchema& schema)
+    : impl_(std::make_unique<Impl>(schema)) {
+  const auto file = directory / SettingsFile::kName;
+  if (access == Access::read_write) {
+    make_state_directory(directory);
+    impl_->file.emplace(file);
+  }
+  for (const auto& row : impl_->file.has_value() ? impl_->file->rows() : SettingsFile::read(file)) {
+    impl_->load(row);
+  }
+}
+
+SettingsStore::~SettingsStore() {
+  SettingsStore* self = this;
+  current_store.compare_exchange_strong(self, nullptr);
+}
+
+void SettingsStore::on_change(std::function<void(const Change&)> callback) { impl_->on_change = std::move(callback); }
+
+std::optional<std::string> SettingsStore::get(std::string_view section, std::string_view key) const {
+  const auto found = impl_->slots.find(Place{section, key});
+  return found == impl_->slots.end() ? std::nullopt : std::optional(found->second.text());
+}
+
+std::optional<int> SettingsStore::get_int(std::string_view section, std::string_view key) const noexcept {
+  const auto found = impl_->slots.find(Place{section, key});
+  return found == impl_->slots.end() ? std::nullopt : found->second.number();
+}
+
+void SettingsStore::set(std::string_view section, std::string_view key, const std::string& value) {
+  Slot& slot = impl_->at(section, key);
+  const Setting& setting = slot.setting();
+  setting.check(value);
+  const std::lock_guard lock(impl_->mutex);
+  const std::string previous = slot.text();
+  const bool changes = value != previous;
+  if (!changes && !slot.overridden) {
+    return;
+  }
+  if (!impl_->file.has_value()) {
+    throw ac::ac_exception("setting " + setting.key + " cannot be written: the store is open for reading only", true);
+  }
+  impl_->file->write(setting.section, setting.key, value);
+  slot.overridden = false;
+  slot.put(value);
+  // With the lock held, so that the announcements come in the order of the changes.
+  if (changes && impl_->on_change) {
+    impl_->on_change({setting, value, previous});
+  }
+}
+
+void SettingsStore::override_for_run(std::string_view section, std::string_view key, const std::string& value) {
+  Slot& slot = impl_->at(section, key);
+  slot.setting().check(value);
+  const std::lock_guard lock(impl_->mutex);
+  slot.overridden = true;
+  slot.put(value);
+}
+
+void SettingsStore::seal() {
+  impl_->mutex.lock();  // for good
+  impl_->file.reset();
+}
+
+const SettingsSchema& SettingsStore::schema() const { return impl_->schema; }
+
+SettingsStore* SettingsStore::current() noexcept { return current_store.load(); }
+
+void SettingsStore::make_current(SettingsStore* store) noexcept { current_store.store(store); }
+
+}  // namespace refhost

@@ -1,0 +1,35 @@
+#include "daemon/assignment.h"
+
+#include <algorithm>
+#include <iterator>
+
+#include "daemon/failure.h"
+#include "refhost/settings_schema.h"
+
+namespace achost {
+
+Assignment parse_assignment(const std::string& text) {
+  const auto equals = text.find('=');
+  if (equals == std::string::npos || equals == 0) {
+    throw Failure(kUsage, "--set " + text + ": give KEY=VALUE, for example --set read_interval=5000");
+  }
+  const std::string name = text.substr(0, equals);
+  const auto dot = name.find('.');
+  const bool qualified = dot != std::string::npos;
+  const Assignment result = {qualified ? name.substr(0, dot) : kDefaultSection, qualified ? name.substr(dot + 1) : name,
+                             text.substr(equals + 1)};
+  try {
+    refhost::SettingsSchema::builtin().at(result.section, result.key).check(result.value);
+  } catch (const refhost::SettingError& failure) {
+    throw Failure(kUsage, "--set " + text + ": " + failure.what());
+  }
+  return result;
+}
+
+std::vector<Assignment> parse_assignments(const std::vector<std::string>& texts) {
+  std::vector<Assignment> result;
+  std::transform(texts.begin(), texts.end(), std::back_inserter(result), parse_assignment);
+  return result;
+}
+
+}  // namespace achost

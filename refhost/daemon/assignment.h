@@ -1,0 +1,21 @@
+// A setting and its value on the command line.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace achost {
+
+inline constexpr const char* kDefaultSection = "uhf";
+
+struct Assignment {
+  std::string section;
+  std::string key;
+  std::string value;
+};
+
+// From KEY=VALUE or SECTION.KEY=VALUE, checked against the built-in schema. Throws Failure (kUsage).
+Assignment parse_assignment(const std::string& text);
+std::vector<Assignment> parse_assignments(const std::vector<std::string>& texts);
+
+}  // namespace achost

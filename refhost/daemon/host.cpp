@@ -1,0 +1,114 @@
+#include "daemon/host.h"
+
+#include <pthread.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <thread>
+
+#include "ac/util.h"
+#include "refhost/loader.h"
+
+namespace achost {
+namespace {
+
+// How often the watchdog checks: each second, and several times within a short limit.
+std::chrono::milliseconds checking_period(std::chrono::milliseconds limit) {
+  return std::clamp(limit / 4, std::chrono::milliseconds(1), std::chrono::milliseconds(1000));
+}
+
+// At once and past everything else: the thread that is late may hold any lock.
+[[noreturn]] void end_late(const refhost::WatchdogTable::Late& late) {
+  std::fprintf(stderr, "achost: watchdog: %s has not reported for %.1f s, ending\n", late.name.c_str(),
+               std::chrono::duration<double>(late.silence).count());
+  _exit(kWatchdog);
+}
+
+// An exception that left a thread of the plug-in.
+[[noreturn]] void end_terminated() {
+  const char* reason = "unknown exception";
+  try {
+    if (const auto current = std::current_exception()) {
+      std::rethrow_exception(current);
+    }
+  } catch (const std::exception& failure) {
+    reason = failure.what();
+  } catch (...) {
+  }
+  std::fprintf(stderr, "achost: a thread of the plug-in ended: %s\n", reason);
+  _exit(kPluginEnded);
+}
+
+}  // namespace
+
+Host::Host(const std::filesystem::path& state, Printer::Form form, std::chrono::milliseconds watchdog_limit)
+    : form_(form),
+      lock_(state),
+      settings_(state, refhost::SettingsStore::Access::read_write),
+      audit_(state),
+      printer_(form, [this](int reason) { output_lost(reason); }),
+      watchdog_(refhost::WatchdogTable::instance(), checking_period(watchdog_limit), end_late) {
+  refhost::WatchdogTable::instance().set_limit(watchdog_limit);
+  settings_.on_change(refhost::announce);
+  refhost::SettingsStore::make_current(&settings_);
+  refhost::AuditLog::make_current(&audit_);
+}
+
+void Host::start_plugin(const std::string& path, const std::string& reader) {
+  std::set_terminate(end_terminated);
+  std::thread([this, path, reader] { run_plugin(path, reader); }).detach();
+}
+
+void Host::run_plugin(const std::string& path, const std::string& reader) {
+  using refhost::LoadError;
+  ac::util::set_thread_name("plugin", pthread_self());
+  try {
+    // Never destroyed: its other threads go on when its main function has ended.
+    const auto& plugin = *new refhost::LoadedPlugin(refhost::load(path));
+    std::fprintf(stderr, "achost: %s (%s) reads at %s; Ctrl-C ends\n", plugin.name.c_str(), path.c_str(),
+                 reader.c_str());
+    ending_.request({.status = kPluginEnded, .reason = refhost::run_until_it_ends(plugin)});
+  } catch (const LoadError& failure) {
+    const bool loaded = failure.stage() == LoadError::Stage::start;
+    const std::string way_out = loaded ? "; check the reader at " + reader : "";
+    ending_.request({.status = loaded ? kNoReader : kNoPlugin, .reason = failure.what() + way_out});
+  }
+}
+
+void Host::output_lost(int reason) {
+  const bool nobody_reads = reason == EPIPE;
+  ending_.request(
+      {.status = nobody_reads ? kDone : kFailed,
+       .reason = nobody_reads ? "" : std::string("cannot write to standard output: ") + std::strerror(reason),
+       .output_gone = true});
+}
+
+void Host::print_end(const Ending::Outcome& outcome) {
+  const std::string summary = printer_.finish(std::chrono::steady_clock::now() - started_);
+  if (!outcome.reason.empty()) {
+    std::fprintf(stderr, "achost: %s\n", outcome.reason.c_str());
+  }
+  const bool never_ran = outcome.status == kNoReader || outcome.status == kNoPlugin;
+  if (outcome.output_gone || never_ran) {
+    return;
+  }
+  if (form_ == Printer::Form::json) {
+    std::fprintf(stderr, "achost: %s\n", summary.c_str());
+  } else {
+    write_output(summary + "\n");
+  }
+}
+
+void Host::end_process(std::optional<std::chrono::steady_clock::time_point> deadline) {
+  const auto outcome = ending_.wait(deadline);
+  print_end(outcome);
+  settings_.seal();
+  audit_.seal();
+  _exit(outcome.status);
+}
+
+}  // namespace achost

@@ -1,0 +1,83 @@
+#include "daemon/printer.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <utility>
+
+#include "refhost/bus_counters.h"
+
+namespace achost {
+namespace {
+
+bool wants_colour() {
+  const char* const no_colour = std::getenv("NO_COLOR");
+  return isatty(STDOUT_FILENO) != 0 && (no_colour == nullptr || *no_colour == '\0');
+}
+
+std::string counted(std::uint64_t number, const std::string& noun) {
+  return std::to_string(number) + " " + noun + (number == 1 ? "" : "s");
+}
+
+// What the bus could not do; empty when all went well.
+std::string losses() {
+  const auto counters = refhost::bus_counters();
+  return (counters.dropped == 0 ? "" : ", " + counted(counters.dropped, "message") + " dropped") +
+         (counters.failures == 0 ? "" : ", " + counted(counters.failures, "handler call") + " failed");
+}
+
+}  // namespace
+
+Printer::Printer(Form form, std::function<void(int)> on_failure)
+    : form_(form),
+      colour_(wants_colour()),
+      on_failure_(std::move(on_failure)),
+      subscriber_("achost", {{"identifier_new_card", [this](ac::Message* message) { print(*message); }, false}}) {}
+
+void Printer::print(const ac::Message& message) {
+  const auto identification = Identification::from(message, std::chrono::system_clock::now());
+  const std::string line = form_ == Form::json ? identification.json() : identification.line(colour_);
+  const std::lock_guard lock(mutex_);
+  if (finished_) {
+    return;
+  }
+  ++identifications_;
+  if (cards_.size() < kMostCards) {
+    cards_.insert(identification.card);
+  }
+  if (const int failure = write_output(line + "\n"); failure != 0) {
+    finished_ = true;
+    on_failure_(failure);
+  }
+}
+
+std::string Printer::finish(std::chrono::steady_clock::duration run) {
+  const std::lock_guard lock(mutex_);
+  finished_ = true;
+  return summary_text(std::chrono::duration<double>(run).count(), identifications_, cards_.size(), kMostCards) +
+         losses();
+}
+
+std::string summary_text(double seconds, std::uint64_t identifications, std::size_t cards, std::size_t most_cards) {
+  std::array<char, 32> duration{};
+  std::snprintf(duration.data(), duration.size(), "%.1f s: ", seconds);
+  return duration.data() + counted(identifications, "identification") + " of " +
+         (cards < most_cards ? "" : "at least ") + counted(cards, "card");
+}
+
+int write_output(const std::string& text) {
+  for (std::size_t done = 0; done < text.size();) {
+    const ssize_t written = write(STDOUT_FILENO, text.data() + done, text.size() - done);
+    if (written < 0 && errno != EINTR) {
+      return errno;
+    }
+    done += static_cast<std::size_t>(std::max<ssize_t>(written, 0));
+  }
+  return 0;
+}
+
+}  // namespace achost

@@ -1,0 +1,52 @@
+#include "daemon/reader.h"
+
+#include <utility>
+
+#include "daemon/failure.h"
+#include "default_scenario.h"  // made by the build from the simulator's default.txt
+#include "refhost/settings_store.h"
+#include "uhfsim/scenario.h"
+
+namespace achost {
+namespace {
+
+using refhost::SettingsStore;
+
+// The option, or the setting as this run will have it.
+std::string wanted_port(const RunOptions& options, const std::filesystem::path& state,
+                        const std::vector<Assignment>& assignments) {
+  if (!options.port.empty()) {
+    return std::filesystem::absolute(options.port).string();
+  }
+  SettingsStore settings(state, SettingsStore::Access::read_only);
+  for (const auto& [section, key, value] : assignments) {
+    settings.override_for_run(section, key, value);
+  }
+  return settings.get(kDefaultSection, kPortSetting).value();
+}
+
+uhfsim::Scenario load_scenario(const RunOptions& options) {
+  try {
+    return options.scenario.empty() ? uhfsim::Scenario::parse(embedded::default_scenario, "built-in scenario")
+                                    : uhfsim::Scenario::load(options.scenario);
+  } catch (const uhfsim::ScenarioError& failure) {
+    throw Failure(kUsage, failure.what());
+  }
+}
+
+}  // namespace
+
+Reader::Reader(const RunOptions& options, const std::filesystem::path& state,
+               const std::vector<Assignment>& assignments) {
+  if (!options.simulate) {
+    port_ = wanted_port(options, state, assignments);
+    guard_ = std::make_unique<PortGuard>(port_);
+    return;
+  }
+  auto scenario = load_scenario(options);
+  simulated_ = std::make_unique<uhfsim::SimulatedReader>(uhfsim::Options{.seed = options.seed});
+  simulated_->play(std::move(scenario));
+  port_ = simulated_->path();
+}
+
+}  // namespace achost

@@ -1,0 +1,36 @@
+// The reader of a run.
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "daemon/assignment.h"
+#include "daemon/port_guard.h"
+#include "daemon/run_command.h"
+#include "uhfsim/simulated_reader.h"
+
+namespace achost {
+
+inline constexpr const char* kPortSetting = "serial_port_path";
+
+// A simulated one, or the port at which a real one is, held for this process.
+class Reader {
+ public:
+  // Writes nothing. Throws Failure: kUsage for a scenario that cannot be read, kNoReader or kPortBusy for a port.
+  Reader(const RunOptions& options, const std::filesystem::path& state, const std::vector<Assignment>& assignments);
+
+  // The device to open.
+  const std::string& port() const { return port_; }
+
+  // For a person.
+  std::string description() const { return port_ + (simulated_ == nullptr ? "" : " (simulated)"); }
+
+ private:
+  std::string port_;
+  std::unique_ptr<PortGuard> guard_;
+  std::unique_ptr<uhfsim::SimulatedReader> simulated_;
+};
+
+}  // namespace achost

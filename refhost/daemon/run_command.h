@@ -1,0 +1,30 @@
+// achost run
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace achost {
+
+struct RunOptions {
+  std::string plugin;  // empty: uhf.so in the lib directory beside the program's own
+  std::string state;   // empty: the usual place
+  std::string port;    // empty: the setting serial_port_path
+  bool simulate = false;
+  std::string scenario;  // empty: the built-in one
+  std::uint64_t seed = 1;
+  std::vector<std::string> settings;  // SECTION.KEY=VALUE or KEY=VALUE
+  std::optional<double> seconds;      // empty: until a signal
+  bool json = false;
+  bool debug = false;
+  bool show_cards = false;
+  double watchdog_limit = 30;  // seconds
+};
+
+// Load the plug-in and run it. Throws an exception when that cannot be begun, with everything as it was; otherwise it
+// ends the process: the plug-in's threads never stop, so nothing may be destroyed under them.
+[[noreturn]] void run(const RunOptions& options);
+
+}  // namespace achost

@@ -1,0 +1,16 @@
+// The settings, written out.
+#pragma once
+
+#include <string>
+
+#include "refhost/settings_store.h"
+
+namespace achost {
+
+// One line a setting, in columns, with a heading. Keys of other sections than "uhf" are written SECTION.KEY.
+std::string settings_as_table(const refhost::SettingsStore& store);
+
+// One JSON object a line.
+std::string settings_as_json(const refhost::SettingsStore& store);
+
+}  // namespace achost

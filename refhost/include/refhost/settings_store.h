@@ -1,0 +1,77 @@
+// The configuration store.
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "refhost/settings_schema.h"
+
+namespace refhost {
+
+// All settings of the schema, kept in memory and in the SQLite file settings.db: a read costs some tens of nanoseconds,
+// a write is durable before it returns. Any thread may call, except where said otherwise.
+class SettingsStore {
+ public:
+  enum class Access {
+    read_only,   // nothing is written; without a file every setting has its default
+    read_write,  // the directory (mode 0700) and the file are made when missing
+  };
+
+  struct Change {
+    const Setting& setting;
+    std::string value;
+    std::string previous_value;
+  };
+
+  // Open DIRECTORY/settings.db. Throws ac::ac_exception, with nothing changed, when the file is no settings database or
+  // is of a newer version. A stored value that the schema does not allow (any more) is logged and counts as the
+  // default.
+  SettingsStore(const std::filesystem::path& directory, Access access,
+                const SettingsSchema& schema = SettingsSchema::builtin());
+  ~SettingsStore();
+  SettingsStore(const SettingsStore&) = delete;
+  SettingsStore& operator=(const SettingsStore&) = delete;
+
+  // Called after each change of a value by set(), in the order of the changes, on the thread that made it. It must not
+  // call set(). To be set before other threads use the store.
+  void on_change(std::function<void(const Change&)> callback);
+
+  // The value; nothing when there is no such setting.
+  std::optional<std::string> get(std::string_view section, std::string_view key) const;
+
+  // The value as a number, without a lock; nothing when there is no such setting or it is no number.
+  std::optional<int> get_int(std::string_view section, std::string_view key) const noexcept;
+
+  // Check the value, write it durably and make it the setting's value. Nothing happens when it is the stored value
+  // already. Throws SettingError, or ac::ac_exception when the file cannot be written; nothing is changed then.
+  void set(std::string_view section, std::string_view key, const std::string& value);
+
+  // Check the value and make it the setting's value for this run, in memory only and without telling anybody. A later
+  // set() takes its place. Throws SettingError.
+  void override_for_run(std::string_view section, std::string_view key, const std::string& value);
+
+  // Close the file for good, at the end of the process. A thread that writes from now on waits for that end; reading
+  // goes on.
+  void seal();
+
+  const SettingsSchema& schema() const;
+
+  // The store behind ac::config and ac::config_util, null at the start. A store that is current must not be destroyed
+  // while other threads run.
+  static SettingsStore* current() noexcept;
+  static void make_current(SettingsStore* store) noexcept;
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+// Announces a change on the bus with "config_param_set": strings "module", "param", "value" and "previous_value", int
+// "sys_config" 0. Made for SettingsStore::on_change.
+void announce(const SettingsStore::Change& change);
+
+}  // namespace refhost

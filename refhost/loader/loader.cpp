@@ -1,0 +1,109 @@
+#include "refhost/loader.h"
+
+#include <cxxabi.h>
+#include <dlfcn.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <string_view>
+#include <utility>
+
+#include "loader/plugin_impl.h"
+
+namespace refhost {
+namespace {
+
+using InitFunction = bool (*)(ac::Plugin*, std::string*);
+
+[[noreturn]] void refuse(const std::string& path, const std::string& reason) {
+  throw LoadError(LoadError::Stage::load, "cannot load the plug-in " + path + ": " + reason);
+}
+
+std::string demangled(const std::string& symbol) {
+  int status = 0;
+  const std::unique_ptr<char, decltype(&std::free)> name(abi::__cxa_demangle(symbol.c_str(), nullptr, nullptr, &status),
+                                                         &std::free);
+  return name == nullptr ? symbol : name.get();
+}
+
+// What the dynamic loader reported, without the path that its text begins with and with the name of a missing symbol as
+// the programmer wrote it.
+std::string readable(std::string text, const std::string& path) {
+  constexpr std::string_view kMissing = "undefined symbol: ";
+  if (text.starts_with(path + ": ")) {
+    text.erase(0, path.size() + 2);
+  }
+  const auto found = text.find(kMissing);
+  if (found == std::string::npos) {
+    return text;
+  }
+  const std::string symbol = text.substr(found + kMissing.size());
+  return "this host does not have " + demangled(symbol.substr(0, symbol.find_first_of(", "))) + ", which it needs";
+}
+
+InitFunction find_init(const std::string& path) {
+  void* const handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (handle == nullptr) {
+    refuse(path, readable(dlerror(), path));
+  }
+  void* const entry = dlsym(handle, "init");
+  if (entry == nullptr) {
+    refuse(path, "it has no entry \"init\"");
+  }
+  return reinterpret_cast<InitFunction>(entry);
+}
+
+void call_init(InitFunction init, ac::Plugin& plugin, const std::string& path) {
+  std::string reason;
+  bool started = false;
+  try {
+    started = init(&plugin, &reason);
+  } catch (const std::exception& failure) {
+    reason = failure.what();
+  } catch (...) {
+    reason = "unknown exception";
+  }
+  if (!started) {
+    throw LoadError(LoadError::Stage::start,
+                    "the plug-in " + path + " did not start: " + (reason.empty() ? "it gave no reason" : reason));
+  }
+}
+
+}  // namespace
+
+void check_plugin_path(const std::string& path) {
+  if (!path.starts_with('/')) {
+    refuse(path, "give its absolute path");
+  }
+  std::error_code failure;
+  if (!std::filesystem::is_regular_file(path, failure)) {
+    refuse(path, "there is no such file");
+  }
+}
+
+LoadedPlugin load(const std::string& path) {
+  check_plugin_path(path);
+  const InitFunction init = find_init(path);
+  ac::Plugin plugin;
+  call_init(init, plugin, path);
+  auto& described = ac::Plugin::Impl::of(plugin);
+  if (described.run == nullptr) {
+    refuse(path, "its init set no main function (ac::Plugin::set_run)");
+  }
+  const std::string name = described.name.empty() ? path : described.name;
+  return {path, name, described.run, std::make_unique<Subscriber>(name, described.listeners)};
+}
+
+std::string run_until_it_ends(const LoadedPlugin& plugin) {
+  try {
+    const int result = plugin.run();
+    return "the plug-in " + plugin.name + " ended: its main function returned " + std::to_string(result);
+  } catch (const std::exception& failure) {
+    return "the plug-in " + plugin.name + " ended: " + failure.what();
+  } catch (...) {
+    return "the plug-in " + plugin.name + " ended: unknown exception";
+  }
+}
+
+}  // namespace refhost

@@ -1,0 +1,249 @@
+#include "refhost/settings_store.h"
+
+#include <SQLiteCpp/SQLiteCpp.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <atomic>
+#include <fstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "refhost/subscriber.h"
+#include "tests/support.h"
+
+namespace refhost::test {
+namespace {
+
+using Access = SettingsStore::Access;
+
+class Store : public testing::Test {
+ protected:
+  std::filesystem::path state() const { return directory_.path() / "state"; }
+  std::filesystem::path file() const { return state() / "settings.db"; }
+
+  // What a process that opens the store later finds.
+  std::string stored(const std::string& key) const {
+    return SettingsStore(state(), Access::read_only).get("uhf", key).value();
+  }
+
+ private:
+  TemporaryDirectory directory_;
+};
+
+TEST_F(Store, BeginsWithTheDefaults) {
+  const SettingsStore store(state(), Access::read_write);
+  EXPECT_EQ(store.get("uhf", "region"), "BRAZIL");
+  EXPECT_EQ(store.get_int("uhf", "read_interval"), 3000);
+  EXPECT_EQ(store.get_int("host", "device_id"), 1);
+}
+
+TEST_F(Store, WrittenValueIsThereAfterReopening) {
+  SettingsStore(state(), Access::read_write).set("uhf", "read_interval", "4000");
+  const SettingsStore store(state(), Access::read_write);
+  EXPECT_EQ(store.get("uhf", "read_interval"), "4000");
+  EXPECT_EQ(store.get_int("uhf", "read_interval"), 4000);
+}
+
+TEST_F(Store, WriteIsInTheFileWhenSetReturns) {
+  SettingsStore store(state(), Access::read_write);
+  store.set("uhf", "region", "europe");
+  EXPECT_EQ(stored("region"), "europe");
+}
+
+TEST_F(Store, ValueThatIsNotAllowedChangesNothing) {
+  SettingsStore store(state(), Access::read_write);
+  store.set("uhf", "transmit_power", "1000");
+  EXPECT_THROW(store.set("uhf", "transmit_power", "65536"), SettingError);
+  EXPECT_THROW(store.set("uhf", "transmit_powr", "1"), SettingError);
+  EXPECT_EQ(store.get_int("uhf", "transmit_power"), 1000);
+  EXPECT_EQ(stored("transmit_power"), "1000");
+}
+
+TEST_F(Store, OverrideIsForThisRunOnly) {
+  {
+    SettingsStore store(state(), Access::read_write);
+    store.override_for_run("uhf", "read_interval", "9000");
+    EXPECT_EQ(store.get("uhf", "read_interval"), "9000");
+    EXPECT_EQ(store.get_int("uhf", "read_interval"), 9000);
+  }
+  EXPECT_EQ(stored("read_interval"), "3000");
+}
+
+TEST_F(Store, OverrideIsCheckedToo) {
+  SettingsStore store(state(), Access::read_write);
+  EXPECT_THROW(store.override_for_run("uhf", "read_interval", "soon"), SettingError);
+  EXPECT_THROW(store.override_for_run("uhf", "reed_interval", "1"), SettingError);
+  EXPECT_EQ(store.get_int("uhf", "read_interval"), 3000);
+}
+
+TEST_F(Store, SetAfterAnOverrideStoresTheValueEvenWhenItIsTheSame) {
+  SettingsStore store(state(), Access::read_write);
+  int changes = 0;
+  store.on_change([&](const SettingsStore::Change&) { ++changes; });
+  store.override_for_run("uhf", "read_interval", "9000");
+  store.set("uhf", "read_interval", "9000");
+  EXPECT_EQ(stored("read_interval"), "9000");
+  EXPECT_EQ(changes, 0) << "the value of the run did not change";
+}
+
+TEST_F(Store, ChangeIsToldWithTheValueBefore) {
+  SettingsStore store(state(), Access::read_write);
+  std::vector<std::string> changes;
+  store.on_change([&](const SettingsStore::Change& change) {
+    changes.push_back(change.setting.section + "." + change.setting.key + " " + change.previous_value + ">" +
+                      change.value + " stored " + stored(change.setting.key));
+  });
+  store.set("uhf", "read_interval", "4000");
+  store.set("uhf", "read_interval", "5000");
+  EXPECT_EQ(changes, std::vector<std::string>(
+                         {"uhf.read_interval 3000>4000 stored 4000", "uhf.read_interval 4000>5000 stored 5000"}));
+}
+
+TEST_F(Store, SettingTheValueThatItHasIsNoChangeAndWritesNothing) {
+  SettingsStore store(state(), Access::read_write);
+  int changes = 0;
+  store.on_change([&](const SettingsStore::Change&) { ++changes; });
+  store.set("uhf", "read_interval", "3000");
+  EXPECT_EQ(changes, 0);
+  EXPECT_EQ(SQLite::Database(file().string()).execAndGet("SELECT count(*) FROM settings").getInt(), 0);
+}
+
+TEST_F(Store, AnnouncesAChangeOnTheBus) {
+  Recorder<std::string> announced;
+  const Subscriber subscriber("s", {on("config_param_set", [&](ac::Message* m) {
+                                std::string text;
+                                for (const char* field : {"module", "param", "value", "previous_value"}) {
+                                  std::string value = "(missing)";
+                                  m->get_string(field, &value);
+                                  text += value + " ";
+                                }
+                                int sys_config = -1;
+                                m->get_int("sys_config", &sys_config);
+                                announced.add(text + std::to_string(sys_config));
+                              })});
+  SettingsStore store(state(), Access::read_write);
+  store.on_change(announce);
+  store.set("uhf", "region", "KOREA");
+  EXPECT_EQ(announced.wait_for(1), std::vector<std::string>({"uhf region KOREA BRAZIL 0"}));
+}
+
+TEST_F(Store, UnknownKeyHasNoValue) {
+  const SettingsStore store(state(), Access::read_write);
+  EXPECT_EQ(store.get("uhf", "nothing"), std::nullopt);
+  EXPECT_EQ(store.get("host", "region"), std::nullopt);
+  EXPECT_EQ(store.get_int("uhf", "nothing"), std::nullopt);
+}
+
+TEST_F(Store, TextIsNoNumber) {
+  const SettingsStore store(state(), Access::read_write);
+  EXPECT_EQ(store.get_int("uhf", "region"), std::nullopt);
+  EXPECT_EQ(store.get_int("uhf", "work_channel_enable"), std::nullopt);
+}
+
+TEST_F(Store, DirectoryAndFileAreForTheUserAlone) {
+  const SettingsStore store(state() / "deeper", Access::read_write);
+  const auto mode = [](const std::filesystem::path& path) {
+    struct stat file {};
+    EXPECT_EQ(stat(path.c_str(), &file), 0) << path;
+    return file.st_mode & 07777U;
+  };
+  EXPECT_EQ(mode(state()), 0700U);
+  EXPECT_EQ(mode(state() / "deeper"), 0700U);
+  EXPECT_EQ(mode(state() / "deeper" / "settings.db"), 0600U);
+}
+
+TEST_F(Store, FileIsWrittenThroughALogAndSynchronously) {
+  SettingsStore(state(), Access::read_write).set("uhf", "region", "KOREA");
+  SQLite::Database database(file().string());
+  EXPECT_EQ(database.execAndGet("PRAGMA journal_mode").getString(), "wal");
+  EXPECT_EQ(database.execAndGet("PRAGMA user_version").getInt(), 1);
+}
+
+TEST_F(Store, ReadOnlyWritesNothing) {
+  SettingsStore store(state(), Access::read_only);
+  EXPECT_EQ(store.get("uhf", "region"), "BRAZIL");
+  EXPECT_THROW(store.set("uhf", "region", "KOREA"), ac::ac_exception);
+  EXPECT_EQ(store.get("uhf", "region"), "BRAZIL");
+  EXPECT_FALSE(std::filesystem::exists(state()));
+}
+
+TEST_F(Store, StoredValueThatIsNotAllowedIsLoggedAndCountsAsTheDefault) {
+  { const SettingsStore store(state(), Access::read_write); }
+  SQLite::Database(file().string(), SQLite::OPEN_READWRITE)
+      .exec(
+          "INSERT INTO settings VALUES('uhf', 'transmit_power', 'lots'), ('uhf', 'gone', '1'), "
+          "('uhf', 'region', 'KOREA')");
+  testing::internal::CaptureStderr();
+  const SettingsStore store(state(), Access::read_write);
+  const std::string log = testing::internal::GetCapturedStderr();
+  EXPECT_EQ(store.get("uhf", "transmit_power"), "2600");
+  EXPECT_EQ(store.get("uhf", "region"), "KOREA");
+  EXPECT_NE(log.find("setting transmit_power cannot be \"lots\""), std::string::npos) << log;
+  EXPECT_NE(log.find("there is no setting gone"), std::string::npos) << log;
+}
+
+class DamagedStore : public Store, public testing::WithParamInterface<Access> {
+ protected:
+  // Opening fails with a line that names the file and holds the text, and the file stays as it is.
+  void expect_refusal(const std::string& text) {
+    const std::string before = content_of(file());
+    const std::string failure = failure_of([&] { SettingsStore(state(), GetParam()); });
+    EXPECT_NE(failure.find(file().string()), std::string::npos) << failure;
+    EXPECT_NE(failure.find(text), std::string::npos) << failure;
+    EXPECT_EQ(failure.find('\n'), std::string::npos) << failure;
+    EXPECT_EQ(content_of(file()), before);
+  }
+};
+
+TEST_P(DamagedStore, FileThatIsNoDatabaseIsRefused) {
+  std::filesystem::create_directories(state());
+  std::ofstream(file()) << std::string(5000, 'x');
+  expect_refusal("restore a copy of it, or move it away to begin with the defaults");
+}
+
+TEST_P(DamagedStore, DatabaseOfSomethingElseIsRefused) {
+  std::filesystem::create_directories(state());
+  SQLite::Database(file().string(), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE).exec("CREATE TABLE other(a)");
+  expect_refusal("is no readable settings database (no such table: settings)");
+}
+
+TEST_P(DamagedStore, NewerVersionIsRefused) {
+  { const SettingsStore store(state(), Access::read_write); }
+  SQLite::Database(file().string(), SQLite::OPEN_READWRITE).exec("PRAGMA user_version = 2");
+  expect_refusal("is a settings database of version 2, newer than this program knows (1)");
+}
+
+INSTANTIATE_TEST_SUITE_P(BothWays, DamagedStore, testing::Values(Access::read_only, Access::read_write));
+
+TEST_F(Store, FailedWriteChangesNothing) {
+  SettingsStore store(state(), Access::read_write);
+  SQLite::Database other(file().string(), SQLite::OPEN_READWRITE);
+  other.exec("DROP TABLE settings");
+  const std::string failure = failure_of([&] { store.set("uhf", "region", "KOREA"); });
+  EXPECT_NE(failure.find(file().string()), std::string::npos) << failure;
+  EXPECT_EQ(store.get("uhf", "region"), "BRAZIL");
+}
+
+TEST_F(Store, ManyThreadsReadAndWrite) {
+  SettingsStore store(state(), Access::read_write);
+  std::atomic<bool> stop{false};
+  std::vector<std::jthread> readers;
+  for (int i = 0; i < 2; ++i) {
+    readers.emplace_back([&] {
+      while (!stop) {
+        const int number = store.get_int("uhf", "read_interval").value();
+        ASSERT_TRUE(number == 3000 || (number >= 5000 && number < 5020)) << number;
+        ASSERT_EQ(store.get("uhf", "read_interval")->size(), 4U);
+      }
+    });
+  }
+  for (int i = 0; i < 20; ++i) {
+    store.set("uhf", "read_interval", std::to_string(5000 + i));
+  }
+  stop = true;
+}
+
+}  // namespace
+}  // namespace refhost::test

@@ -1,0 +1,83 @@
+#include "ac/util.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstring>
+#include <ctime>
+#include <set>
+#include <string>
+#include <thread>
+
+#include "ac/exception.h"
+#include "refhost/instance_lock.h"
+#include "tests/support.h"
+
+namespace refhost::test {
+namespace {
+
+TEST(Util, DateAndTimeIsLocalWithMilliseconds) {
+  std::array<char, 64> buffer{};
+  buffer.fill('x');
+  const std::time_t before = std::time(nullptr);
+  ac::util::get_formatted_date_and_time_ms(buffer.data());
+  const std::time_t after = std::time(nullptr);
+  const std::string text = buffer.data();
+  ASSERT_THAT(text, testing::MatchesRegex(R"([0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}\.[0-9]{3})"));
+  std::tm local{};
+  ASSERT_NE(strptime(text.c_str(), "%Y-%m-%d %H:%M:%S", &local), nullptr);
+  local.tm_isdst = -1;
+  const std::time_t told = std::mktime(&local);
+  EXPECT_GE(told, before);
+  EXPECT_LE(told, after);
+}
+
+TEST(Util, UuidIsARandomOne) {
+  constexpr const char* kExpected = "[0-9a-f]{8}-[0-9a-f]{4}-4[0-9a-f]{3}-[89ab][0-9a-f]{3}-[0-9a-f]{12}";
+  std::set<std::string> seen;
+  for (int i = 0; i < 1000; ++i) {
+    const std::string uuid = ac::util::identifier::generate_new_uuid();
+    ASSERT_THAT(uuid, testing::MatchesRegex(kExpected));
+    seen.insert(uuid);
+  }
+  EXPECT_EQ(seen.size(), 1000U);
+}
+
+TEST(Util, ThreadNameIsCutToWhatTheSystemKeeps) {
+  std::thread([] {
+    ac::util::set_thread_name("uhf_write_threads", pthread_self());
+    std::array<char, 16> name{};
+    pthread_getname_np(pthread_self(), name.data(), name.size());
+    EXPECT_STREQ(name.data(), "uhf_write_threa");
+  }).join();
+}
+
+TEST(Util, SystemReturnsTheWaitStatus) {
+  const int status = ac::util::system("exit 3");
+  EXPECT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(WEXITSTATUS(status), 3);
+}
+
+TEST(InstanceLock, SecondHolderIsRefusedWithThePidOfTheFirst) {
+  const TemporaryDirectory directory;
+  const InstanceLock lock(directory.path());
+  EXPECT_EQ(failure_of([&] { InstanceLock second(directory.path()); }),
+            "the state directory " + directory.path().string() + " is in use by process " + std::to_string(getpid()) +
+                ": end it first, or give another directory with --state");
+}
+
+TEST(InstanceLock, IsFreeAgainWhenItsHolderHasGone) {
+  const TemporaryDirectory directory;
+  { const InstanceLock lock(directory.path()); }
+  EXPECT_NO_THROW(InstanceLock(directory.path()));
+}
+
+TEST(InstanceLock, DirectoryThatCannotBeMadeIsAnError) {
+  EXPECT_THROW(InstanceLock("/proc/no/such"), ac::ac_exception);
+}
+
+}  // namespace
+}  // namespace refhost::test

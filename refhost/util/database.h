@@ -1,0 +1,35 @@
+// Opening the SQLite files of the host.
+#pragma once
+
+#include <SQLiteCpp/SQLiteCpp.h>
+
+#include <filesystem>
+#include <string>
+
+namespace refhost {
+
+// A kind of file.
+struct DatabaseKind {
+  const char* noun;     // for messages: "settings database"
+  int version;          // kept in the file as user_version
+  const char* schema;   // the SQL that makes its tables
+  const char* probe;    // a query that succeeds on a file of this kind
+  const char* way_out;  // what a person can do about a file that cannot be read
+};
+
+// Open the file for reading and writing: every transaction is on the disk when it returns (write-ahead log,
+// synchronous=FULL). A new file gets its tables. Throws ac::ac_exception, one line that names the file, and changes
+// nothing, when it is not of that kind, is damaged, or is of a newer version.
+SQLite::Database open_database(const std::filesystem::path& file, const DatabaseKind& kind);
+
+// The same for reading only; the file must exist.
+SQLite::Database open_database_to_read(const std::filesystem::path& file, const DatabaseKind& kind);
+
+// The exception for a failure of that file.
+[[noreturn]] void throw_database_failure(const std::filesystem::path& file, const DatabaseKind& kind,
+                                         const SQLite::Exception& failure);
+
+// Make a directory of the host's state, with those above it, for the user alone (0700). Throws ac::ac_exception.
+void make_state_directory(const std::filesystem::path& directory);
+
+}  // namespace refhost

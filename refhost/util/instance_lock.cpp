@@ -1,0 +1,53 @@
+#include "refhost/instance_lock.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <string>
+
+#include "ac/exception.h"
+#include "util/database.h"
+
+namespace refhost {
+namespace {
+
+// The holder's pid as it wrote it, or words when it has not come to that yet.
+std::string holder(int fd) {
+  std::array<char, 16> buffer{};
+  const ssize_t length = pread(fd, buffer.data(), buffer.size() - 1, 0);
+  return length > 0 ? "process " + std::string(buffer.data()) : "another process";
+}
+
+int open_and_lock(const std::filesystem::path& directory) {
+  make_state_directory(directory);
+  const auto file = directory / "lock";
+  const int fd = open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  if (fd < 0) {
+    throw ac::ac_exception("cannot open " + file.string() + ": " + std::strerror(errno), true);
+  }
+  if (flock(fd, LOCK_EX | LOCK_NB) != 0) {
+    const std::string text = "the state directory " + directory.string() + " is in use by " + holder(fd) +
+                             ": end it first, or give another directory with --state";
+    close(fd);
+    throw ac::ac_exception(text, true);
+  }
+  return fd;
+}
+
+}  // namespace
+
+InstanceLock::InstanceLock(const std::filesystem::path& directory) : fd_(open_and_lock(directory)) {
+  const std::string pid = std::to_string(getpid());
+  // The pid serves a message only: without it the lock holds all the same.
+  if (ftruncate(fd_, 0) != 0 || pwrite(fd_, pid.data(), pid.size(), 0) < 0) {
+    return;
+  }
+}
+
+InstanceLock::~InstanceLock() { close(fd_); }
+
+}  // namespace refhost

@@ -1,0 +1,35 @@
+#include "refhost/watchdog.h"
+
+#include <pthread.h>
+
+#include <utility>
+
+#include "ac/util.h"
+
+namespace refhost {
+
+Watchdog::Watchdog(WatchdogTable& table, std::chrono::milliseconds period,
+                   std::function<void(const WatchdogTable::Late&)> on_late)
+    : table_(table), period_(period), on_late_(std::move(on_late)), thread_([this] { run(); }) {}
+
+Watchdog::~Watchdog() {
+  {
+    const std::lock_guard lock(mutex_);
+    ending_ = true;
+  }
+  ended_.notify_one();
+  thread_.join();
+}
+
+void Watchdog::run() {
+  ac::util::set_thread_name("watchdog", pthread_self());
+  std::unique_lock lock(mutex_);
+  while (!ended_.wait_for(lock, period_, [this] { return ending_; })) {
+    if (const auto late = table_.check(WatchdogTable::Clock::now())) {
+      on_late_(*late);
+      return;
+    }
+  }
+}
+
+}  // namespace refhost
