@@ -18,9 +18,12 @@ void Message::add_int(const std::string& name, int value) { impl_->fields.add(na
 void Message::add_int64(const std::string& name, std::int64_t value) { impl_->fields.add(name, value); }
 void Message::add_string(const std::string& name, const std::string& value) { impl_->fields.add(name, value); }
 
+// The interface passes the names by value.
+// NOLINTBEGIN(performance-unnecessary-value-param)
 bool Message::get_int(std::string name, int* value) const { return impl_->fields.get(name, value); }
 bool Message::get_int64(std::string name, std::int64_t* value) const { return impl_->fields.get(name, value); }
 bool Message::get_string(std::string name, std::string* value) const { return impl_->fields.get(name, value); }
+// NOLINTEND(performance-unnecessary-value-param)
 
 const std::string& Message::type() const { return impl_->type; }
 

@@ -36,15 +36,18 @@ std::unique_ptr<ac::Message> Routes::post(std::unique_ptr<ac::Message> message, 
     return nullptr;
   }
   std::unique_ptr<ac::Message> kept;
-  for (Subscriber::Impl* subscriber : found->second) {
-    const bool last = subscriber == found->second.back();
-    auto own = last ? std::move(message) : ac::Message::Impl::copy(*message);
+  const auto give = [&](Subscriber::Impl* subscriber, std::unique_ptr<ac::Message> own) {
     if (subscriber == inline_for) {
       kept = std::move(own);
     } else {
       subscriber->inbox.put(std::move(own));
     }
+  };
+  const auto& interested = found->second;
+  for (std::size_t i = 0; i + 1 < interested.size(); ++i) {
+    give(interested[i], ac::Message::Impl::copy(*message));
   }
+  give(interested.back(), std::move(message));
   return kept;
 }
 

@@ -16,8 +16,8 @@ Assignment parse_assignment(const std::string& text) {
   const std::string name = text.substr(0, equals);
   const auto dot = name.find('.');
   const bool qualified = dot != std::string::npos;
-  const Assignment result = {qualified ? name.substr(0, dot) : kDefaultSection, qualified ? name.substr(dot + 1) : name,
-                             text.substr(equals + 1)};
+  Assignment result = {qualified ? name.substr(0, dot) : kDefaultSection, qualified ? name.substr(dot + 1) : name,
+                       text.substr(equals + 1)};
   try {
     refhost::SettingsSchema::builtin().at(result.section, result.key).check(result.value);
   } catch (const refhost::SettingError& failure) {

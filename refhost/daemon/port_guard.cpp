@@ -117,11 +117,12 @@ std::string open_failure_text(const std::string& path, int reason) {
   if (reason == EISDIR) {
     return path + " is not a serial port: " + kHowToFind;
   }
-  const std::string text = "the port " + path + " cannot be opened: " + std::strerror(reason);
-  if (reason == EACCES || reason == EPERM) {
-    return text + "; serial ports belong to the group dialout: `sudo usermod -aG dialout $USER`, then log in again";
-  }
-  return text + "; is the reader plugged in?";
+  std::string text = "the port " + path + " cannot be opened: " + std::strerror(reason);
+  const bool no_permission = reason == EACCES || reason == EPERM;
+  text += no_permission
+              ? "; serial ports belong to the group dialout: `sudo usermod -aG dialout $USER`, then log in again"
+              : "; is the reader plugged in?";
+  return text;
 }
 
 PortGuard::PortGuard(const std::string& path) : fd_(open_port(path)) {

@@ -35,21 +35,13 @@ spdlog::logger& logger() {
   return *instance;
 }
 
-void write(Level level, std::string_view text, std::string_view source, std::string_view function, long line) {
+void write(Level level, std::string_view text, std::string_view source, std::string_view function, int line) {
   logger().log(spdlog_level(level), "[{}] {}:{}:{}: {}", escape(thread_name()), source, function, line, text);
 }
 
-// "put" of "void refhost::Inbox::put(std::string) const".
-std::string_view bare_name(std::string_view function) {
-  const std::string_view before_arguments = function.substr(0, function.find('('));
-  return before_arguments.substr(before_arguments.find_last_of(" :") + 1);
-}
-
-void write_own(Level level, const std::string& text, const std::source_location& where) {
+void write_own(Level level, const std::string& text, std::string_view file, const char* function, int line) {
   if (logger().should_log(spdlog_level(level))) {
-    const std::string_view path = where.file_name();
-    write(level, escape(text), path.substr(path.rfind('/') + 1), bare_name(where.function_name()),
-          static_cast<long>(where.line()));
+    write(level, escape(text), file.substr(file.rfind('/') + 1), function, line);
   }
 }
 
@@ -59,9 +51,17 @@ void set_threshold(Level level) { logger().set_level(spdlog_level(level)); }
 
 void show_cards(bool show) { cards_are_shown = show; }
 
-void info(const std::string& text, std::source_location where) { write_own(Level::info, text, where); }
-void warning(const std::string& text, std::source_location where) { write_own(Level::warning, text, where); }
-void error(const std::string& text, std::source_location where) { write_own(Level::error, text, where); }
+void info(const std::string& text, const char* file, const char* function, int line) {
+  write_own(Level::info, text, file, function, line);
+}
+
+void warning(const std::string& text, const char* file, const char* function, int line) {
+  write_own(Level::warning, text, file, function, line);
+}
+
+void error(const std::string& text, const char* file, const char* function, int line) {
+  write_own(Level::error, text, file, function, line);
+}
 
 }  // namespace refhost::log
 

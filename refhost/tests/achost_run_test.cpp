@@ -178,7 +178,9 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(EndCase{"missing_init", 6, "plugin_missing_init.so: it has no entry \"init\"\n"},
                     EndCase{"undefined_symbol", 6, "this host does not have ac::future::operation("},
                     EndCase{"no_run", 6, "its init set no main function (ac::Plugin::set_run)\n"},
-                    EndCase{"init_false", 3, "did not start: Error opening Serial Port: No such file or directory; check the reader at "},
+                    EndCase{
+                        "init_false", 3,
+                        "did not start: Error opening Serial Port: No such file or directory; check the reader at "},
                     EndCase{"silent", 7, "achost: watchdog: silent has not reported for "},
                     EndCase{"returns", 8, "achost: the plug-in returns ended: its main function returned 5\n"},
                     EndCase{"throws", 8, "achost: the plug-in throws ended: Empty reply; gpio: 9\n"}),

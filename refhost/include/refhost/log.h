@@ -1,7 +1,6 @@
 // The log of the host: the debug lines of the plug-ins and the host's own.
 #pragma once
 
-#include <source_location>
 #include <string>
 
 // One line an entry on standard error: local time with milliseconds, level, thread, source:function:line, text. Control
@@ -16,9 +15,13 @@ void set_threshold(Level level);
 // Show card values in full. At the start the debug lines that carry one show its last four characters only.
 void show_cards(bool show);
 
-// Write an entry of the host's own.
-void info(const std::string& text, std::source_location where = std::source_location::current());
-void warning(const std::string& text, std::source_location where = std::source_location::current());
-void error(const std::string& text, std::source_location where = std::source_location::current());
+// Write an entry of the host's own. The place is the caller's, found by the compiler. (std::source_location would do
+// the same, but clang 14 does not have it.)
+void info(const std::string& text, const char* file = __builtin_FILE(), const char* function = __builtin_FUNCTION(),
+          int line = __builtin_LINE());
+void warning(const std::string& text, const char* file = __builtin_FILE(), const char* function = __builtin_FUNCTION(),
+             int line = __builtin_LINE());
+void error(const std::string& text, const char* file = __builtin_FILE(), const char* function = __builtin_FUNCTION(),
+           int line = __builtin_LINE());
 
 }  // namespace refhost::log
