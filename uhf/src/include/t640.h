@@ -15,7 +15,7 @@
 namespace ac::UHF {
 
 // Keeps nothing of the reader's state between operations. Its destruction closes the serial line.
-class T640 final : public UHFModule {
+class T640 : public UHFModule {
  public:
   using UHFModule::UHFModule;
 

@@ -21,7 +21,8 @@ std::span<const unsigned char> valueBytes(const std::vector<unsigned char>& epc,
 
 std::uint64_t toCardValue(const std::vector<unsigned char>& epc) {
   const int bits = std::max(intSetting("identification_bits"), 0);
-  const auto count = static_cast<std::size_t>(bits / 8 + (bits % 8 != 0));
+  const int bytes = bits / 8 + (bits % 8 != 0);
+  const auto count = static_cast<std::size_t>(bytes);
   const bool fromFront = toLower(textSetting("reader_type")) == "lsb";
   std::uint64_t value = 0;
   for (const unsigned char byte : valueBytes(epc, count, fromFront)) {

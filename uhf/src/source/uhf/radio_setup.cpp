@@ -50,6 +50,7 @@ void setRegion() {
   const auto region = [&name] {
     const auto* known = find(REGIONS, std::string_view(name));
     if (known == nullptr) {
+      // NOLINTNEXTLINE(bugprone-lambda-function-name): "operator()" is what this line says
       debugLog("Region " + name + " not found in region map. Using default region: Brazil", __func__, __LINE__);
       return Region::BRAZIL;
     }
