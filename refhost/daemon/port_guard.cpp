@@ -71,7 +71,7 @@ std::optional<std::string> user_of(dev_t device) {
     if (is_number(pid) && pid != std::to_string(getpid()) && uses(entry->path(), device)) {
       std::string command;
       std::getline(std::ifstream(entry->path() / "comm"), command);
-      return "process " + pid + " (" + command + ")";
+      return std::string("process ").append(pid).append(" (").append(command).append(")");
     }
   }
   return std::nullopt;

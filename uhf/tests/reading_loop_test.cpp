@@ -4,8 +4,11 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <future>
+#include <thread>
 
 #include "ac/exception.h"
 #include "fake_module.h"
@@ -81,9 +84,12 @@ TEST_F(Run, KeepsItsThreeNamesAlive) {
 
 TEST_F(Run, StartsTheQueueOnAThreadNamedForIt) {
   auto loop = start([] { return FakeModule::Inventory(false, {}); });
-  EXPECT_TRUE(host().waitUntil([] { return host().keepAlives("uhf_worker") > 0; }));
-  EXPECT_THAT(host().calls(), testing::IsSupersetOf({"set_thread_name uhf_watchdog true", "process 5",
-                                                     "get_int uhf probe_interval false"}));
+  EXPECT_TRUE(host().waitUntil([] {
+    const auto calls = host().calls();
+    return std::ranges::count(calls, "set_thread_name uhf_watchdog true") == 1 &&
+           std::ranges::count(calls, "process 5") == 1 &&
+           std::ranges::count(calls, "get_int uhf probe_interval false") == 1;
+  }));
   EXPECT_EQ(getProbeInterval(), 1);
   fail = true;
   loop.get();
@@ -148,6 +154,31 @@ TEST_F(Run, TakesAChangedIntervalAtOnce) {
     const auto passes = host().keepAlives("uhf");
     EXPECT_TRUE(host().waitUntil([passes] { return host().keepAlives("uhf") > passes + 2; })) << interval;
   }
+  fail = true;
+  loop.get();
+}
+
+TEST_F(Run, EachSuccessfulInventoryWakesTheDispatch) {
+  watchdogTimeout = 0;  // a keep-alive each round
+  std::promise<void> released;
+  auto release = released.get_future().share();
+  std::atomic<bool> inventorying = false;
+  auto loop = start([release, &inventorying] {
+    inventorying = true;
+    release.wait();
+    return FakeModule::Inventory(true, {tag("00 00 00 05")});
+  });
+  // Not before: the reading loop would sleep for an hour too.
+  ASSERT_TRUE(host().waitUntil([&] { return inventorying && host().keepAlives("uhf_write_threads") > 0; }));
+  setProbeInterval(3'600'000);
+  // The dispatch now goes to sleep for an hour: that is when its rounds stop.
+  for (std::size_t rounds = 0; rounds != host().keepAlives("uhf_write_threads");) {
+    rounds = host().keepAlives("uhf_write_threads");
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  }
+  setProbeInterval(1);  // of the reading loop's next pass
+  released.set_value();
+  EXPECT_TRUE(host().waitUntil([] { return host().messages("identifier_new_card").size() == 1; }));
   fail = true;
   loop.get();
 }
