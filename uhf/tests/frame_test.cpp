@@ -3,8 +3,8 @@
 
 #include <gmock/gmock.h>
 
-#include "ac/exception.h"
 #include "byte_reader.h"
+#include "failure.h"
 #include "frame_catalogue.h"
 #include "hex.h"
 
@@ -12,17 +12,6 @@ using ac::UHF::Frame;
 using ac::UHF::parse;
 
 namespace {
-
-// The text of the ac::ac_exception that action throws; empty when it throws none.
-template <class Action>
-std::string failureOf(Action action) {
-  try {
-    action();
-  } catch (const ac::ac_exception& error) {
-    return error.what();
-  }
-  return "";
-}
 
 std::string decodingFailure(const std::string& bytes) {
   return failureOf([&] { Frame::fromData(hex(bytes)); });

@@ -3,7 +3,7 @@
 
 #include <gmock/gmock.h>
 
-#include "ac/exception.h"
+#include "failure.h"
 #include "fake_module.h"
 #include "second_host.h"
 
@@ -16,16 +16,6 @@ class RadioSetup : public testing::Test {
  protected:
   void SetUp() override { host().reset(); }
   void TearDown() override { t640_module.reset(); }
-
-  template <class Action>
-  static std::string failureOf(Action action) {
-    try {
-      action();
-    } catch (const ac::ac_exception& error) {
-      return error.what();
-    }
-    return "";
-  }
 
   // What the plug-in allows the host's "work_channel_enable" to be after setting this region.
   std::string channelsAllowedFor(const std::string& region) {

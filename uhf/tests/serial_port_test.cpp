@@ -14,7 +14,7 @@
 #include <fstream>
 #include <thread>
 
-#include "ac/exception.h"
+#include "failure.h"
 #include "hex.h"
 #include "reader_peer.h"
 
@@ -85,16 +85,6 @@ class SerialPortTest : public testing::Test {
   termios lineFor(milliseconds timeout) {
     const SerialPort port("/dev/null", timeout);
     return sys.lines.back();
-  }
-
-  template <class Action>
-  static std::string failureOf(Action action) {
-    try {
-      action();
-    } catch (const ac::ac_exception& error) {
-      return error.what();
-    }
-    return "";
   }
 
   ReaderPeer peer;

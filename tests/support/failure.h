@@ -1,0 +1,17 @@
+// What an action fails with, for tests.
+#pragma once
+
+#include <string>
+
+#include "ac/exception.h"
+
+// The text of the ac::ac_exception that the action throws; empty when it throws none.
+template <class Action>
+std::string failureOf(Action action) {
+  try {
+    action();
+  } catch (const ac::ac_exception& error) {
+    return error.what();
+  }
+  return "";
+}
