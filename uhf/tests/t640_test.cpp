@@ -75,13 +75,14 @@ class T640Test : public testing::Test {
     return result.get();
   }
 
-  static void expectDebugLine(const std::string& text, const std::string& source, const std::string& function) {
+  static void expectDebugLine(const std::string& text, const std::string& source, const std::string& function,
+                              int line) {
     const auto lines = host().debugLines();
     ASSERT_EQ(lines.size(), 1U);
     EXPECT_EQ(lines[0].text, text);
     EXPECT_EQ(lines[0].source, source);
     EXPECT_EQ(lines[0].function, function);
-    EXPECT_GT(lines[0].line, 0);
+    EXPECT_EQ(lines[0].line, line);
   }
 
   ReaderPeer peer;
@@ -95,12 +96,13 @@ using Getter = T640Test;
 using Setter = T640Test;
 using Driver = T640Test;
 
-void expectSendFrameLine(const std::string& text) {
+void expectSendFrameLine(const std::string& text, int line) {
   const auto lines = host().debugLines();
   ASSERT_EQ(lines.size(), 1U) << text;
   EXPECT_EQ(lines[0].text, text);
   EXPECT_EQ(lines[0].source, "uhf/src/include/t640");
   EXPECT_EQ(lines[0].function, "sendFrame");
+  EXPECT_EQ(lines[0].line, line);
 }
 
 }  // namespace
@@ -115,52 +117,52 @@ TEST_F(SendFrame, JoinsAnAnswerOfManyChunks) {
 
 TEST_F(SendFrame, SilenceIsNoResponse) {
   EXPECT_FALSE(driver.setTransmitPower(2600));
-  expectSendFrameLine("No response");
+  expectSendFrameLine("No response", 56);
 }
 
 TEST_F(SendFrame, SilenceInTheMiddleIsNoResponse) {
   peer.write(hex("7F 01 B6 00 01"));
   EXPECT_FALSE(driver.setTransmitPower(2600));
-  expectSendFrameLine("No response");
+  expectSendFrameLine("No response", 56);
 }
 
 TEST_F(SendFrame, AStrayByteBeforeTheHeaderSpoilsAWholeFrame) {
   peer.write(hex("00") + SET_POWER_DONE);
   EXPECT_FALSE(driver.setTransmitPower(2600));
-  expectSendFrameLine("Header not found");
+  expectSendFrameLine("Header not found", 64);
 }
 
 TEST_F(SendFrame, AWrongChecksumIsAnInvalidResponse) {
   peer.write(hex("7F 01 B6 00 01 00 B9 7E"));
   EXPECT_FALSE(driver.setTransmitPower(2600));
-  expectSendFrameLine("Invalid response");
+  expectSendFrameLine("Invalid response", 75);
 }
 
 TEST_F(SendFrame, AnAnswerWithoutAFrameIsAnInvalidResponse) {
   peer.write(hex("7F 01 B6 00 00 00 B8 7E"));  // no end byte where it should stand
   EXPECT_FALSE(driver.setTransmitPower(2600));
-  expectSendFrameLine("Invalid response");
+  expectSendFrameLine("Invalid response", 75);
 }
 
 TEST_F(SendFrame, AnEndByteInsideAFieldParsesEarly) {
   EXPECT_FALSE(whileAnswering({hex("7F 01 B7 00 02 0A 7E")}, [this] { return driver.getTransmitPower(); }).first);
-  expectSendFrameLine("Error parsing data: Not enough bytes to parse type");
+  expectSendFrameLine("Error parsing data: Not enough bytes to parse type", 81);
   host().reset();
   peer.write(hex("7F 01 B7 00 05 0A 7E"));
   EXPECT_FALSE(driver.getTransmitPower().first);
-  expectSendFrameLine("Error parsing data: Invalid parameter length");
+  expectSendFrameLine("Error parsing data: Invalid parameter length", 81);
 }
 
 TEST_F(SendFrame, AnUnknownCommandIsLoggedWithItsReason) {
   peer.write(hex("7F 01 10 00 00 11 7E"));
   EXPECT_FALSE(driver.setTransmitPower(2600));
-  expectSendFrameLine("Error parsing data: Unknown Command Type: 16");
+  expectSendFrameLine("Error parsing data: Unknown Command Type: 16", 81);
 }
 
 TEST_F(SendFrame, ANoticeTooShortForItsFieldsIsLoggedNotThrown) {
   peer.write(hex("7F 02 22 00 03 C8 30 00 1F 7E"));
   EXPECT_FALSE(driver.setTransmitPower(2600));
-  expectSendFrameLine("Error parsing data: std::bad_alloc");
+  expectSendFrameLine("Error parsing data: std::bad_alloc", 81);
 }
 
 TEST_F(SendFrame, BytesBehindTheAnswerAreDropped) {
@@ -181,12 +183,12 @@ TEST_F(SendFrame, SerialFailuresReachTheCallerWithTheMutexFree) {
 
 TEST_F(ReceiveFrames, SilenceIsNoResponse) {
   EXPECT_EQ(inventory({}), std::pair(false, Bytes{}));
-  expectDebugLine("No response", "uhf/src/source/t640", "receiveFrames");
+  expectDebugLine("No response", "uhf/src/source/t640", "receiveFrames", 160);
 }
 
 TEST_F(ReceiveFrames, JunkWithoutAHeaderIsLogged) {
   EXPECT_EQ(inventory(hex("00 01 7E")), std::pair(false, Bytes{}));
-  expectDebugLine("Header not found", "uhf/src/source/t640", "receiveFrames");
+  expectDebugLine("Header not found", "uhf/src/source/t640", "receiveFrames", 170);
 }
 
 TEST_F(ReceiveFrames, JunkBeforeAHeaderEndsTheCallWithoutALine) {
@@ -259,7 +261,7 @@ TEST_F(Inventory, CopiesEveryFieldOfTheNotice) {
 
 TEST_F(Inventory, LogsEachCard) {
   inventory(notice(0xAB));
-  expectDebugLine("Card detected! EPC: ab [1]", "uhf/src/source/t640", "doInventoryCard");
+  expectDebugLine("Card detected! EPC: ab [1]", "uhf/src/source/t640", "doInventoryCard", 40);
 }
 
 TEST_F(Inventory, ANewestFrameThatIsAResponseFailsIt) {
@@ -285,7 +287,7 @@ TEST_F(Getter, ReadsThePower) {
   peer.write(POWER_2600);
   EXPECT_EQ(driver.getTransmitPower(), std::pair(true, std::uint16_t{2600}));
   EXPECT_EQ(peer.read(GET_POWER.size()), GET_POWER);
-  expectDebugLine("Transmit power: 2600", "uhf/src/source/t640", "doGetTransmitPower");
+  expectDebugLine("Transmit power: 2600", "uhf/src/source/t640", "doGetTransmitPower", 58);
 }
 
 TEST_F(Getter, AnAnswerOfAnotherClassIsAFailedRead) {

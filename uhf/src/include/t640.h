@@ -44,6 +44,7 @@ class T640 : public UHFModule {
 
 template <class RequestFrame>
 std::unique_ptr<Frame> T640::sendFrame(const RequestFrame& request) const {
+  // Filters of the log know these lines by their numbers, which stay when the code moves.
   const auto debug = [](const std::string& text, int line) {
     vexlog::debug(text, "uhf/src/include/t640", "sendFrame", line);
   };
@@ -52,24 +53,24 @@ std::unique_ptr<Frame> T640::sendFrame(const RequestFrame& request) const {
   do {
     const auto [received, chunk] = serialPort_.receive();
     if (!received) {
-      debug("No response", __LINE__);
+      debug("No response", 56);
       return nullptr;
     }
     buffer.insert(buffer.end(), chunk.begin(), chunk.end());
     if (buffer.front() != Frame::HEADER) {
-      debug("Header not found", __LINE__);
+      debug("Header not found", 64);
       return nullptr;
     }
   } while (buffer.back() != Frame::END);
   try {
     auto frame = Frame::fromData(buffer).first;
     if (frame == nullptr || !frame->validateCheckSum()) {
-      debug("Invalid response", __LINE__);
+      debug("Invalid response", 75);
       return nullptr;
     }
     return frame;
   } catch (const std::exception& error) {  // std::bad_alloc too: a malformed answer never ends its reader
-    debug(std::string("Error parsing data: ") + error.what(), __LINE__);
+    debug(std::string("Error parsing data: ") + error.what(), 81);
     return nullptr;
   }
 }

@@ -11,6 +11,7 @@ namespace ac::UHF {
 
 namespace {
 
+// line: filters of the log know some lines by their numbers, so those stay when the code moves.
 void debug(const std::string& text, const char* function, int line) {
   vexlog::debug(text, "uhf/src/source/t640", function, line);
 }
@@ -38,7 +39,7 @@ std::pair<bool, std::vector<InventoryCardInfo>> T640::doInventoryCard() const {
     if (notice == nullptr) {  // a response, a CRC error, an echoed command: the reader broke the inventory off
       break;
     }
-    debug("Card detected! EPC: " + Frame::printVector(notice->epc()), __func__, __LINE__);
+    debug("Card detected! EPC: " + Frame::printVector(notice->epc()), __func__, 40);
     tags.push_back({notice->rssi(), notice->pc(), notice->epc(), notice->crc()});
     if (tags.size() >= frames.size()) {
       return {true, std::move(tags)};
@@ -53,7 +54,7 @@ std::pair<bool, unsigned short> T640::doGetTransmitPower() const {
   if (response == nullptr) {
     return {false, 0};
   }
-  debug("Transmit power: " + std::to_string(response->power()), __func__, __LINE__);
+  debug("Transmit power: " + std::to_string(response->power()), __func__, 58);
   return {true, response->power()};
 }
 
@@ -96,7 +97,7 @@ std::vector<std::unique_ptr<Frame>> T640::receiveFrames() const {
   do {
     const auto [received, chunk] = serialPort_.receive();
     if (!received) {
-      debug("No response", __func__, __LINE__);
+      debug("No response", __func__, 160);
       return frames;
     }
     buffer.insert(buffer.end(), chunk.begin(), chunk.end());
@@ -104,7 +105,7 @@ std::vector<std::unique_ptr<Frame>> T640::receiveFrames() const {
       // Out of step with the reader. Whatever follows a header here belongs to an answer whose beginning is lost: it is
       // dropped too, and the next inventory starts afresh.
       if (std::ranges::find(buffer, Frame::HEADER) == buffer.end()) {
-        debug("Header not found", __func__, __LINE__);
+        debug("Header not found", __func__, 170);
       }
       return frames;
     }
