@@ -1,5 +1,4 @@
 // The built uhf.so, loaded unchanged by a host that is not the reference host, on a simulated reader.
-#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <unistd.h>
 
@@ -9,36 +8,17 @@
 #include "ac/exception.h"
 #include "ac/plugin.h"
 #include "globals.h"
+#include "loaded_plugin.h"
 #include "second_host.h"
 #include "uhfsim/simulated_reader.h"
 
+using second_host::entry;
+using second_host::global;
 using second_host::host;
+using second_host::InitEntry;
+using second_host::RunEntry;
 
 namespace {
-
-using InitEntry = bool (*)(ac::Plugin*, std::string*);
-using RunEntry = int (*)();
-
-// Loaded once for all tests: it is never unloaded, as its threads do not stop.
-void* plugin() {
-  static void* const handle = dlopen(UHF_SO, RTLD_NOW | RTLD_LOCAL);
-  EXPECT_NE(handle, nullptr) << dlerror();
-  return handle;
-}
-
-template <class T>
-T& global(const char* name) {
-  auto* const address = dlsym(plugin(), name);
-  EXPECT_NE(address, nullptr) << name;
-  return *static_cast<T*>(address);
-}
-
-template <class Entry>
-Entry entry(const char* name) {
-  auto* const address = dlsym(plugin(), name);
-  EXPECT_NE(address, nullptr) << name;
-  return reinterpret_cast<Entry>(address);
-}
 
 class SecondHost : public testing::Test {
  protected:

@@ -15,6 +15,8 @@ void Host::reset() {
   settings_.clear();
   answer_ = nullptr;
   keepAliveHook_ = nullptr;
+  createHook_ = nullptr;
+  systemHook_ = nullptr;
   calls_.clear();
   messages_.clear();
   keepAlives_.clear();
@@ -46,6 +48,16 @@ void Host::onKeepAlive(std::function<void(const std::string&)> hook) {
   keepAliveHook_ = std::move(hook);
 }
 
+void Host::onCreate(std::function<void()> hook) {
+  const std::lock_guard lock(mutex_);
+  createHook_ = std::move(hook);
+}
+
+void Host::onSystem(std::function<void(const std::string&)> hook) {
+  const std::lock_guard lock(mutex_);
+  systemHook_ = std::move(hook);
+}
+
 void Host::called(const std::string& call) {
   const std::lock_guard lock(mutex_);
   calls_.push_back(call);
@@ -60,6 +72,7 @@ std::vector<std::string> Host::calls() const {
 std::optional<Fields> Host::sent(SentMessage message) {
   std::unique_lock lock(mutex_);
   messages_.push_back(message);
+  calls_.push_back("send " + message.type);
   changed();
   const auto answer = answer_;
   lock.unlock();
@@ -85,9 +98,26 @@ void Host::logged(DebugLine line) {
 }
 
 void Host::created(AuditRecord record) {
-  const std::lock_guard lock(mutex_);
+  std::unique_lock lock(mutex_);
+  const auto hook = createHook_;
+  lock.unlock();
+  if (hook) {
+    hook();
+  }
+  lock.lock();
   auditRecords_.push_back(std::move(record));
   changed();
+}
+
+void Host::ran(const std::string& command) {
+  std::unique_lock lock(mutex_);
+  calls_.push_back("system " + command);
+  changed();
+  const auto hook = systemHook_;
+  lock.unlock();
+  if (hook) {
+    hook(command);
+  }
 }
 
 std::vector<SentMessage> Host::messages(const std::string& type) const {
@@ -95,6 +125,11 @@ std::vector<SentMessage> Host::messages(const std::string& type) const {
   std::vector<SentMessage> found;
   std::ranges::copy_if(messages_, std::back_inserter(found), [&](const auto& message) { return message.type == type; });
   return found;
+}
+
+std::vector<SentMessage> Host::messages() const {
+  const std::lock_guard lock(mutex_);
+  return messages_;
 }
 
 std::size_t Host::keepAlives(const std::string& name) const {

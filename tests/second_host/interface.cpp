@@ -71,12 +71,14 @@ bool MessageReply::get_string(std::string name, std::string* value) const {
 struct Message::Impl {
   second_host::SentMessage content;
   MessageReply* reply = nullptr;
+  bool handled = false;
+  MessageEnqueuer* nextQueue = nullptr;
   static Impl& of(Message& message) { return *message.impl_; }
   static const Impl& of(const Message& message) { return *message.impl_; }
 };
 
 Message::Message(const std::string& type, int argument, ReplyCallback callback)
-    : impl_(std::make_unique<Impl>(Impl{{type, argument, callback != nullptr, false, {}}, nullptr})) {}
+    : impl_(std::make_unique<Impl>(Impl{.content = {type, argument, callback != nullptr, false, {}}})) {}
 Message::~Message() = default;
 void Message::add_int(const std::string& name, int value) { impl_->content.fields.emplace_back(name, value); }
 void Message::add_int64(const std::string& name, std::int64_t value) {
@@ -94,11 +96,39 @@ bool Message::get_string(std::string name, std::string* value) const {
 }
 const std::string& Message::type() const { return impl_->content.type; }
 void Message::set_reply(MessageReply* reply) { impl_->reply = reply; }
-void Message::set_handled() { host().called("set_handled " + type()); }
-void Message::transfer(MessageEnqueuer*) { host().called("transfer " + type()); }
+void Message::set_handled() {
+  host().called("set_handled " + type());
+  impl_->handled = true;
+}
+void Message::transfer(MessageEnqueuer* queue) {
+  host().called("transfer " + type());
+  impl_->nextQueue = queue;
+}
 
 struct MessageEnqueuer::Impl {
-  std::vector<MessageListener> listeners;
+  second_host::Listeners listeners;  // set before process(); read by its thread
+  std::mutex mutex;                  // guards waiting
+  std::condition_variable filled;
+  std::deque<std::unique_ptr<Message>> waiting;
+  static Impl& of(MessageEnqueuer& queue) { return *queue.impl_; }
+  static const Impl& of(const MessageEnqueuer& queue) { return *queue.impl_; }
+
+  void put(std::unique_ptr<Message> message) {
+    const std::lock_guard lock(mutex);
+    waiting.push_back(std::move(message));
+    filled.notify_one();
+  }
+
+  // Null when none comes in that time.
+  std::unique_ptr<Message> take(std::chrono::milliseconds timeout) {
+    std::unique_lock lock(mutex);
+    if (!filled.wait_for(lock, timeout, [this] { return !waiting.empty(); })) {
+      return nullptr;
+    }
+    auto message = std::move(waiting.front());
+    waiting.pop_front();
+    return message;
+  }
 };
 
 MessageEnqueuer::MessageEnqueuer() : impl_(std::make_unique<Impl>()) {}
@@ -109,20 +139,26 @@ void MessageEnqueuer::listen(const MessageListener* listeners, std::size_t count
     host().called("listen " + listener.type + " " + text(listener.flag));
   }
 }
-// No message ever comes: only the time-out passes, again and again.
 void MessageEnqueuer::process(int timeout_ms, const std::function<void()>& on_timeout) {
   host().called("process " + std::to_string(timeout_ms));
-  std::mutex mutex;
-  std::condition_variable never;
-  std::unique_lock lock(mutex);
   for (;;) {
-    never.wait_for(lock, std::chrono::milliseconds(timeout_ms), [] { return false; });
-    on_timeout();
+    auto message = impl_->take(std::chrono::milliseconds(timeout_ms));
+    if (message == nullptr) {
+      on_timeout();
+      continue;
+    }
+    const std::string type = message->type();
+    try {
+      second_host::deliver(impl_->listeners, std::move(message));
+    } catch (const std::exception& failure) {
+      host().called("failed " + type + ": " + failure.what());
+    }
   }
 }
 
 struct Plugin::Impl {
   second_host::PluginRecord record;
+  static const Impl& of(const Plugin& plugin) { return *plugin.impl_; }
 };
 
 Plugin::Plugin() : impl_(std::make_unique<Impl>()) {}
@@ -212,11 +248,14 @@ void util::set_thread_name(const std::string& name, pthread_t thread) {
 }
 
 int util::system(const char* command) {
-  host().called(std::string("system ") + command);
+  host().ran(command);
   return 0;
 }
 
-void util::get_formatted_date_and_time_ms(char* buffer) { std::strcpy(buffer, "2026-11-20 21:30:00.123"); }
+void util::get_formatted_date_and_time_ms(char* buffer) {
+  host().called("get_formatted_date_and_time_ms");
+  std::strcpy(buffer, second_host::NOW);
+}
 
 std::string util::identifier::generate_new_uuid() {
   static std::atomic<unsigned> count;
@@ -252,6 +291,30 @@ std::int64_t device::this_id() { return 77; }
 
 namespace second_host {
 
-const Fields& fieldsOf(const ac::Message& message) { return ac::Message::Impl::of(message).content.fields; }
+const PluginRecord& recordOf(const ac::Plugin& plugin) { return ac::Plugin::Impl::of(plugin).record; }
+
+const Listeners& listenersOf(const ac::MessageEnqueuer& queue) {
+  return ac::MessageEnqueuer::Impl::of(queue).listeners;
+}
+
+std::unique_ptr<ac::Message> makeMessage(const std::string& type, const Fields& fields) {
+  auto message = std::make_unique<ac::Message>(type);
+  ac::Message::Impl::of(*message).content.fields = fields;
+  return message;
+}
+
+bool isHandled(const ac::Message& message) { return ac::Message::Impl::of(message).handled; }
+
+void deliver(const Listeners& listeners, std::unique_ptr<ac::Message> message) {
+  for (const auto& listener : listeners) {
+    if (listener.type == message->type()) {
+      listener.handler(message.get());
+    }
+  }
+  if (auto* const queue = ac::Message::Impl::of(*message).nextQueue; queue != nullptr) {
+    ac::Message::Impl::of(*message).nextQueue = nullptr;
+    ac::MessageEnqueuer::Impl::of(*queue).put(std::move(message));
+  }
+}
 
 }  // namespace second_host

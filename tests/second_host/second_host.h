@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -15,12 +16,17 @@
 #include <vector>
 
 #include "ac/message.h"
+#include "ac/message_enqueuer.h"
 #include "ac/message_listener.h"
+#include "ac/plugin.h"
 
 namespace second_host {
 
 using Value = std::variant<int, std::int64_t, std::string>;
 using Fields = std::vector<std::pair<std::string, Value>>;  // in the order added
+
+// What the host's clock shows, as text.
+inline constexpr const char* NOW = "2026-11-20 21:30:00.123";
 
 struct SentMessage {
   std::string type;
@@ -43,11 +49,13 @@ struct AuditRecord {
   std::string details;
 };
 
+using Listeners = std::vector<ac::MessageListener>;
+
 // What the plug-in told an ac::Plugin.
 struct PluginRecord {
   std::string name;
   int (*run)() = nullptr;
-  std::vector<ac::MessageListener> interested;
+  Listeners interested;
 };
 
 // All that the plug-in does to its host, and what the host is to answer. Thread-safe: mutex_ guards every member.
@@ -77,12 +85,19 @@ class Host {
   void kept(const std::string& name);
   void logged(DebugLine line);
   void created(AuditRecord record);
+  void ran(const std::string& command);
 
+  // What was sent, in order: of one type, or all.
   std::vector<SentMessage> messages(const std::string& type) const;
+  std::vector<SentMessage> messages() const;
   std::size_t keepAlives(const std::string& name) const;
   std::vector<DebugLine> debugLines() const;
   std::vector<std::string> debugTexts() const;
   std::vector<AuditRecord> auditRecords() const;
+
+  // Called in the middle of each insert of an audit record, and of each shell command, on the caller's thread.
+  void onCreate(std::function<void()> hook);
+  void onSystem(std::function<void(const std::string& command)> hook);
 
   // Waits until condition, which calls the above, holds; false when it does not within 10 s.
   bool waitUntil(const std::function<bool()>& condition);
@@ -96,6 +111,8 @@ class Host {
   std::map<std::pair<std::string, std::string>, std::string> settings_;
   Answer answer_;
   std::function<void(const std::string&)> keepAliveHook_;
+  std::function<void()> createHook_;
+  std::function<void(const std::string&)> systemHook_;
   std::vector<std::string> calls_;
   std::vector<SentMessage> messages_;
   std::map<std::string, std::size_t> keepAlives_;
@@ -105,7 +122,18 @@ class Host {
 
 Host& host();
 
-// The fields of a message as they were added.
-const Fields& fieldsOf(const ac::Message& message);
+const PluginRecord& recordOf(const ac::Plugin& plugin);
+const Listeners& listenersOf(const ac::MessageEnqueuer& queue);
+
+// A message as a sender makes it.
+std::unique_ptr<ac::Message> makeMessage(const std::string& type, const Fields& fields = {});
+
+// Whether a handler has called set_handled().
+bool isHandled(const ac::Message& message);
+
+// Calls the listeners of the message's type on this thread, then moves the message into the queue that a handler has
+// transferred it to, whose thread goes on with it. What a handler throws leaves it; from a queue's handler it is
+// recorded as the call "failed TYPE: TEXT".
+void deliver(const Listeners& listeners, std::unique_ptr<ac::Message> message);
 
 }  // namespace second_host

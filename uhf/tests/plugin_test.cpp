@@ -8,9 +8,14 @@
 #include <filesystem>
 #include <future>
 #include <thread>
+#include <tuple>
 
+#include "audit.h"
+#include "enrollment.h"
 #include "frame_catalogue.h"
+#include "gpio_events.h"
 #include "hex.h"
+#include "live_config.h"
 #include "reader_peer.h"
 #include "second_host.h"
 #include "settings.h"
@@ -35,6 +40,18 @@ void answerSetUp(ReaderPeer& peer, const std::vector<std::vector<unsigned char>>
     peer.read(static_cast<std::size_t>(head[4]) + 2);
     peer.write(answer);
   }
+}
+
+// A listener as it was registered: type, handler and flag.
+using Listening = std::tuple<std::string, void (*)(ac::Message*), bool>;
+
+std::vector<Listening> listening(const second_host::Listeners& listeners) {
+  std::vector<Listening> result;
+  for (const auto& [type, handler, flag] : listeners) {
+    const auto* const function = handler.target<void (*)(ac::Message*)>();
+    result.emplace_back(type, function == nullptr ? nullptr : *function, flag);
+  }
+  return result;
 }
 
 class Init : public testing::Test {
@@ -106,7 +123,44 @@ TEST_F(Init, ReadsEverySettingInOrderThenSetsTheRadioUp) {
                                           "set_param uhf work_channel_enable 0-14 false",
                                           "get_int uhf transmit_power false",
                                           "get_int_range uhf work_channel false"};
-  EXPECT_THAT(host().calls(), ElementsAreArray(expected));
+  auto calls = host().calls();
+  ASSERT_GE(calls.size(), expected.size());
+  EXPECT_THAT(std::vector(calls.begin(), calls.begin() + static_cast<std::ptrdiff_t>(expected.size())),
+              ElementsAreArray(expected));
+}
+
+TEST_F(Init, ListensToItsQueueThenToTheHost) {
+  ASSERT_TRUE(initWith(ALL_GOOD)) << error;
+  const std::vector<Listening> ofQueue{{"config_param_set", configParamSetCallback, false},
+                                       {"enroller_remote_enroll", remoteEnrollCallback, true},
+                                       {"enroll_rfid_successful", enrollRfidSuccessfulCallback, true},
+                                       {"enroll_timeout", enrollTimeoutCallback, true},
+                                       {"enroller_error", errorOccurredCallback, true}};
+  const std::vector<Listening> ofHost{{"config_param_set", configParamSetCallback, false},
+                                      {"enroller_remote_enroll", messageTransferCallback, true},
+                                      {"enroll_rfid_successful", messageTransferCallback, true},
+                                      {"enroll_timeout", messageTransferCallback, true},
+                                      {"enroller_error", messageTransferCallback, true},
+                                      {"gpio_notified", gpioNotifiedCallback, true},
+                                      {"sec_box_rex_changed", secBoxRexChangedCallback, true},
+                                      {"audit_logs_new_api", create_api_audit_log_callback, false},
+                                      {"audit_logs_new_usb", create_usb_audit_log_callback, false},
+                                      {"audit_logs_new_network", create_network_audit_log_callback, false},
+                                      {"ac_util_system_clock_set", create_time_audit_log_callback, false},
+                                      {"audit_logs_new_online", create_online_audit_log_callback, false},
+                                      {"audit_logs_new_menu", create_menu_audit_log_callback, false},
+                                      {"audit_logs_new_boot", create_boot_audit_log_callback, false}};
+  EXPECT_EQ(listening(second_host::listenersOf(enqueuer)), ofQueue);
+  EXPECT_EQ(listening(second_host::recordOf(plugin).interested), ofHost);
+  const auto calls = host().calls();
+  const auto first = [&calls](const std::string& call) { return std::ranges::find(calls, call); };
+  EXPECT_LT(first("listen enroller_error true"), first("interested config_param_set false"));
+}
+
+TEST_F(Init, NobodyListensAfterAFailure) {
+  EXPECT_FALSE(initWith({WORK_AREA_SET, POWER_IS_2600, {}}));
+  EXPECT_TRUE(second_host::recordOf(plugin).interested.empty());
+  EXPECT_THAT(host().calls(), testing::Not(testing::Contains(testing::StartsWith("listen "))));
 }
 
 TEST_F(Init, FillsTheGlobalsAsTheStoreHasThem) {

@@ -47,7 +47,7 @@ void sendIdentification(std::uint64_t card) {
 // Whether the inhibit input is at its active level. A reply that does not tell counts as active: in doubt no reading is
 // used and no door opens.
 bool isInputInhibiting() {
-  const int active = trigger_idle_ == 0 ? 1 : 0;
+  const int active = activeTriggerLevel();
   ac::MessageReply reply;
   auto message = std::make_unique<ac::Message>("gpio_current_state");
   message->add_int("gpio", trigAntiesmagGPIO);

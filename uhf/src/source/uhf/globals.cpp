@@ -26,6 +26,8 @@ std::mutex db_create_mutex;
 ac::MessageEnqueuer enqueuer;
 std::unique_ptr<ac::UHF::UHFModule> t640_module;
 
+int activeTriggerLevel() { return trigger_idle_ == 0 ? 1 : 0; }
+
 int getProbeInterval() { return std::atomic_ref(probeInterval).load(); }
 
 void setProbeInterval(int milliseconds) { std::atomic_ref(probeInterval).store(milliseconds); }

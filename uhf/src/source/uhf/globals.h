@@ -40,6 +40,9 @@ extern UHF_EXPORT std::atomic<std::int64_t> trigger_timeout_;        // ms
 extern UHF_EXPORT std::atomic<std::int64_t> same_tag_timeout_;       // ms until the same card is announced again
 extern UHF_EXPORT std::atomic<std::int64_t> different_tag_timeout_;  // ms until a different card is announced
 
+// The level of the trigger input when active: 0 or 1.
+int activeTriggerLevel();
+
 // When the trigger input went active, or the inhibit input idle; the clock's epoch at first.
 extern UHF_EXPORT std::mutex lastTriggerTimePointMutex;  // guards lastTriggerTimePoint
 extern UHF_EXPORT TimePoint lastTriggerTimePoint;
