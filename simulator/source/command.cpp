@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdint>
+#include <utility>
 
 #include "numbers.h"
 #include "text.h"
@@ -85,6 +86,14 @@ Command parseFault(const Words& words) {
   return SetFault{std::string(words[1]), parseProbability(words[2])};
 }
 
+Command parseHost(const Words& words) {
+  std::string line;
+  for (std::size_t i = 1; i < words.size(); ++i) line.append(i == 1 ? "" : " ").append(words[i]);
+  return TellHost{std::move(line)};
+}
+
+constexpr std::size_t kAnyNumber = static_cast<std::size_t>(-1);
+
 struct Verb {
   std::string_view name;
   CommandHelp help;
@@ -105,6 +114,11 @@ constexpr Verb kVerbs[] = {
      3,
      3,
      parseFault},
+    {"host",
+     {"host LINE", "a line for the host that plays the scenario; nothing happens here"},
+     2,
+     kAnyNumber,
+     parseHost},
 };
 
 }  // namespace
@@ -139,6 +153,7 @@ void apply(const Command& command, Field& field, FaultInjector& faults) {
     void operator()(const RemoveTag& remove) const { field.remove(remove.epc); }
     void operator()(const ClearField&) const { field.clear(); }
     void operator()(const SetFault& fault) const { faults.set(fault.name, fault.probability); }
+    void operator()(const TellHost&) const {}
   };
   std::visit(Visitor{field, faults}, command);
 }

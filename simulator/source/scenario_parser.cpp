@@ -27,9 +27,11 @@ constexpr Unit kUnits[] = {{"ms", 1}, {"s", 1000}, {"", 1000}};
 
 }  // namespace
 
-Scenario Scenario::parse(std::string_view text, const std::string& name) { return ScenarioParser(name).parse(text); }
+Scenario Scenario::parse(std::string_view text, const std::string& name, const HostCheck& check) {
+  return ScenarioParser(name, check).parse(text);
+}
 
-Scenario Scenario::load(const std::string& path) {
+Scenario Scenario::load(const std::string& path, const HostCheck& check) {
   std::ifstream file(path, std::ios::binary);
   file.peek();  // a directory can be opened, but not read
   if (!file.is_open() || file.bad()) {
@@ -37,7 +39,7 @@ Scenario Scenario::load(const std::string& path) {
   }
   std::ostringstream text;
   text << file.rdbuf();
-  return parse(text.str(), path);
+  return parse(text.str(), path, check);
 }
 
 Scenario ScenarioParser::parse(std::string_view text) {
@@ -80,7 +82,9 @@ void ScenarioParser::readLoop(const Words& words) {
 
 void ScenarioParser::readEvent(Scenario::Time at, const Words& words) {
   try {
-    scenario_.events_.push_back({at, parseCommand(words)});
+    Command command = parseCommand(words);
+    if (const auto* told = std::get_if<TellHost>(&command); told != nullptr && check_) check_(told->line);
+    scenario_.events_.push_back({at, std::move(command)});
   } catch (const CommandError& error) {
     fail(error.what());
   }

@@ -13,7 +13,7 @@ namespace uhfsim {
 /// Reads a scenario line by line. For one text.
 class ScenarioParser {
  public:
-  explicit ScenarioParser(const std::string& name) : name_(name) {}
+  ScenarioParser(const std::string& name, const Scenario::HostCheck& check) : name_(name), check_(check) {}
 
   /// The scenario that the text describes. Throws ScenarioError.
   Scenario parse(std::string_view text);
@@ -31,7 +31,8 @@ class ScenarioParser {
   [[noreturn]] void fail(const std::string& found_and_expected) const;
 
   const std::string& name_;
-  std::size_t line_ = 0;  // the one being read, from 1
+  const Scenario::HostCheck& check_;  // may be empty
+  std::size_t line_ = 0;              // the one being read, from 1
   Scenario scenario_;
   std::vector<std::size_t> event_lines_;  // the line of each event, in the order of reading
 };

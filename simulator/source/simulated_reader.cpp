@@ -31,6 +31,7 @@ SimulatedReader::SimulatedReader(Options options)
     : faults_(options.seed ^ kFaultSeed),
       pacing_(options.baud),
       chunking_(options.chunk),
+      on_host_line_(std::move(options.on_host_line)),
       wake_(checked(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "making an event descriptor")),
       reader_(field_, {options.seed, options.quiet_when_empty}),
       thread_([this] { run(); }) {}
@@ -91,7 +92,10 @@ void SimulatedReader::playDue() {
 // is never missed.
 void SimulatedReader::playUntil(Clock::time_point now) {
   const auto until = std::chrono::floor<Scenario::Time>(now - scenario_start_);
-  for (const Command& command : scenario_.due(scenario_done_, until)) apply(command, field_, faults_);
+  for (const Command& command : scenario_.due(scenario_done_, until)) {
+    apply(command, field_, faults_);
+    if (const auto* told = std::get_if<TellHost>(&command); told != nullptr && on_host_line_) on_host_line_(told->line);
+  }
   scenario_done_ = until;
 }
 

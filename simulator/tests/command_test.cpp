@@ -59,8 +59,8 @@ const std::string kAdd = "\"add EPCHEX [rssi=N] [pc=HHHH] [p=PROBABILITY]\"";
 INSTANTIATE_TEST_SUITE_P(
     Cases, ParseCommandError,
     ::testing::Values(
-        Bad{"UnknownCommand", "ad 0001", "unknown command \"ad\"; expected add, remove, clear or fault"},
-        Bad{"Unprintable", "\x1b[2J", "unknown command \"?[2J\"; expected add, remove, clear or fault"},
+        Bad{"UnknownCommand", "ad 0001", "unknown command \"ad\"; expected add, remove, clear, fault or host"},
+        Bad{"Unprintable", "\x1b[2J", "unknown command \"?[2J\"; expected add, remove, clear, fault or host"},
         Bad{"NoEpc", "add", "too few words after \"add\"; expected " + kAdd},
         Bad{"TooManyOptions", "add 0001 p=1 p=1 p=1 p=1", "too many words after \"add\"; expected " + kAdd},
         Bad{"OddDigits", "add 001", "EPC \"001\" has 3 digits; expected " + kEpc},
@@ -88,6 +88,12 @@ INSTANTIATE_TEST_SUITE_P(
         Bad{"UnknownFault", "fault noise 1", "unknown fault \"noise\"; expected silence or corrupt-checksum"},
         Bad{"FaultProbability", "fault silence 2", "probability \"2\"; expected 0.0 to 1.0"}),
     [](const auto& test) { return test.param.name; });
+
+TEST(ParseCommand, HostKeepsItsLine) {
+  EXPECT_EQ(parse("host  enroll   --user 7"), Command(TellHost{"enroll --user 7"}));
+  EXPECT_EQ(parse("host rex"), Command(TellHost{"rex"}));
+  EXPECT_THROW(parse("host"), CommandError);
+}
 
 TEST(ApplyCommand, ChangesTheField) {
   Field field;

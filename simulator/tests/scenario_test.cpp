@@ -130,10 +130,11 @@ INSTANTIATE_TEST_SUITE_P(
     Cases, ScenarioErrors,
     ::testing::Values(
         Bad{"UnknownWord", "clear\n\nad 0001\n",
-            "demo.txt:3: unknown word \"ad\"; expected add, remove, clear, fault, at or loop"},
+            "demo.txt:3: unknown word \"ad\"; expected add, remove, clear, fault, host, at or loop"},
         Bad{"UnknownCommandAtATime", "at 1 ad 0001",
-            "demo.txt:1: unknown command \"ad\"; expected add, remove, clear or fault"},
-        Bad{"LoopAtATime", "at 1 loop 2", "demo.txt:1: unknown command \"loop\"; expected add, remove, clear or fault"},
+            "demo.txt:1: unknown command \"ad\"; expected add, remove, clear, fault or host"},
+        Bad{"LoopAtATime", "at 1 loop 2",
+            "demo.txt:1: unknown command \"loop\"; expected add, remove, clear, fault or host"},
         Bad{"BadCommand", "# first\nat 1 add 0001 p=2", "demo.txt:2: probability \"2\"; expected 0.0 to 1.0"},
         Bad{"AtWithoutTime", "at", "demo.txt:1: too few words after \"at\"; expected \"at TIME COMMAND\""},
         Bad{"AtWithoutCommand", "at 1", "demo.txt:1: too few words after \"at\"; expected \"at TIME COMMAND\""},
@@ -158,6 +159,25 @@ std::string errorOfLoading(const std::string& path) {
     return "no exception";
   } catch (const ScenarioError& error) {
     return error.what();
+  }
+}
+
+TEST(ScenarioHost, LinesComeAtTheirTimeAmongTheOthers) {
+  const auto scenario = parse("at 1 host gpio set 1 1\nat 1 add 0001\nhost rex");
+  EXPECT_THAT(scenario.due(kBefore, 1s),
+              ElementsAre(Command(TellHost{"rex"}), Command(TellHost{"gpio set 1 1"}), add("0001")));
+}
+
+TEST(ScenarioHost, LineThatTheHostDoesNotTakeIsNamed) {
+  const auto check = [](const std::string& line) {
+    if (line != "rex") throw CommandError("unknown word \"" + line + "\"; expected rex");
+  };
+  EXPECT_NO_THROW(Scenario::parse("host rex", "demo.txt", check));
+  try {
+    Scenario::parse("host rex\nat 2 host rox", "demo.txt", check);
+    FAIL() << "taken";
+  } catch (const ScenarioError& error) {
+    EXPECT_STREQ(error.what(), "demo.txt:2: unknown word \"rox\"; expected rex");
   }
 }
 

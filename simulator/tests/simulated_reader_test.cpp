@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include <functional>
+#include <mutex>
 #include <optional>
 #include <thread>
 
@@ -15,7 +16,7 @@ namespace {
 using ::testing::IsEmpty;
 using namespace std::chrono_literals;
 
-constexpr Options kAtOnce{.baud = 0};
+const Options kAtOnce{.baud = 0};
 
 // Long enough for any machine; a passing test does not wait for it.
 constexpr auto kPatience = 20s;
@@ -238,6 +239,23 @@ TEST(SimulatedReaderPlay, LaterEventsComeByThemselves) {
   reader.play(Scenario::parse("at 30ms add 0001\nat 60ms fault silence 1", "test"));
   EXPECT_TRUE(becomesTrue([&] { return reader.field().snapshot().size() == 1; }));
   EXPECT_TRUE(becomesTrue([&] { return reader.faults().intercept(kPower2600).empty(); }));
+}
+
+TEST(SimulatedReaderPlay, HandsTheHostItsLines) {
+  std::mutex mutex;  // guards lines
+  std::vector<std::string> lines;
+  Options options = kAtOnce;
+  options.on_host_line = [&](const std::string& line) {
+    const std::lock_guard lock(mutex);
+    lines.push_back(line);
+  };
+  SimulatedReader reader(options);
+  reader.play(Scenario::parse("host first\nat 1ms host then this", "demo.txt"));
+  EXPECT_TRUE(becomesTrue([&] {
+    const std::lock_guard lock(mutex);
+    return lines.size() == 2;
+  }));
+  EXPECT_THAT(lines, ::testing::ElementsAre("first", "then this"));
 }
 
 TEST(SimulatedReaderPlay, ReplacesTheScenarioBefore) {

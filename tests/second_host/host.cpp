@@ -13,6 +13,7 @@ Host& host() {
 void Host::reset() {
   const std::lock_guard lock(mutex_);
   settings_.clear();
+  refusesWrites_ = false;
   answer_ = nullptr;
   keepAliveHook_ = nullptr;
   createHook_ = nullptr;
@@ -36,6 +37,19 @@ void Host::store(const std::string& section, const std::string& key, const std::
   const std::lock_guard lock(mutex_);
   settings_[{section, key}] = value;
   changed();
+}
+
+void Host::write(const std::string& section, const std::string& key, const std::string& value) {
+  std::unique_lock lock(mutex_);
+  if (!refusesWrites_) {
+    lock.unlock();
+    store(section, key, value);
+  }
+}
+
+void Host::refuseWrites() {
+  const std::lock_guard lock(mutex_);
+  refusesWrites_ = true;
 }
 
 void Host::answerWith(Answer answer) {

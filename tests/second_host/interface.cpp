@@ -200,7 +200,7 @@ bool config::get_param(const std::string& section, const std::string& key, std::
 
 void config::set_param(const std::string& section, const std::string& key, const std::string& value, bool flag) {
   host().called("set_param " + section + " " + key + " " + value + " " + text(flag));
-  host().store(section, key, value);
+  host().write(section, key, value);
 }
 
 int config_util::get_int(const std::string& section, const std::string& key, bool required) {
@@ -229,7 +229,7 @@ std::vector<int> config_util::get_int_range(const std::string& section, const st
 
 void config_util::set_int(int value, const std::string& section, const std::string& key, bool flag) {
   host().called("set_int " + std::to_string(value) + " " + section + " " + key + " " + text(flag));
-  host().store(section, key, std::to_string(value));
+  host().write(section, key, std::to_string(value));
 }
 
 int config_util::relay_gpio(int relay) {

@@ -70,6 +70,10 @@ class Host {
   std::optional<std::string> get(const std::string& section, const std::string& key) const;
   void store(const std::string& section, const std::string& key, const std::string& value);
 
+  // What the plug-in writes to the store, unless it is told to refuse.
+  void write(const std::string& section, const std::string& key, const std::string& value);
+  void refuseWrites();
+
   // Answers synchronous messages; no value leaves the reply ungiven. Without it nothing is answered.
   using Answer = std::function<std::optional<Fields>(const SentMessage&)>;
   void answerWith(Answer answer);
@@ -109,6 +113,7 @@ class Host {
   std::condition_variable changed_;
   std::uint64_t changes_ = 0;
   std::map<std::pair<std::string, std::string>, std::string> settings_;
+  bool refusesWrites_ = false;
   Answer answer_;
   std::function<void(const std::string&)> keepAliveHook_;
   std::function<void()> createHook_;

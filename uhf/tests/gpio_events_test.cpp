@@ -118,6 +118,14 @@ TEST_F(GpioNotified, AnotherInputChangesNothing) {
   EXPECT_THAT(host().calls(), IsEmpty()) << "the mode is not even read";
 }
 
+TEST_F(GpioNotified, TheInputThatIsNotTheRelayLeavesItsStateAlone) {
+  for (const auto* mode : {"trigger", "inhibit", "continuous"}) {
+    host().set("operation_mode", mode);
+    notify(INPUT, 1);
+    EXPECT_EQ(tagDetectorValue, 0) << mode;
+  }
+}
+
 TEST_F(GpioNotified, TheInputThatIsTheRelayTooKeepsItsStateInStep) {
   tagDetectorRelayGPIO = INPUT;
   for (const auto* mode : {"trigger", "inhibit", "continuous"}) {

@@ -104,6 +104,14 @@ TEST_F(LiveConfig, ReadIntervalOfDifferentTagsIsAtLeast100) {
   EXPECT_EQ(same_tag_timeout_, 0);
 }
 
+TEST_F(LiveConfig, WhatTheStoreHoldsIsAppliedEvenBelowTheBound) {
+  host().refuseWrites();
+  change("read_interval", "100");
+  EXPECT_EQ(same_tag_timeout_, 100);
+  change("read_interval_diff_tags", "50");
+  EXPECT_EQ(different_tag_timeout_, 50);
+}
+
 TEST_F(LiveConfig, TheDetectorsRelayIsTakenAndGivenBack) {
   host().set("tag_detector_relay", 2);
   for (const auto& [value, enabled] :

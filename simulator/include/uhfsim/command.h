@@ -37,8 +37,14 @@ struct SetFault {
   bool operator==(const SetFault&) const = default;
 };
 
-/// Something that happens to the field or the line, by a scenario or by hand.
-using Command = std::variant<AddTag, RemoveTag, ClearField, SetFault>;
+/// Something that is not the reader's business: a line for the host beside it.
+struct TellHost {
+  std::string line;
+  bool operator==(const TellHost&) const = default;
+};
+
+/// Something that happens to the field or the line, or to the host, by a scenario or by hand.
+using Command = std::variant<AddTag, RemoveTag, ClearField, SetFault, TellHost>;
 
 /// How a command is written, and what it does.
 struct CommandHelp {
@@ -57,10 +63,12 @@ std::vector<std::string_view> commandNames();
 ///   remove EPCHEX
 ///   clear
 ///   fault NAME PROBABILITY
+///   host LINE...
 /// An EPC has 2 to 62 bytes, an even number. Throws CommandError.
 Command parseCommand(const std::vector<std::string_view>& words);
 
-/// Carries a command out. Removing a tag that is not there is no error: in a scenario it may have been taken by hand.
+/// Carries a command out; a line for the host is left to the caller. Removing a tag that is not there is no error: in a
+/// scenario it may have been taken by hand.
 void apply(const Command& command, Field& field, FaultInjector& faults);
 
 }  // namespace uhfsim

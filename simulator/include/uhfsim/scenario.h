@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -34,14 +35,17 @@ class Scenario {
   /// Before everything that happens: the first call of due() begins here.
   static constexpr Time kBeforeStart{-1};
 
+  /// Says whether the host beside the reader takes a line. Throws CommandError.
+  using HostCheck = std::function<void(const std::string& line)>;
+
   /// A scenario in which nothing happens.
   Scenario() = default;
 
-  /// Reads a file. Throws ScenarioError.
-  static Scenario load(const std::string& path);
+  /// Reads a file. Throws ScenarioError, also for a line that check does not take; without check every one is taken.
+  static Scenario load(const std::string& path, const HostCheck& check = nullptr);
 
   /// Reads a text; name stands for the file in errors. Throws ScenarioError.
-  static Scenario parse(std::string_view text, const std::string& name);
+  static Scenario parse(std::string_view text, const std::string& name, const HostCheck& check = nullptr);
 
   /// What happens later than after and not later than until, in order; things of one instant in the order of their
   /// lines. Each start of a loop but the very first begins with ClearField.

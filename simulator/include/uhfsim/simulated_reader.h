@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -29,6 +30,9 @@ struct Options {
   std::size_t chunk = 0;
   /// Say nothing when an inventory reads no tag, instead of a failure response.
   bool quiet_when_empty = false;
+  /// What takes the scenario's lines for the host, on the reader's own thread, or in play(), at their time; the reader
+  /// waits meanwhile, so it is to return at once, and it must not call the reader. Without it they are dropped.
+  std::function<void(const std::string& line)> on_host_line = nullptr;
 };
 
 /// What has happened on the line since the reader was built.
@@ -102,6 +106,7 @@ class SimulatedReader {
   FaultInjector faults_;
   const LinePacing pacing_;
   const Chunking chunking_;
+  const std::function<void(const std::string&)> on_host_line_;
   PtyLink link_;           // path() apart, for the reader's own thread
   const Descriptor wake_;  // eventfd: look at stop_ and the scenario again
   std::atomic<bool> stop_ = false;

@@ -29,8 +29,8 @@ constexpr std::array ERRORS{
 };
 
 const char* errorText(int code) {
-  return 0 <= code && static_cast<std::size_t>(code) < ERRORS.size() ? ERRORS[static_cast<std::size_t>(code)]
-                                                                     : UNKNOWN_ERROR;
+  const auto row = static_cast<std::size_t>(code);  // of a negative code beyond every table
+  return row < ERRORS.size() ? ERRORS[row] : UNKNOWN_ERROR;
 }
 
 // In one piece, so that the lines of several threads do not mix.
