@@ -3,39 +3,36 @@
 #include <SQLiteCpp/SQLiteCpp.h>
 
 #include <atomic>
+#include <chrono>
 #include <mutex>
-#include <optional>
+#include <utility>
 
+#include "audit/audit_file.h"
 #include "util/database.h"
 
 namespace refhost {
 namespace {
 
-constexpr DatabaseKind kKind = {
-    .noun = "audit log",
-    .version = 1,
-    .schema =
-        "CREATE TABLE audit_logs(id INTEGER PRIMARY KEY AUTOINCREMENT, time TEXT NOT NULL, type INTEGER NOT NULL, "
-        "details TEXT NOT NULL)",
-    .probe = "SELECT id, time, type, details FROM audit_logs LIMIT 0",
-    .way_out = "move it away, to be looked into, and a new one is begun",
-};
-
 // Set while the process starts, read by every record.
 constinit std::atomic<AuditLog*> current_log{nullptr};
+
+std::int64_t now_ms() {
+  const auto now = std::chrono::system_clock::now().time_since_epoch();
+  return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
+}
 
 }  // namespace
 
 struct AuditLog::Impl {
-  std::filesystem::path file;
-  std::mutex mutex;                          // guards database
-  std::optional<SQLite::Database> database;  // empty once sealed
+  std::function<void(const AuditEntry&)> on_append;
+  std::function<AuditRetention()> rule;
+  std::mutex mutex;               // guards all below
+  std::optional<AuditFile> file;  // empty once sealed
 };
 
 AuditLog::AuditLog(const std::filesystem::path& directory) : impl_(std::make_unique<Impl>()) {
   make_state_directory(directory);
-  impl_->file = directory / "audit.db";
-  impl_->database.emplace(open_database(impl_->file, kKind));
+  impl_->file.emplace(directory);
 }
 
 AuditLog::~AuditLog() {
@@ -43,23 +40,25 @@ AuditLog::~AuditLog() {
   current_log.compare_exchange_strong(self, nullptr);
 }
 
+void AuditLog::on_append(std::function<void(const AuditEntry&)> callback) { impl_->on_append = std::move(callback); }
+
+void AuditLog::retain(std::function<AuditRetention()> rule) { impl_->rule = std::move(rule); }
+
 std::int64_t AuditLog::append(const AuditRecord& record) {
+  const auto retention = impl_->rule ? impl_->rule() : AuditRetention{};
   const std::lock_guard lock(impl_->mutex);
-  try {
-    SQLite::Statement insert(*impl_->database, "INSERT INTO audit_logs(time, type, details) VALUES(?, ?, ?)");
-    insert.bind(1, record.time);
-    insert.bind(2, record.type);
-    insert.bind(3, record.details);
-    insert.exec();
-    return impl_->database->getLastInsertRowid();
-  } catch (const SQLite::Exception& failure) {
-    throw_database_failure(impl_->file, kKind, failure);
+  AuditEntry entry{.id = 0, .at = now_ms(), .record = record};
+  entry.id = impl_->file->append(entry, retention);
+  // With the lock held, so that the calls come in the order of the records.
+  if (impl_->on_append) {
+    impl_->on_append(entry);
   }
+  return entry.id;
 }
 
 void AuditLog::seal() {
   impl_->mutex.lock();  // for good
-  impl_->database.reset();
+  impl_->file.reset();
 }
 
 AuditLog* AuditLog::current() noexcept { return current_log.load(); }

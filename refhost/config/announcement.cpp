@@ -6,12 +6,15 @@
 namespace refhost {
 
 void announce(const SettingsStore::Change& change) {
+  const bool of_the_system = change.setting.section == kSystemSection;
   auto message = std::make_unique<ac::Message>("config_param_set");
-  message->add_string("module", change.setting.section);
+  if (!of_the_system) {
+    message->add_string("module", change.setting.section);
+  }
   message->add_string("param", change.setting.key);
   message->add_string("value", change.value);
   message->add_string("previous_value", change.previous_value);
-  message->add_int("sys_config", 0);
+  message->add_int("sys_config", of_the_system ? 1 : 0);
   ac::PostOffice::send_message(std::move(message));
 }
 

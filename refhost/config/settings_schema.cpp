@@ -62,11 +62,13 @@ const Setting& SettingsSchema::at(std::string_view section, std::string_view key
     return *found;
   }
   const std::string wanted = std::string(section) + "." + std::string(key);
-  const auto nearest = std::min_element(settings_.begin(), settings_.end(), [&](const Setting& a, const Setting& b) {
-    return edit_distance(wanted, qualified(a)) < edit_distance(wanted, qualified(b));
-  });
-  throw SettingError("there is no setting " + std::string(key) + " in section " + std::string(section) +
-                     "; the nearest is " + nearest->key + " in section " + nearest->section);
+  const auto distance = [&](const Setting& setting) { return edit_distance(wanted, qualified(setting)); };
+  const auto nearest = std::ranges::min_element(settings_, {}, distance);
+  const std::string way_out = distance(*nearest) <= wanted.size() / 2
+                                  ? "the nearest is " + nearest->key + " in section " + nearest->section
+                                  : "achost config list shows all";
+  throw SettingError("there is no setting " + std::string(key) + " in section " + std::string(section) + "; " +
+                     way_out);
 }
 
 }  // namespace refhost

@@ -43,6 +43,12 @@ std::chrono::milliseconds checking_period(std::chrono::milliseconds limit) {
   _exit(kPluginEnded);
 }
 
+refhost::AuditRetention retention(const refhost::SettingsStore& settings) {
+  constexpr std::int64_t kDay = 24LL * 60 * 60 * 1000;
+  return {.keep = settings.get_int("host", "audit_keep").value(),
+          .youngest_to_go = settings.get_int("host", "audit_keep_days").value() * kDay};
+}
+
 }  // namespace
 
 Host::Host(const std::filesystem::path& state, Printer::Form form, std::chrono::milliseconds watchdog_limit)
@@ -50,10 +56,13 @@ Host::Host(const std::filesystem::path& state, Printer::Form form, std::chrono::
       lock_(state),
       settings_(state, refhost::SettingsStore::Access::read_write),
       audit_(state),
+      users_(state, refhost::UserStore::Access::read_write),
       printer_(form, [this](int reason) { output_lost(reason); }),
       watchdog_(refhost::WatchdogTable::instance(), checking_period(watchdog_limit), end_late) {
   refhost::WatchdogTable::instance().set_limit(watchdog_limit);
-  settings_.on_change(refhost::announce);
+  settings_.on_change([](const refhost::SettingsStore::Change& change) { refhost::announce(change); });
+  audit_.on_append([](const refhost::AuditEntry& entry) { refhost::announce(entry); });
+  audit_.retain([this] { return retention(settings_); });
   refhost::SettingsStore::make_current(&settings_);
   refhost::AuditLog::make_current(&audit_);
 }
@@ -108,6 +117,7 @@ void Host::end_process(std::optional<std::chrono::steady_clock::time_point> dead
   print_end(outcome);
   settings_.seal();
   audit_.seal();
+  users_.seal();
   _exit(outcome.status);
 }
 

@@ -9,9 +9,13 @@
 #include "daemon/ending.h"
 #include "daemon/printer.h"
 #include "refhost/audit_log.h"
+#include "refhost/door_service.h"
+#include "refhost/enroller_service.h"
 #include "refhost/gpio_service.h"
+#include "refhost/identifier_service.h"
 #include "refhost/instance_lock.h"
 #include "refhost/settings_store.h"
+#include "refhost/user_store.h"
 #include "refhost/watchdog.h"
 
 namespace achost {
@@ -44,9 +48,13 @@ class Host {
   refhost::InstanceLock lock_;
   refhost::SettingsStore settings_;
   refhost::AuditLog audit_;
+  refhost::UserStore users_;
   Ending ending_;
   Printer printer_;
   refhost::GpioService gpio_;
+  refhost::DoorService door_;
+  refhost::IdentifierService identifier_{users_};
+  refhost::EnrollerService enroller_{users_};
   refhost::Watchdog watchdog_;
 };
 

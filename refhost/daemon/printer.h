@@ -9,12 +9,12 @@
 #include <unordered_set>
 
 #include "ac/message.h"
-#include "daemon/identification.h"
+#include "daemon/event.h"
 #include "refhost/subscriber.h"
 
 namespace achost {
 
-// Writes a line to standard output for each "identifier_new_card" the moment it is delivered, and counts them.
+// Writes a line to standard output for each thing that happens, the moment its message is delivered, and counts.
 class Printer {
  public:
   enum class Form { human, json };
@@ -28,6 +28,7 @@ class Printer {
 
  private:
   void print(const ac::Message& message);
+  void count(const Event& event);
 
   // Above this many different cards the memory is not worth the exact number.
   static constexpr std::size_t kMostCards = 100000;
@@ -38,12 +39,14 @@ class Printer {
   std::mutex mutex_;  // guards everything below
   bool finished_ = false;
   std::uint64_t identifications_ = 0;
+  std::uint64_t openings_ = 0;
   std::unordered_set<std::uint64_t> cards_;
   refhost::Subscriber subscriber_;  // last: it stops using the others before they go
 };
 
-// The summary: "12.0 s: 7 identifications of 4 cards".
-std::string summary_text(double seconds, std::uint64_t identifications, std::size_t cards, std::size_t most_cards);
+// The summary: "12.0 s: 7 identifications of 4 cards, the door opened 3 times".
+std::string summary_text(double seconds, std::uint64_t identifications, std::size_t cards, std::size_t most_cards,
+                         std::uint64_t openings);
 
 // Write the whole text to standard output; 0 or the errno.
 int write_output(const std::string& text);

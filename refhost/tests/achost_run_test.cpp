@@ -13,12 +13,13 @@
 namespace refhost::test {
 namespace {
 
-constexpr const char* kSummary = "[0-9]+\\.[0-9] s: [0-9]+ identifications? of [0-9]+ cards?\n";
+constexpr const char* kSummary =
+    "[0-9]+\\.[0-9] s: [0-9]+ identifications? of [0-9]+ cards?, the door opened [0-9]+ times?\n";
 
 TEST_F(AchostRun, PrintsALineForEachIdentification) {
   Achost host(simulated("good"));
   EXPECT_THAT(host.next_line(), testing::MatchesRegex("[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}  card 305419896 "
-                                                      "\\(0x12345678\\) +device 1  a-uuid"));
+                                                      "\\(0x12345678\\) +refused, nobody's card"));
   EXPECT_NE(host.next_line().find("card 305419897 (0x12345679)"), std::string::npos);
 }
 
@@ -106,7 +107,7 @@ TEST_F(AchostRun, ClosedStoresLeaveNoLogFilesBehind) {
   for (const auto& entry : std::filesystem::directory_iterator(state())) {
     files.insert(entry.path().filename());
   }
-  EXPECT_EQ(files, std::set<std::string>({"audit.db", "lock", "settings.db"}));
+  EXPECT_EQ(files, std::set<std::string>({"audit.db", "lock", "settings.db", "users.db"}));
 }
 
 TEST_F(AchostRun, SecondHostOnTheStateIsRefusedWithThePidOfTheFirst) {

@@ -38,6 +38,12 @@ TEST(Schema, HasEverySettingOfThePluginAndTheHostWithItsDefault) {
       {"uhf.identification_bits", "32"},
       {"uhf.reader_type", "msb"},
       {"host.device_id", "1"},
+      {"host.door_relay", "2"},
+      {"host.door_open_time", "3000"},
+      {"host.enroll_timeout", "15000"},
+      {"host.audit_keep", "100000"},
+      {"host.audit_keep_days", "30"},
+      {"system.usb_port_enabled", "1"},
   };
   std::map<std::string, std::string> found;
   for (const Setting& setting : SettingsSchema::builtin().settings()) {
@@ -147,6 +153,8 @@ TEST(Schema, UnknownKeyNamesTheNearest) {
             "there is no setting reed_interval in section uhf; the nearest is read_interval in section uhf");
   EXPECT_EQ(refusal("uhf", "device_id"),
             "there is no setting device_id in section uhf; the nearest is device_id in section host");
+  EXPECT_EQ(failure_of([] { SettingsSchema::builtin().at("uhf", "bogus"); }),
+            "there is no setting bogus in section uhf; achost config list shows all");
 }
 
 TEST(Schema, MistakesInItAreErrors) {

@@ -197,12 +197,6 @@ class DamagedStore : public Store, public testing::WithParamInterface<Access> {
   }
 };
 
-TEST_P(DamagedStore, FileThatIsNoDatabaseIsRefused) {
-  std::filesystem::create_directories(state());
-  std::ofstream(file()) << std::string(5000, 'x');
-  expect_refusal("restore a copy of it, or move it away to begin with the defaults");
-}
-
 TEST_P(DamagedStore, DatabaseOfSomethingElseIsRefused) {
   std::filesystem::create_directories(state());
   SQLite::Database(file().string(), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE).exec("CREATE TABLE other(a)");
@@ -216,6 +210,19 @@ TEST_P(DamagedStore, NewerVersionIsRefused) {
 }
 
 INSTANTIATE_TEST_SUITE_P(BothWays, DamagedStore, testing::Values(Access::read_only, Access::read_write));
+
+TEST_F(Store, FileThatIsNoDatabaseIsRefusedToReadAndKeptAsideToWrite) {
+  std::filesystem::create_directories(state());
+  std::ofstream(file()) << std::string(5000, 'x');
+  EXPECT_NE(failure_of([&] {
+              SettingsStore(state(), Access::read_only);
+            }).find("restore a copy of it, or move it away to begin with the defaults"),
+            std::string::npos);
+  testing::internal::CaptureStderr();
+  SettingsStore store(state(), Access::read_write);
+  EXPECT_NE(testing::internal::GetCapturedStderr().find("it is kept as "), std::string::npos);
+  EXPECT_EQ(store.get("uhf", "region"), "BRAZIL");
+}
 
 TEST_F(Store, FailedWriteChangesNothing) {
   SettingsStore store(state(), Access::read_write);

@@ -5,9 +5,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
+#include <ctime>
+#include <stdexcept>
 #include <system_error>
 
 #include "ac/exception.h"
+#include "refhost/log.h"
 
 namespace refhost {
 namespace {
@@ -15,8 +19,15 @@ namespace {
 // How long a statement waits for another process that holds the file, a "config list" for example.
 constexpr int kBusyTimeoutMs = 2000;
 
-// True when the file is new: neither a version nor a table.
-bool check_kind(SQLite::Database& database, const DatabaseKind& kind) {
+// Thrown for a file that SQLite can open but that is broken inside.
+struct Damage : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+bool is_damage(int code) { return code == SQLITE_NOTADB || code == SQLITE_CORRUPT; }
+
+// The version of the file; 0 when it is new: neither a version nor a table.
+int version_of(SQLite::Database& database, const DatabaseKind& kind) {
   const int version = database.execAndGet("PRAGMA user_version").getInt();
   if (version > kind.version) {
     throw ac::ac_exception(database.getFilename() + " is a " + kind.noun + " of version " + std::to_string(version) +
@@ -28,7 +39,15 @@ bool check_kind(SQLite::Database& database, const DatabaseKind& kind) {
   if (!is_new) {
     database.exec(kind.probe);
   }
-  return is_new;
+  return version;
+}
+
+// A page that is damaged anywhere shows here, and not in the middle of the night. Reads the whole file.
+void check_pages(SQLite::Database& database) {
+  const std::string verdict = database.execAndGet("PRAGMA quick_check(1)").getString();
+  if (verdict != "ok") {
+    throw Damage(verdict);
+  }
 }
 
 // SQLite gives its files to the world by default, and those beside it (-wal, -shm) the mode of the file itself. A
@@ -39,26 +58,69 @@ void make_private_file(const std::filesystem::path& file) {
   }
 }
 
-void make_tables(SQLite::Database& database, const DatabaseKind& kind) {
+void bring_up_to_date(SQLite::Database& database, const DatabaseKind& kind, int version) {
+  if (version == kind.version) {
+    return;
+  }
   SQLite::Transaction transaction(database);
-  database.exec(kind.schema);
+  database.exec(version == 0 ? kind.schema : kind.upgrade);
   database.exec("PRAGMA user_version = " + std::to_string(kind.version));
   transaction.commit();
+}
+
+SQLite::Database open_sound_database(const std::filesystem::path& file, const DatabaseKind& kind) {
+  make_private_file(file);
+  SQLite::Database database(file.string(), SQLite::OPEN_READWRITE, kBusyTimeoutMs);
+  const int version = version_of(database, kind);
+  check_pages(database);
+  database.exec("PRAGMA journal_mode = WAL");
+  database.exec("PRAGMA synchronous = FULL");
+  bring_up_to_date(database, kind, version);
+  return database;
+}
+
+// A name beside the file that nothing has yet.
+std::filesystem::path name_for_damaged(const std::filesystem::path& file) {
+  std::array<char, 32> date{};
+  const std::time_t now = std::time(nullptr);
+  std::tm local{};
+  std::strftime(date.data(), date.size(), ".damaged-%Y%m%dT%H%M%S", localtime_r(&now, &local));
+  const std::filesystem::path wanted = file.string() + date.data();
+  std::filesystem::path name = wanted;
+  for (int i = 2; std::filesystem::exists(name); ++i) {
+    name = wanted.string() + "-" + std::to_string(i);
+  }
+  return name;
+}
+
+// With its log, in which the latest records may be.
+void keep_aside(const std::filesystem::path& file, const DatabaseKind& kind, const char* damage) {
+  const auto aside = name_for_damaged(file);
+  std::filesystem::rename(file, aside);
+  for (const char* suffix : {"-wal", "-shm"}) {
+    if (std::filesystem::exists(file.string() + suffix)) {
+      std::filesystem::rename(file.string() + suffix, aside.string() + suffix);
+    }
+  }
+  log::warning("the " + std::string(kind.noun) + " " + file.string() + " is damaged (" + damage + "): it is kept as " +
+               aside.string() + ", and a new one is begun");
 }
 
 }  // namespace
 
 SQLite::Database open_database(const std::filesystem::path& file, const DatabaseKind& kind) {
-  make_private_file(file);
   try {
-    SQLite::Database database(file.string(), SQLite::OPEN_READWRITE, kBusyTimeoutMs);
-    const bool is_new = check_kind(database, kind);
-    database.exec("PRAGMA journal_mode = WAL");
-    database.exec("PRAGMA synchronous = FULL");
-    if (is_new) {
-      make_tables(database, kind);
+    try {
+      return open_sound_database(file, kind);
+    } catch (const Damage& damage) {
+      keep_aside(file, kind, damage.what());
+    } catch (const SQLite::Exception& failure) {
+      if (!is_damage(failure.getErrorCode())) {
+        throw;
+      }
+      keep_aside(file, kind, failure.what());
     }
-    return database;
+    return open_sound_database(file, kind);
   } catch (const SQLite::Exception& failure) {
     throw_database_failure(file, kind, failure);
   }
@@ -67,7 +129,11 @@ SQLite::Database open_database(const std::filesystem::path& file, const Database
 SQLite::Database open_database_to_read(const std::filesystem::path& file, const DatabaseKind& kind) {
   try {
     SQLite::Database database(file.string(), SQLite::OPEN_READONLY, kBusyTimeoutMs);
-    check_kind(database, kind);
+    if (const int version = version_of(database, kind); version != 0 && version < kind.version) {
+      throw ac::ac_exception(file.string() + " is a " + kind.noun + " of version " + std::to_string(version) +
+                                 ": a host that runs on it brings it up to date (" + std::to_string(kind.version) + ")",
+                             true);
+    }
     return database;
   } catch (const SQLite::Exception& failure) {
     throw_database_failure(file, kind, failure);
@@ -77,9 +143,8 @@ SQLite::Database open_database_to_read(const std::filesystem::path& file, const 
 void throw_database_failure(const std::filesystem::path& file, const DatabaseKind& kind,
                             const SQLite::Exception& failure) {
   const int code = failure.getErrorCode();
-  const bool damaged = code == SQLITE_NOTADB || code == SQLITE_CORRUPT || code == SQLITE_ERROR;
   const std::string noun = std::string(kind.noun);
-  throw ac::ac_exception(damaged
+  throw ac::ac_exception(is_damage(code) || code == SQLITE_ERROR
                              ? file.string() + " is no readable " + noun + " (" + failure.what() + "): " + kind.way_out
                              : "the " + noun + " " + file.string() + " cannot be used: " + failure.what(),
                          true);

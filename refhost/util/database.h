@@ -13,16 +13,18 @@ struct DatabaseKind {
   const char* noun;     // for messages: "settings database"
   int version;          // kept in the file as user_version
   const char* schema;   // the SQL that makes its tables
+  const char* upgrade;  // the SQL that brings a file of the version before up to date; null for version 1
   const char* probe;    // a query that succeeds on a file of this kind
   const char* way_out;  // what a person can do about a file that cannot be read
 };
 
 // Open the file for reading and writing: every transaction is on the disk when it returns (write-ahead log,
-// synchronous=FULL). A new file gets its tables. Throws ac::ac_exception, one line that names the file, and changes
-// nothing, when it is not of that kind, is damaged, or is of a newer version.
+// synchronous=FULL). A new file gets its tables, an older one those that it lacks. A damaged file is kept under another
+// name, FILE.damaged-DATE, a new one is begun, and a warning in the log says so. Throws ac::ac_exception, one line that
+// names the file, and changes nothing, when it is of another kind or of a newer version.
 SQLite::Database open_database(const std::filesystem::path& file, const DatabaseKind& kind);
 
-// The same for reading only; the file must exist.
+// The same for reading only; the file must exist. A damaged file is an exception and stays where it is.
 SQLite::Database open_database_to_read(const std::filesystem::path& file, const DatabaseKind& kind);
 
 // The exception for a failure of that file.

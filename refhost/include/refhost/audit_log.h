@@ -3,29 +3,67 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
+#include <vector>
 
 namespace refhost {
 
+// What the type codes of the records mean, by code.
+inline constexpr std::string_view kAuditTypes[] = {"none", "config", "api",  "usb", "network",
+                                                   "time", "online", "menu", "boot"};
+
 struct AuditRecord {
-  std::string time;
+  std::string time;  // as whoever wrote it gave it
   int type = 0;
   std::string details;
 };
 
-// The records in the SQLite file audit.db. Any thread may call.
+// A record in the log.
+struct AuditEntry {
+  std::int64_t id = 0;  // counted from 1, never used again
+  std::int64_t at = 0;  // ms since 1970 UTC by the host's clock when it was written; 0: not known
+  AuditRecord record;
+};
+
+// Which records are wanted; empty fields leave all in.
+struct AuditFilter {
+  std::vector<int> types = {};
+  std::optional<std::int64_t> since = std::nullopt;  // ms since 1970 UTC, included
+  std::optional<std::int64_t> until = std::nullopt;  // excluded
+  std::optional<std::int64_t> last = std::nullopt;   // so many, the newest
+};
+
+// What may go when there are too many records.
+struct AuditRetention {
+  std::int64_t keep = 0;            // records; 0 keeps all
+  std::int64_t youngest_to_go = 0;  // ms: a record younger than this stays whatever their number
+};
+
+// The records in the SQLite file audit.db. Any thread may call, except where said otherwise.
 class AuditLog {
  public:
-  // Open DIRECTORY/audit.db; directory (mode 0700) and file are made when missing. Throws ac::ac_exception, with
-  // nothing changed, when the file is no audit database or is of a newer version.
+  // Open DIRECTORY/audit.db; directory (mode 0700) and file are made when missing, a file of an older version is
+  // brought up to date, a damaged one kept under another name. Throws ac::ac_exception, with nothing changed, when the
+  // file is no audit log or is of a newer version.
   explicit AuditLog(const std::filesystem::path& directory);
   ~AuditLog();
   AuditLog(const AuditLog&) = delete;
   AuditLog& operator=(const AuditLog&) = delete;
 
-  // Append a record; it is on the disk when the call returns. Returns its number, counted from 1. Throws
-  // ac::ac_exception, which names the file.
+  // Called after each record, once it is on the disk, in the order of the records, on the thread that wrote it. It must
+  // not append. To be set before other threads use the log.
+  void on_append(std::function<void(const AuditEntry&)> callback);
+
+  // What append() may remove, asked at each call. To be set before other threads use the log; at the start all stays.
+  void retain(std::function<AuditRetention()> rule);
+
+  // Append a record; it is on the disk when the call returns. Returns its number. Now and then, in the same
+  // transaction, it removes the oldest records beyond the rule. Throws ac::ac_exception, which names the file; nothing
+  // is changed then, and a later call may succeed.
   std::int64_t append(const AuditRecord& record);
 
   // Close the file for good, at the end of the process. A thread that appends from now on waits for that end.
@@ -36,9 +74,18 @@ class AuditLog {
   static AuditLog* current() noexcept;
   static void make_current(AuditLog* log) noexcept;
 
+  // Hand the records of DIRECTORY/audit.db to a function, oldest first, one after the other, also while a host writes
+  // there; without a file there are none. Throws ac::ac_exception, and what the function throws.
+  static void read(const std::filesystem::path& directory, const AuditFilter& filter,
+                   const std::function<void(const AuditEntry&)>& take);
+
  private:
   struct Impl;
   std::unique_ptr<Impl> impl_;
 };
+
+// Announces a record on the bus with "audit_log_created": int64 "id", string "time", int "type", string "details". Made
+// for AuditLog::on_append.
+void announce(const AuditEntry& entry);
 
 }  // namespace refhost

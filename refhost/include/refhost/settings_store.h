@@ -70,8 +70,11 @@ class SettingsStore {
   std::unique_ptr<Impl> impl_;
 };
 
+// The section of the settings that belong to no module.
+inline constexpr std::string_view kSystemSection = "system";
+
 // Announces a change on the bus with "config_param_set": strings "module", "param", "value" and "previous_value", int
-// "sys_config" 0. Made for SettingsStore::on_change.
+// "sys_config" 0; a setting of the system has no "module" and "sys_config" 1. Made for SettingsStore::on_change.
 void announce(const SettingsStore::Change& change);
 
 }  // namespace refhost

@@ -1,0 +1,101 @@
+#include "audit/audit_file.h"
+
+#include <string>
+
+#include "util/database.h"
+
+namespace refhost {
+namespace {
+
+constexpr const char* kFileName = "audit.db";
+
+// Removing is worth a look every so many records.
+constexpr std::int64_t kPruneEvery = 100;
+
+constexpr DatabaseKind kKind = {
+    .noun = "audit log",
+    .version = 2,
+    .schema =
+        "CREATE TABLE audit_logs(id INTEGER PRIMARY KEY AUTOINCREMENT, time TEXT NOT NULL, type INTEGER NOT NULL, "
+        "details TEXT NOT NULL, at INTEGER NOT NULL DEFAULT 0)",
+    // Version 1 had the written time alone, which is local.
+    .upgrade =
+        "ALTER TABLE audit_logs ADD COLUMN at INTEGER NOT NULL DEFAULT 0;"
+        "UPDATE audit_logs SET at = coalesce(strftime('%s', time, 'utc') * 1000, 0)",
+    .probe = "SELECT id, time, type, details FROM audit_logs LIMIT 0",
+    .way_out = "restore a copy of it, or move it away to begin a new one",
+};
+
+std::string question(const AuditFilter& filter) {
+  std::string where = " WHERE 1";
+  for (std::size_t i = 0; i < filter.types.size(); ++i) {
+    where += (i == 0 ? " AND type IN (" : ", ") + std::to_string(filter.types[i]);
+  }
+  where += filter.types.empty() ? "" : ")";
+  where += filter.since.has_value() ? " AND at >= " + std::to_string(*filter.since) : "";
+  where += filter.until.has_value() ? " AND at < " + std::to_string(*filter.until) : "";
+  const std::string columns = "SELECT id, at, time, type, details FROM ";
+  return filter.last.has_value() ? columns + "(SELECT * FROM audit_logs" + where + " ORDER BY id DESC LIMIT " +
+                                       std::to_string(*filter.last) + ") ORDER BY id"
+                                 : columns + "audit_logs" + where + " ORDER BY id";
+}
+
+}  // namespace
+
+AuditFile::AuditFile(const std::filesystem::path& directory)
+    : file_(directory / kFileName), database_(open_database(file_, kKind)) {}
+
+std::int64_t AuditFile::append(const AuditEntry& entry, const AuditRetention& retention) {
+  try {
+    SQLite::Transaction transaction(database_);
+    SQLite::Statement insert(database_, "INSERT INTO audit_logs(at, time, type, details) VALUES(?, ?, ?, ?)");
+    insert.bind(1, entry.at);
+    insert.bind(2, entry.record.time);
+    insert.bind(3, entry.record.type);
+    insert.bind(4, entry.record.details);
+    insert.exec();
+    const std::int64_t id = database_.getLastInsertRowid();
+    if (retention.keep > 0 && id >= next_prune_) {
+      prune(id, entry, retention);
+    }
+    transaction.commit();
+    return id;
+  } catch (const SQLite::Exception& failure) {
+    throw_database_failure(file_, kKind, failure);
+  }
+}
+
+// The oldest records beyond the count, up to the first that is too young. The records are in the order of their times
+// as long as nobody sets the clock back; where somebody did, those after a young one wait for it.
+void AuditFile::prune(std::int64_t newest, const AuditEntry& entry, const AuditRetention& retention) {
+  const std::int64_t first_to_keep = newest - retention.keep + 1;
+  SQLite::Statement young(database_, "SELECT id FROM audit_logs WHERE id < ? AND at > ? ORDER BY id LIMIT 1");
+  young.bind(1, first_to_keep);
+  young.bind(2, entry.at - retention.youngest_to_go);
+  SQLite::Statement remove(database_, "DELETE FROM audit_logs WHERE id < ?");
+  remove.bind(1, young.executeStep() ? young.getColumn(0).getInt64() : first_to_keep);
+  remove.exec();
+  next_prune_ = newest + kPruneEvery;
+}
+
+void AuditLog::read(const std::filesystem::path& directory, const AuditFilter& filter,
+                    const std::function<void(const AuditEntry&)>& take) {
+  const auto file = directory / kFileName;
+  if (!std::filesystem::exists(file)) {
+    return;
+  }
+  try {
+    SQLite::Database database = open_database_to_read(file, kKind);
+    SQLite::Statement query(database, question(filter));
+    while (query.executeStep()) {
+      take(
+          {.id = query.getColumn(0).getInt64(),
+           .at = query.getColumn(1).getInt64(),
+           .record = {.time = query.getColumn(2), .type = query.getColumn(3).getInt(), .details = query.getColumn(4)}});
+    }
+  } catch (const SQLite::Exception& failure) {
+    throw_database_failure(file, kKind, failure);
+  }
+}
+
+}  // namespace refhost

@@ -1,0 +1,30 @@
+// The SQLite file of the audit log.
+#pragma once
+
+#include <SQLiteCpp/SQLiteCpp.h>
+
+#include <cstdint>
+#include <filesystem>
+
+#include "refhost/audit_log.h"
+
+namespace refhost {
+
+// For one thread at a time. Each operation throws ac::ac_exception, which names the file.
+class AuditFile {
+ public:
+  explicit AuditFile(const std::filesystem::path& directory);
+
+  // Append the record, without regard to its id, and remove what the rule lets go when enough of it has come together.
+  // Returns the record's number.
+  std::int64_t append(const AuditEntry& entry, const AuditRetention& retention);
+
+ private:
+  void prune(std::int64_t newest, const AuditEntry& entry, const AuditRetention& retention);
+
+  std::filesystem::path file_;
+  SQLite::Database database_;
+  std::int64_t next_prune_ = 0;  // from which record on it is worth looking
+};
+
+}  // namespace refhost

@@ -1,0 +1,52 @@
+// The door of the device.
+#pragma once
+
+#include <mutex>
+#include <optional>
+
+#include "ac/message.h"
+#include "refhost/subscriber.h"
+#include "refhost/timer.h"
+
+namespace refhost {
+
+// Why a door opens, as "actuator_open_door" gives it.
+enum DoorReason : int {
+  kIdentification = 0,
+  kExitRequest = 1,
+};
+
+// Door 1, as a user of the bus. "actuator_open_door" {int "id", int "reason"} switches the relay of setting
+// host.door_relay on, until host.door_open_time after the latest request; the relay that was switched on is the one
+// that is switched off. It sends "gpio_set_value" for the relay's line, and "door_state" {int "id", int "open", int
+// "reason"} at each opening and closing. A relay that the host may not use, an unknown door and a message without its
+// fields are logged, and nothing opens.
+class DoorService {
+ public:
+  DoorService();
+
+  // Closes the door.
+  ~DoorService();
+
+  DoorService(const DoorService&) = delete;
+  DoorService& operator=(const DoorService&) = delete;
+
+ private:
+  struct Opening {
+    int relay;
+    int reason;
+    Timer::Clock::time_point until;
+  };
+
+  void request(const ac::Message& message);
+  void open_or_prolong(int reason);
+  void close_when_due();
+  void close();
+
+  std::mutex mutex_;  // guards opening_; the bus's thread and the timer's share it
+  std::optional<Opening> opening_;
+  Timer timer_;
+  Subscriber subscriber_;  // last: it stops using the others before they go
+};
+
+}  // namespace refhost

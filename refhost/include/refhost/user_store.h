@@ -1,0 +1,71 @@
+// Users and their cards.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace refhost {
+
+struct User {
+  std::int64_t id = 0;  // 1 or more
+  std::string name;     // may be empty
+
+  bool operator==(const User&) const = default;
+};
+
+struct Card {
+  std::uint64_t value = 0;
+  std::int64_t user = 0;
+  std::string registration;  // as whoever enrolled it gave it; may be empty
+  std::string enrolled;      // local time
+
+  bool operator==(const Card&) const = default;
+};
+
+// Who may open: kept in the SQLite file users.db. Every change is durable before the call returns. Any thread may call,
+// and other processes may use the same file. Each operation throws ac::ac_exception, which names the file, when the
+// file cannot be read or written; nothing is changed then.
+class UserStore {
+ public:
+  enum class Access {
+    read_only,   // nothing is written; without a file there is nobody
+    read_write,  // the directory (mode 0700) and the file are made when missing
+  };
+
+  // Open DIRECTORY/users.db. A damaged file is kept under another name when it is opened for writing.
+  UserStore(const std::filesystem::path& directory, Access access);
+  ~UserStore();
+  UserStore(const UserStore&) = delete;
+  UserStore& operator=(const UserStore&) = delete;
+
+  // Whose card it is; nothing when it is nobody's.
+  std::optional<std::int64_t> owner_of(std::uint64_t card) const;
+
+  // Give a card that is nobody's to a user, who is made when missing. False, with nothing changed, when it is
+  // somebody's already.
+  bool bind(std::uint64_t card, std::int64_t user, const std::string& registration);
+
+  // Make a user, or change the name of one.
+  void put(const User& user);
+
+  // Remove a user with all of his cards, or one card; false when there is none.
+  bool remove_user(std::int64_t id);
+  bool remove_card(std::uint64_t card);
+
+  // In the order of their numbers.
+  std::vector<User> users() const;
+  std::vector<Card> cards() const;
+
+  // Close the file for good, at the end of the process. A thread that calls from now on waits for that end.
+  void seal();
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace refhost

@@ -1,0 +1,103 @@
+#include "refhost/enroller_service.h"
+
+#include <chrono>
+#include <exception>
+#include <utility>
+
+#include "ac/config_util.h"
+#include "bus/send.h"
+#include "refhost/log.h"
+
+namespace refhost {
+namespace {
+
+void tell_error(EnrollerError error) { send("enroller_error", {{"error", static_cast<int>(error)}}); }
+
+void refuse(const std::string& why) {
+  log::warning("enroller: " + why);
+  tell_error(kUnknownError);
+}
+
+}  // namespace
+
+EnrollerService::EnrollerService(UserStore& users)
+    : users_(users),
+      timer_("enroll_timer", [this] { give_up_when_due(); }),
+      subscriber_("enroller", {{"enroll_card", [this](ac::Message* message) { order(*message); }, false},
+                               {"identifier_new_card", [this](ac::Message* message) { take_card(*message); }, false}}) {
+}
+
+void EnrollerService::order(const ac::Message& message) {
+  int state = 0;
+  if (!message.get_int("state", &state)) {
+    refuse("\"enroll_card\" without an int \"state\"");
+  } else if (state != 0) {
+    begin(message);
+  } else if (end().has_value()) {
+    send("enroll_timeout");
+  }
+}
+
+void EnrollerService::begin(const ac::Message& message) {
+  Enrollment wanted;
+  int remote = 0;
+  message.get_int("remote", &remote);
+  message.get_string("registration", &wanted.registration);
+  wanted.remote = remote != 0;
+  if (!message.get_int64("user_id", &wanted.user) || wanted.user < 1) {
+    return refuse("\"enroll_card\" without an int64 \"user_id\" of 1 or more");
+  }
+  if (wanted.registration.size() > kLongestRegistration) {
+    return refuse("a registration of " + std::to_string(wanted.registration.size()) + " bytes: at most " +
+                  std::to_string(kLongestRegistration) + " are taken");
+  }
+  wanted.until =
+      Timer::Clock::now() + std::chrono::milliseconds(ac::config_util::get_int("host", "enroll_timeout", true));
+  const std::lock_guard lock(mutex_);
+  if (enrollment_.has_value()) {
+    return tell_error(kEnrollerBusy);
+  }
+  timer_.start(wanted.until);
+  enrollment_ = std::move(wanted);
+}
+
+void EnrollerService::take_card(const ac::Message& message) {
+  std::int64_t card = 0;
+  if (!message.get_int64("value", &card)) {
+    return;  // the identifier says so in the log
+  }
+  if (const auto enrollment = end()) {
+    bind(*enrollment, card);
+  }
+}
+
+void EnrollerService::bind(const Enrollment& enrollment, std::int64_t card) {
+  try {
+    const auto value = static_cast<std::uint64_t>(card);
+    const bool is_free = enrollment.remote ? !users_.owner_of(value).has_value()
+                                           : users_.bind(value, enrollment.user, enrollment.registration);
+    if (is_free) {
+      send("enroll_rfid_successful", {{"user_card", card}, {"user_id", enrollment.user}});
+    } else {
+      tell_error(kCardIsTaken);
+    }
+  } catch (const std::exception& failure) {
+    refuse(std::string("the card is not stored: ") + failure.what());
+  }
+}
+
+void EnrollerService::give_up_when_due() {
+  const std::lock_guard lock(mutex_);
+  if (enrollment_.has_value() && enrollment_->until <= Timer::Clock::now()) {
+    enrollment_.reset();
+    send("enroll_timeout");
+  }
+}
+
+// The enrollment that runs, which is over then.
+std::optional<EnrollerService::Enrollment> EnrollerService::end() {
+  const std::lock_guard lock(mutex_);
+  return std::exchange(enrollment_, std::nullopt);
+}
+
+}  // namespace refhost

@@ -1,0 +1,48 @@
+#include "refhost/timer.h"
+
+#include <pthread.h>
+
+#include <utility>
+
+#include "ac/util.h"
+
+namespace refhost {
+
+Timer::Timer(std::string name, std::function<void()> on_due)
+    : on_due_(std::move(on_due)), thread_([this, name = std::move(name)] { run(name); }) {}
+
+Timer::~Timer() {
+  {
+    const std::lock_guard lock(mutex_);
+    ending_ = true;
+  }
+  changed_.notify_one();
+  thread_.join();
+}
+
+void Timer::start(Clock::time_point due) {
+  {
+    const std::lock_guard lock(mutex_);
+    due_ = due;
+  }
+  changed_.notify_one();
+}
+
+void Timer::run(const std::string& name) {
+  ac::util::set_thread_name(name, pthread_self());
+  std::unique_lock lock(mutex_);
+  while (!ending_) {
+    if (!due_.has_value()) {
+      changed_.wait(lock);
+    } else if (const auto due = *due_; Clock::now() < due) {
+      changed_.wait_until(lock, due);
+    } else {
+      due_.reset();
+      lock.unlock();
+      on_due_();
+      lock.lock();
+    }
+  }
+}
+
+}  // namespace refhost
