@@ -32,12 +32,15 @@ class Fields {
     return false;
   }
 
- private:
   struct Field {
     std::string name;
     std::variant<int, std::int64_t, std::string> value;
   };
 
+  // All of them, in the order in which they were added.
+  const std::vector<Field>& all() const { return fields_; }
+
+ private:
   // Room made by the first add(): the usual message fits without a second allocation.
   static constexpr std::size_t kUsualCount = 6;
 

@@ -38,7 +38,9 @@ void HandlerTable::add(const ac::MessageListener* listeners, std::size_t count) 
 void HandlerTable::deliver(std::unique_ptr<ac::Message> message, const std::string& recipient) const {
   const auto found = handlers_.find(message->type());
   if (found == handlers_.end()) {
-    count(running_counters.undelivered);
+    if (message->type() != kFlushType) {
+      count(running_counters.undelivered);
+    }
     return;
   }
   for (const Handler& handler : found->second) {

@@ -1,18 +1,59 @@
 #include "bus/inbox.h"
 
 #include <utility>
+#include <vector>
 
 #include "bus/counters.h"
 #include "refhost/log.h"
 
 namespace refhost {
 
-Inbox::Inbox(std::string name, std::size_t bound) : name_(std::move(name)), bound_(bound) {}
+namespace {
+
+// Every queue of the process, for those who look at it.
+struct Queues {
+  std::mutex mutex;  // guards all
+  std::vector<const Inbox*> all;
+
+  // Never destroyed: queues of plug-ins go after everything else.
+  static Queues& instance() {
+    static Queues& queues = *new Queues;
+    return queues;
+  }
+};
+
+}  // namespace
+
+std::vector<QueueState> queue_states() {
+  Queues& queues = Queues::instance();
+  const std::lock_guard lock(queues.mutex);
+  std::vector<QueueState> states;
+  for (const Inbox* inbox : queues.all) {
+    states.push_back(inbox->state());
+  }
+  return states;
+}
+
+Inbox::Inbox(std::string name, std::size_t bound) : name_(std::move(name)), bound_(bound) {
+  const std::lock_guard lock(Queues::instance().mutex);
+  Queues::instance().all.push_back(this);
+}
+
+Inbox::~Inbox() {
+  const std::lock_guard lock(Queues::instance().mutex);
+  std::erase(Queues::instance().all, this);
+}
+
+QueueState Inbox::state() const {
+  const std::lock_guard lock(mutex_);
+  return {.name = name_, .waiting = waiting_.size(), .bound = bound_, .dropped = dropped_};
+}
 
 void Inbox::put(std::unique_ptr<ac::Message> message) {
   std::unique_lock lock(mutex_);
   if (waiting_.size() >= bound_) {
     const bool burst_begins = dropped_in_burst_++ == 0;
+    ++dropped_;
     lock.unlock();
     count(running_counters.dropped);
     if (burst_begins) {

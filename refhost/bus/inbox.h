@@ -10,6 +10,7 @@
 #include <string>
 
 #include "ac/message.h"
+#include "refhost/bus_view.h"
 
 namespace refhost {
 
@@ -20,6 +21,9 @@ class Inbox {
 
   // name: whose queue, for the log. bound: how many messages may wait.
   Inbox(std::string name, std::size_t bound);
+  ~Inbox();
+  Inbox(const Inbox&) = delete;
+  Inbox& operator=(const Inbox&) = delete;
 
   // Append a message. At the bound it is dropped instead: counted, and logged once when a burst of drops begins and
   // once, with the number, when the queue takes messages again.
@@ -37,6 +41,9 @@ class Inbox {
 
   const std::string& name() const { return name_; }
 
+  // How it stands now. Any thread may call.
+  QueueState state() const;
+
  private:
   // Both are called with mutex_ released: the log may be slow.
   void report_full(const std::string& type) const;
@@ -44,11 +51,12 @@ class Inbox {
 
   const std::string name_;
   const std::size_t bound_;
-  std::mutex mutex_;  // guards everything below
+  mutable std::mutex mutex_;  // guards everything below
   std::condition_variable filled_;
   Messages waiting_;
   bool closed_ = false;
   std::uint64_t dropped_in_burst_ = 0;
+  std::uint64_t dropped_ = 0;
 };
 
 }  // namespace refhost

@@ -1,6 +1,7 @@
 #include "bus/routes.h"
 
 #include <mutex>
+#include <set>
 #include <utility>
 
 #include "bus/counters.h"
@@ -30,6 +31,9 @@ void Routes::remove(Subscriber::Impl* subscriber) {
 
 std::unique_ptr<ac::Message> Routes::post(std::unique_ptr<ac::Message> message, const Subscriber::Impl* inline_for) {
   const std::shared_lock lock(mutex_);
+  for (const Tap* tap : taps_) {
+    (*tap)(*message);
+  }
   const auto found = table_.find(message->type());
   if (found == table_.end() || found->second.empty()) {
     count(running_counters.undelivered);
@@ -49,6 +53,27 @@ std::unique_ptr<ac::Message> Routes::post(std::unique_ptr<ac::Message> message, 
   }
   give(interested.back(), std::move(message));
   return kept;
+}
+
+void Routes::post_to_all(const std::function<std::unique_ptr<ac::Message>()>& make) {
+  const std::shared_lock lock(mutex_);
+  std::set<Subscriber::Impl*> subscribers;
+  for (const auto& [type, interested] : table_) {
+    subscribers.insert(interested.begin(), interested.end());
+  }
+  for (Subscriber::Impl* const subscriber : subscribers) {
+    subscriber->inbox.put(make());
+  }
+}
+
+void Routes::add_tap(const Tap* tap) {
+  const std::lock_guard lock(mutex_);
+  taps_.push_back(tap);
+}
+
+void Routes::remove_tap(const Tap* tap) {
+  const std::lock_guard lock(mutex_);
+  std::erase(taps_, tap);
 }
 
 }  // namespace refhost

@@ -1,6 +1,7 @@
 // Which subscriber wants which type of message.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <shared_mutex>
 #include <string>
@@ -28,9 +29,18 @@ class Routes {
   // thread is the caller and waits for the outcome. A message that nobody wants is counted.
   std::unique_ptr<ac::Message> post(std::unique_ptr<ac::Message> message, const Subscriber::Impl* inline_for);
 
+  // Put a message that has no handler, made for each, into the inbox of every subscriber.
+  void post_to_all(const std::function<std::unique_ptr<ac::Message>()>& make);
+
+  // A function that sees each message that is posted; when remove_tap() returns, it is not called any more.
+  using Tap = std::function<void(const ac::Message&)>;
+  void add_tap(const Tap* tap);
+  void remove_tap(const Tap* tap);
+
  private:
-  std::shared_mutex mutex_;  // guards the table; held shared while messages are put, which is why remove() can promise
+  std::shared_mutex mutex_;  // guards all below; held shared while messages are put, which is why remove() can promise
   std::unordered_map<std::string, std::vector<Subscriber::Impl*>> table_;
+  std::vector<const Tap*> taps_;
 };
 
 }  // namespace refhost

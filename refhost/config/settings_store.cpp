@@ -127,6 +127,12 @@ void SettingsStore::override_for_run(std::string_view section, std::string_view 
   slot.put(value);
 }
 
+bool SettingsStore::is_overridden(std::string_view section, std::string_view key) const {
+  const Slot& slot = impl_->at(section, key);
+  const std::lock_guard lock(impl_->mutex);
+  return slot.overridden;
+}
+
 void SettingsStore::seal() {
   impl_->mutex.lock();  // for good
   impl_->file.reset();

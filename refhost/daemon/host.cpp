@@ -11,6 +11,8 @@
 #include <thread>
 
 #include "ac/util.h"
+#include "daemon/control_commands.h"
+#include "daemon/output.h"
 #include "refhost/loader.h"
 
 namespace achost {
@@ -51,14 +53,22 @@ refhost::AuditRetention retention(const refhost::SettingsStore& settings) {
 
 }  // namespace
 
-Host::Host(const std::filesystem::path& state, Printer::Form form, std::chrono::milliseconds watchdog_limit)
+Host::Host(const std::filesystem::path& state, Reader& reader, Printer::Form form,
+           std::chrono::milliseconds watchdog_limit)
     : form_(form),
+      reader_(reader),
       lock_(state),
       settings_(state, refhost::SettingsStore::Access::read_write),
       audit_(state),
       users_(state, refhost::UserStore::Access::read_write),
       printer_(form, [this](int reason) { output_lost(reason); }),
-      watchdog_(refhost::WatchdogTable::instance(), checking_period(watchdog_limit), end_late) {
+      watchdog_(refhost::WatchdogTable::instance(), checking_period(watchdog_limit), end_late),
+      control_(state, control_table({.state = state,
+                                     .started = started_,
+                                     .settings = settings_,
+                                     .gpio = gpio_,
+                                     .reader = reader_,
+                                     .plugin = [this] { return plugin(); }})) {
   refhost::WatchdogTable::instance().set_limit(watchdog_limit);
   settings_.on_change([](const refhost::SettingsStore::Change& change) { refhost::announce(change); });
   audit_.on_append([](const refhost::AuditEntry& entry) { refhost::announce(entry); });
@@ -67,23 +77,29 @@ Host::Host(const std::filesystem::path& state, Printer::Form form, std::chrono::
   refhost::AuditLog::make_current(&audit_);
 }
 
-void Host::start_plugin(const std::string& path, const std::string& reader) {
+void Host::start_plugin(const std::string& path) {
   std::set_terminate(end_terminated);
-  std::thread([this, path, reader] { run_plugin(path, reader); }).detach();
+  std::thread([this, path] { run_plugin(path); }).detach();
 }
 
-void Host::run_plugin(const std::string& path, const std::string& reader) {
+std::string Host::plugin() const {
+  const auto* const plugin = plugin_.load();
+  return plugin == nullptr ? "" : plugin->name;
+}
+
+void Host::run_plugin(const std::string& path) {
   using refhost::LoadError;
   ac::util::set_thread_name("plugin", pthread_self());
   try {
     // Never destroyed: its other threads go on when its main function has ended.
     const auto& plugin = *new refhost::LoadedPlugin(refhost::load(path));
     std::fprintf(stderr, "achost: %s (%s) reads at %s; Ctrl-C ends\n", plugin.name.c_str(), path.c_str(),
-                 reader.c_str());
+                 reader_.description().c_str());
+    plugin_ = &plugin;
     ending_.request({.status = kPluginEnded, .reason = refhost::run_until_it_ends(plugin)});
   } catch (const LoadError& failure) {
     const bool loaded = failure.stage() == LoadError::Stage::start;
-    const std::string way_out = loaded ? "; check the reader at " + reader : "";
+    const std::string way_out = loaded ? "; check the reader at " + reader_.description() : "";
     ending_.request({.status = loaded ? kNoReader : kNoPlugin, .reason = failure.what() + way_out});
   }
 }
@@ -115,6 +131,7 @@ void Host::print_end(const Ending::Outcome& outcome) {
 void Host::end_process(std::optional<std::chrono::steady_clock::time_point> deadline) {
   const auto outcome = ending_.wait(deadline);
   print_end(outcome);
+  control_.unlink();
   settings_.seal();
   audit_.seal();
   users_.seal();

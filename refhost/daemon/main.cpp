@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <exception>
 
+#include "daemon/cli.h"
 #include "daemon/config_command.h"
 #include "daemon/failure.h"
 #include "daemon/run_command.h"
@@ -25,13 +26,14 @@ constexpr const char* kStatuses =
 struct ConfigOptions {
   std::string state;
   bool json = false;
+  bool markdown = false;
   std::vector<std::string> words;
 };
 
 void add_state(CLI::App& command, std::string& state) {
   command
       .add_option("--state", state,
-                  "Directory of settings and audit log (default: /var/lib/achost for root, else "
+                  "Directory of settings, users and audit log (default: /var/lib/achost for root, else "
                   "~/.local/state/achost)")
       ->type_name("DIR");
 }
@@ -79,14 +81,17 @@ void add_config(CLI::App& app, ConfigOptions& options) {
   CLI::App& config = *app.add_subcommand("config", "Show and change settings")->require_subcommand(1);
   CLI::App& list = *config.add_subcommand("list", "Show all settings");
   list.add_flag("--json", options.json, "One JSON object a line");
-  list.callback([&options] { achost::list_settings(options.state, options.json); });
+  list.add_flag("--markdown", options.markdown, "What settings there are, as a document")->excludes("--json");
+  list.callback([&options] {
+    options.markdown ? achost::document_settings() : achost::list_settings(options.state, options.json);
+  });
   CLI::App& get = *config.add_subcommand("get", "Show the value of a setting");
   get.add_option("name", options.words, "The setting; section uhf unless given")
       ->type_name("[SECTION] KEY")
       ->required()
       ->expected(1, 2);
   get.callback([&options] { achost::get_setting(options.state, options.words); });
-  CLI::App& set = *config.add_subcommand("set", "Change a setting, and show what is stored");
+  CLI::App& set = *config.add_subcommand("set", "Change a setting, also of a host that runs, and show what is stored");
   set.add_option("name", options.words, "The setting, section uhf unless given, and its value")
       ->type_name("[SECTION] KEY VALUE")
       ->required()
@@ -96,6 +101,16 @@ void add_config(CLI::App& app, ConfigOptions& options) {
     add_state(*command, options.state);
   }
 }
+
+}  // namespace
+
+std::shared_ptr<std::string> achost::add_state(CLI::App& command) {
+  auto state = std::make_shared<std::string>();
+  ::add_state(command, *state);
+  return state;
+}
+
+namespace {
 
 int complain(int status, const std::string& text) {
   std::fprintf(stderr, "achost: %s\n", text.c_str());
@@ -110,6 +125,9 @@ int run_command_line(int argc, char** argv) {
   app.footer(kStatuses);
   add_run(app, run_options);
   add_config(app, config_options);
+  achost::add_control(app);
+  achost::add_audit(app);
+  achost::add_user(app);
   try {
     app.parse(argc, argv);
     return achost::kDone;

@@ -1,23 +1,14 @@
 #include "daemon/printer.h"
 
-#include <unistd.h>
-
-#include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <utility>
 
+#include "daemon/output.h"
 #include "refhost/bus_counters.h"
 
 namespace achost {
 namespace {
-
-bool wants_colour() {
-  const char* const no_colour = std::getenv("NO_COLOR");
-  return isatty(STDOUT_FILENO) != 0 && (no_colour == nullptr || *no_colour == '\0');
-}
 
 std::string counted(std::uint64_t number, const std::string& noun) {
   return std::to_string(number) + " " + noun + (number == 1 ? "" : "s");
@@ -91,17 +82,6 @@ std::string summary_text(double seconds, std::uint64_t identifications, std::siz
   return duration.data() + counted(identifications, "identification") + " of " +
          (cards < most_cards ? "" : "at least ") + counted(cards, "card") + ", the door opened " +
          counted(openings, "time");
-}
-
-int write_output(const std::string& text) {
-  for (std::size_t done = 0; done < text.size();) {
-    const ssize_t written = write(STDOUT_FILENO, text.data() + done, text.size() - done);
-    if (written < 0 && errno != EINTR) {
-      return errno;
-    }
-    done += static_cast<std::size_t>(std::max<ssize_t>(written, 0));
-  }
-  return 0;
 }
 
 }  // namespace achost

@@ -48,7 +48,4 @@ class Printer {
 std::string summary_text(double seconds, std::uint64_t identifications, std::size_t cards, std::size_t most_cards,
                          std::uint64_t openings);
 
-// Write the whole text to standard output; 0 or the errno.
-int write_output(const std::string& text);
-
 }  // namespace achost

@@ -24,6 +24,9 @@ class Reader {
   // The device to open.
   const std::string& port() const { return port_; }
 
+  // The simulated one; null when it is real.
+  uhfsim::SimulatedReader* simulated() { return simulated_.get(); }
+
   // For a person.
   std::string description() const { return port_ + (simulated_ == nullptr ? "" : " (simulated)"); }
 

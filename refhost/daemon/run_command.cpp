@@ -46,15 +46,15 @@ void run(const RunOptions& options) {
   const auto state = state_directory(options.state);
   const std::string plugin = plugin_path(options);
   refhost::check_plugin_path(plugin);
-  const Reader reader(options, state, assignments);
+  Reader reader(options, state, assignments);
 
-  Host host(state, options.json ? Printer::Form::json : Printer::Form::human,
+  Host host(state, reader, options.json ? Printer::Form::json : Printer::Form::human,
             of_seconds<std::chrono::milliseconds>(options.watchdog_limit));
   for (const auto& [section, key, value] : assignments) {
     host.settings().override_for_run(section, key, value);
   }
   host.settings().override_for_run(kDefaultSection, kPortSetting, reader.port());
-  host.start_plugin(plugin, reader.description());
+  host.start_plugin(plugin);
   host.end_process(deadline);
 }
 

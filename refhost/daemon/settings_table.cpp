@@ -1,50 +1,46 @@
 #include "daemon/settings_table.h"
 
-#include <algorithm>
-#include <array>
 #include <nlohmann/json.hpp>
 #include <vector>
 
 #include "daemon/assignment.h"
+#include "daemon/text_table.h"
 
 namespace achost {
 namespace {
 
-using Row = std::array<std::string, 6>;
+std::string name_of(const refhost::Setting& setting) {
+  return setting.section == kDefaultSection ? setting.key : setting.section + "." + setting.key;
+}
 
-Row row_of(const refhost::Setting& setting, const std::string& value) {
-  return {setting.section == kDefaultSection ? setting.key : setting.section + "." + setting.key,
+std::vector<std::string> row_of(const refhost::SettingsStore& store, const refhost::Setting& setting) {
+  const std::string value = store.get(setting.section, setting.key).value();
+  const bool overridden = store.is_overridden(setting.section, setting.key);
+  return {name_of(setting),
           value.empty() ? "-" : value,
-          value == setting.default_value ? "default" : "set",
+          overridden                       ? "this run"
+          : value == setting.default_value ? "default"
+                                           : "set",
           setting.unit.empty() ? "-" : setting.unit,
           setting.allowed(),
           setting.help + (setting.live ? "" : " (applies at the next start)")};
 }
 
-// The rows with each column but the last as wide as its widest cell.
-std::string aligned(const std::vector<Row>& rows) {
-  std::array<std::size_t, std::tuple_size_v<Row>> widths{};
-  for (const Row& row : rows) {
-    for (std::size_t i = 0; i < row.size(); ++i) {
-      widths[i] = std::max(widths[i], row[i].size());
-    }
+// In a table of Markdown a bar would end the cell.
+std::string cell(const std::string& text) {
+  std::string result;
+  for (const char c : text) {
+    result += c == '|' ? "\\|" : std::string(1, c);
   }
-  std::string text;
-  for (const Row& row : rows) {
-    for (std::size_t i = 0; i + 1 < row.size(); ++i) {
-      text += row[i] + std::string(widths[i] - row[i].size() + 2, ' ');
-    }
-    text += row.back() + "\n";
-  }
-  return text;
+  return result.empty() ? "-" : result;
 }
 
 }  // namespace
 
 std::string settings_as_table(const refhost::SettingsStore& store) {
-  std::vector<Row> rows = {{"KEY", "VALUE", "FROM", "UNIT", "ALLOWED", "WHAT IT IS"}};
+  std::vector<std::vector<std::string>> rows = {{"KEY", "VALUE", "FROM", "UNIT", "ALLOWED", "WHAT IT IS"}};
   for (const auto& setting : store.schema().settings()) {
-    rows.push_back(row_of(setting, store.get(setting.section, setting.key).value()));
+    rows.push_back(row_of(store, setting));
   }
   return aligned(rows);
 }
@@ -58,11 +54,34 @@ std::string settings_as_json(const refhost::SettingsStore& store) {
                                            {"value", value},
                                            {"default", setting.default_value},
                                            {"is_default", value == setting.default_value},
+                                           {"overridden", store.is_overridden(setting.section, setting.key)},
                                            {"unit", setting.unit},
                                            {"allowed", setting.allowed()},
                                            {"live", setting.live},
                                            {"help", setting.help}};
     text += object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+  }
+  return text;
+}
+
+std::string settings_as_markdown(const refhost::SettingsSchema& schema) {
+  std::string text =
+      "# Settings\n\n"
+      "Made from `refhost/share/settings.json` by `scripts/settings-doc`; change it there.\n\n"
+      "`achost config list` shows the values, `achost config set [SECTION] KEY VALUE` changes one: of a host that "
+      "runs,\n"
+      "at once where the last column says so, else at its next start. `achost run --set KEY=VALUE` is for that run "
+      "alone.\n";
+  std::string section;
+  for (const auto& setting : schema.settings()) {
+    if (setting.section != section) {
+      section = setting.section;
+      text += "\n## Section `" + section + "`\n\n| Key | What it is | Default | Allowed | Unit | A change applies |\n" +
+              "|---|---|---|---|---|---|\n";
+    }
+    text += "| `" + setting.key + "` | " + cell(setting.help) + " | " + cell(setting.default_value) + " | " +
+            cell(setting.allowed()) + " | " + cell(setting.unit) + " | " +
+            (setting.live ? "at once" : "at the next start") + " |\n";
   }
   return text;
 }

@@ -13,4 +13,7 @@ std::string settings_as_table(const refhost::SettingsStore& store);
 // One JSON object a line.
 std::string settings_as_json(const refhost::SettingsStore& store);
 
+// The document of all settings, in Markdown.
+std::string settings_as_markdown(const refhost::SettingsSchema& schema);
+
 }  // namespace achost

@@ -1,5 +1,6 @@
 #include "refhost/gpio_service.h"
 
+#include <algorithm>
 #include <memory>
 #include <optional>
 #include <string>
@@ -42,9 +43,15 @@ GpioService::GpioService()
                   {{"gpio_current_state", [this](ac::Message* message) { answer_current_state(*message); }, false},
                    {"gpio_set_value", [this](ac::Message* message) { set_value(*message); }, false}}) {}
 
+std::array<int, GpioService::kLines> GpioService::levels() const {
+  std::array<int, kLines> levels{};
+  std::ranges::transform(values_, levels.begin(), [](const std::atomic<int>& value) { return value.load(); });
+  return levels;
+}
+
 void GpioService::answer_current_state(const ac::Message& message) const {
   if (const auto line = line_of(message, kLines)) {
-    Answer(message).add_int("value", values_[*line]).send();
+    Answer(message).add_int("value", values_[*line].load()).send();
   }
 }
 

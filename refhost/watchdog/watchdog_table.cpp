@@ -41,6 +41,15 @@ std::optional<WatchdogTable::Late> WatchdogTable::check(Clock::time_point now) {
   return Late{latest->first, std::chrono::duration_cast<std::chrono::milliseconds>(now - latest->second)};
 }
 
+std::vector<WatchdogTable::Late> WatchdogTable::silences(Clock::time_point now) {
+  const std::lock_guard lock(mutex_);
+  std::vector<Late> result;
+  for (const auto& [name, seen] : last_seen_) {
+    result.push_back({name, std::chrono::duration_cast<std::chrono::milliseconds>(now - seen)});
+  }
+  return result;
+}
+
 }  // namespace refhost
 
 namespace ac::watchdog {

@@ -8,8 +8,8 @@
 #include <utility>
 #include <vector>
 
-#include "text.h"
 #include "uhfsim/command.h"
+#include "uhfsim/text.h"
 
 namespace uhfsim {
 

@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "numbers.h"
-#include "text.h"
+#include "uhfsim/text.h"
 
 namespace uhfsim {
 

@@ -4,7 +4,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "text.h"
+#include "uhfsim/text.h"
 
 namespace uhfsim {
 

@@ -9,7 +9,7 @@
 #include <utility>
 
 #include "numbers.h"
-#include "text.h"
+#include "uhfsim/text.h"
 
 namespace uhfsim {
 

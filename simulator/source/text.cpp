@@ -1,4 +1,4 @@
-#include "text.h"
+#include "uhfsim/text.h"
 
 #include <algorithm>
 #include <cstddef>

@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 
 #include "hex.h"
-#include "text.h"
+#include "uhfsim/text.h"
 
 namespace uhfsim::testing {
 namespace {

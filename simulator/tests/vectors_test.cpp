@@ -7,8 +7,8 @@
 #include <fstream>
 
 #include "hex.h"
-#include "text.h"
 #include "uhfsim/reader.h"
+#include "uhfsim/text.h"
 
 namespace uhfsim::testing {
 namespace {

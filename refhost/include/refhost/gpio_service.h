@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 
 #include "ac/message.h"
 #include "refhost/subscriber.h"
@@ -17,13 +18,17 @@ class GpioService {
  public:
   GpioService();
 
+  static constexpr int kLines = 256;
+
+  // The levels of all lines. Any thread may call.
+  std::array<int, kLines> levels() const;
+
  private:
   void answer_current_state(const ac::Message& message) const;
   void set_value(const ac::Message& message);
 
-  static constexpr int kLines = 256;
-  std::array<int, kLines> values_{};  // used by the subscriber's delivery thread only
-  Subscriber subscriber_;             // last: it stops using the lines before they go
+  std::array<std::atomic<int>, kLines> values_{};  // written by the subscriber's delivery thread only
+  Subscriber subscriber_;                          // last: it stops using the lines before they go
 };
 
 }  // namespace refhost

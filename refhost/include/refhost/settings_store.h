@@ -54,6 +54,9 @@ class SettingsStore {
   // set() takes its place. Throws SettingError.
   void override_for_run(std::string_view section, std::string_view key, const std::string& value);
 
+  // Whether the value is this run's alone. Throws SettingError.
+  bool is_overridden(std::string_view section, std::string_view key) const;
+
   // Close the file for good, at the end of the process. A thread that writes from now on waits for that end; reading
   // goes on.
   void seal();

@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <vector>
 
 namespace refhost {
 
@@ -37,6 +38,9 @@ class WatchdogTable {
   // The name that is late for longest, if any. To be called regularly: a check that itself comes more than a limit
   // after the one before it finds that the whole process was stopped, and gives every name a fresh limit.
   std::optional<Late> check(Clock::time_point now);
+
+  // Every name with the time since its last call, in alphabetical order.
+  std::vector<Late> silences(Clock::time_point now);
 
  private:
   std::mutex mutex_;  // guards everything below

@@ -1,0 +1,58 @@
+// Lines over a stream socket.
+#pragma once
+
+#include <chrono>
+#include <filesystem>
+#include <optional>
+#include <string>
+
+namespace refhost {
+
+// The address of a socket in a directory, however long the directory's path is: the name goes through the open
+// directory, since a socket's address has room for 107 bytes only. Throws std::system_error.
+class SocketPlace {
+ public:
+  SocketPlace(const std::filesystem::path& directory, const std::string& name);
+  ~SocketPlace();
+  SocketPlace(const SocketPlace&) = delete;
+  SocketPlace& operator=(const SocketPlace&) = delete;
+
+  // bind(2) or connect(2); 0 or the errno.
+  int bind(int socket) const;
+  int connect(int socket) const;
+  void unlink() const noexcept;
+
+  // Set its mode to 0600; 0 or the errno.
+  int make_private() const;
+
+ private:
+  std::string path() const;
+
+  int directory_;
+  std::string name_;
+};
+
+// Send all of the text; false when the peer has gone or takes longer than the socket's SO_SNDTIMEO.
+bool send_all(int socket, const std::string& text);
+
+// Cuts what arrives into lines.
+class LineReader {
+ public:
+  enum class Outcome { line, end, too_long, too_late };
+
+  // longest: bytes of a line, with its newline.
+  LineReader(int socket, std::size_t longest) : socket_(socket), longest_(longest) {}
+
+  // Wait for the next line, into `line` without its newline. A line that has begun must end within that time; for its
+  // beginning there is no limit.
+  Outcome next(std::string& line, std::chrono::milliseconds patience);
+
+ private:
+  bool take(std::string& line);
+
+  int socket_;
+  std::size_t longest_;
+  std::string pending_;
+};
+
+}  // namespace refhost

@@ -1,0 +1,38 @@
+// The audit log, written out.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "refhost/audit_log.h"
+
+namespace achost {
+
+// How the records are written.
+enum class AuditForm { table, csv, json };
+
+struct AuditOptions {
+  std::string state;
+  std::vector<std::string> types;  // words of refhost::kAuditTypes
+  std::string since;               // as time_of() takes it; empty: from the beginning
+  std::string until;
+  std::optional<std::int64_t> last;
+  AuditForm form = AuditForm::table;
+  std::string output;  // a file; empty: standard output
+};
+
+// ms since 1970 UTC of "YYYY-MM-DD" (its beginning), "YYYY-MM-DD HH:MM[:SS]", both local, or ISO 8601 with a zone
+// ("2026-01-02T03:04:05Z", "...+01:00"). Throws Failure (kUsage).
+std::int64_t time_of(const std::string& text);
+
+// One record, with its newline. A table shows control characters as \n or \x1b, CSV is as RFC 4180 has it.
+std::string audit_heading(AuditForm form);
+std::string audit_line(const refhost::AuditEntry& entry, AuditForm form);
+
+// Write the records. A file is written beside its name and then takes its place. Throws Failure, or ac::ac_exception
+// when the log cannot be read.
+void export_audit(const AuditOptions& options);
+
+}  // namespace achost

@@ -1,0 +1,17 @@
+// The command line, a function for each group of subcommands. What they ask for is done while it is parsed.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <memory>
+#include <string>
+
+namespace achost {
+
+void add_audit(CLI::App& app);    // audit list and export
+void add_control(CLI::App& app);  // status, events, gpio, rex, enroll and field
+void add_user(CLI::App& app);     // user and card
+
+// Adds --state; the text is filled in before the command runs.
+std::shared_ptr<std::string> add_state(CLI::App& command);
+
+}  // namespace achost

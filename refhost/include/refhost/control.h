@@ -1,0 +1,122 @@
+// Talking to a host that runs: one local socket, one JSON object a line.
+#pragma once
+
+#include <chrono>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "ac/exception.h"
+
+namespace refhost {
+
+using Json = nlohmann::ordered_json;
+
+// A field of a request.
+struct ControlField {
+  enum class Type { text, integer, flag };
+
+  std::string name;
+  Type type = Type::text;
+  bool required = true;
+};
+
+// The other end of a connection, for a command that answers with more than one line.
+class ControlStream {
+ public:
+  virtual ~ControlStream() = default;
+
+  // Send a line at once. False when the client has gone or does not read.
+  virtual bool send(const Json& line) = 0;
+
+  // Whether the client has gone, or the server ends.
+  virtual bool is_over() = 0;
+};
+
+// Something that a client may ask for.
+struct ControlCommand {
+  std::string name;
+  std::vector<ControlField> fields;
+  // Returns what the answer holds besides "ok": true. What it throws becomes the error. Called on a thread of the
+  // connection's, so several at a time; it may use the stream before it returns.
+  std::function<Json(const Json& request, ControlStream& stream)> run;
+};
+
+// A request that is none; what() says what was found and what would be right.
+class RequestError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// The commands of a server. Constant once made.
+class ControlTable {
+ public:
+  explicit ControlTable(std::vector<ControlCommand> commands) : commands_(std::move(commands)) {}
+
+  // The command of a request whose fields are all as they should be. Throws RequestError.
+  const ControlCommand& check(const Json& request) const;
+
+ private:
+  std::vector<ControlCommand> commands_;
+};
+
+// Listens at DIRECTORY/control.sock, for this user and root alone.
+//
+// A client sends requests, {"command": NAME, FIELD: VALUE, ...}, a line each, and gets an answer to each in turn:
+// {"ok": true, ...}, or {"ok": false, "status": N, "error": TEXT} with the exit status that a program should end with.
+// A request that is none gets an error, and the connection goes on, unless it is longer than kLongestRequest or takes
+// longer than kPatience: then nobody can tell where the next one begins.
+class ControlServer {
+ public:
+  static constexpr std::size_t kLongestRequest = 65536;  // bytes, with its newline
+  static constexpr std::size_t kMostClients = 16;        // one more gets an error and is closed
+  static constexpr std::chrono::seconds kPatience{10};   // for a whole request, and for a client that does not read
+
+  // The directory is held by this process alone, so a socket that is there already is a dead one's. Throws
+  // ac::ac_exception.
+  ControlServer(const std::filesystem::path& directory, ControlTable table);
+
+  // Closes all connections and removes the socket.
+  ~ControlServer();
+
+  ControlServer(const ControlServer&) = delete;
+  ControlServer& operator=(const ControlServer&) = delete;
+
+  // Remove the socket, at the end of a process that destroys nothing. New clients find nobody.
+  void unlink() noexcept;
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+// Nobody listens there.
+class NoHost : public ac::ac_exception {
+ public:
+  explicit NoHost(const std::filesystem::path& directory);
+};
+
+// A connection to the server of a state directory. For one thread.
+class ControlClient {
+ public:
+  // Throws NoHost, or ac::ac_exception when the socket cannot be used.
+  explicit ControlClient(const std::filesystem::path& directory);
+  ~ControlClient();
+  ControlClient(const ControlClient&) = delete;
+  ControlClient& operator=(const ControlClient&) = delete;
+
+  // Send a request.
+  void send(const Json& request);
+
+  // The next line of the server. Throws ac::ac_exception when it has gone, or says no JSON.
+  Json receive();
+
+ private:
+  int socket_;
+  std::string pending_;
+};
+
+}  // namespace refhost
