@@ -79,7 +79,7 @@ std::optional<Event> identification(const ac::Message& message) {
   const std::map<std::string, std::pair<std::string, Weight>> outcomes = {
       {"opens", {"welcome, " + user_text(message), Weight::good}},
       {"unknown", {"refused, nobody's card", Weight::bad}},
-      {"held_back", {known ? "held back, " + user_text(message) : "held back", Weight::plain}},
+      {"held_back", {"held back, a card is being enrolled", Weight::plain}},
       {"failed", {"refused, the users cannot be read", Weight::bad}}};
   const auto found = outcomes.find(outcome);
   const auto& [words, weight] = found == outcomes.end() ? std::pair(escape(outcome), Weight::plain) : found->second;
@@ -114,8 +114,9 @@ std::optional<Event> enrollment_done(const ac::Message& message) {
                 {"user_id", long_number(message, "user_id")}});
 }
 
-std::optional<Event> enrollment_late(const ac::Message& /*message*/) {
-  return event("enrollment", "enrollment", "no card came in time", Weight::bad, {{"state", "timeout"}});
+std::optional<Event> enrollment_late(const ac::Message& message) {
+  return event("enrollment", "enrollment", "no card came in time", Weight::bad,
+               {{"state", "timeout"}, {"user_id", long_number(message, "user_id")}});
 }
 
 std::optional<Event> enrollment_failed(const ac::Message& message) {
@@ -127,8 +128,9 @@ std::optional<Event> enrollment_failed(const ac::Message& message) {
   const int error = number(message, "error");
   const auto found = words.find(error);
   const std::string reason = found == words.end() ? "error " + std::to_string(error) : found->second;
-  return event("enrollment", "enrollment", "failed: " + reason, Weight::bad,
-               {{"state", "error"}, {"error", error}, {"reason", reason}});
+  return event(
+      "enrollment", "enrollment", "failed: " + reason, Weight::bad,
+      {{"state", "error"}, {"error", error}, {"reason", reason}, {"user_id", long_number(message, "user_id")}});
 }
 
 std::optional<Event> line_changed(const ac::Message& message) {
@@ -144,13 +146,15 @@ std::optional<Event> line_changed(const ac::Message& message) {
                {{"gpio", line}, {"value", value}});
 }
 
+std::string shown(const std::string& value) { return value.empty() ? "nothing" : escape(value); }
+
 std::optional<Event> setting_changed(const ac::Message& message) {
   std::string module = "system";
   message.get_string("module", &module);
   const std::string key = text(message, "param");
   const std::string value = text(message, "value");
   const std::string previous = text(message, "previous_value");
-  return event("config", "setting " + escape(module + "." + key), escape(previous) + " becomes " + escape(value),
+  return event("config", "setting " + escape(module + "." + key), shown(previous) + " becomes " + shown(value),
                Weight::plain, {{"module", module}, {"key", key}, {"value", value}, {"previous_value", previous}});
 }
 

@@ -11,8 +11,8 @@
 #include <thread>
 
 #include "ac/util.h"
-#include "daemon/control_commands.h"
 #include "daemon/output.h"
+#include "daemon/temporary_state.h"
 #include "refhost/loader.h"
 
 namespace achost {
@@ -54,8 +54,10 @@ refhost::AuditRetention retention(const refhost::SettingsStore& settings) {
 }  // namespace
 
 Host::Host(const std::filesystem::path& state, Reader& reader, Printer::Form form,
-           std::chrono::milliseconds watchdog_limit)
-    : form_(form),
+           std::chrono::milliseconds watchdog_limit, bool state_is_temporary)
+    : state_(state),
+      state_is_temporary_(state_is_temporary),
+      form_(form),
       reader_(reader),
       lock_(state),
       settings_(state, refhost::SettingsStore::Access::read_write),
@@ -63,12 +65,7 @@ Host::Host(const std::filesystem::path& state, Reader& reader, Printer::Form for
       users_(state, refhost::UserStore::Access::read_write),
       printer_(form, [this](int reason) { output_lost(reason); }),
       watchdog_(refhost::WatchdogTable::instance(), checking_period(watchdog_limit), end_late),
-      control_(state, control_table({.state = state,
-                                     .started = started_,
-                                     .settings = settings_,
-                                     .gpio = gpio_,
-                                     .reader = reader_,
-                                     .plugin = [this] { return plugin(); }})) {
+      control_(state, control_table(controlled())) {
   refhost::WatchdogTable::instance().set_limit(watchdog_limit);
   settings_.on_change([](const refhost::SettingsStore::Change& change) { refhost::announce(change); });
   audit_.on_append([](const refhost::AuditEntry& entry) { refhost::announce(entry); });
@@ -80,6 +77,13 @@ Host::Host(const std::filesystem::path& state, Reader& reader, Printer::Form for
 void Host::start_plugin(const std::string& path) {
   std::set_terminate(end_terminated);
   std::thread([this, path] { run_plugin(path); }).detach();
+}
+
+ControlledHost Host::controlled() {
+  return {
+      .state = state_, .started = started_, .settings = settings_, .gpio = gpio_, .reader = reader_, .plugin = [this] {
+        return plugin();
+      }};
 }
 
 std::string Host::plugin() const {
@@ -96,6 +100,9 @@ void Host::run_plugin(const std::string& path) {
     std::fprintf(stderr, "achost: %s (%s) reads at %s; Ctrl-C ends\n", plugin.name.c_str(), path.c_str(),
                  reader_.description().c_str());
     plugin_ = &plugin;
+    reader_.story().begin({.commands = control_table(controlled()),
+                           .users = users_,
+                           .say = [this](const std::string& text) { printer_.say(text); }});
     ending_.request({.status = kPluginEnded, .reason = refhost::run_until_it_ends(plugin)});
   } catch (const LoadError& failure) {
     const bool loaded = failure.stage() == LoadError::Stage::start;
@@ -135,6 +142,9 @@ void Host::end_process(std::optional<std::chrono::steady_clock::time_point> dead
   settings_.seal();
   audit_.seal();
   users_.seal();
+  if (state_is_temporary_) {
+    remove_temporary_state(state_);
+  }
   _exit(outcome.status);
 }
 

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "daemon/control_commands.h"
 #include "daemon/ending.h"
 #include "daemon/printer.h"
 #include "daemon/reader.h"
@@ -28,9 +29,10 @@ namespace achost {
 class Host {
  public:
   // Open the state directory for this process alone, and let others ask for things. watchdog_limit: how long a thread
-  // that reports to the watchdog may be silent before the process is ended. Throws ac::ac_exception.
-  Host(const std::filesystem::path& state, Reader& reader, Printer::Form form,
-       std::chrono::milliseconds watchdog_limit);
+  // that reports to the watchdog may be silent before the process is ended. state_is_temporary: it goes with the run.
+  // Throws ac::ac_exception.
+  Host(const std::filesystem::path& state, Reader& reader, Printer::Form form, std::chrono::milliseconds watchdog_limit,
+       bool state_is_temporary);
 
   // For overrides, before the plug-in starts.
   refhost::SettingsStore& settings() { return settings_; }
@@ -46,10 +48,13 @@ class Host {
  private:
   void run_plugin(const std::string& path);
   std::string plugin() const;
+  ControlledHost controlled();
   void output_lost(int reason);
   void print_end(const Ending::Outcome& outcome);
 
   const std::chrono::steady_clock::time_point started_ = std::chrono::steady_clock::now();
+  const std::filesystem::path state_;
+  const bool state_is_temporary_;
   const Printer::Form form_;
   Reader& reader_;
   refhost::InstanceLock lock_;

@@ -44,7 +44,13 @@ void add_reader_options(CLI::App& command, achost::RunOptions& options) {
                                         "serial_port_path)");
   port->type_name("DEVICE");
   auto* const simulate = command.add_flag("--simulate", options.simulate, "Use a simulated reader")->excludes(port);
-  command.add_option("--scenario", options.scenario, "What happens in the simulated field (default: built in)")
+  command
+      .add_flag("--interactive", options.interactive,
+                "With a simulated reader: nothing happens but what you make happen")
+      ->needs(simulate);
+  command
+      .add_option("--scenario", options.scenario,
+                  "What happens in the simulated field and to the host (default: built in)")
       ->type_name("FILE")
       ->needs(simulate);
   command.add_option("--seed", options.seed, "Seed of the simulation's chance (default: 1)")
@@ -58,6 +64,9 @@ void add_run(CLI::App& app, achost::RunOptions& options) {
   command.add_option("--plugin", options.plugin, "Plug-in, by absolute path (default: ../lib/uhf.so from here)")
       ->type_name("PATH");
   add_state(command, options.state);
+  command
+      .add_flag("--temporary-state", options.temporary_state, "Keep the state in a directory that goes with the run")
+      ->excludes("--state");
   add_reader_options(command, options);
   command.add_option("--set", options.settings, "Override a setting for this run; may be repeated")
       ->type_name("[SECTION.]KEY=VALUE")

@@ -45,10 +45,21 @@ void Printer::print(const ac::Message& message) {
   }
   const std::string line = form_ == Form::json ? event->json() : event->line(colour_);
   const std::lock_guard lock(mutex_);
-  if (finished_) {
-    return;
+  if (!finished_) {
+    count(*event);
+    write(line);
   }
-  count(*event);
+}
+
+void Printer::say(const std::string& text) {
+  const std::lock_guard lock(mutex_);
+  if (!finished_ && form_ == Form::human) {
+    write(colour_ ? "\n\x1b[1m" + text + "\x1b[0m" : "\n" + text);
+  }
+}
+
+// With mutex_ held.
+void Printer::write(const std::string& line) {
   if (const int failure = write_output(line + "\n"); failure != 0) {
     finished_ = true;
     on_failure_(failure);

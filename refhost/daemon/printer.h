@@ -22,12 +22,16 @@ class Printer {
   // on_failure: called with an errno when standard output cannot be written, on the delivery thread.
   Printer(Form form, std::function<void(int)> on_failure);
 
+  // Write a heading, in the form for a person alone.
+  void say(const std::string& text);
+
   // End the output: whatever comes later is neither written nor counted. The summary of what came, one line without a
   // newline, after a run of that length.
   std::string finish(std::chrono::steady_clock::duration run);
 
  private:
   void print(const ac::Message& message);
+  void write(const std::string& line);
   void count(const Event& event);
 
   // Above this many different cards the memory is not worth the exact number.

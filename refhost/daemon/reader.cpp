@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "daemon/failure.h"
-#include "default_scenario.h"  // made by the build from the simulator's default.txt
+#include "default_story.h"  // made by the build from share/story.txt
 #include "refhost/settings_store.h"
 #include "uhfsim/scenario.h"
 
@@ -25,10 +25,14 @@ std::string wanted_port(const RunOptions& options, const std::filesystem::path& 
   return settings.get(kDefaultSection, kPortSetting).value();
 }
 
-uhfsim::Scenario load_scenario(const RunOptions& options) {
+uhfsim::Scenario load_scenario(const RunOptions& options, Story& story) {
+  if (options.interactive) {
+    return {};
+  }
+  const auto check = [&story](const std::string& line) { story.check(line); };
   try {
-    return options.scenario.empty() ? uhfsim::Scenario::parse(embedded::default_scenario, "built-in scenario")
-                                    : uhfsim::Scenario::load(options.scenario);
+    return options.scenario.empty() ? uhfsim::Scenario::parse(embedded::default_story, "built-in scenario", check)
+                                    : uhfsim::Scenario::load(options.scenario, check);
   } catch (const uhfsim::ScenarioError& failure) {
     throw Failure(kUsage, failure.what());
   }
@@ -43,8 +47,11 @@ Reader::Reader(const RunOptions& options, const std::filesystem::path& state,
     guard_ = std::make_unique<PortGuard>(port_);
     return;
   }
-  auto scenario = load_scenario(options);
-  simulated_ = std::make_unique<uhfsim::SimulatedReader>(uhfsim::Options{.seed = options.seed});
+  auto scenario = load_scenario(options, story_);
+  uhfsim::Options simulation;
+  simulation.seed = options.seed;
+  simulation.on_host_line = [this](const std::string& line) { story_.tell(line); };
+  simulated_ = std::make_unique<uhfsim::SimulatedReader>(std::move(simulation));
   simulated_->play(std::move(scenario));
   port_ = simulated_->path();
 }

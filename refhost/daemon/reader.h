@@ -9,6 +9,7 @@
 #include "daemon/assignment.h"
 #include "daemon/port_guard.h"
 #include "daemon/run_command.h"
+#include "daemon/story.h"
 #include "uhfsim/simulated_reader.h"
 
 namespace achost {
@@ -27,13 +28,17 @@ class Reader {
   // The simulated one; null when it is real.
   uhfsim::SimulatedReader* simulated() { return simulated_.get(); }
 
+  // What the scenario does to the host; a real reader has none.
+  Story& story() { return story_; }
+
   // For a person.
   std::string description() const { return port_ + (simulated_ == nullptr ? "" : " (simulated)"); }
 
  private:
   std::string port_;
   std::unique_ptr<PortGuard> guard_;
-  std::unique_ptr<uhfsim::SimulatedReader> simulated_;
+  Story story_;
+  std::unique_ptr<uhfsim::SimulatedReader> simulated_;  // last: it stops telling the story before that goes
 };
 
 }  // namespace achost

@@ -9,11 +9,13 @@
 namespace achost {
 
 struct RunOptions {
-  std::string plugin;  // empty: uhf.so in the lib directory beside the program's own
-  std::string state;   // empty: the usual place
-  std::string port;    // empty: the setting serial_port_path
+  std::string plugin;            // empty: uhf.so in the lib directory beside the program's own
+  std::string state;             // empty: the usual place
+  std::string port;              // empty: the setting serial_port_path
+  bool temporary_state = false;  // in place of state: a directory for this run alone
   bool simulate = false;
-  std::string scenario;  // empty: the built-in one
+  bool interactive = false;  // simulated, with an empty field, and with hints for a person
+  std::string scenario;      // empty: the built-in one
   std::uint64_t seed = 1;
   std::vector<std::string> settings;  // SECTION.KEY=VALUE or KEY=VALUE
   std::optional<double> seconds;      // empty: until a signal

@@ -11,11 +11,15 @@
 namespace refhost {
 namespace {
 
-void tell_error(EnrollerError error) { send("enroller_error", {{"error", static_cast<int>(error)}}); }
+void tell_error(EnrollerError error, std::int64_t user) {
+  send("enroller_error", {{"error", static_cast<int>(error)}, {"user_id", user}});
+}
 
-void refuse(const std::string& why) {
+void tell_timeout(std::int64_t user) { send("enroll_timeout", {{"user_id", user}}); }
+
+void refuse(const std::string& why, std::int64_t user = 0) {
   log::warning("enroller: " + why);
-  tell_error(kUnknownError);
+  tell_error(kUnknownError, user);
 }
 
 }  // namespace
@@ -33,8 +37,8 @@ void EnrollerService::order(const ac::Message& message) {
     refuse("\"enroll_card\" without an int \"state\"");
   } else if (state != 0) {
     begin(message);
-  } else if (end().has_value()) {
-    send("enroll_timeout");
+  } else if (const auto enrollment = end()) {
+    tell_timeout(enrollment->user);
   }
 }
 
@@ -45,17 +49,18 @@ void EnrollerService::begin(const ac::Message& message) {
   message.get_string("registration", &wanted.registration);
   wanted.remote = remote != 0;
   if (!message.get_int64("user_id", &wanted.user) || wanted.user < 1) {
-    return refuse("\"enroll_card\" without an int64 \"user_id\" of 1 or more");
+    return refuse("\"enroll_card\" without an int64 \"user_id\" of 1 or more", wanted.user);
   }
   if (wanted.registration.size() > kLongestRegistration) {
     return refuse("a registration of " + std::to_string(wanted.registration.size()) + " bytes: at most " +
-                  std::to_string(kLongestRegistration) + " are taken");
+                      std::to_string(kLongestRegistration) + " are taken",
+                  wanted.user);
   }
   wanted.until =
       Timer::Clock::now() + std::chrono::milliseconds(ac::config_util::get_int("host", "enroll_timeout", true));
   const std::lock_guard lock(mutex_);
   if (enrollment_.has_value()) {
-    return tell_error(kEnrollerBusy);
+    return tell_error(kEnrollerBusy, wanted.user);
   }
   timer_.start(wanted.until);
   enrollment_ = std::move(wanted);
@@ -79,18 +84,18 @@ void EnrollerService::bind(const Enrollment& enrollment, std::int64_t card) {
     if (is_free) {
       send("enroll_rfid_successful", {{"user_card", card}, {"user_id", enrollment.user}});
     } else {
-      tell_error(kCardIsTaken);
+      tell_error(kCardIsTaken, enrollment.user);
     }
   } catch (const std::exception& failure) {
-    refuse(std::string("the card is not stored: ") + failure.what());
+    refuse(std::string("the card is not stored: ") + failure.what(), enrollment.user);
   }
 }
 
 void EnrollerService::give_up_when_due() {
   const std::lock_guard lock(mutex_);
   if (enrollment_.has_value() && enrollment_->until <= Timer::Clock::now()) {
+    tell_timeout(enrollment_->user);
     enrollment_.reset();
-    send("enroll_timeout");
   }
 }
 

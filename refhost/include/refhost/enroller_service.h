@@ -24,8 +24,8 @@ enum EnrollerError : int {
 // "remote", string "registration"} with state 1 begins: the next "identifier_new_card" is that user's. It is stored
 // unless "remote" is 1: then whoever asked keeps it. Outcomes:
 //   "enroll_rfid_successful" {int64 "user_card", int64 "user_id"}
-//   "enroll_timeout" {}          no card within host.enroll_timeout, or "enroll_card" with state 0
-//   "enroller_error" {int "error"}
+//   "enroll_timeout" {int64 "user_id"}   no card within host.enroll_timeout, or "enroll_card" with state 0
+//   "enroller_error" {int "error", int64 "user_id"}
 class EnrollerService {
  public:
   static constexpr std::size_t kLongestRegistration = 256;  // bytes
