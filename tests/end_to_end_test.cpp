@@ -43,11 +43,17 @@ json next_event(Achost& host, const std::string& name) {
   return nullptr;
 }
 
-// Milliseconds since midnight of an ISO 8601 time.
-int millisecondsOf(const json& event) {
-  const auto time = event.at("time").get<std::string>();
-  const auto number = [&time](std::size_t at, std::size_t size) { return std::stoi(time.substr(at, size)); };
-  return ((number(11, 2) * 60 + number(14, 2)) * 60 + number(17, 2)) * 1000 + number(20, 3);
+// Whether an event with these fields comes, among others, before the output ends.
+bool comes(Achost& host, const json& wanted) {
+  for (std::string line; !(line = host.next_line()).empty();) {
+    auto event = json::parse(line);
+    auto merged = event;
+    merged.update(wanted);
+    if (merged == event) {
+      return true;
+    }
+  }
+  return false;
 }
 
 class EndToEnd : public testing::Test {
@@ -69,24 +75,27 @@ class EndToEnd : public testing::Test {
 
 }  // namespace
 
-TEST_F(EndToEnd, TheDefaultScenarioShowsItsStory) {
-  auto host = start({"--simulate", "--seconds", "10"});
-  const auto result = host.wait();
-  EXPECT_EQ(result.status, 0) << result.err;
-  std::map<std::string, std::vector<int>> times;
-  for (const auto& event : events(result.out, "identification")) {
-    EXPECT_EQ(event.at("event"), "identification");
-    times[event.at("card_hex")].push_back(millisecondsOf(event));
+// The story goes round, so a step that a slow machine has missed comes again.
+TEST_F(EndToEnd, TheBuiltInScenarioTellsTheWholeStory) {
+  auto host = start({"--simulate"});
+  const std::vector<json> steps{{{"event", "identification"}, {"card", 1}, {"outcome", "opens"}},
+                                {{"event", "door_open"}, {"reason", "identification"}},
+                                {{"event", "relay"}, {"on", true}},
+                                {{"event", "identification"}, {"card", 33}, {"outcome", "unknown"}},
+                                {{"event", "enrollment"}, {"state", "started"}, {"user_id", 2}},
+                                {{"event", "identification"}, {"card", 33}, {"outcome", "held_back"}},
+                                {{"event", "enrollment"}, {"state", "done"}, {"card", 33}},
+                                {{"event", "identification"}, {"card", 33}, {"outcome", "opens"}},
+                                {{"event", "gpio"}, {"gpio", 1}, {"value", 1}},
+                                {{"event", "gpio"}, {"gpio", 1}, {"value", 0}},
+                                {{"event", "config"}, {"key", "read_interval"}, {"value", "300"}},
+                                {{"event", "audit"}, {"type", "config"}},
+                                {{"event", "door_open"}, {"reason", "exit request"}}};
+  for (const auto& step : steps) {
+    EXPECT_TRUE(comes(host, step)) << step;
   }
-  EXPECT_GE(times.size(), 4U) << "one that stays, two at once, a passer-by\n" << result.out;
-  std::size_t repeated = 0;
-  for (const auto& [card, at] : times) {
-    repeated += at.size() > 1;
-    for (std::size_t i = 1; i < at.size(); ++i) {
-      EXPECT_GE(at[i] - at[i - 1], 2999) << card << " was announced again before its interval";
-    }
-  }
-  EXPECT_GE(repeated, 1U) << "the one that stays is announced again\n" << result.out;
+  host.signal(SIGINT);
+  EXPECT_EQ(host.wait().status, 0);
 }
 
 TEST_F(EndToEnd, AReaderInAnotherProcessIsAPortLikeAnyOther) {

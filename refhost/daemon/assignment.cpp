@@ -8,22 +8,25 @@
 
 namespace achost {
 
+Assignment checked_assignment(const std::string& name, const std::string& value) {
+  const auto dot = name.find('.');
+  const bool qualified = dot != std::string::npos;
+  Assignment result = {qualified ? name.substr(0, dot) : kDefaultSection, qualified ? name.substr(dot + 1) : name,
+                       value};
+  refhost::SettingsSchema::builtin().at(result.section, result.key).check(value);
+  return result;
+}
+
 Assignment parse_assignment(const std::string& text) {
   const auto equals = text.find('=');
   if (equals == std::string::npos || equals == 0) {
     throw Failure(kUsage, "--set " + text + ": give KEY=VALUE, for example --set read_interval=5000");
   }
-  const std::string name = text.substr(0, equals);
-  const auto dot = name.find('.');
-  const bool qualified = dot != std::string::npos;
-  Assignment result = {qualified ? name.substr(0, dot) : kDefaultSection, qualified ? name.substr(dot + 1) : name,
-                       text.substr(equals + 1)};
   try {
-    refhost::SettingsSchema::builtin().at(result.section, result.key).check(result.value);
+    return checked_assignment(text.substr(0, equals), text.substr(equals + 1));
   } catch (const refhost::SettingError& failure) {
     throw Failure(kUsage, "--set " + text + ": " + failure.what());
   }
-  return result;
 }
 
 std::vector<Assignment> parse_assignments(const std::vector<std::string>& texts) {

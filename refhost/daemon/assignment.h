@@ -14,6 +14,9 @@ struct Assignment {
   std::string value;
 };
 
+// Of the setting KEY or SECTION.KEY, checked against the built-in schema. Throws refhost::SettingError.
+Assignment checked_assignment(const std::string& name, const std::string& value);
+
 // From KEY=VALUE or SECTION.KEY=VALUE, checked against the built-in schema. Throws Failure (kUsage).
 Assignment parse_assignment(const std::string& text);
 std::vector<Assignment> parse_assignments(const std::vector<std::string>& texts);

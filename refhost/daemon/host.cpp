@@ -18,9 +18,12 @@
 namespace achost {
 namespace {
 
-// How often the watchdog checks: each second, and several times within a short limit.
+// How often the watchdog checks: each second, several times within a short limit, and as often as the supervisor wants
+// to hear of it.
 std::chrono::milliseconds checking_period(std::chrono::milliseconds limit) {
-  return std::clamp(limit / 4, std::chrono::milliseconds(1), std::chrono::milliseconds(1000));
+  constexpr std::chrono::milliseconds kUsual(1000);
+  const auto longest = std::min(kUsual, Supervisor::watchdog_period().value_or(kUsual));
+  return std::clamp(limit / 4, std::chrono::milliseconds(1), longest);
 }
 
 // At once and past everything else: the thread that is late may hold any lock.
@@ -64,7 +67,8 @@ Host::Host(const std::filesystem::path& state, Reader& reader, Printer::Form for
       audit_(state),
       users_(state, refhost::UserStore::Access::read_write),
       printer_(form, [this](int reason) { output_lost(reason); }),
-      watchdog_(refhost::WatchdogTable::instance(), checking_period(watchdog_limit), end_late),
+      watchdog_(refhost::WatchdogTable::instance(), checking_period(watchdog_limit), end_late,
+                [this] { supervisor_.tell("WATCHDOG=1"); }),
       control_(state, control_table(controlled())) {
   refhost::WatchdogTable::instance().set_limit(watchdog_limit);
   settings_.on_change([](const refhost::SettingsStore::Change& change) { refhost::announce(change); });
@@ -100,6 +104,7 @@ void Host::run_plugin(const std::string& path) {
     std::fprintf(stderr, "achost: %s (%s) reads at %s; Ctrl-C ends\n", plugin.name.c_str(), path.c_str(),
                  reader_.description().c_str());
     plugin_ = &plugin;
+    supervisor_.tell("READY=1\nSTATUS=" + plugin.name + " reads at " + reader_.description());
     reader_.story().begin({.commands = control_table(controlled()),
                            .users = users_,
                            .say = [this](const std::string& text) { printer_.say(text); }});
@@ -137,6 +142,7 @@ void Host::print_end(const Ending::Outcome& outcome) {
 
 void Host::end_process(std::optional<std::chrono::steady_clock::time_point> deadline) {
   const auto outcome = ending_.wait(deadline);
+  supervisor_.tell("STOPPING=1");
   print_end(outcome);
   control_.unlink();
   settings_.seal();

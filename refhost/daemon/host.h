@@ -11,6 +11,7 @@
 #include "daemon/ending.h"
 #include "daemon/printer.h"
 #include "daemon/reader.h"
+#include "daemon/supervisor.h"
 #include "refhost/audit_log.h"
 #include "refhost/control.h"
 #include "refhost/door_service.h"
@@ -62,6 +63,7 @@ class Host {
   refhost::AuditLog audit_;
   refhost::UserStore users_;
   Ending ending_;
+  const Supervisor supervisor_;
   Printer printer_;
   refhost::GpioService gpio_;
   refhost::DoorService door_;

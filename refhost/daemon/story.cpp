@@ -5,8 +5,8 @@
 #include <optional>
 #include <utility>
 
-#include "daemon/failure.h"
 #include "refhost/log.h"
+#include "refhost/settings_schema.h"
 #include "uhfsim/command.h"
 #include "uhfsim/text.h"
 
@@ -45,8 +45,8 @@ Number number_of(std::string_view word) {
 
 Assignment assignment_of(const Words& words, std::size_t at) {
   try {
-    return parse_assignment(std::string(words[at]) + "=" + std::string(words[at + 1]));
-  } catch (const Failure& failure) {
+    return checked_assignment(std::string(words[at]), std::string(words[at + 1]));
+  } catch (const refhost::SettingError& failure) {
     throw CommandError(failure.what());
   }
 }

@@ -9,8 +9,10 @@
 namespace refhost {
 
 Watchdog::Watchdog(WatchdogTable& table, std::chrono::milliseconds period,
-                   std::function<void(const WatchdogTable::Late&)> on_late)
-    : table_(table), period_(period), on_late_(std::move(on_late)), thread_([this] { run(); }) {}
+                   std::function<void(const WatchdogTable::Late&)> on_late, std::function<void()> on_good)
+    : table_(table), period_(period), on_late_(std::move(on_late)), on_good_(std::move(on_good)), thread_([this] {
+        run();
+      }) {}
 
 Watchdog::~Watchdog() {
   {
@@ -29,6 +31,7 @@ void Watchdog::run() {
       on_late_(*late);
       return;
     }
+    on_good_();
   }
 }
 

@@ -52,9 +52,11 @@ class WatchdogTable {
 // Checks a table regularly, on a thread of its own.
 class Watchdog {
  public:
-  // on_late: called on the checking thread when a name is late, at most once; checking ends with it.
-  Watchdog(WatchdogTable& table, std::chrono::milliseconds period,
-           std::function<void(const WatchdogTable::Late&)> on_late);
+  // On the checking thread, on_late is called when a name is late, at most once, and checking ends with it; on_good at
+  // each check that finds nobody late.
+  Watchdog(
+      WatchdogTable& table, std::chrono::milliseconds period, std::function<void(const WatchdogTable::Late&)> on_late,
+      std::function<void()> on_good = [] {});
 
   // Ends the checking thread; not to be called on it.
   ~Watchdog();
@@ -68,6 +70,7 @@ class Watchdog {
   WatchdogTable& table_;
   const std::chrono::milliseconds period_;
   const std::function<void(const WatchdogTable::Late&)> on_late_;
+  const std::function<void()> on_good_;
   std::mutex mutex_;  // guards ending_
   std::condition_variable ended_;
   bool ending_ = false;

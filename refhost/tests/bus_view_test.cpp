@@ -1,0 +1,92 @@
+#include "refhost/bus_view.h"
+
+#include <gmock/gmock.h>
+
+#include <atomic>
+#include <thread>
+
+#include "ac/message_enqueuer.h"
+#include "bus/send.h"
+#include "refhost/bus_counters.h"
+#include "refhost/subscriber.h"
+#include "tests/support.h"
+
+namespace refhost::test {
+namespace {
+
+TEST(FlushBus, WaitsUntilEverySubscriberHasHandledWhatWasSent) {
+  std::atomic<int> handled = 0;
+  const auto slowly = [&](ac::Message*) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    ++handled;
+  };
+  const Subscriber first("first", {on("work", slowly)});
+  const Subscriber second("second", {on("work", slowly), on("other", slowly)});
+  for (int i = 0; i < 5; ++i) {
+    send("work");
+  }
+  EXPECT_TRUE(flush_bus(kPatience));
+  EXPECT_EQ(handled, 10);
+}
+
+TEST(FlushBus, GivesUpAfterItsTime) {
+  Event release;
+  const Subscriber stuck("stuck", {on("work", [&](ac::Message*) { release.wait(); })});
+  send("work");
+  EXPECT_FALSE(flush_bus(std::chrono::milliseconds(20)));
+  release.set();
+}
+
+TEST(FlushBus, IsNoMessageOfItsOwn) {
+  const auto before = bus_counters();
+  const Subscriber subscriber("subscriber", {on("work", [](ac::Message*) {})});
+  EXPECT_TRUE(flush_bus(kPatience));
+  EXPECT_EQ(bus_counters().undelivered, before.undelivered);
+  EXPECT_EQ(bus_counters().delivered, before.delivered);
+}
+
+TEST(FlushBus, WithoutSubscribersIsThroughAtOnce) { EXPECT_TRUE(flush_bus(kPatience)); }
+
+TEST(BusTap, SeesEachMessageOnceWhoeverIsInterested) {
+  Recorder<std::string> seen;
+  {
+    const BusTap tap([&](const ac::Message& message) { seen.add(message.type() + fields_of(message).dump()); });
+    const Subscriber first("first", {on("work", [](ac::Message*) {})});
+    const Subscriber second("second", {on("work", [](ac::Message*) {})});
+    send("work", {{"b", 1}, {"a", std::int64_t{-1} << 40}, {"c", "text"}});
+    send("nobody's");
+  }
+  send("after");
+  EXPECT_EQ(seen.wait_for(2), std::vector<std::string>({R"(work{"b":1,"a":-1099511627776,"c":"text"})", "nobody's{}"}));
+}
+
+TEST(QueueStates, ShowEveryQueueAsItStands) {
+  Event release;
+  Event begun;
+  const Subscriber full("full",
+                        {on("work",
+                            [&](ac::Message*) {
+                              begun.set();
+                              release.wait();
+                            })},
+                        2);
+  const ac::MessageEnqueuer enqueuer;
+  testing::internal::CaptureStderr();
+  send("work");
+  begun.wait();
+  for (int i = 0; i < 5; ++i) {
+    send("work");
+  }
+  const auto states = queue_states();
+  release.set();
+  const auto found = std::ranges::find(states, "full", &QueueState::name);
+  ASSERT_NE(found, states.end());
+  EXPECT_EQ(found->waiting, 2U);
+  EXPECT_EQ(found->bound, 2U);
+  EXPECT_EQ(found->dropped, 3U);
+  EXPECT_NE(std::ranges::find(states, "queue of a plug-in", &QueueState::name), states.end());
+  testing::internal::GetCapturedStderr();
+}
+
+}  // namespace
+}  // namespace refhost::test

@@ -1,0 +1,335 @@
+// The small door device, in real processes: achost with the built plug-in on a simulated reader, and its sub-commands
+// beside it.
+#include <gmock/gmock.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <future>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <sstream>
+#include <thread>
+
+#include "tests/process.h"
+#include "tests/support.h"
+
+using nlohmann::json;
+using refhost::test::Achost;
+using refhost::test::Result;
+using testing::HasSubstr;
+
+namespace {
+
+constexpr const char* KNOWN = "E28011700000020A00000001";
+constexpr const char* UNKNOWN = "E28011700000020A00000021";
+
+class Device : public testing::Test {
+ protected:
+  std::string state() const { return directory_.path() / "state"; }
+
+  Result command(std::vector<std::string> words) const {
+    words.insert(words.end(), {"--state", state()});
+    return refhost::test::achost(std::move(words));
+  }
+
+  // The output of a command that succeeds.
+  std::string output(const std::vector<std::string>& words) const {
+    const auto result = command(words);
+    EXPECT_EQ(result.status, 0) << result.err;
+    return result.out;
+  }
+
+  // A host with an empty field; when this returns its plug-in runs.
+  void start(std::vector<std::string> options = {}) {
+    options.insert(options.begin(), {"run", "--plugin", UHF_SO, "--state", state(), "--json", "--simulate",
+                                     "--interactive", "--set", "read_interval_diff_tags=0"});
+    host_.emplace(std::move(options));
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (status().value("plugin", json()).is_null() && std::chrono::steady_clock::now() < deadline) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+  }
+
+  json status() const {
+    const auto result = command({"status", "--json"});
+    return result.status == 0 ? json::parse(result.out) : json::object();
+  }
+
+  // The next event of that name; null when the output ends before it.
+  json next_event(const std::string& name) {
+    for (std::string line; !(line = host_->next_line()).empty();) {
+      if (auto object = json::parse(line); object.at("event") == name) {
+        return object;
+      }
+    }
+    return nullptr;
+  }
+
+  Result end() {
+    host_->signal(SIGINT);
+    return host_->wait();
+  }
+
+  Achost& host() { return *host_; }
+
+ private:
+  refhost::test::TemporaryDirectory directory_;
+  std::optional<Achost> host_;
+};
+
+}  // namespace
+
+TEST_F(Device, AKnownCardOpensTheDoorAndAnUnknownOneDoesNot) {
+  output({"card", "add", "1", "--user", "7"});
+  start();
+  output({"field", "add", UNKNOWN});
+  EXPECT_EQ(next_event("identification").at("outcome"), "unknown");
+  output({"field", "clear"});
+  output({"field", "add", KNOWN});
+  const auto event = next_event("identification");
+  EXPECT_EQ(event.at("outcome"), "opens");
+  EXPECT_EQ(event.at("user_id"), 7);
+  EXPECT_EQ(next_event("door_open").at("reason"), "identification");
+}
+
+TEST_F(Device, AnEnrollmentMakesACardKnown) {
+  start({"--set", "read_interval=250"});
+  Achost enrolling({"enroll", "--user", "9", "--registration", "r-9", "--state", state()});
+  EXPECT_EQ(next_event("enrollment").at("state"), "started");
+  output({"field", "add", UNKNOWN});
+  const auto result = enrolling.wait();
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_EQ(result.out, "card 33 (0x21) is of user 9\n");
+  EXPECT_EQ(next_event("enrollment").at("state"), "done");
+  EXPECT_EQ(next_event("door_open").at("reason"), "identification") << "when it is announced again";
+  const auto card = json::parse(output({"card", "list", "--json"}));
+  EXPECT_EQ(card.at("user"), 9);
+  EXPECT_EQ(card.at("registration"), "r-9");
+}
+
+TEST_F(Device, AnEnrollmentWhileAnotherRunsIsRefusedAndTheFirstGoesOn) {
+  start();
+  Achost first({"enroll", "--user", "7", "--state", state()});
+  EXPECT_EQ(next_event("enrollment").at("user_id"), 7);
+  const auto second = command({"enroll", "--user", "8"});
+  EXPECT_EQ(second.status, 1);
+  EXPECT_THAT(second.err, HasSubstr("achost: enrollment of user 8: failed: another enrollment runs\n"));
+  output({"field", "add", UNKNOWN});
+  EXPECT_EQ(first.wait().out, "card 33 (0x21) is of user 7\n");
+}
+
+TEST_F(Device, AnEnrollmentWithoutACardTimesOut) {
+  start({"--set", "host.enroll_timeout=1000"});
+  const auto result = command({"enroll", "--user", "7"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.err, HasSubstr("enrollment of user 7: no card came in time\n"));
+  EXPECT_THAT(end().err, HasSubstr("Falha ao cadastrar o cart\xC3\xA3o: timeout\n")) << "the plug-in's own words";
+}
+
+TEST_F(Device, ASettingChangesTheRunningPluginAndABoundIsSeen) {
+  start();
+  const auto result = command({"config", "set", "uhf", "read_interval", "100"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.out, "250\n");
+  EXPECT_EQ(result.err, "achost: read_interval: 100 was asked for, the plug-in has made it 250\n");
+  EXPECT_EQ(output({"config", "get", "read_interval"}), "250\n");
+  EXPECT_EQ(output({"config", "set", "read_interval", "500"}), "500\n");
+  EXPECT_EQ(next_event("config").at("key"), "work_channel_enable") << "the plug-in's own, when it sets its region";
+  for (const auto& [previous, value] :
+       std::vector<std::pair<std::string, std::string>>{{"3000", "100"}, {"100", "250"}, {"250", "500"}}) {
+    const auto event = next_event("config");
+    EXPECT_EQ(event.at("previous_value"), previous);
+    EXPECT_EQ(event.at("value"), value);
+  }
+  EXPECT_THAT(output({"audit", "list", "--type", "config"}),
+              HasSubstr("Config changed: [uhf]>[read_interval] [value=500]"));
+}
+
+TEST_F(Device, ASystemSettingHasNoModule) {
+  start();
+  Achost events({"events", "--json", "--type", "config_param_set", "--state", state()});
+  // The follower has joined the bus once it sees a change; until then there may be changes that it misses.
+  std::future<std::string> line = std::async(std::launch::async, [&] { return events.next_line(); });
+  for (int value = 0; line.wait_for(std::chrono::milliseconds(50)) != std::future_status::ready; value = 1 - value) {
+    output({"config", "set", "system", "usb_port_enabled", std::to_string(value)});
+  }
+  const auto fields = json::parse(line.get()).at("fields");
+  EXPECT_FALSE(fields.contains("module"));
+  EXPECT_EQ(fields.at("param"), "usb_port_enabled");
+  EXPECT_EQ(fields.at("sys_config"), 1);
+  events.signal(SIGINT);
+  EXPECT_EQ(events.wait().status, 0);
+}
+
+TEST_F(Device, AnOverrideOfTheRunIsShown) {
+  start({"--set", "region=KOREA"});
+  EXPECT_EQ(output({"config", "get", "region"}), "KOREA\n");
+  EXPECT_THAT(output({"config", "list"}), testing::ContainsRegex("region +KOREA +this run"));
+  end();
+  EXPECT_EQ(output({"config", "get", "region"}), "BRAZIL\n");
+}
+
+TEST_F(Device, TheExitButtonOpensTheDoor) {
+  start();
+  EXPECT_EQ(output({"rex"}), "exit button pressed\n");
+  EXPECT_EQ(next_event("door_open").at("reason"), "exit request");
+  EXPECT_EQ(next_event("relay").at("relay"), 2);
+}
+
+TEST_F(Device, TheInhibitInputSilencesTheReaderUntilItsDeadTimeHasPassed) {
+  start({"--set", "operation_mode=inhibit", "--set", "trigger_timeout=300"});
+  EXPECT_EQ(output({"gpio", "set", "1", "1"}), "line 1 is 1\n");
+  EXPECT_EQ(next_event("gpio").at("value"), 1);
+  output({"field", "add", KNOWN});
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));  // in which nothing may be announced
+  const auto before = std::chrono::steady_clock::now();
+  output({"gpio", "set", "1", "0"});
+  std::vector<std::string> names;
+  while (names.empty() || names.back() != "identification") {
+    names.push_back(json::parse(host().next_line()).at("event"));
+  }
+  EXPECT_THAT(names, testing::ElementsAre("gpio", "identification")) << "nothing before the input is idle again";
+  EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(300));
+}
+
+TEST_F(Device, StatusShowsThreadsQueuesAndReader) {
+  start();
+  const auto now = status();
+  EXPECT_EQ(now.at("process"), host().pid());
+  EXPECT_EQ(now.at("plugin"), "uhf");
+  EXPECT_EQ(now.at("settings").at("region"), "BRAZIL");
+  std::vector<std::string> threads;
+  for (const auto& thread : now.at("threads")) {
+    threads.push_back(thread.at("name"));
+    EXPECT_LT(thread.at("silent_ms"), 30000);
+  }
+  EXPECT_THAT(threads, testing::IsSupersetOf({"uhf"}));
+  EXPECT_GE(now.at("queues").size(), 6U);
+  const auto table = output({"status"});
+  EXPECT_THAT(table, testing::ContainsRegex("process +" + std::to_string(host().pid())));
+  EXPECT_THAT(table, HasSubstr("LAST REPORTED"));
+}
+
+TEST_F(Device, BadRequestsAreNamedAndChangeNothing) {
+  start();
+  const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
+      {{"config", "set", "reed_interval", "1"}, "there is no setting reed_interval in section uhf; the nearest is"},
+      {{"config", "set", "read_interval", "x"}, "setting read_interval cannot be \"x\": allowed is 0 to"},
+      {{"gpio", "set", "256", "1"}, "there is no GPIO line 256: there are lines 0 to 255"},
+      {{"gpio", "set", "1", "2"}, "a GPIO line cannot be 2: it is 0 or 1"},
+      {{"field", "add", "XYZ"}, "EPC \"XYZ\" is not hexadecimal"},
+      {{"enroll", "--user", "0"}, "a user has a number of 1 or more, not 0"},
+      {{"enroll", "--user", "7", "--registration", std::string(300, 'x')}, "a registration has at most 256 bytes"},
+      {{"card", "add", "12x", "--user", "1"}, "\"12x\" is no card: a number such as 33 or 0x21"},
+      {{"audit", "list", "--since", "soon"}, "\"soon\" is no time"},
+  };
+  for (const auto& [words, text] : cases) {
+    const auto result = command(words);
+    EXPECT_EQ(result.status, 2) << words[0] << ' ' << words[1];
+    EXPECT_THAT(result.err, HasSubstr("achost: " + text));
+    EXPECT_EQ(result.out, "");
+  }
+  EXPECT_EQ(status().at("plugin"), "uhf");
+  EXPECT_EQ(output({"config", "get", "read_interval"}), "3000\n");
+}
+
+TEST_F(Device, WithoutAHostTheWayOutIsTold) {
+  for (const auto& words : std::vector<std::vector<std::string>>{
+           {"status"}, {"events"}, {"rex"}, {"gpio", "list"}, {"enroll", "--user", "1"}, {"field", "show"}}) {
+    const auto result = command(words);
+    EXPECT_EQ(result.status, 1) << words[0];
+    EXPECT_THAT(result.err, HasSubstr("no host runs on " + state() + ": start one with achost run --state " + state()));
+  }
+  EXPECT_EQ(output({"config", "set", "read_interval", "100"}), "100\n") << "the store alone: there is no plug-in";
+}
+
+TEST_F(Device, ASecondHostIsRefusedWithTheProcessThatHoldsTheState) {
+  start();
+  const auto result = command({"run", "--plugin", UHF_SO, "--simulate"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.err, HasSubstr("is in use by process " + std::to_string(host().pid())));
+  EXPECT_EQ(status().at("plugin"), "uhf") << "the first one is still reached";
+}
+
+TEST_F(Device, DamagedDatabasesAreKeptAsideAndSaid) {
+  std::filesystem::create_directories(state());
+  for (const char* name : {"settings.db", "audit.db", "users.db"}) {
+    std::ofstream(state() + "/" + name) << std::string(5000, *name);
+  }
+  start();
+  std::map<std::string, int> kept;
+  for (const auto& entry : std::filesystem::directory_iterator(state())) {
+    const std::string name = entry.path().filename();
+    if (name.find(".damaged-") != std::string::npos) {
+      EXPECT_EQ(refhost::test::content_of(entry.path()), std::string(5000, name[0]));
+      ++kept[name.substr(0, name.find('.'))];
+    }
+  }
+  EXPECT_EQ(kept, (std::map<std::string, int>{{"audit", 1}, {"settings", 1}, {"users", 1}}));
+  const auto errors = end().err;
+  for (const char* noun : {"settings database", "audit log", "user database"}) {
+    EXPECT_THAT(errors, testing::ContainsRegex(std::string("the ") + noun + " .* is damaged .*: it is kept as "));
+  }
+}
+
+TEST_F(Device, AuditRecordsAreExported) {
+  start();
+  output({"config", "set", "transmit_power", "2500"});
+  next_event("audit");
+  const auto csv = output({"audit", "export", "--format", "csv"});
+  EXPECT_THAT(csv, testing::StartsWith("id,written,type,details,time\r\n1,"));
+  EXPECT_THAT(csv, HasSubstr(",config,Config changed: [uhf]>[transmit_power] [value=2500],"));
+  const auto record = json::parse(output({"audit", "list", "--json", "--last", "1"}));
+  EXPECT_EQ(record.at("type"), "config");
+  EXPECT_EQ(output({"audit", "list", "--json", "--type", "boot"}), "");
+}
+
+TEST_F(Device, ASupervisorHearsOfReadinessLifeAndTheEnd) {
+  const std::string path = std::filesystem::temp_directory_path() / ("notify-" + std::to_string(getpid()));
+  const int supervisor = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof address.sun_path - 1);
+  ASSERT_EQ(bind(supervisor, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  const timeval patience{.tv_sec = 30, .tv_usec = 0};
+  setsockopt(supervisor, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+  const auto heard = [supervisor](const std::string& text) {
+    std::array<char, 512> buffer;
+    ssize_t size = 0;
+    do {
+      size = recv(supervisor, buffer.data(), buffer.size(), 0);
+    } while (size > 0 &&
+             std::string_view(buffer.data(), static_cast<std::size_t>(size)).find(text) == std::string::npos);
+    return size > 0;
+  };
+  setenv("NOTIFY_SOCKET", path.c_str(), 1);
+  setenv("WATCHDOG_USEC", "40000", 1);
+  start();
+  unsetenv("NOTIFY_SOCKET");
+  unsetenv("WATCHDOG_USEC");
+  EXPECT_TRUE(heard("READY=1\nSTATUS=uhf reads at "));
+  EXPECT_TRUE(heard("WATCHDOG=1"));
+  EXPECT_TRUE(heard("WATCHDOG=1"));
+  EXPECT_EQ(end().status, 0);
+  EXPECT_TRUE(heard("STOPPING=1"));
+  close(supervisor);
+  std::filesystem::remove(path);
+}
+
+TEST_F(Device, ATemporaryStateGoesWithTheRun) {
+  const refhost::test::TemporaryDirectory place;
+  setenv("TMPDIR", place.path().c_str(), 1);
+  const auto result =
+      refhost::test::achost({"run", "--plugin", UHF_SO, "--temporary-state", "--simulate", "--seconds", "0.3"});
+  unsetenv("TMPDIR");
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_TRUE(std::filesystem::is_empty(place.path()));
+}
