@@ -2,6 +2,8 @@
 
 #include <SQLiteCpp/SQLiteCpp.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
 
 #include <chrono>
 #include <ctime>
@@ -177,6 +179,28 @@ TEST_F(Audit, AfterAFailureItWritesAgain) {
   EXPECT_THROW(log_.append({"t", 1, "lost, and said"}), ac::ac_exception);
   other.exec("ALTER TABLE elsewhere RENAME TO audit_logs");
   EXPECT_EQ(log_.append({"t", 1, "kept"}), 1);
+}
+
+// The system's bound on the size of files stands for a full disk.
+TEST_F(Audit, AFullDiskIsAnErrorThatNamesTheFileAndLosesNothing) {
+  log_.append({"t", 1, "before"});
+  signal(SIGXFSZ, SIG_IGN);
+  rlimit unbounded{};
+  getrlimit(RLIMIT_FSIZE, &unbounded);
+  const rlimit bounded{.rlim_cur = 64 * 1024, .rlim_max = unbounded.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &bounded), 0);
+  std::size_t written = 1;
+  const std::string failure = failure_of([&] {
+    for (;;) {
+      log_.append({"t", 1, std::string(2000, 'x')});
+      ++written;
+    }
+  });
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &unbounded), 0);
+  EXPECT_NE(failure.find("the audit log " + file() + " cannot be used"), std::string::npos) << failure;
+  EXPECT_EQ(records().size(), written) << "what was acknowledged is there, what was not is not";
+  log_.append({"t", 1, "after"});
+  EXPECT_EQ(records().size(), written + 1);
 }
 
 TEST(AuditLog, AFileOfTheFirstVersionIsBroughtUpToDate) {
