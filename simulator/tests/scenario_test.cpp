@@ -202,14 +202,14 @@ TEST(ScenarioLoad, FileThatCannotBeReadIsNamedWithTheReason) {
 std::vector<Bytes> demonstrationAt(Scenario::Time time) {
   Field field;
   FaultInjector faults(1);
-  const auto scenario = Scenario::load(UHFSIM_DEFAULT_SCENARIO);
+  const auto scenario = Scenario::load(UHFSIM_EXAMPLE_SCENARIO);
   for (const Command& command : scenario.due(kBefore, time)) apply(command, field, faults);
   std::vector<Bytes> epcs;
   for (const Tag& tag : field.snapshot()) epcs.emplace_back(tag.epc.end() - 4, tag.epc.end());
   return epcs;
 }
 
-TEST(DefaultScenario, ShowsOneThatStaysTwoAtOnceAndAPasserBy) {
+TEST(ExampleScenario, ShowsOneThatStaysTwoAtOnceAndAPasserBy) {
   const Bytes stays = hex("00000001");
   for (const auto round : {0s, 10s, 20s}) {
     EXPECT_THAT(demonstrationAt(round), ElementsAre(stays));
@@ -220,7 +220,7 @@ TEST(DefaultScenario, ShowsOneThatStaysTwoAtOnceAndAPasserBy) {
   }
 }
 
-TEST(DefaultScenario, StayingCardIsThereAtEveryInstant) {
+TEST(ExampleScenario, StayingCardIsThereAtEveryInstant) {
   for (auto time = 0ms; time < 21s; time += 100ms) {
     EXPECT_THAT(demonstrationAt(time), ::testing::Contains(hex("00000001"))) << time.count();
   }
