@@ -130,16 +130,22 @@ void add_field(CLI::App& app) {
     }
     print(text.empty() ? "no tag is there\n" : text);
   });
-  for (const auto& [name, help] : std::vector<std::pair<std::string, std::string>>{
-           {"add", "Put a tag there: EPCHEX [rssi=N] [pc=HHHH] [p=PROBABILITY]"},
-           {"remove", "Take a tag away: EPCHEX"},
-           {"clear", "Take all tags away"},
-           {"fault", "Let replies suffer: NAME PROBABILITY"}}) {
+  struct Verb {
+    const char* name;
+    const char* words;
+    const char* help;
+  };
+  for (const auto& [name, words_name, help] :
+       {Verb{"add", "EPCHEX [rssi=N] [pc=HHHH] [p=PROBABILITY]", "Put a tag there, or change the one that is"},
+        Verb{"remove", "EPCHEX", "Take a tag away"}, Verb{"clear", "", "Take all tags away"},
+        Verb{"fault", "NAME PROBABILITY", "Let replies of the reader suffer"}}) {
     CLI::App& command = *field.add_subcommand(name, help);
     const auto state = add_state(command);
     const auto words = std::make_shared<std::vector<std::string>>();
-    command.add_option("words", *words, "As above");
-    command.callback([=, verb = name] {
+    if (*words_name != '\0') {
+      command.add_option("words", *words)->type_name(words_name)->required()->option_text(words_name);
+    }
+    command.callback([=, verb = std::string(name)] {
       ask(state_directory(*state), {{"command", "field"}, {"line", verb + " " + CLI::detail::join(*words, " ")}});
     });
   }

@@ -60,7 +60,7 @@ void add_reader_options(CLI::App& command, achost::RunOptions& options) {
 
 void add_run(CLI::App& app, achost::RunOptions& options) {
   constexpr double kLongest = 1e9;
-  CLI::App& command = *app.add_subcommand("run", "Run the plug-in and print each identification as it happens");
+  CLI::App& command = *app.add_subcommand("run", "Run the plug-in and print what happens at the door");
   command.add_option("--plugin", options.plugin, "Plug-in, by absolute path (default: ../lib/uhf.so from here)")
       ->type_name("PATH");
   add_state(command, options.state);
@@ -131,12 +131,14 @@ int run_command_line(int argc, char** argv) {
   ConfigOptions config_options;
   CLI::App app("The reference host: loads a reader plug-in and runs it on this machine.", "achost");
   app.require_subcommand(1);
-  app.footer(kStatuses);
   add_run(app, run_options);
   add_config(app, config_options);
   achost::add_control(app);
   achost::add_audit(app);
   achost::add_user(app);
+  // Afterwards, so that the other commands do not take it over.
+  app.footer(kStatuses);
+  app.get_subcommand("run")->footer(kStatuses);
   try {
     app.parse(argc, argv);
     return achost::kDone;

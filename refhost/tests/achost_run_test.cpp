@@ -24,13 +24,13 @@ TEST_F(AchostRun, PrintsALineForEachIdentification) {
 }
 
 TEST_F(AchostRun, SaysOnStandardErrorWhatItRuns) {
-  const auto result = achost(simulated("good", {"--seconds", "0.5"}));
+  const auto result = achost(simulated("good", {"--seconds", "0.5", "--scenario", "/dev/null"}));
   EXPECT_THAT(result.err, testing::MatchesRegex("achost: good \\(" + plugin("good") +
                                                 "\\) reads at /dev/pts/[0-9]+ \\(simulated\\); Ctrl-C ends\n"));
 }
 
 TEST_F(AchostRun, EndsByItselfAfterItsSecondsWithASummary) {
-  const auto result = achost(simulated("good", {"--seconds", "0.5"}));
+  const auto result = achost(simulated("good", {"--seconds", "0.5", "--scenario", "/dev/null"}));
   EXPECT_EQ(result.status, 0);
   std::istringstream lines(result.out);
   std::string line;
@@ -51,7 +51,7 @@ TEST_F(AchostRun, EndsByItselfAfterItsSecondsWithASummary) {
 }
 
 TEST_F(AchostRun, JsonIsOneObjectALineAndEverythingElseIsOnStandardError) {
-  const auto result = achost(simulated("good", {"--seconds", "0.5", "--json"}));
+  const auto result = achost(simulated("good", {"--seconds", "0.5", "--json", "--scenario", "/dev/null"}));
   EXPECT_EQ(result.status, 0);
   std::istringstream lines(result.out);
   std::string line;
