@@ -8,9 +8,10 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <condition_variable>
 #include <cstring>
-#include <list>
 #include <mutex>
+#include <set>
 #include <thread>
 
 #include "ac/util.h"
@@ -111,12 +112,6 @@ struct ControlServer::Impl {
   Impl(const std::filesystem::path& directory, ControlTable the_table)
       : place(directory, kSocketName), table(std::move(the_table)) {}
 
-  struct Client {
-    int socket;
-    std::atomic<bool> gone{false};
-    std::thread thread;
-  };
-
   void listen(const std::filesystem::path& directory) {
     listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     wake = eventfd(0, EFD_CLOEXEC);
@@ -146,37 +141,40 @@ struct ControlServer::Impl {
     }
   }
 
-  // On the accepting thread, which alone changes the list while the server lives.
+  // On the accepting thread.
   void take(int socket) {
     if (socket < 0) {
       return;
     }
-    reap();
-    if (!is_trusted(socket) || clients.size() >= kMostClients) {
-      send_all(socket, line_of(error(kFailed, clients.size() >= kMostClients
-                                                  ? "too many clients: at most " + std::to_string(kMostClients)
-                                                  : "another user's host")));
+    std::unique_lock lock(mutex);
+    const bool full = clients.size() >= kMostClients;
+    if (full || !is_trusted(socket)) {
+      lock.unlock();
+      send_all(socket, line_of(error(kFailed, full ? "too many clients: at most " + std::to_string(kMostClients)
+                                                   : "another user's host")));
       close(socket);
       return;
     }
-    Client& client = clients.emplace_back(socket);
-    client.thread = std::thread([this, &client] {
-      ac::util::set_thread_name("control_client", pthread_self());
-      Connection(client.socket, table, ending).serve();
-      shutdown(client.socket, SHUT_RDWR);
-      client.gone = true;
-    });
+    clients.insert(socket);
+    std::thread([this, socket] { serve(socket); }).detach();
   }
 
-  void reap() {
-    std::erase_if(clients, [](Client& client) {
-      if (client.gone) {
-        client.thread.join();
-        close(client.socket);
-        return true;
-      }
-      return false;
-    });
+  // The body of a client's thread. It is detached, so that nothing of it is left when its client has gone.
+  void serve(int socket) {
+    ac::util::set_thread_name("control_client", pthread_self());
+    Connection(socket, table, ending).serve();
+    const std::lock_guard lock(mutex);
+    close(socket);
+    clients.erase(socket);
+    gone.notify_all();  // with the lock held: the server may be destroyed as soon as it is free
+  }
+
+  void end_clients() {
+    std::unique_lock lock(mutex);
+    for (const int socket : clients) {
+      shutdown(socket, SHUT_RDWR);
+    }
+    gone.wait(lock, [this] { return clients.empty(); });
   }
 
   const SocketPlace place;
@@ -184,8 +182,10 @@ struct ControlServer::Impl {
   std::atomic<bool> ending = false;
   int listener = -1;
   int wake = -1;
-  std::list<Client> clients;  // of the accepting thread, and of the destructor after it
-  std::thread thread;
+  std::thread thread;  // accepts
+  std::mutex mutex;    // guards clients
+  std::condition_variable gone;
+  std::set<int> clients;  // their sockets; each is closed by its thread
 };
 
 ControlServer::ControlServer(const std::filesystem::path& directory, ControlTable table)
@@ -200,11 +200,7 @@ ControlServer::~ControlServer() {
   const std::uint64_t one = 1;
   [[maybe_unused]] const ssize_t written = write(impl_->wake, &one, sizeof one);
   impl_->thread.join();
-  for (auto& client : impl_->clients) {
-    shutdown(client.socket, SHUT_RDWR);
-    client.thread.join();
-    close(client.socket);
-  }
+  impl_->end_clients();
   close(impl_->listener);
   close(impl_->wake);
 }

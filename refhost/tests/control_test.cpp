@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <random>
 #include <thread>
 
@@ -216,6 +217,31 @@ TEST(ControlSocket, WithoutAHostTheWayOutIsTold) {
     EXPECT_EQ(failure_of([&] { ControlClient client(place); }),
               "no host runs on " + place.string() + ": start one with achost run --state " + place.string());
   }
+}
+
+TEST(LineReader, ALineThatHasBegunMustEndInTime) {
+  std::array<int, 2> ends{};
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()), 0);
+  LineReader reader(ends[0], 100);
+  std::string line;
+  send_all(ends[1], "whole\nbegun");
+  EXPECT_EQ(reader.next(line, std::chrono::milliseconds(10)), LineReader::Outcome::line);
+  EXPECT_EQ(line, "whole");
+  EXPECT_EQ(reader.next(line, std::chrono::milliseconds(10)), LineReader::Outcome::too_late);
+  close(ends[1]);
+  EXPECT_EQ(reader.next(line, std::chrono::milliseconds(10)), LineReader::Outcome::end);
+  close(ends[0]);
+}
+
+TEST(SendAll, GivesAPeerUpThatDoesNotRead) {
+  std::array<int, 2> ends{};
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()), 0);
+  const timeval patience{.tv_sec = 0, .tv_usec = 10000};
+  setsockopt(ends[0], SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
+  EXPECT_FALSE(send_all(ends[0], std::string(10 << 20, 'x')));
+  close(ends[1]);
+  EXPECT_FALSE(send_all(ends[0], "nobody is there")) << "and no signal";
+  close(ends[0]);
 }
 
 // Whatever comes, the server answers the next client.
