@@ -48,10 +48,11 @@ TEST_F(EventTest, AKnownCardIsWelcome) {
 }
 
 TEST_F(EventTest, TheOtherOutcomesAreSaid) {
-  const std::vector<std::pair<std::string, std::string>> outcomes = {{"unknown", "refused, nobody's card"},
-                                                                     {"held_back", "held back, a card is being enrolled"},
-                                                                     {"failed", "refused, the users cannot be read"},
-                                                                     {"new\n", "new\\n"}};
+  const std::vector<std::pair<std::string, std::string>> outcomes = {
+      {"unknown", "refused, nobody's card"},
+      {"held_back", "held back, a card is being enrolled"},
+      {"failed", "refused, the users cannot be read"},
+      {"new\n", "new\\n"}};
   for (const auto& [outcome, words] : outcomes) {
     ac::Message message("identifier_decision");
     decide(message, 33, outcome);
