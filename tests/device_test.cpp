@@ -5,6 +5,7 @@
 #include <stdlib.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
@@ -239,6 +240,38 @@ TEST_F(Device, BadRequestsAreNamedAndChangeNothing) {
   }
   EXPECT_EQ(status().at("plugin"), "uhf");
   EXPECT_EQ(output({"config", "get", "read_interval"}), "3000\n");
+}
+
+TEST_F(Device, UsersAndCardsAreKeptWithoutAHostToo) {
+  output({"user", "put", "7", "--name", "Ana \xC3\xA7"});
+  output({"card", "add", "0x21", "--user", "7"});
+  output({"card", "add", "34", "--user", "8"});
+  EXPECT_THAT(output({"user", "list"}), testing::ContainsRegex("7 +1 +Ana \xC3\xA7\n8 +1 +\n"));
+  EXPECT_EQ(json::parse(output({"user", "list", "--json"}).substr(0, output({"user", "list", "--json"}).find('\n'))),
+            json({{"user", 7}, {"name", "Ana \xC3\xA7"}, {"cards", 1}}));
+  EXPECT_THAT(output({"card", "list"}), testing::ContainsRegex("33 +0x21 +7 "));
+  const auto taken = command({"card", "add", "33", "--user", "9"});
+  EXPECT_EQ(taken.status, 1);
+  EXPECT_EQ(taken.err, "achost: card 33 is of user 7 already: remove it first\n");
+  output({"card", "remove", "33"});
+  EXPECT_EQ(command({"card", "remove", "33"}).err, "achost: card 33 is nobody's: achost card list shows all\n");
+  output({"user", "remove", "8"});
+  EXPECT_EQ(output({"card", "list", "--json"}), "");
+  EXPECT_EQ(command({"user", "remove", "8"}).err, "achost: there is no user 8: achost user list shows all\n");
+}
+
+TEST_F(Device, OutputThatNobodyReadsAnyMoreEndsQuietly) {
+  start();
+  Achost events({"events", "--state", state()});
+  EXPECT_NE(output({"rex"}), "");
+  events.close_output();
+  for (bool gone = false; !gone;) {
+    output({"rex"});
+    siginfo_t ended{};
+    waitid(P_PID, static_cast<id_t>(events.pid()), &ended, WEXITED | WNOHANG | WNOWAIT);
+    gone = ended.si_pid != 0;
+  }
+  EXPECT_EQ(events.wait().status, 0);
 }
 
 TEST_F(Device, WithoutAHostTheWayOutIsTold) {

@@ -1,5 +1,6 @@
 // achost: the reference host's program. The command line; what it asks for stands in the other files.
 #include <CLI/CLI.hpp>
+#include <csignal>
 #include <cstdio>
 #include <exception>
 
@@ -152,6 +153,8 @@ int run_command_line(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  // Output that nobody reads any more shows as an error of its write.
+  std::signal(SIGPIPE, SIG_IGN);
   try {
     return run_command_line(argc, argv);
   } catch (const achost::Failure& failure) {
