@@ -43,6 +43,13 @@ void check_field(const ControlField& field, const Json& request, const std::stri
   }
 }
 
+void check_known(const ControlCommand& command, const std::string& field) {
+  if (std::ranges::find(command.fields, field, &ControlField::name) == command.fields.end()) {
+    const std::string way_out = command.fields.empty() ? "" : ": there are " + names_of(command.fields);
+    throw RequestError("\"" + command.name + "\" has no \"" + field + "\"" + way_out);
+  }
+}
+
 }  // namespace
 
 const ControlCommand& ControlTable::check(const Json& request) const {
@@ -58,9 +65,8 @@ const ControlCommand& ControlTable::check(const Json& request) const {
     check_field(field, request, name);
   }
   for (const auto& [key, value] : request.items()) {
-    if (key != "command" && std::ranges::find(command->fields, key, &ControlField::name) == command->fields.end()) {
-      throw RequestError("\"" + name + "\" has no \"" + key + "\"" +
-                         (command->fields.empty() ? "" : ": there are " + names_of(command->fields)));
+    if (key != "command") {
+      check_known(*command, key);
     }
   }
   return *command;

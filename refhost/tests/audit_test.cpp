@@ -5,6 +5,7 @@
 #include <signal.h>
 #include <sys/resource.h>
 
+#include <algorithm>
 #include <chrono>
 #include <ctime>
 #include <fstream>
@@ -148,11 +149,11 @@ TEST_F(Audit, EachRecordIsToldOnceItIsInTheFile) {
 
 TEST_F(Audit, TheOldestBeyondTheCountGoInTime) {
   log_.retain([] { return AuditRetention{.keep = 10, .youngest_to_go = 0}; });
-  for (int i = 1; i <= 300; ++i) {
+  for (std::size_t i = 1; i <= 300; ++i) {
     log_.append({"t", 1, std::to_string(i)});
+    ASSERT_GE(read(directory_.path(), {}).size(), std::min<std::size_t>(i, 10)) << "not one more than may go";
   }
   const auto left = read(directory_.path(), {});
-  EXPECT_GE(left.size(), 10U);
   EXPECT_LT(left.size(), 10U + 100U);
   EXPECT_EQ(left.back(), "300 1 300");
 }
@@ -204,6 +205,8 @@ TEST_F(Audit, AFullDiskIsAnErrorThatNamesTheFileAndLosesNothing) {
 }
 
 TEST(AuditLog, AFileOfTheFirstVersionIsBroughtUpToDate) {
+  setenv("TZ", "XXX-2", 1);  // two hours east, as POSIX has it
+  tzset();
   const TemporaryDirectory directory;
   SQLite::Database(directory.path() / "audit.db", SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE)
       .exec(
@@ -219,6 +222,8 @@ TEST(AuditLog, AFileOfTheFirstVersionIsBroughtUpToDate) {
   local.tm_isdst = -1;
   EXPECT_EQ(times[0], static_cast<std::int64_t>(std::mktime(&local)) * 1000);
   EXPECT_EQ(times[1], 0) << "a time that is none";
+  unsetenv("TZ");
+  tzset();
 }
 
 TEST(AuditLog, WithoutAFileThereIsNothingToRead) {
