@@ -83,7 +83,6 @@ TEST_F(EndToEnd, TheBuiltInScenarioTellsTheWholeStory) {
                                 {{"event", "relay"}, {"on", true}},
                                 {{"event", "identification"}, {"card", 33}, {"outcome", "unknown"}},
                                 {{"event", "enrollment"}, {"state", "started"}, {"user_id", 2}},
-                                {{"event", "identification"}, {"card", 33}, {"outcome", "held_back"}},
                                 {{"event", "enrollment"}, {"state", "done"}, {"card", 33}},
                                 {{"event", "identification"}, {"card", 33}, {"outcome", "opens"}},
                                 {{"event", "gpio"}, {"gpio", 1}, {"value", 1}},

@@ -233,6 +233,21 @@ TEST(LineReader, ALineThatHasBegunMustEndInTime) {
   close(ends[0]);
 }
 
+TEST(LineReader, ALineMayBeAsLongAsItsBoundAndNoLonger) {
+  for (const auto& [text, outcome] :
+       std::vector<std::pair<std::string, LineReader::Outcome>>{{"12345\n", LineReader::Outcome::line},
+                                                                {"123456\n", LineReader::Outcome::too_long},
+                                                                {"123456", LineReader::Outcome::too_long}}) {
+    std::array<int, 2> ends{};
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()), 0);
+    send_all(ends[1], text);
+    std::string line;
+    EXPECT_EQ(LineReader(ends[0], 6).next(line, std::chrono::milliseconds(10)), outcome) << text;
+    close(ends[0]);
+    close(ends[1]);
+  }
+}
+
 TEST(SendAll, GivesAPeerUpThatDoesNotRead) {
   std::array<int, 2> ends{};
   ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()), 0);

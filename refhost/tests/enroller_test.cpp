@@ -65,6 +65,7 @@ TEST_F(Enroller, WithoutACardItTimesOut) {
   order(7);
   EXPECT_EQ(seen(1), Texts({"enroll_timeout"}));
   present(33);
+  set("enroll_timeout", 600000);
   order(8);
   present(34);
   EXPECT_EQ(seen(2).back(), "enroll_rfid_successful user_card=34 user_id=8") << "33 came too late";
