@@ -116,6 +116,15 @@ TEST_F(Device, AnEnrollmentMakesACardKnown) {
   EXPECT_EQ(card.at("registration"), "r-9");
 }
 
+TEST_F(Device, ACardIdentifiedShortlyBeforeAnEnrollmentIsTakenOnlyAfterItsInterval) {
+  start({"--set", "read_interval=1500"});
+  const auto before = std::chrono::steady_clock::now();
+  output({"field", "add", UNKNOWN});
+  EXPECT_EQ(next_event("identification").at("outcome"), "unknown");
+  EXPECT_EQ(output({"enroll", "--user", "9"}), "card 33 (0x21) is of user 9\n");
+  EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(1500));
+}
+
 TEST_F(Device, AnEnrollmentWhileAnotherRunsIsRefusedAndTheFirstGoesOn) {
   start();
   Achost first({"enroll", "--user", "7", "--state", state()});
