@@ -1,6 +1,11 @@
 # add_unit_test(NAME SOURCES... LIBRARIES...): a GoogleTest program whose tests ctest runs one by one. The tests' names
 # begin with the build's, so that the builds of several presets can be run as one.
-find_package(GTest REQUIRED)
+if(CMAKE_CROSSCOMPILING)
+  # Debian has the library for its own architecture alone, and the source for all.
+  add_subdirectory(/usr/src/googletest googletest EXCLUDE_FROM_ALL)
+else()
+  find_package(GTest REQUIRED)
+endif()
 include(GoogleTest)
 
 cmake_path(GET CMAKE_BINARY_DIR FILENAME test_prefix)
