@@ -27,15 +27,17 @@ Bytes bigEndian(std::uint16_t word) { return {static_cast<std::uint8_t>(word >> 
 }  // namespace
 
 std::string Console::help() {
-  std::vector<CommandHelp> commands = commandHelp();
-  commands.insert(commands.end(), std::begin(kOwnCommands), std::end(kOwnCommands));
+  std::vector<CommandHelp> lines = commandHelp();
+  lines.insert(lines.end(), std::begin(kOwnCommands), std::end(kOwnCommands));
+  const std::size_t commands = lines.size();
+  for (const auto& [name, meaning] : FaultInjector::help()) lines.push_back({name, meaning});
   std::size_t width = 0;
-  for (const CommandHelp& command : commands) width = std::max(width, command.usage.size());
+  for (const CommandHelp& line : lines) width = std::max(width, line.usage.size());
   std::ostringstream text;
-  for (const auto& [usage, meaning] : commands) {
-    text << "  " << std::left << std::setw(static_cast<int>(width) + 2) << usage << meaning << '\n';
+  for (std::size_t i = 0; i < lines.size(); ++i) {
+    if (i == commands) text << "\nFaults of the line:\n";
+    text << "  " << std::left << std::setw(static_cast<int>(width) + 2) << lines[i].usage << lines[i].meaning << '\n';
   }
-  text << "  Faults: " << alternatives(FaultInjector::names()) << ".\n";
   return text.str();
 }
 

@@ -1,16 +1,17 @@
 #pragma once
 
 #include <filesystem>
+#include <mutex>
 #include <string>
 
 namespace uhfsim {
 
-/// A symbolic link to the device, under a name that stays the same from run to run; gone with the object.
+/// A symbolic link to the device, under a name that stays the same from run to run; gone with the object. Any thread
+/// may call any operation.
 class DeviceLink {
  public:
-  /// Makes the link; one that is there already is replaced. Throws std::runtime_error with one line when something
-  /// else has that name or the link cannot be made.
-  DeviceLink(const std::string& link, const std::string& device);
+  /// The name of the link, which is not made yet.
+  explicit DeviceLink(const std::string& link) : link_(link) {}
 
   /// Removes the link, unless somebody has replaced it meanwhile.
   ~DeviceLink();
@@ -18,9 +19,14 @@ class DeviceLink {
   DeviceLink(const DeviceLink&) = delete;
   DeviceLink& operator=(const DeviceLink&) = delete;
 
+  /// Makes the link; one that is there already is replaced. Throws std::runtime_error with one line when something
+  /// else has that name or the link cannot be made.
+  void pointTo(const std::string& device);
+
  private:
   const std::filesystem::path link_;
-  const std::filesystem::path device_;
+  std::mutex mutex_;  // guards device_, and the link while it is changed
+  std::filesystem::path device_;
 };
 
 }  // namespace uhfsim

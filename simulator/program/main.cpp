@@ -58,10 +58,16 @@ void serve(Console& console, const StopSignals& signals, const Deadline& deadlin
 
 void run(const Settings& settings) {
   const StopSignals signals;
-  SimulatedReader reader(settings.reader);
-  for (const Command& fault : settings.faults) apply(fault, reader.field(), reader.faults());
   std::optional<DeviceLink> link;
-  if (settings.link) link.emplace(*settings.link, reader.path());
+  if (settings.link) link.emplace(*settings.link);
+  Options options = settings.reader;
+  options.on_hang_up = [&link](const std::string& path) {
+    if (link) link->pointTo(path);
+    std::cerr << "uhf-sim: the line has hung up and is back at " + path + "\n" << std::flush;
+  };
+  SimulatedReader reader(std::move(options));
+  for (const Command& fault : settings.faults) apply(fault, reader.field(), reader.faults());
+  if (link) link->pointTo(reader.path());
   const Deadline deadline = deadlineAfter(settings.seconds);
   if (settings.scenario) reader.play(*settings.scenario);
   std::cout << reader.path() << std::endl;

@@ -1,38 +1,167 @@
 #include "uhfsim/faults.h"
 
 #include <algorithm>
+#include <iterator>
 #include <stdexcept>
 #include <utility>
 
+#include "frame.h"
 #include "uhfsim/text.h"
 
 namespace uhfsim {
 
 namespace {
 
-using Line = std::vector<Bytes>;
+constexpr std::uint8_t kHeader = 0x7F;
+constexpr std::uint8_t kEnd = 0x7E;
+constexpr std::uint8_t kInventory = 0x22;
+constexpr std::size_t kMostJunk = 16;  // bytes
 
-// The module says nothing at all.
-void silence(Line& line, Random&) { line.clear(); }
+// What is about to go to the line, and what chance and the line give for changing it.
+struct Answer {
+  std::vector<Sending> line;  // never empty when a fault gets it
+  ByteView received;
+  Random& random;
 
-// The last frame arrives whole, but its checksum (the last byte but one) does not fit.
-void corruptChecksum(Line& line, Random&) {
-  Bytes& reply = line.back();
+  // The reply as long as nothing is sent apart from it.
+  Bytes& reply() { return line.front().bytes; }
+
+  std::uint8_t anyByte() { return static_cast<std::uint8_t>(random.below(256)); }
+
+  Bytes::iterator anyPlace() { return reply().begin() + static_cast<std::ptrdiff_t>(random.below(reply().size() + 1)); }
+
+  // A frame of the reply; empty when it has none any more.
+  std::span<std::uint8_t> anyFrame() {
+    const auto frames = framesOf(reply());
+    return frames.empty() ? std::span<std::uint8_t>() : frames[random.below(frames.size())];
+  }
+};
+
+void silence(Answer& answer) { answer.line.clear(); }
+
+void shortNotice(Answer& answer) {
+  Bytes parameters(3 + answer.random.below(2));
+  for (auto& parameter : parameters) parameter = answer.anyByte();
+  const Bytes notice = encodeFrame(FrameType::notice, kInventory, parameters);
+  answer.reply().insert(answer.reply().begin(), notice.begin(), notice.end());
+}
+
+void wrongLength(Answer& answer) {
+  const auto frame = answer.anyFrame();
+  if (frame.empty()) return;
+  frame[4] = static_cast<std::uint8_t>(frame[4] + 1 + answer.random.below(255));
+  mendChecksum(frame);
+}
+
+void unknownCommand(Answer& answer) {
+  const auto frame = answer.anyFrame();
+  if (frame.empty()) return;
+  frame[2] = 0x55;
+  mendChecksum(frame);
+}
+
+void unknownType(Answer& answer) {
+  const auto frame = answer.anyFrame();
+  if (frame.empty()) return;
+  frame[1] = static_cast<std::uint8_t>(3 + answer.random.below(253));
+  mendChecksum(frame);
+}
+
+void corruptChecksum(Answer& answer) {
+  Bytes& reply = answer.reply();
   if (reply.size() >= 2) reply[reply.size() - 2] ^= 0xFF;
 }
 
-// One row a fault. It gets what is about to go to the line, never empty, and changes it as it likes.
+void flipBit(Answer& answer) {
+  const auto place = answer.anyPlace();
+  if (place != answer.reply().end()) *place ^= static_cast<std::uint8_t>(1 << answer.random.below(8));
+}
+
+void dropByte(Answer& answer) {
+  const auto place = answer.anyPlace();
+  if (place != answer.reply().end()) answer.reply().erase(place);
+}
+
+void insertByte(Answer& answer) {
+  const auto place = answer.anyPlace();
+  answer.reply().insert(place, answer.anyByte());
+}
+
+void truncate(Answer& answer) { answer.reply().erase(answer.anyPlace(), answer.reply().end()); }
+
+void junk(Answer& answer) {
+  Bytes bytes(1 + answer.random.below(kMostJunk));
+  for (auto& byte : bytes) byte = static_cast<std::uint8_t>(answer.random.below(kHeader));
+  answer.reply().insert(answer.reply().begin(), bytes.begin(), bytes.end());
+}
+
+void echo(Answer& answer) {
+  answer.reply().insert(answer.reply().begin(), answer.received.begin(), answer.received.end());
+}
+
+void flood(Answer& answer) {
+  Bytes bytes(FaultInjector::kFloodBytes);
+  for (auto& byte : bytes) byte = static_cast<std::uint8_t>(answer.random.below(kEnd));
+  bytes.front() = kHeader;
+  answer.reply() = std::move(bytes);
+}
+
+void splitBefore(Answer& answer, Bytes::iterator place) {
+  Sending rest{.bytes = {place, answer.reply().end()}, .pause = FaultInjector::kGap};
+  answer.reply().erase(place, answer.reply().end());
+  answer.line.push_back(std::move(rest));
+}
+
+void split(Answer& answer) { splitBefore(answer, answer.anyPlace()); }
+
+void splitAtEnd(Answer& answer) {
+  const auto end = std::ranges::find(answer.reply(), kEnd);
+  if (end != answer.reply().end()) splitBefore(answer, std::next(end));
+}
+
+void late(Answer& answer) { answer.line.front().pause += FaultInjector::kLate; }
+
+void hangUp(Answer& answer) {
+  truncate(answer);
+  answer.line.resize(1);
+  answer.line.front().hang_up = true;
+}
+
+// One row a fault, in the order in which they strike: first those that need whole frames, at last those that decide
+// when the bytes go.
 struct Fault {
   std::string_view name;
-  void (*apply)(Line& line, Random& random);
+  void (*apply)(Answer& answer);
+  std::string_view meaning;
 };
 
 constexpr Fault kFaults[] = {
-    {"silence", silence},
-    {"corrupt-checksum", corruptChecksum},
+    {"silence", silence, "no answer"},
+    {"short-notice", shortNotice, "a tag report of 3 or 4 parameter bytes comes first"},
+    {"wrong-length", wrongLength, "a frame announces another length than it has"},
+    {"unknown-command", unknownCommand, "a frame has a command code that does not exist"},
+    {"unknown-type", unknownType, "a frame has a type that does not exist"},
+    {"corrupt-checksum", corruptChecksum, "the last frame's checksum does not fit"},
+    {"flip-bit", flipBit, "a bit is wrong"},
+    {"drop-byte", dropByte, "a byte is lost"},
+    {"insert-byte", insertByte, "there is a byte too many"},
+    {"truncate", truncate, "the end of the answer is lost"},
+    {"junk", junk, "1 to 16 bytes that are no header come first"},
+    {"echo", echo, "the command comes back before its answer"},
+    {"flood", flood, "65,536 bytes that never end a frame, in place of the answer"},
+    {"split", split, "a silence of 20 ms somewhere in the answer"},
+    {"split-at-end", splitAtEnd, "the same behind the first 0x7E, which may stand inside a frame"},
+    {"late", late, "the answer comes a second late"},
+    {"hang-up", hangUp, "the line hangs up in the middle of the answer, and comes back"},
 };
 
 }  // namespace
+
+std::vector<FaultHelp> FaultInjector::help() {
+  std::vector<FaultHelp> help;
+  for (const Fault& fault : kFaults) help.push_back({fault.name, fault.meaning});
+  return help;
+}
 
 std::vector<std::string_view> FaultInjector::names() {
   std::vector<std::string_view> names;
@@ -52,16 +181,21 @@ void FaultInjector::set(std::string_view name, double probability) {
   active_[fault->name] = probability;
 }
 
-std::vector<Bytes> FaultInjector::intercept(Bytes reply) {
-  Line line;
-  line.push_back(std::move(reply));
+void FaultInjector::clear() {
   const std::lock_guard lock(mutex_);
+  active_.clear();
+}
+
+std::vector<Sending> FaultInjector::intercept(Bytes reply, ByteView received) {
+  const std::lock_guard lock(mutex_);
+  Answer answer{{}, received, random_};
+  answer.line.push_back({.bytes = std::move(reply)});
   for (const Fault& fault : kFaults) {
     const auto entry = active_.find(fault.name);
-    if (entry == active_.end() || line.empty()) continue;
-    if (random_.chance(entry->second)) fault.apply(line, random_);
+    if (entry == active_.end() || answer.line.empty()) continue;
+    if (random_.chance(entry->second)) fault.apply(answer);
   }
-  return line;
+  return std::move(answer.line);
 }
 
 }  // namespace uhfsim

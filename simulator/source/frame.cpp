@@ -9,7 +9,6 @@ namespace {
 constexpr std::uint8_t kHeader = 0x7F;
 constexpr std::uint8_t kEnd = 0x7E;
 constexpr std::size_t kParametersAt = 5;
-constexpr std::size_t kOverhead = 7;  // bytes of a frame that are no parameters
 
 std::uint8_t low(std::size_t value) { return static_cast<std::uint8_t>(value & 0xFF); }
 
@@ -21,11 +20,26 @@ std::size_t announcedParameters(ByteView frame) { return static_cast<std::size_t
 
 Bytes encodeFrame(FrameType type, std::uint8_t code, ByteView parameters) {
   Bytes frame{kHeader, static_cast<std::uint8_t>(type), code, low(parameters.size() >> 8), low(parameters.size())};
-  frame.reserve(parameters.size() + kOverhead);
+  frame.reserve(parameters.size() + kFrameOverhead);
   frame.insert(frame.end(), parameters.begin(), parameters.end());
   frame.push_back(checksum(ByteView(frame).subspan(1)));
   frame.push_back(kEnd);
   return frame;
+}
+
+std::vector<std::span<std::uint8_t>> framesOf(std::span<std::uint8_t> bytes) {
+  std::vector<std::span<std::uint8_t>> frames;
+  while (bytes.size() >= kFrameOverhead) {
+    const std::size_t size = announcedParameters(bytes) + kFrameOverhead;
+    if (size > bytes.size()) break;
+    frames.push_back(bytes.first(size));
+    bytes = bytes.subspan(size);
+  }
+  return frames;
+}
+
+void mendChecksum(std::span<std::uint8_t> frame) {
+  frame[frame.size() - 2] = checksum(frame.subspan(1, frame.size() - 3));
 }
 
 void CommandScanner::push(ByteView bytes) {
@@ -45,7 +59,7 @@ std::optional<CommandFrame> CommandScanner::next() {
         break;
       case Look::whole: {
         const ByteView parameters = rest.subspan(kParametersAt, announcedParameters(rest));
-        start_ += parameters.size() + kOverhead;
+        start_ += parameters.size() + kFrameOverhead;
         return CommandFrame{rest[2], Bytes(parameters.begin(), parameters.end())};
       }
     }
@@ -59,9 +73,9 @@ CommandScanner::Look CommandScanner::lookAt(ByteView bytes) const {
   if (bytes.size() < kParametersAt) return Look::incomplete;
   const std::size_t count = announcedParameters(bytes);
   if (count > kMaxParameters) return Look::junk;
-  if (bytes.size() < count + kOverhead) return Look::incomplete;
+  if (bytes.size() < count + kFrameOverhead) return Look::incomplete;
   const std::uint8_t sum = checksum(bytes.subspan(1, count + kParametersAt - 1));
-  const bool valid = bytes[count + kOverhead - 2] == sum && bytes[count + kOverhead - 1] == kEnd;
+  const bool valid = bytes[count + kFrameOverhead - 2] == sum && bytes[count + kFrameOverhead - 1] == kEnd;
   return valid ? Look::whole : Look::junk;
 }
 

@@ -18,6 +18,10 @@ namespace {
 // The faults draw from a sequence of their own: to switch one on does not change which tags are read.
 constexpr std::uint64_t kFaultSeed = 0x9E3779B97F4A7C15;
 
+using Instant = std::optional<Clock::time_point>;
+
+Instant earlier(const Instant& a, const Instant& b) { return a && b ? std::min(*a, *b) : a ? a : b; }
+
 timespec untilInstant(Clock::time_point instant) {
   const auto wait = std::max(instant - Clock::now(), Clock::duration::zero());
   const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(wait);
@@ -32,14 +36,21 @@ SimulatedReader::SimulatedReader(Options options)
       pacing_(options.baud),
       chunking_(options.chunk),
       on_host_line_(std::move(options.on_host_line)),
+      on_hang_up_(std::move(options.on_hang_up)),
       wake_(checked(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "making an event descriptor")),
       reader_(field_, {options.seed, options.quiet_when_empty}),
+      link_(std::in_place),
       thread_([this] { run(); }) {}
 
 SimulatedReader::~SimulatedReader() {
   stop_ = true;
   wake();
   thread_.join();
+}
+
+std::string SimulatedReader::path() const {
+  const std::lock_guard lock(mutex_);
+  return link_->path();
 }
 
 State SimulatedReader::state() const {
@@ -102,14 +113,28 @@ void SimulatedReader::playUntil(Clock::time_point now) {
 void SimulatedReader::writeDue() {
   while (!outgoing_.empty() && outgoing_.front().due <= Clock::now()) {
     if (!writeFront()) return;
+    const bool hang_up = outgoing_.front().hang_up;
     outgoing_.pop_front();
+    if (hang_up) hangUp();
   }
+}
+
+// What was on its way is lost, as with an adapter that is pulled out and plugged in again.
+void SimulatedReader::hangUp() {
+  outgoing_.clear();
+  line_free_ = Clock::now();
+  {
+    const std::lock_guard lock(mutex_);
+    ++line_.hang_ups;
+    link_.emplace();
+  }
+  if (on_hang_up_) on_hang_up_(link_->path());
 }
 
 // Whether the front of outgoing_ is done with: written, or lost on a paced line that is full.
 bool SimulatedReader::writeFront() {
   Bytes& bytes = outgoing_.front().bytes;
-  const std::size_t written = link_.write(bytes);
+  const std::size_t written = link_->write(bytes);
   const bool lost = written < bytes.size() && pacing_.paced();
   const std::lock_guard lock(mutex_);
   line_.bytes_out += written;
@@ -121,10 +146,11 @@ bool SimulatedReader::writeFront() {
 // Sleeps until the client has sent something, the next instant has come or somebody calls; commands are read only
 // when nothing is on its way.
 void SimulatedReader::awaitWork() {
-  const bool full = !outgoing_.empty() && !pacing_.paced();
+  const auto send_at = nextSending();
+  const bool full = !outgoing_.empty() && !send_at;
   const short line_events = static_cast<short>(full ? POLLOUT : outgoing_.empty() ? POLLIN : 0);
-  std::array<pollfd, 2> awaited{{{link_.fd(), line_events, 0}, {wake_.get(), POLLIN, 0}}};
-  const auto instant = nextInstant();
+  std::array<pollfd, 2> awaited{{{link_->fd(), line_events, 0}, {wake_.get(), POLLIN, 0}}};
+  const auto instant = earlier(send_at, nextScenarioInstant());
   const timespec wait = instant ? untilInstant(*instant) : timespec{};
   checkedOrNothing(ppoll(awaited.data(), awaited.size(), instant ? &wait : nullptr, nullptr), "waiting for the line");
   if ((awaited[1].revents & POLLIN) != 0) {
@@ -134,20 +160,21 @@ void SimulatedReader::awaitWork() {
   if ((awaited[0].revents & POLLIN) != 0) readCommands();
 }
 
-// When something is to be done although nobody calls and nothing arrives.
-std::optional<Clock::time_point> SimulatedReader::nextInstant() const {
-  std::optional<Clock::time_point> instant;
-  if (!outgoing_.empty() && pacing_.paced()) instant = outgoing_.front().due;
+// When to write; nothing when there is nothing to write, or only what an unpaced line that is full has no room for.
+std::optional<Clock::time_point> SimulatedReader::nextSending() const {
+  if (outgoing_.empty()) return std::nullopt;
+  const Clock::time_point due = outgoing_.front().due;
+  return pacing_.paced() || due > Clock::now() ? std::optional(due) : std::nullopt;
+}
+
+std::optional<Clock::time_point> SimulatedReader::nextScenarioInstant() const {
   const std::lock_guard lock(mutex_);
-  if (const auto next = scenario_.next(scenario_done_)) {
-    const Clock::time_point event = scenario_start_ + *next;
-    instant = instant ? std::min(*instant, event) : event;
-  }
-  return instant;
+  const auto next = scenario_.next(scenario_done_);
+  return next ? std::optional(scenario_start_ + *next) : std::nullopt;
 }
 
 void SimulatedReader::readCommands() {
-  const Bytes received = link_.read();
+  const Bytes received = link_->read();
   std::vector<Bytes> replies;
   {
     const std::lock_guard lock(mutex_);
@@ -155,17 +182,19 @@ void SimulatedReader::readCommands() {
     replies = reader_.feed(received);
   }
   for (Bytes& reply : replies) {
-    for (const Bytes& bytes : faults_.intercept(std::move(reply))) enqueue(bytes);
+    for (const Sending& sending : faults_.intercept(std::move(reply), received)) enqueue(sending);
   }
 }
 
-void SimulatedReader::enqueue(const Bytes& reply) {
-  const Clock::time_point start = std::max(Clock::now(), line_free_);
-  for (const Piece& piece : chunking_.pieces(reply.size(), start, pacing_)) {
-    const auto first = reply.begin() + static_cast<std::ptrdiff_t>(piece.offset);
+void SimulatedReader::enqueue(const Sending& sending) {
+  const Bytes& bytes = sending.bytes;
+  const Clock::time_point start = std::max(Clock::now(), line_free_) + sending.pause;
+  for (const Piece& piece : chunking_.pieces(bytes.size(), start, pacing_)) {
+    const auto first = bytes.begin() + static_cast<std::ptrdiff_t>(piece.offset);
     outgoing_.push_back({Bytes(first, first + static_cast<std::ptrdiff_t>(piece.size)), piece.due});
   }
-  line_free_ = pacing_.due(start, reply.size());
+  line_free_ = pacing_.due(start, bytes.size());
+  if (sending.hang_up) outgoing_.push_back({{}, line_free_, true});
 }
 
 }  // namespace uhfsim

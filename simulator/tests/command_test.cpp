@@ -85,7 +85,10 @@ INSTANTIATE_TEST_SUITE_P(
         Bad{"ClearWithMore", "clear all", "too many words after \"clear\"; expected \"clear\""},
         Bad{"FaultWithoutProbability", "fault silence",
             "too few words after \"fault\"; expected \"fault NAME PROBABILITY\""},
-        Bad{"UnknownFault", "fault noise 1", "unknown fault \"noise\"; expected silence or corrupt-checksum"},
+        Bad{"UnknownFault", "fault noise 1",
+            "unknown fault \"noise\"; expected silence, short-notice, wrong-length, unknown-command, unknown-type, "
+            "corrupt-checksum, flip-bit, drop-byte, insert-byte, truncate, junk, echo, flood, split, split-at-end, "
+            "late or hang-up"},
         Bad{"FaultProbability", "fault silence 2", "probability \"2\"; expected 0.0 to 1.0"}),
     [](const auto& test) { return test.param.name; });
 

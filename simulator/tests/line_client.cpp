@@ -49,6 +49,11 @@ Bytes LineClient::receive(std::size_t count) const {
   return received;
 }
 
+bool LineClient::hangsUp() const {
+  pollfd awaited{line_.get(), 0, 0};
+  return poll(&awaited, 1, 10'000) == 1 && (awaited.revents & POLLHUP) != 0;
+}
+
 bool LineClient::waiting() const { return readable(line_.get(), 0); }
 
 }  // namespace uhfsim::testing

@@ -23,6 +23,9 @@ class LineClient {
   /// So many bytes, waiting up to ten seconds for each part; fewer if they do not come.
   Bytes receive(std::size_t count) const;
 
+  /// Whether the line hangs up within ten seconds.
+  bool hangsUp() const;
+
   /// Whether something is there to be read now.
   bool waiting() const;
 

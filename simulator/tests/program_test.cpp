@@ -149,6 +149,23 @@ TEST_F(UhfSim, FaultOptionSwitchesFaultsOn) {
   EXPECT_EQ(client.receive(9), hex("7F 01 B7 00 02 0A 28 13 7E"));
 }
 
+TEST_F(UhfSim, TheLinkFollowsALineThatHungUp) {
+  const std::string link = directory_ / "reader";
+  Process sim = start({"--baud", "0", "--fault", "hang-up=1", "--link", link});
+  sim.readLine();
+  {
+    const LineClient client(link);
+    client.send(kGetPower);
+    EXPECT_TRUE(client.hangsUp());
+  }
+  EXPECT_THAT(sim.readErrorLine(), StartsWith("uhf-sim: the line has hung up and is back at /dev/pts/"));
+  sim.write("fault hang-up 0\nstatus\n");
+  sim.readLine();
+  const LineClient client(link);
+  client.send(kGetPower);
+  EXPECT_EQ(client.receive(9), kPower2600);
+}
+
 TEST_F(UhfSim, QuietWhenEmptySaysNothing) {
   Process sim = start({"--baud", "0", "--quiet-when-empty"});
   const LineClient client(sim.readLine());

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include <functional>
+#include <future>
 #include <mutex>
 #include <optional>
 #include <thread>
@@ -134,6 +135,46 @@ TEST(SimulatedReader, FaultsAreOnTheLine) {
   ASSERT_TRUE(becomesTrue([&] { return reader.counters().commands == 2; }));
   reader.faults().set("silence", 0);
   reader.faults().set("corrupt-checksum", 0);
+  client.send(kGetPower);
+  EXPECT_EQ(client.receive(9), kPower2600);
+}
+
+TEST(SimulatedReader, ASplitAnswerComesInTwoPieces) {
+  SimulatedReader reader(kAtOnce);
+  const LineClient client(reader.path());
+  reader.faults().set("split-at-end", 1);
+  reader.field().add({.epc = hex("7E 00")});
+  client.send(kInventory);
+  const Bytes first = client.receiveSome();
+  ASSERT_FALSE(first.empty());
+  EXPECT_EQ(first.back(), 0x7E);
+  EXPECT_EQ(first.size() + client.receive(14 - first.size()).size(), 14U);
+}
+
+TEST(SimulatedReader, ALateAnswerComesAfterItsTime) {
+  SimulatedReader reader(kAtOnce);
+  const LineClient client(reader.path());
+  reader.faults().set("late", 1);
+  const auto start = Clock::now();
+  client.send(kGetPower);
+  EXPECT_EQ(client.receive(9), kPower2600);
+  EXPECT_GE(Clock::now() - start, FaultInjector::kLate);
+}
+
+TEST(SimulatedReader, HangsUpInTheMiddleAndComesBack) {
+  std::promise<std::string> back;
+  SimulatedReader reader({.baud = 0, .on_hang_up = [&](const std::string& path) { back.set_value(path); }});
+  reader.faults().set("hang-up", 1);
+  {
+    const LineClient client(reader.path());
+    client.send(kGetPower);
+    EXPECT_TRUE(client.hangsUp());
+  }
+  const std::string path = back.get_future().get();
+  EXPECT_EQ(path, reader.path());
+  EXPECT_EQ(reader.counters().hang_ups, 1U);
+  reader.faults().clear();
+  const LineClient client(path);
   client.send(kGetPower);
   EXPECT_EQ(client.receive(9), kPower2600);
 }

@@ -33,6 +33,9 @@ struct Options {
   /// What takes the scenario's lines for the host, on the reader's own thread, or in play(), at their time; the reader
   /// waits meanwhile, so it is to return at once, and it must not call the reader. Without it they are dropped.
   std::function<void(const std::string& line)> on_host_line = nullptr;
+  /// What is told, on the reader's own thread, that the line has hung up and is back at this path. It must not call the
+  /// reader.
+  std::function<void(const std::string& path)> on_hang_up = nullptr;
 };
 
 /// What has happened on the line since the reader was built.
@@ -43,6 +46,7 @@ struct Counters {
   std::uint64_t bytes_in = 0;   // received
   std::uint64_t bytes_out = 0;  // put on the line
   std::uint64_t overruns = 0;   // bytes lost because the client did not read; only on a paced line
+  std::uint64_t hang_ups = 0;
 };
 
 /// A UHF reader module at the end of a serial line, to be opened by path() like any serial device.
@@ -64,8 +68,8 @@ class SimulatedReader {
   SimulatedReader(const SimulatedReader&) = delete;
   SimulatedReader& operator=(const SimulatedReader&) = delete;
 
-  /// The device to open.
-  const std::string& path() const { return link_.path(); }
+  /// The device to open; it may be another one after a hang-up.
+  std::string path() const;
 
   /// The tags in front of the antenna.
   Field& field() { return field_; }
@@ -87,6 +91,7 @@ class SimulatedReader {
   struct Outgoing {
     Bytes bytes;
     Clock::time_point due;
+    bool hang_up = false;
   };
 
   // On the reader's own thread.
@@ -95,9 +100,11 @@ class SimulatedReader {
   void writeDue();
   bool writeFront();
   void readCommands();
-  void enqueue(const Bytes& reply);
+  void enqueue(const Sending& sending);
+  void hangUp();
   void awaitWork();
-  std::optional<Clock::time_point> nextInstant() const;
+  std::optional<Clock::time_point> nextSending() const;
+  std::optional<Clock::time_point> nextScenarioInstant() const;
 
   void playUntil(Clock::time_point now);
   void wake() const;
@@ -107,7 +114,7 @@ class SimulatedReader {
   const LinePacing pacing_;
   const Chunking chunking_;
   const std::function<void(const std::string&)> on_host_line_;
-  PtyLink link_;           // path() apart, for the reader's own thread
+  const std::function<void(const std::string&)> on_hang_up_;
   const Descriptor wake_;  // eventfd: look at stop_ and the scenario again
   std::atomic<bool> stop_ = false;
 
@@ -116,7 +123,8 @@ class SimulatedReader {
 
   mutable std::mutex mutex_;  // guards all below
   Reader reader_;
-  Counters line_;  // only the counts of bytes; the engine has the others
+  std::optional<PtyLink> link_;  // always there; only the reader's own thread changes or uses it, path() apart
+  Counters line_;                // only the counts of bytes and hang-ups; the engine has the others
   Scenario scenario_;
   Clock::time_point scenario_start_{};
   Scenario::Time scenario_done_ = Scenario::kBeforeStart;  // what is due until then has happened
