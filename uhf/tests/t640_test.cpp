@@ -212,6 +212,20 @@ TEST_F(ReceiveFrames, JoinsChunksUntilAnEndByte) {
   EXPECT_EQ(epcs(tags), hex("02"));
 }
 
+TEST_F(ReceiveFrames, JoinsAnAnswerSplitAtAnyByteButBehindAFrame) {
+  const auto whole = notice(1) + notice(2);
+  const auto size = static_cast<std::ptrdiff_t>(whole.size());
+  for (std::ptrdiff_t split = 1; split < size; ++split) {
+    if (split == size / 2) {
+      continue;  // the first piece is a whole answer
+    }
+    const std::vector<Bytes> chunks{{whole.begin(), whole.begin() + split}, {whole.begin() + split, whole.end()}};
+    const auto [succeeded, tags] = whileAnswering(chunks, [this] { return driver.inventoryCard(); });
+    EXPECT_TRUE(succeeded) << split;
+    EXPECT_EQ(epcs(tags), hex("02")) << split;
+  }
+}
+
 TEST_F(ReceiveFrames, SilenceAfterAPartIsNoResponse) {
   EXPECT_EQ(inventory(hex("7F 02 22")), std::pair(false, Bytes{}));
   EXPECT_THAT(host().debugTexts(), ElementsAre("No response"));
