@@ -1,0 +1,66 @@
+// The control socket: any bytes from a client, over the real socket. Every line gets one answer, and the server goes
+// on.
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "control/line_socket.h"
+#include "input.h"
+#include "refhost/control.h"
+#include "temporary_directory.h"
+
+using refhost::ControlField;
+using refhost::ControlServer;
+using refhost::Json;
+
+namespace {
+
+refhost::ControlTable table() {
+  const auto echo = [](const Json& request, refhost::ControlStream&) { return Json{{"request", request}}; };
+  return refhost::ControlTable({
+      {"echo", {{"text", ControlField::Type::text}, {"number", ControlField::Type::integer, false}}, echo},
+      {"flag", {{"on", ControlField::Type::flag}}, echo},
+      {"fail", {}, [](const Json&, refhost::ControlStream&) -> Json { throw std::runtime_error("\xFF no text"); }},
+  });
+}
+
+const std::filesystem::path& directory() {
+  static const auto place = fuzz::emptyDirectory();
+  static ControlServer server(place, table());
+  return place;
+}
+
+// All that the server answers to these bytes.
+std::string conversation(const std::string& said) {
+  const int client = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  fuzz::require(refhost::SocketPlace(directory(), "control.sock").connect(client) == 0, "the server listens");
+  refhost::send_all(client, said);
+  shutdown(client, SHUT_WR);
+  std::string heard;
+  char buffer[4096];
+  for (ssize_t count; (count = recv(client, buffer, sizeof buffer, 0)) > 0;) {
+    heard.append(buffer, static_cast<std::size_t>(count));
+  }
+  close(client);
+  return heard;
+}
+
+void check(const std::string& heard, std::ptrdiff_t lines) {
+  fuzz::require(std::ranges::count(heard, '\n') == lines, "each line gets one answer");
+  std::size_t begin = 0;
+  for (std::size_t end; (end = heard.find('\n', begin)) != heard.npos; begin = end + 1) {
+    const Json answer = Json::parse(heard.substr(begin, end - begin));
+    fuzz::require(answer.at("ok").is_boolean(), "an answer tells its outcome");
+    fuzz::require(answer.at("ok").get<bool>() != answer.contains("error"), "an error has a text");
+  }
+}
+
+}  // namespace
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const std::string said(reinterpret_cast<const char*>(data), std::min<std::size_t>(size, 60'000));
+  check(conversation(said), std::ranges::count(said, '\n'));
+  return 0;
+}

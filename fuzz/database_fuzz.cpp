@@ -1,0 +1,60 @@
+// The database files at open: any bytes in place of one of them.
+#include <array>
+#include <fstream>
+
+#include "ac/exception.h"
+#include "input.h"
+#include "refhost/audit_log.h"
+#include "refhost/log.h"
+#include "refhost/settings_store.h"
+#include "refhost/user_store.h"
+#include "temporary_directory.h"
+
+namespace {
+
+using std::filesystem::path;
+
+void useSettings(const path& directory) {
+  refhost::SettingsStore store(directory, refhost::SettingsStore::Access::read_write);
+  store.set("uhf", "read_interval", "777");
+  fuzz::require(store.get("uhf", "read_interval") == "777", "a store that opens can be written");
+}
+
+void useAudit(const path& directory) {
+  refhost::AuditLog log(directory);
+  log.append({"now", 1, "details"});
+  refhost::AuditLog::read(directory, {}, [](const auto&) {});
+}
+
+void useUsers(const path& directory) {
+  refhost::UserStore users(directory, refhost::UserStore::Access::read_write);
+  users.bind(42, 7, "");
+  users.owner_of(42);
+  users.users();
+  users.cards();
+}
+
+struct Kind {
+  const char* file;
+  void (*use)(const path& directory);
+};
+
+constexpr std::array KINDS{Kind{"settings.db", useSettings}, Kind{"audit.db", useAudit}, Kind{"users.db", useUsers}};
+
+}  // namespace
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  refhost::log::set_threshold(refhost::log::Level::off);
+  fuzz::Input input(data, size);
+  const Kind& kind = KINDS[input.below(KINDS.size())];
+  const auto directory = fuzz::emptyDirectory();
+  const auto content = input.allText();
+  std::ofstream(directory / kind.file, std::ios::binary) << content;
+  try {
+    kind.use(directory);
+  } catch (const ac::ac_exception& failure) {
+    const std::string text = failure.what();
+    fuzz::require(text.find(kind.file) != text.npos, "an error names the file");
+  }
+  return 0;
+}
