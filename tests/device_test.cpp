@@ -4,6 +4,7 @@
 #include <signal.h>
 #include <stdlib.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -249,6 +250,30 @@ TEST_F(Device, BadRequestsAreNamedAndChangeNothing) {
   }
   EXPECT_EQ(status().at("plugin"), "uhf");
   EXPECT_EQ(output({"config", "get", "read_interval"}), "3000\n");
+}
+
+TEST_F(Device, WhatIsInTheStateDirectoryIsForItsUserAlone) {
+  const mode_t before = umask(0);
+  start();
+  output({"card", "add", "1", "--user", "7"});
+  output({"config", "set", "read_interval", "500"});
+  umask(before);
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(state())) {
+    names.push_back(entry.path().filename());
+    EXPECT_EQ(entry.status().permissions() & std::filesystem::perms(077), std::filesystem::perms::none) << entry.path();
+  }
+  EXPECT_THAT(names, testing::IsSupersetOf({"settings.db", "settings.db-wal", "settings.db-shm", "audit.db",
+                                            "audit.db-wal", "users.db", "lock", "control.sock"}));
+  EXPECT_EQ(std::filesystem::status(state()).permissions(), std::filesystem::perms::owner_all);
+}
+
+TEST_F(Device, ControlCharactersReachNoTerminal) {
+  start();
+  EXPECT_EQ(output({"user", "put", "7", "--name", "a\x1b[2Jb"}), "");
+  EXPECT_THAT(output({"user", "list"}), HasSubstr("a\\x1b[2Jb"));
+  EXPECT_THAT(command({"config", "get", "a\x1b[2Jb"}).err, HasSubstr("a\\x1b[2Jb"));
+  EXPECT_THAT(command({"gpio", "set", "\x1b[2J", "1"}).err, testing::Not(HasSubstr("\x1b")));
 }
 
 TEST_F(Device, UsersAndCardsAreKeptWithoutAHostToo) {

@@ -1,4 +1,6 @@
 // achost: the reference host's program. The command line; what it asks for stands in the other files.
+#include <sys/stat.h>
+
 #include <CLI/CLI.hpp>
 #include <csignal>
 #include <cstdio>
@@ -8,6 +10,7 @@
 #include "daemon/config_command.h"
 #include "daemon/failure.h"
 #include "daemon/run_command.h"
+#include "log/entry.h"
 #include "refhost/loader.h"
 #include "refhost/settings_schema.h"
 
@@ -123,7 +126,7 @@ std::shared_ptr<std::string> achost::add_state(CLI::App& command) {
 namespace {
 
 int complain(int status, const std::string& text) {
-  std::fprintf(stderr, "achost: %s\n", text.c_str());
+  std::fprintf(stderr, "achost: %s\n", refhost::log::escape(text).c_str());
   return status;
 }
 
@@ -153,6 +156,8 @@ int run_command_line(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  // All that this program makes is for its user alone, from the first byte.
+  umask(077);
   // Output that nobody reads any more shows as an error of its write.
   std::signal(SIGPIPE, SIG_IGN);
   try {

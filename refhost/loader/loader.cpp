@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "loader/plugin_impl.h"
+#include "loader/writers.h"
 
 namespace refhost {
 namespace {
@@ -40,6 +41,18 @@ std::string readable(std::string text, const std::string& path) {
   }
   const std::string symbol = text.substr(found + kMissing.size());
   return "this host does not have " + demangled(symbol.substr(0, symbol.find_first_of(", "))) + ", which it needs";
+}
+
+// Whoever can put another plug-in there can do all that this process can, unless that is so already, because this
+// program is theirs as well.
+void check_writers(const std::string& path) {
+  const auto able_already = other_writers(std::filesystem::canonical("/proc/self/exe"));
+  for (const auto& [who, where] : other_writers(path)) {
+    if (!able_already.contains(who)) {
+      refuse(path, who + " can put another one there, as " + where +
+                       " may be written: only root and the user that runs this program may be able to");
+    }
+  }
 }
 
 InitFunction find_init(const std::string& path) {
@@ -80,6 +93,7 @@ void check_plugin_path(const std::string& path) {
   if (!std::filesystem::is_regular_file(path, failure)) {
     refuse(path, "there is no such file");
   }
+  check_writers(path);
 }
 
 LoadedPlugin load(const std::string& path) {

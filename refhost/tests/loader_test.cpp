@@ -1,7 +1,9 @@
 #include "refhost/loader.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <filesystem>
 #include <fstream>
 #include <optional>
 #include <string>
@@ -60,6 +62,64 @@ TEST(Loader, FileThatIsNoSharedObjectIsRefused) {
   const std::string path = directory.path() / "text.so";
   std::ofstream(path) << "text";
   expect_refused(path, "file too short");
+}
+
+// A copy of a good plug-in in a directory of the test's own.
+class LoaderTrust : public testing::Test {
+ protected:
+  void SetUp() override { std::filesystem::copy_file(plugin("good"), path_); }
+
+  static void allow(const std::filesystem::path& place, unsigned mode) {
+    std::filesystem::permissions(place, static_cast<std::filesystem::perms>(mode));
+  }
+
+  void expect_replaceable(const std::string& path, const std::string& who, const std::filesystem::path& where) {
+    expect_refused(path, who + " can put another one there, as " + where.string() +
+                             " may be written: only root and the user that runs this program may be able to");
+  }
+
+  const TemporaryDirectory directory_;
+  const std::filesystem::path path_ = directory_.path() / "plugin.so";
+};
+
+TEST_F(LoaderTrust, WhatOnlyThisUserCanWriteIsLoaded) { EXPECT_EQ(failure_to_load(path_).text, ""); }
+
+TEST_F(LoaderTrust, AFileThatEveryoneCanWriteIsRefused) {
+  allow(path_, 0646);
+  expect_replaceable(path_, "everyone", path_);
+}
+
+TEST_F(LoaderTrust, ADirectoryThatEveryoneCanWriteIsRefused) {
+  allow(directory_.path(), 0707);
+  expect_replaceable(path_, "everyone", directory_.path());
+}
+
+TEST_F(LoaderTrust, ADirectoryInWhichNobodyCanReplaceWhatIsOursIsNot) {
+  allow(directory_.path(), 01777);
+  EXPECT_EQ(failure_to_load(path_).text, "");
+}
+
+TEST_F(LoaderTrust, ASymbolicLinkIsNoWayAround) {
+  const auto open = directory_.path() / "open";
+  std::filesystem::create_directory(open);
+  allow(open, 0777);
+  std::filesystem::create_symlink(path_, open / "link.so");
+  expect_replaceable(open / "link.so", "everyone", open);
+  std::filesystem::rename(path_, open / "plugin.so");
+  std::filesystem::create_symlink(open / "plugin.so", path_);
+  expect_replaceable(path_, "everyone", open);
+}
+
+TEST_F(LoaderTrust, AnotherUsersFileAndAGroupsAreRefused) {
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "only root can give files away";
+  }
+  constexpr uid_t NOBODY = 65534;
+  ASSERT_EQ(chown(path_.c_str(), 0, NOBODY), 0);
+  allow(path_, 0664);
+  expect_replaceable(path_, "group 65534", path_);
+  ASSERT_EQ(chown(path_.c_str(), NOBODY, 0), 0);
+  expect_replaceable(path_, "user 65534", path_);
 }
 
 TEST(Loader, MissingInitIsNamed) { expect_refused(plugin("missing_init"), "it has no entry \"init\""); }

@@ -34,7 +34,8 @@ struct LoadedPlugin {
   std::unique_ptr<Subscriber> subscriber;  // its mailbox; delivers from the moment of loading
 };
 
-// Whether there is a file at that path, and the path is absolute; load() does it too. Throws LoadError.
+// Whether there is a file at that path, the path is absolute, and nobody can replace the file who cannot replace this
+// program; load() does it too. Throws LoadError.
 void check_plugin_path(const std::string& path);
 
 // Load the shared object at an absolute path and call its init() on this thread. Throws LoadError.
