@@ -81,12 +81,12 @@ void AuditFile::prune(std::int64_t newest, const AuditEntry& entry, const AuditR
 void AuditLog::read(const std::filesystem::path& directory, const AuditFilter& filter,
                     const std::function<void(const AuditEntry&)>& take) {
   const auto file = directory / kFileName;
-  if (!std::filesystem::exists(file)) {
+  auto database = open_database_to_read(file, kKind);
+  if (!database.has_value()) {
     return;
   }
   try {
-    SQLite::Database database = open_database_to_read(file, kKind);
-    SQLite::Statement query(database, question(filter));
+    SQLite::Statement query(*database, question(filter));
     while (query.executeStep()) {
       take(
           {.id = query.getColumn(0).getInt64(),

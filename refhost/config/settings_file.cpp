@@ -37,12 +37,8 @@ SettingsFile::SettingsFile(std::filesystem::path file)
     : file_(std::move(file)), database_(open_database(file_, kKind)) {}
 
 std::vector<SettingsFile::Row> SettingsFile::read(const std::filesystem::path& file) {
-  std::error_code failure;
-  if (!std::filesystem::exists(file, failure) && !failure) {
-    return {};
-  }
-  SQLite::Database database = open_database_to_read(file, kKind);
-  return rows_of(database, file);
+  auto database = open_database_to_read(file, kKind);
+  return database.has_value() ? rows_of(*database, file) : std::vector<Row>();
 }
 
 std::vector<SettingsFile::Row> SettingsFile::rows() { return rows_of(database_, file_); }

@@ -103,6 +103,14 @@ TEST_F(DatabaseFile, ToReadItADamagedOneIsRefusedAndStays) {
   EXPECT_TRUE(kept_aside().empty());
 }
 
+TEST_F(DatabaseFile, ToReadItOneThatIsNotThereOrThatNobodyCameToWriteToIsNothing) {
+  EXPECT_FALSE(open_database_to_read(file, kKind).has_value());
+  std::ofstream(file).flush();
+  EXPECT_FALSE(open_database_to_read(file, kKind).has_value());
+  open_database(file, kKind);
+  EXPECT_TRUE(open_database_to_read(file, kKind).has_value());
+}
+
 TEST_F(DatabaseFile, OneOfAnotherKindIsRefusedAndStays) {
   SQLite::Database(file, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE).exec("CREATE TABLE other(x)");
   const std::string failure = failure_of([&] { open_database(file, kKind); });

@@ -61,8 +61,8 @@ UserStore::UserStore(const std::filesystem::path& directory, Access access) : im
   if (access == Access::read_write) {
     make_state_directory(directory);
     impl_->database.emplace(open_database(impl_->file, kKind));
-  } else if (std::filesystem::exists(impl_->file)) {
-    impl_->database.emplace(open_database_to_read(impl_->file, kKind));
+  } else {
+    impl_->database = open_database_to_read(impl_->file, kKind);
   }
   impl_->with([this](SQLite::Database& open) {
     open.exec("PRAGMA foreign_keys = ON");

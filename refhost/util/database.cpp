@@ -26,8 +26,8 @@ struct Damage : std::runtime_error {
 
 bool is_damage(int code) { return code == SQLITE_NOTADB || code == SQLITE_CORRUPT; }
 
-// The version of the file; 0 when it is new: neither a version nor a table.
-int version_of(SQLite::Database& database, const DatabaseKind& kind) {
+// The version of the file; nothing when it is new: neither a version nor a table.
+std::optional<int> version_of(SQLite::Database& database, const DatabaseKind& kind) {
   const int version = database.execAndGet("PRAGMA user_version").getInt();
   if (version > kind.version) {
     throw ac::ac_exception(database.getFilename() + " is a " + kind.noun + " of version " + std::to_string(version) +
@@ -36,9 +36,10 @@ int version_of(SQLite::Database& database, const DatabaseKind& kind) {
                            true);
   }
   const bool is_new = version == 0 && database.execAndGet("SELECT count(*) FROM sqlite_schema").getInt() == 0;
-  if (!is_new) {
-    database.exec(kind.probe);
+  if (is_new) {
+    return std::nullopt;
   }
+  database.exec(kind.probe);
   return version;
 }
 
@@ -58,12 +59,12 @@ void make_private_file(const std::filesystem::path& file) {
   }
 }
 
-void bring_up_to_date(SQLite::Database& database, const DatabaseKind& kind, int version) {
+void bring_up_to_date(SQLite::Database& database, const DatabaseKind& kind, std::optional<int> version) {
   if (version == kind.version) {
     return;
   }
   SQLite::Transaction transaction(database);
-  database.exec(version == 0 ? kind.schema : kind.upgrade);
+  database.exec(version.has_value() ? kind.upgrade : kind.schema);
   database.exec("PRAGMA user_version = " + std::to_string(kind.version));
   transaction.commit();
 }
@@ -71,7 +72,7 @@ void bring_up_to_date(SQLite::Database& database, const DatabaseKind& kind, int 
 SQLite::Database open_sound_database(const std::filesystem::path& file, const DatabaseKind& kind) {
   make_private_file(file);
   SQLite::Database database(file.string(), SQLite::OPEN_READWRITE, kBusyTimeoutMs);
-  const int version = version_of(database, kind);
+  const auto version = version_of(database, kind);
   check_pages(database);
   database.exec("PRAGMA journal_mode = WAL");
   database.exec("PRAGMA synchronous = FULL");
@@ -106,6 +107,20 @@ void keep_aside(const std::filesystem::path& file, const DatabaseKind& kind, con
                aside.string() + ", and a new one is begun");
 }
 
+// What a crash has cut off in the middle must be rolled back before anybody can read, which takes writing.
+SQLite::Database open_readable(const std::filesystem::path& file) {
+  SQLite::Database database(file.string(), SQLite::OPEN_READONLY, kBusyTimeoutMs);
+  try {
+    database.exec("PRAGMA user_version");
+    return database;
+  } catch (const SQLite::Exception& failure) {
+    if (failure.getErrorCode() != SQLITE_READONLY) {
+      throw;
+    }
+    return {file.string(), SQLite::OPEN_READWRITE, kBusyTimeoutMs};
+  }
+}
+
 }  // namespace
 
 SQLite::Database open_database(const std::filesystem::path& file, const DatabaseKind& kind) {
@@ -126,11 +141,19 @@ SQLite::Database open_database(const std::filesystem::path& file, const Database
   }
 }
 
-SQLite::Database open_database_to_read(const std::filesystem::path& file, const DatabaseKind& kind) {
+std::optional<SQLite::Database> open_database_to_read(const std::filesystem::path& file, const DatabaseKind& kind) {
+  std::error_code failure_to_look;
+  if (!std::filesystem::exists(file, failure_to_look) && !failure_to_look) {
+    return std::nullopt;
+  }
   try {
-    SQLite::Database database(file.string(), SQLite::OPEN_READONLY, kBusyTimeoutMs);
-    if (const int version = version_of(database, kind); version != 0 && version < kind.version) {
-      throw ac::ac_exception(file.string() + " is a " + kind.noun + " of version " + std::to_string(version) +
+    SQLite::Database database = open_readable(file);
+    const auto version = version_of(database, kind);
+    if (!version.has_value()) {
+      return std::nullopt;
+    }
+    if (*version < kind.version) {
+      throw ac::ac_exception(file.string() + " is a " + kind.noun + " of version " + std::to_string(*version) +
                                  ": a host that runs on it brings it up to date (" + std::to_string(kind.version) + ")",
                              true);
     }

@@ -4,6 +4,7 @@
 #include <SQLiteCpp/SQLiteCpp.h>
 
 #include <filesystem>
+#include <optional>
 #include <string>
 
 namespace refhost {
@@ -24,8 +25,9 @@ struct DatabaseKind {
 // names the file, and changes nothing, when it is of another kind or of a newer version.
 SQLite::Database open_database(const std::filesystem::path& file, const DatabaseKind& kind);
 
-// The same for reading only; the file must exist. A damaged file is an exception and stays where it is.
-SQLite::Database open_database_to_read(const std::filesystem::path& file, const DatabaseKind& kind);
+// The same for reading only; nothing when there is no file, or one that nobody has come to write to. A damaged file is
+// an exception and stays where it is.
+std::optional<SQLite::Database> open_database_to_read(const std::filesystem::path& file, const DatabaseKind& kind);
 
 // The exception for a failure of that file.
 [[noreturn]] void throw_database_failure(const std::filesystem::path& file, const DatabaseKind& kind,
