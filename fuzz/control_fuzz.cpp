@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 
 #include "control/line_socket.h"
 #include "input.h"
@@ -40,8 +41,10 @@ std::string conversation(const std::string& said) {
   shutdown(client, SHUT_WR);
   std::string heard;
   char buffer[4096];
-  for (ssize_t count; (count = recv(client, buffer, sizeof buffer, 0)) > 0;) {
-    heard.append(buffer, static_cast<std::size_t>(count));
+  for (ssize_t count = 1; count != 0;) {
+    count = recv(client, buffer, sizeof buffer, 0);
+    fuzz::require(count >= 0 || errno == EINTR, "the server answers");
+    heard.append(buffer, static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
   }
   close(client);
   return heard;

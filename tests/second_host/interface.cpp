@@ -220,6 +220,9 @@ std::vector<int> config_util::get_int_range(const std::string& section, const st
     const auto hyphen = range.find('-');
     const int first = toInt(range.substr(0, hyphen)).value();
     const int last = hyphen == std::string::npos ? first : toInt(range.substr(hyphen + 1)).value();
+    if (std::int64_t{last} - first > 0xFFFF) {
+      throw ac_exception("Range too large: " + range, true);
+    }
     for (int number = first; number <= last; ++number) {
       numbers.push_back(number);
     }

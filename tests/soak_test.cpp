@@ -1,0 +1,158 @@
+// A host in service: 500 tags before the reader, settings that change all the time, people who look and press buttons.
+// Memory, threads and descriptors are flat.
+//
+// The environment variable SOAK_SECONDS gives for how long.
+#include <gmock/gmock.h>
+#include <signal.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <fstream>
+#include <future>
+#include <iostream>
+#include <sstream>
+#include <thread>
+
+#include "refhost/control.h"
+#include "tests/process.h"
+#include "tests/support.h"
+#include "uhfsim/simulated_reader.h"
+
+using refhost::ControlClient;
+using refhost::Json;
+using refhost::test::Achost;
+using std::chrono::seconds;
+using std::chrono::steady_clock;
+
+namespace {
+
+constexpr int USUAL_SECONDS = 60;
+constexpr int TAGS = 500;
+constexpr long MOST_GROWTH = 1024;  // kB, from the first third of the time to its end
+
+// What a process has of the system.
+struct Footprint {
+  long kilobytes = 0;
+  long threads = 0;
+  long descriptors = 0;
+};
+
+Footprint footprintOf(pid_t process) {
+  const auto directory = std::filesystem::path("/proc") / std::to_string(process);
+  Footprint footprint;
+  std::ifstream status(directory / "status");
+  for (std::string line; std::getline(status, line);) {
+    std::istringstream words(line);
+    std::string name;
+    words >> name;
+    if (name == "VmRSS:") {
+      words >> footprint.kilobytes;
+    } else if (name == "Threads:") {
+      words >> footprint.threads;
+    }
+  }
+  footprint.descriptors = std::distance(std::filesystem::directory_iterator(directory / "fd"), {});
+  return footprint;
+}
+
+// A client that a test asks again and again; each time a new connection, as a person's commands are.
+Json ask(const std::filesystem::path& state, const Json& request) {
+  ControlClient client(state);
+  client.send(request);
+  Json answer = client.receive();
+  EXPECT_TRUE(answer.at("ok").get<bool>()) << answer;
+  return answer;
+}
+
+class Soak : public testing::Test {
+ protected:
+  Soak() {
+    for (int i = 0; i < TAGS; ++i) {
+      reader_.field().add({.epc = {0xE2, 0x80, 0x11, 0x70, 0, 0, 0, 0, 0, 0, static_cast<unsigned char>(i >> 8),
+                                   static_cast<unsigned char>(i)}});
+    }
+  }
+
+  std::filesystem::path state() const { return directory_.path() / "state"; }
+
+  bool isReady() const {
+    try {
+      return !ask(state(), {{"command", "status"}}).at("plugin").is_null();
+    } catch (const ac::ac_exception&) {
+      return false;
+    }
+  }
+
+  // One of the things that happen to a host.
+  void happen(int round) const {
+    const auto set = [&](const char* key, const std::string& value) {
+      ask(state(), {{"command", "config_set"}, {"section", "uhf"}, {"key", key}, {"value", value}});
+    };
+    switch (round % 5) {
+      case 0:
+        set("read_interval", std::to_string(250 + round % 1000));
+        break;
+      case 1:
+        set("transmit_power", std::to_string(1500 + round % 1000));
+        break;
+      case 2:
+        set("operation_mode", round % 2 == 0 ? "continuous" : "inhibit");
+        break;
+      case 3:
+        ask(state(), {{"command", "rex"}});
+        break;
+      default:
+        ask(state(), {{"command", "gpio_set"}, {"line", 1}, {"value", round % 2}});
+    }
+  }
+
+  refhost::test::TemporaryDirectory directory_;
+  uhfsim::SimulatedReader reader_{{.seed = 1, .baud = 0}};
+};
+
+}  // namespace
+
+TEST_F(Soak, MemoryThreadsAndDescriptorsAreFlat) {
+  const char* const wanted = std::getenv("SOAK_SECONDS");
+  const seconds duration(wanted == nullptr ? USUAL_SECONDS : std::atoi(wanted));
+  Achost host({"run", "--plugin", UHF_SO, "--state", state(), "--json", "--port", reader_.path(), "--set",
+               "probe_interval=10", "--set", "read_interval_diff_tags=100", "--set", "trigger_timeout=0", "--set",
+               "host.audit_keep=1000", "--set", "host.audit_keep_days=0"});
+  auto lines = std::async(std::launch::async, [&host] {
+    std::size_t count = 0;
+    while (!host.next_line().empty()) {
+      ++count;
+    }
+    return count;
+  });
+  while (!isReady()) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  const auto begin = steady_clock::now();
+  std::optional<Footprint> warm;
+  int rounds = 0;
+  for (; steady_clock::now() < begin + duration; ++rounds) {
+    happen(rounds);
+    if (!warm && steady_clock::now() >= begin + duration / 3) {
+      warm = footprintOf(host.pid());
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));  // for the last client's thread
+  const auto end = footprintOf(host.pid());
+  const auto status = ask(state(), {{"command", "status"}});
+  const auto notices = reader_.counters().notices;
+  host.signal(SIGINT);
+  const std::size_t events = lines.get();
+  EXPECT_EQ(host.wait().status, 0);
+  std::cout << duration.count() << " s, " << rounds << " requests, " << notices << " tag reports, " << events
+            << " events: memory " << warm->kilobytes << " kB, then " << end.kilobytes << " kB; threads "
+            << warm->threads << ", then " << end.threads << "; descriptors " << warm->descriptors << ", then "
+            << end.descriptors << "\n";
+  EXPECT_LE(end.kilobytes, warm->kilobytes + MOST_GROWTH);
+  EXPECT_LE(end.threads, warm->threads + 1) << "a client's thread may be ending";
+  EXPECT_LE(end.descriptors, warm->descriptors + 1);
+  EXPECT_EQ(status.at("bus").at("dropped"), 0);
+  EXPECT_GT(rounds, 10 * duration.count());
+  EXPECT_GT(notices, static_cast<std::uint64_t>(100 * TAGS));
+}
