@@ -195,6 +195,20 @@ TEST_F(Device, TheExitButtonOpensTheDoor) {
   EXPECT_EQ(next_event("relay").at("relay"), 2);
 }
 
+TEST_F(Device, AfterAKillTheDoorIsShutAndThePluginReadsAgain) {
+  start({"--set", "host.door_open_time=60000"});
+  const auto at_rest = output({"gpio", "list"});
+  output({"rex"});
+  EXPECT_EQ(next_event("relay").at("on"), true);
+  EXPECT_NE(output({"gpio", "list"}), at_rest);
+  host().signal(SIGKILL);
+  host().wait();
+  start();
+  EXPECT_EQ(output({"gpio", "list"}), at_rest);
+  output({"field", "add", KNOWN});
+  EXPECT_EQ(next_event("identification").at("card"), 1);
+}
+
 TEST_F(Device, TheInhibitInputSilencesTheReaderUntilItsDeadTimeHasPassed) {
   start({"--set", "operation_mode=inhibit", "--set", "trigger_timeout=300"});
   EXPECT_EQ(output({"gpio", "set", "1", "1"}), "line 1 is 1\n");

@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
@@ -191,6 +192,28 @@ TEST_F(Control, TheSocketIsForItsOwnerAlone) {
   struct stat status {};
   ASSERT_EQ(stat((directory.path() / "control.sock").c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 0777U, 0600U);
+}
+
+// Somebody has opened the way for everyone: who is on the other end is looked at all the same.
+TEST_F(Control, AnotherUsersRequestIsRefused) {
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "only root can become somebody else";
+  }
+  std::filesystem::permissions(directory.path(), std::filesystem::perms(0711));
+  std::filesystem::permissions(directory.path() / "control.sock", std::filesystem::perms(0666));
+  const pid_t child = fork();
+  if (child == 0) {
+    constexpr uid_t kNobody = 65534;
+    const int client = socket(AF_UNIX, SOCK_STREAM, 0);
+    const bool connected = setuid(kNobody) == 0 && SocketPlace(directory.path(), "control.sock").connect(client) == 0;
+    send_all(client, "{\"command\":\"echo\",\"text\":\"x\"}\n");
+    std::string line;
+    LineReader(client, 1 << 20).next(line, kPatience);
+    _exit(!connected ? 2 : line.find("another user's host") == std::string::npos ? 1 : 0);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(WEXITSTATUS(status), 0) << "2: no connection; 1: another answer";
 }
 
 TEST_F(Control, ADeadHostsSocketIsReplaced) {
