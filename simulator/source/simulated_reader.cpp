@@ -90,6 +90,7 @@ void SimulatedReader::run() {
   while (!stop_) {
     playDue();
     writeDue();
+    answerWaiting();
     awaitWork();
   }
 }
@@ -122,6 +123,7 @@ void SimulatedReader::writeDue() {
 // What was on its way is lost, as with an adapter that is pulled out and plugged in again.
 void SimulatedReader::hangUp() {
   outgoing_.clear();
+  waiting_.clear();
   line_free_ = Clock::now();
   {
     const std::lock_guard lock(mutex_);
@@ -143,12 +145,11 @@ bool SimulatedReader::writeFront() {
   return lost || bytes.empty();
 }
 
-// Sleeps until the client has sent something, the next instant has come or somebody calls; commands are read only
-// when nothing is on its way.
+// Sleeps until the client has sent something, the next instant has come or somebody calls.
 void SimulatedReader::awaitWork() {
   const auto send_at = nextSending();
   const bool full = !outgoing_.empty() && !send_at;
-  const short line_events = static_cast<short>(full ? POLLOUT : outgoing_.empty() ? POLLIN : 0);
+  const short line_events = static_cast<short>(full ? POLLIN | POLLOUT : POLLIN);
   std::array<pollfd, 2> awaited{{{link_->fd(), line_events, 0}, {wake_.get(), POLLIN, 0}}};
   const auto instant = earlier(send_at, nextScenarioInstant());
   const timespec wait = instant ? untilInstant(*instant) : timespec{};
@@ -157,7 +158,7 @@ void SimulatedReader::awaitWork() {
     std::uint64_t count = 0;
     checkedOrNothing(::read(wake_.get(), &count, sizeof(count)), "reading the event descriptor");
   }
-  if ((awaited[0].revents & POLLIN) != 0) readCommands();
+  if ((awaited[0].revents & POLLIN) != 0) readLine();
 }
 
 // When to write; nothing when there is nothing to write, or only what an unpaced line that is full has no room for.
@@ -173,12 +174,23 @@ std::optional<Clock::time_point> SimulatedReader::nextScenarioInstant() const {
   return next ? std::optional(scenario_start_ + *next) : std::nullopt;
 }
 
-void SimulatedReader::readCommands() {
+void SimulatedReader::readLine() {
   const Bytes received = link_->read();
+  const bool busy = !outgoing_.empty();
+  const std::size_t room = busy ? kReceiveBuffer - std::min(waiting_.size(), kReceiveBuffer) : received.size();
+  const std::size_t kept = std::min(room, received.size());
+  waiting_.insert(waiting_.end(), received.begin(), received.begin() + static_cast<std::ptrdiff_t>(kept));
+  const std::lock_guard lock(mutex_);
+  line_.bytes_in += received.size();
+  line_.lost_in += received.size() - kept;
+}
+
+void SimulatedReader::answerWaiting() {
+  if (waiting_.empty() || !outgoing_.empty()) return;
+  const Bytes received = std::exchange(waiting_, {});
   std::vector<Bytes> replies;
   {
     const std::lock_guard lock(mutex_);
-    line_.bytes_in += received.size();
     replies = reader_.feed(received);
   }
   for (Bytes& reply : replies) {

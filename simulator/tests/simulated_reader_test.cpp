@@ -2,10 +2,12 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <functional>
 #include <future>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <thread>
 
 #include "hex.h"
@@ -231,6 +233,22 @@ TEST(SimulatedReaderFullLine, WithoutPacingWaitsForTheClientAndLosesNothing) {
   EXPECT_LT(reader.counters().bytes_out, 20 * kFullReply) << "the line is never full";
   EXPECT_EQ(client.receive(20 * kFullReply).size(), 20 * kFullReply);
   EXPECT_EQ(reader.counters().overruns, 0U);
+}
+
+TEST(SimulatedReader, CommandsThatComeWhileItIsBusyWaitOrAreLost) {
+  constexpr std::size_t kWaiting = SimulatedReader::kReceiveBuffer / 7;
+  SimulatedReader reader(kAtOnce);
+  fill(reader.field());
+  const LineClient client(reader.path());
+  client.send(times(20, kInventory));  // its answers are more than the line holds
+  ASSERT_TRUE(becomesTrue([&] { return reader.counters().bytes_out > 0; }));
+  for (int i = 0; i < 2000; ++i) client.send(kGetPower);  // more than the line holds
+  ASSERT_TRUE(becomesTrue([&] { return reader.counters().bytes_in == 7 * 2020; }));
+  const Bytes late = times(kWaiting, kPower2600);
+  const Bytes all = client.receive(20 * kFullReply + late.size());
+  ASSERT_EQ(all.size(), 20 * kFullReply + late.size());
+  EXPECT_TRUE(std::ranges::equal(std::span(all).last(late.size()), late));
+  EXPECT_EQ(reader.counters().lost_in, 7 * 2000 - SimulatedReader::kReceiveBuffer);
 }
 
 // Runs a reader, brings it into a state by the given step, and expects it to end without waiting for the line.

@@ -46,19 +46,24 @@ struct Counters {
   std::uint64_t bytes_in = 0;   // received
   std::uint64_t bytes_out = 0;  // put on the line
   std::uint64_t overruns = 0;   // bytes lost because the client did not read; only on a paced line
+  std::uint64_t lost_in = 0;    // received bytes lost because the module was busy and its buffer full
   std::uint64_t hang_ups = 0;
 };
 
 /// A UHF reader module at the end of a serial line, to be opened by path() like any serial device.
 ///
 /// One thread of its own serves the line and plays the scenario. It handles one command after the other: while a reply
-/// is on its way, the next command waits in the line. When the client does not read and the line is full, a paced line
+/// is on its way, the next commands wait, as many as fit into kReceiveBuffer; the others are lost, so that the client
+/// can always write. When the client does not read and the line is full, a paced line
 /// loses bytes (counted as overruns); with baud 0 the rest waits until there is room.
 ///
 /// Any thread may call any operation. Should the pseudo-terminal itself fail, the exception leaves the thread and ends
 /// the process: a reader that is deaf and looks healthy would be worse.
 class SimulatedReader {
  public:
+  /// Bytes that the module can receive while it is busy.
+  static constexpr std::size_t kReceiveBuffer = 64;
+
   /// Opens the line and starts to serve it. Throws std::system_error.
   explicit SimulatedReader(Options options);
 
@@ -99,7 +104,8 @@ class SimulatedReader {
   void playDue();
   void writeDue();
   bool writeFront();
-  void readCommands();
+  void readLine();
+  void answerWaiting();
   void enqueue(const Sending& sending);
   void hangUp();
   void awaitWork();
@@ -118,6 +124,7 @@ class SimulatedReader {
   const Descriptor wake_;  // eventfd: look at stop_ and the scenario again
   std::atomic<bool> stop_ = false;
 
+  Bytes waiting_;                  // for the reader's own thread; received, and not answered yet
   std::deque<Outgoing> outgoing_;  // for the reader's own thread; in order of time
   Clock::time_point line_free_{};  // for the reader's own thread; when the last byte of outgoing_ is through
 
