@@ -164,6 +164,20 @@ TEST_F(Device, ASettingChangesTheRunningPluginAndABoundIsSeen) {
               HasSubstr("Config changed: [uhf]>[read_interval] [value=500]"));
 }
 
+TEST_F(Device, AnImportedSettingChangesTheRunningPlugin) {
+  start();
+  const auto copy = state() + ".txt";
+  std::ofstream(copy) << "read_interval=500\ntransmit_power=2500\n";
+  EXPECT_EQ(output({"config", "import", copy}), "2 settings are stored\n");
+  for (const char* const key : {"read_interval", "transmit_power"}) {
+    json event = next_event("config");
+    while (!event.is_null() && event.at("key") != key) {  // the plug-in's own, from its start
+      event = next_event("config");
+    }
+    EXPECT_FALSE(event.is_null()) << key;
+  }
+}
+
 TEST_F(Device, ASystemSettingHasNoModule) {
   start();
   Achost events({"events", "--json", "--type", "config_param_set", "--state", state()});

@@ -1,11 +1,19 @@
 #include "daemon/config_command.h"
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <sstream>
+#include <utility>
 
 #include "daemon/assignment.h"
+#include "daemon/failure.h"
 #include "daemon/output.h"
 #include "daemon/request.h"
 #include "daemon/settings_table.h"
+#include "daemon/settings_text.h"
 #include "daemon/state_directory.h"
 #include "refhost/instance_lock.h"
 #include "refhost/settings_store.h"
@@ -35,12 +43,43 @@ void take_overrides(SettingsStore& store, const std::filesystem::path& directory
   }
 }
 
-std::string set_alone(const std::filesystem::path& directory, const refhost::Setting& setting,
-                      const std::string& value) {
+// The stored value, and whether a host that runs has stored it.
+std::pair<std::string, bool> store_value(const std::filesystem::path& directory, const Assignment& wanted) {
+  const auto& [section, key, value] = wanted;
+  const auto answer =
+      ask_if_running(directory, {{"command", "config_set"}, {"section", section}, {"key", key}, {"value", value}});
+  if (answer.has_value()) {
+    return {answer->at("value").get<std::string>(), true};
+  }
   const refhost::InstanceLock lock(directory);
   SettingsStore store(directory, SettingsStore::Access::read_write);
-  store.set(setting.section, setting.key, value);
-  return store.get(setting.section, setting.key).value();
+  store.set(section, key, value);
+  return {store.get(section, key).value(), false};
+}
+
+void set_and_tell(const std::filesystem::path& directory, const Assignment& wanted) {
+  const auto [stored, by_host] = store_value(directory, wanted);
+  print(stored + "\n");
+  if (stored != wanted.value) {
+    std::fprintf(stderr, "achost: %s: %s was asked for, the plug-in has made it %s\n", wanted.key.c_str(),
+                 wanted.value.c_str(), stored.c_str());
+  } else if (by_host && !refhost::SettingsSchema::builtin().at(wanted.section, wanted.key).live) {
+    std::fprintf(stderr, "achost: %s applies at the next start of the host\n", wanted.key.c_str());
+  }
+}
+
+std::string content_of(const std::string& file) {
+  std::ostringstream content;
+  if (file == "-") {
+    content << std::cin.rdbuf();
+    return content.str();
+  }
+  std::ifstream stream(file);
+  content << stream.rdbuf();
+  if (!stream) {
+    throw Failure(kUsage, "cannot read " + file + ": " + std::strerror(errno));
+  }
+  return content.str();
 }
 
 }  // namespace
@@ -64,20 +103,21 @@ void get_setting(const std::string& state, const std::vector<std::string>& name)
 
 void set_setting(const std::string& state, const std::vector<std::string>& words) {
   const auto& setting = named(words, words.size() - 1);
-  const std::string& wanted = words.back();
-  setting.check(wanted);
+  setting.check(words.back());
+  set_and_tell(state_directory(state), {setting.section, setting.key, words.back()});
+}
+
+void export_settings(const std::string& state) {
+  print(settings_as_text(SettingsStore(state_directory(state), SettingsStore::Access::read_only)));
+}
+
+void import_settings(const std::string& state, const std::string& file) {
+  const auto settings = parse_settings_text(content_of(file), file == "-" ? "standard input" : file);
   const auto directory = state_directory(state);
-  const auto answer = ask_if_running(
-      directory, {{"command", "config_set"}, {"section", setting.section}, {"key", setting.key}, {"value", wanted}});
-  const std::string stored =
-      answer.has_value() ? answer->at("value").get<std::string>() : set_alone(directory, setting, wanted);
-  print(stored + "\n");
-  if (stored != wanted) {
-    std::fprintf(stderr, "achost: %s: %s was asked for, the plug-in has made it %s\n", setting.key.c_str(),
-                 wanted.c_str(), stored.c_str());
-  } else if (answer.has_value() && !setting.live) {
-    std::fprintf(stderr, "achost: %s applies at the next start of the host\n", setting.key.c_str());
+  for (const auto& setting : settings) {
+    store_value(directory, setting);
   }
+  print(std::to_string(settings.size()) + (settings.size() == 1 ? " setting is" : " settings are") + " stored\n");
 }
 
 }  // namespace achost

@@ -1,4 +1,4 @@
-// achost config list, get and set
+// achost config list, get, set, export and import
 #pragma once
 
 #include <string>
@@ -16,6 +16,13 @@ void document_settings();
 
 // The value of [SECTION] KEY.
 void get_setting(const std::string& state, const std::vector<std::string>& name);
+
+// The settings that are not the default, as text.
+void export_settings(const std::string& state);
+
+// Store all settings of a text file, or none when there is anything wrong with it. A host that runs on that state
+// directory is asked to do it. file: "-" is standard input.
+void import_settings(const std::string& state, const std::string& file);
 
 // Store [SECTION] KEY VALUE and print the stored value. A host that runs on that state directory is asked to do it, and
 // has told its plug-in by then; what is stored may then differ from what was asked for.

@@ -32,6 +32,7 @@ struct ConfigOptions {
   bool json = false;
   bool markdown = false;
   std::vector<std::string> words;
+  std::string file;
 };
 
 void add_state(CLI::App& command, std::string& state) {
@@ -110,7 +111,12 @@ void add_config(CLI::App& app, ConfigOptions& options) {
       ->required()
       ->expected(2, 3);
   set.callback([&options] { achost::set_setting(options.state, options.words); });
-  for (CLI::App* const command : {&list, &get, &set}) {
+  CLI::App& export_all = *config.add_subcommand("export", "Show the settings that are not the default, for a copy");
+  export_all.callback([&options] { achost::export_settings(options.state); });
+  CLI::App& import_all = *config.add_subcommand("import", "Change all settings of a copy, or none if it has an error");
+  import_all.add_option("file", options.file, "The copy; - is standard input")->type_name("FILE")->required();
+  import_all.callback([&options] { achost::import_settings(options.state, options.file); });
+  for (CLI::App* const command : {&list, &get, &set, &export_all, &import_all}) {
     add_state(*command, options.state);
   }
 }

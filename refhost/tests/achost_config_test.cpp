@@ -53,6 +53,54 @@ TEST_F(AchostConfig, SetStoresTheValueAndPrintsIt) {
   EXPECT_EQ(config({"get", "region"}).out, "europe\n");
 }
 
+class AchostCopy : public AchostConfig {
+ protected:
+  std::string copy(const std::string& text) const {
+    std::ofstream(copy_) << text;
+    return copy_;
+  }
+
+  // Importing that text fails with that line behind the file's name, and changes nothing.
+  void expect_no_copy(const std::string& text, const std::string& line) const {
+    expect_refused({"import", copy(text)}, 2, copy_ + line);
+  }
+
+ private:
+  const TemporaryDirectory directory_;
+  const std::string copy_ = directory_.path() / "settings.txt";
+};
+
+TEST_F(AchostCopy, OfTheSettingsIsReadBack) {
+  EXPECT_EQ(config({"export"}).out, "# The settings that are not the default; achost config import reads them.\n");
+  config({"set", "read_interval", "777"});
+  config({"set", "host", "device_id", "12"});
+  const auto text = config({"export"}).out;
+  EXPECT_NE(text.find("\nuhf.read_interval=777\n"), std::string::npos);
+  config({"set", "read_interval", "888"});
+  config({"set", "host", "device_id", "13"});
+  EXPECT_EQ(config({"import", copy(text)}).out, "2 settings are stored\n");
+  EXPECT_EQ(config({"export"}).out, text);
+}
+
+TEST_F(AchostCopy, MayHaveBlanksCommentsAndNoSection) {
+  const auto result = config({"import", copy("\n  # a comment\r\n\tregion = EUROPE \r\nwork_channel=0-10;12")});
+  EXPECT_EQ(result.out, "2 settings are stored\n") << result.err;
+  EXPECT_EQ(config({"get", "region"}).out, "EUROPE\n");
+  EXPECT_EQ(config({"get", "work_channel"}).out, "0-10;12\n");
+}
+
+TEST_F(AchostCopy, WithAnErrorChangesNothing) {
+  expect_no_copy("region=EUROPE\nread_interval 5\n", ":2: \"read_interval 5\" is no setting: give [SECTION.]KEY=VALUE");
+  expect_no_copy("region=EUROPE\n\nregion=MARS",
+                 ":3: setting region cannot be \"MARS\": allowed is BRAZIL, CHINA_900MHZ, CHINA_800MHZ, AMERICA, "
+                 "EUROPE or KOREA");
+  expect_no_copy("region=EUROPE\nuhf.region=KOREA\n", ":2: uhf.region is set in line 1 already");
+}
+
+TEST_F(AchostCopy, ThatIsNotThereIsNamed) {
+  expect_refused({"import", "/no/such/file"}, 2, "cannot read /no/such/file: No such file or directory");
+}
+
 TEST_F(AchostConfig, SectionMayBeGiven) {
   EXPECT_EQ(config({"set", "host", "device_id", "12"}).out, "12\n");
   EXPECT_EQ(config({"get", "host", "device_id"}).out, "12\n");
