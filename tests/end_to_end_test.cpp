@@ -161,7 +161,7 @@ TEST_F(EndToEnd, AnAdapterThatIsPulledOutAndPluggedInAgainIsBackInService) {
 TEST_F(EndToEnd, AReaderThatFloodsTheLineForEverIsEndedByTheWatchdog) {
   uhfsim::SimulatedReader reader({.seed = 3, .chunk = 32});
   reader.field().add({.epc = {0xE2, 0x00, 0x68, 0x0A, 0x12, 0x34}});
-  auto host = start({"--port", reader.path(), "--watchdog-limit", "2"});
+  auto host = start({"--port", reader.path(), "--watchdog-limit", "3"});
   EXPECT_NE(next_event(host, "identification"), nullptr);
   reader.faults().set("flood", 1);
   const auto result = host.wait();

@@ -27,7 +27,7 @@ using std::chrono::milliseconds;
 
 namespace {
 
-constexpr milliseconds LONGEST_LIFE(120);  // of a host once it is ready
+constexpr milliseconds LONGEST_LIFE(USUAL_LIFE);  // of a host once it is ready
 
 // What a host has acknowledged. Each member is written by one thread and read when that has ended.
 struct Acknowledged {

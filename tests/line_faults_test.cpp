@@ -24,7 +24,8 @@ using DebugLines = testing::Matcher<std::vector<std::string>>;
 const Bytes PLAIN{0x01, 0x02, 0x03, 0x04};
 const Bytes WITH_END{0x01, 0x7E, 0x03, 0x04};  // holds the byte that ends a frame
 
-constexpr milliseconds TIMEOUT(200);
+// Shorter than an answer is late, and longer than a busy machine takes.
+constexpr milliseconds TIMEOUT(500);
 
 // A fault that strikes an inventory's one answer, and what becomes of that inventory.
 struct Row {

@@ -51,8 +51,8 @@ Ending::Ending() {
   if (wake_fd < 0) {
     throw std::system_error(errno, std::generic_category(), "eventfd");
   }
-  handle(SIGINT, wake, SA_RESETHAND);
-  handle(SIGTERM, wake, SA_RESETHAND);
+  handle(SIGINT, wake, static_cast<int>(SA_RESETHAND));
+  handle(SIGTERM, wake, static_cast<int>(SA_RESETHAND));
   // Handled and not ignored: a handler does not pass on to the commands that a plug-in runs.
   handle(
       SIGPIPE, [](int) {}, 0);
