@@ -49,8 +49,9 @@ void check_writers(const std::string& path) {
   const auto able_already = other_writers(std::filesystem::canonical("/proc/self/exe"));
   for (const auto& [who, where] : other_writers(path)) {
     if (!able_already.contains(who)) {
-      refuse(path, who + " can put another one there, as " + where +
-                       " may be written: only root and the user that runs this program may be able to");
+      std::string reason = who;
+      reason += " can put another one there, as " + where;
+      refuse(path, reason + " may be written: only root and the user that runs this program may be able to");
     }
   }
 }

@@ -5,6 +5,7 @@
 
 #include <map>
 #include <new>
+#include <numeric>
 
 #include "hex.h"
 #include "vectors.h"
@@ -169,6 +170,16 @@ TEST(CardNotice, SplitsItsParametersByTheirLength) {
   EXPECT_EQ(notice.pc(), 0x3000);
   EXPECT_EQ(notice.epc(), hex("01 02 03 04 05 06 07 08 09 0A 0B 0C"));
   EXPECT_EQ(notice.crc(), 0x5A3C);
+}
+
+TEST(CardNotice, ChecksumIsFormedOverEveryByte) {
+  for (const auto& parameters :
+       {hex("C8 30 00 95 1D"), hex("FF FF FE E2 00 68 0A FF 80 7F"), hex("01 00 02 03 04 00 05")}) {
+    const InventoryCardNotice notice(0, parameters);
+    const auto wire = notice.toData();
+    EXPECT_EQ(notice.calculateChecksum(),
+              static_cast<unsigned char>(std::accumulate(wire.begin() + 1, wire.end() - 2, 0U)));
+  }
 }
 
 TEST(CardNotice, OfFiveBytesHasNoEpc) {

@@ -95,6 +95,9 @@ class Frame {
   void updateChecksum() { checksum_ = calculateChecksum(); }
 
  private:
+  // The sum of what parameterToData() yields. A class of which there are many in an answer has it without the copy.
+  virtual unsigned int parameterSum() const;
+
   static std::unique_ptr<Frame> create(int commandType, int type, unsigned char checksum, ByteReader parameters);
 
   unsigned char header_;

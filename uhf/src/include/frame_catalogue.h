@@ -81,6 +81,8 @@ class InventoryCardNotice final : public Frame {
   unsigned short crc() const { return crc_; }
 
  private:
+  unsigned int parameterSum() const override;
+
   unsigned char rssi_;
   unsigned short pc_;
   std::vector<unsigned char> epc_;

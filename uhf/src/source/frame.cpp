@@ -40,11 +40,15 @@ std::vector<unsigned char> Frame::toData() const {
   return data;
 }
 
-unsigned char Frame::calculateChecksum() const {
+unsigned int Frame::parameterSum() const {
   const auto parameters = parameterToData();
+  return std::accumulate(parameters.begin(), parameters.end(), 0U);
+}
+
+unsigned char Frame::calculateChecksum() const {
   const unsigned int head = static_cast<unsigned int>(type_) + static_cast<unsigned int>(command_) +
                             highByte(parameterLength_) + lowByte(parameterLength_);
-  return static_cast<unsigned char>(std::accumulate(parameters.begin(), parameters.end(), head));
+  return static_cast<unsigned char>(head + parameterSum());
 }
 
 bool Frame::validateCheckSum() const { return checksum_ == calculateChecksum(); }

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdint>
 #include <new>
+#include <numeric>
 #include <string>
 #include <tuple>
 #include <utility>
@@ -143,6 +144,11 @@ std::vector<unsigned char> InventoryCardNotice::parameterToData() const {
   data.insert(data.end(), epc_.begin(), epc_.end());
   append(data, crc_);
   return data;
+}
+
+unsigned int InventoryCardNotice::parameterSum() const {
+  const auto sum = [](unsigned short value) { return static_cast<unsigned int>(value >> 8) + (value & 0xFFU); };
+  return std::accumulate(epc_.begin(), epc_.end(), rssi_ + sum(pc_) + sum(crc_));
 }
 
 InsertWorkChannelFrame::InsertWorkChannelFrame(std::vector<unsigned char> channels)
