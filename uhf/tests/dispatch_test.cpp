@@ -3,6 +3,8 @@
 
 #include <gmock/gmock.h>
 
+#include <random>
+
 #include "fake_clock.h"
 #include "second_host.h"
 #include "settings.h"
@@ -58,6 +60,7 @@ class Dispatch : public testing::Test {
 };
 
 using RepeatRule = Dispatch;
+using Pruning = Dispatch;
 using TriggerWindow = Dispatch;
 using Readings = Dispatch;
 
@@ -254,4 +257,70 @@ TEST_F(Readings, KeepTheirBucketsWhenDropped) {
   clearLastCardsRead();
   EXPECT_TRUE(lastCardsRead_.empty());
   EXPECT_EQ(lastCardsRead_.bucket_count(), buckets);
+}
+
+TEST_F(Pruning, ForgetsACardAtItsBoundNotBefore) {
+  host().set("read_interval", 100);
+  host().set("read_interval_diff_tags", 200);
+  lastCardsSent_[1] = fake_clock::now();
+  CardsSentWalk latest;
+  fake_clock::advance(milliseconds(200) - nanoseconds(1));
+  pruneCardsSent(latest);
+  EXPECT_TRUE(lastCardsSent_.contains(1));
+  fake_clock::advance(nanoseconds(1));
+  pruneCardsSent(latest);
+  EXPECT_TRUE(lastCardsSent_.empty());
+}
+
+TEST_F(Pruning, ReadsTheIntervalsAfreshEachTime) {
+  host().set("read_interval", 1000);
+  host().set("read_interval_diff_tags", 0);
+  lastCardsSent_[1] = fake_clock::now();
+  CardsSentWalk latest;
+  fake_clock::advance(milliseconds(500));
+  pruneCardsSent(latest);
+  EXPECT_TRUE(lastCardsSent_.contains(1));
+  host().set("read_interval", 500);
+  pruneCardsSent(latest);
+  EXPECT_TRUE(lastCardsSent_.empty());
+}
+
+// However cards are announced and intervals changed.
+TEST_F(Pruning, LeavesWhatAWalkThroughAllEachTimeLeaves) {
+  std::mt19937 random(1);
+  CardTimes walked;
+  CardsSentWalk latest;
+  std::size_t most = 0;
+  for (int step = 0; step < 50'000; ++step) {
+    fake_clock::advance(milliseconds(random() % 20));
+    if (random() % 3 == 0) {
+      const std::uint64_t card = random() % 200;
+      lastCardsSent_[card] = walked[card] = fake_clock::now();
+    }
+    if (random() % 1000 == 0) {
+      host().set("read_interval", std::to_string(random() % 5000));
+      host().set("read_interval_diff_tags", std::to_string(random() % 5000));
+    }
+    const milliseconds bound(std::max(intSetting("read_interval"), intSetting("read_interval_diff_tags")));
+    std::erase_if(walked, [bound](const auto& sent) { return sent.second + bound <= fake_clock::now(); });
+    pruneCardsSent(latest);
+    ASSERT_EQ(lastCardsSent_, walked) << "step " << step;
+    most = std::max(most, walked.size());
+  }
+  EXPECT_GT(most, 50U);
+}
+
+// The clock is read once a card by a walk.
+TEST_F(Pruning, LooksAtNoCardWhileNoneIsDue) {
+  host().set("read_interval", 60'000);
+  host().set("read_interval_diff_tags", 0);
+  for (std::uint64_t card = 0; card < 1000; ++card) {
+    lastCardsSent_[card] = fake_clock::now();
+  }
+  CardsSentWalk latest;
+  pruneCardsSent(latest);
+  fake_clock::tickPerReading(nanoseconds(1));
+  const auto before = fake_clock::now();
+  pruneCardsSent(latest);
+  EXPECT_LT(fake_clock::now() - before, nanoseconds(5));
 }

@@ -74,16 +74,6 @@ bool mayReadingsBeUsed() {
   }
 }
 
-// Forgets the cards that were announced so long ago that no rule asks for them. The bound is that of the configuration
-// store, read afresh.
-void pruneCardsSent() {
-  if (lastCardsSent_.empty()) {
-    return;
-  }
-  const milliseconds bound(std::max(intSetting("read_interval"), intSetting("read_interval_diff_tags")));
-  std::erase_if(lastCardsSent_, [bound](const auto& sent) { return sent.second + bound <= steady_clock::now(); });
-}
-
 }  // namespace
 
 CardTimes getLastCardsRead() {
@@ -123,10 +113,30 @@ void processCardsToSend(TimePoint& nextKeepAlive, CardReading& lastSent) {
   }
 }
 
+void pruneCardsSent(CardsSentWalk& latest) {
+  if (lastCardsSent_.empty()) {
+    return;
+  }
+  const milliseconds bound(std::max(intSetting("read_interval"), intSetting("read_interval_diff_tags")));
+  if (lastCardsSent_.size() == latest.cards && steady_clock::now() < latest.earliest + bound) {
+    return;
+  }
+  latest.earliest = TimePoint::max();
+  std::erase_if(lastCardsSent_, [&latest, bound](const auto& sent) {
+    if (sent.second + bound <= steady_clock::now()) {
+      return true;
+    }
+    latest.earliest = std::min(latest.earliest, sent.second);
+    return false;
+  });
+  latest.cards = lastCardsSent_.size();
+}
+
 void dispatchCards(std::condition_variable& cardsRead) {
   constexpr int LEAST_PERIOD = 10;  // ms
   auto nextKeepAlive = steady_clock::now();
   CardReading lastSent(0, steady_clock::now());
+  CardsSentWalk latestWalk;
   std::mutex mutex;  // of the wait alone: a notification may be missed, which the period makes good
   std::unique_lock lock(mutex);
   for (;;) {
@@ -134,7 +144,7 @@ void dispatchCards(std::condition_variable& cardsRead) {
     keepAliveWhenDue(nextKeepAlive, steady_clock::now());
     if (mayReadingsBeUsed()) {
       processCardsToSend(nextKeepAlive, lastSent);
-      pruneCardsSent();
+      pruneCardsSent(latestWalk);
     } else {
       clearLastCardsRead();
     }
