@@ -104,7 +104,7 @@ const second_host::Listeners& listeners() {
     host().set("serial_port_timeout", 100);
     host().set("region", "AMERICA");
     host().set("transmit_power", 2600);
-    host().set("trig_gpio", 5);
+    host().set("trig_gpio", 0);  // what a field has that no input tells
     host().set("watchdog_timeout", 20);
     ac::Plugin plugin;
     std::string error;
