@@ -75,6 +75,8 @@ constexpr std::array SETTINGS{"region",
                               "tag_detector_relay",
                               "probe_interval"};
 
+constexpr std::array MODES{"inhibit", "trigger", "continuous"};
+
 std::string textOf(fuzz::Input& input) { return input.below(2) == 0 ? TEXTS[input.below(TEXTS.size())] : input.text(); }
 
 second_host::Fields fieldsOf(fuzz::Input& input) {
@@ -137,6 +139,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const auto& all = listeners();
   fuzz::Input input(data, size);
   host().reset();
+  host().set("operation_mode", MODES[input.below(MODES.size())]);
   for (int i = 0; i < 16 && !input.empty(); ++i) {
     if (input.below(3) == 0) {
       host().set(SETTINGS[input.below(SETTINGS.size())], textOf(input));
