@@ -36,7 +36,7 @@ std::optional<std::string> Host::get(const std::string& section, const std::stri
 void Host::store(const std::string& section, const std::string& key, const std::string& value) {
   const std::lock_guard lock(mutex_);
   settings_[{section, key}] = value;
-  changed();
+  changed_.notify_all();
 }
 
 void Host::write(const std::string& section, const std::string& key, const std::string& value) {
@@ -75,7 +75,7 @@ void Host::onSystem(std::function<void(const std::string&)> hook) {
 void Host::called(const std::string& call) {
   const std::lock_guard lock(mutex_);
   calls_.push_back(call);
-  changed();
+  changed_.notify_all();
 }
 
 std::vector<std::string> Host::calls() const {
@@ -87,7 +87,7 @@ std::optional<Fields> Host::sent(SentMessage message) {
   std::unique_lock lock(mutex_);
   messages_.push_back(message);
   calls_.push_back("send " + message.type);
-  changed();
+  changed_.notify_all();
   const auto answer = answer_;
   lock.unlock();
   return message.synchronous && answer ? answer(message) : std::nullopt;
@@ -97,7 +97,7 @@ void Host::kept(const std::string& name) {
   std::unique_lock lock(mutex_);
   ++keepAlives_[name];
   calls_.push_back("keep_alive " + name);
-  changed();
+  changed_.notify_all();
   const auto hook = keepAliveHook_;
   lock.unlock();
   if (hook) {
@@ -108,7 +108,7 @@ void Host::kept(const std::string& name) {
 void Host::logged(DebugLine line) {
   const std::lock_guard lock(mutex_);
   debugLines_.push_back(std::move(line));
-  changed();
+  changed_.notify_all();
 }
 
 void Host::created(AuditRecord record) {
@@ -120,13 +120,13 @@ void Host::created(AuditRecord record) {
   }
   lock.lock();
   auditRecords_.push_back(std::move(record));
-  changed();
+  changed_.notify_all();
 }
 
 void Host::ran(const std::string& command) {
   std::unique_lock lock(mutex_);
   calls_.push_back("system " + command);
-  changed();
+  changed_.notify_all();
   const auto hook = systemHook_;
   lock.unlock();
   if (hook) {
@@ -171,25 +171,16 @@ std::vector<AuditRecord> Host::auditRecords() const {
 }
 
 bool Host::waitUntil(const std::function<bool()>& condition) {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-  for (;;) {
-    std::unique_lock lock(mutex_);
-    const auto seen = changes_;
-    lock.unlock();
-    if (condition()) {
-      return true;
-    }
-    lock.lock();
-    if (!changed_.wait_until(lock, deadline, [&] { return changes_ != seen; })) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() >= deadline) {
       return false;
     }
+    // A while at most, as what is waited for may change after the call that announces it, or without one.
+    std::unique_lock lock(mutex_);
+    changed_.wait_for(lock, std::chrono::milliseconds(5));
   }
-}
-
-// REQUIRES: mutex_ held.
-void Host::changed() {
-  ++changes_;
-  changed_.notify_all();
+  return true;
 }
 
 }  // namespace second_host

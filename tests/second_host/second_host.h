@@ -103,15 +103,12 @@ class Host {
   void onCreate(std::function<void()> hook);
   void onSystem(std::function<void(const std::string& command)> hook);
 
-  // Waits until condition, which calls the above, holds; false when it does not within 10 s.
+  // Waits until condition holds; false when it does not within 30 s.
   bool waitUntil(const std::function<bool()>& condition);
 
  private:
-  void changed();
-
   mutable std::mutex mutex_;
   std::condition_variable changed_;
-  std::uint64_t changes_ = 0;
   std::map<std::pair<std::string, std::string>, std::string> settings_;
   bool refusesWrites_ = false;
   Answer answer_;
