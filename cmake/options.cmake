@@ -18,5 +18,13 @@ endif()
 if(UHF_FUZZER)
   list(APPEND sanitizer_flags -fsanitize=fuzzer-no-link)
 endif()
+# Links a program of the host with an allocator that does not make a thread which frees a message wait for the one that
+# makes the next. A sanitizer brings its own.
+function(link_allocator target)
+  if(UHF_SANITIZER STREQUAL "")
+    target_link_libraries(${target} PRIVATE jemalloc)
+  endif()
+endfunction()
+
 target_compile_options(project_options INTERFACE ${sanitizer_flags})
 target_link_options(project_options INTERFACE ${sanitizer_flags})

@@ -38,7 +38,7 @@ Answer& Answer::add_string(const std::string& name, const std::string& value) {
 
 bool Answer::send() {
   const auto right = std::exchange(impl_->right_to_answer, nullptr);
-  return right != nullptr && right->answer(std::exchange(impl_->fields, Fields()));
+  return right != nullptr && right->answer(impl_->fields);
 }
 
 }  // namespace refhost

@@ -24,9 +24,8 @@ bool flush_bus(std::chrono::milliseconds timeout) {
 
 nlohmann::ordered_json fields_of(const ac::Message& message) {
   auto fields = nlohmann::ordered_json::object();
-  for (const auto& [name, value] : ac::Message::Impl::of(message).fields.all()) {
-    std::visit([&, &key = name](const auto& content) { fields[key] = content; }, value);
-  }
+  ac::Message::Impl::of(message).fields.for_each(
+      [&](std::string_view name, const auto& value) { fields[std::string(name)] = value; });
   return fields;
 }
 

@@ -9,7 +9,9 @@ namespace ac {
 Message::Message(const std::string& type, int argument, ReplyCallback callback) : impl_(std::make_unique<Impl>()) {
   impl_->type = type;
   impl_->argument = argument;
-  impl_->callback = std::move(callback);
+  if (callback) {
+    impl_->callback = std::make_unique<ReplyCallback>(std::move(callback));
+  }
 }
 
 Message::~Message() = default;

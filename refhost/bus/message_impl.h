@@ -9,18 +9,17 @@
 #include "bus/fields.h"
 #include "bus/reply_slot.h"
 
-struct ac::Message::Impl {
+struct ac::Message::Impl final {
   std::string type;
   int argument = 0;
-  ac::ReplyCallback callback;
-  refhost::Fields fields;
-
+  std::unique_ptr<ac::ReplyCallback> callback;  // null when there is none
   // Set by the sender, taken over by the bus when the message is sent synchronously; never copied to a recipient.
   ac::MessageReply* reply = nullptr;
   // Null when nobody waits for an answer.
   std::shared_ptr<refhost::ReplySlot> right_to_answer;
   // Where the delivery moves the message once its handlers have returned; null when it stays.
   ac::MessageEnqueuer* next_queue = nullptr;
+  refhost::Fields fields;
 
   static Impl& of(const ac::Message& message) { return *message.impl_; }
 
@@ -32,8 +31,8 @@ struct ac::MessageReply::Impl {
   bool replied = false;
   refhost::Fields fields;
 
-  void fill(refhost::Fields answer) {
-    fields = std::move(answer);
+  void fill(const refhost::Fields& answer) {
+    fields = answer;
     replied = true;
   }
 

@@ -26,8 +26,8 @@ namespace ac {
 // answer goes to the message's callback.
 void PostOffice::send_message(std::unique_ptr<Message> message) {
   auto& impl = Message::Impl::of(*message);
-  if (impl.callback) {
-    const auto slot = std::make_shared<refhost::ReplySlot>(std::move(impl.callback));
+  if (impl.callback != nullptr) {
+    const auto slot = std::make_shared<refhost::ReplySlot>(std::move(*impl.callback));
     impl.right_to_answer = refhost::ReplySlot::right_to_answer(slot);
   }
   refhost::Routes::instance().post(std::move(message), nullptr);
@@ -46,7 +46,7 @@ void PostOffice::send_message_sync(std::unique_ptr<Message> message) {
   }
   auto answer = slot->wait(refhost::sync_timeout.load());
   if (answer.has_value() && reply != nullptr) {
-    MessageReply::Impl::of(*reply).fill(std::move(*answer));
+    MessageReply::Impl::of(*reply).fill(*answer);
   }
 }
 

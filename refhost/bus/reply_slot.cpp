@@ -13,20 +13,20 @@ std::shared_ptr<ReplySlot> ReplySlot::right_to_answer(std::shared_ptr<ReplySlot>
   return {raw, [slot = std::move(slot)](ReplySlot*) { slot->close(); }};
 }
 
-bool ReplySlot::answer(Fields fields) {
+bool ReplySlot::answer(const Fields& fields) {
   {
     const std::lock_guard lock(mutex_);
     if (!std::exchange(open_, false)) {
       return false;
     }
     if (!callback_) {
-      answer_ = std::move(fields);
+      answer_ = fields;
       changed_.notify_all();
       return true;
     }
   }
   ac::MessageReply reply;
-  ac::MessageReply::Impl::of(reply).fill(std::move(fields));
+  ac::MessageReply::Impl::of(reply).fill(fields);
   callback_(reply);
   return true;
 }
@@ -35,7 +35,7 @@ std::optional<Fields> ReplySlot::wait(std::chrono::milliseconds timeout) {
   std::unique_lock lock(mutex_);
   changed_.wait_for(lock, timeout, [this] { return !open_; });
   open_ = false;
-  return std::exchange(answer_, std::nullopt);
+  return answer_;
 }
 
 void ReplySlot::close() {

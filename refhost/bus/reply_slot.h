@@ -25,7 +25,7 @@ class ReplySlot {
   static std::shared_ptr<ReplySlot> right_to_answer(std::shared_ptr<ReplySlot> slot);
 
   // Answer. The first answer counts: false when there was one before or when the sender has given up.
-  bool answer(Fields fields);
+  bool answer(const Fields& fields);
 
   // Wait for the answer; nothing when nobody can answer any more or the time-out has passed.
   std::optional<Fields> wait(std::chrono::milliseconds timeout);

@@ -69,6 +69,50 @@ TEST(Message, OfFieldsWithOneNameTheFirstCounts) {
   EXPECT_EQ(number, 1);
 }
 
+TEST(Message, ManyAndLongFieldsComeBackInTheirOrder) {
+  ac::Message message("m");
+  for (int i = 0; i < 100; ++i) {
+    const std::string name = "field " + std::to_string(i);
+    message.add_int(name, i);
+    message.add_string(name, std::string(static_cast<std::size_t>(i * i), 'a'));
+    message.add_int64(name, -i);
+  }
+  for (int i = 0; i < 100; ++i) {
+    const std::string name = "field " + std::to_string(i);
+    int number = -1;
+    std::int64_t wide = 1;
+    std::string text;
+    EXPECT_TRUE(message.get_int(name, &number));
+    EXPECT_TRUE(message.get_string(name, &text));
+    EXPECT_TRUE(message.get_int64(name, &wide));
+    EXPECT_EQ(number, i);
+    EXPECT_EQ(text, std::string(static_cast<std::size_t>(i * i), 'a'));
+    EXPECT_EQ(wide, -i);
+  }
+}
+
+TEST(Message, AFieldMayFillTheRoomToItsLastByteAndBeyond) {
+  for (std::size_t size = 0; size < 600; ++size) {
+    ac::Message message("m");
+    message.add_string("text", std::string(size, 'x'));
+    message.add_int("after", 7);
+    std::string text;
+    int after = 0;
+    EXPECT_TRUE(message.get_string("text", &text));
+    EXPECT_TRUE(message.get_int("after", &after));
+    EXPECT_EQ(text, std::string(size, 'x'));
+    EXPECT_EQ(after, 7);
+  }
+}
+
+TEST(Message, AnEmptyNameAndAnEmptyTextAreFields) {
+  ac::Message message("m");
+  message.add_string("", "");
+  std::string text = "before";
+  EXPECT_TRUE(message.get_string("", &text));
+  EXPECT_EQ(text, "");
+}
+
 TEST(MessageReply, IsEmptyUntilSomebodyAnswers) {
   const ac::MessageReply reply;
   int number = 42;

@@ -45,9 +45,10 @@ class Sync : public testing::Test {
 };
 
 TEST_F(Sync, ReturnsTheAnswerWithItsFields) {
-  const Subscriber subscriber("s", {on("sync.fields", [](ac::Message* m) {
-                                Answer(*m).add_int("i", 1).add_int64("l", 1LL << 40).add_string("s", "text").send();
-                              })});
+  const Subscriber subscriber(
+      "s", {on("sync.fields", [](ac::Message* m) {
+        Answer(*m).add_int("i", 1).add_int64("l", 1LL << 40).add_string("s", std::string(1000, 't')).send();
+      })});
   ac::MessageReply reply;
   auto question = message("sync.fields");
   question->set_reply(&reply);
@@ -59,7 +60,7 @@ TEST_F(Sync, ReturnsTheAnswerWithItsFields) {
   EXPECT_TRUE(reply.get_int("i", &i) && reply.get_int64("l", &l) && reply.get_string("s", &s));
   EXPECT_EQ(i, 1);
   EXPECT_EQ(l, 1LL << 40);
-  EXPECT_EQ(s, "text");
+  EXPECT_EQ(s, std::string(1000, 't'));
 }
 
 TEST_F(Sync, EndsAtOnceWhenNobodyIsInterested) {

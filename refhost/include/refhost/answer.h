@@ -30,7 +30,7 @@ class Answer {
 
   // Hand the answer to the sender: wakes one that waits, calls the ReplyCallback of one that does not (here, on this
   // thread; what it throws leaves send()). Only the first answer to a message counts. False when it went to nobody:
-  // answered before, the sender has given up, or it never asked. The answer is empty afterwards.
+  // answered before, the sender has given up, or it never asked.
   bool send();
 
  private:
