@@ -1,48 +1,49 @@
-// What the reference host's settings cost.
+// What the reference host's settings cost, alone and while another thread uses them.
 #include <benchmark/benchmark.h>
-#include <stdlib.h>
 
-#include <filesystem>
-#include <stdexcept>
+#include <atomic>
+#include <functional>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "ac/config_util.h"
 #include "card_value.h"
-#include "refhost/settings_store.h"
+#include "store.h"
 
 namespace {
 
-std::filesystem::path makeDirectory() {
-  auto path = (std::filesystem::temp_directory_path() / "uhf-bench-XXXXXX").string();
-  if (mkdtemp(path.data()) == nullptr) {
-    throw std::runtime_error("no temporary directory");
-  }
-  return path;
-}
+const std::string kSection = "uhf";
+const std::string kKey = "identification_bits";
 
-// Makes a store the host's own for as long as this lives.
-class Store {
- public:
-  Store() { refhost::SettingsStore::make_current(&store_); }
-  ~Store() {
-    refhost::SettingsStore::make_current(nullptr);
-    std::filesystem::remove_all(directory_);
-  }
-
- private:
-  std::filesystem::path directory_ = makeDirectory();
-  refhost::SettingsStore store_{directory_, refhost::SettingsStore::Access::read_write};
-};
-
-void getInt(benchmark::State& state) {
-  const Store store;
-  const std::string section = "uhf";
-  const std::string key = "identification_bits";
+// Measures get_int() while another thread does something again and again.
+void getInt(benchmark::State& state, const std::function<void(Store&)>& beside) {
+  Store store;
+  // Not on a cache line that this thread's loop writes.
+  struct alignas(64) {
+    std::atomic<bool> stop;  // written by this thread
+  } end{!beside};
+  std::jthread other([&store, &end, beside] {
+    while (!end.stop) {
+      beside(store);
+    }
+  });
   for (auto _ : state) {
-    benchmark::DoNotOptimize(ac::config_util::get_int(section, key, false));
+    benchmark::DoNotOptimize(ac::config_util::get_int(kSection, kKey, false));
   }
+  end.stop = true;
 }
-BENCHMARK(getInt)->Name("get_int of the reference host");
+
+void read(Store&) { benchmark::DoNotOptimize(ac::config_util::get_int(kSection, kKey, false)); }
+
+void write(Store& store) {
+  static int turn = 0;
+  store->override_for_run(kSection, kKey, ++turn % 2 == 0 ? "32" : "34");
+}
+
+BENCHMARK_CAPTURE(getInt, alone, nullptr)->Name("get_int");
+BENCHMARK_CAPTURE(getInt, read, read)->Name("get_int beside a reader");
+BENCHMARK_CAPTURE(getInt, write, write)->Name("get_int beside a writer");
 
 void cardValue(benchmark::State& state) {
   const Store store;

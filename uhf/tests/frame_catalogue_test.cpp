@@ -182,6 +182,14 @@ TEST(CardNotice, ChecksumIsFormedOverEveryByte) {
   }
 }
 
+TEST(CardNotice, GivesItsEpcAwayWhenItIsNoLongerNeeded) {
+  InventoryCardNotice notice(0, hex("C8 30 00 E2 00 95 1D"));
+  const auto* const bytes = notice.epc().data();
+  const auto epc = std::move(notice).epc();
+  EXPECT_EQ(epc, hex("E2 00"));
+  EXPECT_EQ(epc.data(), bytes) << "without a copy";
+}
+
 TEST(CardNotice, OfFiveBytesHasNoEpc) {
   const InventoryCardNotice notice(0, hex("C8 30 00 5A 3C"));
   EXPECT_TRUE(notice.epc().empty());

@@ -9,12 +9,17 @@
 
 namespace ac::UHF {
 
+// Apart from parse(), which is small enough to be inlined without it.
+[[noreturn, gnu::noinline, gnu::cold]] inline void throwNotEnoughBytes() {
+  throw ac_exception("Not enough bytes to parse type", true);
+}
+
 // The unsigned number of sizeof(T) bytes (1 or 2), high byte first, at offset in data; offset moves behind it.
 // Throws ac::ac_exception "Not enough bytes to parse type", with offset unmoved, when data ends before.
 template <std::unsigned_integral T>
 requires(sizeof(T) <= 2) T parse(std::size_t& offset, std::span<const unsigned char> data) {
   if (offset > data.size() || data.size() - offset < sizeof(T)) {
-    throw ac_exception("Not enough bytes to parse type", true);
+    throwNotEnoughBytes();
   }
   unsigned int value = 0;
   for (std::size_t i = 0; i < sizeof(T); ++i) {

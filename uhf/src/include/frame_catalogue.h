@@ -77,7 +77,8 @@ class InventoryCardNotice final : public Frame {
   std::vector<unsigned char> parameterToData() const override;
   unsigned char rssi() const { return rssi_; }
   unsigned short pc() const { return pc_; }
-  const std::vector<unsigned char>& epc() const { return epc_; }
+  const std::vector<unsigned char>& epc() const& { return epc_; }
+  std::vector<unsigned char> epc() && { return std::move(epc_); }
   unsigned short crc() const { return crc_; }
 
  private:

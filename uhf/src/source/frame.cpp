@@ -86,12 +86,12 @@ std::unique_ptr<Frame> Frame::createFrame(int commandType, int type, unsigned ch
 
 std::string Frame::printVector(const std::vector<unsigned char>& bytes) {
   constexpr char DIGITS[] = "0123456789abcdef";
-  std::string text;
-  text.reserve(3 * bytes.size() + 8);
+  std::string text(3 * bytes.size(), ' ');
+  auto at = text.begin();
   for (const unsigned char byte : bytes) {
-    text += DIGITS[byte >> 4];
-    text += DIGITS[byte & 0x0F];
-    text += ' ';
+    *at = DIGITS[byte >> 4];
+    *(at + 1) = DIGITS[byte & 0x0F];
+    at += 3;
   }
   return text + '[' + std::to_string(bytes.size()) + ']';
 }

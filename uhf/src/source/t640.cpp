@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <iostream>
+#include <type_traits>
+#include <typeinfo>
 
 #include "ac/exception.h"
 #include "frame_catalogue.h"
@@ -21,8 +23,9 @@ constexpr std::array<unsigned char, 6> REGION_CODES{2, 1, 4, 2, 3, 6};
 
 // The answer as the class that was asked for; null when it is another.
 template <class Response>
-const Response* as(const std::unique_ptr<Frame>& answer) {
-  return dynamic_cast<const Response*>(answer.get());
+Response* as(const std::unique_ptr<Frame>& answer) {
+  static_assert(std::is_final_v<Response>, "the class of the answer is this one, or another");
+  return answer != nullptr && typeid(*answer) == typeid(Response) ? static_cast<Response*>(answer.get()) : nullptr;
 }
 
 }  // namespace
@@ -35,12 +38,12 @@ std::pair<bool, std::vector<InventoryCardInfo>> T640::doInventoryCard() const {
   while (!frames.empty()) {
     const auto frame = std::move(frames.back());
     frames.pop_back();
-    const auto* notice = as<InventoryCardNotice>(frame);
+    auto* notice = as<InventoryCardNotice>(frame);
     if (notice == nullptr) {  // a response, a CRC error, an echoed command: the reader broke the inventory off
       break;
     }
     debug("Card detected! EPC: " + Frame::printVector(notice->epc()), __func__, 40);
-    tags.push_back({notice->rssi(), notice->pc(), notice->epc(), notice->crc()});
+    tags.push_back({notice->rssi(), notice->pc(), std::move(*notice).epc(), notice->crc()});
     if (tags.size() >= frames.size()) {
       return {true, std::move(tags)};
     }

@@ -45,6 +45,8 @@ void recordReadings(const std::vector<ac::UHF::InventoryCardInfo>& tags) {
   }
 }
 
+}  // namespace
+
 void readTags(TimePoint& lastSeen, std::condition_variable& cardsRead) {
   ac::watchdog::keep_alive("uhf");
   sleepProbeInterval();
@@ -57,8 +59,6 @@ void readTags(TimePoint& lastSeen, std::condition_variable& cardsRead) {
     cardsRead.notify_all();
   }
 }
-
-}  // namespace
 
 void update_tag_detection(bool inventorySucceeded, TimePoint& lastSeen) {
   const auto now = steady_clock::now();

@@ -1,0 +1,66 @@
+// A polling pass with so many tags in the field: what it allocates. Under callgrind, with --collect-atstart=no
+// --toggle-collect=measured, also what the thousand passes execute. The line is in memory and the threads' work is done
+// one after the other, so that both are the same in every run.
+//
+//   uhf-bench-pass TAGS
+#include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
+#include <span>
+
+#include "allocations.h"
+#include "dispatch.h"
+#include "notice.h"
+#include "reading_loop.h"
+#include "reply_line.h"
+#include "settings.h"
+#include "store.h"
+#include "t640.h"
+
+namespace {
+
+constexpr int kWarmUp = 200;
+constexpr int kPasses = 1000;
+
+// The reading loop's and the dispatch thread's part of so many passes.
+void passes(int count) {
+  static TimePoint lastSeen;
+  static std::condition_variable cardsRead;
+  static TimePoint nextKeepAlive = std::chrono::steady_clock::now();
+  static CardReading lastSent(0, std::chrono::steady_clock::now());
+  static CardsSentWalk walk;
+  for (int i = 0; i < count; ++i) {
+    readTags(lastSeen, cardsRead);
+    processCardsToSend(nextKeepAlive, lastSent);
+    pruneCardsSent(walk);
+  }
+}
+
+}  // namespace
+
+// By this name the profiler knows what to count.
+extern "C" [[gnu::noinline]] void measured() { passes(kPasses); }
+
+int main(int argc, char** argv) {
+  const std::span arguments(argv, static_cast<std::size_t>(argc));
+  if (arguments.size() != 2) {
+    std::fputs("usage: uhf-bench-pass TAGS\n", stderr);
+    return 2;
+  }
+  setReply(answerOf(std::atoi(arguments[1])));
+  Store store;
+  constexpr int DAY = 86'400'000;  // ms
+  store->override_for_run("uhf", "read_interval", std::to_string(DAY));
+  uhf_operation_mode_ = CONTINUOUS;
+  same_tag_timeout_ = DAY;
+  watchdogTimeout = DAY;
+  setProbeInterval(0);
+  t640_module = std::make_unique<ac::UHF::T640>("/dev/null", std::chrono::milliseconds(0));
+  passes(kWarmUp);  // until every tag is announced
+  const auto blocksBefore = blocks;
+  const auto allocationsBefore = allocations;
+  measured();
+  std::printf("%.0f allocations, %zu blocks more than before\n",
+              static_cast<double>(allocations - allocationsBefore) / kPasses, blocks - blocksBefore);
+  return 0;
+}
