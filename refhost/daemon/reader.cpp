@@ -44,7 +44,11 @@ Reader::Reader(const RunOptions& options, const std::filesystem::path& state,
                const std::vector<Assignment>& assignments) {
   if (!options.simulate) {
     port_ = wanted_port(options, state, assignments);
-    guard_ = std::make_unique<PortGuard>(port_);
+    try {
+      guard_ = std::make_unique<refhost::PortGuard>(port_, "try --simulate");
+    } catch (const refhost::PortError& failure) {
+      throw Failure(failure.kind() == refhost::PortError::Kind::busy ? kPortBusy : kNoReader, failure.what());
+    }
     return;
   }
   auto scenario = load_scenario(options, story_);

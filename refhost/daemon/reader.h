@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "daemon/assignment.h"
-#include "daemon/port_guard.h"
 #include "daemon/run_command.h"
 #include "daemon/story.h"
+#include "port/port_guard.h"
 #include "uhfsim/simulated_reader.h"
 
 namespace achost {
@@ -36,7 +36,7 @@ class Reader {
 
  private:
   std::string port_;
-  std::unique_ptr<PortGuard> guard_;
+  std::unique_ptr<refhost::PortGuard> guard_;
   Story story_;
   std::unique_ptr<uhfsim::SimulatedReader> simulated_;  // last: it stops telling the story before that goes
 };

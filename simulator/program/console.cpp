@@ -74,7 +74,9 @@ bool Console::execute(std::string_view line) {
 void Console::list() {
   for (const Tag& tag : reader_.field().snapshot()) {
     answers_ << hexOf(tag.epc) << " rssi=" << static_cast<int>(tag.rssi) << " pc=" << hexOf(bigEndian(tag.pc))
-             << " p=" << tag.probability << '\n';
+             << " p=" << tag.probability;
+    if (tag.least_power != 0) answers_ << " power=" << tag.least_power;
+    answers_ << '\n';
   }
   answers_ << std::flush;
 }

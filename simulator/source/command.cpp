@@ -52,18 +52,24 @@ void setPc(Tag& tag, std::string_view text) {
 
 void setProbability(Tag& tag, std::string_view text) { tag.probability = parseProbability(text); }
 
+void setLeastPower(Tag& tag, std::string_view text) {
+  const auto value = numberFrom<std::uint16_t>(text, 10);
+  if (!value) fail("power " + quoted(text), "0 to 65535");
+  tag.least_power = *value;
+}
+
 struct TagOption {
   std::string_view name;
   void (*set)(Tag& tag, std::string_view text);
 };
 
-constexpr TagOption kTagOptions[] = {{"rssi", setRssi}, {"pc", setPc}, {"p", setProbability}};
+constexpr TagOption kTagOptions[] = {{"rssi", setRssi}, {"pc", setPc}, {"p", setProbability}, {"power", setLeastPower}};
 
 void applyOption(Tag& tag, std::string_view word) {
   const std::size_t equals = word.find('=');
   const auto* option = std::ranges::find(kTagOptions, word.substr(0, equals), &TagOption::name);
   if (equals == word.npos || option == std::end(kTagOptions)) {
-    fail("unknown option " + quoted(word), "rssi=N, pc=HHHH or p=PROBABILITY");
+    fail("unknown option " + quoted(word), "rssi=N, pc=HHHH, p=PROBABILITY or power=N");
   }
   option->set(tag, word.substr(equals + 1));
 }
@@ -103,9 +109,10 @@ struct Verb {
 
 constexpr Verb kVerbs[] = {
     {"add",
-     {"add EPCHEX [rssi=N] [pc=HHHH] [p=PROBABILITY]", "put a tag into the field, or replace the one with this EPC"},
+     {"add EPCHEX [rssi=N] [pc=HHHH] [p=PROBABILITY] [power=N]",
+      "put a tag into the field, or replace the one with this EPC"},
      2,
-     5,
+     6,
      parseAdd},
     {"remove", {"remove EPCHEX", "take a tag out of the field"}, 2, 2, parseRemove},
     {"clear", {"clear", "take every tag out of the field"}, 1, 1, parseClear},

@@ -134,7 +134,10 @@ Bytes Reader::getSensitivity(ByteView) {
 // Each tag is read or missed by its own probability; who answers first is chance, as in a real anti-collision round.
 std::vector<Tag> Reader::readRound() {
   std::vector<Tag> tags = field_.snapshot();
-  std::erase_if(tags, [this](const Tag& tag) { return !random_.chance(tag.probability); });
+  std::erase_if(tags, [this](const Tag& tag) {
+    const bool is_read = random_.chance(tag.probability);  // drawn in any case, so that power does not shift the chance
+    return !is_read || tag.least_power > state_.power;
+  });
   random_.shuffle(std::span(tags));
   return tags;
 }

@@ -19,9 +19,10 @@ TEST(ParseCommand, AddTakesAnEpcAndFillsInTheRest) {
 }
 
 TEST(ParseCommand, AddTakesItsOptionsInAnyOrder) {
-  const Command expected = AddTag{{.epc = hex("00FF"), .rssi = 17, .pc = 0xABCD, .probability = 0.25}};
-  EXPECT_EQ(parse("add 00ff rssi=17 pc=abcd p=0.25"), expected);
-  EXPECT_EQ(parse("add 00FF p=0.25 pc=ABCD rssi=17"), expected);
+  const Command expected =
+      AddTag{{.epc = hex("00FF"), .rssi = 17, .pc = 0xABCD, .probability = 0.25, .least_power = 2000}};
+  EXPECT_EQ(parse("add 00ff rssi=17 pc=abcd p=0.25 power=2000"), expected);
+  EXPECT_EQ(parse("add 00FF power=2000 p=0.25 pc=ABCD rssi=17"), expected);
 }
 
 TEST(ParseCommand, BoundsAreIncluded) {
@@ -54,7 +55,7 @@ TEST_P(ParseCommandError, TellsWhatWasFoundAndWhatWasExpected) {
 }
 
 const std::string kEpc = "2 to 62 bytes, an even number of them, as hexadecimal digits";
-const std::string kAdd = "\"add EPCHEX [rssi=N] [pc=HHHH] [p=PROBABILITY]\"";
+const std::string kAdd = "\"add EPCHEX [rssi=N] [pc=HHHH] [p=PROBABILITY] [power=N]\"";
 
 INSTANTIATE_TEST_SUITE_P(
     Cases, ParseCommandError,
@@ -62,22 +63,23 @@ INSTANTIATE_TEST_SUITE_P(
         Bad{"UnknownCommand", "ad 0001", "unknown command \"ad\"; expected add, remove, clear, fault or host"},
         Bad{"Unprintable", "\x1b[2J", "unknown command \"?[2J\"; expected add, remove, clear, fault or host"},
         Bad{"NoEpc", "add", "too few words after \"add\"; expected " + kAdd},
-        Bad{"TooManyOptions", "add 0001 p=1 p=1 p=1 p=1", "too many words after \"add\"; expected " + kAdd},
+        Bad{"TooManyOptions", "add 0001 p=1 p=1 p=1 p=1 p=1", "too many words after \"add\"; expected " + kAdd},
         Bad{"OddDigits", "add 001", "EPC \"001\" has 3 digits; expected " + kEpc},
         Bad{"OddBytes", "add 000102", "EPC \"000102\" has 6 digits; expected " + kEpc},
         Bad{"NotHexadecimal", "remove 00g1", "EPC \"00g1\" is not hexadecimal; expected " + kEpc},
         Bad{"SignedHexadecimal", "remove -1-2", "EPC \"-1-2\" is not hexadecimal; expected " + kEpc},
         Bad{"EpcTooLong", "add " + std::string(128, '0'),
             "EPC \"" + std::string(128, '0') + "\" has 128 digits; expected " + kEpc},
-        Bad{"UnknownOption", "add 0001 rsi=1", "unknown option \"rsi=1\"; expected rssi=N, pc=HHHH or p=PROBABILITY"},
+        Bad{"UnknownOption", "add 0001 rsi=1", "unknown option \"rsi=1\"; expected rssi=N, pc=HHHH, p=PROBABILITY or power=N"},
         Bad{"OptionWithoutValue", "add 0001 rssi",
-            "unknown option \"rssi\"; expected rssi=N, pc=HHHH or p=PROBABILITY"},
+            "unknown option \"rssi\"; expected rssi=N, pc=HHHH, p=PROBABILITY or power=N"},
         Bad{"RssiTooHigh", "add 0001 rssi=256", "rssi \"256\"; expected 0 to 255"},
         Bad{"RssiNegative", "add 0001 rssi=-1", "rssi \"-1\"; expected 0 to 255"},
         Bad{"RssiEmpty", "add 0001 rssi=", "rssi \"\"; expected 0 to 255"},
         Bad{"PcShort", "add 0001 pc=300", "pc \"300\"; expected four hexadecimal digits"},
         Bad{"PcLong", "add 0001 pc=03000", "pc \"03000\"; expected four hexadecimal digits"},
         Bad{"PcNotHexadecimal", "add 0001 pc=30x0", "pc \"30x0\"; expected four hexadecimal digits"},
+        Bad{"PowerTooHigh", "add 0001 power=65536", "power \"65536\"; expected 0 to 65535"},
         Bad{"ProbabilityTooHigh", "add 0001 p=1.1", "probability \"1.1\"; expected 0.0 to 1.0"},
         Bad{"ProbabilityNegative", "add 0001 p=-0.1", "probability \"-0.1\"; expected 0.0 to 1.0"},
         Bad{"ProbabilityNan", "add 0001 p=nan", "probability \"nan\"; expected 0.0 to 1.0"},

@@ -195,6 +195,13 @@ TEST_F(ReaderInventory, EachTagHasItsOwnProbability) {
   for (int i = 0; i < 100; ++i) ASSERT_EQ(ask(kInventory), kShortCardNotice);
 }
 
+TEST_F(ReaderInventory, ATagAnswersFromItsLeastPowerOn) {
+  field_.add({.epc = kShortCard.epc, .rssi = kShortCard.rssi, .pc = kShortCard.pc, .least_power = 2601});
+  EXPECT_EQ(ask(kInventory), kNothingRead) << "the power is 2600";
+  field_.add({.epc = kShortCard.epc, .rssi = kShortCard.rssi, .pc = kShortCard.pc, .least_power = 2600});
+  EXPECT_EQ(ask(kInventory), kShortCardNotice);
+}
+
 // The replies of many rounds over four tags, two of them read by chance.
 std::vector<Bytes> manyRounds(std::uint64_t seed) {
   Field field;

@@ -59,7 +59,7 @@ std::vector<CommandHelp> commandHelp();
 std::vector<std::string_view> commandNames();
 
 /// Reads one command, already cut into words (at least one):
-///   add EPCHEX [rssi=0..255] [pc=HHHH] [p=0.0..1.0]
+///   add EPCHEX [rssi=0..255] [pc=HHHH] [p=0.0..1.0] [power=0..65535]
 ///   remove EPCHEX
 ///   clear
 ///   fault NAME PROBABILITY

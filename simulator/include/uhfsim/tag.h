@@ -24,6 +24,8 @@ struct Tag {
   std::uint16_t pc = pcForEpc(epc);
   /// Probability of being read in one inventory round, 0.0 to 1.0.
   double probability = 1.0;
+  /// The least transmit power, as it stands on the wire, at which the tag answers: the farther away, the more.
+  std::uint16_t least_power = 0;
 
   bool operator==(const Tag&) const = default;
 };

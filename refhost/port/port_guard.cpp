@@ -1,4 +1,4 @@
-#include "daemon/port_guard.h"
+#include "port/port_guard.h"
 
 #include <fcntl.h>
 #include <linux/major.h>
@@ -15,14 +15,12 @@
 #include <fstream>
 #include <optional>
 
-#include "daemon/failure.h"
-
-namespace achost {
+namespace refhost {
 namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* kHowToFind = "list the ports with `ls /dev/serial/by-id`, or try --simulate";
+constexpr const char* kHowToFind = "list the ports with `ls /dev/serial/by-id`, or ";
 
 bool is_number(const std::string& text) {
   return !text.empty() && std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
@@ -78,30 +76,31 @@ std::optional<std::string> user_of(dev_t device) {
 }
 
 [[noreturn]] void refuse_busy(const std::string& path, const std::string& user) {
-  throw Failure(kPortBusy, "the port " + path + " is in use by " + user + ": end it, or use another port");
+  throw PortError(PortError::Kind::busy,
+                  "the port " + path + " is in use by " + user + ": end it, or use another port");
 }
 
-int open_port(const std::string& path) {
+int open_port(const std::string& path, const std::string& alternative) {
   // O_NONBLOCK: opening must not wait for a modem's carrier.
   const int fd = open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
   if (fd < 0 && errno == EBUSY) {
     refuse_busy(path, "another process");
   }
   if (fd < 0) {
-    throw Failure(kNoReader, open_failure_text(path, errno));
+    throw PortError(PortError::Kind::unusable, open_failure_text(path, errno, alternative));
   }
   return fd;
 }
 
-void check_and_lock(int fd, const std::string& path) {
+void check_and_lock(int fd, const std::string& path, const std::string& alternative) {
   struct stat file {};
   if (isatty(fd) == 0 || fstat(fd, &file) != 0) {
-    throw Failure(kNoReader, path + " is not a serial port: " + kHowToFind);
+    throw PortError(PortError::Kind::unusable, path + " is not a serial port: " + kHowToFind + alternative);
   }
   if (const auto user = user_of(file.st_rdev)) {
     refuse_busy(path, *user);
   }
-  // Two hosts that start at the same moment: one of them gets the lock. Exclusive use does not keep root from opening.
+  // Two that start at the same moment: one of them gets the lock. Exclusive use does not keep root from opening.
   int exclusive = 0;
   if (flock(fd, LOCK_EX | LOCK_NB) != 0 || (ioctl(fd, TIOCGEXCL, &exclusive) == 0 && exclusive != 0)) {
     refuse_busy(path, "another process");
@@ -110,12 +109,12 @@ void check_and_lock(int fd, const std::string& path) {
 
 }  // namespace
 
-std::string open_failure_text(const std::string& path, int reason) {
+std::string open_failure_text(const std::string& path, int reason, const std::string& alternative) {
   if (reason == ENOENT || reason == ENOTDIR) {
-    return "there is no port " + path + ": " + kHowToFind;
+    return "there is no port " + path + ": " + kHowToFind + alternative;
   }
   if (reason == EISDIR) {
-    return path + " is not a serial port: " + kHowToFind;
+    return path + " is not a serial port: " + kHowToFind + alternative;
   }
   std::string text = "the port " + path + " cannot be opened: " + std::strerror(reason);
   const bool no_permission = reason == EACCES || reason == EPERM;
@@ -125,9 +124,9 @@ std::string open_failure_text(const std::string& path, int reason) {
   return text;
 }
 
-PortGuard::PortGuard(const std::string& path) : fd_(open_port(path)) {
+PortGuard::PortGuard(const std::string& path, const std::string& alternative) : fd_(open_port(path, alternative)) {
   try {
-    check_and_lock(fd_, path);
+    check_and_lock(fd_, path, alternative);
   } catch (...) {
     close(fd_);
     throw;
@@ -136,4 +135,4 @@ PortGuard::PortGuard(const std::string& path) : fd_(open_port(path)) {
 
 PortGuard::~PortGuard() { close(fd_); }
 
-}  // namespace achost
+}  // namespace refhost

@@ -1,0 +1,42 @@
+// Making sure that a serial port can be used, and by nobody else.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+namespace refhost {
+
+// A port that cannot be had. what() is one line with the way out.
+class PortError : public std::runtime_error {
+ public:
+  enum class Kind {
+    unusable,  // there is no such port, or it cannot be opened
+    busy,      // somebody else has it
+  };
+
+  PortError(Kind kind, const std::string& text) : std::runtime_error(text), kind_(kind) {}
+
+  Kind kind() const { return kind_; }
+
+ private:
+  Kind kind_;
+};
+
+// Holds the port for this process while it lives: two of our programs exclude each other by a lock on the device, and a
+// port that another program has open is refused.
+class PortGuard {
+ public:
+  // alternative: what else a user may try when there is no such port. Throws PortError.
+  PortGuard(const std::string& path, const std::string& alternative);
+  ~PortGuard();
+  PortGuard(const PortGuard&) = delete;
+  PortGuard& operator=(const PortGuard&) = delete;
+
+ private:
+  int fd_;
+};
+
+// The line for a port that could not be opened for that reason (an errno).
+std::string open_failure_text(const std::string& path, int reason, const std::string& alternative);
+
+}  // namespace refhost

@@ -1,0 +1,218 @@
+// One thing after the other that can be wrong between a port and its tags.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <string_view>
+#include <utility>
+
+#include "commands.h"
+#include "failure.h"
+#include "port.h"
+#include "regions.h"
+#include "tags.h"
+#include "terminal.h"
+
+namespace uhfctl {
+
+namespace {
+
+constexpr int kPolls = 100;
+
+enum class Verdict { good, doubtful, bad };
+
+// Prints each finding as it is made, and remembers the worst.
+class Report {
+ public:
+  explicit Report(bool json) : json_(json) {}
+
+  void add(const std::string& subject, Verdict verdict, const std::string& finding, const std::string& way_out = "") {
+    constexpr const char* kWords[] = {"good", "doubtful", "bad"};
+    constexpr Colour kColours[] = {Colour::green, Colour::yellow, Colour::red};
+    const auto index = static_cast<std::size_t>(verdict);
+    worst_ = std::max(worst_, verdict);
+    if (json_) {
+      nlohmann::ordered_json object{{"check", subject}, {"verdict", kWords[index]}, {"finding", finding}};
+      if (!way_out.empty()) {
+        object["way_out"] = way_out;
+      }
+      print(object);
+      return;
+    }
+    char line[64];
+    std::snprintf(line, sizeof line, "%-12s ", subject.c_str());
+    char word[32];
+    std::snprintf(word, sizeof word, "%-9s ", kWords[index]);
+    print(line + coloured(kColours[index], word) + finding + (way_out.empty() ? "" : ": " + way_out) + "\n");
+  }
+
+  Verdict worst() const { return worst_; }
+
+ private:
+  bool json_;
+  Verdict worst_ = Verdict::good;
+};
+
+// What ends the examination: nothing after it can be looked at.
+[[noreturn]] void stop(Status status) { throw Failure(status, "the checks after this one need it"); }
+
+void checkFile(Report& report, const std::string& path) {
+  struct stat file {};
+  if (stat(path.c_str(), &file) != 0) {
+    report.add("port", Verdict::bad, "there is no " + path + " (" + std::strerror(errno) + ")",
+               "plug the reader in, and list the ports with `ls /dev/serial/by-id`");
+    stop(kNoReader);
+  }
+  if (!S_ISCHR(file.st_mode)) {
+    report.add("port", Verdict::bad, path + " is no device", "list the ports with `ls /dev/serial/by-id`");
+    stop(kNoReader);
+  }
+  report.add("port", Verdict::good, path + " is there");
+  if (access(path.c_str(), R_OK | W_OK) != 0) {
+    report.add("permission", Verdict::bad, std::string("it may not be read and written (") + std::strerror(errno) + ")",
+               "`sudo usermod -aG dialout $USER`, then log in again");
+    stop(kNoReader);
+  }
+  report.add("permission", Verdict::good, "it may be read and written");
+}
+
+std::unique_ptr<Port> claim(Report& report, const Common& common) {
+  try {
+    auto port = std::make_unique<Port>(common.port, std::chrono::milliseconds(common.timeout));
+    report.add("use", Verdict::good, "nobody else uses it");
+    return port;
+  } catch (const Failure& failure) {
+    if (failure.status() == kUsage) {
+      throw;
+    }
+    report.add("use", Verdict::bad, failure.what());
+    stop(failure.status());
+  }
+}
+
+void checkLine(Report& report, const std::string& path) {
+  const int fd = open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK);
+  termios line{};
+  const bool known = fd >= 0 && tcgetattr(fd, &line) == 0;
+  close(fd);
+  if (!known || cfgetispeed(&line) != B115200 || (line.c_cflag & CSIZE) != CS8) {
+    report.add("line", Verdict::bad, "it cannot be set to 115200 baud, 8 data bits", "use another serial adapter");
+    stop(kNoReader);
+  }
+  report.add("line", Verdict::good, "115200 baud, 8 data bits, no parity");
+}
+
+unsigned short checkAnswer(Report& report, const Port& port) {
+  try {
+    const auto begin = Clock::now();
+    const auto power = port.powerOrNobody();
+    report.add("answer", Verdict::good, "the reader answers within " + seconds((Clock::now() - begin) * 1000) + " ms");
+    return power;
+  } catch (const Failure& failure) {
+    const auto poll = port.poll();
+    report.add(
+        "answer", Verdict::bad,
+        poll.problems + poll.wrong_checksums > 0 ? "something answers, but no frame of a reader" : "nothing answers",
+        "check the reader's supply, then TX and RX (crossed?), then the port");
+    stop(failure.status());
+  }
+}
+
+Tags checkPolls(Report& report, const Port& port) {
+  Tags tags;
+  int wrong = 0;
+  int frames = 0;
+  int problems = 0;
+  for (int i = 0; i < kPolls && !interrupted(); ++i) {
+    const auto poll = port.poll();
+    if (!poll.answered) {
+      port.stillThere();
+    }
+    tags.add(poll, Clock::now());
+    wrong += poll.wrong_checksums;
+    problems += poll.problems;
+    frames += poll.frames;
+    progress(std::to_string(i + 1) + " of " + std::to_string(kPolls) + " polls");
+  }
+  progress("");
+  const int all = frames + wrong + problems;
+  const int bad = wrong + problems;
+  char finding[128];
+  std::snprintf(finding, sizeof finding, "%d wrong checksums and %d other pieces that are no frame, of %d, in %d polls",
+                wrong, problems, all, kPolls);
+  if (bad == 0) {
+    report.add("checksums", Verdict::good, finding);
+  } else {
+    report.add("checksums", bad * 20 > all ? Verdict::bad : Verdict::doubtful, finding,
+               "shorten the cable, keep it from mains and motors, connect the grounds");
+  }
+  return tags;
+}
+
+void checkTags(Report& report, const Tags& tags) {
+  if (tags.all().empty()) {
+    report.add("tags", Verdict::doubtful, "no tag in the field",
+               "hold one to the antenna; then check the antenna's cable and the power");
+    return;
+  }
+  std::string list;
+  for (const auto& [epc, tag] : tags.all()) {
+    list += (list.empty() ? "" : "; ") + epc + " (RSSI " + std::to_string(tag.rssi) + ", " + std::to_string(tag.times) +
+            " times)";
+  }
+  report.add("tags", Verdict::good, std::to_string(tags.all().size()) + " in the field: " + list);
+}
+
+// Conducted power, in hundredths of a dBm, that an antenna of 6 dBi turns into the most that the region's rules allow:
+// 36 dBm EIRP in Brazil, America and Korea, 33 dBm ERP (35.15 dBm EIRP) in Europe and China.
+int mostPower(ac::UHF::Region region) {
+  using ac::UHF::Region;
+  return region == Region::BRAZIL || region == Region::AMERICA || region == Region::KOREA ? 3000 : 2915;
+}
+
+void checkPower(Report& report, unsigned short power, const std::string& region) {
+  std::string name = region;
+  std::ranges::transform(name, name.begin(), [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+  const auto known = regionOf(name);
+  if (!known.has_value()) {
+    throw Failure(kUsage, "there is no region \"" + region + "\"; `uhfctl region set --help` names all");
+  }
+  const int most = mostPower(*known);
+  char finding[160];
+  std::snprintf(finding, sizeof finding, "%.2f dBm; %s allows %.2f dBm with an antenna of 6 dBi", power / 100.0,
+                name.c_str(), most / 100.0);
+  power <= most ? report.add("power", Verdict::good, finding)
+                : report.add("power", Verdict::doubtful, finding,
+                             "`uhfctl power set " + std::to_string(most) + "`, or take an antenna of less gain");
+}
+
+void examine(Report& report, const Common& common, const std::string& region) {
+  if (!common.port.empty()) {
+    checkFile(report, common.port);
+  }
+  const auto port = claim(report, common);
+  checkLine(report, common.port);
+  const auto power = checkAnswer(report, *port);
+  checkTags(report, checkPolls(report, *port));
+  checkPower(report, power, region);
+}
+
+}  // namespace
+
+void doctor(const Common& common, const std::string& region) {
+  catchInterrupts();
+  Report report(common.json);
+  examine(report, common, region);
+  if (report.worst() == Verdict::bad) {
+    throw Failure(kFailed, "not all is well; see above");
+  }
+}
+
+}  // namespace uhfctl

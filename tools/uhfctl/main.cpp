@@ -1,0 +1,167 @@
+// uhfctl: the reader tool for people at the door. The command line; the commands stand in the other files.
+#include <CLI/CLI.hpp>
+#include <csignal>
+#include <cstdio>
+#include <functional>
+
+#include "commands.h"
+#include "failure.h"
+#include "version.h"
+
+namespace {
+
+constexpr const char* kFooter =
+    "Data goes to standard output, everything else to standard error. NO_COLOR is honoured.\n\n"
+    "Exit status:\n"
+    "  0  done\n"
+    "  1  the operation failed\n"
+    "  2  wrong usage\n"
+    "  3  no such port, or no reader at it\n"
+    "  4  no answer in time\n"
+    "  5  the port is in use";
+
+using uhfctl::Common;
+
+// A command with its options; run is what it does.
+CLI::App& add(CLI::App& app, const std::string& name, const std::string& help, std::function<void()> run) {
+  auto& command = *app.add_subcommand(name, help);
+  command.callback(std::move(run));
+  return command;
+}
+
+void addInventory(CLI::App& app, const Common& common) {
+  const auto options = std::make_shared<uhfctl::InventoryOptions>();
+  auto& command =
+      add(app, "inventory", "Show the tags in the field", [&common, options] { inventory(common, *options); });
+  command.add_option("--seconds", options->seconds, "How long; 0 is until Ctrl-C")
+      ->capture_default_str()
+      ->check(CLI::Range(0.0, 1e6));
+  command.add_option("--count", options->count, "End when so many tags have been seen")->check(CLI::Range(1, 100000));
+  command.add_option("--filter", options->filter, "Only EPCs that begin with these hexadecimal digits")
+      ->type_name("PREFIX");
+  command.add_flag("--card-value", options->card_value, "Show the number that the plug-in would announce");
+  command.add_option("--identification-bits", options->identification_bits, "As the setting of that name")
+      ->capture_default_str()
+      ->check(CLI::Range(0, 64));
+  command.add_option("--reader-type", options->reader_type, "As the setting of that name: msb or lsb")
+      ->capture_default_str()
+      ->check(CLI::IsMember({"msb", "lsb"}, CLI::ignore_case));
+}
+
+void addRadio(CLI::App& app, const Common& common) {
+  auto& power = *app.add_subcommand("power", "The transmit power, in hundredths of a dBm");
+  power.require_subcommand(1);
+  add(power, "get", "Ask for it", [&common] { getPower(common); });
+  const auto wanted = std::make_shared<int>(0);
+  add(power, "set", "Set it, and ask for it", [&common, wanted] { setPower(common, *wanted); })
+      .add_option("POWER", *wanted, "0 to 65535")
+      ->required()
+      ->check(CLI::Range(0, 65535));
+
+  auto& region = *app.add_subcommand("region", "The regulatory region (a reader cannot be asked for it)");
+  region.require_subcommand(1);
+  add(region, "get", "Say why it cannot be asked for", [] { uhfctl::cannotBeAsked("region", "region"); });
+  const auto name = std::make_shared<std::string>();
+  add(region, "set", "Set it", [&common, name] { setRegion(common, *name); })
+      .add_option("REGION", *name, "BRAZIL, CHINA_900MHZ, CHINA_800MHZ, AMERICA, EUROPE or KOREA")
+      ->required();
+
+  auto& channels = *app.add_subcommand("channels", "The working channels (a reader cannot be asked for them)");
+  channels.require_subcommand(1);
+  add(channels, "get", "Say why they cannot be asked for", [] { uhfctl::cannotBeAsked("channels", "work_channel"); });
+  const auto list = std::make_shared<std::string>();
+  const auto of = std::make_shared<std::string>("BRAZIL");
+  auto& set = add(channels, "set", "Set them", [&common, list, of] { setChannels(common, *list, *of); });
+  set.add_option("RANGES", *list, "Such as \"0-10;26-51\"")->required();
+  set.add_option("--region", *of, "Warn of channels that it does not allow")->capture_default_str();
+
+  auto& sensitivity = *app.add_subcommand("sensitivity", "The receive demodulator's settings");
+  sensitivity.require_subcommand(1);
+  add(sensitivity, "get", "Ask for them", [&common] { getSensitivity(common); });
+  const auto values = std::make_shared<std::vector<int>>();
+  add(sensitivity, "set", "Set them, and ask for them",
+      [&common, values] {
+        if ((*values)[0] > 255 || (*values)[1] > 255) {
+          throw uhfctl::Failure(uhfctl::kUsage, "M and I are at most 255");
+        }
+        setSensitivity(common, *values);
+      })
+      .add_option("M I THRESHOLD", *values, "Mixer gain and amplifier gain (0 to 255), threshold (0 to 65535)")
+      ->required()
+      ->expected(3)
+      ->check(CLI::Range(0, 65535));
+}
+
+void addSurvey(CLI::App& app, const Common& common) {
+  const auto options = std::make_shared<uhfctl::SurveyOptions>();
+  auto& command = add(app, "survey", "Step through powers, and recommend one for a tag",
+                      [&common, options] { survey(common, *options); });
+  command.add_option("--power", options->power, "FROM:TO:STEP, in hundredths of a dBm")->required();
+  command.add_option("--seconds", options->seconds, "At each power")
+      ->capture_default_str()
+      ->check(CLI::Range(0.01, 1e5));
+  command.add_option("--tag", options->tag, "The EPC to recommend a power for (default: the tag read most)")
+      ->type_name("EPC");
+  command.add_option("--out", options->out, "The report; figures go beside it as .csv and .json")
+      ->capture_default_str()
+      ->type_name("FILE");
+}
+
+void addTape(CLI::App& app, const Common& common) {
+  const auto file = std::make_shared<std::string>();
+  const auto time = std::make_shared<double>(0);
+  auto& record = add(app, "record", "Poll, and write every byte with its time and direction",
+                     [&common, file, time] { uhfctl::record(common, *file, *time); });
+  record.add_option("FILE", *file, "A name that is not there yet")->required();
+  record.add_option("--seconds", *time, "How long; 0 is until Ctrl-C")
+      ->capture_default_str()
+      ->check(CLI::Range(0.0, 1e6));
+  auto& replay = add(app, "replay", "Play a recording as a simulated reader; prints its port",
+                     [&common, file, time] { uhfctl::replay(common, *file, *time); });
+  replay.add_option("FILE", *file, "What record made")->required();
+  replay.add_option("--seconds", *time, "How long; 0 is until Ctrl-C")
+      ->capture_default_str()
+      ->check(CLI::Range(0.0, 1e6));
+  add(app, "decode", "Tell every frame, and why bytes are none", [&common, file] { uhfctl::decode(common, *file); })
+      .add_option("WHAT", *file, "A recording, a file of hexadecimal digits, the digits, or - for standard input")
+      ->required();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::signal(SIGPIPE, SIG_IGN);
+  Common common;
+  CLI::App app("Looks at a UHF reader, sets it up, and finds out why a card does not read.", "uhfctl");
+  app.footer(kFooter);
+  app.set_version_flag("--version", UHF_VERSION);
+  app.require_subcommand(1);
+  app.fallthrough();
+  app.add_option("--port", common.port, "Serial device of the reader")->envname("UHFCTL_PORT")->type_name("DEVICE");
+  app.add_option("--timeout", common.timeout, "Milliseconds that the reader may take to begin its answer")
+      ->capture_default_str()
+      ->check(CLI::Range(100, 25500));
+  app.add_flag("--json", common.json, "Print JSON, an object a line");
+  add(app, "info", "Whether a reader answers, its power and sensitivity", [&common] { info(common); });
+  addInventory(app, common);
+  addRadio(app, common);
+  addSurvey(app, common);
+  addTape(app, common);
+  const auto region = std::make_shared<std::string>("BRAZIL");
+  add(app, "doctor", "Look at one thing after the other that can be wrong",
+      [&common, region] { doctor(common, *region); })
+      .add_option("--region", *region, "Whose limits the power is held to")
+      ->capture_default_str();
+  try {
+    app.parse(argc, argv);
+    return uhfctl::kDone;
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? uhfctl::kDone : uhfctl::kUsage;
+  } catch (const uhfctl::Failure& failure) {
+    std::fprintf(stderr, "uhfctl: %s\n", failure.what());
+    return failure.status();
+  } catch (const std::exception& failure) {
+    std::fprintf(stderr, "uhfctl: %s\n", failure.what());
+    return uhfctl::kFailed;
+  }
+}

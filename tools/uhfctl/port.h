@@ -1,0 +1,78 @@
+// The reader at its port.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "ac/exception.h"
+#include "failure.h"
+#include "inventory_card_info.h"
+#include "port/port_guard.h"
+#include "serial_port.h"
+#include "t640.h"
+
+namespace uhfctl {
+
+using Clock = std::chrono::steady_clock;
+
+// What one inventory brought.
+struct Poll {
+  bool answered = false;  // something came back
+  std::vector<ac::UHF::InventoryCardInfo> tags;
+  int frames = 0;           // with a right checksum
+  int wrong_checksums = 0;  // frames with another
+  int problems = 0;         // other pieces that were no frame
+  Clock::duration took{};   // until the last byte
+};
+
+// Which way bytes went.
+enum class Direction { to_reader, from_reader };
+
+// Sees the bytes of polls as they go over the line.
+using Tap = std::function<void(Direction, std::span<const unsigned char>)>;
+
+// Held for this process alone while the object lives. One thread uses it.
+class Port {
+ public:
+  // timeout: how long the reader may take to begin its answer, in tenths of a second of the line. Throws Failure:
+  // kNoReader when there is no such port, kPortBusy when somebody else has it.
+  Port(const std::string& path, std::chrono::milliseconds timeout);
+
+  const std::string& path() const { return path_; }
+
+  // The driver, for all that asks and sets.
+  const ac::UHF::T640& driver() const { return *driver_; }
+
+  // The power, as a sign of life. Throws Failure kNoReader when nobody answers.
+  unsigned short powerOrNobody() const;
+
+  // After a poll without an answer, which is what some readers say when there is no tag. Throws Failure kNoAnswer when
+  // the reader is silent to a question too.
+  void stillThere() const;
+
+  // Asks for the tags in the field and takes every frame of the answer, unlike the driver, which leaves out the older
+  // half of the tag reports. Throws Failure kFailed when the line fails.
+  Poll poll(const Tap& tap = nullptr) const;
+
+ private:
+  std::string path_;
+  refhost::PortGuard guard_;
+  std::unique_ptr<ac::UHF::T640> driver_;
+  std::unique_ptr<ac::UHF::SerialPort> line_;
+};
+
+// Runs what talks to the reader; a failure of the line becomes a Failure kFailed that names the port.
+template <typename Work>
+auto talking(const Port& port, const Work& work) {
+  try {
+    return work();
+  } catch (const ac::ac_exception& failure) {
+    throw Failure(kFailed, "the line at " + port.path() + " failed: " + failure.what());
+  }
+}
+
+}  // namespace uhfctl

@@ -1,0 +1,201 @@
+// What the reader can be asked and told about its radio.
+#include <algorithm>
+#include <cstdio>
+
+#include "commands.h"
+#include "config/int_ranges.h"
+#include "failure.h"
+#include "port.h"
+#include "regions.h"
+#include "terminal.h"
+
+namespace uhfctl {
+
+namespace {
+
+using Object = nlohmann::ordered_json;
+
+Port open(const Common& common) { return Port(common.port, std::chrono::milliseconds(common.timeout)); }
+
+[[noreturn]] void noAnswer(const Port& port, const std::string& what) {
+  throw Failure(kNoAnswer, "the reader at " + port.path() + " did not answer in time " + what);
+}
+
+std::string dBm(unsigned short power) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.2f dBm", power / 100.0);
+  return text;
+}
+
+std::string milliseconds(Clock::duration time) { return seconds(time * 1000, 1) + " ms"; }
+
+ac::UHF::DemodSensitivityInfo sensitivityOf(const Port& port) {
+  const auto [answered, info] = talking(port, [&] { return port.driver().getDemodulationSensitivity(); });
+  if (!answered) {
+    noAnswer(port, "to the question for its sensitivity");
+  }
+  return info;
+}
+
+Object asObject(const ac::UHF::DemodSensitivityInfo& info) {
+  return {{"m", info.m}, {"i", info.i}, {"threshold", info.sensitivity}};
+}
+
+std::string asText(const ac::UHF::DemodSensitivityInfo& info) {
+  return "m " + std::to_string(info.m) + ", i " + std::to_string(info.i) + ", threshold " +
+         std::to_string(info.sensitivity);
+}
+
+bool operator==(const ac::UHF::DemodSensitivityInfo& a, const ac::UHF::DemodSensitivityInfo& b) {
+  return a.m == b.m && a.i == b.i && a.sensitivity == b.sensitivity;
+}
+
+std::string regionNames() {
+  std::string names;
+  for (const auto& [name, region] : REGIONS) {
+    names += (names.empty() ? "" : ", ") + std::string(name);
+  }
+  return names;
+}
+
+ac::UHF::Region regionFrom(std::string name) {
+  std::ranges::transform(name, name.begin(), [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+  const auto region = regionOf(name);
+  if (!region.has_value()) {
+    throw Failure(kUsage, "there is no region \"" + name + "\": one of " + regionNames());
+  }
+  return *region;
+}
+
+// The channels that are in a list and not in the other, for a warning.
+std::string notAmong(const std::vector<int>& channels, const std::vector<int>& allowed) {
+  std::string text;
+  for (const int channel : channels) {
+    if (std::ranges::find(allowed, channel) == allowed.end()) {
+      text += (text.empty() ? "" : ", ") + std::to_string(channel);
+    }
+  }
+  return text;
+}
+
+}  // namespace
+
+void info(const Common& common) {
+  const auto port = open(common);
+  constexpr int kQuestions = 10;
+  const auto power = port.powerOrNobody();
+  std::vector<Clock::duration> times;
+  for (int i = 0; i < kQuestions; ++i) {
+    const auto begin = Clock::now();
+    if (!talking(port, [&] { return port.driver().getTransmitPower(); }).first) {
+      noAnswer(port, "to question " + std::to_string(i + 2) + " of " + std::to_string(kQuestions + 1));
+    }
+    times.push_back(Clock::now() - begin);
+  }
+  std::ranges::sort(times);
+  const auto sensitivity = sensitivityOf(port);
+  if (common.json) {
+    const auto ms = [](Clock::duration time) { return std::chrono::duration<double, std::milli>(time).count(); };
+    print(Object{{"port", common.port},
+                 {"power", power},
+                 {"sensitivity", asObject(sensitivity)},
+                 {"round_trip_ms",
+                  {{"least", ms(times.front())}, {"median", ms(times[kQuestions / 2])}, {"most", ms(times.back())}}}});
+    return;
+  }
+  print(table({{"port", common.port},
+               {"reader", coloured(Colour::green, "answers")},
+               {"power", std::to_string(power) + " (" + dBm(power) + ")"},
+               {"sensitivity", asText(sensitivity)},
+               {"round trip", milliseconds(times[kQuestions / 2]) + " (" + milliseconds(times.front()) + " to " +
+                                  milliseconds(times.back()) + ", " + std::to_string(kQuestions) + " questions)"}}));
+}
+
+void cannotBeAsked(const std::string& what, const std::string& setting) {
+  throw Failure(kFailed, "a reader cannot be asked for its " + what +
+                             ": the protocol has no such question; what a host set is its setting " + setting +
+                             " (`achost config get uhf " + setting + "`)");
+}
+
+void getPower(const Common& common) {
+  const auto power = open(common).powerOrNobody();
+  common.json ? print(Object{{"power", power}}) : print(std::to_string(power) + "  (" + dBm(power) + ")\n");
+}
+
+void setPower(const Common& common, int power) {
+  const auto port = open(common);
+  const auto before = port.powerOrNobody();
+  const auto wanted = static_cast<unsigned short>(power);
+  if (!talking(port, [&] { return port.driver().setTransmitPower(wanted); })) {
+    noAnswer(port, "to the new power");
+  }
+  const auto after = port.powerOrNobody();
+  if (after != wanted) {
+    throw Failure(kFailed, "the reader was told the power " + std::to_string(wanted) + " and has " +
+                               std::to_string(after) + ": is that within what it can do?");
+  }
+  common.json ? print(Object{{"power", after}, {"previous_power", before}})
+              : print(std::to_string(after) + "  (" + dBm(after) + "), before " + std::to_string(before) + "\n");
+}
+
+void setRegion(const Common& common, const std::string& region) {
+  const auto wanted = regionFrom(region);
+  const auto port = open(common);
+  port.powerOrNobody();
+  if (!talking(port, [&] { return port.driver().setWorkArea(wanted); })) {
+    noAnswer(port, "to the new region");
+  }
+  const auto* const name = std::ranges::find(REGIONS, wanted, [](const auto& row) { return row.second; });
+  common.json ? print(Object{{"region", name->first}})
+              : print(std::string(name->first) + "  (answered; a reader cannot be asked for its region)\n");
+}
+
+void setChannels(const Common& common, const std::string& channels, const std::string& region) {
+  const auto wanted = refhost::parse_int_ranges(channels);
+  if (!wanted.has_value() || wanted->size() > 255 || std::ranges::max(*wanted) > 255) {
+    throw Failure(kUsage, "\"" + channels +
+                              "\" is no list of channels: give ranges of numbers from 0 to 255, such as 0-10;26-51");
+  }
+  // The China regions have Brazil's.
+  const auto allowed_text = allowedChannels(regionFrom(region)).value_or(BRAZIL_CHANNELS);
+  if (const auto outside = notAmong(*wanted, refhost::parse_int_ranges(allowed_text).value_or(std::vector<int>()));
+      !outside.empty()) {
+    note("warning: not allowed in the region " + region + " (" + std::string(allowed_text) + "): channels " + outside);
+  }
+  const auto port = open(common);
+  port.powerOrNobody();
+  if (!talking(port, [&] {
+        return port.driver().setWorkChannel(std::vector<unsigned char>(wanted->begin(), wanted->end()));
+      })) {
+    noAnswer(port, "to the new channels");
+  }
+  common.json ? print(Object{{"channels", *wanted}})
+              : print(channels + "  (" + std::to_string(wanted->size()) +
+                      " channels; answered; a reader cannot be asked for its channels)\n");
+}
+
+void getSensitivity(const Common& common) {
+  const auto port = open(common);
+  port.powerOrNobody();
+  const auto info = sensitivityOf(port);
+  common.json ? print(asObject(info)) : print(asText(info) + "\n");
+}
+
+void setSensitivity(const Common& common, const std::vector<int>& values) {
+  const ac::UHF::DemodSensitivityInfo wanted{static_cast<unsigned char>(values[0]),
+                                             static_cast<unsigned char>(values[1]),
+                                             static_cast<unsigned short>(values[2])};
+  const auto port = open(common);
+  port.powerOrNobody();
+  const auto before = sensitivityOf(port);
+  if (!talking(port, [&] { return port.driver().setDemodulationSensitivity(wanted); })) {
+    noAnswer(port, "to the new sensitivity");
+  }
+  const auto after = sensitivityOf(port);
+  if (!(after == wanted)) {
+    throw Failure(kFailed, "the reader was told the sensitivity " + asText(wanted) + " and has " + asText(after));
+  }
+  common.json ? print(asObject(after)) : print(asText(after) + "  (before " + asText(before) + ")\n");
+}
+
+}  // namespace uhfctl

@@ -1,0 +1,53 @@
+// What went over a line, with times and directions.
+//
+// A text file: the line "# uhf recording 1", then a line for each piece: seconds since the beginning, ">" (to the
+// reader) or "<" (from it), and the bytes in hexadecimal. Lines that begin with "#" are notes.
+#pragma once
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "port.h"
+
+namespace uhfctl {
+
+struct Piece {
+  std::chrono::microseconds at;
+  Direction direction;
+  std::vector<unsigned char> bytes;
+};
+
+class Recorder {
+ public:
+  // Throws Failure kFailed when the file is there already or cannot be made.
+  explicit Recorder(const std::filesystem::path& file);
+
+  void add(Direction direction, std::span<const unsigned char> bytes);
+
+  // Throws Failure kFailed when not all of it could be written.
+  void close();
+
+  int pieces() const { return pieces_; }
+
+ private:
+  std::filesystem::path file_;
+  std::ofstream out_;
+  Clock::time_point begin_ = Clock::now();
+  int pieces_ = 0;
+};
+
+// Throws Failure kUsage that names the file and the line when it is no recording.
+std::vector<Piece> readRecording(const std::filesystem::path& file);
+
+// Whether the text begins as a recording does.
+bool isRecording(const std::string& text);
+std::vector<Piece> parseRecording(const std::string& text, const std::string& name);
+
+// The bytes of hexadecimal digits; blanks, line ends, commas and "0x" between them are left out. Throws Failure kUsage.
+std::vector<unsigned char> parseHex(const std::string& text, const std::string& name);
+
+}  // namespace uhfctl

@@ -1,0 +1,268 @@
+#include "survey.h"
+
+#include <algorithm>
+#include <charconv>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+
+#include "commands.h"
+#include "failure.h"
+#include "terminal.h"
+
+namespace uhfctl {
+
+namespace {
+
+constexpr double kGoodEnough = 0.9;  // of the best share
+
+std::string number(double value, int decimals) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.*f", decimals, value);
+  return text;
+}
+
+std::string localTime() {
+  char text[32];
+  const std::time_t now = std::time(nullptr);
+  std::tm local{};
+  std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", localtime_r(&now, &local));
+  return text;
+}
+
+// Sets the power back to what it was, also when the survey ends early.
+class PowerRestorer {
+ public:
+  PowerRestorer(const Port& port, unsigned short power) : port_(port), power_(power) {}
+  ~PowerRestorer() {
+    try {
+      if (port_.driver().setTransmitPower(power_)) {
+        note("the power is " + std::to_string(power_) + " again");
+        return;
+      }
+    } catch (const ac::ac_exception&) {  // told below
+    }
+    note("the power could not be set back: `uhfctl power set " + std::to_string(power_) + "` does it");
+  }
+  PowerRestorer(const PowerRestorer&) = delete;
+  PowerRestorer& operator=(const PowerRestorer&) = delete;
+
+ private:
+  const Port& port_;
+  unsigned short power_;
+};
+
+SurveyStep measure(const Port& port, int power, double time, const std::string& place) {
+  const auto wanted = static_cast<unsigned short>(power);
+  if (!talking(port, [&] { return port.driver().setTransmitPower(wanted); })) {
+    throw Failure(kNoAnswer,
+                  "the reader at " + port.path() + " did not answer in time to the power " + std::to_string(power));
+  }
+  if (const auto has = port.powerOrNobody(); has != wanted) {
+    throw Failure(kFailed, "the reader was told the power " + std::to_string(power) + " and has " +
+                               std::to_string(has) + ": is that within what it can do?");
+  }
+  SurveyStep step{.power = power, .seconds = 0, .polls = 0, .tags = Tags()};
+  const auto begin = Clock::now();
+  while (!interrupted() && Clock::now() - begin < std::chrono::duration<double>(time)) {
+    const auto poll = port.poll();
+    if (!poll.answered) {
+      port.stillThere();
+    }
+    step.tags.add(poll, Clock::now());
+    ++step.polls;
+    progress(place + "power " + std::to_string(power) + ", " + std::to_string(step.tags.all().size()) + " tags, " +
+             std::to_string(step.tags.readings()) + " readings");
+  }
+  step.seconds = std::chrono::duration<double>(Clock::now() - begin).count();
+  return step;
+}
+
+void write(const std::filesystem::path& file, const std::string& text) {
+  std::ofstream out(file);
+  out << text;
+  out.close();
+  if (!out) {
+    throw Failure(kFailed, file.string() + " cannot be written");
+  }
+}
+
+std::string asTable(const Survey& survey) {
+  std::vector<std::vector<std::string>> rows{{"power"}};
+  const auto epcs = survey.epcs();
+  for (const auto& epc : epcs) {
+    rows.front().push_back(epc);
+  }
+  for (const auto& step : survey.steps) {
+    rows.push_back({std::to_string(step.power)});
+    for (const auto& epc : epcs) {
+      const auto rssi = step.rssiOf(epc);
+      rows.back().push_back(rssi.has_value() ? number(step.rateOf(epc), 1) + "/s, RSSI " + number(*rssi, 0) : "-");
+    }
+  }
+  return table(rows);
+}
+
+// Made before the survey, so that its minutes are not lost for a name that cannot be written.
+void checkWritable(const std::filesystem::path& file) {
+  if (!std::ofstream(file, std::ios::app)) {
+    throw Failure(kFailed, file.string() + " cannot be written: give another --out");
+  }
+}
+
+}  // namespace
+
+double SurveyStep::rateOf(const std::string& epc) const {
+  const auto tag = tags.all().find(epc);
+  return tag == tags.all().end() || seconds <= 0 ? 0 : tag->second.times / seconds;
+}
+
+double SurveyStep::shareOf(const std::string& epc) const {
+  const auto tag = tags.all().find(epc);
+  return tag == tags.all().end() || polls == 0 ? 0 : static_cast<double>(tag->second.times) / polls;
+}
+
+std::optional<double> SurveyStep::rssiOf(const std::string& epc) const {
+  const auto tag = tags.all().find(epc);
+  return tag == tags.all().end() ? std::nullopt : std::optional(tag->second.rssi_sum / tag->second.times);
+}
+
+std::vector<std::string> Survey::epcs() const {
+  std::map<std::string, int> times;
+  for (const auto& step : steps) {
+    for (const auto& [epc, tag] : step.tags.all()) {
+      times[epc] += tag.times;
+    }
+  }
+  std::vector<std::string> result;
+  for (const auto& [epc, count] : times) {
+    result.push_back(epc);
+  }
+  std::ranges::stable_sort(result, std::greater(), [&times](const std::string& epc) { return times[epc]; });
+  return result;
+}
+
+std::optional<int> recommendedPower(const Survey& survey, const std::string& epc) {
+  double best = 0;
+  for (const auto& step : survey.steps) {
+    best = std::max(best, step.shareOf(epc));
+  }
+  std::optional<int> least;
+  for (const auto& step : survey.steps) {
+    if (best > 0 && step.shareOf(epc) >= kGoodEnough * best && (!least.has_value() || step.power < *least)) {
+      least = step.power;
+    }
+  }
+  return least;
+}
+
+std::vector<int> parsePowers(const std::string& text) {
+  std::vector<int> numbers;
+  const char* at = text.data();
+  const char* const end = at + text.size();
+  while (at <= end) {
+    int value = -1;
+    const auto [after, error] = std::from_chars(at, end, value);
+    if (error != std::errc() || value < 0 || (after != end && *after != ':')) {
+      break;
+    }
+    numbers.push_back(value);
+    at = after + 1;
+  }
+  const bool read = at == end + 1 && numbers.size() == 3;
+  if (!read || numbers[0] > numbers[1] || numbers[1] > 65535 || numbers[2] == 0) {
+    throw Failure(kUsage, "\"" + text + "\" is no range of powers: give FROM:TO:STEP, such as 1500:3000:250");
+  }
+  std::vector<int> powers;
+  for (int power = numbers[0]; power <= numbers[1]; power += numbers[2]) {
+    powers.push_back(power);
+  }
+  return powers;
+}
+
+std::string csvOf(const Survey& survey) {
+  std::string text =
+      "power,epc,readings,readings_per_second,readings_per_poll,rssi_mean,rssi_least,rssi_most,seconds\n";
+  for (const auto& step : survey.steps) {
+    for (const auto& [epc, tag] : step.tags.all()) {
+      text += std::to_string(step.power) + "," + epc + "," + std::to_string(tag.times) + "," +
+              number(step.rateOf(epc), 2) + "," + number(step.shareOf(epc), 3) + "," + number(*step.rssiOf(epc), 1) +
+              "," + std::to_string(tag.least_rssi) + "," + std::to_string(tag.most_rssi) + "," +
+              number(step.seconds, 2) + "\n";
+    }
+  }
+  return text;
+}
+
+nlohmann::ordered_json jsonOf(const Survey& survey, const std::string& epc) {
+  nlohmann::ordered_json object{{"port", survey.port}, {"time", survey.time}, {"tag", epc}};
+  const auto power = recommendedPower(survey, epc);
+  object["transmit_power"] = power.has_value() ? nlohmann::ordered_json(*power) : nlohmann::ordered_json();
+  object["steps"] = nlohmann::ordered_json::array();
+  for (const auto& step : survey.steps) {
+    nlohmann::ordered_json tags = nlohmann::ordered_json::array();
+    for (const auto& [name, tag] : step.tags.all()) {
+      tags.push_back({{"epc", name},
+                      {"readings", tag.times},
+                      {"readings_per_second", step.rateOf(name)},
+                      {"readings_per_poll", step.shareOf(name)},
+                      {"rssi_mean", *step.rssiOf(name)},
+                      {"rssi_least", tag.least_rssi},
+                      {"rssi_most", tag.most_rssi}});
+    }
+    object["steps"].push_back(
+        {{"power", step.power}, {"seconds", step.seconds}, {"polls", step.polls}, {"tags", std::move(tags)}});
+  }
+  return object;
+}
+
+void survey(const Common& common, const SurveyOptions& options) {
+  const auto powers = parsePowers(options.power);
+  std::string epc = options.tag;
+  std::ranges::transform(epc, epc.begin(), [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+  const std::filesystem::path page(options.out);
+  const auto beside = [&page](const char* extension) {
+    return std::filesystem::path(page).replace_extension(extension);
+  };
+  for (const auto& file : {page, beside(".csv"), beside(".json")}) {
+    checkWritable(file);
+  }
+  const Port port(common.port, std::chrono::milliseconds(common.timeout));
+  const auto before = port.powerOrNobody();
+  catchInterrupts();
+  Survey result{.port = common.port, .time = localTime(), .steps = {}};
+  {
+    const PowerRestorer restorer(port, before);
+    for (std::size_t i = 0; i < powers.size() && !interrupted(); ++i) {
+      result.steps.push_back(measure(port, powers[i], options.seconds,
+                                     "step " + std::to_string(i + 1) + " of " + std::to_string(powers.size()) + ", "));
+    }
+    progress("");
+  }
+  const auto epcs = result.epcs();
+  if (epc.empty() && !epcs.empty()) {
+    epc = epcs.front();
+  }
+  write(page, reportOf(result, epc));
+  write(beside(".csv"), csvOf(result));
+  write(beside(".json"), jsonOf(result, epc).dump(2) + "\n");
+  if (interrupted()) {
+    note("interrupted after " + std::to_string(result.steps.size()) + " of " + std::to_string(powers.size()) +
+         " steps");
+  }
+  if (common.json) {
+    print(jsonOf(result, epc));
+  } else {
+    print(asTable(result));
+    const auto power = recommendedPower(result, epc);
+    print(power.has_value()
+              ? "\nRecommended for " + epc + ": " + coloured(Colour::bold, "transmit_power " + std::to_string(*power)) +
+                    " (`achost config set uhf transmit_power " + std::to_string(*power) + "`)\n"
+              : "\nNo recommendation: " + (epc.empty() ? std::string("no tag was read") : epc + " was not read") +
+                    "\n");
+    print("Report: " + page.string() + "; figures: " + beside(".csv").string() + ", " + beside(".json").string() +
+          "\n");
+  }
+}
+
+}  // namespace uhfctl

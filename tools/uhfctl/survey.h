@@ -1,0 +1,51 @@
+// What a survey found.
+#pragma once
+
+#include <chrono>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tags.h"
+
+namespace uhfctl {
+
+// The readings at one power.
+struct SurveyStep {
+  int power = 0;       // in the module's own unit
+  double seconds = 0;  // that it took
+  int polls = 0;
+  Tags tags;
+
+  // Readings a second of a tag.
+  double rateOf(const std::string& epc) const;
+  // Readings a poll, which other tags in the field do not slow down as they do the rate.
+  double shareOf(const std::string& epc) const;
+  // The mean; nothing when it was not read.
+  std::optional<double> rssiOf(const std::string& epc) const;
+};
+
+struct Survey {
+  std::string port;
+  std::string time;  // when it began
+  std::vector<SurveyStep> steps;
+
+  // Every tag that was read, in upper-case hexadecimal; the one read most often first.
+  std::vector<std::string> epcs() const;
+};
+
+// The least power at which at least nine tenths as many polls read the tag as at its best; nothing when none did.
+std::optional<int> recommendedPower(const Survey& survey, const std::string& epc);
+
+// FROM:TO:STEP as a list of powers, TO included when the steps meet it. Throws Failure kUsage.
+std::vector<int> parsePowers(const std::string& text);
+
+// A page that needs nothing but itself: the recommendation for the tag (may be empty), plots, and every figure.
+std::string reportOf(const Survey& survey, const std::string& epc);
+
+// A line for each tag at each power, with a line of names before.
+std::string csvOf(const Survey& survey);
+nlohmann::ordered_json jsonOf(const Survey& survey, const std::string& epc);
+
+}  // namespace uhfctl

@@ -1,0 +1,30 @@
+#include "tags.h"
+
+#include <algorithm>
+
+#include "uhfsim/text.h"
+
+namespace uhfctl {
+
+void Tags::add(const Poll& poll, Clock::time_point at) {
+  for (const auto& reading : poll.tags) {
+    const auto epc = uhfsim::hexOf(reading.epc);
+    if (!epc.starts_with(prefix_)) {
+      continue;
+    }
+    const int rssi = reading.rssi;
+    auto [place, is_new] = tags_.try_emplace(
+        epc, SeenTag{.epc = reading.epc, .least_rssi = rssi, .most_rssi = rssi, .first = at, .last = at});
+    SeenTag& tag = place->second;
+    tag.pc = reading.pc;
+    ++tag.times;
+    tag.rssi = rssi;
+    tag.least_rssi = std::min(tag.least_rssi, rssi);
+    tag.most_rssi = std::max(tag.most_rssi, rssi);
+    tag.rssi_sum += rssi;
+    tag.last = at;
+    ++readings_;
+  }
+}
+
+}  // namespace uhfctl

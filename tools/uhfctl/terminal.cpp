@@ -1,0 +1,76 @@
+#include "terminal.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "daemon/text_table.h"
+#include "failure.h"
+
+namespace uhfctl {
+
+namespace {
+
+// Written by the signal handler, read by the program's only thread.
+volatile std::sig_atomic_t interrupts = 0;
+
+}  // namespace
+
+void print(const std::string& text) {
+  for (std::size_t written = 0; written < text.size();) {
+    const auto count = write(STDOUT_FILENO, text.data() + written, text.size() - written);
+    if (count < 0 && errno == EPIPE) {
+      std::exit(kDone);
+    }
+    if (count < 0 && errno != EINTR) {
+      throw Failure(kFailed, std::string("standard output cannot be written: ") + std::strerror(errno));
+    }
+    written += static_cast<std::size_t>(std::max<ssize_t>(count, 0));
+  }
+}
+
+void print(const nlohmann::ordered_json& object) { print(object.dump() + "\n"); }
+
+void note(const std::string& text) { std::fputs(("uhfctl: " + text + "\n").c_str(), stderr); }
+
+bool isTerminal() { return isatty(STDOUT_FILENO) != 0; }
+bool notesAreSeen() { return isatty(STDERR_FILENO) != 0; }
+
+std::string coloured(Colour colour, const std::string& text) {
+  constexpr const char* kCodes[] = {"\033[32m", "\033[33m", "\033[31m", "\033[1m"};
+  const char* const no_color = std::getenv("NO_COLOR");
+  const bool wanted = isTerminal() && (no_color == nullptr || *no_color == '\0');
+  return wanted ? kCodes[static_cast<std::size_t>(colour)] + text + "\033[0m" : text;
+}
+
+std::string table(const std::vector<std::vector<std::string>>& rows) { return achost::aligned(rows); }
+
+void progress(const std::string& text) {
+  if (notesAreSeen()) {
+    std::fputs(("\r\033[K" + text).c_str(), stderr);
+  }
+}
+
+void catchInterrupts() {
+  struct sigaction action {};
+  action.sa_handler = [](int) { interrupts = 1; };
+  action.sa_flags = SA_RESTART;  // a read on the line goes on; its end is soon
+  sigaction(SIGINT, &action, nullptr);
+  sigaction(SIGTERM, &action, nullptr);
+  std::signal(SIGPIPE, SIG_IGN);
+}
+
+bool interrupted() { return interrupts != 0; }
+
+std::string seconds(std::chrono::nanoseconds time, int decimals) {
+  char text[64];
+  std::snprintf(text, sizeof text, "%.*f", decimals, std::chrono::duration<double>(time).count());
+  return text;
+}
+
+}  // namespace uhfctl

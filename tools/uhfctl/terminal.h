@@ -1,0 +1,43 @@
+// What uhfctl prints, and what ends it.
+#pragma once
+
+#include <chrono>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+namespace uhfctl {
+
+// Data, on standard output. Throws Failure kFailed when it cannot be written; when nobody reads any more the program
+// ends quietly.
+void print(const std::string& text);
+
+// An object as a line.
+void print(const nlohmann::ordered_json& object);
+
+// A note, on standard error.
+void note(const std::string& text);
+
+// Whether standard output, or standard error, is a terminal.
+bool isTerminal();
+bool notesAreSeen();
+
+// Between the text's ends, when standard output takes colours (a terminal, and NO_COLOR not set).
+enum class Colour { green, yellow, red, bold };
+std::string coloured(Colour colour, const std::string& text);
+
+// The rows with each column but the last as wide as its widest cell, a line each.
+std::string table(const std::vector<std::vector<std::string>>& rows);
+
+// A line of progress on standard error, in place of the one before; nothing when that is no terminal. An empty text
+// takes it away.
+void progress(const std::string& text);
+
+// From now on Ctrl-C and SIGTERM only set what interrupted() tells.
+void catchInterrupts();
+bool interrupted();
+
+// "12.3".
+std::string seconds(std::chrono::nanoseconds time, int decimals = 1);
+
+}  // namespace uhfctl

@@ -1,0 +1,73 @@
+// Recording a line, and playing it.
+#include "recording.h"
+
+#include <signal.h>
+
+#include "run.h"
+
+namespace uhfctl::testing {
+namespace {
+
+using ::testing::HasSubstr;
+
+class Recording : public WithReader {};
+
+TEST_F(Recording, HoldsEveryByteWithItsDirection) {
+  const auto [status, out, err] = uhfctl({"record", file("r"), "--seconds", "0.2"});
+  ASSERT_EQ(status, 0) << err;
+  std::size_t to_reader = 0;
+  std::size_t from_reader = 0;
+  std::chrono::microseconds last{0};
+  for (const auto& piece : readRecording(file("r"))) {
+    (piece.direction == Direction::to_reader ? to_reader : from_reader) += piece.bytes.size();
+    EXPECT_GE(piece.at, last);
+    last = piece.at;
+  }
+  // Beside the question for the power that comes first, and what was under way at the end.
+  EXPECT_EQ(to_reader + 7, reader.counters().bytes_in);
+  EXPECT_LE(from_reader + 9, reader.counters().bytes_out);
+  EXPECT_GT(from_reader, 0U);
+}
+
+TEST_F(Recording, IsNotWrittenOverAnother) {
+  std::ofstream(file("r")) << "mine";
+  const auto [status, out, err] = uhfctl({"record", file("r"), "--seconds", "0.1"});
+  EXPECT_EQ(status, 1);
+  EXPECT_THAT(err, HasSubstr("is there already"));
+  EXPECT_EQ(contentOf(file("r")), "mine");
+}
+
+TEST_F(Recording, IsPlayedAsAReader) {
+  ASSERT_EQ(uhfctl({"record", file("r"), "--seconds", "0.3"}).status, 0);
+  // The question that every command begins with is no part of it: put it in.
+  auto text = contentOf(file("r"));
+  text.insert(text.find('\n') + 1, "0.0 > 7F00B70000B77E\n0.0 < 7F01B700020A28EC7E\n");
+  std::ofstream(file("r")) << text;
+  uhfsim::testing::Process player(UHFCTL, {"replay", file("r")});
+  const auto port = player.readLine();
+  const auto tags = objectsOf(run({"--port", port, "inventory", "--seconds", "0.3", "--json"}).out);
+  ASSERT_EQ(tags.size(), 2U);
+  EXPECT_EQ(tags[1]["epc"], "E2000001");
+  EXPECT_EQ(tags[1]["rssi"], 180);
+  player.signal(SIGINT);
+  EXPECT_EQ(player.wait(), 0);
+}
+
+TEST_F(Recording, ACommandThatWasNotRecordedIsSaidAndLeftUnanswered) {
+  std::ofstream(file("r")) << "# uhf recording 1\n0.0 > 7F00220000227E\n0.001 < 7F01FF000115167E\n";
+  uhfsim::testing::Process player(UHFCTL, {"replay", file("r")});
+  const auto port = player.readLine();
+  EXPECT_EQ(run({"--port", port, "--timeout", "100", "power", "get"}).status, 3);
+  EXPECT_THAT(player.readErrorLine(), HasSubstr("not in the recording, left unanswered: 7F00B70000B77E"));
+}
+
+TEST_F(Recording, AnErrorNamesFileAndLine) {
+  std::ofstream(file("r")) << "# uhf recording 1\n0.5 > 7F00\n0.6 ? 11\n";
+  EXPECT_THAT(run({"decode", file("r")}).err, HasSubstr(file("r") + ":3: expected SECONDS, < or >"));
+  std::ofstream(file("r")) << "# uhf recording 1\n0.5 > 7F0\n";
+  EXPECT_THAT(run({"decode", file("r")}).err, HasSubstr(file("r") + ":2: an odd number of hexadecimal digits"));
+  EXPECT_EQ(run({"replay", file("missing")}).status, 2);
+}
+
+}  // namespace
+}  // namespace uhfctl::testing

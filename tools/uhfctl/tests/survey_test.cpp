@@ -1,0 +1,128 @@
+// Stepping through powers, and what comes of it.
+#include "survey.h"
+
+#include <signal.h>
+
+#include "run.h"
+
+namespace uhfctl::testing {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+class SurveyOf : public WithReader {
+ protected:
+  SurveyOf() {
+    reader.field().clear();
+    reader.field().add({.epc = {0xE2, 0x00, 0x00, 0x01}, .rssi = 180, .least_power = 2000});
+    reader.field().add({.epc = {0x30, 0x08, 0x33, 0xB2}, .rssi = 90, .least_power = 2400});
+  }
+};
+
+TEST_F(SurveyOf, RecommendsTheLeastPowerThatReadsTheTagWell) {
+  const auto [status, out, err] =
+      uhfctl({"survey", "--power", "1800:2600:200", "--seconds", "0.2", "--tag", "300833b2", "--out", file("s.html")});
+  EXPECT_EQ(status, 0) << err;
+  EXPECT_THAT(out, HasSubstr("Recommended for 300833B2: transmit_power 2400"));
+  const auto figures = nlohmann::json::parse(contentOf(file("s.json")));
+  EXPECT_EQ(figures["transmit_power"], 2400);
+  ASSERT_EQ(figures["steps"].size(), 5U);
+  EXPECT_EQ(figures["steps"][0]["tags"].size(), 0U);
+  EXPECT_EQ(figures["steps"][1]["tags"].size(), 1U);
+  EXPECT_EQ(figures["steps"][4]["tags"].size(), 2U);
+  EXPECT_THAT(contentOf(file("s.csv")), HasSubstr("\n2000,E2000001,"));
+  EXPECT_THAT(contentOf(file("s.csv")), Not(HasSubstr("\n2000,300833B2,")));
+}
+
+TEST_F(SurveyOf, LeavesThePowerAsItWas) {
+  ASSERT_EQ(uhfctl({"power", "set", "2222"}).status, 0);
+  const auto [status, out, err] =
+      uhfctl({"survey", "--power", "2000:2100:100", "--seconds", "0.1", "--out", file("s.html")});
+  EXPECT_EQ(reader.state().power, 2222);
+  EXPECT_THAT(err, HasSubstr("the power is 2222 again"));
+}
+
+TEST_F(SurveyOf, LeavesThePowerAsItWasWhenInterrupted) {
+  uhfsim::testing::Process process(UHFCTL, {"--port", reader.path(), "survey", "--power", "2000:3000:100", "--seconds",
+                                            "60", "--out", file("s.html")});
+  while (reader.state().power != 2000 || reader.counters().notices == 0) {
+    usleep(1000);
+  }
+  process.signal(SIGINT);
+  EXPECT_EQ(process.wait(), 0);
+  EXPECT_EQ(reader.state().power, 2600);
+  EXPECT_THAT(process.readAllErrors(), HasSubstr("interrupted after 1 of 11 steps"));
+  EXPECT_EQ(nlohmann::json::parse(contentOf(file("s.json")))["steps"].size(), 1U) << "what was found is kept";
+}
+
+TEST_F(SurveyOf, TriesToSetThePowerBackWhenTheReaderIsGone) {
+  uhfsim::testing::Process process(UHFCTL, {"--port", reader.path(), "--timeout", "100", "survey", "--power",
+                                            "2000:3000:100", "--seconds", "60", "--out", file("s.html")});
+  while (reader.counters().notices == 0) {
+    usleep(1000);
+  }
+  reader.faults().set("silence", 1);
+  EXPECT_EQ(process.wait(), 4);
+  EXPECT_THAT(process.readAllErrors(), HasSubstr("`uhfctl power set 2600` does it"));
+}
+
+TEST_F(SurveyOf, ATagThatIsNotThereGetsNoRecommendation) {
+  const auto out =
+      uhfctl({"survey", "--power", "2000:2000:1", "--seconds", "0.1", "--tag", "AAAA", "--out", file("s.html")}).out;
+  EXPECT_THAT(out, HasSubstr("No recommendation: AAAA was not read"));
+  EXPECT_THAT(contentOf(file("s.html")), HasSubstr("No recommendation"));
+}
+
+TEST_F(SurveyOf, AReportThatCannotBeWrittenIsSaidBeforeItBegins) {
+  const auto [status, out, err] = uhfctl({"survey", "--power", "2000:2600:100", "--out", "/nowhere/s.html"});
+  EXPECT_EQ(status, 1);
+  EXPECT_THAT(err, HasSubstr("/nowhere/s.html cannot be written"));
+  EXPECT_EQ(reader.counters().commands, 0U);
+}
+
+TEST(ParsePowers, TakesFromToAndStep) {
+  EXPECT_THAT(parsePowers("1000:1400:200"), ElementsAre(1000, 1200, 1400));
+  EXPECT_THAT(parsePowers("1000:1399:200"), ElementsAre(1000, 1200));
+  for (const char* wrong : {"", "1000", "1000:2000", "2000:1000:100", "1000:2000:0", "1000:70000:100", "1:2:3:4",
+                            "a:b:c", "-1:2:1", "1:2:3x"}) {
+    EXPECT_THROW(parsePowers(wrong), std::runtime_error) << wrong;
+  }
+}
+
+// A survey with so many readings of one tag at each power, in one second.
+Survey surveyOf(const std::vector<std::pair<int, int>>& readings) {
+  Survey survey{.port = "/dev/<p>", .time = "now", .steps = {}};
+  for (const auto& [power, times] : readings) {
+    SurveyStep step{.power = power, .seconds = 1, .polls = 100, .tags = Tags()};
+    for (int i = 0; i < times; ++i) {
+      Poll poll;
+      poll.tags.push_back({200, 0x0800, {0xAB, 0xCD}, 0});
+      step.tags.add(poll, Clock::time_point());
+    }
+    survey.steps.push_back(std::move(step));
+  }
+  return survey;
+}
+
+TEST(RecommendedPower, IsOfPollsAndNotOfTime) {
+  auto survey = surveyOf({{1000, 100}, {2000, 100}});
+  survey.steps[1].seconds = 0.1;  // as when other tags have come to share the line at the first
+  EXPECT_EQ(recommendedPower(survey, "ABCD"), 1000);
+}
+
+TEST(RecommendedPower, IsTheLeastAtNineTenthsOfTheBest) {
+  EXPECT_EQ(recommendedPower(surveyOf({{1000, 0}, {1500, 89}, {2000, 90}, {2500, 100}}), "ABCD"), 2000);
+  EXPECT_EQ(recommendedPower(surveyOf({{1000, 0}, {1500, 0}}), "ABCD"), std::nullopt);
+}
+
+TEST(Report, EscapesWhatItNames) {
+  const auto html = reportOf(surveyOf({{1000, 5}}), "ABCD");
+  EXPECT_THAT(html, HasSubstr("/dev/&lt;p&gt;"));
+  EXPECT_THAT(html, Not(HasSubstr("<p>\"")));
+  EXPECT_THAT(html, Not(HasSubstr("src="))) << "needs nothing but itself";
+}
+
+}  // namespace
+}  // namespace uhfctl::testing
