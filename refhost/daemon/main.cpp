@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <exception>
 
+#include "cli/describe.h"
 #include "daemon/cli.h"
 #include "daemon/config_command.h"
 #include "daemon/failure.h"
@@ -13,6 +14,7 @@
 #include "log/entry.h"
 #include "refhost/loader.h"
 #include "refhost/settings_schema.h"
+#include "version.h"
 
 namespace {
 
@@ -66,7 +68,9 @@ void add_reader_options(CLI::App& command, achost::RunOptions& options) {
 void add_run(CLI::App& app, achost::RunOptions& options) {
   constexpr double kLongest = 1e9;
   CLI::App& command = *app.add_subcommand("run", "Run the plug-in and print what happens at the door");
-  command.add_option("--plugin", options.plugin, "Plug-in, by absolute path (default: ../lib/uhf.so from here)")
+  command
+      .add_option("--plugin", options.plugin,
+                  "Plug-in, by absolute path (default: ../lib/uhf/uhf.so or ../lib/uhf.so from here)")
       ->type_name("PATH");
   add_state(command, options.state);
   command
@@ -140,6 +144,7 @@ int run_command_line(int argc, char** argv) {
   achost::RunOptions run_options;
   ConfigOptions config_options;
   CLI::App app("The reference host: loads a reader plug-in and runs it on this machine.", "achost");
+  app.set_version_flag("--version", UHF_VERSION, "Tell the version");
   app.require_subcommand(1);
   add_run(app, run_options);
   add_config(app, config_options);
@@ -149,6 +154,9 @@ int run_command_line(int argc, char** argv) {
   // Afterwards, so that the other commands do not take it over.
   app.footer(kStatuses);
   app.get_subcommand("run")->footer(kStatuses);
+  if (cli::described(app, argc, argv)) {
+    return achost::kDone;
+  }
   try {
     app.parse(argc, argv);
     return achost::kDone;

@@ -21,8 +21,10 @@ std::string plugin_path(const RunOptions& options) {
   if (!options.plugin.empty()) {
     return options.plugin;
   }
-  const auto program = std::filesystem::read_symlink("/proc/self/exe");
-  return (program.parent_path().parent_path() / "lib" / "uhf.so").string();
+  // Where a package puts it, else where a build does.
+  const auto libraries = std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path() / "lib";
+  const auto packaged = libraries / "uhf" / "uhf.so";
+  return (std::filesystem::exists(packaged) ? packaged : libraries / "uhf.so").string();
 }
 
 template <typename Duration>

@@ -3,7 +3,9 @@
 #include <CLI/CLI.hpp>
 #include <iostream>
 
+#include "cli/describe.h"
 #include "console.h"
+#include "version.h"
 
 namespace uhfsim {
 
@@ -37,6 +39,7 @@ std::optional<Settings> readCommandLine(int argc, char** argv, int& status) {
   std::vector<std::string> faults;
   CLI::App app("A simulated UHF reader on a pseudo-terminal.", "uhf-sim");
   app.footer(footer());
+  app.set_version_flag("--version", UHF_VERSION, "Tell the version");
   app.add_option("--scenario", scenario, "What comes and goes in the field")->type_name("FILE");
   app.add_option("--seed", settings.reader.seed, "Seed of all chance (default 1)")->type_name("N");
   app.add_option("--baud", settings.reader.baud, "Line speed; 0 delivers at once (default 115200)")->type_name("N");
@@ -53,12 +56,16 @@ std::optional<Settings> readCommandLine(int argc, char** argv, int& status) {
       ->expected(1)
       ->take_all();
   try {
+    if (cli::described(app, argc, argv)) return std::nullopt;
     app.parse(argc, argv);
     for (const std::string& fault : faults) settings.faults.push_back(faultFrom(fault));
     if (scenario) settings.scenario = Scenario::load(*scenario);
     return settings;
   } catch (const CLI::CallForHelp&) {
     std::cout << app.help() << std::flush;
+    status = kExitDone;
+  } catch (const CLI::CallForVersion&) {
+    std::cout << UHF_VERSION << std::endl;
     status = kExitDone;
   } catch (const std::runtime_error& error) {
     std::cerr << "uhf-sim: " << error.what() << std::endl;

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <functional>
 
+#include "cli/describe.h"
 #include "commands.h"
 #include "failure.h"
 #include "version.h"
@@ -134,7 +135,7 @@ int main(int argc, char** argv) {
   Common common;
   CLI::App app("Looks at a UHF reader, sets it up, and finds out why a card does not read.", "uhfctl");
   app.footer(kFooter);
-  app.set_version_flag("--version", UHF_VERSION);
+  app.set_version_flag("--version", UHF_VERSION, "Tell the version");
   app.require_subcommand(1);
   app.fallthrough();
   app.add_option("--port", common.port, "Serial device of the reader")->envname("UHFCTL_PORT")->type_name("DEVICE");
@@ -153,6 +154,9 @@ int main(int argc, char** argv) {
       .add_option("--region", *region, "Whose limits the power is held to")
       ->capture_default_str();
   try {
+    if (cli::described(app, argc, argv)) {
+      return uhfctl::kDone;
+    }
     app.parse(argc, argv);
     return uhfctl::kDone;
   } catch (const CLI::ParseError& error) {

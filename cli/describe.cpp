@@ -1,0 +1,245 @@
+#include "describe.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <functional>
+#include <span>
+#include <stdexcept>
+#include <vector>
+
+#include "version.h"
+
+namespace cli {
+
+namespace {
+
+// A command with the words that lead to it: none for the program itself.
+struct Command {
+  const CLI::App* app;
+  std::string path;
+};
+
+std::vector<const CLI::App*> commandsOf(const CLI::App& app) {
+  return app.get_subcommands([](const CLI::App* command) { return !command->get_name().empty(); });
+}
+
+void collect(const CLI::App& app, const std::string& path, std::vector<Command>& all) {
+  all.push_back({&app, path});
+  for (const auto* command : commandsOf(app)) {
+    collect(*command, path.empty() ? command->get_name() : path + " " + command->get_name(), all);
+  }
+}
+
+std::vector<Command> everyCommand(const CLI::App& app) {
+  std::vector<Command> all;
+  collect(app, "", all);
+  return all;
+}
+
+std::vector<const CLI::Option*> optionsOf(const CLI::App& app) { return app.get_options(nullptr); }
+
+bool takesValue(const CLI::Option& option) { return option.get_expected_max() > 0 && option.get_type_size_max() > 0; }
+
+// "--port", "-h".
+std::vector<std::string> namesOf(const CLI::Option& option) {
+  std::vector<std::string> names;
+  for (const auto& name : option.get_snames()) {
+    names.push_back("-" + name);
+  }
+  for (const auto& name : option.get_lnames()) {
+    names.push_back("--" + name);
+  }
+  return names;
+}
+
+// What may stand after these words of the command line: commands and options.
+std::vector<std::string> wordsOf(const CLI::App& app) {
+  std::vector<std::string> words;
+  for (const auto* command : commandsOf(app)) {
+    words.push_back(command->get_name());
+  }
+  for (const auto* option : optionsOf(app)) {
+    const auto names = namesOf(*option);
+    words.insert(words.end(), names.begin(), names.end());
+  }
+  return words;
+}
+
+std::string joined(const std::vector<std::string>& words, const std::string& separator) {
+  std::string text;
+  for (const auto& word : words) {
+    text += (text.empty() ? "" : separator) + word;
+  }
+  return text;
+}
+
+// Roff takes a backslash, and a dot or quote that begins a line, for its own.
+std::string roff(const std::string& text) {
+  std::string result;
+  bool begins = true;
+  for (const char c : text) {
+    if (begins && (c == '.' || c == '\'')) {
+      result += "\\&";
+    }
+    result += c == '\\' ? "\\e" : c == '-' ? "\\-" : std::string(1, c);
+    begins = c == '\n';
+  }
+  return result;
+}
+
+std::string optionAsRoff(const CLI::Option& option) {
+  auto names = namesOf(option);
+  std::string head = names.empty() ? option.get_name(true) : joined(names, ", ");
+  if (!names.empty() && takesValue(option) && !option.get_type_name().empty()) {
+    head += " " + option.get_type_name();
+  }
+  const auto fallback = option.get_default_str();
+  return ".TP\n\\fB" + roff(head) + "\\fR\n" + roff(option.get_description()) +
+         (fallback.empty() ? "" : roff(" (default: " + fallback + ")")) + "\n";
+}
+
+std::string manPage(const CLI::App& app, const std::string& section) {
+  const auto name = app.get_name();
+  std::string page = ".TH " + name + " " + section + " \"\" \"uhf " + UHF_VERSION + "\"\n.SH NAME\n" + name + " \\- " +
+                     roff(app.get_description()) + "\n.SH SYNOPSIS\n";
+  const auto commands = everyCommand(app);
+  for (const auto& [command, path] : commands) {
+    if (commandsOf(*command).empty()) {
+      page += ".B " + name + (path.empty() ? "" : " " + roff(path)) + "\n[OPTIONS]\n";
+      for (const auto* option : optionsOf(*command)) {
+        page += namesOf(*option).empty() ? roff(option->get_name(true)) + "\n" : "";
+      }
+      page += ".br\n";
+    }
+  }
+  page += ".SH OPTIONS\n";
+  for (const auto& [command, path] : commands) {
+    if (!path.empty()) {
+      page += ".SS " + roff(path) + "\n" + roff(command->get_description()) + "\n";
+    }
+    for (const auto* option : optionsOf(*command)) {
+      // The same everywhere, so told once.
+      page += path.empty() || !option->check_lname("help") ? optionAsRoff(*option) : "";
+    }
+  }
+  // Lines of a footer stand as they are.
+  return page + ".SH NOTES\n.nf\n" + roff(app.get_footer()) + "\n.fi\n";
+}
+
+std::string bashCompletion(const CLI::App& app) {
+  const auto name = app.get_name();
+  std::string cases;
+  for (const auto& [command, path] : everyCommand(app)) {
+    cases += "    \"" + path + "\") words='" + joined(wordsOf(*command), " ") + "' ;;\n";
+  }
+  std::string paths;
+  for (const auto& [command, path] : everyCommand(app)) {
+    paths += path.empty() ? "" : "|\"" + path + "\"";
+  }
+  return "# Completion of " + name + " for bash.\n_" + name + "() {\n  local path='' word next words=''\n" +
+         "  for word in \"${COMP_WORDS[@]:1:COMP_CWORD-1}\"; do\n    next=\"${path:+$path }$word\"\n" +
+         "    case $next in\n      " + (paths.empty() ? "''" : paths.substr(1)) +
+         ") path=$next ;;\n    esac\n  done\n" + "  case $path in\n" + cases + "  esac\n" +
+         "  COMPREPLY=($(compgen -W \"$words\" -- \"${COMP_WORDS[COMP_CWORD]}\"))\n}\ncomplete -o default -F _" + name +
+         " " + name + "\n";
+}
+
+// Text in single quotes.
+std::string quoted(std::string text) {
+  for (std::size_t at = 0; (at = text.find('\'', at)) != std::string::npos; at += 4) {
+    text.replace(at, 1, "'\\''");
+  }
+  return "'" + text + "'";
+}
+
+std::string zshCompletion(const CLI::App& app) {
+  const auto name = app.get_name();
+  std::string cases;
+  for (const auto& [command, path] : everyCommand(app)) {
+    cases += "    " + quoted(path) + ")\n      known=(";
+    for (const auto* next : commandsOf(*command)) {
+      cases += quoted(next->get_name() + ":" + next->get_description()) + " ";
+    }
+    for (const auto* option : optionsOf(*command)) {
+      for (const auto& option_name : namesOf(*option)) {
+        cases += quoted(option_name + ":" + option->get_description()) + " ";
+      }
+    }
+    cases += ") ;;\n";
+  }
+  std::string paths;
+  for (const auto& [command, path] : everyCommand(app)) {
+    paths += path.empty() ? "" : "|" + quoted(path);
+  }
+  return "#compdef " + name + "\n# Completion of " + name + " for zsh.\nlocal at='' word next\nlocal -a known\n" +
+         "for word in ${words[2,CURRENT-1]}; do\n  next=\"${at:+$at }$word\"\n  case $next in\n    (" +
+         (paths.empty() ? "''" : paths.substr(1)) + ") at=$next ;;\n  esac\ndone\ncase $at in\n" + cases +
+         "esac\n_describe 'option or command' known || _files\n";
+}
+
+std::string fishCompletion(const CLI::App& app) {
+  const auto name = app.get_name();
+  std::string script = "# Completion of " + name + " for fish.\n";
+  for (const auto& [command, path] : everyCommand(app)) {
+    std::string condition;
+    if (path.empty()) {
+      condition = commandsOf(*command).empty() ? "" : " -n __fish_use_subcommand";
+    } else {
+      // Each word of the path has been given.
+      std::string tests;
+      for (std::size_t begin = 0; begin < path.size();) {
+        const auto end = std::min(path.find(' ', begin), path.size());
+        tests += (tests.empty() ? "" : "; and ") + ("__fish_seen_subcommand_from " + path.substr(begin, end - begin));
+        begin = end + 1;
+      }
+      condition = " -n " + quoted(tests);
+    }
+    for (const auto* next : commandsOf(*command)) {
+      script += "complete -c " + name + condition + " -a " + next->get_name() + " -d " +
+                quoted(next->get_description()) + "\n";
+    }
+    for (const auto* option : optionsOf(*command)) {
+      if (namesOf(*option).empty()) {
+        continue;
+      }
+      script += "complete -c " + name + condition;
+      for (const auto& letter : option->get_snames()) {
+        script += " -s " + letter;
+      }
+      for (const auto& word : option->get_lnames()) {
+        script += " -l " + word;
+      }
+      script += (takesValue(*option) ? " -r" : "") + (" -d " + quoted(option->get_description())) + "\n";
+    }
+  }
+  return script;
+}
+
+}  // namespace
+
+std::string describe(const CLI::App& app, const std::string& format) {
+  if (format.starts_with("man ")) {
+    return manPage(app, format.substr(4));
+  }
+  if (format == "bash") {
+    return bashCompletion(app);
+  }
+  if (format == "zsh") {
+    return zshCompletion(app);
+  }
+  if (format == "fish") {
+    return fishCompletion(app);
+  }
+  throw std::invalid_argument("no format \"" + format + "\": give \"man SECTION\", bash, zsh or fish");
+}
+
+bool described(const CLI::App& app, int argc, char** argv) {
+  const std::span arguments(argv, static_cast<std::size_t>(argc));
+  if (arguments.size() != 3 || std::string_view(arguments[1]) != "--describe") {
+    return false;
+  }
+  std::fputs(describe(app, arguments[2]).c_str(), stdout);
+  return true;
+}
+
+}  // namespace cli

@@ -1,0 +1,79 @@
+# What is installed, in three Debian packages: the plug-in for a device, the reference host as a service, and the tools.
+# scripts/package makes them.
+set(documentation usr/share/doc)
+set(plugin_package uhf-plugin)
+set(host_package achost)
+set(tools_package uhf-tools)
+
+if(NOT UHF_SANITIZER STREQUAL "")
+  return()
+endif()
+find_program(GZIP gzip REQUIRED)
+# The format asks for the changelog compressed, with the time of the file left out.
+add_custom_command(OUTPUT ${CMAKE_BINARY_DIR}/changelog.gz
+  COMMAND ${CMAKE_COMMAND} -E copy ${PROJECT_SOURCE_DIR}/CHANGELOG.md ${CMAKE_BINARY_DIR}/changelog
+  COMMAND ${GZIP} -9 -n -f ${CMAKE_BINARY_DIR}/changelog
+  DEPENDS ${PROJECT_SOURCE_DIR}/CHANGELOG.md VERBATIM)
+add_custom_target(changelog ALL DEPENDS ${CMAKE_BINARY_DIR}/changelog.gz)
+
+function(install_documentation package)
+  install(FILES ${CMAKE_BINARY_DIR}/changelog.gz packaging/copyright DESTINATION ${documentation}/${package} COMPONENT ${package})
+endfunction()
+
+install(TARGETS uhf LIBRARY DESTINATION usr/lib/uhf COMPONENT ${plugin_package})
+install_documentation(${plugin_package})
+set(components ${plugin_package})
+
+if(UHF_BUILD_TOOLS)
+  install(TARGETS uhfctl uhf-sim RUNTIME DESTINATION usr/bin COMPONENT ${tools_package})
+  describe_program(uhfctl 1 ${tools_package})
+  describe_program(uhf-sim 1 ${tools_package})
+  install_documentation(${tools_package})
+  list(APPEND components ${tools_package})
+endif()
+
+if(UHF_BUILD_HOST)
+  set_target_properties(achost PROPERTIES INSTALL_RPATH "$ORIGIN/../lib/achost")
+  install(TARGETS achost RUNTIME DESTINATION usr/bin COMPONENT ${host_package})
+  install(TARGETS ac LIBRARY DESTINATION usr/lib/achost COMPONENT ${host_package})
+  install(FILES packaging/achost.service DESTINATION usr/lib/systemd/system COMPONENT ${host_package})
+  install(FILES packaging/60-uhf-reader.rules DESTINATION usr/lib/udev/rules.d COMPONENT ${host_package})
+  install(FILES packaging/achost.default DESTINATION etc/default RENAME achost COMPONENT ${host_package})
+  describe_program(achost 8 ${host_package})
+  install_documentation(${host_package})
+  list(APPEND components ${host_package})
+endif()
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_COMPONENTS_ALL ${components})
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_PACKAGING_INSTALL_PREFIX /)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_PACKAGE_NAME uhf)
+set(CPACK_PACKAGE_CONTACT "uhf developers <uhf@example.org>")
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SECTION misc)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+if(CMAKE_CROSSCOMPILING)
+  set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE armhf)
+  # dpkg-shlibdeps has no database of the other architecture's libraries.
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS OFF)
+  set(CPACK_DEBIAN_PACKAGE_DEPENDS "libc6 (>= 2.34), libstdc++6 (>= 12), libgcc-s1 (>= 3.5)")
+endif()
+
+set(CPACK_DEBIAN_UHF-PLUGIN_PACKAGE_NAME ${plugin_package})
+set(CPACK_COMPONENT_UHF-PLUGIN_DESCRIPTION "UHF RFID reader plug-in for access-control hosts\n\
+ Polls a UHF reader module on a serial line and announces cards to the host\n that loads it. The plug-in alone, without a host.")
+set(CPACK_DEBIAN_UHF-TOOLS_PACKAGE_NAME ${tools_package})
+set(CPACK_COMPONENT_UHF-TOOLS_DESCRIPTION "tools to commission UHF RFID readers\n\
+ uhfctl looks at a reader, sets it up and surveys its power; uhf-sim is a\n simulated reader on a pseudo-terminal.")
+set(CPACK_DEBIAN_ACHOST_PACKAGE_NAME ${host_package})
+set(CPACK_DEBIAN_ACHOST_PACKAGE_DEPENDS "uhf-plugin (= ${PROJECT_VERSION}), adduser")
+set(CPACK_DEBIAN_ACHOST_PACKAGE_SUGGESTS "uhf-tools")
+set(CPACK_COMPONENT_ACHOST_DESCRIPTION "small access-control host with a UHF RFID reader\n\
+ Doors, users and their cards, settings and an audit log, as a confined systemd\n service with a user of its own.")
+set(debian ${PROJECT_SOURCE_DIR}/packaging/debian)
+set(CPACK_DEBIAN_ACHOST_PACKAGE_CONTROL_EXTRA ${debian}/conffiles ${debian}/postinst ${debian}/prerm ${debian}/postrm)
+include(CPack)
