@@ -99,7 +99,7 @@ std::string optionAsRoff(const CLI::Option& option) {
 }
 
 std::string manPage(const CLI::App& app, const std::string& section) {
-  const auto name = app.get_name();
+  const auto& name = app.get_name();
   std::string page = ".TH " + name + " " + section + " \"\" \"uhf " + UHF_VERSION + "\"\n.SH NAME\n" + name + " \\- " +
                      roff(app.get_description()) + "\n.SH SYNOPSIS\n";
   const auto commands = everyCommand(app);
@@ -127,7 +127,7 @@ std::string manPage(const CLI::App& app, const std::string& section) {
 }
 
 std::string bashCompletion(const CLI::App& app) {
-  const auto name = app.get_name();
+  const auto& name = app.get_name();
   std::string cases;
   for (const auto& [command, path] : everyCommand(app)) {
     cases += "    \"" + path + "\") words='" + joined(wordsOf(*command), " ") + "' ;;\n";
@@ -153,7 +153,7 @@ std::string quoted(std::string text) {
 }
 
 std::string zshCompletion(const CLI::App& app) {
-  const auto name = app.get_name();
+  const auto& name = app.get_name();
   std::string cases;
   for (const auto& [command, path] : everyCommand(app)) {
     cases += "    " + quoted(path) + ")\n      known=(";
@@ -178,7 +178,7 @@ std::string zshCompletion(const CLI::App& app) {
 }
 
 std::string fishCompletion(const CLI::App& app) {
-  const auto name = app.get_name();
+  const auto& name = app.get_name();
   std::string script = "# Completion of " + name + " for fish.\n";
   for (const auto& [command, path] : everyCommand(app)) {
     std::string condition;
@@ -194,15 +194,16 @@ std::string fishCompletion(const CLI::App& app) {
       }
       condition = " -n " + quoted(tests);
     }
+    const auto begin = "complete -c " + name + condition;
     for (const auto* next : commandsOf(*command)) {
-      script += "complete -c " + name + condition + " -a " + next->get_name() + " -d " +
-                quoted(next->get_description()) + "\n";
+      script.append(begin).append(" -a ").append(next->get_name()).append(" -d ");
+      script.append(quoted(next->get_description())).append("\n");
     }
     for (const auto* option : optionsOf(*command)) {
       if (namesOf(*option).empty()) {
         continue;
       }
-      script += "complete -c " + name + condition;
+      script += begin;
       for (const auto& letter : option->get_snames()) {
         script += " -s " + letter;
       }

@@ -61,6 +61,7 @@ if(CMAKE_CROSSCOMPILING)
   # dpkg-shlibdeps has no database of the other architecture's libraries.
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS OFF)
   set(CPACK_DEBIAN_PACKAGE_DEPENDS "libc6 (>= 2.34), libstdc++6 (>= 12), libgcc-s1 (>= 3.5)")
+  set(host_libraries ", libfmt9 (>= 9.1), libjemalloc2 (>= 5.3), libspdlog1.10-fmt9, libsqlite3-0 (>= 3.40), ${CPACK_DEBIAN_PACKAGE_DEPENDS}")
 endif()
 
 set(CPACK_DEBIAN_UHF-PLUGIN_PACKAGE_NAME ${plugin_package})
@@ -70,7 +71,7 @@ set(CPACK_DEBIAN_UHF-TOOLS_PACKAGE_NAME ${tools_package})
 set(CPACK_COMPONENT_UHF-TOOLS_DESCRIPTION "tools to commission UHF RFID readers\n\
  uhfctl looks at a reader, sets it up and surveys its power; uhf-sim is a\n simulated reader on a pseudo-terminal.")
 set(CPACK_DEBIAN_ACHOST_PACKAGE_NAME ${host_package})
-set(CPACK_DEBIAN_ACHOST_PACKAGE_DEPENDS "uhf-plugin (= ${PROJECT_VERSION}), adduser")
+set(CPACK_DEBIAN_ACHOST_PACKAGE_DEPENDS "uhf-plugin (= ${PROJECT_VERSION}), adduser${host_libraries}")
 set(CPACK_DEBIAN_ACHOST_PACKAGE_SUGGESTS "uhf-tools")
 set(CPACK_COMPONENT_ACHOST_DESCRIPTION "small access-control host with a UHF RFID reader\n\
  Doors, users and their cards, settings and an audit log, as a confined systemd\n service with a user of its own.")
