@@ -84,7 +84,7 @@ Poll Port::poll(const Tap& tap) const {
       rest.insert(rest.end(), chunk.begin(), chunk.end());
       const auto left = take(rest, false, poll);
       rest.erase(rest.begin(), rest.end() - static_cast<std::ptrdiff_t>(left));
-      if (rest.empty() && poll.frames > 0) {
+      if (rest.empty() && poll.frames + poll.wrong_checksums > 0) {
         return poll;
       }
     }

@@ -53,6 +53,28 @@ TEST_F(Recording, IsPlayedAsAReader) {
   EXPECT_EQ(player.wait(), 0);
 }
 
+TEST_F(Recording, ACommandThatWasGivenAgainGetsItsNextAnswer) {
+  const std::string ask = " > 7F00220000227E\n";
+  std::ofstream(file("r")) << "# uhf recording 1\n0 > 7F00B70000B77E\n0 < 7F01B700020A28EC7E\n0.1" << ask
+                           << "0.101 < 7F02220007C80800ABCD951D257E\n0.2" << ask
+                           << "0.201 < 7F02220007C80800AB01951D597E\n";
+  uhfsim::testing::Process player(UHFCTL, {"replay", file("r")});
+  const auto port = player.readLine();
+  const auto out = run({"--port", port, "--timeout", "200", "inventory", "--count", "2", "--seconds", "10"}).out;
+  EXPECT_THAT(out, HasSubstr("ABCD"));
+  EXPECT_THAT(out, HasSubstr("AB01"));
+}
+
+// A reader that takes another power than it is told, as one does whose range ends before.
+TEST_F(Recording, APowerThatTheReaderDoesNotTakeIsAFailure) {
+  std::ofstream(file("r")) << "# uhf recording 1\n0 > 7F00B70000B77E\n0 < 7F01B700020A28EC7E\n"
+                              "1 > 7F00B600020BB8 7B7E\n1 < 7F01B6000100B87E\n";
+  uhfsim::testing::Process player(UHFCTL, {"replay", file("r")});
+  const auto [status, out, err] = run({"--port", player.readLine(), "--timeout", "200", "power", "set", "3000"});
+  EXPECT_EQ(status, 1);
+  EXPECT_THAT(err, HasSubstr("was told the power 3000 and has 2600"));
+}
+
 TEST_F(Recording, ACommandThatWasNotRecordedIsSaidAndLeftUnanswered) {
   std::ofstream(file("r")) << "# uhf recording 1\n0.0 > 7F00220000227E\n0.001 < 7F01FF000115167E\n";
   uhfsim::testing::Process player(UHFCTL, {"replay", file("r")});
