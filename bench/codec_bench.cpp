@@ -58,12 +58,13 @@ BENCHMARK(decodeByHand)->Name("decode by hand, one vector");
 void decode(benchmark::State& state) {
   const auto bytes = notice(1);
   for (auto _ : state) {
-    const auto frame = Frame::fromData(bytes).first;
+    const auto owner = Frame::fromData(bytes).first;
+    auto* const frame = owner.get();
     if (!frame->validateCheckSum() || typeid(*frame) != typeid(InventoryCardNotice)) {
       state.SkipWithError("the notice is not as it should be");
       break;
     }
-    auto* const notice = static_cast<InventoryCardNotice*>(frame.get());
+    auto* const notice = static_cast<InventoryCardNotice*>(frame);
     const ac::UHF::InventoryCardInfo tag{notice->rssi(), notice->pc(), std::move(*notice).epc(), notice->crc()};
     benchmark::DoNotOptimize(&tag);
     benchmark::ClobberMemory();

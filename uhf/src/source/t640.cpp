@@ -25,7 +25,8 @@ constexpr std::array<unsigned char, 6> REGION_CODES{2, 1, 4, 2, 3, 6};
 template <class Response>
 Response* as(const std::unique_ptr<Frame>& answer) {
   static_assert(std::is_final_v<Response>, "the class of the answer is this one, or another");
-  return answer != nullptr && typeid(*answer) == typeid(Response) ? static_cast<Response*>(answer.get()) : nullptr;
+  Frame* const frame = answer.get();
+  return frame != nullptr && typeid(*frame) == typeid(Response) ? static_cast<Response*>(frame) : nullptr;
 }
 
 }  // namespace
