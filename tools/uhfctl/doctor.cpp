@@ -133,7 +133,7 @@ Tags checkPolls(Report& report, const Port& port) {
   for (int i = 0; i < kPolls && !interrupted(); ++i) {
     const auto poll = port.poll();
     if (!poll.answered) {
-      port.stillThere();
+      port.power();
     }
     tags.add(poll, Clock::now());
     wrong += poll.wrong_checksums;

@@ -98,7 +98,7 @@ void inventory(const Common& common, const InventoryOptions& options) {
   do {
     const auto poll = port.poll();
     if (!poll.answered) {
-      port.stillThere();
+      port.power();
     }
     const auto now = Clock::now();
     tags.add(poll, now);

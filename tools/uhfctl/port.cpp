@@ -53,10 +53,12 @@ unsigned short Port::powerOrNobody() const {
   return power;
 }
 
-void Port::stillThere() const {
-  if (!talking(*this, [&] { return driver_->getTransmitPower(); }).first) {
+unsigned short Port::power() const {
+  const auto [answered, power] = talking(*this, [&] { return driver_->getTransmitPower(); });
+  if (!answered) {
     throw Failure(kNoAnswer, "the reader at " + path_ + " has stopped answering: is it still powered and plugged in?");
   }
+  return power;
 }
 
 Poll Port::poll(const Tap& tap) const {

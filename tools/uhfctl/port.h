@@ -50,9 +50,9 @@ class Port {
   // The power, as a sign of life. Throws Failure kNoReader when nobody answers.
   unsigned short powerOrNobody() const;
 
-  // After a poll without an answer, which is what some readers say when there is no tag. Throws Failure kNoAnswer when
-  // the reader is silent to a question too.
-  void stillThere() const;
+  // The power of a reader that has answered before; also a sign of life after a poll without an answer, which is what
+  // some readers say when there is no tag. Throws Failure kNoAnswer.
+  unsigned short power() const;
 
   // Asks for the tags in the field and takes every frame of the answer, unlike the driver, which leaves out the older
   // half of the tag reports. Throws Failure kFailed when the line fails.

@@ -129,7 +129,7 @@ void setPower(const Common& common, int power) {
   if (!talking(port, [&] { return port.driver().setTransmitPower(wanted); })) {
     noAnswer(port, "to the new power");
   }
-  const auto after = port.powerOrNobody();
+  const auto after = port.power();
   if (after != wanted) {
     throw Failure(kFailed, "the reader was told the power " + std::to_string(wanted) + " and has " +
                                std::to_string(after) + ": is that within what it can do?");

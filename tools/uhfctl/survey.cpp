@@ -1,8 +1,11 @@
 #include "survey.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <charconv>
 #include <ctime>
+#include <exception>
 #include <filesystem>
 #include <fstream>
 
@@ -58,7 +61,7 @@ SurveyStep measure(const Port& port, int power, double time, const std::string& 
     throw Failure(kNoAnswer,
                   "the reader at " + port.path() + " did not answer in time to the power " + std::to_string(power));
   }
-  if (const auto has = port.powerOrNobody(); has != wanted) {
+  if (const auto has = port.power(); has != wanted) {
     throw Failure(kFailed, "the reader was told the power " + std::to_string(power) + " and has " +
                                std::to_string(has) + ": is that within what it can do?");
   }
@@ -67,7 +70,7 @@ SurveyStep measure(const Port& port, int power, double time, const std::string& 
   while (!interrupted() && Clock::now() - begin < std::chrono::duration<double>(time)) {
     const auto poll = port.poll();
     if (!poll.answered) {
-      port.stillThere();
+      port.power();
     }
     step.tags.add(poll, Clock::now());
     ++step.polls;
@@ -105,7 +108,8 @@ std::string asTable(const Survey& survey) {
 
 // Made before the survey, so that its minutes are not lost for a name that cannot be written.
 void checkWritable(const std::filesystem::path& file) {
-  if (!std::ofstream(file, std::ios::app)) {
+  const auto parent = file.has_parent_path() ? file.parent_path() : std::filesystem::path(".");
+  if (access((std::filesystem::exists(file) ? file : parent).c_str(), W_OK) != 0) {
     throw Failure(kFailed, file.string() + " cannot be written: give another --out");
   }
 }
@@ -231,13 +235,17 @@ void survey(const Common& common, const SurveyOptions& options) {
   const auto before = port.powerOrNobody();
   catchInterrupts();
   Survey result{.port = common.port, .time = localTime(), .steps = {}};
-  {
+  std::exception_ptr failure;  // what was found until then is kept all the same
+  try {
     const PowerRestorer restorer(port, before);
     for (std::size_t i = 0; i < powers.size() && !interrupted(); ++i) {
       result.steps.push_back(measure(port, powers[i], options.seconds,
                                      "step " + std::to_string(i + 1) + " of " + std::to_string(powers.size()) + ", "));
     }
     progress("");
+  } catch (const Failure&) {
+    progress("");
+    failure = std::current_exception();
   }
   const auto epcs = result.epcs();
   if (epc.empty() && !epcs.empty()) {
@@ -262,6 +270,9 @@ void survey(const Common& common, const SurveyOptions& options) {
                     "\n");
     print("Report: " + page.string() + "; figures: " + beside(".csv").string() + ", " + beside(".json").string() +
           "\n");
+  }
+  if (failure != nullptr) {
+    std::rethrow_exception(failure);
   }
 }
 

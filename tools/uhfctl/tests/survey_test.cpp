@@ -59,12 +59,13 @@ TEST_F(SurveyOf, LeavesThePowerAsItWasWhenInterrupted) {
 
 TEST_F(SurveyOf, TriesToSetThePowerBackWhenTheReaderIsGone) {
   uhfsim::testing::Process process(UHFCTL, {"--port", reader.path(), "--timeout", "100", "survey", "--power",
-                                            "2000:3000:100", "--seconds", "60", "--out", file("s.html")});
-  while (reader.counters().notices == 0) {
+                                            "2000:3000:100", "--seconds", "0.2", "--out", file("s.html")});
+  while (reader.state().power != 2100) {
     usleep(1000);
   }
   reader.faults().set("silence", 1);
   EXPECT_EQ(process.wait(), 4);
+  EXPECT_GE(nlohmann::json::parse(contentOf(file("s.json")))["steps"].size(), 1U) << "what was found is kept";
   EXPECT_THAT(process.readAllErrors(), HasSubstr("`uhfctl power set 2600` does it"));
 }
 
