@@ -2,6 +2,18 @@
 add_library(project_options INTERFACE)
 target_compile_options(project_options INTERFACE -Wall -Wextra -Wconversion -Wshadow -Wpedantic -Werror)
 
+if(UHF_WHOLE)
+  set(CMAKE_UNITY_BUILD ON)
+  set(CMAKE_UNITY_BUILD_BATCH_SIZE 6)
+  # Sees a test's class in an unnamed namespace as a header's.
+  target_compile_options(project_options INTERFACE -Wno-subobject-linkage)
+endif()
+
+# keep_apart(FILES...): from the others of their target, with whose names theirs collide.
+function(keep_apart)
+  set_source_files_properties(${ARGN} PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
+endfunction()
+
 set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
 set(CMAKE_CXX_FLAGS_SANITIZED "-O1 -g1 -fno-omit-frame-pointer")
 
