@@ -7,9 +7,9 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "control/line_socket.h"
+#include "door/control/control.h"
+#include "door/control/line_socket.h"
 #include "input.h"
-#include "refhost/control.h"
 #include "temporary_directory.h"
 
 using refhost::ControlField;

@@ -3,11 +3,11 @@
 #include <fstream>
 
 #include "ac/exception.h"
+#include "door/services/user_store.h"
 #include "input.h"
 #include "refhost/audit_log.h"
 #include "refhost/log.h"
 #include "refhost/settings_store.h"
-#include "refhost/user_store.h"
 #include "temporary_directory.h"
 
 namespace {

@@ -1,6 +1,6 @@
 // A text of settings to be imported: what is taken is written again as it was.
-#include "daemon/failure.h"
-#include "daemon/settings_text.h"
+#include "door/base/failure.h"
+#include "door/cli/settings_text.h"
 #include "input.h"
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

@@ -20,8 +20,8 @@
 #include <sstream>
 #include <thread>
 
-#include "tests/process.h"
-#include "tests/support.h"
+#include "door/tests/process.h"
+#include "refhost/tests/support.h"
 
 using nlohmann::json;
 using refhost::test::Achost;

@@ -9,8 +9,8 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
-#include "tests/process.h"
-#include "tests/support.h"
+#include "door/tests/process.h"
+#include "refhost/tests/support.h"
 #include "uhfsim/scenario.h"
 #include "uhfsim/simulated_reader.h"
 

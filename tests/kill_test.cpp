@@ -13,12 +13,12 @@
 #include <random>
 #include <thread>
 
+#include "door/control/control.h"
+#include "door/services/user_store.h"
+#include "door/tests/process.h"
 #include "refhost/audit_log.h"
-#include "refhost/control.h"
 #include "refhost/settings_store.h"
-#include "refhost/user_store.h"
-#include "tests/process.h"
-#include "tests/support.h"
+#include "refhost/tests/support.h"
 
 using refhost::ControlClient;
 using refhost::Json;

@@ -13,9 +13,9 @@
 #include <sstream>
 #include <thread>
 
-#include "refhost/control.h"
-#include "tests/process.h"
-#include "tests/support.h"
+#include "door/control/control.h"
+#include "door/tests/process.h"
+#include "refhost/tests/support.h"
 #include "uhfsim/simulated_reader.h"
 
 using refhost::ControlClient;

@@ -1,5 +1,5 @@
-#include "bus/send.h"
 #include "refhost/audit_log.h"
+#include "refhost/send.h"
 
 namespace refhost {
 

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "util/database.h"
+#include "refhost/database.h"
 
 namespace refhost {
 namespace {

@@ -8,7 +8,7 @@
 #include <utility>
 
 #include "audit/audit_file.h"
-#include "util/database.h"
+#include "refhost/database.h"
 
 namespace refhost {
 namespace {

@@ -1,4 +1,4 @@
-#include "bus/send.h"
+#include "refhost/send.h"
 
 #include <memory>
 

@@ -5,8 +5,8 @@
 
 #include "config/settings_file.h"
 #include "config/slot.h"
+#include "refhost/database.h"
 #include "refhost/log.h"
-#include "util/database.h"
 
 namespace refhost {
 namespace {

@@ -1,4 +1,4 @@
-#include "log/entry.h"
+#include "refhost/log_entry.h"
 
 #include <pthread.h>
 

@@ -8,7 +8,7 @@
 #include <string_view>
 
 #include "ac/vexlog.h"
-#include "log/entry.h"
+#include "refhost/log_entry.h"
 
 namespace refhost::log {
 namespace {

@@ -15,7 +15,7 @@
 
 #include "ac/exception.h"
 #include "ac_dal/audit_logs.h"
-#include "tests/support.h"
+#include "refhost/tests/support.h"
 
 namespace refhost::test {
 namespace {

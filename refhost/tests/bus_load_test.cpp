@@ -9,7 +9,7 @@
 #include "ac/post_office.h"
 #include "refhost/bus_counters.h"
 #include "refhost/subscriber.h"
-#include "tests/support.h"
+#include "refhost/tests/support.h"
 
 namespace refhost::test {
 namespace {

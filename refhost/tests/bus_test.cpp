@@ -11,7 +11,7 @@
 #include "refhost/answer.h"
 #include "refhost/bus_counters.h"
 #include "refhost/subscriber.h"
-#include "tests/support.h"
+#include "refhost/tests/support.h"
 
 namespace refhost::test {
 namespace {

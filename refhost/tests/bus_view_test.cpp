@@ -6,10 +6,10 @@
 #include <thread>
 
 #include "ac/message_enqueuer.h"
-#include "bus/send.h"
 #include "refhost/bus_counters.h"
+#include "refhost/send.h"
 #include "refhost/subscriber.h"
-#include "tests/support.h"
+#include "refhost/tests/support.h"
 
 namespace refhost::test {
 namespace {

@@ -11,7 +11,7 @@
 #include "ac_dal/device.h"
 #include "refhost/relays.h"
 #include "refhost/settings_store.h"
-#include "tests/support.h"
+#include "refhost/tests/support.h"
 
 namespace refhost::test {
 namespace {

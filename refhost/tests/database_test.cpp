@@ -1,11 +1,11 @@
 // Files that are not as they should be.
-#include "util/database.h"
+#include "refhost/database.h"
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
 #include "ac/exception.h"
-#include "tests/support.h"
+#include "refhost/tests/support.h"
 
 namespace refhost::test {
 namespace {

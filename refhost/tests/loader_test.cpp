@@ -9,7 +9,7 @@
 #include <string>
 
 #include "ac/post_office.h"
-#include "tests/support.h"
+#include "refhost/tests/support.h"
 
 namespace refhost::test {
 namespace {

@@ -9,7 +9,7 @@
 
 #include "ac/util.h"
 #include "ac/vexlog.h"
-#include "log/entry.h"
+#include "refhost/log_entry.h"
 
 namespace refhost::test {
 namespace {

@@ -9,7 +9,7 @@
 
 #include "config/edit_distance.h"
 #include "config/int_ranges.h"
-#include "tests/support.h"
+#include "refhost/tests/support.h"
 
 namespace refhost::test {
 namespace {

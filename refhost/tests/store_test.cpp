@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "refhost/subscriber.h"
-#include "tests/support.h"
+#include "refhost/tests/support.h"
 
 namespace refhost::test {
 namespace {

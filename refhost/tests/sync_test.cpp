@@ -13,7 +13,7 @@
 #include "refhost/bus_counters.h"
 #include "refhost/post_office.h"
 #include "refhost/subscriber.h"
-#include "tests/support.h"
+#include "refhost/tests/support.h"
 
 namespace refhost::test {
 namespace {

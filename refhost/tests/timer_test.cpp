@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/support.h"
+#include "refhost/tests/support.h"
 
 namespace refhost::test {
 namespace {

@@ -14,7 +14,7 @@
 
 #include "ac/exception.h"
 #include "refhost/instance_lock.h"
-#include "tests/support.h"
+#include "refhost/tests/support.h"
 
 namespace refhost::test {
 namespace {

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "ac/watchdog.h"
-#include "tests/support.h"
+#include "refhost/tests/support.h"
 
 namespace refhost::test {
 namespace {

@@ -1,4 +1,4 @@
-#include "util/database.h"
+#include "refhost/database.h"
 
 #include <fcntl.h>
 #include <sqlite3.h>

@@ -10,7 +10,7 @@
 #include <string>
 
 #include "ac/exception.h"
-#include "util/database.h"
+#include "refhost/database.h"
 
 namespace refhost {
 namespace {

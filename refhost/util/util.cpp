@@ -12,7 +12,7 @@
 #include <ctime>
 
 #include "ac/exception.h"
-#include "log/entry.h"
+#include "refhost/log_entry.h"
 
 namespace ac::util {
 namespace {

@@ -11,7 +11,7 @@
 #include "ac/exception.h"
 #include "failure.h"
 #include "inventory_card_info.h"
-#include "port/port_guard.h"
+#include "line/port_guard.h"
 #include "serial_port.h"
 #include "t640.h"
 

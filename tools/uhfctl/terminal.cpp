@@ -9,7 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "daemon/text_table.h"
+#include "cli/text_table.h"
 #include "failure.h"
 
 namespace uhfctl {

@@ -1,0 +1,28 @@
+// What achost run is asked for.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace achost {
+
+struct RunOptions {
+  std::string plugin;            // empty: uhf.so in the lib directory beside the program's own
+  std::string state;             // empty: the usual place
+  std::string port;              // empty: the setting serial_port_path
+  bool temporary_state = false;  // in place of state: a directory for this run alone
+  bool simulate = false;
+  bool interactive = false;  // simulated, with an empty field, and with hints for a person
+  std::string scenario;      // empty: the built-in one
+  std::uint64_t seed = 1;
+  std::vector<std::string> settings;  // SECTION.KEY=VALUE or KEY=VALUE
+  std::optional<double> seconds;      // empty: until a signal
+  bool json = false;
+  bool debug = false;
+  bool show_cards = false;
+  double watchdog_limit = 30;  // seconds
+};
+
+}  // namespace achost

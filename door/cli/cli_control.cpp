@@ -1,0 +1,165 @@
+// What a running host is asked for.
+#include <csignal>
+#include <cstdio>
+
+#include "door/base/output.h"
+#include "door/base/state_directory.h"
+#include "door/cli/cli.h"
+#include "door/cli/request.h"
+#include "door/cli/status_table.h"
+#include "refhost/log_entry.h"
+
+namespace achost {
+namespace {
+
+using refhost::Json;
+
+std::string dump(const Json& json) { return json.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n"; }
+
+void add_status(CLI::App& app) {
+  CLI::App& command = *app.add_subcommand("status", "Show how the host stands: threads, queues, reader");
+  const auto state = add_state(command);
+  const auto json = std::make_shared<bool>();
+  command.add_flag("--json", *json, "One JSON object");
+  command.callback([=] {
+    const Json status = ask(state_directory(*state), {{"command", "status"}});
+    print(*json ? dump(status) : status_table(status));
+  });
+}
+
+// "21:30:01.123  gpio_notified  gpio=1 value=0".
+std::string message_line(const Json& line) {
+  if (line.contains("left_out")) {
+    return "  ... " + line["left_out"].dump() + " messages left out, they came faster than they were read\n";
+  }
+  std::string fields;
+  for (const auto& [name, value] : line.at("fields").items()) {
+    fields += "  " + name + "=" + (value.is_string() ? refhost::log::escape(value.get<std::string>()) : value.dump());
+  }
+  const std::string type = line.at("message");
+  constexpr std::size_t kTypeWidth = 26;
+  return line.at("time").get<std::string>().substr(11, 12) + "  " + type +
+         std::string(type.size() < kTypeWidth && !fields.empty() ? kTypeWidth - type.size() : 0, ' ') + fields + "\n";
+}
+
+void add_events(CLI::App& app) {
+  CLI::App& command = *app.add_subcommand("events", "Follow every message on the host's bus until Ctrl-C");
+  const auto state = add_state(command);
+  const auto json = std::make_shared<bool>();
+  const auto types = std::make_shared<std::vector<std::string>>();
+  command.add_flag("--json", *json, "One JSON object a line");
+  command.add_option("--type", *types, "Only messages of this type; may be repeated")
+      ->type_name("TYPE")
+      ->take_all()
+      ->expected(1);
+  command.callback([=] {
+    // Ctrl-C is the way out, so it is no failure.
+    std::signal(SIGINT, [](int) { std::_Exit(0); });
+    std::signal(SIGTERM, [](int) { std::_Exit(0); });
+    follow(state_directory(*state), {{"command", "events"}, {"types", CLI::detail::join(*types, ",")}},
+           [json](const Json& line) {
+             return line.contains("following") || print(*json ? dump(line) : message_line(line));
+           });
+  });
+}
+
+void add_gpio(CLI::App& app) {
+  CLI::App& gpio = *app.add_subcommand("gpio", "Show and set the lines of the virtual device")->require_subcommand(1);
+  CLI::App& list = *gpio.add_subcommand("list", "Show the lines that are not 0");
+  const auto list_state = add_state(list);
+  list.callback([=] {
+    std::string text;
+    const Json answer = ask(state_directory(*list_state), {{"command", "gpio_list"}});
+    for (const auto& line : answer.at("lines")) {
+      if (line.at("level") != 0) {
+        text += "line " + line.at("line").dump() + " is " + line.at("level").dump() + "\n";
+      }
+    }
+    print(text.empty() ? "every line is 0\n" : text);
+  });
+  CLI::App& set = *gpio.add_subcommand("set", "Set a line, as a wire would");
+  const auto set_state = add_state(set);
+  const auto line = std::make_shared<std::int64_t>();
+  const auto value = std::make_shared<std::int64_t>();
+  set.add_option("line", *line, "0 to 255; line 1 is the reader's trigger or inhibit input")->required();
+  set.add_option("value", *value, "0 or 1")->required();
+  set.callback([=] {
+    ask(state_directory(*set_state), {{"command", "gpio_set"}, {"line", *line}, {"value", *value}});
+    print("line " + std::to_string(*line) + " is " + std::to_string(*value) + "\n");
+  });
+}
+
+void add_rex(CLI::App& app) {
+  CLI::App& command = *app.add_subcommand("rex", "Press the exit button, and let it go");
+  const auto state = add_state(command);
+  command.callback([=] {
+    ask(state_directory(*state), {{"command", "rex"}});
+    print("exit button pressed\n");
+  });
+}
+
+void add_enroll(CLI::App& app) {
+  CLI::App& command = *app.add_subcommand("enroll", "Give the next card that the reader sees to a user");
+  const auto state = add_state(command);
+  const auto user = std::make_shared<std::int64_t>();
+  const auto registration = std::make_shared<std::string>();
+  const auto no_save = std::make_shared<bool>();
+  command.add_option("--user", *user, "Number of the user, who is made when missing")->required()->type_name("N");
+  command.add_option("--registration", *registration, "A text to keep with the card")->type_name("TEXT");
+  command.add_flag("--no-save", *no_save, "Only tell the card: whoever asks keeps it");
+  command.callback([=] {
+    std::fprintf(stderr, "achost: hold the card of user %lld to the reader\n", static_cast<long long>(*user));
+    const Json answer = ask(
+        state_directory(*state),
+        {{"command", "enroll"}, {"user", *user}, {"registration", *registration}, {"save", !*no_save}, {"wait", true}});
+    print("card " + answer.at("card").dump() + " (" + answer.at("card_hex").get<std::string>() + ") is of user " +
+          std::to_string(*user) + "\n");
+  });
+}
+
+void add_field(CLI::App& app) {
+  CLI::App& field = *app.add_subcommand("field", "Put tags before a simulated reader")->require_subcommand(1);
+  CLI::App& show = *field.add_subcommand("show", "Show the tags");
+  const auto show_state = add_state(show);
+  show.callback([=] {
+    std::string text;
+    const Json answer = ask(state_directory(*show_state), {{"command", "field_show"}});
+    for (const auto& tag : answer.at("tags")) {
+      text += tag.at("epc").get<std::string>() + " rssi=" + tag.at("rssi").dump() +
+              " p=" + tag.at("probability").dump() + "\n";
+    }
+    print(text.empty() ? "no tag is there\n" : text);
+  });
+  struct Verb {
+    const char* name;
+    const char* words;
+    const char* help;
+  };
+  for (const auto& [name, words_name, help] :
+       {Verb{"add", "EPCHEX [rssi=N] [pc=HHHH] [p=PROBABILITY]", "Put a tag there, or change the one that is"},
+        Verb{"remove", "EPCHEX", "Take a tag away"}, Verb{"clear", "", "Take all tags away"},
+        Verb{"fault", "NAME PROBABILITY", "Let replies of the reader suffer"}}) {
+    CLI::App& command = *field.add_subcommand(name, help);
+    const auto state = add_state(command);
+    const auto words = std::make_shared<std::vector<std::string>>();
+    if (*words_name != '\0') {
+      command.add_option("words", *words)->type_name(words_name)->required()->option_text(words_name);
+    }
+    command.callback([=, verb = std::string(name)] {
+      ask(state_directory(*state), {{"command", "field"}, {"line", verb + " " + CLI::detail::join(*words, " ")}});
+    });
+  }
+}
+
+}  // namespace
+
+void add_control(CLI::App& app) {
+  add_status(app);
+  add_events(app);
+  add_gpio(app);
+  add_rex(app);
+  add_enroll(app);
+  add_field(app);
+}
+
+}  // namespace achost

@@ -1,0 +1,123 @@
+#include "door/cli/config_command.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <sstream>
+#include <utility>
+
+#include "door/base/assignment.h"
+#include "door/base/failure.h"
+#include "door/base/output.h"
+#include "door/base/state_directory.h"
+#include "door/cli/request.h"
+#include "door/cli/settings_table.h"
+#include "door/cli/settings_text.h"
+#include "refhost/instance_lock.h"
+#include "refhost/settings_store.h"
+
+namespace achost {
+namespace {
+
+using refhost::SettingsStore;
+
+// The setting by [SECTION] KEY, the first `count` words of the command line.
+const refhost::Setting& named(const std::vector<std::string>& words, std::size_t count) {
+  const std::string section = count == 2 ? words[0] : kDefaultSection;
+  return refhost::SettingsSchema::builtin().at(section, words[count - 1]);
+}
+
+// What is overridden for the run of a host that runs there.
+void take_overrides(SettingsStore& store, const std::filesystem::path& directory) {
+  const auto answer = ask_if_running(directory, {{"command", "config_list"}});
+  if (!answer.has_value()) {
+    return;
+  }
+  for (const auto& setting : answer->at("settings")) {
+    if (setting.at("overridden")) {
+      store.override_for_run(setting.at("section").get<std::string>(), setting.at("key").get<std::string>(),
+                             setting.at("value"));
+    }
+  }
+}
+
+// The stored value, and whether a host that runs has stored it.
+std::pair<std::string, bool> store_value(const std::filesystem::path& directory, const Assignment& wanted) {
+  const auto& [section, key, value] = wanted;
+  const auto answer =
+      ask_if_running(directory, {{"command", "config_set"}, {"section", section}, {"key", key}, {"value", value}});
+  if (answer.has_value()) {
+    return {answer->at("value").get<std::string>(), true};
+  }
+  const refhost::InstanceLock lock(directory);
+  SettingsStore store(directory, SettingsStore::Access::read_write);
+  store.set(section, key, value);
+  return {store.get(section, key).value(), false};
+}
+
+void set_and_tell(const std::filesystem::path& directory, const Assignment& wanted) {
+  const auto [stored, by_host] = store_value(directory, wanted);
+  print(stored + "\n");
+  if (stored != wanted.value) {
+    std::fprintf(stderr, "achost: %s: %s was asked for, the plug-in has made it %s\n", wanted.key.c_str(),
+                 wanted.value.c_str(), stored.c_str());
+  } else if (by_host && !refhost::SettingsSchema::builtin().at(wanted.section, wanted.key).live) {
+    std::fprintf(stderr, "achost: %s applies at the next start of the host\n", wanted.key.c_str());
+  }
+}
+
+std::string content_of(const std::string& file) {
+  std::ostringstream content;
+  if (file == "-") {
+    content << std::cin.rdbuf();
+    return content.str();
+  }
+  std::ifstream stream(file);
+  content << stream.rdbuf();
+  if (!stream) {
+    throw Failure(kUsage, "cannot read " + file + ": " + std::strerror(errno));
+  }
+  return content.str();
+}
+
+}  // namespace
+
+void list_settings(const std::string& state, bool json) {
+  const auto directory = state_directory(state);
+  SettingsStore store(directory, SettingsStore::Access::read_only);
+  take_overrides(store, directory);
+  print(json ? settings_as_json(store) : settings_as_table(store));
+}
+
+void document_settings() { print(settings_as_markdown(refhost::SettingsSchema::builtin())); }
+
+void get_setting(const std::string& state, const std::vector<std::string>& name) {
+  const auto& setting = named(name, name.size());
+  const auto directory = state_directory(state);
+  SettingsStore store(directory, SettingsStore::Access::read_only);
+  take_overrides(store, directory);
+  print(store.get(setting.section, setting.key).value() + "\n");
+}
+
+void set_setting(const std::string& state, const std::vector<std::string>& words) {
+  const auto& setting = named(words, words.size() - 1);
+  setting.check(words.back());
+  set_and_tell(state_directory(state), {setting.section, setting.key, words.back()});
+}
+
+void export_settings(const std::string& state) {
+  print(settings_as_text(SettingsStore(state_directory(state), SettingsStore::Access::read_only)));
+}
+
+void import_settings(const std::string& state, const std::string& file) {
+  const auto settings = parse_settings_text(content_of(file), file == "-" ? "standard input" : file);
+  const auto directory = state_directory(state);
+  for (const auto& setting : settings) {
+    store_value(directory, setting);
+  }
+  print(std::to_string(settings.size()) + (settings.size() == 1 ? " setting is" : " settings are") + " stored\n");
+}
+
+}  // namespace achost

@@ -1,0 +1,188 @@
+// achost: the reference host's program. The command line; what it asks for stands in the other files.
+#include <sys/stat.h>
+
+#include <CLI/CLI.hpp>
+#include <csignal>
+#include <cstdio>
+#include <exception>
+
+#include "cli/describe.h"
+#include "door/base/failure.h"
+#include "door/cli/cli.h"
+#include "door/cli/config_command.h"
+#include "door/run/run_command.h"
+#include "refhost/loader.h"
+#include "refhost/log_entry.h"
+#include "refhost/settings_schema.h"
+#include "version.h"
+
+namespace {
+
+constexpr const char* kStatuses =
+    "Exit status:\n"
+    "  0  done; also ended by Ctrl-C, SIGTERM or a closed standard output\n"
+    "  1  the operation failed\n"
+    "  2  wrong usage or a setting that is not allowed\n"
+    "  3  no such port, or the plug-in did not start: no reader, or one that refused\n"
+    "  5  the port is in use\n"
+    "  6  the plug-in cannot be loaded\n"
+    "  7  a thread stopped reporting to the watchdog\n"
+    "  8  the plug-in ended";
+
+struct ConfigOptions {
+  std::string state;
+  bool json = false;
+  bool markdown = false;
+  std::vector<std::string> words;
+  std::string file;
+};
+
+void add_state(CLI::App& command, std::string& state) {
+  command
+      .add_option("--state", state,
+                  "Directory of settings, users and audit log (default: /var/lib/achost for root, else "
+                  "~/.local/state/achost)")
+      ->type_name("DIR");
+}
+
+void add_reader_options(CLI::App& command, achost::RunOptions& options) {
+  auto* const port = command.add_option("--port", options.port,
+                                        "Serial device of the reader (default: the setting "
+                                        "serial_port_path)");
+  port->type_name("DEVICE");
+  auto* const simulate = command.add_flag("--simulate", options.simulate, "Use a simulated reader")->excludes(port);
+  command
+      .add_flag("--interactive", options.interactive,
+                "With a simulated reader: nothing happens but what you make happen")
+      ->needs(simulate);
+  command
+      .add_option("--scenario", options.scenario,
+                  "What happens in the simulated field and to the host (default: built in)")
+      ->type_name("FILE")
+      ->needs(simulate);
+  command.add_option("--seed", options.seed, "Seed of the simulation's chance (default: 1)")
+      ->type_name("N")
+      ->needs(simulate);
+}
+
+void add_run(CLI::App& app, achost::RunOptions& options) {
+  constexpr double kLongest = 1e9;
+  CLI::App& command = *app.add_subcommand("run", "Run the plug-in and print what happens at the door");
+  command
+      .add_option("--plugin", options.plugin,
+                  "Plug-in, by absolute path (default: ../lib/uhf/uhf.so or ../lib/uhf.so from here)")
+      ->type_name("PATH");
+  add_state(command, options.state);
+  command
+      .add_flag("--temporary-state", options.temporary_state, "Keep the state in a directory that goes with the run")
+      ->excludes("--state");
+  add_reader_options(command, options);
+  command.add_option("--set", options.settings, "Override a setting for this run; may be repeated")
+      ->type_name("[SECTION.]KEY=VALUE")
+      ->take_all()
+      ->expected(1);
+  command.add_option("--seconds", options.seconds, "End after that time, with a summary")
+      ->type_name("N")
+      ->check(CLI::Range(0.001, kLongest));
+  command.add_flag("--json", options.json, "Print one JSON object a line");
+  command.add_flag("--debug", options.debug, "Show the debug log on standard error");
+  command.add_flag("--show-cards", options.show_cards, "Show card values in full in the debug log");
+  command
+      .add_option("--watchdog-limit", options.watchdog_limit,
+                  "Seconds that a thread may be silent before the run is ended (default: 30)")
+      ->type_name("S")
+      ->check(CLI::Range(0.1, kLongest));
+  command.callback([&options] { achost::run(options); });
+}
+
+void add_config(CLI::App& app, ConfigOptions& options) {
+  CLI::App& config = *app.add_subcommand("config", "Show and change settings")->require_subcommand(1);
+  CLI::App& list = *config.add_subcommand("list", "Show all settings");
+  list.add_flag("--json", options.json, "One JSON object a line");
+  list.add_flag("--markdown", options.markdown, "What settings there are, as a document")->excludes("--json");
+  list.callback([&options] {
+    options.markdown ? achost::document_settings() : achost::list_settings(options.state, options.json);
+  });
+  CLI::App& get = *config.add_subcommand("get", "Show the value of a setting");
+  get.add_option("name", options.words, "The setting; section uhf unless given")
+      ->type_name("[SECTION] KEY")
+      ->required()
+      ->expected(1, 2);
+  get.callback([&options] { achost::get_setting(options.state, options.words); });
+  CLI::App& set = *config.add_subcommand("set", "Change a setting, also of a host that runs, and show what is stored");
+  set.add_option("name", options.words, "The setting, section uhf unless given, and its value")
+      ->type_name("[SECTION] KEY VALUE")
+      ->required()
+      ->expected(2, 3);
+  set.callback([&options] { achost::set_setting(options.state, options.words); });
+  CLI::App& export_all = *config.add_subcommand("export", "Show the settings that are not the default, for a copy");
+  export_all.callback([&options] { achost::export_settings(options.state); });
+  CLI::App& import_all = *config.add_subcommand("import", "Change all settings of a copy, or none if it has an error");
+  import_all.add_option("file", options.file, "The copy; - is standard input")->type_name("FILE")->required();
+  import_all.callback([&options] { achost::import_settings(options.state, options.file); });
+  for (CLI::App* const command : {&list, &get, &set, &export_all, &import_all}) {
+    add_state(*command, options.state);
+  }
+}
+
+}  // namespace
+
+std::shared_ptr<std::string> achost::add_state(CLI::App& command) {
+  auto state = std::make_shared<std::string>();
+  ::add_state(command, *state);
+  return state;
+}
+
+namespace {
+
+int complain(int status, const std::string& text) {
+  std::fprintf(stderr, "achost: %s\n", refhost::log::escape(text).c_str());
+  return status;
+}
+
+int run_command_line(int argc, char** argv) {
+  achost::RunOptions run_options;
+  ConfigOptions config_options;
+  CLI::App app("The reference host: loads a reader plug-in and runs it on this machine.", "achost");
+  app.set_version_flag("--version", UHF_VERSION, "Tell the version");
+  app.require_subcommand(1);
+  add_run(app, run_options);
+  add_config(app, config_options);
+  achost::add_control(app);
+  achost::add_audit(app);
+  achost::add_user(app);
+  // Afterwards, so that the other commands do not take it over.
+  app.footer(kStatuses);
+  app.get_subcommand("run")->footer(kStatuses);
+  if (cli::described(app, argc, argv)) {
+    return achost::kDone;
+  }
+  try {
+    app.parse(argc, argv);
+    return achost::kDone;
+  } catch (const CLI::ParseError& failure) {
+    const bool asked_for_help = failure.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success);
+    return asked_for_help ? app.exit(failure)
+                          : complain(achost::kUsage, failure.what() + std::string("; see achost --help"));
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  // All that this program makes is for its user alone, from the first byte.
+  umask(077);
+  // Output that nobody reads any more shows as an error of its write.
+  std::signal(SIGPIPE, SIG_IGN);
+  try {
+    return run_command_line(argc, argv);
+  } catch (const achost::Failure& failure) {
+    return complain(failure.status(), failure.what());
+  } catch (const refhost::SettingError& failure) {
+    return complain(achost::kUsage, failure.what());
+  } catch (const refhost::LoadError& failure) {
+    return complain(achost::kNoPlugin, failure.what());
+  } catch (const std::exception& failure) {
+    return complain(achost::kFailed, failure.what());
+  }
+}

@@ -1,0 +1,47 @@
+#include "door/cli/request.h"
+
+#include "door/base/failure.h"
+
+namespace achost {
+namespace {
+
+using refhost::ControlClient;
+using refhost::Json;
+
+// The answer when the line is one that says that it went well. Throws Failure when it says that it did not.
+void check(const Json& line) {
+  if (!line.value("ok", true)) {
+    throw Failure(line.value("status", 1) == kUsage ? kUsage : kFailed, line.value("error", "the host has refused"));
+  }
+}
+
+}  // namespace
+
+Json ask(const std::filesystem::path& state, const Json& request) {
+  ControlClient client(state);
+  client.send(request);
+  Json answer = client.receive();
+  check(answer);
+  answer.erase("ok");
+  return answer;
+}
+
+std::optional<Json> ask_if_running(const std::filesystem::path& state, const Json& request) {
+  try {
+    return ask(state, request);
+  } catch (const refhost::NoHost&) {
+    return std::nullopt;
+  }
+}
+
+void follow(const std::filesystem::path& state, const Json& request, const std::function<bool(const Json&)>& take) {
+  ControlClient client(state);
+  client.send(request);
+  for (Json line = client.receive(); !line.contains("ok"); line = client.receive()) {
+    if (!take(line)) {
+      return;
+    }
+  }
+}
+
+}  // namespace achost

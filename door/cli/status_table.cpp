@@ -1,0 +1,77 @@
+#include "door/cli/status_table.h"
+
+#include <array>
+#include <cstdio>
+#include <vector>
+
+#include "cli/text_table.h"
+
+namespace achost {
+namespace {
+
+using refhost::Json;
+using Rows = std::vector<std::vector<std::string>>;
+
+// "3 h 25 min", "12 s".
+std::string duration(std::int64_t seconds) {
+  const auto part = [](std::int64_t number, const char* unit) { return std::to_string(number) + " " + unit; };
+  constexpr std::int64_t kMinute = 60;
+  constexpr std::int64_t kHour = 60 * kMinute;
+  constexpr std::int64_t kDay = 24 * kHour;
+  if (seconds >= kDay) {
+    return part(seconds / kDay, "days") + " " + part(seconds % kDay / kHour, "h");
+  }
+  if (seconds >= kHour) {
+    return part(seconds / kHour, "h") + " " + part(seconds % kHour / kMinute, "min");
+  }
+  return seconds >= kMinute ? part(seconds / kMinute, "min") + " " + part(seconds % kMinute, "s") : part(seconds, "s");
+}
+
+std::string seconds_ago(std::int64_t milliseconds) {
+  std::array<char, 32> buffer{};
+  std::snprintf(buffer.data(), buffer.size(), "%.1f s ago", static_cast<double>(milliseconds) / 1000);
+  return buffer.data();
+}
+
+std::string text_of(const Json& value) { return value.is_string() ? value.get<std::string>() : value.dump(); }
+
+Rows pairs_of(const Json& object) {
+  Rows rows;
+  for (const auto& [name, value] : object.items()) {
+    rows.push_back({"  " + name, text_of(value)});
+  }
+  return rows;
+}
+
+std::string threads(const Json& list) {
+  Rows rows = {{"THREAD", "LAST REPORTED"}};
+  for (const auto& thread : list) {
+    rows.push_back({"  " + text_of(thread.at("name")), seconds_ago(thread.at("silent_ms"))});
+  }
+  return aligned(rows);
+}
+
+std::string queues(const Json& list) {
+  Rows rows = {{"QUEUE", "WAITING", "BOUND", "DROPPED"}};
+  for (const auto& queue : list) {
+    rows.push_back({"  " + text_of(queue.at("name")), text_of(queue.at("waiting")), text_of(queue.at("bound")),
+                    text_of(queue.at("dropped"))});
+  }
+  return aligned(rows);
+}
+
+}  // namespace
+
+std::string status_table(const Json& status) {
+  const auto& plugin = status.at("plugin");
+  return aligned({{"HOST", ""},
+                  {"  process", text_of(status.at("process"))},
+                  {"  up for", duration(status.at("uptime_s"))},
+                  {"  plug-in", plugin.is_null() ? "not started yet" : text_of(plugin)},
+                  {"  reader", text_of(status.at("reader"))},
+                  {"  state", text_of(status.at("state"))}}) +
+         "SETTINGS OF THE READER\n" + aligned(pairs_of(status.at("settings"))) + threads(status.at("threads")) +
+         queues(status.at("queues")) + "MESSAGES\n" + aligned(pairs_of(status.at("bus")));
+}
+
+}  // namespace achost

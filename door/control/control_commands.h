@@ -1,0 +1,29 @@
+// What a running host can be asked for.
+#pragma once
+
+#include <chrono>
+#include <filesystem>
+#include <functional>
+#include <string>
+
+#include "door/control/control.h"
+#include "door/services/gpio_service.h"
+#include "door/simulation/reader.h"
+#include "refhost/settings_store.h"
+
+namespace achost {
+
+// The parts of a host that the commands use; all outlive the server.
+struct ControlledHost {
+  std::filesystem::path state;
+  std::chrono::steady_clock::time_point started;
+  refhost::SettingsStore& settings;
+  const refhost::GpioService& gpio;
+  Reader& reader;
+  std::function<std::string()> plugin;  // the name of the plug-in that runs; empty until it has started
+};
+
+// config_list, config_get, config_set, gpio_list, gpio_set, rex, enroll, field, field_show, status and events.
+refhost::ControlTable control_table(const ControlledHost& host);
+
+}  // namespace achost

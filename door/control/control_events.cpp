@@ -1,0 +1,85 @@
+#include "door/control/control_events.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <set>
+#include <sstream>
+
+#include "door/base/local_time.h"
+#include "refhost/bus_view.h"
+
+namespace achost {
+namespace {
+
+using refhost::Json;
+
+// Lines on their way from the bus to the client.
+class Backlog {
+ public:
+  // On any thread of the host.
+  void put(Json line) {
+    const std::lock_guard lock(mutex_);
+    if (lines_.size() >= kBound) {
+      ++left_out_;
+    } else {
+      lines_.push_back(std::move(line));
+      filled_.notify_one();
+    }
+  }
+
+  // What has come, after a little while at most.
+  std::deque<Json> take() {
+    std::unique_lock lock(mutex_);
+    filled_.wait_for(lock, kLook, [this] { return !lines_.empty(); });
+    auto lines = std::exchange(lines_, {});
+    if (left_out_ != 0) {
+      lines.push_back({{"left_out", std::exchange(left_out_, 0)}});
+    }
+    return lines;
+  }
+
+ private:
+  static constexpr std::size_t kBound = 4096;
+  static constexpr std::chrono::milliseconds kLook{200};  // how often the client's end is looked for
+
+  std::mutex mutex_;  // guards all below
+  std::condition_variable filled_;
+  std::deque<Json> lines_;
+  std::uint64_t left_out_ = 0;
+};
+
+std::set<std::string> types_of(const Json& request) {
+  std::set<std::string> types;
+  std::istringstream list(request.value("types", ""));
+  for (std::string type; std::getline(list, type, ',');) {
+    types.insert(type);
+  }
+  return types;
+}
+
+}  // namespace
+
+Json follow_events(const Json& request, refhost::ControlStream& stream) {
+  const auto types = types_of(request);
+  Backlog backlog;
+  const refhost::BusTap tap([&](const ac::Message& message) {
+    if (types.empty() || types.contains(message.type())) {
+      backlog.put({{"time", iso_time(std::chrono::system_clock::now())},
+                   {"message", message.type()},
+                   {"fields", refhost::fields_of(message)}});
+    }
+  });
+  stream.send({{"following", true}});
+  while (!stream.is_over()) {
+    for (const Json& line : backlog.take()) {
+      if (!stream.send(line)) {
+        return Json::object();
+      }
+    }
+  }
+  return Json::object();
+}
+
+}  // namespace achost

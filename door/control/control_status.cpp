@@ -1,0 +1,65 @@
+#include "door/control/control_status.h"
+
+#include <unistd.h>
+
+#include "refhost/bus_counters.h"
+#include "refhost/bus_view.h"
+#include "refhost/watchdog.h"
+
+namespace achost {
+namespace {
+
+using refhost::Json;
+
+Json threads() {
+  using refhost::WatchdogTable;
+  Json list = Json::array();
+  for (const auto& [name, silence] : WatchdogTable::instance().silences(WatchdogTable::Clock::now())) {
+    list.push_back({{"name", name}, {"silent_ms", silence.count()}});
+  }
+  return list;
+}
+
+Json queues() {
+  Json list = Json::array();
+  for (const auto& queue : refhost::queue_states()) {
+    list.push_back(
+        {{"name", queue.name}, {"waiting", queue.waiting}, {"bound", queue.bound}, {"dropped", queue.dropped}});
+  }
+  return list;
+}
+
+Json bus() {
+  const auto counters = refhost::bus_counters();
+  return {{"delivered", counters.delivered},
+          {"dropped", counters.dropped},
+          {"undelivered", counters.undelivered},
+          {"failed_handlers", counters.failures}};
+}
+
+Json reader_settings(const refhost::SettingsStore& store) {
+  Json settings = Json::object();
+  for (const char* key : {"region", "transmit_power", "work_channel", "operation_mode", "read_interval",
+                          "read_interval_diff_tags", "probe_interval"}) {
+    settings[key] = store.get("uhf", key).value();
+  }
+  return settings;
+}
+
+}  // namespace
+
+Json status_of(const ControlledHost& host) {
+  const auto uptime = std::chrono::steady_clock::now() - host.started;
+  const std::string plugin = host.plugin();
+  return {{"process", getpid()},
+          {"uptime_s", std::chrono::duration_cast<std::chrono::seconds>(uptime).count()},
+          {"state", host.state.string()},
+          {"plugin", plugin.empty() ? Json(nullptr) : Json(plugin)},
+          {"reader", host.reader.description()},
+          {"settings", reader_settings(host.settings)},
+          {"threads", threads()},
+          {"queues", queues()},
+          {"bus", bus()}};
+}
+
+}  // namespace achost

@@ -1,0 +1,11 @@
+// How a running host stands.
+#pragma once
+
+#include "door/control/control_commands.h"
+
+namespace achost {
+
+// Uptime, plug-in, reader, threads with their last keep-alive, queues, counters and the reader's settings.
+refhost::Json status_of(const ControlledHost& host);
+
+}  // namespace achost

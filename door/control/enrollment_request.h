@@ -1,0 +1,12 @@
+// Asking the plug-in for an enrollment.
+#pragma once
+
+#include "door/control/control.h"
+
+namespace achost {
+
+// Sends "enroller_remote_enroll" for a card of "user". With "wait": true it waits for the outcome: the answer has the
+// card, or the failure is thrown. plugin: the name of the plug-in that runs; without one nobody would answer.
+refhost::Json enroll(const refhost::Json& request, const std::string& plugin, refhost::ControlStream& stream);
+
+}  // namespace achost

@@ -1,0 +1,112 @@
+#include "door/control/line_socket.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <system_error>
+
+namespace refhost {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+// Whether something can be read before the deadline; also true when the peer has gone.
+bool wait_to_read(int socket, std::optional<steady_clock::time_point> deadline) {
+  for (;;) {
+    const auto left =
+        deadline.has_value() ? std::chrono::ceil<milliseconds>(*deadline - steady_clock::now()).count() : -1;
+    pollfd watched{socket, POLLIN, 0};
+    const int ready = poll(&watched, 1, static_cast<int>(deadline.has_value() ? std::max<std::int64_t>(left, 0) : -1));
+    if (ready >= 0 || errno != EINTR) {
+      return ready > 0;
+    }
+  }
+}
+
+template <typename Call>
+int with_address(const std::string& path, Call call) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  path.copy(address.sun_path, sizeof address.sun_path - 1);
+  return call(reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 ? 0 : errno;
+}
+
+}  // namespace
+
+SocketPlace::SocketPlace(const std::filesystem::path& directory, const std::string& name)
+    : directory_(open(directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)), name_(name) {
+  if (directory_ < 0) {
+    throw std::system_error(errno, std::generic_category(), directory.string());
+  }
+}
+
+SocketPlace::~SocketPlace() { close(directory_); }
+
+int SocketPlace::bind(int socket) const {
+  return with_address(path(), [&](const sockaddr* address, socklen_t size) { return ::bind(socket, address, size); });
+}
+
+int SocketPlace::connect(int socket) const {
+  return with_address(path(),
+                      [&](const sockaddr* address, socklen_t size) { return ::connect(socket, address, size); });
+}
+
+void SocketPlace::unlink() const noexcept { unlinkat(directory_, name_.c_str(), 0); }
+
+int SocketPlace::make_private() const { return fchmodat(directory_, name_.c_str(), 0600, 0) == 0 ? 0 : errno; }
+
+std::string SocketPlace::path() const { return "/proc/self/fd/" + std::to_string(directory_) + "/" + name_; }
+
+bool send_all(int socket, const std::string& text) {
+  for (std::size_t done = 0; done < text.size();) {
+    const ssize_t sent = ::send(socket, text.data() + done, text.size() - done, MSG_NOSIGNAL);
+    if (sent < 0 && errno != EINTR) {
+      return false;
+    }
+    done += static_cast<std::size_t>(std::max<ssize_t>(sent, 0));
+  }
+  return true;
+}
+
+LineReader::Outcome LineReader::next(std::string& line, milliseconds patience) {
+  std::optional<steady_clock::time_point> deadline;
+  std::array<char, 4096> buffer;
+  while (!take(line)) {
+    if (pending_.size() >= longest_) {
+      return Outcome::too_long;
+    }
+    if (!pending_.empty() && !deadline.has_value()) {
+      deadline = steady_clock::now() + patience;
+    }
+    if (!wait_to_read(socket_, deadline)) {
+      return Outcome::too_late;
+    }
+    const ssize_t received = recv(socket_, buffer.data(), buffer.size(), 0);
+    if (received == 0 || (received < 0 && errno != EINTR)) {
+      return Outcome::end;
+    }
+    pending_.append(buffer.data(), static_cast<std::size_t>(std::max<ssize_t>(received, 0)));
+  }
+  return line.size() < longest_ ? Outcome::line : Outcome::too_long;
+}
+
+bool LineReader::take(std::string& line) {
+  const std::size_t end = pending_.find('\n');
+  if (end == std::string::npos) {
+    return false;
+  }
+  line = pending_.substr(0, end);
+  pending_.erase(0, end + 1);
+  return true;
+}
+
+}  // namespace refhost

@@ -1,0 +1,157 @@
+#include "door/run/host.h"
+
+#include <pthread.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <thread>
+
+#include "ac/util.h"
+#include "door/base/output.h"
+#include "door/run/temporary_state.h"
+#include "refhost/loader.h"
+
+namespace achost {
+namespace {
+
+// How often the watchdog checks: each second, several times within a short limit, and as often as the supervisor wants
+// to hear of it.
+std::chrono::milliseconds checking_period(std::chrono::milliseconds limit) {
+  constexpr std::chrono::milliseconds kUsual(1000);
+  const auto longest = std::min(kUsual, Supervisor::watchdog_period().value_or(kUsual));
+  return std::clamp(limit / 4, std::chrono::milliseconds(1), longest);
+}
+
+// At once and past everything else: the thread that is late may hold any lock.
+[[noreturn]] void end_late(const refhost::WatchdogTable::Late& late) {
+  std::fprintf(stderr, "achost: watchdog: %s has not reported for %.1f s, ending\n", late.name.c_str(),
+               std::chrono::duration<double>(late.silence).count());
+  _exit(kWatchdog);
+}
+
+// An exception that left a thread of the plug-in.
+[[noreturn]] void end_terminated() {
+  const char* reason = "unknown exception";
+  try {
+    if (const auto current = std::current_exception()) {
+      std::rethrow_exception(current);
+    }
+  } catch (const std::exception& failure) {
+    reason = failure.what();
+  } catch (...) {
+  }
+  std::fprintf(stderr, "achost: a thread of the plug-in ended: %s\n", reason);
+  _exit(kPluginEnded);
+}
+
+refhost::AuditRetention retention(const refhost::SettingsStore& settings) {
+  constexpr std::int64_t kDay = 24LL * 60 * 60 * 1000;
+  return {.keep = settings.get_int("host", "audit_keep").value(),
+          .youngest_to_go = settings.get_int("host", "audit_keep_days").value() * kDay};
+}
+
+}  // namespace
+
+Host::Host(const std::filesystem::path& state, Reader& reader, Printer::Form form,
+           std::chrono::milliseconds watchdog_limit, bool state_is_temporary)
+    : state_(state),
+      state_is_temporary_(state_is_temporary),
+      form_(form),
+      reader_(reader),
+      lock_(state),
+      settings_(state, refhost::SettingsStore::Access::read_write),
+      audit_(state),
+      users_(state, refhost::UserStore::Access::read_write),
+      printer_(form, [this](int reason) { output_lost(reason); }),
+      watchdog_(refhost::WatchdogTable::instance(), checking_period(watchdog_limit), end_late,
+                [this] { supervisor_.tell("WATCHDOG=1"); }),
+      control_(state, control_table(controlled())) {
+  refhost::WatchdogTable::instance().set_limit(watchdog_limit);
+  settings_.on_change([](const refhost::SettingsStore::Change& change) { refhost::announce(change); });
+  audit_.on_append([](const refhost::AuditEntry& entry) { refhost::announce(entry); });
+  audit_.retain([this] { return retention(settings_); });
+  refhost::SettingsStore::make_current(&settings_);
+  refhost::AuditLog::make_current(&audit_);
+}
+
+void Host::start_plugin(const std::string& path) {
+  std::set_terminate(end_terminated);
+  std::thread([this, path] { run_plugin(path); }).detach();
+}
+
+ControlledHost Host::controlled() {
+  return {
+      .state = state_, .started = started_, .settings = settings_, .gpio = gpio_, .reader = reader_, .plugin = [this] {
+        return plugin();
+      }};
+}
+
+std::string Host::plugin() const {
+  const auto* const plugin = plugin_.load();
+  return plugin == nullptr ? "" : plugin->name;
+}
+
+void Host::run_plugin(const std::string& path) {
+  using refhost::LoadError;
+  ac::util::set_thread_name("plugin", pthread_self());
+  try {
+    // Never destroyed: its other threads go on when its main function has ended.
+    const auto& plugin = *new refhost::LoadedPlugin(refhost::load(path));
+    std::fprintf(stderr, "achost: %s (%s) reads at %s; Ctrl-C ends\n", plugin.name.c_str(), path.c_str(),
+                 reader_.description().c_str());
+    plugin_ = &plugin;
+    supervisor_.tell("READY=1\nSTATUS=" + plugin.name + " reads at " + reader_.description());
+    reader_.story().begin({.commands = control_table(controlled()),
+                           .users = users_,
+                           .say = [this](const std::string& text) { printer_.say(text); }});
+    ending_.request({.status = kPluginEnded, .reason = refhost::run_until_it_ends(plugin)});
+  } catch (const LoadError& failure) {
+    const bool loaded = failure.stage() == LoadError::Stage::start;
+    const std::string way_out = loaded ? "; check the reader at " + reader_.description() : "";
+    ending_.request({.status = loaded ? kNoReader : kNoPlugin, .reason = failure.what() + way_out});
+  }
+}
+
+void Host::output_lost(int reason) {
+  const bool nobody_reads = reason == EPIPE;
+  ending_.request(
+      {.status = nobody_reads ? kDone : kFailed,
+       .reason = nobody_reads ? "" : std::string("cannot write to standard output: ") + std::strerror(reason),
+       .output_gone = true});
+}
+
+void Host::print_end(const Ending::Outcome& outcome) {
+  const std::string summary = printer_.finish(std::chrono::steady_clock::now() - started_);
+  if (!outcome.reason.empty()) {
+    std::fprintf(stderr, "achost: %s\n", outcome.reason.c_str());
+  }
+  const bool never_ran = outcome.status == kNoReader || outcome.status == kNoPlugin;
+  if (outcome.output_gone || never_ran) {
+    return;
+  }
+  if (form_ == Printer::Form::json) {
+    std::fprintf(stderr, "achost: %s\n", summary.c_str());
+  } else {
+    write_output(summary + "\n");
+  }
+}
+
+void Host::end_process(std::optional<std::chrono::steady_clock::time_point> deadline) {
+  const auto outcome = ending_.wait(deadline);
+  supervisor_.tell("STOPPING=1");
+  print_end(outcome);
+  control_.unlink();
+  settings_.seal();
+  audit_.seal();
+  users_.seal();
+  if (state_is_temporary_) {
+    remove_temporary_state(state_);
+  }
+  _exit(outcome.status);
+}
+
+}  // namespace achost

@@ -1,0 +1,77 @@
+// The host of one run: the stores, the services and the plug-in.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <filesystem>
+#include <optional>
+#include <string>
+
+#include "door/control/control.h"
+#include "door/control/control_commands.h"
+#include "door/run/ending.h"
+#include "door/run/printer.h"
+#include "door/run/supervisor.h"
+#include "door/services/door_service.h"
+#include "door/services/enroller_service.h"
+#include "door/services/gpio_service.h"
+#include "door/services/identifier_service.h"
+#include "door/services/user_store.h"
+#include "door/simulation/reader.h"
+#include "refhost/audit_log.h"
+#include "refhost/instance_lock.h"
+#include "refhost/loader.h"
+#include "refhost/settings_store.h"
+#include "refhost/watchdog.h"
+
+namespace achost {
+
+// Must not be destroyed once start_plugin() was called: the plug-in's threads never stop.
+class Host {
+ public:
+  // Open the state directory for this process alone, and let others ask for things. watchdog_limit: how long a thread
+  // that reports to the watchdog may be silent before the process is ended. state_is_temporary: it goes with the run.
+  // Throws ac::ac_exception.
+  Host(const std::filesystem::path& state, Reader& reader, Printer::Form form, std::chrono::milliseconds watchdog_limit,
+       bool state_is_temporary);
+
+  // For overrides, before the plug-in starts.
+  refhost::SettingsStore& settings() { return settings_; }
+
+  // Load the plug-in and run it on a thread of its own; returns at once. It ends the run when it cannot be loaded, does
+  // not start, or ends.
+  void start_plugin(const std::string& path);
+
+  // Wait for the end, for the deadline at the latest; then close the stores, print the reason and the summary, and end
+  // the process. Destructors do not run.
+  [[noreturn]] void end_process(std::optional<std::chrono::steady_clock::time_point> deadline);
+
+ private:
+  void run_plugin(const std::string& path);
+  std::string plugin() const;
+  ControlledHost controlled();
+  void output_lost(int reason);
+  void print_end(const Ending::Outcome& outcome);
+
+  const std::chrono::steady_clock::time_point started_ = std::chrono::steady_clock::now();
+  const std::filesystem::path state_;
+  const bool state_is_temporary_;
+  const Printer::Form form_;
+  Reader& reader_;
+  refhost::InstanceLock lock_;
+  refhost::SettingsStore settings_;
+  refhost::AuditLog audit_;
+  refhost::UserStore users_;
+  Ending ending_;
+  const Supervisor supervisor_;
+  Printer printer_;
+  refhost::GpioService gpio_;
+  refhost::DoorService door_;
+  refhost::IdentifierService identifier_{users_};
+  refhost::EnrollerService enroller_{users_};
+  refhost::Watchdog watchdog_;
+  std::atomic<const refhost::LoadedPlugin*> plugin_ = nullptr;  // once it has started; written by its thread
+  refhost::ControlServer control_;
+};
+
+}  // namespace achost

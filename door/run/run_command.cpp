@@ -1,0 +1,82 @@
+#include "door/run/run_command.h"
+
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+
+#include "door/base/assignment.h"
+#include "door/base/state_directory.h"
+#include "door/run/host.h"
+#include "door/run/temporary_state.h"
+#include "door/simulation/reader.h"
+#include "refhost/loader.h"
+#include "refhost/log.h"
+
+namespace achost {
+namespace {
+
+using std::chrono::steady_clock;
+
+std::string plugin_path(const RunOptions& options) {
+  if (!options.plugin.empty()) {
+    return options.plugin;
+  }
+  // Where a package puts it, else where a build does.
+  const auto libraries = std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path() / "lib";
+  const auto packaged = libraries / "uhf" / "uhf.so";
+  return (std::filesystem::exists(packaged) ? packaged : libraries / "uhf.so").string();
+}
+
+template <typename Duration>
+Duration of_seconds(double seconds) {
+  return std::chrono::duration_cast<Duration>(std::chrono::duration<double>(seconds));
+}
+
+// What to try in another terminal.
+void print_hints(const std::filesystem::path& state) {
+  const std::string program = std::filesystem::read_symlink("/proc/self/exe").string();
+  std::string text = "achost: nothing happens by itself. Try in another terminal:\n";
+  for (const char* const command :
+       {"field add E28011700000020A00000001", "enroll --user 1", "field remove E28011700000020A00000001", "rex",
+        "gpio set 1 1", "config set read_interval 500", "status", "events", "audit list"}) {
+    text += "  " + program + " " + command + " --state " + state.string() + "\n";
+  }
+  std::fputs(text.c_str(), stderr);
+}
+
+void set_up_log(const RunOptions& options) {
+  refhost::log::set_threshold(options.debug ? refhost::log::Level::debug : refhost::log::Level::warning);
+  refhost::log::show_cards(options.show_cards);
+}
+
+}  // namespace
+
+void run(const RunOptions& options) {
+  std::optional<steady_clock::time_point> deadline;
+  if (options.seconds.has_value()) {
+    deadline = steady_clock::now() + of_seconds<steady_clock::duration>(*options.seconds);
+  }
+  set_up_log(options);
+  // All that can be wrong with the command line and the port shows before the state directory is touched.
+  const auto assignments = parse_assignments(options.settings);
+  const std::string plugin = plugin_path(options);
+  refhost::check_plugin_path(plugin);
+  const auto state = options.temporary_state ? make_temporary_state() : state_directory(options.state);
+  Reader reader(options, state, assignments);
+
+  Host host(state, reader, options.json ? Printer::Form::json : Printer::Form::human,
+            of_seconds<std::chrono::milliseconds>(options.watchdog_limit), options.temporary_state);
+  for (const auto* const settings : {&reader.story().givens(), &assignments}) {
+    for (const auto& [section, key, value] : *settings) {
+      host.settings().override_for_run(section, key, value);
+    }
+  }
+  host.settings().override_for_run(kDefaultSection, kPortSetting, reader.port());
+  if (options.interactive) {
+    print_hints(state);
+  }
+  host.start_plugin(plugin);
+  host.end_process(deadline);
+}
+
+}  // namespace achost

@@ -1,0 +1,81 @@
+#include "door/services/door_service.h"
+
+#include <chrono>
+#include <string>
+
+#include "ac/config_util.h"
+#include "refhost/log.h"
+#include "refhost/relays.h"
+#include "refhost/send.h"
+
+namespace refhost {
+namespace {
+
+constexpr int kDoor = 1;
+
+void switch_relay(int relay, int value) {
+  send("gpio_set_value", {{"gpio", ac::config_util::relay_gpio(relay)}, {"value", value}});
+}
+
+void tell_state(int open, int reason) { send("door_state", {{"id", kDoor}, {"open", open}, {"reason", reason}}); }
+
+}  // namespace
+
+DoorService::DoorService()
+    : timer_("door_timer", [this] { close_when_due(); }),
+      subscriber_("door", {{"actuator_open_door", [this](ac::Message* message) { request(*message); }, false}}) {}
+
+DoorService::~DoorService() {
+  const std::lock_guard lock(mutex_);
+  close();
+}
+
+void DoorService::request(const ac::Message& message) {
+  int door = 0;
+  int reason = 0;
+  if (!message.get_int("id", &door) || !message.get_int("reason", &reason)) {
+    log::warning("door: \"actuator_open_door\" without an int \"id\" or \"reason\"");
+  } else if (door != kDoor) {
+    log::warning("door: there is no door " + std::to_string(door) + ": there is door " + std::to_string(kDoor));
+  } else {
+    open_or_prolong(reason);
+  }
+}
+
+void DoorService::open_or_prolong(int reason) {
+  const auto until =
+      Timer::Clock::now() + std::chrono::milliseconds(ac::config_util::get_int("host", "door_open_time", true));
+  const std::lock_guard lock(mutex_);
+  if (opening_.has_value()) {
+    opening_->until = until;
+  } else {
+    const int relay = ac::config_util::get_int("host", "door_relay", true);
+    if (!relay_is_enabled(relay)) {
+      log::warning("door: stays shut, relay " + std::to_string(relay) +
+                   " shows the tag detector: give the door another one with host.door_relay");
+      return;
+    }
+    opening_ = {.relay = relay, .reason = reason, .until = until};
+    switch_relay(relay, 1);
+    tell_state(1, reason);
+  }
+  timer_.start(until);
+}
+
+void DoorService::close_when_due() {
+  const std::lock_guard lock(mutex_);
+  if (opening_.has_value() && opening_->until <= Timer::Clock::now()) {
+    close();
+  }
+}
+
+// With mutex_ held.
+void DoorService::close() {
+  if (opening_.has_value()) {
+    switch_relay(opening_->relay, 0);
+    tell_state(0, opening_->reason);
+    opening_.reset();
+  }
+}
+
+}  // namespace refhost

@@ -1,0 +1,221 @@
+#include "door/services/event.h"
+
+#include <array>
+#include <cinttypes>
+#include <cstdio>
+#include <map>
+#include <utility>
+
+#include "ac/config_util.h"
+#include "door/base/local_time.h"
+#include "door/services/door_service.h"
+#include "refhost/audit_log.h"
+#include "refhost/log_entry.h"
+#include "refhost/relays.h"
+
+namespace achost {
+namespace {
+
+using refhost::log::escape;
+using Weight = Event::Weight;
+
+// The event without its time, which is the same for all.
+using Maker = std::optional<Event> (*)(const ac::Message& message);
+
+int number(const ac::Message& message, const char* field) {
+  int value = 0;
+  message.get_int(field, &value);
+  return value;
+}
+
+std::int64_t long_number(const ac::Message& message, const char* field) {
+  std::int64_t value = 0;
+  message.get_int64(field, &value);
+  return value;
+}
+
+std::string text(const ac::Message& message, const char* field) {
+  std::string value;
+  message.get_string(field, &value);
+  return value;
+}
+
+std::uint64_t card_of(const ac::Message& message, const char* field) {
+  return static_cast<std::uint64_t>(long_number(message, field));
+}
+
+std::string hexadecimal(std::uint64_t value) {
+  std::array<char, 24> buffer{};
+  std::snprintf(buffer.data(), buffer.size(), "0x%" PRIx64, value);
+  return buffer.data();
+}
+
+std::string card_text(std::uint64_t card) { return "card " + std::to_string(card) + " (" + hexadecimal(card) + ")"; }
+
+std::string user_text(const ac::Message& message) { return "user " + std::to_string(long_number(message, "user_id")); }
+
+Event event(const char* name, std::string subject, std::string words, Weight weight, nlohmann::ordered_json fields) {
+  return {.time = {},
+          .name = name,
+          .subject = std::move(subject),
+          .text = std::move(words),
+          .weight = weight,
+          .fields = std::move(fields)};
+}
+
+std::optional<Event> identification(const ac::Message& message) {
+  const std::uint64_t card = card_of(message, "value");
+  const std::string outcome = text(message, "outcome");
+  nlohmann::ordered_json fields = {{"card", card},
+                                   {"card_hex", hexadecimal(card)},
+                                   {"device_id", long_number(message, "device_id")},
+                                   {"uuid", text(message, "uuid")},
+                                   {"outcome", outcome}};
+  std::int64_t user = 0;
+  const bool known = message.get_int64("user_id", &user);
+  if (known) {
+    fields["user_id"] = user;
+  }
+  const std::map<std::string, std::pair<std::string, Weight>> outcomes = {
+      {"opens", {"welcome, " + user_text(message), Weight::good}},
+      {"unknown", {"refused, nobody's card", Weight::bad}},
+      {"held_back", {"held back, a card is being enrolled", Weight::plain}},
+      {"failed", {"refused, the users cannot be read", Weight::bad}}};
+  const auto found = outcomes.find(outcome);
+  const auto& [words, weight] = found == outcomes.end() ? std::pair(escape(outcome), Weight::plain) : found->second;
+  return event("identification", card_text(card), words, weight, std::move(fields));
+}
+
+std::optional<Event> door_open(const ac::Message& message) {
+  if (number(message, "open") == 0) {
+    return std::nullopt;  // its relay tells
+  }
+  const int reason = number(message, "reason");
+  const std::string words = reason == refhost::kExitRequest      ? "exit request"
+                            : reason == refhost::kIdentification ? "identification"
+                                                                 : "reason " + std::to_string(reason);
+  return event("door_open", "door " + std::to_string(number(message, "id")), "opens: " + words, Weight::good,
+               {{"door", number(message, "id")}, {"reason", words}});
+}
+
+std::optional<Event> enrollment_begun(const ac::Message& message) {
+  const bool begins = number(message, "state") != 0;
+  return event("enrollment", "enrollment", (begins ? "waits for a card of " : "is given up for ") + user_text(message),
+               Weight::plain,
+               {{"state", begins ? "started" : "given_up"}, {"user_id", long_number(message, "user_id")}});
+}
+
+std::optional<Event> enrollment_done(const ac::Message& message) {
+  const std::uint64_t card = card_of(message, "user_card");
+  return event("enrollment", "enrollment", card_text(card) + " is now of " + user_text(message), Weight::good,
+               {{"state", "done"},
+                {"card", card},
+                {"card_hex", hexadecimal(card)},
+                {"user_id", long_number(message, "user_id")}});
+}
+
+std::optional<Event> enrollment_late(const ac::Message& message) {
+  return event("enrollment", "enrollment", "no card came in time", Weight::bad,
+               {{"state", "timeout"}, {"user_id", long_number(message, "user_id")}});
+}
+
+std::optional<Event> enrollment_failed(const ac::Message& message) {
+  const std::map<int, std::string> words = {{1, "the card is somebody's already"},
+                                            {5, "the server answers too late"},
+                                            {6, "the server cannot be reached"},
+                                            {8, "the time for the card is over"},
+                                            {9, "another enrollment runs"}};
+  const int error = number(message, "error");
+  const auto found = words.find(error);
+  const std::string reason = found == words.end() ? "error " + std::to_string(error) : found->second;
+  return event(
+      "enrollment", "enrollment", "failed: " + reason, Weight::bad,
+      {{"state", "error"}, {"error", error}, {"reason", reason}, {"user_id", long_number(message, "user_id")}});
+}
+
+std::optional<Event> line_changed(const ac::Message& message) {
+  const int line = number(message, "gpio");
+  const int value = number(message, "value");
+  for (int relay = refhost::kFirstRelay; relay <= refhost::kLastRelay; ++relay) {
+    if (ac::config_util::relay_gpio(relay) == line) {
+      return event("relay", "relay " + std::to_string(relay), value != 0 ? "on" : "off", Weight::dim,
+                   {{"relay", relay}, {"on", value != 0}, {"gpio", line}});
+    }
+  }
+  return event("gpio", "input " + std::to_string(line), std::to_string(value), Weight::plain,
+               {{"gpio", line}, {"value", value}});
+}
+
+std::string shown(const std::string& value) { return value.empty() ? "nothing" : escape(value); }
+
+std::optional<Event> setting_changed(const ac::Message& message) {
+  std::string module = "system";
+  message.get_string("module", &module);
+  const std::string key = text(message, "param");
+  const std::string value = text(message, "value");
+  const std::string previous = text(message, "previous_value");
+  return event("config", "setting " + escape(module + "." + key), shown(previous) + " becomes " + shown(value),
+               Weight::plain, {{"module", module}, {"key", key}, {"value", value}, {"previous_value", previous}});
+}
+
+std::optional<Event> record_written(const ac::Message& message) {
+  const auto type = static_cast<std::size_t>(number(message, "type"));
+  const std::string label = std::string(type < std::size(refhost::kAuditTypes) ? refhost::kAuditTypes[type] : "?");
+  return event("audit", "audit record " + std::to_string(long_number(message, "id")),
+               label + ": " + escape(text(message, "details")), Weight::dim,
+               {{"id", long_number(message, "id")},
+                {"type", label},
+                {"details", text(message, "details")},
+                {"recorded", text(message, "time")}});
+}
+
+const std::map<std::string, Maker>& makers() {
+  static const auto& table = *new std::map<std::string, Maker>{
+      {"identifier_decision", identification}, {"door_state", door_open},
+      {"enroll_card", enrollment_begun},       {"enroll_rfid_successful", enrollment_done},
+      {"enroll_timeout", enrollment_late},     {"enroller_error", enrollment_failed},
+      {"gpio_notified", line_changed},         {"config_param_set", setting_changed},
+      {"audit_log_created", record_written}};
+  return table;
+}
+
+// The terminal's colours.
+const char* colour_of(Weight weight) {
+  constexpr std::array kColours = {"\x1b[1;32m", "\x1b[1;31m", "", "\x1b[2m"};
+  return kColours.at(static_cast<std::size_t>(weight));
+}
+
+}  // namespace
+
+std::vector<std::string> Event::message_types() {
+  std::vector<std::string> types;
+  for (const auto& [type, maker] : makers()) {
+    types.push_back(type);
+  }
+  return types;
+}
+
+std::optional<Event> Event::from(const ac::Message& message, std::chrono::system_clock::time_point time) {
+  auto result = makers().at(message.type())(message);
+  if (result.has_value()) {
+    result->time = time;
+  }
+  return result;
+}
+
+std::string Event::line(bool colour) const {
+  // Wide enough for a card of the usual 32 bits, so that the texts stand below one another.
+  constexpr std::size_t kSubjectWidth = 30;
+  const std::string padding(subject.size() < kSubjectWidth ? kSubjectWidth - subject.size() : 1, ' ');
+  const std::string words = subject + padding + text;
+  const char* const begin = colour_of(weight);
+  return local_time(time, "%H:%M:%S.%L") + "  " + (colour && *begin != '\0' ? begin + words + "\x1b[0m" : words);
+}
+
+std::string Event::json() const {
+  nlohmann::ordered_json object = {{"event", name}, {"time", iso_time(time)}};
+  object.update(fields);
+  return object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+}
+
+}  // namespace achost

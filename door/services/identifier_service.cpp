@@ -1,0 +1,59 @@
+#include "door/services/identifier_service.h"
+
+#include <algorithm>
+#include <exception>
+#include <optional>
+#include <string>
+
+#include "door/services/door_service.h"
+#include "refhost/log.h"
+#include "refhost/send.h"
+
+namespace refhost {
+namespace {
+
+constexpr int kDoor = 1;
+constexpr const char* kOpens = "opens";
+
+}  // namespace
+
+IdentifierService::IdentifierService(const UserStore& users)
+    : users_(users),
+      subscriber_("identifier", {{"identifier_new_card", [this](ac::Message* message) { identify(*message); }, false},
+                                 {"identifier_supress_actions", [this](ac::Message*) { ++suppressions_; }, false},
+                                 {"identifier_allow_actions",
+                                  [this](ac::Message*) { suppressions_ = std::max(suppressions_ - 1, 0); }, false}}) {}
+
+void IdentifierService::identify(const ac::Message& message) const {
+  std::int64_t card = 0;
+  std::int64_t device = 0;
+  std::string uuid;
+  if (!message.get_int64("value", &card)) {
+    log::warning("identifier: \"identifier_new_card\" without an int64 \"value\"");
+    return;
+  }
+  message.get_int64("device_id", &device);
+  message.get_string("uuid", &uuid);
+  const auto [outcome, owner] = decide(static_cast<std::uint64_t>(card));
+  std::vector<std::pair<std::string, FieldValue>> decision{
+      {"value", card}, {"device_id", device}, {"uuid", uuid}, {"outcome", outcome}};
+  if (owner.has_value()) {
+    decision.emplace_back("user_id", *owner);
+  }
+  send("identifier_decision", decision);
+  if (outcome == kOpens) {
+    send("actuator_open_door", {{"id", kDoor}, {"reason", kIdentification}});
+  }
+}
+
+IdentifierService::Decision IdentifierService::decide(std::uint64_t card) const {
+  try {
+    const auto owner = users_.owner_of(card);
+    return {.outcome = suppressions_ > 0 ? "held_back" : owner.has_value() ? kOpens : "unknown", .owner = owner};
+  } catch (const std::exception& failure) {
+    log::error(std::string("identifier: the door stays shut: ") + failure.what());
+    return {.outcome = "failed", .owner = std::nullopt};
+  }
+}
+
+}  // namespace refhost

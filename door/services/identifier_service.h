@@ -1,0 +1,42 @@
+// Who stands at the door.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "ac/message.h"
+#include "door/services/user_store.h"
+#include "refhost/subscriber.h"
+
+namespace refhost {
+
+// Decides about each "identifier_new_card" {int64 "value", int64 "device_id", string "uuid"}, as a user of the bus. It
+// sends "identifier_decision" with these fields, then string "outcome" and, of a card that is somebody's, int64
+// "user_id"; the outcomes:
+//   "opens"      the card is somebody's: "actuator_open_door" of door 1 follows
+//   "unknown"    it is nobody's
+//   "held_back"  actions are suppressed
+//   "failed"     the users cannot be read; logged
+// Actions are suppressed from "identifier_supress_actions" until as many "identifier_allow_actions" have come, so that
+// a second enrollment which is refused does not end the suppression of the one that runs.
+class IdentifierService {
+ public:
+  // users must outlive the service.
+  explicit IdentifierService(const UserStore& users);
+
+ private:
+  struct Decision {
+    std::string outcome;
+    std::optional<std::int64_t> owner;
+  };
+
+  void identify(const ac::Message& message) const;
+  Decision decide(std::uint64_t card) const;
+
+  const UserStore& users_;
+  int suppressions_ = 0;   // used by the subscriber's delivery thread only
+  Subscriber subscriber_;  // last: it stops using the others before they go
+};
+
+}  // namespace refhost

@@ -1,0 +1,154 @@
+#include "door/services/user_store.h"
+
+#include <SQLiteCpp/SQLiteCpp.h>
+
+#include <mutex>
+#include <utility>
+
+#include "ac/exception.h"
+#include "refhost/database.h"
+
+namespace refhost {
+namespace {
+
+// A card of 64 bits is stored as the signed number of the same bits, the only kind of number that SQLite has.
+constexpr DatabaseKind kKind = {
+    .noun = "user database",
+    .version = 1,
+    .schema =
+        "CREATE TABLE users(id INTEGER PRIMARY KEY, name TEXT NOT NULL);"
+        "CREATE TABLE cards(value INTEGER PRIMARY KEY, user INTEGER NOT NULL REFERENCES users(id) ON DELETE CASCADE, "
+        "registration TEXT NOT NULL, enrolled TEXT NOT NULL);"
+        "CREATE INDEX cards_by_user ON cards(user)",
+    .upgrade = nullptr,
+    .probe = "SELECT value, user, registration, enrolled FROM cards LIMIT 0",
+    .way_out = "restore a copy of it, or move it away to begin with nobody",
+};
+
+std::int64_t stored(std::uint64_t card) { return static_cast<std::int64_t>(card); }
+
+}  // namespace
+
+struct UserStore::Impl {
+  std::filesystem::path file;
+  std::mutex mutex;                          // guards all below
+  std::optional<SQLite::Database> database;  // empty without a file, or once sealed
+  std::optional<SQLite::Statement> owner;    // kept, because every identification asks it
+
+  // What action(database) returns, with the mutex held; without a file the result type's nothing.
+  template <typename Action>
+  auto with(Action action) {
+    const std::lock_guard lock(mutex);
+    try {
+      return database.has_value() ? action(*database) : decltype(action(*database))();
+    } catch (const SQLite::Exception& failure) {
+      throw_database_failure(file, kKind, failure);
+    }
+  }
+
+  // How many rows the statement, with one number, has changed.
+  bool change(const char* sql, std::int64_t number) {
+    return with([&](SQLite::Database& open) {
+      SQLite::Statement statement(open, sql);
+      statement.bind(1, number);
+      return statement.exec() != 0;
+    });
+  }
+};
+
+UserStore::UserStore(const std::filesystem::path& directory, Access access) : impl_(std::make_unique<Impl>()) {
+  impl_->file = directory / "users.db";
+  if (access == Access::read_write) {
+    make_state_directory(directory);
+    impl_->database.emplace(open_database(impl_->file, kKind));
+  } else {
+    impl_->database = open_database_to_read(impl_->file, kKind);
+  }
+  impl_->with([this](SQLite::Database& open) {
+    open.exec("PRAGMA foreign_keys = ON");
+    impl_->owner.emplace(open, "SELECT user FROM cards WHERE value = ?");
+    return true;
+  });
+}
+
+UserStore::~UserStore() = default;
+
+std::optional<std::int64_t> UserStore::owner_of(std::uint64_t card) const {
+  return impl_->with([&](SQLite::Database&) -> std::optional<std::int64_t> {
+    impl_->owner->bind(1, stored(card));
+    const bool found = impl_->owner->executeStep();
+    const std::int64_t user = found ? impl_->owner->getColumn(0).getInt64() : 0;
+    impl_->owner->reset();
+    return found ? std::optional(user) : std::nullopt;
+  });
+}
+
+bool UserStore::bind(std::uint64_t card, std::int64_t user, const std::string& registration) {
+  return impl_->with([&](SQLite::Database& open) {
+    SQLite::Transaction transaction(open);
+    SQLite::Statement make_user(open, "INSERT OR IGNORE INTO users(id, name) VALUES(?, '')");
+    make_user.bind(1, user);
+    make_user.exec();
+    SQLite::Statement insert(open,
+                             "INSERT OR IGNORE INTO cards(value, user, registration, enrolled) "
+                             "VALUES(?, ?, ?, strftime('%Y-%m-%d %H:%M:%S', 'now', 'localtime'))");
+    insert.bind(1, stored(card));
+    insert.bind(2, user);
+    insert.bind(3, registration);
+    const bool is_new = insert.exec() != 0;
+    if (is_new) {
+      transaction.commit();
+    }
+    return is_new;
+  });
+}
+
+void UserStore::put(const User& user) {
+  impl_->with([&](SQLite::Database& open) {
+    SQLite::Statement upsert(
+        open, "INSERT INTO users(id, name) VALUES(?, ?) ON CONFLICT(id) DO UPDATE SET name = excluded.name");
+    upsert.bind(1, user.id);
+    upsert.bind(2, user.name);
+    return upsert.exec();
+  });
+}
+
+bool UserStore::remove_user(std::int64_t id) { return impl_->change("DELETE FROM users WHERE id = ?", id); }
+
+bool UserStore::remove_card(std::uint64_t card) {
+  return impl_->change("DELETE FROM cards WHERE value = ?", stored(card));
+}
+
+std::vector<User> UserStore::users() const {
+  return impl_->with([](SQLite::Database& open) {
+    std::vector<User> users;
+    SQLite::Statement query(open, "SELECT id, name FROM users ORDER BY id");
+    while (query.executeStep()) {
+      users.push_back({.id = query.getColumn(0).getInt64(), .name = query.getColumn(1)});
+    }
+    return users;
+  });
+}
+
+std::vector<Card> UserStore::cards() const {
+  return impl_->with([](SQLite::Database& open) {
+    std::vector<Card> cards;
+    // The cards with the highest bit set, negative in the file, come last, as unsigned numbers do.
+    SQLite::Statement query(open, "SELECT value, user, registration, enrolled FROM cards ORDER BY value < 0, value");
+    while (query.executeStep()) {
+      cards.push_back({.value = static_cast<std::uint64_t>(query.getColumn(0).getInt64()),
+                       .user = query.getColumn(1).getInt64(),
+                       .registration = query.getColumn(2),
+                       .enrolled = query.getColumn(3)});
+    }
+    return cards;
+  });
+}
+
+void UserStore::seal() {
+  impl_->mutex.lock();  // for good
+  impl_->owner.reset();
+  impl_->database.reset();
+}
+
+}  // namespace refhost

@@ -1,0 +1,203 @@
+// achost config, as a user meets it.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <string>
+
+#include "door/tests/process.h"
+#include "refhost/instance_lock.h"
+#include "refhost/settings_schema.h"
+#include "refhost/tests/support.h"
+
+namespace refhost::test {
+namespace {
+
+class AchostConfig : public testing::Test {
+ protected:
+  std::string state() const { return directory_.path() / "state"; }
+
+  Result config(std::vector<std::string> words) const {
+    words.insert(words.begin(), "config");
+    words.insert(words.end(), {"--state", state()});
+    return achost(words);
+  }
+
+  // The command fails with that status and that one line, and writes nothing.
+  void expect_refused(const std::vector<std::string>& words, int status, const std::string& line) const {
+    const auto result = config(words);
+    EXPECT_EQ(result.status, status);
+    EXPECT_EQ(result.err, "achost: " + line + "\n");
+    EXPECT_EQ(result.out, "");
+    EXPECT_FALSE(std::filesystem::exists(state()));
+  }
+
+ private:
+  TemporaryDirectory directory_;
+};
+
+TEST_F(AchostConfig, GetPrintsTheValueAndWritesNothing) {
+  const auto result = config({"get", "region"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.out, "BRAZIL\n");
+  EXPECT_EQ(result.err, "");
+  EXPECT_FALSE(std::filesystem::exists(state()));
+}
+
+TEST_F(AchostConfig, SetStoresTheValueAndPrintsIt) {
+  const auto result = config({"set", "region", "europe"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.out, "europe\n");
+  EXPECT_EQ(result.err, "");
+  EXPECT_EQ(config({"get", "region"}).out, "europe\n");
+}
+
+class AchostCopy : public AchostConfig {
+ protected:
+  std::string copy(const std::string& text) const {
+    std::ofstream(copy_) << text;
+    return copy_;
+  }
+
+  // Importing that text fails with that line behind the file's name, and changes nothing.
+  void expect_no_copy(const std::string& text, const std::string& line) const {
+    expect_refused({"import", copy(text)}, 2, copy_ + line);
+  }
+
+ private:
+  const TemporaryDirectory directory_;
+  const std::string copy_ = directory_.path() / "settings.txt";
+};
+
+TEST_F(AchostCopy, OfTheSettingsIsReadBack) {
+  EXPECT_EQ(config({"export"}).out, "# The settings that are not the default; achost config import reads them.\n");
+  config({"set", "read_interval", "777"});
+  config({"set", "host", "device_id", "12"});
+  const auto text = config({"export"}).out;
+  EXPECT_NE(text.find("\nuhf.read_interval=777\n"), std::string::npos);
+  config({"set", "read_interval", "888"});
+  config({"set", "host", "device_id", "13"});
+  EXPECT_EQ(config({"import", copy(text)}).out, "2 settings are stored\n");
+  EXPECT_EQ(config({"export"}).out, text);
+}
+
+TEST_F(AchostCopy, MayHaveBlanksCommentsAndNoSection) {
+  const auto result = config({"import", copy("\n  # a comment\r\n\tregion = EUROPE \r\nwork_channel=0-10;12")});
+  EXPECT_EQ(result.out, "2 settings are stored\n") << result.err;
+  EXPECT_EQ(config({"get", "region"}).out, "EUROPE\n");
+  EXPECT_EQ(config({"get", "work_channel"}).out, "0-10;12\n");
+}
+
+TEST_F(AchostCopy, WithAnErrorChangesNothing) {
+  expect_no_copy("region=EUROPE\nread_interval 5\n", ":2: \"read_interval 5\" is no setting: give [SECTION.]KEY=VALUE");
+  expect_no_copy("region=EUROPE\n\nregion=MARS",
+                 ":3: setting region cannot be \"MARS\": allowed is BRAZIL, CHINA_900MHZ, CHINA_800MHZ, AMERICA, "
+                 "EUROPE or KOREA");
+  expect_no_copy("region=EUROPE\nuhf.region=KOREA\n", ":2: uhf.region is set in line 1 already");
+}
+
+TEST_F(AchostCopy, ThatIsNotThereIsNamed) {
+  expect_refused({"import", "/no/such/file"}, 2, "cannot read /no/such/file: No such file or directory");
+}
+
+TEST_F(AchostConfig, SectionMayBeGiven) {
+  EXPECT_EQ(config({"set", "host", "device_id", "12"}).out, "12\n");
+  EXPECT_EQ(config({"get", "host", "device_id"}).out, "12\n");
+  EXPECT_EQ(config({"get", "uhf", "region"}).out, "BRAZIL\n");
+}
+
+TEST_F(AchostConfig, UnknownKeyNamesTheNearest) {
+  const std::string line =
+      "there is no setting reed_interval in section uhf; the nearest is read_interval in section uhf";
+  expect_refused({"get", "reed_interval"}, 2, line);
+  expect_refused({"set", "reed_interval", "1"}, 2, line);
+}
+
+TEST_F(AchostConfig, ValueOutOfRangeIsRefused) {
+  expect_refused({"set", "transmit_power", "65536"}, 2,
+                 "setting transmit_power cannot be \"65536\": allowed is 0 to 65535 (0.01 dBm)");
+  expect_refused({"set", "read_interval", "-1"}, 2,
+                 "setting read_interval cannot be \"-1\": allowed is 0 to 86400000 (ms)");
+}
+
+TEST_F(AchostConfig, WrongUsageIsRefused) {
+  EXPECT_EQ(config({}).status, 2);
+  EXPECT_EQ(config({"get"}).status, 2);
+  EXPECT_EQ(config({"set", "region"}).status, 2);
+  EXPECT_EQ(config({"remove", "region"}).status, 2);
+}
+
+TEST_F(AchostConfig, SetIsRefusedWhileAHostHoldsTheState) {
+  const InstanceLock lock(state());
+  const auto result = config({"set", "region", "KOREA"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.err, "achost: the state directory " + state() + " is in use by process " + std::to_string(getpid()) +
+                            ": end it first, or give another directory with --state\n");
+  EXPECT_EQ(config({"get", "region"}).out, "BRAZIL\n");
+}
+
+TEST_F(AchostConfig, DamagedFileIsRefusedWithTheWayOut) {
+  std::filesystem::create_directories(state());
+  std::ofstream(state() + "/settings.db") << std::string(5000, 'x');
+  const auto result = config({"list"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.err, "achost: " + state() +
+                            "/settings.db is no readable settings database (file is not a database): "
+                            "restore a copy of it, or move it away to begin with the defaults\n");
+}
+
+TEST_F(AchostConfig, ListShowsEverySettingInOneLine) {
+  config({"set", "region", "europe"});
+  std::istringstream lines(config({"list"}).out);
+  std::string line;
+  std::getline(lines, line);
+  EXPECT_TRUE(line.starts_with("KEY ")) << line;
+  for (const Setting& setting : SettingsSchema::builtin().settings()) {
+    ASSERT_TRUE(std::getline(lines, line));
+    const std::string name = (setting.section == "uhf" ? "" : setting.section + ".") + setting.key;
+    EXPECT_TRUE(line.starts_with(name + " ")) << line;
+    EXPECT_NE(line.find(setting.help), std::string::npos) << line;
+    EXPECT_NE(line.find(setting.allowed()), std::string::npos) << line;
+    EXPECT_EQ(line.find(" default ") == std::string::npos, setting.key == "region") << line;
+  }
+  EXPECT_FALSE(std::getline(lines, line)) << line;
+}
+
+TEST_F(AchostConfig, ListAsJsonIsOneObjectALine) {
+  config({"set", "transmit_power", "1000"});
+  std::istringstream lines(config({"list", "--json"}).out);
+  std::string line;
+  for (const Setting& setting : SettingsSchema::builtin().settings()) {
+    ASSERT_TRUE(std::getline(lines, line));
+    const auto object = nlohmann::json::parse(line);
+    const bool changed = setting.key == "transmit_power";
+    EXPECT_EQ(object.at("section"), setting.section);
+    EXPECT_EQ(object.at("key"), setting.key);
+    EXPECT_EQ(object.at("value"), changed ? "1000" : setting.default_value);
+    EXPECT_EQ(object.at("default"), setting.default_value);
+    EXPECT_EQ(object.at("is_default"), !changed);
+    EXPECT_EQ(object.at("unit"), setting.unit);
+    EXPECT_EQ(object.at("allowed"), setting.allowed());
+    EXPECT_EQ(object.at("live"), setting.live);
+    EXPECT_EQ(object.at("help"), setting.help);
+  }
+  EXPECT_FALSE(std::getline(lines, line)) << line;
+}
+
+TEST(Achost, HelpDocumentsTheExitStatuses) {
+  const auto result = achost({"--help"});
+  EXPECT_EQ(result.status, 0);
+  for (const char* status : {"\n  0  ", "\n  1  ", "\n  2  ", "\n  3  ", "\n  5  ", "\n  6  ", "\n  7  ", "\n  8  "}) {
+    EXPECT_NE(result.out.find(status), std::string::npos) << result.out;
+  }
+}
+
+TEST(Achost, WithoutASubcommandIsWrongUsage) {
+  const auto result = achost({});
+  EXPECT_EQ(result.status, 2);
+  EXPECT_EQ(result.err, "achost: A subcommand is required; see achost --help\n");
+}
+
+}  // namespace
+}  // namespace refhost::test

@@ -1,0 +1,112 @@
+#include "door/cli/audit_export.h"
+
+#include <gmock/gmock.h>
+#include <stdlib.h>
+
+#include <ctime>
+#include <nlohmann/json.hpp>
+
+#include "door/base/failure.h"
+#include "refhost/tests/support.h"
+
+namespace achost {
+namespace {
+
+using refhost::AuditEntry;
+
+class AuditExport : public testing::Test {
+ protected:
+  AuditExport() {
+    setenv("TZ", "XXX-2", 1);  // two hours east, as POSIX has it
+    tzset();
+  }
+  ~AuditExport() override { unsetenv("TZ"); }
+
+  const AuditEntry entry{.id = 7, .at = 1767323045006, .record = {.time = "t", .type = 1, .details = "a, \"b\"\nc"}};
+};
+
+TEST_F(AuditExport, TimesAreLocalUnlessTheyHaveAZone) {
+  constexpr std::int64_t kMidnightUtc = 1767312000000;  // 2026-01-02
+  constexpr std::int64_t kHour = 3600000;
+  EXPECT_EQ(time_of("2026-01-02"), kMidnightUtc - 2 * kHour);
+  EXPECT_EQ(time_of("2026-01-02 03:00"), kMidnightUtc + kHour);
+  EXPECT_EQ(time_of("2026-01-02 03:00:01"), kMidnightUtc + kHour + 1000);
+  EXPECT_EQ(time_of("2026-01-02T03:00:00Z"), kMidnightUtc + 3 * kHour);
+  EXPECT_EQ(time_of("2026-01-02T03:00:00+01:00"), kMidnightUtc + 2 * kHour);
+}
+
+TEST_F(AuditExport, ATimeThatIsNoneIsRefused) {
+  for (const char* text : {"", "yesterday", "2026-13-01", "2026-02-30", "2026-01-02 25:00", "2026-01-02x", "03:00"}) {
+    EXPECT_THROW(time_of(text), Failure) << text;
+  }
+  EXPECT_THAT(refhost::test::failure_of([] { time_of("soon"); }),
+              testing::StartsWith("\"soon\" is no time: give 2026-01-31"));
+}
+
+TEST_F(AuditExport, ATableHasOneLineARecord) {
+  EXPECT_EQ(audit_line(entry, AuditForm::table), "7         2026-01-02T05:04:05.006+02:00  config   a, \"b\"\\nc\n");
+}
+
+TEST_F(AuditExport, CsvQuotesWhatNeedsIt) {
+  EXPECT_EQ(audit_heading(AuditForm::csv), "id,written,type,details,time\r\n");
+  EXPECT_EQ(audit_line(entry, AuditForm::csv), "7,2026-01-02T05:04:05.006+02:00,config,\"a, \"\"b\"\"\nc\",t\r\n");
+}
+
+TEST_F(AuditExport, JsonHasEveryField) {
+  EXPECT_EQ(audit_line(entry, AuditForm::json),
+            "{\"id\":7,\"written\":\"2026-01-02T05:04:05.006+02:00\",\"type\":\"config\",\"details\":\"a, "
+            "\\\"b\\\"\\nc\",\"time\":\"t\"}\n");
+}
+
+TEST_F(AuditExport, AnUnknownTypeIsItsNumberAndAnUnknownTimeIsTheWrittenOne) {
+  const AuditEntry odd{.id = 1, .at = 0, .record = {.time = "then", .type = 12, .details = "\xff"}};
+  EXPECT_EQ(audit_line(odd, AuditForm::csv), "1,then,12,\xff,then\r\n");
+  EXPECT_TRUE(nlohmann::json::accept(audit_line(odd, AuditForm::json)));
+}
+
+TEST_F(AuditExport, AFileTakesItsPlaceWhole) {
+  const refhost::test::TemporaryDirectory directory;
+  refhost::AuditLog(directory.path()).append(entry.record);
+  const auto file = directory.path() / "out.csv";
+  export_audit({.state = directory.path(),
+                .types = {"config"},
+                .since = "",
+                .until = "",
+                .last = {},
+                .form = AuditForm::csv,
+                .output = file});
+  EXPECT_THAT(refhost::test::content_of(file), testing::EndsWith(",t\r\n"));
+  EXPECT_FALSE(std::filesystem::exists(file.string() + ".part"));
+}
+
+TEST_F(AuditExport, AFileThatCannotBeWrittenIsNamedAndLeavesNothing) {
+  const refhost::test::TemporaryDirectory directory;
+  refhost::AuditLog(directory.path()).append(entry.record);
+  const auto failure = refhost::test::failure_of([&] {
+    export_audit({.state = directory.path(),
+                  .types = {},
+                  .since = "",
+                  .until = "",
+                  .last = {},
+                  .form = AuditForm::csv,
+                  .output = "/dev/full/x"});
+  });
+  EXPECT_EQ(failure, "cannot write /dev/full/x: Not a directory");
+}
+
+TEST_F(AuditExport, ATypeThatIsNoneNamesAll) {
+  const auto failure = refhost::test::failure_of([&] {
+    export_audit({.state = "/nowhere",
+                  .types = {"boots"},
+                  .since = "",
+                  .until = "",
+                  .last = {},
+                  .form = AuditForm::csv,
+                  .output = ""});
+  });
+  EXPECT_EQ(failure,
+            "there is no audit type \"boots\": there are none, config, api, usb, network, time, online, menu, boot");
+}
+
+}  // namespace
+}  // namespace achost

@@ -1,0 +1,311 @@
+#include "door/control/control.h"
+
+#include <gmock/gmock.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <random>
+#include <thread>
+
+#include "door/control/line_socket.h"
+#include "refhost/settings_schema.h"
+#include "refhost/tests/support.h"
+
+namespace refhost::test {
+namespace {
+
+using testing::HasSubstr;
+using Type = ControlField::Type;
+
+ControlTable commands() {
+  return ControlTable({
+      {"echo",
+       {{"text", Type::text}, {"number", Type::integer, false}, {"flag", Type::flag, false}},
+       [](const Json& request, ControlStream&) {
+         return Json{{"text", request["text"]}};
+       }},
+      {"fail", {}, [](const Json&, ControlStream&) -> Json { throw std::runtime_error("it did not work"); }},
+      {"refuse", {}, [](const Json&, ControlStream&) -> Json { throw SettingError("that is not allowed"); }},
+      {"count",
+       {{"to", Type::integer}},
+       [](const Json& request, ControlStream& stream) {
+         for (int i = 1; i <= request["to"].get<int>() && stream.send({{"number", i}}); ++i) {
+         }
+         return Json::object();
+       }},
+      {"wait",
+       {},
+       [](const Json&, ControlStream& stream) {
+         while (!stream.is_over()) {
+           std::this_thread::sleep_for(std::chrono::milliseconds(1));
+         }
+         return Json::object();
+       }},
+  });
+}
+
+// A client that sends what it likes.
+class RawClient {
+ public:
+  explicit RawClient(const std::filesystem::path& directory) : socket_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    EXPECT_EQ(SocketPlace(directory, "control.sock").connect(socket_), 0);
+  }
+  ~RawClient() { close(socket_); }
+  RawClient(const RawClient&) = delete;
+  RawClient& operator=(const RawClient&) = delete;
+
+  bool send(const std::string& text) const { return send_all(socket_, text); }
+
+  // The next line; "end" when the server has closed.
+  std::string receive() {
+    std::string line;
+    return reader_.next(line, kPatience) == LineReader::Outcome::line ? line : "end";
+  }
+
+ private:
+  int socket_;
+  LineReader reader_{socket_, 1 << 20};
+};
+
+class Control : public testing::Test {
+ protected:
+  Json ask(const Json& request) const {
+    ControlClient client(directory.path());
+    client.send(request);
+    return client.receive();
+  }
+
+  TemporaryDirectory directory;
+  std::optional<ControlServer> server{std::in_place, directory.path(), commands()};
+};
+
+TEST_F(Control, AnswersARequest) {
+  EXPECT_EQ(ask({{"command", "echo"}, {"text", "olá"}}), Json({{"ok", true}, {"text", "olá"}}));
+}
+
+TEST_F(Control, FailuresAreAnswers) {
+  EXPECT_EQ(ask({{"command", "fail"}}), Json({{"ok", false}, {"status", 1}, {"error", "it did not work"}}));
+  EXPECT_EQ(ask({{"command", "refuse"}}), Json({{"ok", false}, {"status", 2}, {"error", "that is not allowed"}}));
+}
+
+TEST_F(Control, RequestsThatAreNoneGetAnErrorAndTheConnectionGoesOn) {
+  RawClient client(directory.path());
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {"", "the request is no JSON"},
+      {"{\"command\":", "the request is no JSON"},
+      {"\xff\xfe", "the request is no JSON"},
+      {std::string(20000, '['), "the request is no JSON"},
+      {"[]", "a request is an object with a text"},
+      {"{}", "a request is an object with a text"},
+      {"{\"command\":5}", "a request is an object with a text"},
+      {"{\"command\":\"no\"}", "unknown command \\\"no\\\": there are echo, fail, refuse, count and wait"},
+      {"{\"command\":\"echo\"}", "\\\"echo\\\" without \\\"text\\\", a text"},
+      {"{\"command\":\"echo\",\"text\":7}", "\\\"text\\\" of \\\"echo\\\" is to be a text"},
+      {"{\"command\":\"echo\",\"text\":\"\",\"number\":1.5}", "is to be a whole number"},
+      {"{\"command\":\"echo\",\"text\":\"\",\"number\":9223372036854775808}", "is to be a whole number"},
+      {"{\"command\":\"echo\",\"text\":\"\",\"flag\":1}", "is to be true or false"},
+      {"{\"command\":\"echo\",\"text\":\"\",\"more\":1}", "has no \\\"more\\\": there are text, number and flag"},
+      {"{\"command\":\"fail\",\"more\":1}", "\\\"fail\\\" has no \\\"more\\\""},
+  };
+  for (const auto& [request, text] : cases) {
+    ASSERT_TRUE(client.send(request + "\n"));
+    const std::string answer = client.receive();
+    EXPECT_THAT(answer, HasSubstr("\"ok\":false,\"status\":2")) << request.substr(0, 40);
+    EXPECT_THAT(answer, HasSubstr(text)) << request.substr(0, 40);
+  }
+  client.send("{\"command\":\"echo\",\"text\":\"still here\"}\n");
+  EXPECT_THAT(client.receive(), HasSubstr("still here"));
+}
+
+TEST_F(Control, ARequestOfTheLongestLengthIsTakenAndALongerOneEndsTheConnection) {
+  const std::string head = R"({"command":"echo","text":")";
+  const std::string tail = "\"}\n";
+  RawClient client(directory.path());
+  const std::string longest(ControlServer::kLongestRequest - head.size() - tail.size(), 'x');
+  client.send(head + longest + tail);
+  EXPECT_EQ(client.receive(), R"({"ok":true,"text":")" + longest + "\"}");
+  client.send(head + longest + "x" + tail);
+  EXPECT_THAT(client.receive(), HasSubstr("a request has at most 65536 bytes"));
+  EXPECT_EQ(client.receive(), "end");
+  EXPECT_EQ(ask({{"command", "echo"}, {"text", "a"}})["ok"], true);
+}
+
+TEST_F(Control, RequestsMayComeInAnyPieces) {
+  RawClient client(directory.path());
+  for (const char c : std::string("{\"command\":\"echo\",\"text\":\"a\"}\n{\"command\":\"echo\",\"text\":\"b\"}\n{")) {
+    client.send(std::string(1, c));
+  }
+  EXPECT_THAT(client.receive(), HasSubstr("\"a\""));
+  EXPECT_THAT(client.receive(), HasSubstr("\"b\""));
+}
+
+TEST_F(Control, ACommandMayAnswerWithManyLines) {
+  ControlClient client(directory.path());
+  client.send({{"command", "count"}, {"to", 3}});
+  for (int i = 1; i <= 3; ++i) {
+    EXPECT_EQ(client.receive(), Json({{"number", i}}));
+  }
+  EXPECT_EQ(client.receive(), Json({{"ok", true}}));
+}
+
+TEST_F(Control, OneClientMoreThanThereMayBeIsRefused) {
+  std::vector<std::unique_ptr<RawClient>> clients;
+  for (std::size_t i = 0; i < ControlServer::kMostClients; ++i) {
+    clients.push_back(std::make_unique<RawClient>(directory.path()));
+    clients.back()->send("{\"command\":\"echo\",\"text\":\"a\"}\n");
+    ASSERT_THAT(clients.back()->receive(), HasSubstr("\"ok\":true"));
+  }
+  RawClient late(directory.path());
+  EXPECT_THAT(late.receive(), HasSubstr("too many clients: at most 16"));
+  EXPECT_EQ(late.receive(), "end");
+  clients.clear();
+  // Its place is free once the server has seen that the others are gone.
+  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  std::string answer;
+  do {
+    RawClient next(directory.path());
+    next.send("{\"command\":\"echo\",\"text\":\"a\"}\n");
+    answer = next.receive();
+  } while (answer.find("\"ok\":true") == std::string::npos && std::chrono::steady_clock::now() < deadline);
+  EXPECT_THAT(answer, HasSubstr("\"ok\":true"));
+}
+
+TEST_F(Control, ARunningCommandHearsThatItsClientHasGone) {
+  { RawClient(directory.path()).send("{\"command\":\"wait\"}\n"); }
+  server.reset();  // waits for the command
+}
+
+TEST_F(Control, TheEndOfTheServerEndsCommandsAndConnections) {
+  RawClient waiting(directory.path());
+  RawClient idle(directory.path());
+  waiting.send("{\"command\":\"wait\"}\n");
+  server.reset();
+  EXPECT_EQ(idle.receive(), "end");
+  EXPECT_THROW(ControlClient(directory.path()), NoHost);
+}
+
+TEST_F(Control, TheSocketIsForItsOwnerAlone) {
+  struct stat status {};
+  ASSERT_EQ(stat((directory.path() / "control.sock").c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777U, 0600U);
+}
+
+// Somebody has opened the way for everyone: who is on the other end is looked at all the same.
+TEST_F(Control, AnotherUsersRequestIsRefused) {
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "only root can become somebody else";
+  }
+  std::filesystem::permissions(directory.path(), std::filesystem::perms(0711));
+  std::filesystem::permissions(directory.path() / "control.sock", std::filesystem::perms(0666));
+  const pid_t child = fork();
+  if (child == 0) {
+    constexpr uid_t kNobody = 65534;
+    const int client = socket(AF_UNIX, SOCK_STREAM, 0);
+    const bool connected = setuid(kNobody) == 0 && SocketPlace(directory.path(), "control.sock").connect(client) == 0;
+    send_all(client, "{\"command\":\"echo\",\"text\":\"x\"}\n");
+    std::string line;
+    LineReader(client, 1 << 20).next(line, kPatience);
+    _exit(!connected ? 2 : line.find("another user's host") == std::string::npos ? 1 : 0);
+  }
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(WEXITSTATUS(status), 0) << "2: no connection; 1: another answer";
+}
+
+TEST_F(Control, ADeadHostsSocketIsReplaced) {
+  const auto socket_file = directory.path() / "control.sock";
+  server.reset();
+  std::ofstream(socket_file) << "left behind";
+  server.emplace(directory.path(), commands());
+  EXPECT_EQ(ask({{"command", "echo"}, {"text", "a"}})["ok"], true);
+}
+
+TEST(ControlSocket, MayLieInADirectoryOfAnyLength) {
+  const TemporaryDirectory directory;
+  const auto deep = directory.path() / std::string(100, 'a') / std::string(100, 'b');
+  std::filesystem::create_directories(deep);
+  const ControlServer server(deep, commands());
+  ControlClient client(deep);
+  client.send({{"command", "echo"}, {"text", "a"}});
+  EXPECT_EQ(client.receive()["ok"], true);
+}
+
+TEST(ControlSocket, WithoutAHostTheWayOutIsTold) {
+  const TemporaryDirectory directory;
+  for (const auto& place : {directory.path(), directory.path() / "missing"}) {
+    EXPECT_EQ(failure_of([&] { ControlClient client(place); }),
+              "no host runs on " + place.string() + ": start one with achost run --state " + place.string());
+  }
+}
+
+TEST(LineReader, ALineThatHasBegunMustEndInTime) {
+  std::array<int, 2> ends{};
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()), 0);
+  LineReader reader(ends[0], 100);
+  std::string line;
+  send_all(ends[1], "whole\nbegun");
+  EXPECT_EQ(reader.next(line, std::chrono::milliseconds(10)), LineReader::Outcome::line);
+  EXPECT_EQ(line, "whole");
+  EXPECT_EQ(reader.next(line, std::chrono::milliseconds(10)), LineReader::Outcome::too_late);
+  close(ends[1]);
+  EXPECT_EQ(reader.next(line, std::chrono::milliseconds(10)), LineReader::Outcome::end);
+  close(ends[0]);
+}
+
+TEST(LineReader, ALineMayBeAsLongAsItsBoundAndNoLonger) {
+  for (const auto& [text, outcome] :
+       std::vector<std::pair<std::string, LineReader::Outcome>>{{"12345\n", LineReader::Outcome::line},
+                                                                {"123456\n", LineReader::Outcome::too_long},
+                                                                {"123456", LineReader::Outcome::too_long}}) {
+    std::array<int, 2> ends{};
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()), 0);
+    send_all(ends[1], text);
+    std::string line;
+    EXPECT_EQ(LineReader(ends[0], 6).next(line, std::chrono::milliseconds(10)), outcome) << text;
+    close(ends[0]);
+    close(ends[1]);
+  }
+}
+
+TEST(SendAll, GivesAPeerUpThatDoesNotRead) {
+  std::array<int, 2> ends{};
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()), 0);
+  const timeval patience{.tv_sec = 0, .tv_usec = 10000};
+  setsockopt(ends[0], SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
+  EXPECT_FALSE(send_all(ends[0], std::string(10 << 20, 'x')));
+  close(ends[1]);
+  EXPECT_FALSE(send_all(ends[0], "nobody is there")) << "and no signal";
+  close(ends[0]);
+}
+
+// Whatever comes, the server answers the next client.
+TEST_F(Control, SurvivesManyClientsWithNonsense) {
+  const std::string good = R"({"command":"count","to":3})";
+  std::vector<std::jthread> clients;
+  for (unsigned thread = 0; thread < 4; ++thread) {
+    clients.emplace_back([&, thread] {
+      std::mt19937 random(thread);
+      for (int round = 0; round < 300; ++round) {
+        RawClient client(directory.path());
+        std::string request = good;
+        for (auto changes = random() % 4; changes > 0; --changes) {
+          request[random() % request.size()] = static_cast<char>(random());
+        }
+        client.send(request.substr(0, random() % (request.size() + 1)) + (random() % 2 == 0 ? "\n" : ""));
+        if (random() % 3 == 0) {
+          client.send("\n");
+          client.receive();
+        }
+      }
+    });
+  }
+  clients.clear();
+  EXPECT_EQ(ask({{"command", "echo"}, {"text", "still here"}})["ok"], true);
+}
+
+}  // namespace
+}  // namespace refhost::test

@@ -1,0 +1,103 @@
+// The stores on a disk that fails at the first, the second, the third ... call of a short story: a clear error each
+// time, and afterwards everything that was acknowledged, and nothing that nobody wrote.
+#include <gmock/gmock.h>
+
+#include <functional>
+#include <set>
+#include <string>
+
+#include "ac/exception.h"
+#include "door/services/user_store.h"
+#include "door/tests/failing_vfs.h"
+#include "refhost/audit_log.h"
+#include "refhost/settings_store.h"
+#include "refhost/tests/support.h"
+
+namespace refhost::test {
+namespace {
+
+// What the story's calls have come to.
+struct Story {
+  std::filesystem::path state;
+  std::set<std::string> acknowledged;
+  std::set<std::string> attempted;
+  std::vector<std::string> errors;
+
+  void attempt(const std::string& name, const std::function<void()>& step) {
+    attempted.insert(name);
+    try {
+      step();
+      acknowledged.insert(name);
+    } catch (const ac::ac_exception& failure) {
+      errors.push_back(failure.what());
+    }
+  }
+};
+
+// Each part opens its file again: that is a place to fail too.
+void tell(Story& story) {
+  for (const std::string details : {"first", "second"}) {
+    story.attempt(details, [&] { AuditLog(story.state).append({"now", 1, details}); });
+  }
+  story.attempt("setting", [&] {
+    SettingsStore(story.state, SettingsStore::Access::read_write).set("uhf", "read_interval", "777");
+  });
+  story.attempt("card", [&] { UserStore(story.state, UserStore::Access::read_write).bind(33, 7, "r"); });
+}
+
+// What is in the files.
+std::set<std::string> found(const std::filesystem::path& state) {
+  std::set<std::string> things;
+  AuditLog::read(state, {}, [&](const AuditEntry& entry) { things.insert(entry.record.details); });
+  if (SettingsStore(state, SettingsStore::Access::read_only).get("uhf", "read_interval") == "777") {
+    things.insert("setting");
+  }
+  const UserStore users(state, UserStore::Access::read_only);
+  if (users.owner_of(33) == 7) {
+    things.insert("card");
+    EXPECT_EQ(users.users().size(), 1U) << "a card without its user";
+  }
+  return things;
+}
+
+class DiskFault : public testing::TestWithParam<int> {
+ protected:
+  FailingVfs disk_;
+};
+
+TEST_P(DiskFault, IsAClearErrorAndLosesNothingAtWhateverCallItComes) {
+  int call = 1;
+  std::size_t failures = 0;
+  for (bool failed = true; failed; ++call) {
+    const TemporaryDirectory directory;
+    Story story{directory.path(), {}, {}, {}};
+    disk_.fail_at(call, GetParam());
+    tell(story);
+    failed = disk_.calls() >= call;
+    EXPECT_TRUE(failed || story.errors.empty()) << "call " << call;
+    failures += story.errors.size();
+    for (const auto& error : story.errors) {
+      EXPECT_THAT(error, testing::HasSubstr(directory.path().string())) << "call " << call;
+      EXPECT_THAT(error, testing::Not(testing::HasSubstr("\n")));
+    }
+    disk_.fail_at(0, SQLITE_OK);
+    Story again{directory.path(), {}, {}, {}};
+    const auto there = found(directory.path());
+    EXPECT_THAT(there, testing::IsSupersetOf(story.acknowledged)) << "call " << call;
+    EXPECT_THAT(there, testing::IsSubsetOf(story.attempted)) << "call " << call;
+    for (const auto& entry : std::filesystem::directory_iterator(directory.path())) {
+      EXPECT_EQ(entry.path().string().find("damaged"), std::string::npos) << "call " << call;
+    }
+    // The disk is well again.
+    tell(again);
+    EXPECT_THAT(again.errors, testing::IsEmpty()) << "call " << call;
+    ASSERT_FALSE(HasFailure());
+  }
+  EXPECT_GT(failures, 50U) << "the story is too short to tell anything";
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, DiskFault, testing::Values(SQLITE_IOERR, SQLITE_FULL),
+                         [](const auto& instance) { return instance.param == SQLITE_FULL ? "Full" : "Broken"; });
+
+}  // namespace
+}  // namespace refhost::test

@@ -1,0 +1,90 @@
+#include "door/services/door_service.h"
+
+#include <chrono>
+
+#include "ac/config_util.h"
+#include "door/tests/service_fixture.h"
+
+namespace refhost::test {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+using Texts = std::vector<std::string>;
+
+class Door : public Services {
+ protected:
+  Door() {
+    set("door_open_time", 100);
+    watch({{"gpio_set_value", {"gpio", "value"}}, {"door_state", {"id", "open", "reason"}}});
+  }
+  ~Door() override { ac::config_util::relay_enabled(2, true); }
+
+  static void request(int reason = kIdentification, int door = 1) {
+    send("actuator_open_door", {{"id", door}, {"reason", reason}});
+  }
+
+  std::optional<DoorService> door{std::in_place};
+};
+
+TEST_F(Door, OpensAndClosesAfterItsTime) {
+  const auto before = steady_clock::now();
+  request(kExitRequest);
+  EXPECT_EQ(seen(4), Texts({"gpio_set_value gpio=18 value=1", "door_state id=1 open=1 reason=1",
+                            "gpio_set_value gpio=18 value=0", "door_state id=1 open=0 reason=1"}));
+  EXPECT_GE(steady_clock::now() - before, milliseconds(100));
+}
+
+TEST_F(Door, AnotherRequestProlongsWithoutOpeningAgain) {
+  set("door_open_time", 600000);
+  request();
+  seen(2);
+  set("door_open_time", 100);
+  request(kExitRequest);
+  EXPECT_EQ(seen(4), Texts({"gpio_set_value gpio=18 value=1", "door_state id=1 open=1 reason=0",
+                            "gpio_set_value gpio=18 value=0", "door_state id=1 open=0 reason=0"}))
+      << "the time counts from the latest request";
+}
+
+TEST_F(Door, ClosesTheRelayThatItOpened) {
+  request();
+  seen(2);
+  set("door_relay", 5);
+  EXPECT_EQ(seen(4).at(2), "gpio_set_value gpio=18 value=0");
+  request();
+  EXPECT_EQ(seen(5).at(4), "gpio_set_value gpio=21 value=1");
+}
+
+TEST_F(Door, ARelayThatIsTakenIsNotTouched) {
+  ac::config_util::relay_enabled(2, false);
+  testing::internal::CaptureStderr();
+  request();
+  request(kIdentification, 2);  // its line in the log tells that the first has been handled
+  door.reset();                 // delivers what waits
+  const std::string log = testing::internal::GetCapturedStderr();
+  EXPECT_NE(log.find("relay 2 shows the tag detector"), std::string::npos) << log;
+}
+
+TEST_F(Door, ARequestThatIsNoneIsLogged) {
+  testing::internal::CaptureStderr();
+  request(kIdentification, 2);
+  send("actuator_open_door", {{"id", 1}});
+  send("actuator_open_door", {{"reason", 1}});
+  request();
+  EXPECT_EQ(seen(1).front(), "gpio_set_value gpio=18 value=1") << "nothing came of the others";
+  const std::string log = testing::internal::GetCapturedStderr();
+  EXPECT_NE(log.find("there is no door 2: there is door 1"), std::string::npos) << log;
+  EXPECT_NE(log.find("without an int \"id\" or \"reason\""), std::string::npos) << log;
+}
+
+TEST_F(Door, ClosesWhenTheServiceEnds) {
+  set("door_open_time", 600000);
+  request();
+  seen(2);
+  door.reset();
+  EXPECT_EQ(seen(4).at(2), "gpio_set_value gpio=18 value=0");
+}
+
+}  // namespace
+}  // namespace refhost::test

@@ -1,0 +1,118 @@
+#include "door/services/enroller_service.h"
+
+#include <SQLiteCpp/SQLiteCpp.h>
+
+#include "door/tests/service_fixture.h"
+
+namespace refhost::test {
+namespace {
+
+using Texts = std::vector<std::string>;
+
+class Enroller : public Services {
+ protected:
+  Enroller() {
+    watch(
+        {{"enroll_rfid_successful", {"user_card", "user_id"}}, {"enroll_timeout", {}}, {"enroller_error", {"error"}}});
+  }
+
+  static void order(std::int64_t user, int remote = 0, const std::string& registration = "", int state = 1) {
+    send("enroll_card", {{"state", state}, {"user_id", user}, {"remote", remote}, {"registration", registration}});
+  }
+  static void present(std::int64_t card) { send("identifier_new_card", {{"value", card}}); }
+
+  UserStore users{directory(), UserStore::Access::read_write};
+  const EnrollerService enroller{users};
+};
+
+TEST_F(Enroller, TheNextCardIsTheUsers) {
+  order(7, 0, "r-1");
+  present(33);
+  present(34);
+  EXPECT_EQ(seen(1), Texts({"enroll_rfid_successful user_card=33 user_id=7"}));
+  ASSERT_EQ(users.cards().size(), 1U) << "one card an enrollment";
+  EXPECT_EQ(users.cards()[0].value, 33U);
+  EXPECT_EQ(users.cards()[0].user, 7);
+  EXPECT_EQ(users.cards()[0].registration, "r-1");
+}
+
+TEST_F(Enroller, ACardBeforeTheOrderIsNotTaken) {
+  present(32);
+  order(7);
+  present(33);
+  EXPECT_EQ(seen(1), Texts({"enroll_rfid_successful user_card=33 user_id=7"}));
+}
+
+TEST_F(Enroller, WithRemoteTheAskerKeepsTheCard) {
+  order(7, 1);
+  present(33);
+  EXPECT_EQ(seen(1), Texts({"enroll_rfid_successful user_card=33 user_id=7"}));
+  EXPECT_TRUE(users.cards().empty());
+}
+
+TEST_F(Enroller, ACardThatIsSomebodysIsRefused) {
+  users.bind(33, 8, "");
+  for (const int remote : {0, 1}) {
+    order(7, remote);
+    present(33);
+    EXPECT_EQ(seen(static_cast<std::size_t>(remote) + 1).back(), "enroller_error error=1");
+  }
+  EXPECT_EQ(users.owner_of(33), 8);
+}
+
+TEST_F(Enroller, WithoutACardItTimesOut) {
+  set("enroll_timeout", 1000);
+  order(7);
+  EXPECT_EQ(seen(1), Texts({"enroll_timeout"}));
+  present(33);
+  set("enroll_timeout", 600000);
+  order(8);
+  present(34);
+  EXPECT_EQ(seen(2).back(), "enroll_rfid_successful user_card=34 user_id=8") << "33 came too late";
+}
+
+TEST_F(Enroller, StateZeroEndsIt) {
+  order(7, 0, "", 0);  // of nothing
+  order(7);
+  order(7, 0, "", 0);
+  present(33);
+  EXPECT_EQ(seen(1), Texts({"enroll_timeout"}));
+  order(8);
+  present(34);
+  EXPECT_EQ(seen(2).back(), "enroll_rfid_successful user_card=34 user_id=8");
+}
+
+TEST_F(Enroller, ASecondOneIsRefusedAndTheFirstGoesOn) {
+  order(7);
+  order(8);
+  present(33);
+  EXPECT_EQ(seen(2), Texts({"enroller_error error=9", "enroll_rfid_successful user_card=33 user_id=7"}));
+}
+
+TEST_F(Enroller, AnOrderThatIsNoneIsRefused) {
+  testing::internal::CaptureStderr();
+  order(0);
+  order(-3);
+  send("enroll_card", {{"state", 1}, {"user_id", 7}});  // an int is no int64
+  send("enroll_card", {{"user_id", std::int64_t{7}}});
+  order(7, 0, std::string(257, 'x'));
+  EXPECT_EQ(seen(5), Texts(5, "enroller_error error=0"));
+  const std::string log = testing::internal::GetCapturedStderr();
+  EXPECT_NE(log.find("without an int64 \"user_id\" of 1 or more"), std::string::npos) << log;
+  EXPECT_NE(log.find("a registration of 257 bytes: at most 256 are taken"), std::string::npos) << log;
+  order(7, 0, std::string(256, 'x'));
+  present(33);
+  EXPECT_EQ(seen(6).back(), "enroll_rfid_successful user_card=33 user_id=7");
+}
+
+TEST_F(Enroller, ACardThatCannotBeStoredIsAnError) {
+  SQLite::Database(directory() / "users.db", SQLite::OPEN_READWRITE).exec("DROP TABLE cards");
+  testing::internal::CaptureStderr();
+  order(7);
+  present(33);
+  EXPECT_EQ(seen(1), Texts({"enroller_error error=0"}));
+  EXPECT_NE(testing::internal::GetCapturedStderr().find("the card is not stored"), std::string::npos);
+}
+
+}  // namespace
+}  // namespace refhost::test

@@ -1,0 +1,105 @@
+#include "door/services/gpio_service.h"
+
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "ac/post_office.h"
+#include "refhost/subscriber.h"
+#include "refhost/tests/support.h"
+
+namespace refhost::test {
+namespace {
+
+class Gpio : public testing::Test {
+ protected:
+  using Notice = std::pair<int, int>;
+
+  static std::optional<int> state_of(int line) {
+    auto question = message("gpio_current_state");
+    question->add_int("gpio", line);
+    return answer_to(std::move(question));
+  }
+
+  static std::optional<int> answer_to(std::unique_ptr<ac::Message> question) {
+    ac::MessageReply reply;
+    question->set_reply(&reply);
+    ac::PostOffice::send_message_sync(std::move(question));
+    int value = -1;
+    return reply.replied() && reply.get_int("value", &value) ? std::optional(value) : std::nullopt;
+  }
+
+  static void set(int line, int value) {
+    auto order = message("gpio_set_value");
+    order->add_int("gpio", line);
+    order->add_int("value", value);
+    ac::PostOffice::send_message(std::move(order));
+  }
+
+  Recorder<Notice> notices;
+  const Subscriber watcher{"watcher", {on("gpio_notified", [this](ac::Message* m) {
+                             Notice notice(-1, -1);
+                             m->get_int("gpio", &notice.first);
+                             m->get_int("value", &notice.second);
+                             notices.add(notice);
+                           })}};
+  const GpioService service;
+};
+
+TEST_F(Gpio, LinesAreLowAtTheStart) {
+  EXPECT_EQ(state_of(0), 0);
+  EXPECT_EQ(state_of(255), 0);
+}
+
+TEST_F(Gpio, SetLineKeepsItsValue) {
+  set(5, 1);
+  EXPECT_EQ(state_of(5), 1);
+  EXPECT_EQ(state_of(4), 0);
+  set(5, 0);
+  EXPECT_EQ(state_of(5), 0);
+}
+
+TEST_F(Gpio, AnyValueButZeroIsHigh) {
+  set(5, -3);
+  EXPECT_EQ(state_of(5), 1);
+}
+
+TEST_F(Gpio, NotifiesOnAChangeOnly) {
+  set(7, 1);
+  set(7, 1);
+  set(7, 9);
+  set(7, 0);
+  set(7, 0);
+  set(8, 1);
+  EXPECT_EQ(notices.wait_for(3), std::vector<Notice>({{7, 1}, {7, 0}, {8, 1}}));
+}
+
+TEST_F(Gpio, LineOutOfRangeIsLoggedAndNotAnswered) {
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(state_of(256), std::nullopt);
+  EXPECT_EQ(state_of(-1), std::nullopt);
+  set(256, 1);
+  EXPECT_EQ(state_of(0), 0);
+  const std::string log = testing::internal::GetCapturedStderr();
+  EXPECT_NE(log.find("\"gpio_current_state\" of line 256: there are lines 0 to 255"), std::string::npos) << log;
+  EXPECT_NE(log.find("\"gpio_current_state\" of line -1"), std::string::npos) << log;
+  EXPECT_NE(log.find("\"gpio_set_value\" of line 256"), std::string::npos) << log;
+}
+
+TEST_F(Gpio, MessageWithoutItsFieldsIsLoggedAndChangesNothing) {
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(answer_to(message("gpio_current_state")), std::nullopt);
+  auto order = message("gpio_set_value");
+  order->add_int("gpio", 3);
+  ac::PostOffice::send_message(std::move(order));
+  EXPECT_EQ(state_of(3), 0);
+  const std::string log = testing::internal::GetCapturedStderr();
+  EXPECT_NE(log.find("\"gpio_current_state\" without an int \"gpio\""), std::string::npos) << log;
+  EXPECT_NE(log.find("\"gpio_set_value\" without an int \"value\""), std::string::npos) << log;
+}
+
+}  // namespace
+}  // namespace refhost::test

@@ -1,0 +1,82 @@
+#include "door/services/identifier_service.h"
+
+#include <SQLiteCpp/SQLiteCpp.h>
+
+#include "door/tests/service_fixture.h"
+
+namespace refhost::test {
+namespace {
+
+using Texts = std::vector<std::string>;
+
+class Identifier : public Services {
+ protected:
+  Identifier() {
+    users.bind(0xFFFFFFFFFFFFFFFF, 7, "");
+    watch({{"identifier_decision", {"value", "device_id", "uuid", "outcome", "user_id"}},
+           {"actuator_open_door", {"id", "reason"}}});
+  }
+
+  static void present(std::int64_t card) {
+    send("identifier_new_card", {{"value", card}, {"device_id", std::int64_t{1}}, {"uuid", "u"}});
+  }
+
+  UserStore users{directory(), UserStore::Access::read_write};
+  const IdentifierService identifier{users};
+};
+
+const std::string kKnownOpens = "identifier_decision value=-1 device_id=1 uuid=u outcome=opens user_id=7";
+
+TEST_F(Identifier, AKnownCardOpensTheDoor) {
+  present(-1);
+  EXPECT_EQ(seen(2), Texts({kKnownOpens, "actuator_open_door id=1 reason=0"}));
+}
+
+TEST_F(Identifier, AnUnknownCardIsReported) {
+  present(33);
+  present(-1);
+  EXPECT_EQ(seen(3), Texts({"identifier_decision value=33 device_id=1 uuid=u outcome=unknown", kKnownOpens,
+                            "actuator_open_door id=1 reason=0"}));
+}
+
+TEST_F(Identifier, SuppressedActionsAreHeldBackUntilAllowed) {
+  send("identifier_supress_actions");
+  present(-1);
+  send("identifier_allow_actions");
+  present(-1);
+  EXPECT_EQ(seen(3), Texts({"identifier_decision value=-1 device_id=1 uuid=u outcome=held_back user_id=7", kKnownOpens,
+                            "actuator_open_door id=1 reason=0"}));
+}
+
+TEST_F(Identifier, EachSuppressionNeedsItsOwnRelease) {
+  send("identifier_allow_actions");  // of nothing
+  send("identifier_supress_actions");
+  send("identifier_supress_actions");
+  send("identifier_allow_actions");
+  present(33);
+  send("identifier_allow_actions");
+  present(33);
+  EXPECT_EQ(seen(2), Texts({"identifier_decision value=33 device_id=1 uuid=u outcome=held_back",
+                            "identifier_decision value=33 device_id=1 uuid=u outcome=unknown"}));
+}
+
+TEST_F(Identifier, UsersThatCannotBeReadOpenNothing) {
+  SQLite::Database(directory() / "users.db", SQLite::OPEN_READWRITE).exec("DROP TABLE cards");
+  testing::internal::CaptureStderr();
+  present(-1);
+  EXPECT_EQ(seen(1), Texts({"identifier_decision value=-1 device_id=1 uuid=u outcome=failed"}));
+  const std::string log = testing::internal::GetCapturedStderr();
+  EXPECT_NE(log.find("the door stays shut"), std::string::npos) << log;
+  EXPECT_NE(log.find("users.db"), std::string::npos) << log;
+}
+
+TEST_F(Identifier, AMessageWithoutItsCardIsLogged) {
+  testing::internal::CaptureStderr();
+  send("identifier_new_card", {{"uuid", "u"}});
+  present(33);
+  EXPECT_EQ(seen(1).front(), "identifier_decision value=33 device_id=1 uuid=u outcome=unknown");
+  EXPECT_NE(testing::internal::GetCapturedStderr().find("without an int64 \"value\""), std::string::npos);
+}
+
+}  // namespace
+}  // namespace refhost::test

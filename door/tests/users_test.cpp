@@ -1,0 +1,108 @@
+#include "door/services/user_store.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <thread>
+
+#include "refhost/tests/support.h"
+
+namespace refhost::test {
+namespace {
+
+class Users : public testing::Test {
+ protected:
+  TemporaryDirectory directory;
+  UserStore users{directory.path(), UserStore::Access::read_write};
+};
+
+constexpr std::uint64_t kHighest = std::numeric_limits<std::uint64_t>::max();
+
+TEST_F(Users, ABoundCardHasItsOwner) {
+  EXPECT_EQ(users.owner_of(33), std::nullopt);
+  EXPECT_TRUE(users.bind(33, 7, "r"));
+  EXPECT_TRUE(users.bind(kHighest, 8, ""));
+  EXPECT_EQ(users.owner_of(33), 7);
+  EXPECT_EQ(users.owner_of(kHighest), 8);
+  EXPECT_EQ(users.users(), std::vector<User>({{7, ""}, {8, ""}}));
+}
+
+TEST_F(Users, ACardHasOneOwner) {
+  users.bind(33, 7, "");
+  EXPECT_FALSE(users.bind(33, 8, ""));
+  EXPECT_FALSE(users.bind(33, 7, ""));
+  EXPECT_EQ(users.owner_of(33), 7);
+  EXPECT_EQ(users.users().size(), 1U) << "nobody is made for a card that is refused";
+}
+
+TEST_F(Users, AUserKeepsHisCardsWhenRenamed) {
+  users.put({7, "Ana"});
+  users.bind(33, 7, "");
+  users.put({7, "Ana Maria 'x'"});
+  EXPECT_EQ(users.users(), std::vector<User>({{7, "Ana Maria 'x'"}}));
+  EXPECT_EQ(users.owner_of(33), 7);
+}
+
+TEST_F(Users, CardsGoWithTheirUser) {
+  users.bind(33, 7, "");
+  users.bind(34, 8, "");
+  EXPECT_TRUE(users.remove_user(7));
+  EXPECT_FALSE(users.remove_user(7));
+  EXPECT_EQ(users.owner_of(33), std::nullopt);
+  EXPECT_EQ(users.owner_of(34), 8);
+}
+
+TEST_F(Users, ACardCanBeTakenAway) {
+  users.bind(kHighest, 7, "");
+  EXPECT_TRUE(users.remove_card(kHighest));
+  EXPECT_FALSE(users.remove_card(kHighest));
+  EXPECT_EQ(users.users().size(), 1U);
+}
+
+TEST_F(Users, ListsAreInTheOrderOfTheirNumbers) {
+  for (const std::uint64_t card : {kHighest, std::uint64_t{5}, std::uint64_t{1} << 63U, std::uint64_t{1}}) {
+    users.bind(card, 7, "r-" + std::to_string(card));
+  }
+  std::vector<std::uint64_t> order;
+  for (const Card& card : users.cards()) {
+    order.push_back(card.value);
+    EXPECT_EQ(card.registration, "r-" + std::to_string(card.value));
+    EXPECT_EQ(card.enrolled.size(), 19U);
+  }
+  EXPECT_EQ(order, std::vector<std::uint64_t>({1, 5, std::uint64_t{1} << 63U, kHighest}));
+}
+
+TEST_F(Users, AnotherStoreOfTheFileSeesThemAtOnce) {
+  users.bind(33, 7, "");
+  UserStore other(directory.path(), UserStore::Access::read_write);
+  EXPECT_EQ(other.owner_of(33), 7);
+  other.remove_card(33);
+  EXPECT_EQ(users.owner_of(33), std::nullopt);
+  EXPECT_EQ(UserStore(directory.path(), UserStore::Access::read_only).users().size(), 1U);
+}
+
+TEST_F(Users, ManyThreadsMayCall) {
+  {
+    std::vector<std::jthread> threads;
+    for (std::uint64_t thread = 0; thread < 4; ++thread) {
+      threads.emplace_back([this, thread] {
+        for (std::uint64_t i = 0; i < 10; ++i) {
+          users.bind(thread * 100 + i, 7, "");
+          EXPECT_EQ(users.owner_of(thread * 100 + i), 7);
+        }
+      });
+    }
+  }
+  EXPECT_EQ(users.cards().size(), 40U);
+}
+
+TEST(UserStore, WithoutAFileThereIsNobodyAndNoneIsMade) {
+  const TemporaryDirectory directory;
+  const UserStore users(directory.path(), UserStore::Access::read_only);
+  EXPECT_TRUE(users.users().empty());
+  EXPECT_EQ(users.owner_of(33), std::nullopt);
+  EXPECT_FALSE(std::filesystem::exists(directory.path() / "users.db"));
+}
+
+}  // namespace
+}  // namespace refhost::test
