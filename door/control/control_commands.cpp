@@ -78,15 +78,15 @@ Json press_exit_button() {
   return Json::object();
 }
 
-uhfsim::SimulatedReader& simulated(Reader& reader) {
-  if (reader.simulated() == nullptr) {
-    throw std::runtime_error("the reader at " + reader.port() + " is a real one: its field is what stands before it");
+uhfsim::SimulatedReader& simulated(const ControlledHost& host) {
+  if (host.simulated == nullptr) {
+    throw std::runtime_error("the reader at " + host.reader + " is a real one: its field is what stands before it");
   }
-  return *reader.simulated();
+  return *host.simulated;
 }
 
-Json change_field(Reader& reader, const Json& request) {
-  auto& simulation = simulated(reader);
+Json change_field(const ControlledHost& host, const Json& request) {
+  auto& simulation = simulated(host);
   try {
     const auto line = request["line"].get<std::string>();
     const auto words = uhfsim::wordsOf(line);
@@ -100,9 +100,9 @@ Json change_field(Reader& reader, const Json& request) {
   return Json::object();
 }
 
-Json show_field(Reader& reader) {
+Json show_field(const ControlledHost& host) {
   Json tags = Json::array();
-  for (const auto& tag : simulated(reader).field().snapshot()) {
+  for (const auto& tag : simulated(host).field().snapshot()) {
     tags.push_back(Json{{"epc", uhfsim::hexOf(tag.epc)}, {"rssi", tag.rssi}, {"probability", tag.probability}});
   }
   return {{"tags", tags}};
@@ -132,8 +132,8 @@ refhost::ControlTable control_table(const ControlledHost& host) {
         {"save", Type::flag, false},
         {"wait", Type::flag, false}},
        [host](const Json& request, ControlStream& stream) { return enroll(request, host.plugin(), stream); }},
-      {"field", {{"line"}}, [host](const Json& request, ControlStream&) { return change_field(host.reader, request); }},
-      {"field_show", {}, [host](const Json&, ControlStream&) { return show_field(host.reader); }},
+      {"field", {{"line"}}, [host](const Json& request, ControlStream&) { return change_field(host, request); }},
+      {"field_show", {}, [host](const Json&, ControlStream&) { return show_field(host); }},
       {"status", {}, [host](const Json&, ControlStream&) { return status_of(host); }},
       {"events",
        {{"types", Type::text, false}},

@@ -8,8 +8,8 @@
 
 #include "door/control/control.h"
 #include "door/services/gpio_service.h"
-#include "door/simulation/reader.h"
 #include "refhost/settings_store.h"
+#include "uhfsim/simulated_reader.h"
 
 namespace achost {
 
@@ -19,7 +19,8 @@ struct ControlledHost {
   std::chrono::steady_clock::time_point started;
   refhost::SettingsStore& settings;
   const refhost::GpioService& gpio;
-  Reader& reader;
+  std::string reader;                  // where it is, for a person
+  uhfsim::SimulatedReader* simulated;  // null when the reader is a real one
   std::function<std::string()> plugin;  // the name of the plug-in that runs; empty until it has started
 };
 

@@ -55,7 +55,7 @@ Json status_of(const ControlledHost& host) {
           {"uptime_s", std::chrono::duration_cast<std::chrono::seconds>(uptime).count()},
           {"state", host.state.string()},
           {"plugin", plugin.empty() ? Json(nullptr) : Json(plugin)},
-          {"reader", host.reader.description()},
+          {"reader", host.reader},
           {"settings", reader_settings(host.settings)},
           {"threads", threads()},
           {"queues", queues()},

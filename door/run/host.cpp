@@ -85,7 +85,7 @@ void Host::start_plugin(const std::string& path) {
 
 ControlledHost Host::controlled() {
   return {
-      .state = state_, .started = started_, .settings = settings_, .gpio = gpio_, .reader = reader_, .plugin = [this] {
+      .state = state_, .started = started_, .settings = settings_, .gpio = gpio_, .reader = reader_.description(), .simulated = reader_.simulated(), .plugin = [this] {
         return plugin();
       }};
 }

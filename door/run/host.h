@@ -17,7 +17,7 @@
 #include "door/services/gpio_service.h"
 #include "door/services/identifier_service.h"
 #include "door/services/user_store.h"
-#include "door/simulation/reader.h"
+#include "door/run/reader.h"
 #include "refhost/audit_log.h"
 #include "refhost/instance_lock.h"
 #include "refhost/loader.h"

@@ -1,7 +1,7 @@
 // achost run
 #pragma once
 
-#include "door/base/run_options.h"
+#include "door/run/run_options.h"
 
 namespace achost {
 

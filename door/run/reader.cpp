@@ -1,4 +1,4 @@
-#include "door/simulation/reader.h"
+#include "door/run/reader.h"
 
 #include <utility>
 

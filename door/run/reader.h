@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "door/base/assignment.h"
-#include "door/base/run_options.h"
+#include "door/run/run_options.h"
 #include "door/simulation/story.h"
 #include "line/port_guard.h"
 #include "uhfsim/simulated_reader.h"
