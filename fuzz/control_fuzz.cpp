@@ -12,18 +12,18 @@
 #include "input.h"
 #include "temporary_directory.h"
 
-using refhost::ControlField;
-using refhost::ControlServer;
-using refhost::Json;
+using achost::ControlField;
+using achost::ControlServer;
+using achost::Json;
 
 namespace {
 
-refhost::ControlTable table() {
-  const auto echo = [](const Json& request, refhost::ControlStream&) { return Json{{"request", request}}; };
-  return refhost::ControlTable({
+achost::ControlTable table() {
+  const auto echo = [](const Json& request, achost::ControlStream&) { return Json{{"request", request}}; };
+  return achost::ControlTable({
       {"echo", {{"text", ControlField::Type::text}, {"number", ControlField::Type::integer, false}}, echo},
       {"flag", {{"on", ControlField::Type::flag}}, echo},
-      {"fail", {}, [](const Json&, refhost::ControlStream&) -> Json { throw std::runtime_error("\xFF no text"); }},
+      {"fail", {}, [](const Json&, achost::ControlStream&) -> Json { throw std::runtime_error("\xFF no text"); }},
   });
 }
 
@@ -36,8 +36,8 @@ const std::filesystem::path& directory() {
 // All that the server answers to these bytes.
 std::string conversation(const std::string& said) {
   const int client = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  fuzz::require(refhost::SocketPlace(directory(), "control.sock").connect(client) == 0, "the server listens");
-  refhost::send_all(client, said);
+  fuzz::require(achost::SocketPlace(directory(), "control.sock").connect(client) == 0, "the server listens");
+  achost::send_all(client, said);
   shutdown(client, SHUT_WR);
   std::string heard;
   char buffer[4096];

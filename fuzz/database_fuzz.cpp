@@ -27,7 +27,7 @@ void useAudit(const path& directory) {
 }
 
 void useUsers(const path& directory) {
-  refhost::UserStore users(directory, refhost::UserStore::Access::read_write);
+  achost::UserStore users(directory, achost::UserStore::Access::read_write);
   users.bind(42, 7, "");
   users.owner_of(42);
   users.users();

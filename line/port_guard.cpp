@@ -15,7 +15,7 @@
 #include <fstream>
 #include <optional>
 
-namespace refhost {
+namespace line {
 namespace {
 
 namespace fs = std::filesystem;
@@ -135,4 +135,4 @@ PortGuard::PortGuard(const std::string& path, const std::string& alternative) : 
 
 PortGuard::~PortGuard() { close(fd_); }
 
-}  // namespace refhost
+}  // namespace line

@@ -4,7 +4,7 @@
 #include <stdexcept>
 #include <string>
 
-namespace refhost {
+namespace line {
 
 // A port that cannot be had. what() is one line with the way out.
 class PortError : public std::runtime_error {
@@ -39,4 +39,4 @@ class PortGuard {
 // The line for a port that could not be opened for that reason (an errno).
 std::string open_failure_text(const std::string& path, int reason, const std::string& alternative);
 
-}  // namespace refhost
+}  // namespace line

@@ -23,9 +23,9 @@
 #include "door/tests/process.h"
 #include "refhost/tests/support.h"
 
+using achost::test::Achost;
+using achost::test::Result;
 using nlohmann::json;
-using refhost::test::Achost;
-using refhost::test::Result;
 using testing::HasSubstr;
 
 namespace {
@@ -39,7 +39,7 @@ class Device : public testing::Test {
 
   Result command(std::vector<std::string> words) const {
     words.insert(words.end(), {"--state", state()});
-    return refhost::test::achost(std::move(words));
+    return achost::test::achost(std::move(words));
   }
 
   // The output of a command that succeeds.
@@ -432,7 +432,7 @@ TEST_F(Device, ATemporaryStateGoesWithTheRun) {
   const refhost::test::TemporaryDirectory place;
   setenv("TMPDIR", place.path().c_str(), 1);
   const auto result =
-      refhost::test::achost({"run", "--plugin", UHF_SO, "--temporary-state", "--simulate", "--seconds", "0.3"});
+      achost::test::achost({"run", "--plugin", UHF_SO, "--temporary-state", "--simulate", "--seconds", "0.3"});
   unsetenv("TMPDIR");
   EXPECT_EQ(result.status, 0) << result.err;
   EXPECT_TRUE(std::filesystem::is_empty(place.path()));

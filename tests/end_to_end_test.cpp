@@ -14,9 +14,9 @@
 #include "uhfsim/scenario.h"
 #include "uhfsim/simulated_reader.h"
 
+using achost::test::Achost;
+using achost::test::Result;
 using nlohmann::json;
-using refhost::test::Achost;
-using refhost::test::Result;
 using std::chrono::milliseconds;
 
 namespace {

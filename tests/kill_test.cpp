@@ -20,9 +20,9 @@
 #include "refhost/settings_store.h"
 #include "refhost/tests/support.h"
 
-using refhost::ControlClient;
-using refhost::Json;
-using refhost::test::Achost;
+using achost::ControlClient;
+using achost::Json;
+using achost::test::Achost;
 using std::chrono::milliseconds;
 
 namespace {
@@ -140,7 +140,7 @@ class Kill : public testing::Test {
     for (const auto& [id, details] : acknowledged.records) {
       EXPECT_EQ(records[id], details) << "audit record " << id;
     }
-    const refhost::UserStore users(state(), refhost::UserStore::Access::read_only);
+    const achost::UserStore users(state(), achost::UserStore::Access::read_only);
     for (const auto& [card, user] : acknowledged.cards) {
       EXPECT_EQ(users.owner_of(card), user) << "card " << card;
     }

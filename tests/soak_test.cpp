@@ -18,9 +18,9 @@
 #include "refhost/tests/support.h"
 #include "uhfsim/simulated_reader.h"
 
-using refhost::ControlClient;
-using refhost::Json;
-using refhost::test::Achost;
+using achost::ControlClient;
+using achost::Json;
+using achost::test::Achost;
 using std::chrono::seconds;
 using std::chrono::steady_clock;
 

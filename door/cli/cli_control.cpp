@@ -12,8 +12,6 @@
 namespace achost {
 namespace {
 
-using refhost::Json;
-
 std::string dump(const Json& json) { return json.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n"; }
 
 void add_status(CLI::App& app) {

@@ -16,8 +16,6 @@
 namespace achost {
 namespace {
 
-using refhost::Json;
-using refhost::UserStore;
 using refhost::log::escape;
 using Access = UserStore::Access;
 
@@ -68,7 +66,7 @@ void list_users(const UserOptions& options) {
   std::string json;
   const auto cards = store.cards();
   for (const auto& user : store.users()) {
-    const auto count = std::ranges::count(cards, user.id, &refhost::Card::user);
+    const auto count = std::ranges::count(cards, user.id, &Card::user);
     rows.push_back({std::to_string(user.id), std::to_string(count), escape(user.name)});
     json += dump({{"user", user.id}, {"name", user.name}, {"cards", count}});
   }

@@ -5,9 +5,6 @@
 namespace achost {
 namespace {
 
-using refhost::ControlClient;
-using refhost::Json;
-
 // The answer when the line is one that says that it went well. Throws Failure when it says that it did not.
 void check(const Json& line) {
   if (!line.value("ok", true)) {
@@ -29,7 +26,7 @@ Json ask(const std::filesystem::path& state, const Json& request) {
 std::optional<Json> ask_if_running(const std::filesystem::path& state, const Json& request) {
   try {
     return ask(state, request);
-  } catch (const refhost::NoHost&) {
+  } catch (const NoHost&) {
     return std::nullopt;
   }
 }

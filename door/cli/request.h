@@ -9,15 +9,14 @@
 
 namespace achost {
 
-// The answer without "ok". Throws refhost::NoHost when none runs, and Failure with the host's own words when it
+// The answer without "ok". Throws NoHost when none runs, and Failure with the host's own words when it
 // refuses.
-refhost::Json ask(const std::filesystem::path& state, const refhost::Json& request);
+Json ask(const std::filesystem::path& state, const Json& request);
 
 // The same; nothing when no host runs there.
-std::optional<refhost::Json> ask_if_running(const std::filesystem::path& state, const refhost::Json& request);
+std::optional<Json> ask_if_running(const std::filesystem::path& state, const Json& request);
 
 // Hand each line that comes before the answer to a function, until it returns false.
-void follow(const std::filesystem::path& state, const refhost::Json& request,
-            const std::function<bool(const refhost::Json&)>& take);
+void follow(const std::filesystem::path& state, const Json& request, const std::function<bool(const Json&)>& take);
 
 }  // namespace achost

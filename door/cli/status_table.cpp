@@ -9,7 +9,6 @@
 namespace achost {
 namespace {
 
-using refhost::Json;
 using Rows = std::vector<std::vector<std::string>>;
 
 // "3 h 25 min", "12 s".

@@ -8,6 +8,6 @@
 namespace achost {
 
 // status: the answer to the command "status".
-std::string status_table(const refhost::Json& status);
+std::string status_table(const Json& status);
 
 }  // namespace achost

@@ -11,7 +11,7 @@
 
 #include "ac/exception.h"
 
-namespace refhost {
+namespace achost {
 
 using Json = nlohmann::ordered_json;
 
@@ -119,4 +119,4 @@ class ControlClient {
   std::string pending_;
 };
 
-}  // namespace refhost
+}  // namespace achost

@@ -9,7 +9,7 @@
 #include "door/control/control.h"
 #include "door/control/line_socket.h"
 
-namespace refhost {
+namespace achost {
 namespace {
 
 constexpr const char* kSocketName = "control.sock";
@@ -69,4 +69,4 @@ Json ControlClient::receive() {
   }
 }
 
-}  // namespace refhost
+}  // namespace achost

@@ -11,9 +11,7 @@
 namespace achost {
 namespace {
 
-using refhost::ControlStream;
-using refhost::Json;
-using Type = refhost::ControlField::Type;
+using Type = ControlField::Type;
 
 // How long the plug-in may take to apply a setting; the reader's answers are the slowest part of it.
 constexpr std::chrono::seconds kLongestHandling{10};
@@ -48,7 +46,7 @@ Json set_setting(refhost::SettingsStore& store, const Json& request) {
   return setting_json(store, setting);
 }
 
-Json list_lines(const refhost::GpioService& gpio) {
+Json list_lines(const GpioService& gpio) {
   Json lines = Json::array();
   int line = 0;
   for (const int level : gpio.levels()) {
@@ -60,12 +58,12 @@ Json list_lines(const refhost::GpioService& gpio) {
 Json set_line(const Json& request) {
   const auto line = request["line"].get<std::int64_t>();
   const auto value = request["value"].get<std::int64_t>();
-  if (line < 0 || line >= refhost::GpioService::kLines) {
-    throw refhost::RequestError("there is no GPIO line " + std::to_string(line) + ": there are lines 0 to " +
-                                std::to_string(refhost::GpioService::kLines - 1));
+  if (line < 0 || line >= GpioService::kLines) {
+    throw RequestError("there is no GPIO line " + std::to_string(line) + ": there are lines 0 to " +
+                       std::to_string(GpioService::kLines - 1));
   }
   if (value != 0 && value != 1) {
-    throw refhost::RequestError("a GPIO line cannot be " + std::to_string(value) + ": it is 0 or 1");
+    throw RequestError("a GPIO line cannot be " + std::to_string(value) + ": it is 0 or 1");
   }
   refhost::send("gpio_set_value", {{"gpio", static_cast<int>(line)}, {"value", static_cast<int>(value)}});
   return {{"line", line}, {"value", value}};
@@ -95,7 +93,7 @@ Json change_field(const ControlledHost& host, const Json& request) {
     }
     uhfsim::apply(uhfsim::parseCommand(words), simulation.field(), simulation.faults());
   } catch (const uhfsim::CommandError& failure) {
-    throw refhost::RequestError(failure.what());
+    throw RequestError(failure.what());
   }
   return Json::object();
 }
@@ -110,8 +108,8 @@ Json show_field(const ControlledHost& host) {
 
 }  // namespace
 
-refhost::ControlTable control_table(const ControlledHost& host) {
-  return refhost::ControlTable({
+ControlTable control_table(const ControlledHost& host) {
+  return ControlTable({
       {"config_list", {}, [host](const Json&, ControlStream&) { return list_settings(host.settings); }},
       {"config_get",
        {{"section"}, {"key"}},

@@ -18,13 +18,13 @@ struct ControlledHost {
   std::filesystem::path state;
   std::chrono::steady_clock::time_point started;
   refhost::SettingsStore& settings;
-  const refhost::GpioService& gpio;
-  std::string reader;                  // where it is, for a person
-  uhfsim::SimulatedReader* simulated;  // null when the reader is a real one
+  const GpioService& gpio;
+  std::string reader;                   // where it is, for a person
+  uhfsim::SimulatedReader* simulated;   // null when the reader is a real one
   std::function<std::string()> plugin;  // the name of the plug-in that runs; empty until it has started
 };
 
 // config_list, config_get, config_set, gpio_list, gpio_set, rex, enroll, field, field_show, status and events.
-refhost::ControlTable control_table(const ControlledHost& host);
+ControlTable control_table(const ControlledHost& host);
 
 }  // namespace achost

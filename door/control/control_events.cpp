@@ -13,8 +13,6 @@
 namespace achost {
 namespace {
 
-using refhost::Json;
-
 // Lines on their way from the bus to the client.
 class Backlog {
  public:
@@ -61,7 +59,7 @@ std::set<std::string> types_of(const Json& request) {
 
 }  // namespace
 
-Json follow_events(const Json& request, refhost::ControlStream& stream) {
+Json follow_events(const Json& request, ControlStream& stream) {
   const auto types = types_of(request);
   Backlog backlog;
   const refhost::BusTap tap([&](const ac::Message& message) {

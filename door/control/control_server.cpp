@@ -20,7 +20,7 @@
 #include "refhost/log.h"
 #include "refhost/settings_schema.h"
 
-namespace refhost {
+namespace achost {
 namespace {
 
 constexpr const char* kSocketName = "control.sock";
@@ -94,7 +94,7 @@ class Connection : public ControlStream {
       return error(kWrong, "the request is no JSON");
     } catch (const RequestError& failure) {
       return error(kWrong, failure.what());
-    } catch (const SettingError& failure) {
+    } catch (const refhost::SettingError& failure) {
       return error(kWrong, failure.what());
     } catch (const std::exception& failure) {
       return error(kFailed, failure.what());
@@ -207,4 +207,4 @@ ControlServer::~ControlServer() {
 
 void ControlServer::unlink() noexcept { impl_->place.unlink(); }
 
-}  // namespace refhost
+}  // namespace achost

@@ -9,12 +9,11 @@
 namespace achost {
 namespace {
 
-using refhost::Json;
-
 Json threads() {
   using refhost::WatchdogTable;
   Json list = Json::array();
-  for (const auto& [name, silence] : WatchdogTable::instance().silences(WatchdogTable::Clock::now())) {
+  for (const auto& [name, silence] :
+       refhost::WatchdogTable::instance().silences(refhost::WatchdogTable::Clock::now())) {
     list.push_back({{"name", name}, {"silent_ms", silence.count()}});
   }
   return list;

@@ -6,6 +6,6 @@
 namespace achost {
 
 // Uptime, plug-in, reader, threads with their last keep-alive, queues, counters and the reader's settings.
-refhost::Json status_of(const ControlledHost& host);
+Json status_of(const ControlledHost& host);
 
 }  // namespace achost

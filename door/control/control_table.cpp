@@ -2,7 +2,7 @@
 
 #include "door/control/control.h"
 
-namespace refhost {
+namespace achost {
 namespace {
 
 using Type = ControlField::Type;
@@ -72,4 +72,4 @@ const ControlCommand& ControlTable::check(const Json& request) const {
   return *command;
 }
 
-}  // namespace refhost
+}  // namespace achost

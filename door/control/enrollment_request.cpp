@@ -14,8 +14,6 @@
 namespace achost {
 namespace {
 
-using refhost::Json;
-
 // The first outcome that comes after its making.
 class Outcome {
  public:
@@ -26,7 +24,7 @@ class Outcome {
                                            {"enroller_error", see(), false}}) {}
 
   // Wait for it, as long as the enroller may take and the client is there.
-  std::optional<Event> wait(refhost::ControlStream& stream) {
+  std::optional<Event> wait(ControlStream& stream) {
     using std::chrono::milliseconds;
     constexpr milliseconds kLook(200);
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5) +
@@ -63,18 +61,18 @@ class Outcome {
 
 }  // namespace
 
-Json enroll(const Json& request, const std::string& plugin, refhost::ControlStream& stream) {
+Json enroll(const Json& request, const std::string& plugin, ControlStream& stream) {
   if (plugin.empty()) {
     throw std::runtime_error("the plug-in has not started yet: see achost status");
   }
   const auto user = request["user"].get<std::int64_t>();
   const std::string registration = request.value("registration", "");
   if (user < 1) {
-    throw refhost::RequestError("a user has a number of 1 or more, not " + std::to_string(user));
+    throw RequestError("a user has a number of 1 or more, not " + std::to_string(user));
   }
-  if (registration.size() > refhost::EnrollerService::kLongestRegistration) {
-    throw refhost::RequestError("a registration has at most " +
-                                std::to_string(refhost::EnrollerService::kLongestRegistration) + " bytes");
+  if (registration.size() > EnrollerService::kLongestRegistration) {
+    throw RequestError("a registration has at most " + std::to_string(EnrollerService::kLongestRegistration) +
+                       " bytes");
   }
   Outcome outcome(user);
   refhost::send("enroller_remote_enroll", {{"type", "card"},

@@ -7,6 +7,6 @@ namespace achost {
 
 // Sends "enroller_remote_enroll" for a card of "user". With "wait": true it waits for the outcome: the answer has the
 // card, or the failure is thrown. plugin: the name of the plug-in that runs; without one nobody would answer.
-refhost::Json enroll(const refhost::Json& request, const std::string& plugin, refhost::ControlStream& stream);
+Json enroll(const Json& request, const std::string& plugin, ControlStream& stream);
 
 }  // namespace achost

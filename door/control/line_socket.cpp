@@ -13,7 +13,7 @@
 #include <cstring>
 #include <system_error>
 
-namespace refhost {
+namespace achost {
 namespace {
 
 using std::chrono::milliseconds;
@@ -109,4 +109,4 @@ bool LineReader::take(std::string& line) {
   return true;
 }
 
-}  // namespace refhost
+}  // namespace achost

@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-namespace refhost {
+namespace achost {
 
 // The address of a socket in a directory, however long the directory's path is: the name goes through the open
 // directory, since a socket's address has room for 107 bytes only. Throws std::system_error.
@@ -55,4 +55,4 @@ class LineReader {
   std::string pending_;
 };
 
-}  // namespace refhost
+}  // namespace achost

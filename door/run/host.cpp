@@ -65,7 +65,7 @@ Host::Host(const std::filesystem::path& state, Reader& reader, Printer::Form for
       lock_(state),
       settings_(state, refhost::SettingsStore::Access::read_write),
       audit_(state),
-      users_(state, refhost::UserStore::Access::read_write),
+      users_(state, UserStore::Access::read_write),
       printer_(form, [this](int reason) { output_lost(reason); }),
       watchdog_(refhost::WatchdogTable::instance(), checking_period(watchdog_limit), end_late,
                 [this] { supervisor_.tell("WATCHDOG=1"); }),
@@ -84,10 +84,13 @@ void Host::start_plugin(const std::string& path) {
 }
 
 ControlledHost Host::controlled() {
-  return {
-      .state = state_, .started = started_, .settings = settings_, .gpio = gpio_, .reader = reader_.description(), .simulated = reader_.simulated(), .plugin = [this] {
-        return plugin();
-      }};
+  return {.state = state_,
+          .started = started_,
+          .settings = settings_,
+          .gpio = gpio_,
+          .reader = reader_.description(),
+          .simulated = reader_.simulated(),
+          .plugin = [this] { return plugin(); }};
 }
 
 std::string Host::plugin() const {

@@ -11,13 +11,13 @@
 #include "door/control/control_commands.h"
 #include "door/run/ending.h"
 #include "door/run/printer.h"
+#include "door/run/reader.h"
 #include "door/run/supervisor.h"
 #include "door/services/door_service.h"
 #include "door/services/enroller_service.h"
 #include "door/services/gpio_service.h"
 #include "door/services/identifier_service.h"
 #include "door/services/user_store.h"
-#include "door/run/reader.h"
 #include "refhost/audit_log.h"
 #include "refhost/instance_lock.h"
 #include "refhost/loader.h"
@@ -61,17 +61,17 @@ class Host {
   refhost::InstanceLock lock_;
   refhost::SettingsStore settings_;
   refhost::AuditLog audit_;
-  refhost::UserStore users_;
+  UserStore users_;
   Ending ending_;
   const Supervisor supervisor_;
   Printer printer_;
-  refhost::GpioService gpio_;
-  refhost::DoorService door_;
-  refhost::IdentifierService identifier_{users_};
-  refhost::EnrollerService enroller_{users_};
+  GpioService gpio_;
+  DoorService door_;
+  IdentifierService identifier_{users_};
+  EnrollerService enroller_{users_};
   refhost::Watchdog watchdog_;
   std::atomic<const refhost::LoadedPlugin*> plugin_ = nullptr;  // once it has started; written by its thread
-  refhost::ControlServer control_;
+  ControlServer control_;
 };
 
 }  // namespace achost

@@ -45,9 +45,9 @@ Reader::Reader(const RunOptions& options, const std::filesystem::path& state,
   if (!options.simulate) {
     port_ = wanted_port(options, state, assignments);
     try {
-      guard_ = std::make_unique<refhost::PortGuard>(port_, "try --simulate");
-    } catch (const refhost::PortError& failure) {
-      throw Failure(failure.kind() == refhost::PortError::Kind::busy ? kPortBusy : kNoReader, failure.what());
+      guard_ = std::make_unique<line::PortGuard>(port_, "try --simulate");
+    } catch (const line::PortError& failure) {
+      throw Failure(failure.kind() == line::PortError::Kind::busy ? kPortBusy : kNoReader, failure.what());
     }
     return;
   }

@@ -36,7 +36,7 @@ class Reader {
 
  private:
   std::string port_;
-  std::unique_ptr<refhost::PortGuard> guard_;
+  std::unique_ptr<line::PortGuard> guard_;
   Story story_;
   std::unique_ptr<uhfsim::SimulatedReader> simulated_;  // last: it stops telling the story before that goes
 };

@@ -7,8 +7,8 @@
 #include "door/base/assignment.h"
 #include "door/base/state_directory.h"
 #include "door/run/host.h"
-#include "door/run/temporary_state.h"
 #include "door/run/reader.h"
+#include "door/run/temporary_state.h"
 #include "refhost/loader.h"
 #include "refhost/log.h"
 

@@ -8,16 +8,18 @@
 #include "refhost/relays.h"
 #include "refhost/send.h"
 
-namespace refhost {
+namespace achost {
 namespace {
 
 constexpr int kDoor = 1;
 
 void switch_relay(int relay, int value) {
-  send("gpio_set_value", {{"gpio", ac::config_util::relay_gpio(relay)}, {"value", value}});
+  refhost::send("gpio_set_value", {{"gpio", ac::config_util::relay_gpio(relay)}, {"value", value}});
 }
 
-void tell_state(int open, int reason) { send("door_state", {{"id", kDoor}, {"open", open}, {"reason", reason}}); }
+void tell_state(int open, int reason) {
+  refhost::send("door_state", {{"id", kDoor}, {"open", open}, {"reason", reason}});
+}
 
 }  // namespace
 
@@ -34,25 +36,26 @@ void DoorService::request(const ac::Message& message) {
   int door = 0;
   int reason = 0;
   if (!message.get_int("id", &door) || !message.get_int("reason", &reason)) {
-    log::warning("door: \"actuator_open_door\" without an int \"id\" or \"reason\"");
+    refhost::log::warning("door: \"actuator_open_door\" without an int \"id\" or \"reason\"");
   } else if (door != kDoor) {
-    log::warning("door: there is no door " + std::to_string(door) + ": there is door " + std::to_string(kDoor));
+    refhost::log::warning("door: there is no door " + std::to_string(door) + ": there is door " +
+                          std::to_string(kDoor));
   } else {
     open_or_prolong(reason);
   }
 }
 
 void DoorService::open_or_prolong(int reason) {
-  const auto until =
-      Timer::Clock::now() + std::chrono::milliseconds(ac::config_util::get_int("host", "door_open_time", true));
+  const auto until = refhost::Timer::Clock::now() +
+                     std::chrono::milliseconds(ac::config_util::get_int("host", "door_open_time", true));
   const std::lock_guard lock(mutex_);
   if (opening_.has_value()) {
     opening_->until = until;
   } else {
     const int relay = ac::config_util::get_int("host", "door_relay", true);
-    if (!relay_is_enabled(relay)) {
-      log::warning("door: stays shut, relay " + std::to_string(relay) +
-                   " shows the tag detector: give the door another one with host.door_relay");
+    if (!refhost::relay_is_enabled(relay)) {
+      refhost::log::warning("door: stays shut, relay " + std::to_string(relay) +
+                            " shows the tag detector: give the door another one with host.door_relay");
       return;
     }
     opening_ = {.relay = relay, .reason = reason, .until = until};
@@ -64,7 +67,7 @@ void DoorService::open_or_prolong(int reason) {
 
 void DoorService::close_when_due() {
   const std::lock_guard lock(mutex_);
-  if (opening_.has_value() && opening_->until <= Timer::Clock::now()) {
+  if (opening_.has_value() && opening_->until <= refhost::Timer::Clock::now()) {
     close();
   }
 }
@@ -78,4 +81,4 @@ void DoorService::close() {
   }
 }
 
-}  // namespace refhost
+}  // namespace achost

@@ -8,7 +8,7 @@
 #include "refhost/subscriber.h"
 #include "refhost/timer.h"
 
-namespace refhost {
+namespace achost {
 
 // Why a door opens, as "actuator_open_door" gives it.
 enum DoorReason : int {
@@ -35,7 +35,7 @@ class DoorService {
   struct Opening {
     int relay;
     int reason;
-    Timer::Clock::time_point until;
+    refhost::Timer::Clock::time_point until;
   };
 
   void request(const ac::Message& message);
@@ -45,8 +45,8 @@ class DoorService {
 
   std::mutex mutex_;  // guards opening_; the bus's thread and the timer's share it
   std::optional<Opening> opening_;
-  Timer timer_;
-  Subscriber subscriber_;  // last: it stops using the others before they go
+  refhost::Timer timer_;
+  refhost::Subscriber subscriber_;  // last: it stops using the others before they go
 };
 
-}  // namespace refhost
+}  // namespace achost

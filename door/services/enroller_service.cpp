@@ -8,17 +8,17 @@
 #include "refhost/log.h"
 #include "refhost/send.h"
 
-namespace refhost {
+namespace achost {
 namespace {
 
 void tell_error(EnrollerError error, std::int64_t user) {
-  send("enroller_error", {{"error", static_cast<int>(error)}, {"user_id", user}});
+  refhost::send("enroller_error", {{"error", static_cast<int>(error)}, {"user_id", user}});
 }
 
-void tell_timeout(std::int64_t user) { send("enroll_timeout", {{"user_id", user}}); }
+void tell_timeout(std::int64_t user) { refhost::send("enroll_timeout", {{"user_id", user}}); }
 
 void refuse(const std::string& why, std::int64_t user = 0) {
-  log::warning("enroller: " + why);
+  refhost::log::warning("enroller: " + why);
   tell_error(kUnknownError, user);
 }
 
@@ -56,8 +56,8 @@ void EnrollerService::begin(const ac::Message& message) {
                       std::to_string(kLongestRegistration) + " are taken",
                   wanted.user);
   }
-  wanted.until =
-      Timer::Clock::now() + std::chrono::milliseconds(ac::config_util::get_int("host", "enroll_timeout", true));
+  wanted.until = refhost::Timer::Clock::now() +
+                 std::chrono::milliseconds(ac::config_util::get_int("host", "enroll_timeout", true));
   const std::lock_guard lock(mutex_);
   if (enrollment_.has_value()) {
     return tell_error(kEnrollerBusy, wanted.user);
@@ -82,7 +82,7 @@ void EnrollerService::bind(const Enrollment& enrollment, std::int64_t card) {
     const bool is_free = enrollment.remote ? !users_.owner_of(value).has_value()
                                            : users_.bind(value, enrollment.user, enrollment.registration);
     if (is_free) {
-      send("enroll_rfid_successful", {{"user_card", card}, {"user_id", enrollment.user}});
+      refhost::send("enroll_rfid_successful", {{"user_card", card}, {"user_id", enrollment.user}});
     } else {
       tell_error(kCardIsTaken, enrollment.user);
     }
@@ -93,7 +93,7 @@ void EnrollerService::bind(const Enrollment& enrollment, std::int64_t card) {
 
 void EnrollerService::give_up_when_due() {
   const std::lock_guard lock(mutex_);
-  if (enrollment_.has_value() && enrollment_->until <= Timer::Clock::now()) {
+  if (enrollment_.has_value() && enrollment_->until <= refhost::Timer::Clock::now()) {
     tell_timeout(enrollment_->user);
     enrollment_.reset();
   }
@@ -105,4 +105,4 @@ std::optional<EnrollerService::Enrollment> EnrollerService::end() {
   return std::exchange(enrollment_, std::nullopt);
 }
 
-}  // namespace refhost
+}  // namespace achost

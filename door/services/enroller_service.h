@@ -11,7 +11,7 @@
 #include "refhost/subscriber.h"
 #include "refhost/timer.h"
 
-namespace refhost {
+namespace achost {
 
 // The codes of "enroller_error" that this enroller gives; plug-ins know texts for some of them.
 enum EnrollerError : int {
@@ -38,7 +38,7 @@ class EnrollerService {
     std::int64_t user = 0;
     bool remote = false;
     std::string registration;
-    Timer::Clock::time_point until;
+    refhost::Timer::Clock::time_point until;
   };
 
   void order(const ac::Message& message);
@@ -51,8 +51,8 @@ class EnrollerService {
   UserStore& users_;
   std::mutex mutex_;  // guards enrollment_; the bus's thread and the timer's share it
   std::optional<Enrollment> enrollment_;
-  Timer timer_;
-  Subscriber subscriber_;  // last: it stops using the others before they go
+  refhost::Timer timer_;
+  refhost::Subscriber subscriber_;  // last: it stops using the others before they go
 };
 
-}  // namespace refhost
+}  // namespace achost

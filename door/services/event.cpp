@@ -91,9 +91,9 @@ std::optional<Event> door_open(const ac::Message& message) {
     return std::nullopt;  // its relay tells
   }
   const int reason = number(message, "reason");
-  const std::string words = reason == refhost::kExitRequest      ? "exit request"
-                            : reason == refhost::kIdentification ? "identification"
-                                                                 : "reason " + std::to_string(reason);
+  const std::string words = reason == kExitRequest      ? "exit request"
+                            : reason == kIdentification ? "identification"
+                                                        : "reason " + std::to_string(reason);
   return event("door_open", "door " + std::to_string(number(message, "id")), "opens: " + words, Weight::good,
                {{"door", number(message, "id")}, {"reason", words}});
 }

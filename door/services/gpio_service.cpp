@@ -9,14 +9,14 @@
 #include "refhost/answer.h"
 #include "refhost/log.h"
 
-namespace refhost {
+namespace achost {
 namespace {
 
 // The int field of the message, or nothing, logged, when it is not there.
 std::optional<int> field(const ac::Message& message, const char* name) {
   int value = 0;
   if (!message.get_int(name, &value)) {
-    log::warning("gpio: \"" + message.type() + "\" without an int \"" + name + "\"");
+    refhost::log::warning("gpio: \"" + message.type() + "\" without an int \"" + name + "\"");
     return std::nullopt;
   }
   return value;
@@ -29,8 +29,8 @@ std::optional<std::size_t> line_of(const ac::Message& message, int lines) {
     return std::nullopt;
   }
   if (*line < 0 || *line >= lines) {
-    log::warning("gpio: \"" + message.type() + "\" of line " + std::to_string(*line) + ": there are lines 0 to " +
-                 std::to_string(lines - 1));
+    refhost::log::warning("gpio: \"" + message.type() + "\" of line " + std::to_string(*line) +
+                          ": there are lines 0 to " + std::to_string(lines - 1));
     return std::nullopt;
   }
   return static_cast<std::size_t>(*line);
@@ -51,7 +51,7 @@ std::array<int, GpioService::kLines> GpioService::levels() const {
 
 void GpioService::answer_current_state(const ac::Message& message) const {
   if (const auto line = line_of(message, kLines)) {
-    Answer(message).add_int("value", values_[*line].load()).send();
+    refhost::Answer(message).add_int("value", values_[*line].load()).send();
   }
 }
 
@@ -72,4 +72,4 @@ void GpioService::set_value(const ac::Message& message) {
   ac::PostOffice::send_message(std::move(notice));
 }
 
-}  // namespace refhost
+}  // namespace achost

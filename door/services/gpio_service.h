@@ -7,7 +7,7 @@
 #include "ac/message.h"
 #include "refhost/subscriber.h"
 
-namespace refhost {
+namespace achost {
 
 // Lines 0 to 255, all 0 at the start, as a user of the bus:
 //   "gpio_current_state" {int "gpio"}: answered with int "value", 0 or 1;
@@ -28,7 +28,7 @@ class GpioService {
   void set_value(const ac::Message& message);
 
   std::array<std::atomic<int>, kLines> values_{};  // written by the subscriber's delivery thread only
-  Subscriber subscriber_;                          // last: it stops using the lines before they go
+  refhost::Subscriber subscriber_;                 // last: it stops using the lines before they go
 };
 
-}  // namespace refhost
+}  // namespace achost

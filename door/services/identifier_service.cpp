@@ -9,7 +9,7 @@
 #include "refhost/log.h"
 #include "refhost/send.h"
 
-namespace refhost {
+namespace achost {
 namespace {
 
 constexpr int kDoor = 1;
@@ -29,20 +29,20 @@ void IdentifierService::identify(const ac::Message& message) const {
   std::int64_t device = 0;
   std::string uuid;
   if (!message.get_int64("value", &card)) {
-    log::warning("identifier: \"identifier_new_card\" without an int64 \"value\"");
+    refhost::log::warning("identifier: \"identifier_new_card\" without an int64 \"value\"");
     return;
   }
   message.get_int64("device_id", &device);
   message.get_string("uuid", &uuid);
   const auto [outcome, owner] = decide(static_cast<std::uint64_t>(card));
-  std::vector<std::pair<std::string, FieldValue>> decision{
+  std::vector<std::pair<std::string, refhost::FieldValue>> decision{
       {"value", card}, {"device_id", device}, {"uuid", uuid}, {"outcome", outcome}};
   if (owner.has_value()) {
     decision.emplace_back("user_id", *owner);
   }
-  send("identifier_decision", decision);
+  refhost::send("identifier_decision", decision);
   if (outcome == kOpens) {
-    send("actuator_open_door", {{"id", kDoor}, {"reason", kIdentification}});
+    refhost::send("actuator_open_door", {{"id", kDoor}, {"reason", kIdentification}});
   }
 }
 
@@ -51,9 +51,9 @@ IdentifierService::Decision IdentifierService::decide(std::uint64_t card) const 
     const auto owner = users_.owner_of(card);
     return {.outcome = suppressions_ > 0 ? "held_back" : owner.has_value() ? kOpens : "unknown", .owner = owner};
   } catch (const std::exception& failure) {
-    log::error(std::string("identifier: the door stays shut: ") + failure.what());
+    refhost::log::error(std::string("identifier: the door stays shut: ") + failure.what());
     return {.outcome = "failed", .owner = std::nullopt};
   }
 }
 
-}  // namespace refhost
+}  // namespace achost

@@ -9,7 +9,7 @@
 #include "door/services/user_store.h"
 #include "refhost/subscriber.h"
 
-namespace refhost {
+namespace achost {
 
 // Decides about each "identifier_new_card" {int64 "value", int64 "device_id", string "uuid"}, as a user of the bus. It
 // sends "identifier_decision" with these fields, then string "outcome" and, of a card that is somebody's, int64
@@ -35,8 +35,8 @@ class IdentifierService {
   Decision decide(std::uint64_t card) const;
 
   const UserStore& users_;
-  int suppressions_ = 0;   // used by the subscriber's delivery thread only
-  Subscriber subscriber_;  // last: it stops using the others before they go
+  int suppressions_ = 0;            // used by the subscriber's delivery thread only
+  refhost::Subscriber subscriber_;  // last: it stops using the others before they go
 };
 
-}  // namespace refhost
+}  // namespace achost

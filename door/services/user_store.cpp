@@ -8,11 +8,11 @@
 #include "ac/exception.h"
 #include "refhost/database.h"
 
-namespace refhost {
+namespace achost {
 namespace {
 
 // A card of 64 bits is stored as the signed number of the same bits, the only kind of number that SQLite has.
-constexpr DatabaseKind kKind = {
+constexpr refhost::DatabaseKind kKind = {
     .noun = "user database",
     .version = 1,
     .schema =
@@ -42,7 +42,7 @@ struct UserStore::Impl {
     try {
       return database.has_value() ? action(*database) : decltype(action(*database))();
     } catch (const SQLite::Exception& failure) {
-      throw_database_failure(file, kKind, failure);
+      refhost::throw_database_failure(file, kKind, failure);
     }
   }
 
@@ -59,10 +59,10 @@ struct UserStore::Impl {
 UserStore::UserStore(const std::filesystem::path& directory, Access access) : impl_(std::make_unique<Impl>()) {
   impl_->file = directory / "users.db";
   if (access == Access::read_write) {
-    make_state_directory(directory);
-    impl_->database.emplace(open_database(impl_->file, kKind));
+    refhost::make_state_directory(directory);
+    impl_->database.emplace(refhost::open_database(impl_->file, kKind));
   } else {
-    impl_->database = open_database_to_read(impl_->file, kKind);
+    impl_->database = refhost::open_database_to_read(impl_->file, kKind);
   }
   impl_->with([this](SQLite::Database& open) {
     open.exec("PRAGMA foreign_keys = ON");
@@ -151,4 +151,4 @@ void UserStore::seal() {
   impl_->database.reset();
 }
 
-}  // namespace refhost
+}  // namespace achost

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace refhost {
+namespace achost {
 
 struct User {
   std::int64_t id = 0;  // 1 or more
@@ -68,4 +68,4 @@ class UserStore {
   std::unique_ptr<Impl> impl_;
 };
 
-}  // namespace refhost
+}  // namespace achost

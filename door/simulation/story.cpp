@@ -13,14 +13,13 @@
 namespace achost {
 namespace {
 
-using refhost::Json;
 using uhfsim::CommandError;
 using uhfsim::quoted;
 using Words = std::vector<std::string_view>;
 using Action = std::function<void(StoryHost& host)>;
 
 // The commands of a story wait for nothing and follow nothing.
-class NoStream : public refhost::ControlStream {
+class NoStream : public ControlStream {
  public:
   bool send(const Json& /*line*/) override { return false; }
   bool is_over() override { return true; }

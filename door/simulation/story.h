@@ -18,8 +18,8 @@ namespace achost {
 
 // What the lines of a story are done with; all outlive it.
 struct StoryHost {
-  refhost::ControlTable commands;
-  refhost::UserStore& users;
+  ControlTable commands;
+  UserStore& users;
   std::function<void(const std::string& text)> say;
 };
 

@@ -11,7 +11,8 @@
 #include "refhost/settings_schema.h"
 #include "refhost/tests/support.h"
 
-namespace refhost::test {
+namespace achost::test {
+using namespace refhost::test;  // NOLINT: the helpers of tests/support.h
 namespace {
 
 class AchostConfig : public testing::Test {
@@ -129,7 +130,7 @@ TEST_F(AchostConfig, WrongUsageIsRefused) {
 }
 
 TEST_F(AchostConfig, SetIsRefusedWhileAHostHoldsTheState) {
-  const InstanceLock lock(state());
+  const refhost::InstanceLock lock(state());
   const auto result = config({"set", "region", "KOREA"});
   EXPECT_EQ(result.status, 1);
   EXPECT_EQ(result.err, "achost: the state directory " + state() + " is in use by process " + std::to_string(getpid()) +
@@ -153,7 +154,7 @@ TEST_F(AchostConfig, ListShowsEverySettingInOneLine) {
   std::string line;
   std::getline(lines, line);
   EXPECT_TRUE(line.starts_with("KEY ")) << line;
-  for (const Setting& setting : SettingsSchema::builtin().settings()) {
+  for (const refhost::Setting& setting : refhost::SettingsSchema::builtin().settings()) {
     ASSERT_TRUE(std::getline(lines, line));
     const std::string name = (setting.section == "uhf" ? "" : setting.section + ".") + setting.key;
     EXPECT_TRUE(line.starts_with(name + " ")) << line;
@@ -168,7 +169,7 @@ TEST_F(AchostConfig, ListAsJsonIsOneObjectALine) {
   config({"set", "transmit_power", "1000"});
   std::istringstream lines(config({"list", "--json"}).out);
   std::string line;
-  for (const Setting& setting : SettingsSchema::builtin().settings()) {
+  for (const refhost::Setting& setting : refhost::SettingsSchema::builtin().settings()) {
     ASSERT_TRUE(std::getline(lines, line));
     const auto object = nlohmann::json::parse(line);
     const bool changed = setting.key == "transmit_power";
@@ -200,4 +201,4 @@ TEST(Achost, WithoutASubcommandIsWrongUsage) {
 }
 
 }  // namespace
-}  // namespace refhost::test
+}  // namespace achost::test

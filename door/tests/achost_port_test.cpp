@@ -8,7 +8,7 @@
 
 #include "door/tests/run_fixture.h"
 
-namespace refhost::test {
+namespace achost::test {
 namespace {
 
 constexpr const char* kHowToFind = ": list the ports with `ls /dev/serial/by-id`, or try --simulate";
@@ -129,4 +129,4 @@ TEST_F(AchostRun, PortOfTheCommandLineIsNamedInTheStartLine) {
 }
 
 }  // namespace
-}  // namespace refhost::test
+}  // namespace achost::test

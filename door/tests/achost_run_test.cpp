@@ -10,7 +10,7 @@
 
 #include "door/tests/run_fixture.h"
 
-namespace refhost::test {
+namespace achost::test {
 namespace {
 
 constexpr const char* kSummary =
@@ -188,4 +188,4 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& param) { return std::string(param.param.plugin); });
 
 }  // namespace
-}  // namespace refhost::test
+}  // namespace achost::test

@@ -22,7 +22,8 @@ class AuditExport : public testing::Test {
   }
   ~AuditExport() override { unsetenv("TZ"); }
 
-  const AuditEntry entry{.id = 7, .at = 1767323045006, .record = {.time = "t", .type = 1, .details = "a, \"b\"\nc"}};
+  const refhost::AuditEntry entry{
+      .id = 7, .at = 1767323045006, .record = {.time = "t", .type = 1, .details = "a, \"b\"\nc"}};
 };
 
 TEST_F(AuditExport, TimesAreLocalUnlessTheyHaveAZone) {
@@ -59,7 +60,7 @@ TEST_F(AuditExport, JsonHasEveryField) {
 }
 
 TEST_F(AuditExport, AnUnknownTypeIsItsNumberAndAnUnknownTimeIsTheWrittenOne) {
-  const AuditEntry odd{.id = 1, .at = 0, .record = {.time = "then", .type = 12, .details = "\xff"}};
+  const refhost::AuditEntry odd{.id = 1, .at = 0, .record = {.time = "then", .type = 12, .details = "\xff"}};
   EXPECT_EQ(audit_line(odd, AuditForm::csv), "1,then,12,\xff,then\r\n");
   EXPECT_TRUE(nlohmann::json::accept(audit_line(odd, AuditForm::json)));
 }

@@ -15,7 +15,8 @@
 #include "refhost/settings_schema.h"
 #include "refhost/tests/support.h"
 
-namespace refhost::test {
+namespace achost::test {
+using namespace refhost::test;  // NOLINT: the helpers of tests/support.h
 namespace {
 
 using testing::HasSubstr;
@@ -29,7 +30,7 @@ ControlTable commands() {
          return Json{{"text", request["text"]}};
        }},
       {"fail", {}, [](const Json&, ControlStream&) -> Json { throw std::runtime_error("it did not work"); }},
-      {"refuse", {}, [](const Json&, ControlStream&) -> Json { throw SettingError("that is not allowed"); }},
+      {"refuse", {}, [](const Json&, ControlStream&) -> Json { throw refhost::SettingError("that is not allowed"); }},
       {"count",
        {{"to", Type::integer}},
        [](const Json& request, ControlStream& stream) {
@@ -308,4 +309,4 @@ TEST_F(Control, SurvivesManyClientsWithNonsense) {
 }
 
 }  // namespace
-}  // namespace refhost::test
+}  // namespace achost::test

@@ -13,7 +13,8 @@
 #include "refhost/settings_store.h"
 #include "refhost/tests/support.h"
 
-namespace refhost::test {
+namespace achost::test {
+using namespace refhost::test;  // NOLINT: the helpers of tests/support.h
 namespace {
 
 // What the story's calls have come to.
@@ -37,10 +38,10 @@ struct Story {
 // Each part opens its file again: that is a place to fail too.
 void tell(Story& story) {
   for (const std::string details : {"first", "second"}) {
-    story.attempt(details, [&] { AuditLog(story.state).append({"now", 1, details}); });
+    story.attempt(details, [&] { refhost::AuditLog(story.state).append({"now", 1, details}); });
   }
   story.attempt("setting", [&] {
-    SettingsStore(story.state, SettingsStore::Access::read_write).set("uhf", "read_interval", "777");
+    refhost::SettingsStore(story.state, refhost::SettingsStore::Access::read_write).set("uhf", "read_interval", "777");
   });
   story.attempt("card", [&] { UserStore(story.state, UserStore::Access::read_write).bind(33, 7, "r"); });
 }
@@ -48,8 +49,8 @@ void tell(Story& story) {
 // What is in the files.
 std::set<std::string> found(const std::filesystem::path& state) {
   std::set<std::string> things;
-  AuditLog::read(state, {}, [&](const AuditEntry& entry) { things.insert(entry.record.details); });
-  if (SettingsStore(state, SettingsStore::Access::read_only).get("uhf", "read_interval") == "777") {
+  refhost::AuditLog::read(state, {}, [&](const refhost::AuditEntry& entry) { things.insert(entry.record.details); });
+  if (refhost::SettingsStore(state, refhost::SettingsStore::Access::read_only).get("uhf", "read_interval") == "777") {
     things.insert("setting");
   }
   const UserStore users(state, UserStore::Access::read_only);
@@ -100,4 +101,4 @@ INSTANTIATE_TEST_SUITE_P(Each, DiskFault, testing::Values(SQLITE_IOERR, SQLITE_F
                          [](const auto& instance) { return instance.param == SQLITE_FULL ? "Full" : "Broken"; });
 
 }  // namespace
-}  // namespace refhost::test
+}  // namespace achost::test

@@ -5,7 +5,7 @@
 #include "ac/config_util.h"
 #include "door/tests/service_fixture.h"
 
-namespace refhost::test {
+namespace achost::test {
 namespace {
 
 using std::chrono::milliseconds;
@@ -22,7 +22,7 @@ class Door : public Services {
   ~Door() override { ac::config_util::relay_enabled(2, true); }
 
   static void request(int reason = kIdentification, int door = 1) {
-    send("actuator_open_door", {{"id", door}, {"reason", reason}});
+    refhost::send("actuator_open_door", {{"id", door}, {"reason", reason}});
   }
 
   std::optional<DoorService> door{std::in_place};
@@ -69,8 +69,8 @@ TEST_F(Door, ARelayThatIsTakenIsNotTouched) {
 TEST_F(Door, ARequestThatIsNoneIsLogged) {
   testing::internal::CaptureStderr();
   request(kIdentification, 2);
-  send("actuator_open_door", {{"id", 1}});
-  send("actuator_open_door", {{"reason", 1}});
+  refhost::send("actuator_open_door", {{"id", 1}});
+  refhost::send("actuator_open_door", {{"reason", 1}});
   request();
   EXPECT_EQ(seen(1).front(), "gpio_set_value gpio=18 value=1") << "nothing came of the others";
   const std::string log = testing::internal::GetCapturedStderr();
@@ -87,4 +87,4 @@ TEST_F(Door, ClosesWhenTheServiceEnds) {
 }
 
 }  // namespace
-}  // namespace refhost::test
+}  // namespace achost::test

@@ -4,7 +4,7 @@
 
 #include "door/tests/service_fixture.h"
 
-namespace refhost::test {
+namespace achost::test {
 namespace {
 
 using Texts = std::vector<std::string>;
@@ -17,9 +17,10 @@ class Enroller : public Services {
   }
 
   static void order(std::int64_t user, int remote = 0, const std::string& registration = "", int state = 1) {
-    send("enroll_card", {{"state", state}, {"user_id", user}, {"remote", remote}, {"registration", registration}});
+    refhost::send("enroll_card",
+                  {{"state", state}, {"user_id", user}, {"remote", remote}, {"registration", registration}});
   }
-  static void present(std::int64_t card) { send("identifier_new_card", {{"value", card}}); }
+  static void present(std::int64_t card) { refhost::send("identifier_new_card", {{"value", card}}); }
 
   UserStore users{directory(), UserStore::Access::read_write};
   const EnrollerService enroller{users};
@@ -93,8 +94,8 @@ TEST_F(Enroller, AnOrderThatIsNoneIsRefused) {
   testing::internal::CaptureStderr();
   order(0);
   order(-3);
-  send("enroll_card", {{"state", 1}, {"user_id", 7}});  // an int is no int64
-  send("enroll_card", {{"user_id", std::int64_t{7}}});
+  refhost::send("enroll_card", {{"state", 1}, {"user_id", 7}});  // an int is no int64
+  refhost::send("enroll_card", {{"user_id", std::int64_t{7}}});
   order(7, 0, std::string(257, 'x'));
   EXPECT_EQ(seen(5), Texts(5, "enroller_error error=0"));
   const std::string log = testing::internal::GetCapturedStderr();
@@ -115,4 +116,4 @@ TEST_F(Enroller, ACardThatCannotBeStoredIsAnError) {
 }
 
 }  // namespace
-}  // namespace refhost::test
+}  // namespace achost::test

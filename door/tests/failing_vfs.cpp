@@ -3,7 +3,7 @@
 #include <cstring>
 #include <new>
 
-namespace refhost::test {
+namespace achost::test {
 namespace {
 
 int calls_so_far = 0;
@@ -124,4 +124,4 @@ void FailingVfs::fail_at(int call, int code) {
 
 int FailingVfs::calls() const { return calls_so_far; }
 
-}  // namespace refhost::test
+}  // namespace achost::test

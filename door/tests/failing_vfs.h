@@ -3,7 +3,7 @@
 
 #include <sqlite3.h>
 
-namespace refhost::test {
+namespace achost::test {
 
 // While it lives, it is SQLite's file system. The n-th call that changes a file, and every one after it, fails; the
 // counting begins with fail_at(). One thread at a time uses the databases. One object at a time.
@@ -22,4 +22,4 @@ class FailingVfs {
   int calls() const;
 };
 
-}  // namespace refhost::test
+}  // namespace achost::test

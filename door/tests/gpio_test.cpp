@@ -11,7 +11,8 @@
 #include "refhost/subscriber.h"
 #include "refhost/tests/support.h"
 
-namespace refhost::test {
+namespace achost::test {
+using namespace refhost::test;  // NOLINT: the helpers of tests/support.h
 namespace {
 
 class Gpio : public testing::Test {
@@ -40,12 +41,12 @@ class Gpio : public testing::Test {
   }
 
   Recorder<Notice> notices;
-  const Subscriber watcher{"watcher", {on("gpio_notified", [this](ac::Message* m) {
-                             Notice notice(-1, -1);
-                             m->get_int("gpio", &notice.first);
-                             m->get_int("value", &notice.second);
-                             notices.add(notice);
-                           })}};
+  const refhost::Subscriber watcher{"watcher", {on("gpio_notified", [this](ac::Message* m) {
+                                      Notice notice(-1, -1);
+                                      m->get_int("gpio", &notice.first);
+                                      m->get_int("value", &notice.second);
+                                      notices.add(notice);
+                                    })}};
   const GpioService service;
 };
 
@@ -102,4 +103,4 @@ TEST_F(Gpio, MessageWithoutItsFieldsIsLoggedAndChangesNothing) {
 }
 
 }  // namespace
-}  // namespace refhost::test
+}  // namespace achost::test

@@ -4,7 +4,7 @@
 
 #include "door/tests/service_fixture.h"
 
-namespace refhost::test {
+namespace achost::test {
 namespace {
 
 using Texts = std::vector<std::string>;
@@ -18,7 +18,7 @@ class Identifier : public Services {
   }
 
   static void present(std::int64_t card) {
-    send("identifier_new_card", {{"value", card}, {"device_id", std::int64_t{1}}, {"uuid", "u"}});
+    refhost::send("identifier_new_card", {{"value", card}, {"device_id", std::int64_t{1}}, {"uuid", "u"}});
   }
 
   UserStore users{directory(), UserStore::Access::read_write};
@@ -40,21 +40,21 @@ TEST_F(Identifier, AnUnknownCardIsReported) {
 }
 
 TEST_F(Identifier, SuppressedActionsAreHeldBackUntilAllowed) {
-  send("identifier_supress_actions");
+  refhost::send("identifier_supress_actions");
   present(-1);
-  send("identifier_allow_actions");
+  refhost::send("identifier_allow_actions");
   present(-1);
   EXPECT_EQ(seen(3), Texts({"identifier_decision value=-1 device_id=1 uuid=u outcome=held_back user_id=7", kKnownOpens,
                             "actuator_open_door id=1 reason=0"}));
 }
 
 TEST_F(Identifier, EachSuppressionNeedsItsOwnRelease) {
-  send("identifier_allow_actions");  // of nothing
-  send("identifier_supress_actions");
-  send("identifier_supress_actions");
-  send("identifier_allow_actions");
+  refhost::send("identifier_allow_actions");  // of nothing
+  refhost::send("identifier_supress_actions");
+  refhost::send("identifier_supress_actions");
+  refhost::send("identifier_allow_actions");
   present(33);
-  send("identifier_allow_actions");
+  refhost::send("identifier_allow_actions");
   present(33);
   EXPECT_EQ(seen(2), Texts({"identifier_decision value=33 device_id=1 uuid=u outcome=held_back",
                             "identifier_decision value=33 device_id=1 uuid=u outcome=unknown"}));
@@ -72,11 +72,11 @@ TEST_F(Identifier, UsersThatCannotBeReadOpenNothing) {
 
 TEST_F(Identifier, AMessageWithoutItsCardIsLogged) {
   testing::internal::CaptureStderr();
-  send("identifier_new_card", {{"uuid", "u"}});
+  refhost::send("identifier_new_card", {{"uuid", "u"}});
   present(33);
   EXPECT_EQ(seen(1).front(), "identifier_decision value=33 device_id=1 uuid=u outcome=unknown");
   EXPECT_NE(testing::internal::GetCapturedStderr().find("without an int64 \"value\""), std::string::npos);
 }
 
 }  // namespace
-}  // namespace refhost::test
+}  // namespace achost::test

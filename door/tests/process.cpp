@@ -14,7 +14,7 @@
 
 extern char** environ;
 
-namespace refhost::test {
+namespace achost::test {
 namespace {
 
 std::string read_rest(int fd) {
@@ -110,4 +110,4 @@ Result Achost::wait() {
 
 Result achost(std::vector<std::string> arguments) { return Achost(std::move(arguments)).wait(); }
 
-}  // namespace refhost::test
+}  // namespace achost::test

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-namespace refhost::test {
+namespace achost::test {
 
 struct Result {
   int status = -1;  // exit status; -1 when a signal ended it
@@ -46,4 +46,4 @@ class Achost {
 // Run achost to its end.
 Result achost(std::vector<std::string> arguments);
 
-}  // namespace refhost::test
+}  // namespace achost::test

@@ -9,7 +9,8 @@
 #include "door/tests/process.h"
 #include "refhost/tests/support.h"
 
-namespace refhost::test {
+namespace achost::test {
+using namespace refhost::test;  // NOLINT: the helpers of tests/support.h
 
 class AchostRun : public testing::Test {
  protected:
@@ -42,4 +43,4 @@ class AchostRun : public testing::Test {
   TemporaryDirectory directory_;
 };
 
-}  // namespace refhost::test
+}  // namespace achost::test

@@ -14,14 +14,15 @@
 #include "refhost/subscriber.h"
 #include "refhost/tests/support.h"
 
-namespace refhost::test {
+namespace achost::test {
+using namespace refhost::test;  // NOLINT: the helpers of tests/support.h
 
 // A settings store in a directory of its own, and a watcher of the bus that writes down each message as text:
 // "door_state id=1 open=1 reason=0".
 class Services : public testing::Test {
  protected:
-  Services() { SettingsStore::make_current(&settings_); }
-  ~Services() override { SettingsStore::make_current(nullptr); }
+  Services() { refhost::SettingsStore::make_current(&settings_); }
+  ~Services() override { refhost::SettingsStore::make_current(nullptr); }
 
   // Watch these types, each with the fields to write down.
   void watch(const std::vector<std::pair<std::string, std::vector<std::string>>>& types) {
@@ -58,9 +59,9 @@ class Services : public testing::Test {
 
  private:
   TemporaryDirectory directory_;
-  SettingsStore settings_{directory_.path(), SettingsStore::Access::read_write};
+  refhost::SettingsStore settings_{directory_.path(), refhost::SettingsStore::Access::read_write};
   Recorder<std::string> seen_;
-  std::optional<Subscriber> watcher_;  // last: it stops recording before the list goes
+  std::optional<refhost::Subscriber> watcher_;  // last: it stops recording before the list goes
 };
 
-}  // namespace refhost::test
+}  // namespace achost::test

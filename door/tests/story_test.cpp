@@ -8,7 +8,6 @@
 namespace achost {
 namespace {
 
-using refhost::Json;
 using refhost::test::failure_of;
 using refhost::test::Recorder;
 using testing::ElementsAre;
@@ -54,28 +53,27 @@ TEST(StoryRun, DoesItsLinesInOrderOnceItHasBegun) {
   const refhost::test::TemporaryDirectory directory;
   static auto& done = *new Recorder<std::string>;
   static auto& story = *new Story;
-  auto& users = *new refhost::UserStore(directory.path(), refhost::UserStore::Access::read_write);
-  const auto record = [](const Json& request, refhost::ControlStream&) {
+  auto& users = *new UserStore(directory.path(), UserStore::Access::read_write);
+  const auto record = [](const Json& request, ControlStream&) {
     done.add(request.dump());
     return Json::object();
   };
-  using Type = refhost::ControlField::Type;
+  using Type = ControlField::Type;
   for (const char* line : {"say An  exit request", "card 33 2", "rex", "gpio set 1 0", "enroll 2", "card 33 nobody",
                            "config set region KOREA"}) {
     story.tell(line);
   }
-  story.begin(
-      {.commands = refhost::ControlTable({{"rex", {}, record},
-                                          {"gpio_set", {{"line", Type::integer}, {"value", Type::integer}}, record},
-                                          {"enroll",
-                                           {{"user", Type::integer}},
-                                           [&users, record](const Json& request, auto& stream) {
-                                             done.add("owner " + std::to_string(users.owner_of(33).value_or(0)));
-                                             return record(request, stream);
-                                           }},
-                                          {"config_set", {{"section"}, {"key"}, {"value"}}, record}}),
-       .users = users,
-       .say = [](const std::string& text) { done.add(text); }});
+  story.begin({.commands = ControlTable({{"rex", {}, record},
+                                         {"gpio_set", {{"line", Type::integer}, {"value", Type::integer}}, record},
+                                         {"enroll",
+                                          {{"user", Type::integer}},
+                                          [&users, record](const Json& request, auto& stream) {
+                                            done.add("owner " + std::to_string(users.owner_of(33).value_or(0)));
+                                            return record(request, stream);
+                                          }},
+                                         {"config_set", {{"section"}, {"key"}, {"value"}}, record}}),
+               .users = users,
+               .say = [](const std::string& text) { done.add(text); }});
   EXPECT_THAT(done.wait_for(6),
               ElementsAre("An exit request", R"({"command":"rex"})", R"({"command":"gpio_set","line":1,"value":0})",
                           "owner 2", R"({"command":"enroll","user":2})",

@@ -7,7 +7,8 @@
 
 #include "refhost/tests/support.h"
 
-namespace refhost::test {
+namespace achost::test {
+using namespace refhost::test;  // NOLINT: the helpers of tests/support.h
 namespace {
 
 class Users : public testing::Test {
@@ -105,4 +106,4 @@ TEST(UserStore, WithoutAFileThereIsNobodyAndNoneIsMade) {
 }
 
 }  // namespace
-}  // namespace refhost::test
+}  // namespace achost::test

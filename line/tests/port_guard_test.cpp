@@ -5,7 +5,7 @@
 #include <cerrno>
 #include <string>
 
-namespace refhost {
+namespace line {
 namespace {
 
 TEST(PortGuard, MissingPortSaysHowToFindOne) {
@@ -30,4 +30,4 @@ TEST(PortGuard, DirectoryIsNoPort) {
 }
 
 }  // namespace
-}  // namespace refhost
+}  // namespace line

@@ -10,14 +10,14 @@ namespace {
 // Bytes that an answer may have before it counts as a flood.
 constexpr std::size_t kLongestAnswer = 65'536;
 
-refhost::PortGuard guard(const std::string& path) {
+line::PortGuard guard(const std::string& path) {
   if (path.empty()) {
     throw Failure(kUsage, "no port: give --port DEVICE, or set UHFCTL_PORT; `ls /dev/serial/by-id` lists them");
   }
   try {
-    return refhost::PortGuard(path, "try uhf-sim, which makes one");
-  } catch (const refhost::PortError& failure) {
-    throw Failure(failure.kind() == refhost::PortError::Kind::busy ? kPortBusy : kNoReader, failure.what());
+    return line::PortGuard(path, "try uhf-sim, which makes one");
+  } catch (const line::PortError& failure) {
+    throw Failure(failure.kind() == line::PortError::Kind::busy ? kPortBusy : kNoReader, failure.what());
   }
 }
 

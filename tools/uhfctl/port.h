@@ -60,7 +60,7 @@ class Port {
 
  private:
   std::string path_;
-  refhost::PortGuard guard_;
+  line::PortGuard guard_;
   std::unique_ptr<ac::UHF::T640> driver_;
   std::unique_ptr<ac::UHF::SerialPort> line_;
 };
