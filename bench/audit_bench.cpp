@@ -70,15 +70,15 @@ int main() {
   log.on_append([](const refhost::AuditEntry& entry) { refhost::announce(entry); });
   log.retain([] { return refhost::AuditRetention{.keep = 100'000, .youngest_to_go = 86'400'000}; });
   refhost::AuditLog::make_current(&log);
-  std::vector<double> ofBare;
-  std::vector<double> ofHost;
+  std::vector<double> of_bare;
+  std::vector<double> of_host;
   for (int i = 0; i < kRecords; ++i) {
-    ofBare.push_back(microseconds([&] { bare.append(); }));
-    ofHost.push_back(microseconds(create));
+    of_bare.push_back(microseconds([&] { bare.append(); }));
+    of_host.push_back(microseconds(create));
   }
   const auto micro = [](double time) { return number(time) + " µs"; };
-  printRow("host: an audit record, on the disk", micro(median(ofHost)), ratioOf(median(ofHost), median(ofBare)),
-           "ratio 1.15");
-  printRow("a bare SQLite insert with the same pragmas", micro(median(ofBare)));
+  print_row("host: an audit record, on the disk", micro(median(of_host)), ratio_of(median(of_host), median(of_bare)),
+            "ratio 1.15");
+  print_row("a bare SQLite insert with the same pragmas", micro(median(of_bare)));
   return 0;
 }

@@ -195,14 +195,14 @@ double single(Way& way) {
 int main() {
   Bus bus;
   Bare bare;
-  ZeroMq zeroMq;
+  ZeroMq zero_mq;
   struct Figures {
     std::vector<double> flood;
     std::vector<double> single;
-  } ofBus, ofBare, ofZeroMq;
+  } of_bus, of_bare, of_zero_mq;
   // Turn by turn, so that what else the machine does falls on all of them.
   for (int run = 0; run < kRuns; ++run) {
-    for (auto [way, figures] : {std::pair<Way*, Figures*>{&bus, &ofBus}, {&bare, &ofBare}, {&zeroMq, &ofZeroMq}}) {
+    for (auto [way, figures] : {std::pair<Way*, Figures*>{&bus, &of_bus}, {&bare, &of_bare}, {&zero_mq, &of_zero_mq}}) {
       figures->flood.push_back(flood(*way));
       figures->single.push_back(single(*way));
     }
@@ -212,18 +212,18 @@ int main() {
     return 1;
   }
   const auto million = [](double rate) { return number(rate / 1e6, 2) + " M/s"; };
-  const auto busRate = median(ofBus.flood);
-  printRow("bus: messages of five fields from one thread to another", million(busRate), "", "at least 3 M/s");
-  printRow("the same content through ZeroMQ inproc", million(median(ofZeroMq.flood)),
-           ratioOf(busRate, median(ofZeroMq.flood)));
-  printRow("the same through a queue with mutex and condition variable", million(median(ofBare.flood)),
-           ratioOf(busRate, median(ofBare.flood)));
+  const auto bus_rate = median(of_bus.flood);
+  print_row("bus: messages of five fields from one thread to another", million(bus_rate), "", "at least 3 M/s");
+  print_row("the same content through ZeroMQ inproc", million(median(of_zero_mq.flood)),
+            ratio_of(bus_rate, median(of_zero_mq.flood)));
+  print_row("the same through a queue with mutex and condition variable", million(median(of_bare.flood)),
+            ratio_of(bus_rate, median(of_bare.flood)));
   const auto micro = [](double time) { return number(time) + " µs"; };
-  const auto busTime = median(ofBus.single);
-  printRow("bus: one message to a thread that sleeps", micro(busTime));
-  printRow("the same through ZeroMQ inproc", micro(median(ofZeroMq.single)), ratioOf(busTime, median(ofZeroMq.single)),
-           "ratio at most 1");
-  printRow("the same through a queue with mutex and condition variable", micro(median(ofBare.single)),
-           ratioOf(busTime, median(ofBare.single)));
+  const auto bus_time = median(of_bus.single);
+  print_row("bus: one message to a thread that sleeps", micro(bus_time));
+  print_row("the same through ZeroMQ inproc", micro(median(of_zero_mq.single)),
+            ratio_of(bus_time, median(of_zero_mq.single)), "ratio at most 1");
+  print_row("the same through a queue with mutex and condition variable", micro(median(of_bare.single)),
+            ratio_of(bus_time, median(of_bare.single)));
   return 0;
 }

@@ -22,7 +22,7 @@ struct Tag {
 };
 
 // The least that anybody can do: one pass over contiguous bytes, and one vector.
-bool decodeByHand(const Bytes& data, Tag& tag) {
+bool decode_by_hand(const Bytes& data, Tag& tag) {
   if (data.size() < 12 || data[0] != 0x7F || data[1] != 0x02 || data[2] != 0x22) {
     return false;
   }
@@ -44,15 +44,15 @@ bool decodeByHand(const Bytes& data, Tag& tag) {
   return true;
 }
 
-void decodeByHand(benchmark::State& state) {
+void decode_by_hand(benchmark::State& state) {
   const auto bytes = notice(1);
   for (auto _ : state) {
     Tag tag{};
-    benchmark::DoNotOptimize(decodeByHand(bytes, tag));
+    benchmark::DoNotOptimize(decode_by_hand(bytes, tag));
     benchmark::DoNotOptimize(tag);
   }
 }
-BENCHMARK(decodeByHand)->Name("decode by hand, one vector");
+BENCHMARK(decode_by_hand)->Name("decode by hand, one vector");
 
 // Bytes to an owned frame with a checked checksum, and that to a tag's record.
 void decode(benchmark::State& state) {
@@ -82,7 +82,7 @@ BENCHMARK(encode)->Name("encode an inventory command");
 
 // A whole inventory of the driver on a line in memory, per notice of the reply.
 void inventory(benchmark::State& state) {
-  setReply(answerOf(static_cast<int>(state.range(0))));
+  set_reply(answer_of(static_cast<int>(state.range(0))));
   const ac::UHF::T640 driver("/dev/null", std::chrono::milliseconds(0));
   for (auto _ : state) {
     const auto [succeeded, tags] = driver.inventoryCard();

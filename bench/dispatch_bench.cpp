@@ -12,26 +12,26 @@ namespace {
 
 void round(benchmark::State& state) {
   Store store;
-  constexpr int DAY = 86'400'000;  // ms
-  store->override_for_run("uhf", "read_interval", std::to_string(DAY));
+  constexpr int kDay = 86'400'000;  // ms
+  store->override_for_run("uhf", "read_interval", std::to_string(kDay));
   uhf_operation_mode_ = CONTINUOUS;
-  same_tag_timeout_ = DAY;
-  watchdogTimeout = DAY;
+  same_tag_timeout_ = kDay;
+  watchdogTimeout = kDay;
   const auto now = std::chrono::steady_clock::now();
   const auto cards = static_cast<std::uint64_t>(state.range(0));
   lastCardsSent_.clear();
   for (std::uint64_t card = 0; card < cards; ++card) {
     lastCardsSent_[card] = now;
   }
-  TimePoint nextKeepAlive = now;
-  CardReading lastSent(0, now);
+  TimePoint next_keep_alive = now;
+  CardReading last_sent(0, now);
   CardsSentWalk walk;
   for (auto _ : state) {
     lastCardsRead_[cards / 2] = now;
-    processCardsToSend(nextKeepAlive, lastSent);
+    processCardsToSend(next_keep_alive, last_sent);
     pruneCardsSent(walk);
   }
-  if (lastCardsSent_.size() != cards || lastSent.first != 0 || !lastCardsRead_.empty()) {
+  if (lastCardsSent_.size() != cards || last_sent.first != 0 || !lastCardsRead_.empty()) {
     state.SkipWithError("the round is not as it should be");
   }
   lastCardsSent_.clear();

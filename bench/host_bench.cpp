@@ -45,13 +45,13 @@ BENCHMARK_CAPTURE(getInt, alone, nullptr)->Name("get_int");
 BENCHMARK_CAPTURE(getInt, read, read)->Name("get_int beside a reader");
 BENCHMARK_CAPTURE(getInt, write, write)->Name("get_int beside a writer");
 
-void cardValue(benchmark::State& state) {
+void card_value(benchmark::State& state) {
   const Store store;
   const std::vector<unsigned char> epc{0xE2, 0x00, 0x68, 0x0A, 0x00, 0x01, 0x02, 0x03, 0x12, 0x34, 0x56, 0x78};
   for (auto _ : state) {
     benchmark::DoNotOptimize(toCardValue(epc));
   }
 }
-BENCHMARK(cardValue)->Name("card value from an EPC");
+BENCHMARK(card_value)->Name("card value from an EPC");
 
 }  // namespace

@@ -46,7 +46,7 @@ struct Row {
   std::string target;
 };
 
-const std::vector<Row> ROWS = {
+const std::vector<Row> kRows = {
     {"decode and check a notice of 24 bytes, to a tag record", "decode and check a notice",
      "decode by hand, one vector", "40 ns, ratio 2.8"},
     {"decode the same by hand, filling one vector", "decode by hand, one vector", "", ""},
@@ -74,11 +74,12 @@ int main(int argc, char** argv) {
   if (medians.failed()) {
     return 1;
   }
-  for (const auto& row : ROWS) {
+  for (const auto& row : kRows) {
     const auto value = medians.of(row.benchmark);
     const auto reference = medians.of(row.reference);
     if (value.has_value()) {
-      printRow(row.what, number(*value) + " ns", reference.has_value() ? ratioOf(*value, *reference) : "", row.target);
+      print_row(row.what, number(*value) + " ns", reference.has_value() ? ratio_of(*value, *reference) : "",
+                row.target);
     }
   }
   return 0;

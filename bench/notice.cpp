@@ -13,7 +13,7 @@ std::vector<unsigned char> notice(int number) {
   return frame;
 }
 
-std::vector<unsigned char> answerOf(int tags) {
+std::vector<unsigned char> answer_of(int tags) {
   if (tags == 0) {
     return {0x7F, 0x01, 0xFF, 0x00, 0x01, 0x15, 0x16, 0x7E};
   }

@@ -7,4 +7,4 @@
 std::vector<unsigned char> notice(int number);
 
 // The answer to an inventory: so many notices, or that there is no tag.
-std::vector<unsigned char> answerOf(int tags);
+std::vector<unsigned char> answer_of(int tags);

@@ -2,7 +2,7 @@
 // --toggle-collect=measured, also what the thousand passes execute. The line is in memory and the threads' work is done
 // one after the other, so that both are the same in every run.
 //
-//   uhf-bench-pass TAGS
+//   uhf-bench-pass kTags
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
@@ -24,14 +24,14 @@ constexpr int kPasses = 1000;
 
 // The reading loop's and the dispatch thread's part of so many passes.
 void passes(int count) {
-  static TimePoint lastSeen;
-  static std::condition_variable cardsRead;
-  static TimePoint nextKeepAlive = std::chrono::steady_clock::now();
-  static CardReading lastSent(0, std::chrono::steady_clock::now());
+  static TimePoint last_seen;
+  static std::condition_variable cards_read;
+  static TimePoint next_keep_alive = std::chrono::steady_clock::now();
+  static CardReading last_sent(0, std::chrono::steady_clock::now());
   static CardsSentWalk walk;
   for (int i = 0; i < count; ++i) {
-    readTags(lastSeen, cardsRead);
-    processCardsToSend(nextKeepAlive, lastSent);
+    readTags(last_seen, cards_read);
+    processCardsToSend(next_keep_alive, last_sent);
     pruneCardsSent(walk);
   }
 }
@@ -47,20 +47,20 @@ int main(int argc, char** argv) {
     std::fputs("usage: uhf-bench-pass TAGS\n", stderr);
     return 2;
   }
-  setReply(answerOf(std::atoi(arguments[1])));
+  set_reply(answer_of(std::atoi(arguments[1])));
   Store store;
-  constexpr int DAY = 86'400'000;  // ms
-  store->override_for_run("uhf", "read_interval", std::to_string(DAY));
+  constexpr int kDay = 86'400'000;  // ms
+  store->override_for_run("uhf", "read_interval", std::to_string(kDay));
   uhf_operation_mode_ = CONTINUOUS;
-  same_tag_timeout_ = DAY;
-  watchdogTimeout = DAY;
+  same_tag_timeout_ = kDay;
+  watchdogTimeout = kDay;
   setProbeInterval(0);
   t640_module = std::make_unique<ac::UHF::T640>("/dev/null", std::chrono::milliseconds(0));
   passes(kWarmUp);  // until every tag is announced
-  const auto blocksBefore = blocks;
-  const auto allocationsBefore = allocations;
+  const auto blocks_before = blocks;
+  const auto allocations_before = allocations;
   measured();
   std::printf("%.0f allocations, %zu blocks more than before\n",
-              static_cast<double>(allocations - allocationsBefore) / kPasses, blocks - blocksBefore);
+              static_cast<double>(allocations - allocations_before) / kPasses, blocks - blocks_before);
   return 0;
 }

@@ -1,7 +1,7 @@
 // achost with uhf.so, seen from outside: how soon it polls, what it takes of a core and of the memory. The reader's end
 // of the line answers at once.
 //
-//   uhf-bench-process ACHOST [SECONDS [TAGS]]
+//   uhf-bench-process ACHOST [SECONDS [kTags]]
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
@@ -70,7 +70,7 @@ class Reader {
 
 // What nobody can do without who polls every 10 ms and looks at the readings on another thread: a pause, a write and a
 // read, and a timed wait. Never returns.
-[[noreturn]] void pollBarely(const std::string& port) {
+[[noreturn]] void poll_barely(const std::string& port) {
   const int line = open(port.c_str(), O_RDWR | O_NOCTTY);
   std::thread([] {
     std::mutex mutex;
@@ -110,7 +110,7 @@ class Process {
   // The bare one.
   explicit Process(const std::string& port) : id_(fork()) {
     if (id_ == 0) {
-      pollBarely(port);
+      poll_barely(port);
     }
   }
   ~Process() {
@@ -131,7 +131,7 @@ class Process {
   }
 
   // kB.
-  double residentMemory() const {
+  double resident_memory() const {
     std::ifstream file("/proc/" + std::to_string(id_) + "/status");
     for (std::string line; std::getline(file, line);) {
       if (line.starts_with("VmRSS:")) {
@@ -145,7 +145,7 @@ class Process {
   pid_t id_ = 0;
 };
 
-std::string timeToFirstPoll(const std::string& program, const std::string& state) {
+std::string time_to_first_poll(const std::string& program, const std::string& state) {
   std::vector<double> times;
   for (int i = 0; i < kStarts; ++i) {
     Reader reader(1);
@@ -174,16 +174,16 @@ void poll(const std::string& program, const std::string& state, int tags, std::c
   Reader reader(tags);
   const Process process(program, state, reader.path());
   reader.serve(Clock::now() + std::chrono::seconds(2), Reader::End::in_time);
-  const double memoryBefore = process.residentMemory();
+  const double memory_before = process.resident_memory();
   const double achost = load(reader, process, time);
-  const double memory = process.residentMemory();
+  const double memory = process.resident_memory();
   const std::string field = ", " + std::to_string(tags) + (tags == 1 ? " tag" : " tags") + " in the field";
-  printRow("achost polling every 10 ms" + field, number(achost, 2) + " % of a core", ratioOf(achost, bare),
-           tags <= 1 ? "0.5 %" : "");
-  printRow("the same poll and nothing done with it", number(bare, 2) + " % of a core");
-  printRow("resident memory of achost" + field,
-           number(memory / 1024, 2) + " MB, " + number(memory - memoryBefore, 0) + " kB more than at the beginning", "",
-           "12 MB");
+  print_row("achost polling every 10 ms" + field, number(achost, 2) + " % of a core", ratio_of(achost, bare),
+            tags <= 1 ? "0.5 %" : "");
+  print_row("the same poll and nothing done with it", number(bare, 2) + " % of a core");
+  print_row("resident memory of achost" + field,
+            number(memory / 1024, 2) + " MB, " + number(memory - memory_before, 0) + " kB more than at the beginning",
+            "", "12 MB");
 }
 
 }  // namespace
@@ -197,7 +197,7 @@ int main(int argc, char** argv) {
   const std::chrono::seconds time(words.size() > 1 ? std::stol(words[1]) : 10);
   const auto fields = words.size() > 2 ? std::vector{std::stoi(words[2])} : std::vector{0, 1, 50};
   const TemporaryDirectory state;
-  printRow("from the start of achost to the first poll", timeToFirstPoll(words[0], state.path()), "", "50 ms");
+  print_row("from the start of achost to the first poll", time_to_first_poll(words[0], state.path()), "", "50 ms");
   for (const int tags : fields) {
     poll(words[0], state.path(), tags, time);
   }

@@ -48,8 +48,8 @@ struct Times {
 };
 
 // When these happened last; each written by the thread that it happens on, which hands the reading over afterwards.
-std::atomic<std::int64_t> readAt = 0;
-std::atomic<std::int64_t> decidedAt = 0;
+std::atomic<std::int64_t> read_at = 0;
+std::atomic<std::int64_t> decided_at = 0;
 
 }  // namespace
 
@@ -57,15 +57,15 @@ std::atomic<std::int64_t> decidedAt = 0;
 extern "C" ssize_t __real_read(int file, void* data, std::size_t size);
 extern "C" ssize_t __wrap_read(int file, void* data, std::size_t size) {
   const auto count = __real_read(file, data, size);
-  readAt = now();
+  read_at = now();
   return count;
 }
 
-std::string realUuid() __asm__("__real__ZN2ac4util10identifier17generate_new_uuidB5cxx11Ev");
-std::string wrappedUuid() __asm__("__wrap__ZN2ac4util10identifier17generate_new_uuidB5cxx11Ev");
-std::string wrappedUuid() {
-  decidedAt = now();
-  return realUuid();
+std::string real_uuid() __asm__("__real__ZN2ac4util10identifier17generate_new_uuidB5cxx11Ev");
+std::string wrapped_uuid() __asm__("__wrap__ZN2ac4util10identifier17generate_new_uuidB5cxx11Ev");
+std::string wrapped_uuid() {
+  decided_at = now();
+  return real_uuid();
 }
 
 namespace {
@@ -97,7 +97,7 @@ class Reader {
       link_.write(answer);
       arrived_.wait(0);
       const auto since = [sent](std::int64_t at) { return static_cast<double>(at - sent) / 1e3; };
-      times.push_back({.read = since(readAt), .decided = since(decidedAt), .handled = since(arrived_)});
+      times.push_back({.read = since(read_at), .decided = since(decided_at), .handled = since(arrived_)});
     }
     return times;
   }
@@ -113,7 +113,7 @@ class Reader {
   _exit(write(pipe, times.data(), size) == static_cast<ssize_t>(size) ? 0 : 1);
 }
 
-[[noreturn]] void throughPlugin(int pipe) {
+[[noreturn]] void through_plugin(int pipe) {
   Reader reader;
   Store store;
   store->override_for_run("uhf", "probe_interval", std::to_string(kProbeInterval.count()));
@@ -154,7 +154,7 @@ class Queue {
   std::deque<int> values_;
 };
 
-[[noreturn]] void throughBareChain(int pipe) {
+[[noreturn]] void through_bare_chain(int pipe) {
   Reader reader;
   const int line = open(reader.path().c_str(), O_RDWR | O_NOCTTY);
   Queue cards;
@@ -187,7 +187,7 @@ class Queue {
 }
 
 // What measure() reports, from a process of its own.
-std::vector<Times> inAProcess(void (*measure)(int)) {
+std::vector<Times> in_aprocess(void (*measure)(int)) {
   std::array<int, 2> pipe_ends{};
   if (pipe(pipe_ends.data()) != 0) {
     throw std::runtime_error("no pipe");
@@ -231,23 +231,23 @@ int main() {
   Figures handled;
   Figures bare;
   for (int i = 0; i < kRuns; ++i) {
-    const auto times = inAProcess(throughPlugin);
+    const auto times = in_aprocess(through_plugin);
     read.add(times, &Times::read);
     decided.add(times, &Times::decided);
     handled.add(times, &Times::handled);
-    bare.add(inAProcess(throughBareChain), &Times::handled);
+    bare.add(in_aprocess(through_bare_chain), &Times::handled);
   }
   const auto micro = [](const std::vector<double>& times) { return number(median(times)) + " µs"; };
   const auto ratio = [](const std::vector<double>& times, const std::vector<double>& reference) {
-    return ratioOf(median(times), median(reference));
+    return ratio_of(median(times), median(reference));
   };
-  printRow("from the reader's last byte to the host's handler, median", micro(handled.medians),
-           ratio(handled.medians, bare.medians), "ratio 1.25");
-  printRow("the same through a bare chain of threads, median", micro(bare.medians));
-  printRow("of it until the plug-in has read it", micro(read.medians), ratio(read.medians, handled.medians));
-  printRow("of it until the dispatch announces it", micro(decided.medians), ratio(decided.medians, handled.medians));
-  printRow("from the reader's last byte to the host's handler, 99 of 100", micro(handled.tails),
-           ratio(handled.tails, bare.tails), "ratio 2");
-  printRow("the same through a bare chain of threads, 99 of 100", micro(bare.tails));
+  print_row("from the reader's last byte to the host's handler, median", micro(handled.medians),
+            ratio(handled.medians, bare.medians), "ratio 1.25");
+  print_row("the same through a bare chain of threads, median", micro(bare.medians));
+  print_row("of it until the plug-in has read it", micro(read.medians), ratio(read.medians, handled.medians));
+  print_row("of it until the dispatch announces it", micro(decided.medians), ratio(decided.medians, handled.medians));
+  print_row("from the reader's last byte to the host's handler, 99 of 100", micro(handled.tails),
+            ratio(handled.tails, bare.tails), "ratio 2");
+  print_row("the same through a bare chain of threads, 99 of 100", micro(bare.tails));
   return 0;
 }

@@ -12,7 +12,7 @@ std::size_t given = 0;
 
 }  // namespace
 
-void setReply(const std::vector<unsigned char>& bytes) { reply = bytes; }
+void set_reply(const std::vector<unsigned char>& bytes) { reply = bytes; }
 
 // The linker sends the driver's calls here (--wrap). A write begins a transaction.
 extern "C" ssize_t __wrap_write(int, const void*, std::size_t size) {

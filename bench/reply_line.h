@@ -4,4 +4,4 @@
 #include <vector>
 
 // What the next transaction's reads get, in chunks of at most 1024 bytes.
-void setReply(const std::vector<unsigned char>& bytes);
+void set_reply(const std::vector<unsigned char>& bytes);

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cstdio>
 
-void printRow(const std::string& what, const std::string& measured, const std::string& ratio,
-              const std::string& target) {
+void print_row(const std::string& what, const std::string& measured, const std::string& ratio,
+               const std::string& target) {
   std::printf("| %s | %s | %s | %s |\n", what.c_str(), measured.c_str(), ratio.c_str(), target.c_str());
   std::fflush(stdout);
 }
@@ -24,4 +24,4 @@ std::string number(double value, int decimals) {
   return text;
 }
 
-std::string ratioOf(double value, double reference) { return number(value / reference, 2); }
+std::string ratio_of(double value, double reference) { return number(value / reference, 2); }

@@ -5,8 +5,8 @@
 #include <vector>
 
 // One row. measured carries its unit; ratio and target are empty where there is none.
-void printRow(const std::string& what, const std::string& measured, const std::string& ratio = "",
-              const std::string& target = "");
+void print_row(const std::string& what, const std::string& measured, const std::string& ratio = "",
+               const std::string& target = "");
 
 // The median, and the value below which this share (0 to 1) lies. values must not be empty.
 double median(std::vector<double> values);
@@ -16,4 +16,4 @@ double quantile(std::vector<double> values, double share);
 std::string number(double value, int decimals = 1);
 
 // Of two values, with two decimals.
-std::string ratioOf(double value, double reference);
+std::string ratio_of(double value, double reference);

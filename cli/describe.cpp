@@ -19,29 +19,29 @@ struct Command {
   std::string path;
 };
 
-std::vector<const CLI::App*> commandsOf(const CLI::App& app) {
+std::vector<const CLI::App*> commands_of(const CLI::App& app) {
   return app.get_subcommands([](const CLI::App* command) { return !command->get_name().empty(); });
 }
 
 void collect(const CLI::App& app, const std::string& path, std::vector<Command>& all) {
   all.push_back({&app, path});
-  for (const auto* command : commandsOf(app)) {
+  for (const auto* command : commands_of(app)) {
     collect(*command, path.empty() ? command->get_name() : path + " " + command->get_name(), all);
   }
 }
 
-std::vector<Command> everyCommand(const CLI::App& app) {
+std::vector<Command> every_command(const CLI::App& app) {
   std::vector<Command> all;
   collect(app, "", all);
   return all;
 }
 
-std::vector<const CLI::Option*> optionsOf(const CLI::App& app) { return app.get_options(nullptr); }
+std::vector<const CLI::Option*> options_of(const CLI::App& app) { return app.get_options(nullptr); }
 
-bool takesValue(const CLI::Option& option) { return option.get_expected_max() > 0 && option.get_type_size_max() > 0; }
+bool takes_value(const CLI::Option& option) { return option.get_expected_max() > 0 && option.get_type_size_max() > 0; }
 
 // "--port", "-h".
-std::vector<std::string> namesOf(const CLI::Option& option) {
+std::vector<std::string> names_of(const CLI::Option& option) {
   std::vector<std::string> names;
   for (const auto& name : option.get_snames()) {
     names.push_back("-" + name);
@@ -53,13 +53,13 @@ std::vector<std::string> namesOf(const CLI::Option& option) {
 }
 
 // What may stand after these words of the command line: commands and options.
-std::vector<std::string> wordsOf(const CLI::App& app) {
+std::vector<std::string> words_of(const CLI::App& app) {
   std::vector<std::string> words;
-  for (const auto* command : commandsOf(app)) {
+  for (const auto* command : commands_of(app)) {
     words.push_back(command->get_name());
   }
-  for (const auto* option : optionsOf(app)) {
-    const auto names = namesOf(*option);
+  for (const auto* option : options_of(app)) {
+    const auto names = names_of(*option);
     words.insert(words.end(), names.begin(), names.end());
   }
   return words;
@@ -87,10 +87,10 @@ std::string roff(const std::string& text) {
   return result;
 }
 
-std::string optionAsRoff(const CLI::Option& option) {
-  auto names = namesOf(option);
+std::string option_as_roff(const CLI::Option& option) {
+  auto names = names_of(option);
   std::string head = names.empty() ? option.get_name(true) : joined(names, ", ");
-  if (!names.empty() && takesValue(option) && !option.get_type_name().empty()) {
+  if (!names.empty() && takes_value(option) && !option.get_type_name().empty()) {
     head += " " + option.get_type_name();
   }
   const auto fallback = option.get_default_str();
@@ -98,16 +98,16 @@ std::string optionAsRoff(const CLI::Option& option) {
          (fallback.empty() ? "" : roff(" (default: " + fallback + ")")) + "\n";
 }
 
-std::string manPage(const CLI::App& app, const std::string& section) {
+std::string man_page(const CLI::App& app, const std::string& section) {
   const auto& name = app.get_name();
   std::string page = ".TH " + name + " " + section + " \"\" \"uhf " + UHF_VERSION + "\"\n.SH NAME\n" + name + " \\- " +
                      roff(app.get_description()) + "\n.SH SYNOPSIS\n";
-  const auto commands = everyCommand(app);
+  const auto commands = every_command(app);
   for (const auto& [command, path] : commands) {
-    if (commandsOf(*command).empty()) {
+    if (commands_of(*command).empty()) {
       page += ".B " + name + (path.empty() ? "" : " " + roff(path)) + "\n[OPTIONS]\n";
-      for (const auto* option : optionsOf(*command)) {
-        page += namesOf(*option).empty() ? roff(option->get_name(true)) + "\n" : "";
+      for (const auto* option : options_of(*command)) {
+        page += names_of(*option).empty() ? roff(option->get_name(true)) + "\n" : "";
       }
       page += ".br\n";
     }
@@ -117,23 +117,23 @@ std::string manPage(const CLI::App& app, const std::string& section) {
     if (!path.empty()) {
       page += ".SS " + roff(path) + "\n" + roff(command->get_description()) + "\n";
     }
-    for (const auto* option : optionsOf(*command)) {
+    for (const auto* option : options_of(*command)) {
       // The same everywhere, so told once.
-      page += path.empty() || !option->check_lname("help") ? optionAsRoff(*option) : "";
+      page += path.empty() || !option->check_lname("help") ? option_as_roff(*option) : "";
     }
   }
   // Lines of a footer stand as they are.
   return page + ".SH NOTES\n.nf\n" + roff(app.get_footer()) + "\n.fi\n";
 }
 
-std::string bashCompletion(const CLI::App& app) {
+std::string bash_completion(const CLI::App& app) {
   const auto& name = app.get_name();
   std::string cases;
-  for (const auto& [command, path] : everyCommand(app)) {
-    cases += "    \"" + path + "\") words='" + joined(wordsOf(*command), " ") + "' ;;\n";
+  for (const auto& [command, path] : every_command(app)) {
+    cases += "    \"" + path + "\") words='" + joined(words_of(*command), " ") + "' ;;\n";
   }
   std::string paths;
-  for (const auto& [command, path] : everyCommand(app)) {
+  for (const auto& [command, path] : every_command(app)) {
     paths += path.empty() ? "" : "|\"" + path + "\"";
   }
   return "# Completion of " + name + " for bash.\n_" + name + "() {\n  local path='' word next words=''\n" +
@@ -152,23 +152,23 @@ std::string quoted(std::string text) {
   return "'" + text + "'";
 }
 
-std::string zshCompletion(const CLI::App& app) {
+std::string zsh_completion(const CLI::App& app) {
   const auto& name = app.get_name();
   std::string cases;
-  for (const auto& [command, path] : everyCommand(app)) {
+  for (const auto& [command, path] : every_command(app)) {
     cases += "    " + quoted(path) + ")\n      known=(";
-    for (const auto* next : commandsOf(*command)) {
+    for (const auto* next : commands_of(*command)) {
       cases += quoted(next->get_name() + ":" + next->get_description()) + " ";
     }
-    for (const auto* option : optionsOf(*command)) {
-      for (const auto& option_name : namesOf(*option)) {
+    for (const auto* option : options_of(*command)) {
+      for (const auto& option_name : names_of(*option)) {
         cases += quoted(option_name + ":" + option->get_description()) + " ";
       }
     }
     cases += ") ;;\n";
   }
   std::string paths;
-  for (const auto& [command, path] : everyCommand(app)) {
+  for (const auto& [command, path] : every_command(app)) {
     paths += path.empty() ? "" : "|" + quoted(path);
   }
   return "#compdef " + name + "\n# Completion of " + name + " for zsh.\nlocal at='' word next\nlocal -a known\n" +
@@ -177,13 +177,13 @@ std::string zshCompletion(const CLI::App& app) {
          "esac\n_describe 'option or command' known || _files\n";
 }
 
-std::string fishCompletion(const CLI::App& app) {
+std::string fish_completion(const CLI::App& app) {
   const auto& name = app.get_name();
   std::string script = "# Completion of " + name + " for fish.\n";
-  for (const auto& [command, path] : everyCommand(app)) {
+  for (const auto& [command, path] : every_command(app)) {
     std::string condition;
     if (path.empty()) {
-      condition = commandsOf(*command).empty() ? "" : " -n __fish_use_subcommand";
+      condition = commands_of(*command).empty() ? "" : " -n __fish_use_subcommand";
     } else {
       // Each word of the path has been given.
       std::string tests;
@@ -195,12 +195,12 @@ std::string fishCompletion(const CLI::App& app) {
       condition = " -n " + quoted(tests);
     }
     const auto begin = "complete -c " + name + condition;
-    for (const auto* next : commandsOf(*command)) {
+    for (const auto* next : commands_of(*command)) {
       script.append(begin).append(" -a ").append(next->get_name()).append(" -d ");
       script.append(quoted(next->get_description())).append("\n");
     }
-    for (const auto* option : optionsOf(*command)) {
-      if (namesOf(*option).empty()) {
+    for (const auto* option : options_of(*command)) {
+      if (names_of(*option).empty()) {
         continue;
       }
       script += begin;
@@ -210,7 +210,7 @@ std::string fishCompletion(const CLI::App& app) {
       for (const auto& word : option->get_lnames()) {
         script += " -l " + word;
       }
-      script += (takesValue(*option) ? " -r" : "") + (" -d " + quoted(option->get_description())) + "\n";
+      script += (takes_value(*option) ? " -r" : "") + (" -d " + quoted(option->get_description())) + "\n";
     }
   }
   return script;
@@ -220,16 +220,16 @@ std::string fishCompletion(const CLI::App& app) {
 
 std::string describe(const CLI::App& app, const std::string& format) {
   if (format.starts_with("man ")) {
-    return manPage(app, format.substr(4));
+    return man_page(app, format.substr(4));
   }
   if (format == "bash") {
-    return bashCompletion(app);
+    return bash_completion(app);
   }
   if (format == "zsh") {
-    return zshCompletion(app);
+    return zsh_completion(app);
   }
   if (format == "fish") {
-    return fishCompletion(app);
+    return fish_completion(app);
   }
   throw std::invalid_argument("no format \"" + format + "\": give \"man SECTION\", bash, zsh or fish");
 }

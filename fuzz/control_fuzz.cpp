@@ -28,7 +28,7 @@ achost::ControlTable table() {
 }
 
 const std::filesystem::path& directory() {
-  static const auto place = fuzz::emptyDirectory();
+  static const auto place = fuzz::empty_directory();
   static ControlServer server(place, table());
   return place;
 }

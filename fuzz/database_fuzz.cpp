@@ -14,19 +14,19 @@ namespace {
 
 using std::filesystem::path;
 
-void useSettings(const path& directory) {
+void use_settings(const path& directory) {
   refhost::SettingsStore store(directory, refhost::SettingsStore::Access::read_write);
   store.set("uhf", "read_interval", "777");
   fuzz::require(store.get("uhf", "read_interval") == "777", "a store that opens can be written");
 }
 
-void useAudit(const path& directory) {
+void use_audit(const path& directory) {
   refhost::AuditLog log(directory);
   log.append({"now", 1, "details"});
   refhost::AuditLog::read(directory, {}, [](const auto&) {});
 }
 
-void useUsers(const path& directory) {
+void use_users(const path& directory) {
   achost::UserStore users(directory, achost::UserStore::Access::read_write);
   users.bind(42, 7, "");
   users.owner_of(42);
@@ -39,16 +39,17 @@ struct Kind {
   void (*use)(const path& directory);
 };
 
-constexpr std::array KINDS{Kind{"settings.db", useSettings}, Kind{"audit.db", useAudit}, Kind{"users.db", useUsers}};
+constexpr std::array kKinds{Kind{"settings.db", use_settings}, Kind{"audit.db", use_audit},
+                            Kind{"users.db", use_users}};
 
 }  // namespace
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   refhost::log::set_threshold(refhost::log::Level::off);
   fuzz::Input input(data, size);
-  const Kind& kind = KINDS[input.below(KINDS.size())];
-  const auto directory = fuzz::emptyDirectory();
-  const auto content = input.allText();
+  const Kind& kind = kKinds[input.below(kKinds.size())];
+  const auto directory = fuzz::empty_directory();
+  const auto content = input.all_text();
   std::ofstream(directory / kind.file, std::ios::binary) << content;
   try {
     kind.use(directory);

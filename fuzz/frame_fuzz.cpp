@@ -10,7 +10,7 @@ namespace {
 using Bytes = std::vector<unsigned char>;
 
 // Lets what is otherwise right get past the gate of the checksum.
-void mendChecksum(Bytes& bytes) {
+void mend_checksum(Bytes& bytes) {
   if (bytes.size() < Frame::MIN_FRAME_SIZE) {
     return;
   }
@@ -31,7 +31,7 @@ void check(const Frame& frame, std::span<const unsigned char> wire) {
   }
 }
 
-void decodeAll(const Bytes& bytes) {
+void decode_all(const Bytes& bytes) {
   for (std::span<const unsigned char> rest = bytes;;) {
     const auto [frame, consumed] = Frame::decode(rest);
     fuzz::require(consumed <= rest.size(), "no more is consumed than there is");
@@ -53,10 +53,10 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const bool mended = input.below(2) == 1;
   Bytes bytes = input.all();
   if (mended) {
-    mendChecksum(bytes);
+    mend_checksum(bytes);
   }
   try {
-    decodeAll(bytes);
+    decode_all(bytes);
     Frame::fromData(bytes);
   } catch (const ac::ac_exception&) {  // one of the documented outcomes
   } catch (const std::bad_alloc&) {    // a notice of 3 or 4 bytes

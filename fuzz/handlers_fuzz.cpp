@@ -41,48 +41,50 @@ class AnsweringLine : public memory_line::Line {
   std::vector<unsigned char> pending_;
 };
 
-constexpr std::array FIELDS{"type",  "user_id",        "save",    "registration", "user_card",
-                            "error", "gpio",           "value",   "active",       "module",
-                            "param", "previous_value", "details", "sys_config",   "previous_time"};
-constexpr std::array TEXTS{"card",
-                           "uhf",
-                           "0",
-                           "1",
-                           "region",
-                           "AMERICA",
-                           "work_channel",
-                           "0-10;26-51",
-                           "operation_mode",
-                           "trigger",
-                           "read_interval",
-                           "read_interval_diff_tags",
-                           "tag_detector_enabled",
-                           "transmit_power",
-                           "probe_interval",
-                           "trig_idle",
-                           "trigger_timeout",
-                           "inhibit",
-                           "usb_port_enabled"};
-constexpr std::array SETTINGS{"region",
-                              "transmit_power",
-                              "work_channel",
-                              "operation_mode",
-                              "trig_idle",
-                              "trigger_timeout",
-                              "read_interval",
-                              "read_interval_diff_tags",
-                              "tag_detector_enabled",
-                              "tag_detector_relay",
-                              "probe_interval"};
+constexpr std::array kFields{"type",  "user_id",        "save",    "registration", "user_card",
+                             "error", "gpio",           "value",   "active",       "module",
+                             "param", "previous_value", "details", "sys_config",   "previous_time"};
+constexpr std::array kTexts{"card",
+                            "uhf",
+                            "0",
+                            "1",
+                            "region",
+                            "AMERICA",
+                            "work_channel",
+                            "0-10;26-51",
+                            "operation_mode",
+                            "trigger",
+                            "read_interval",
+                            "read_interval_diff_tags",
+                            "tag_detector_enabled",
+                            "transmit_power",
+                            "probe_interval",
+                            "trig_idle",
+                            "trigger_timeout",
+                            "inhibit",
+                            "usb_port_enabled"};
+constexpr std::array kSettings{"region",
+                               "transmit_power",
+                               "work_channel",
+                               "operation_mode",
+                               "trig_idle",
+                               "trigger_timeout",
+                               "read_interval",
+                               "read_interval_diff_tags",
+                               "tag_detector_enabled",
+                               "tag_detector_relay",
+                               "probe_interval"};
 
 constexpr std::array MODES{"inhibit", "trigger", "continuous"};
 
-std::string textOf(fuzz::Input& input) { return input.below(2) == 0 ? TEXTS[input.below(TEXTS.size())] : input.text(); }
+std::string text_of(fuzz::Input& input) {
+  return input.below(2) == 0 ? kTexts[input.below(kTexts.size())] : input.text();
+}
 
-second_host::Fields fieldsOf(fuzz::Input& input) {
+second_host::Fields fields_of(fuzz::Input& input) {
   second_host::Fields fields;
   for (std::size_t i = input.below(8); i > 0; --i) {
-    const std::string name = FIELDS[input.below(FIELDS.size())];
+    const std::string name = kFields[input.below(kFields.size())];
     switch (input.below(3)) {
       case 0:
         fields.emplace_back(name, static_cast<int>(input.number()));
@@ -91,7 +93,7 @@ second_host::Fields fieldsOf(fuzz::Input& input) {
         fields.emplace_back(name, static_cast<std::int64_t>(input.number()));
         break;
       default:
-        fields.emplace_back(name, textOf(input));
+        fields.emplace_back(name, text_of(input));
     }
   }
   return fields;
@@ -102,7 +104,7 @@ const second_host::Listeners& listeners() {
   static const second_host::Listeners all = [] {
     static AnsweringLine line;
     memory_line::connect(&line);
-    host().set("serial_port_path", memory_line::PATH);
+    host().set("serial_port_path", memory_line::kPath);
     host().set("serial_port_timeout", 100);
     host().set("region", "AMERICA");
     host().set("transmit_power", 2600);
@@ -111,8 +113,8 @@ const second_host::Listeners& listeners() {
     ac::Plugin plugin;
     std::string error;
     fuzz::require(init(&plugin, &error), error.c_str());
-    auto wanted = second_host::recordOf(plugin).interested;
-    const auto& queued = second_host::listenersOf(enqueuer);
+    auto wanted = second_host::record_of(plugin).interested;
+    const auto& queued = second_host::listeners_of(enqueuer);
     wanted.insert(wanted.end(), queued.begin(), queued.end());
     std::cerr.rdbuf(nullptr);
     return wanted;
@@ -121,13 +123,13 @@ const second_host::Listeners& listeners() {
 }
 
 // The USB port's file is the machine's own, unless this process may have an /etc of its own.
-bool touchesTheMachine(const second_host::Fields& fields) {
-  static const bool isPrivate = [] {
+bool touches_the_machine(const second_host::Fields& fields) {
+  static const bool is_private = [] {
     static const PrivateEtc etc;
     std::error_code failure;
     return etc.refusal().empty() && std::filesystem::create_directories("/etc/udev/mount.blacklist.d", failure);
   }();
-  return !isPrivate && std::ranges::any_of(fields, [](const auto& field) {
+  return !is_private && std::ranges::any_of(fields, [](const auto& field) {
     const auto* text = std::get_if<std::string>(&field.second);
     return field.first == "param" && text != nullptr && *text == "usb_port_enabled";
   });
@@ -142,16 +144,16 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   host().set("operation_mode", MODES[input.below(MODES.size())]);
   for (int i = 0; i < 16 && !input.empty(); ++i) {
     if (input.below(3) == 0) {
-      host().set(SETTINGS[input.below(SETTINGS.size())], textOf(input));
+      host().set(kSettings[input.below(kSettings.size())], text_of(input));
       continue;
     }
     const auto& listener = all[input.below(all.size())];
-    const auto fields = fieldsOf(input);
-    if (touchesTheMachine(fields)) {
+    const auto fields = fields_of(input);
+    if (touches_the_machine(fields)) {
       continue;
     }
     try {
-      listener.handler(second_host::makeMessage(listener.type, fields).get());
+      listener.handler(second_host::make_message(listener.type, fields).get());
     } catch (const std::exception&) {  // the host's to handle
     }
   }

@@ -46,7 +46,7 @@ class Input {
     const auto content = bytes();
     return {content.begin(), content.end()};
   }
-  std::string allText() {
+  std::string all_text() {
     const auto content = all();
     return {content.begin(), content.end()};
   }
@@ -62,8 +62,8 @@ class Input {
 };
 
 // Ends the process, for the fuzzer to keep the input, unless what is said is true.
-inline void require(bool isTrue, const char* what) {
-  if (!isTrue) {
+inline void require(bool is_true, const char* what) {
+  if (!is_true) {
     std::fprintf(stderr, "not so: %s\n", what);
     std::abort();
   }

@@ -16,8 +16,8 @@ class FuzzedLine : public memory_line::Line {
   explicit FuzzedLine(fuzz::Input& input) : input_(input) {}
 
   bool write(std::span<const unsigned char>) override {
-    hungUp = hungUp || input_.below(64) == 63;
-    return !hungUp;
+    hung_up = hung_up || input_.below(64) == 63;
+    return !hung_up;
   }
 
   Bytes read(std::size_t most, std::chrono::milliseconds) override {
@@ -30,7 +30,7 @@ class FuzzedLine : public memory_line::Line {
     return chunk;
   }
 
-  bool hungUp = false;
+  bool hung_up = false;
 
  private:
   // A frame with a right checksum and length; nothing at the input's end.
@@ -38,8 +38,8 @@ class FuzzedLine : public memory_line::Line {
     if (input_.empty()) {
       return {};
     }
-    constexpr unsigned char COMMANDS[] = {0x07, 0x22, 0xA9, 0xB6, 0xB7, 0xF0, 0xF1, 0xFF};
-    Bytes bytes{0x7F, static_cast<unsigned char>(input_.below(4)), COMMANDS[input_.below(std::size(COMMANDS))]};
+    constexpr unsigned char kCommands[] = {0x07, 0x22, 0xA9, 0xB6, 0xB7, 0xF0, 0xF1, 0xFF};
+    Bytes bytes{0x7F, static_cast<unsigned char>(input_.below(4)), kCommands[input_.below(std::size(kCommands))]};
     const Bytes parameters = input_.bytes();
     bytes.push_back(0);
     bytes.push_back(static_cast<unsigned char>(parameters.size()));
@@ -91,13 +91,13 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   fuzz::Input input(data, size);
   FuzzedLine line(input);
   memory_line::connect(&line);
-  const ac::UHF::T640 driver(memory_line::PATH, std::chrono::milliseconds(100));
+  const ac::UHF::T640 driver(memory_line::kPath, std::chrono::milliseconds(100));
   try {
     for (int i = 0; i < 32 && !input.empty(); ++i) {
       operate(driver, input);
     }
   } catch (const ac::ac_exception&) {
-    fuzz::require(line.hungUp, "only a failing line makes an operation throw");
+    fuzz::require(line.hung_up, "only a failing line makes an operation throw");
   }
   return 0;
 }

@@ -9,9 +9,9 @@ using refhost::SettingsStore;
 
 namespace {
 
-void readSchema(fuzz::Input& input) {
+void read_schema(fuzz::Input& input) {
   try {
-    const SettingsSchema schema(input.allText());
+    const SettingsSchema schema(input.all_text());
     for (const auto& setting : schema.settings()) {
       setting.check(setting.default_value);
       setting.allowed();
@@ -22,7 +22,7 @@ void readSchema(fuzz::Input& input) {
 
 void change(fuzz::Input& input) {
   refhost::log::set_threshold(refhost::log::Level::off);
-  const auto directory = fuzz::emptyDirectory();
+  const auto directory = fuzz::empty_directory();
   const auto& settings = SettingsSchema::builtin().settings();
   SettingsStore store(directory, SettingsStore::Access::read_write);
   for (int i = 0; i < 4 && !input.empty(); ++i) {
@@ -50,7 +50,7 @@ void change(fuzz::Input& input) {
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   fuzz::Input input(data, size);
   if (input.below(2) == 0) {
-    readSchema(input);
+    read_schema(input);
   } else {
     change(input);
   }

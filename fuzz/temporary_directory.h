@@ -8,7 +8,7 @@
 
 namespace fuzz {
 
-inline std::filesystem::path emptyDirectory() {
+inline std::filesystem::path empty_directory() {
   const auto directory = std::filesystem::temp_directory_path() / ("uhf-fuzz-" + std::to_string(getpid()));
   std::filesystem::remove_all(directory);
   std::filesystem::create_directories(directory);

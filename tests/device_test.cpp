@@ -30,8 +30,8 @@ using testing::HasSubstr;
 
 namespace {
 
-constexpr const char* KNOWN = "E28011700000020A00000001";
-constexpr const char* UNKNOWN = "E28011700000020A00000021";
+constexpr const char* kKnown = "E28011700000020A00000001";
+constexpr const char* kUnknown = "E28011700000020A00000021";
 
 class Device : public testing::Test {
  protected:
@@ -92,10 +92,10 @@ class Device : public testing::Test {
 TEST_F(Device, AKnownCardOpensTheDoorAndAnUnknownOneDoesNot) {
   output({"card", "add", "1", "--user", "7"});
   start();
-  output({"field", "add", UNKNOWN});
+  output({"field", "add", kUnknown});
   EXPECT_EQ(next_event("identification").at("outcome"), "unknown");
   output({"field", "clear"});
-  output({"field", "add", KNOWN});
+  output({"field", "add", kKnown});
   const auto event = next_event("identification");
   EXPECT_EQ(event.at("outcome"), "opens");
   EXPECT_EQ(event.at("user_id"), 7);
@@ -106,7 +106,7 @@ TEST_F(Device, AnEnrollmentMakesACardKnown) {
   start({"--set", "read_interval=250"});
   Achost enrolling({"enroll", "--user", "9", "--registration", "r-9", "--state", state()});
   EXPECT_EQ(next_event("enrollment").at("state"), "started");
-  output({"field", "add", UNKNOWN});
+  output({"field", "add", kUnknown});
   const auto result = enrolling.wait();
   EXPECT_EQ(result.status, 0) << result.err;
   EXPECT_EQ(result.out, "card 33 (0x21) is of user 9\n");
@@ -120,7 +120,7 @@ TEST_F(Device, AnEnrollmentMakesACardKnown) {
 TEST_F(Device, ACardIdentifiedShortlyBeforeAnEnrollmentIsTakenOnlyAfterItsInterval) {
   start({"--set", "read_interval=1500"});
   const auto before = std::chrono::steady_clock::now();
-  output({"field", "add", UNKNOWN});
+  output({"field", "add", kUnknown});
   EXPECT_EQ(next_event("identification").at("outcome"), "unknown");
   EXPECT_EQ(output({"enroll", "--user", "9"}), "card 33 (0x21) is of user 9\n");
   EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(1500));
@@ -133,7 +133,7 @@ TEST_F(Device, AnEnrollmentWhileAnotherRunsIsRefusedAndTheFirstGoesOn) {
   const auto second = command({"enroll", "--user", "8"});
   EXPECT_EQ(second.status, 1);
   EXPECT_THAT(second.err, HasSubstr("achost: enrollment of user 8: failed: another enrollment runs\n"));
-  output({"field", "add", UNKNOWN});
+  output({"field", "add", kUnknown});
   EXPECT_EQ(first.wait().out, "card 33 (0x21) is of user 7\n");
 }
 
@@ -219,20 +219,20 @@ TEST_F(Device, AfterAKillTheDoorIsShutAndThePluginReadsAgain) {
   host().wait();
   start();
   EXPECT_EQ(output({"gpio", "list"}), at_rest);
-  output({"field", "add", KNOWN});
+  output({"field", "add", kKnown});
   EXPECT_EQ(next_event("identification").at("card"), 1);
 }
 
 // The level is idle a moment before the plug-in has heard that it became so. A reading that falls between is announced:
 // then it takes another try to see the dead time.
 TEST_F(Device, TheInhibitInputSilencesTheReaderUntilItsDeadTimeHasPassed) {
-  constexpr std::chrono::milliseconds DEAD_TIME(300);
+  constexpr std::chrono::milliseconds kDeadTime(300);
   start({"--set", "operation_mode=inhibit", "--set", "trigger_timeout=300", "--set", "read_interval=250"});
   bool waited = false;
   for (int attempt = 0; attempt < 10 && !waited; ++attempt) {
     EXPECT_EQ(output({"gpio", "set", "1", "1"}), "line 1 is 1\n");
     EXPECT_EQ(next_event("gpio").at("value"), 1);
-    output({"field", "add", KNOWN});
+    output({"field", "add", kKnown});
     std::this_thread::sleep_for(std::chrono::milliseconds(300));  // in which nothing may be announced
     const auto before = std::chrono::steady_clock::now();
     output({"gpio", "set", "1", "0"});
@@ -241,7 +241,7 @@ TEST_F(Device, TheInhibitInputSilencesTheReaderUntilItsDeadTimeHasPassed) {
       names.push_back(json::parse(host().next_line()).at("event"));
     }
     EXPECT_THAT(names, testing::ElementsAre("gpio", "identification")) << "nothing before the input is idle again";
-    waited = std::chrono::steady_clock::now() - before >= DEAD_TIME;
+    waited = std::chrono::steady_clock::now() - before >= kDeadTime;
     output({"field", "clear"});
     std::this_thread::sleep_for(std::chrono::milliseconds(300));  // for what was read before
   }

@@ -26,8 +26,8 @@ using uhfsim::ByteView;
 
 namespace {
 
-constexpr milliseconds TIMEOUT(100);
-constexpr milliseconds PROBE_INTERVAL(50);
+constexpr milliseconds kTimeout(100);
+constexpr milliseconds kProbeInterval(50);
 
 // The simulated reader's engine and its faults on a line whose time passes when somebody waits.
 class FaultyLine : public memory_line::Line {
@@ -38,7 +38,7 @@ class FaultyLine : public memory_line::Line {
   uhfsim::FaultInjector faults;
 
   bool write(ByteView bytes) override {
-    if (hungUp_) {
+    if (hung_up_) {
       return false;
     }
     for (Bytes& reply : engine_.feed(bytes)) {
@@ -67,12 +67,12 @@ class FaultyLine : public memory_line::Line {
   void pass(milliseconds time) { now_ += time; }
 
   // Until all that was late has come, a hang-up included.
-  void waitUntilQuiet() {
+  void wait_until_quiet() {
     now_ = std::max(now_, free_);
-    hungUp_ = hungUp_ || std::ranges::any_of(coming_, &Coming::hangUp);
+    hung_up_ = hung_up_ || std::ranges::any_of(coming_, &Coming::hang_up);
   }
 
-  bool hungUp() const { return hungUp_; }
+  bool hung_up() const { return hung_up_; }
 
   // Bytes that wait to be read.
   std::size_t unread() const {
@@ -84,8 +84,8 @@ class FaultyLine : public memory_line::Line {
   }
 
   // What was on its way is lost.
-  void comeBack() {
-    hungUp_ = false;
+  void come_back() {
+    hung_up_ = false;
     coming_.clear();
     free_ = now_;
   }
@@ -96,7 +96,7 @@ class FaultyLine : public memory_line::Line {
   struct Coming {
     Bytes bytes;
     milliseconds due;
-    bool hangUp;
+    bool hang_up;
   };
 
   // What is there now.
@@ -110,9 +110,9 @@ class FaultyLine : public memory_line::Line {
       if (!first.bytes.empty()) {
         break;
       }
-      hungUp_ = first.hangUp;
+      hung_up_ = first.hang_up;
       coming_.pop_front();
-      if (hungUp_) {
+      if (hung_up_) {
         coming_.clear();
       }
     }
@@ -123,7 +123,7 @@ class FaultyLine : public memory_line::Line {
   std::deque<Coming> coming_;
   milliseconds now_{0};
   milliseconds free_{0};
-  bool hungUp_ = false;
+  bool hung_up_ = false;
 };
 
 // The EPCs of every whole tag report with a right checksum, wherever it begins.
@@ -157,8 +157,8 @@ class Rounds {
     uhfsim::Random random(seed);
     FaultyLine line(seed);
     memory_line::connect(&line);
-    fillField(line.field, random);
-    driver_ = std::make_unique<ac::UHF::T640>(memory_line::PATH, TIMEOUT);
+    fill_field(line.field, random);
+    driver_ = std::make_unique<ac::UHF::T640>(memory_line::kPath, kTimeout);
     const auto names = uhfsim::FaultInjector::names();
     for (std::size_t i = 1 + random.below(3); i > 0; --i) {
       const auto name = names[random.below(names.size())];
@@ -168,36 +168,36 @@ class Rounds {
       pass(line);
     }
     line.faults.clear();
-    line.waitUntilQuiet();
-    if (line.hungUp()) {
-      startAgain(line);
+    line.wait_until_quiet();
+    if (line.hung_up()) {
+      start_again(line);
     }
-    EXPECT_TRUE(readsAgain(line)) << "reads nothing in two passes without a fault";
+    EXPECT_TRUE(reads_again(line)) << "reads nothing in two passes without a fault";
     driver_ = nullptr;
     memory_line::connect(nullptr);
   }
 
   std::uint64_t tags = 0;
   std::uint64_t strangers = 0;  // tags that were not in the field
-  std::uint64_t lostPasses = 0;
-  std::uint64_t hangUps = 0;
-  std::uint64_t crowdedPasses = 0;  // spent on what a fault left on the line
+  std::uint64_t lost_passes = 0;
+  std::uint64_t hang_ups = 0;
+  std::uint64_t crowded_passes = 0;  // spent on what a fault left on the line
 
  private:
   // What a pass finds out of step it drops, 1,024 bytes at a time: one that leaves bytes unread is none of the two.
-  bool readsAgain(FaultyLine& line) {
+  bool reads_again(FaultyLine& line) {
     for (int left = 2; left > 0;) {
       if (pass(line)) {
         return true;
       }
-      const bool isLineRead = line.unread() == 0;
-      left -= isLineRead ? 1 : 0;
-      crowdedPasses += isLineRead ? 0 : 1;
+      const bool is_line_read = line.unread() == 0;
+      left -= is_line_read ? 1 : 0;
+      crowded_passes += is_line_read ? 0 : 1;
     }
     return false;
   }
 
-  void fillField(uhfsim::Field& field, uhfsim::Random& random) {
+  void fill_field(uhfsim::Field& field, uhfsim::Random& random) {
     epcs_.clear();
     for (std::size_t i = 1 + random.below(8); i > 0; --i) {
       Bytes epc(2 + 2 * random.below(31));
@@ -211,26 +211,26 @@ class Rounds {
 
   // Whether tags were read.
   bool pass(FaultyLine& line) {
-    line.pass(PROBE_INTERVAL);
+    line.pass(kProbeInterval);
     line.delivered.clear();
     try {
       const auto [succeeded, read] = driver_->inventoryCard();
       check(read, reported(line.delivered));
-      lostPasses += succeeded ? 0 : 1;
+      lost_passes += succeeded ? 0 : 1;
       return succeeded;
     } catch (const ac::ac_exception& failure) {
-      EXPECT_TRUE(line.hungUp()) << failure.what();
-      startAgain(line);
+      EXPECT_TRUE(line.hung_up()) << failure.what();
+      start_again(line);
       return false;
     }
   }
 
   // A hang-up ends the process, which its supervisor starts again.
-  void startAgain(FaultyLine& line) {
-    ++hangUps;
-    line.comeBack();
+  void start_again(FaultyLine& line) {
+    ++hang_ups;
+    line.come_back();
     driver_ = nullptr;
-    driver_ = std::make_unique<ac::UHF::T640>(memory_line::PATH, TIMEOUT);
+    driver_ = std::make_unique<ac::UHF::T640>(memory_line::kPath, kTimeout);
   }
 
   void check(const std::vector<ac::UHF::InventoryCardInfo>& read, const std::set<Bytes>& valid) {
@@ -255,10 +255,10 @@ TEST(FaultRounds, NeverCrashNorInventACardAndReadAgainWithinTwoPasses) {
     rounds.play(seed);
     ASSERT_FALSE(testing::Test::HasFailure()) << "seed " << seed;
   }
-  std::cout << count << " rounds: " << rounds.tags << " tags read, " << rounds.lostPasses << " passes lost, "
-            << rounds.hangUps << " hang-ups, " << rounds.crowdedPasses << " passes on a crowded line, "
+  std::cout << count << " rounds: " << rounds.tags << " tags read, " << rounds.lost_passes << " passes lost, "
+            << rounds.hang_ups << " hang-ups, " << rounds.crowded_passes << " passes on a crowded line, "
             << rounds.strangers << " tags that were not in the field, though their checksum was right\n";
   EXPECT_GT(rounds.tags, count);
-  EXPECT_GT(rounds.lostPasses, count / 10);
-  EXPECT_GT(rounds.hangUps, count / 100);
+  EXPECT_GT(rounds.lost_passes, count / 10);
+  EXPECT_GT(rounds.hang_ups, count / 100);
 }

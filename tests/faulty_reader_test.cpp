@@ -18,8 +18,8 @@ using std::chrono::milliseconds;
 
 namespace {
 
-constexpr int ROUNDS = 3;
-constexpr milliseconds OF_EACH_FAULT(150);
+constexpr int kRounds = 3;
+constexpr milliseconds kOfEachFault(150);
 
 std::int64_t announced(const second_host::SentMessage& message) {
   for (const auto& [name, value] : message.fields) {
@@ -44,7 +44,7 @@ void prepare(const std::string& port) {
   host().set("serial_port_path", port);
   host().set("region", "EUROPE");
   host().set("operation_mode", "continuous");
-  host().answerWith([](const auto&) { return Fields{{"value", 0}}; });
+  host().answer_with([](const auto&) { return Fields{{"value", 0}}; });
 }
 
 }  // namespace
@@ -62,23 +62,23 @@ TEST(FaultyReader, AnnouncesNoCardThatIsNotThereAndReadsAgainAfterwards) {
   ASSERT_TRUE(entry<second_host::InitEntry>("init")(&record, &error)) << error;
   std::thread(entry<second_host::RunEntry>("run")).detach();
 
-  for (int round = 0; round < ROUNDS; ++round) {
+  for (int round = 0; round < kRounds; ++round) {
     for (const auto name : uhfsim::FaultInjector::names()) {
       if (name != "hang-up") {  // which ends run()
         reader.faults().set(name, 0.7);
-        std::this_thread::sleep_for(OF_EACH_FAULT);
+        std::this_thread::sleep_for(kOfEachFault);
         reader.faults().clear();
       }
     }
   }
   const auto before = host().messages("identifier_new_card").size();
-  const auto kept = host().keepAlives("uhf");
-  EXPECT_TRUE(host().waitUntil([&] { return host().messages("identifier_new_card").size() > before + 10; }));
-  EXPECT_GT(host().keepAlives("uhf"), kept);
+  const auto kept = host().keep_alives("uhf");
+  EXPECT_TRUE(host().wait_until([&] { return host().messages("identifier_new_card").size() > before + 10; }));
+  EXPECT_GT(host().keep_alives("uhf"), kept);
   for (const auto& message : host().messages("identifier_new_card")) {
     EXPECT_TRUE(cards.contains(announced(message))) << announced(message);
   }
   EXPECT_GT(before, 10U) << "nothing was read between the faults";
-  const auto texts = host().debugTexts();
+  const auto texts = host().debug_texts();
   EXPECT_TRUE(std::ranges::any_of(texts, [](const auto& text) { return text.starts_with("Error parsing data: "); }));
 }

@@ -27,7 +27,7 @@ using std::chrono::milliseconds;
 
 namespace {
 
-constexpr milliseconds LONGEST_LIFE(USUAL_LIFE);  // of a host once it is ready
+constexpr milliseconds kLongestLife(USUAL_LIFE);  // of a host once it is ready
 
 // What a host has acknowledged. Each member is written by one thread and read when that has ended.
 struct Acknowledged {
@@ -38,7 +38,7 @@ struct Acknowledged {
 
 // Each request with its answer, until the host has gone.
 template <class Step>
-void untilTheEnd(const std::filesystem::path& state, Step step) {
+void until_the_end(const std::filesystem::path& state, Step step) {
   try {
     ControlClient client(state);
     for (;;) {
@@ -48,8 +48,8 @@ void untilTheEnd(const std::filesystem::path& state, Step step) {
   }
 }
 
-void changeSettings(const std::filesystem::path& state, std::size_t& number, Acknowledged& acknowledged) {
-  untilTheEnd(state, [&](ControlClient& client) {
+void change_settings(const std::filesystem::path& state, std::size_t& number, Acknowledged& acknowledged) {
+  until_the_end(state, [&](ControlClient& client) {
     acknowledged.attempted = std::to_string(1000 + ++number % 60'000);
     client.send({{"command", "config_set"},
                  {"section", "uhf"},
@@ -62,10 +62,10 @@ void changeSettings(const std::filesystem::path& state, std::size_t& number, Ack
 }
 
 // A record is announced once it is written.
-void followRecords(const std::filesystem::path& state, Acknowledged& acknowledged) {
-  untilTheEnd(state, [&](ControlClient& client) {
-    static const Json FOLLOW{{"command", "events"}, {"types", "audit_log_created"}};
-    client.send(FOLLOW);
+void follow_records(const std::filesystem::path& state, Acknowledged& acknowledged) {
+  until_the_end(state, [&](ControlClient& client) {
+    static const Json kFollow{{"command", "events"}, {"types", "audit_log_created"}};
+    client.send(kFollow);
     for (;;) {
       const Json event = client.receive();
       if (event.contains("fields")) {
@@ -76,7 +76,7 @@ void followRecords(const std::filesystem::path& state, Acknowledged& acknowledge
   });
 }
 
-std::string epcOf(std::size_t number) {
+std::string epc_of(std::size_t number) {
   std::array<char, 32> text{};
   std::snprintf(text.data(), text.size(), "E2801170%016zX", number);
   return text.data();
@@ -84,11 +84,11 @@ std::string epcOf(std::size_t number) {
 
 // A card for each enrollment, held to the reader while it runs.
 void enroll(const std::filesystem::path& state, std::size_t& number, Acknowledged& acknowledged) {
-  untilTheEnd(state, [&](ControlClient& client) {
+  until_the_end(state, [&](ControlClient& client) {
     const auto user = static_cast<std::int64_t>(++number);
     client.send({{"command", "enroll"}, {"user", user}, {"wait", true}});
     ControlClient field(state);
-    field.send({{"command", "field"}, {"line", "add " + epcOf(number)}});
+    field.send({{"command", "field"}, {"line", "add " + epc_of(number)}});
     field.receive();
     const Json answer = client.receive();
     if (answer.at("ok").get<bool>()) {
@@ -109,18 +109,18 @@ class Kill : public testing::Test {
         "run", "--plugin", UHF_SO, "--state", state(), "--json", "--simulate", "--interactive", "--set",
         "probe_interval=1", "--set", "read_interval=250", "--set", "host.enroll_timeout=1000"});
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-    while (std::chrono::steady_clock::now() < deadline && !isReady()) {
+    while (std::chrono::steady_clock::now() < deadline && !is_ready()) {
       std::this_thread::sleep_for(milliseconds(2));
     }
     return host;
   }
 
   // What one host has acknowledged before it was killed.
-  Acknowledged liveAndDie(milliseconds life) {
+  Acknowledged live_and_die(milliseconds life) {
     const auto host = start();
     Acknowledged acknowledged;
-    std::thread settings([&] { changeSettings(state(), settings_, acknowledged); });
-    std::thread records([&] { followRecords(state(), acknowledged); });
+    std::thread settings([&] { change_settings(state(), settings_, acknowledged); });
+    std::thread records([&] { follow_records(state(), acknowledged); });
     std::thread cards([&] { enroll(state(), users_, acknowledged); });
     std::this_thread::sleep_for(life);
     host->signal(SIGKILL);
@@ -155,7 +155,7 @@ class Kill : public testing::Test {
   }
 
  private:
-  bool isReady() const {
+  bool is_ready() const {
     try {
       ControlClient client(state());
       client.send({{"command", "status"}});
@@ -180,7 +180,7 @@ TEST_F(Kill, WhatWasAcknowledgedIsThereAfterwards) {
   std::size_t cards = 0;
   int settings = 0;
   for (int i = 0; i < kills; ++i) {
-    const auto acknowledged = liveAndDie(milliseconds(random() % static_cast<unsigned>(LONGEST_LIFE.count())));
+    const auto acknowledged = live_and_die(milliseconds(random() % static_cast<unsigned>(kLongestLife.count())));
     check(acknowledged);
     ASSERT_FALSE(HasFailure()) << "kill " << i;
     records += acknowledged.records.size();

@@ -21,18 +21,18 @@ namespace {
 using Bytes = std::vector<unsigned char>;
 using DebugLines = testing::Matcher<std::vector<std::string>>;
 
-const Bytes PLAIN{0x01, 0x02, 0x03, 0x04};
-const Bytes WITH_END{0x01, 0x7E, 0x03, 0x04};  // holds the byte that ends a frame
+const Bytes kPlain{0x01, 0x02, 0x03, 0x04};
+const Bytes kWithEnd{0x01, 0x7E, 0x03, 0x04};  // holds the byte that ends a frame
 
 // Shorter than an answer is late, and longer than a busy machine takes.
-constexpr milliseconds TIMEOUT(500);
+constexpr milliseconds kTimeout(500);
 
 // A fault that strikes an inventory's one answer, and what becomes of that inventory.
 struct Row {
   std::string fault;
   bool succeeds;
-  DebugLines debugLines;
-  Bytes epc = PLAIN;
+  DebugLines debug_lines;
+  Bytes epc = kPlain;
 };
 
 void PrintTo(const Row& row, std::ostream* out) { *out << row.fault; }
@@ -53,7 +53,7 @@ class LineFault : public testing::Test {
   }
 
   // Until the reader has said all that it has to say.
-  void waitUntilQuiet() const {
+  void wait_until_quiet() const {
     for (auto before = reader_.counters().bytes_out;;) {
       std::this_thread::sleep_for(milliseconds(50));
       const auto now = reader_.counters().bytes_out;
@@ -65,7 +65,7 @@ class LineFault : public testing::Test {
   }
 
   uhfsim::SimulatedReader reader_{{.seed = 5, .baud = 0}};
-  T640 driver_{reader_.path(), TIMEOUT};
+  T640 driver_{reader_.path(), kTimeout};
 };
 
 // For the names of tests.
@@ -77,7 +77,7 @@ std::string identifier(std::string text) {
 class LineFaultOutcome : public LineFault, public testing::WithParamInterface<Row> {};
 class LineFaultByChance : public LineFault, public testing::WithParamInterface<std::string> {};
 
-const auto DETECTED = StartsWith("Card detected! EPC: 01 ");
+const auto kDetected = StartsWith("Card detected! EPC: 01 ");
 
 std::vector<Row> rows() {
   return {
@@ -87,11 +87,11 @@ std::vector<Row> rows() {
       {"unknown-type", false, ElementsAre(StartsWith("Error parsing data: Unknown Frame Type: "))},
       {"corrupt-checksum", false, IsEmpty()},
       {"junk", false, IsEmpty()},
-      {"echo", true, ElementsAre(DETECTED)},
+      {"echo", true, ElementsAre(kDetected)},
       {"flood", false, ElementsAre("No response")},
-      {"split", true, ElementsAre(DETECTED)},
-      {"split-at-end", true, ElementsAre(DETECTED)},
-      {"split-at-end", false, ElementsAre(StartsWith("Error parsing data: ")), WITH_END},
+      {"split", true, ElementsAre(kDetected)},
+      {"split-at-end", true, ElementsAre(kDetected)},
+      {"split-at-end", false, ElementsAre(StartsWith("Error parsing data: ")), kWithEnd},
   };
 }
 
@@ -104,9 +104,9 @@ TEST_P(LineFaultOutcome, HasItsOutcomeAndIsOverWithIt) {
   } else {
     EXPECT_THAT(read, IsEmpty());
   }
-  EXPECT_THAT(host().debugTexts(), GetParam().debugLines);
+  EXPECT_THAT(host().debug_texts(), GetParam().debug_lines);
   reader_.faults().clear();
-  waitUntilQuiet();
+  wait_until_quiet();
   const auto first = pass();
   const auto second = pass();
   EXPECT_TRUE(!first.empty() || !second.empty());
@@ -114,16 +114,16 @@ TEST_P(LineFaultOutcome, HasItsOutcomeAndIsOverWithIt) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Each, LineFaultOutcome, testing::ValuesIn(rows()), [](const auto& instance) {
-  return identifier(instance.param.fault + (instance.param.epc == PLAIN ? "" : "-inside"));
+  return identifier(instance.param.fault + (instance.param.epc == kPlain ? "" : "-inside"));
 });
 
 // Whatever place chance has chosen.
 TEST_P(LineFaultByChance, NeverGivesACardThatIsNotThereNorOutlastsTheFault) {
-  reader_.field().add({.epc = PLAIN});
+  reader_.field().add({.epc = kPlain});
   for (int round = 0; round < 20; ++round) {
     reader_.faults().set(GetParam(), 1);
     for (const auto& epc : pass()) {
-      EXPECT_EQ(epc, PLAIN);
+      EXPECT_EQ(epc, kPlain);
     }
     reader_.faults().clear();
     const auto first = pass();
@@ -137,20 +137,20 @@ INSTANTIATE_TEST_SUITE_P(Each, LineFaultByChance,
                          [](const auto& instance) { return identifier(instance.param); });
 
 TEST_F(LineFault, ALateAnswerIsTakenByTheNextPass) {
-  reader_.field().add({.epc = PLAIN});
+  reader_.field().add({.epc = kPlain});
   reader_.faults().set("late", 1);
   EXPECT_THAT(pass(), IsEmpty());
-  EXPECT_THAT(host().debugTexts(), ElementsAre("No response"));
+  EXPECT_THAT(host().debug_texts(), ElementsAre("No response"));
   reader_.faults().clear();
-  waitUntilQuiet();
+  wait_until_quiet();
   while (reader_.counters().bytes_out == 0) {
     std::this_thread::sleep_for(milliseconds(10));
   }
-  EXPECT_THAT(pass(), testing::Each(PLAIN));
+  EXPECT_THAT(pass(), testing::Each(kPlain));
 }
 
 TEST_F(LineFault, ALineThatHungUpFailsAndIsOpenedAgain) {
-  reader_.field().add({.epc = PLAIN});
+  reader_.field().add({.epc = kPlain});
   reader_.faults().set("hang-up", 1);
   EXPECT_THROW(
       for (int i = 0; i < 100; ++i) {
@@ -160,7 +160,7 @@ TEST_F(LineFault, ALineThatHungUpFailsAndIsOpenedAgain) {
       ac::ac_exception);
   reader_.faults().clear();
   EXPECT_EQ(reader_.counters().hang_ups, 1U);
-  const T640 next(reader_.path(), TIMEOUT);
+  const T640 next(reader_.path(), kTimeout);
   EXPECT_TRUE(next.inventoryCard().first);
 }
 

@@ -98,11 +98,11 @@ TEST_F(SecondHost, SetsTheReaderUpAndHearsOfItsTags) {
 
   lasting.field().add({.epc = {0xE2, 0x00, 0x12, 0x34, 0x56, 0x78}});
   std::thread(entry<RunEntry>("run")).detach();
-  ASSERT_TRUE(host().waitUntil([] { return !host().messages("identifier_new_card").empty(); }));
+  ASSERT_TRUE(host().wait_until([] { return !host().messages("identifier_new_card").empty(); }));
   EXPECT_EQ(host().messages("identifier_new_card")[0].fields.at(1),
             (std::pair<std::string, second_host::Value>("value", std::int64_t{0x12345678})));
-  EXPECT_TRUE(host().waitUntil([] {
-    return host().keepAlives("uhf") > 3 && host().keepAlives("uhf_worker") > 3 &&
-           host().keepAlives("uhf_write_threads") > 3;
+  EXPECT_TRUE(host().wait_until([] {
+    return host().keep_alives("uhf") > 3 && host().keep_alives("uhf_worker") > 3 &&
+           host().keep_alives("uhf_write_threads") > 3;
   }));
 }

@@ -26,9 +26,9 @@ using std::chrono::steady_clock;
 
 namespace {
 
-constexpr int USUAL_SECONDS = 60;
-constexpr int TAGS = 500;
-constexpr long MOST_GROWTH = 1024;  // kB, from the first third of the time to its end
+constexpr int kUsualSeconds = 60;
+constexpr int kTags = 500;
+constexpr long kMostGrowth = 1024;  // kB, from the first third of the time to its end
 
 // What a process has of the system.
 struct Footprint {
@@ -37,7 +37,7 @@ struct Footprint {
   long descriptors = 0;
 };
 
-Footprint footprintOf(pid_t process) {
+Footprint footprint_of(pid_t process) {
   const auto directory = std::filesystem::path("/proc") / std::to_string(process);
   Footprint footprint;
   std::ifstream status(directory / "status");
@@ -67,7 +67,7 @@ Json ask(const std::filesystem::path& state, const Json& request) {
 class Soak : public testing::Test {
  protected:
   Soak() {
-    for (int i = 0; i < TAGS; ++i) {
+    for (int i = 0; i < kTags; ++i) {
       reader_.field().add({.epc = {0xE2, 0x80, 0x11, 0x70, 0, 0, 0, 0, 0, 0, static_cast<unsigned char>(i >> 8),
                                    static_cast<unsigned char>(i)}});
     }
@@ -75,7 +75,7 @@ class Soak : public testing::Test {
 
   std::filesystem::path state() const { return directory_.path() / "state"; }
 
-  bool isReady() const {
+  bool is_ready() const {
     try {
       return !ask(state(), {{"command", "status"}}).at("plugin").is_null();
     } catch (const ac::ac_exception&) {
@@ -114,7 +114,7 @@ class Soak : public testing::Test {
 
 TEST_F(Soak, MemoryThreadsAndDescriptorsAreFlat) {
   const char* const wanted = std::getenv("SOAK_SECONDS");
-  const seconds duration(wanted == nullptr ? USUAL_SECONDS : std::atoi(wanted));
+  const seconds duration(wanted == nullptr ? kUsualSeconds : std::atoi(wanted));
   Achost host({"run", "--plugin", UHF_SO, "--state", state(), "--json", "--port", reader_.path(), "--set",
                "probe_interval=10", "--set", "read_interval_diff_tags=100", "--set", "trigger_timeout=0", "--set",
                "host.audit_keep=1000", "--set", "host.audit_keep_days=0"});
@@ -125,7 +125,7 @@ TEST_F(Soak, MemoryThreadsAndDescriptorsAreFlat) {
     }
     return count;
   });
-  while (!isReady()) {
+  while (!is_ready()) {
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
   const auto begin = steady_clock::now();
@@ -134,12 +134,12 @@ TEST_F(Soak, MemoryThreadsAndDescriptorsAreFlat) {
   for (; steady_clock::now() < begin + duration; ++rounds) {
     happen(rounds);
     if (!warm && steady_clock::now() >= begin + duration / 3) {
-      warm = footprintOf(host.pid());
+      warm = footprint_of(host.pid());
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }
   std::this_thread::sleep_for(std::chrono::milliseconds(300));  // for the last client's thread
-  const auto end = footprintOf(host.pid());
+  const auto end = footprint_of(host.pid());
   const auto status = ask(state(), {{"command", "status"}});
   const auto notices = reader_.counters().notices;
   host.signal(SIGINT);
@@ -149,10 +149,10 @@ TEST_F(Soak, MemoryThreadsAndDescriptorsAreFlat) {
             << " events: memory " << warm->kilobytes << " kB, then " << end.kilobytes << " kB; threads "
             << warm->threads << ", then " << end.threads << "; descriptors " << warm->descriptors << ", then "
             << end.descriptors << "\n";
-  EXPECT_LE(end.kilobytes, warm->kilobytes + MOST_GROWTH);
+  EXPECT_LE(end.kilobytes, warm->kilobytes + kMostGrowth);
   EXPECT_LE(end.threads, warm->threads + 1) << "a client's thread may be ending";
   EXPECT_LE(end.descriptors, warm->descriptors + 1);
   EXPECT_EQ(status.at("bus").at("dropped"), 0);
   EXPECT_GT(rounds, 10 * duration.count());
-  EXPECT_GT(notices, static_cast<std::uint64_t>(100 * TAGS));
+  EXPECT_GT(notices, static_cast<std::uint64_t>(100 * kTags));
 }

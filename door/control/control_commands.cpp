@@ -87,11 +87,11 @@ Json change_field(const ControlledHost& host, const Json& request) {
   auto& simulation = simulated(host);
   try {
     const auto line = request["line"].get<std::string>();
-    const auto words = uhfsim::wordsOf(line);
+    const auto words = uhfsim::words_of(line);
     if (words.empty()) {
       throw uhfsim::CommandError("nothing to do; expected add, remove, clear or fault");
     }
-    uhfsim::apply(uhfsim::parseCommand(words), simulation.field(), simulation.faults());
+    uhfsim::apply(uhfsim::parse_command(words), simulation.field(), simulation.faults());
   } catch (const uhfsim::CommandError& failure) {
     throw RequestError(failure.what());
   }
@@ -101,7 +101,7 @@ Json change_field(const ControlledHost& host, const Json& request) {
 Json show_field(const ControlledHost& host) {
   Json tags = Json::array();
   for (const auto& tag : simulated(host).field().snapshot()) {
-    tags.push_back(Json{{"epc", uhfsim::hexOf(tag.epc)}, {"rssi", tag.rssi}, {"probability", tag.probability}});
+    tags.push_back(Json{{"epc", uhfsim::hex_of(tag.epc)}, {"rssi", tag.rssi}, {"probability", tag.probability}});
   }
   return {{"tags", tags}};
 }

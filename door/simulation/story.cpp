@@ -109,7 +109,7 @@ constexpr Verb kVerbs[] = {{"say", "say TEXT", 2, kAnyNumber, say},
                            {"enroll", "enroll USER", 2, 2, enroll}};
 
 bool begins_with(const Words& words, std::string_view name) {
-  const auto parts = uhfsim::wordsOf(name);
+  const auto parts = uhfsim::words_of(name);
   return words.size() >= parts.size() && std::equal(parts.begin(), parts.end(), words.begin());
 }
 
@@ -131,7 +131,7 @@ Action action_of(const Words& words) {
 }  // namespace
 
 void Story::check(const std::string& line) {
-  const Words words = uhfsim::wordsOf(line);
+  const Words words = uhfsim::words_of(line);
   action_of(words);
   if (words[0] == "given") {
     givens_.push_back(assignment_of(words, 1));
@@ -158,7 +158,7 @@ void Story::run(StoryHost& host) {
     lines_.pop_front();
     lock.unlock();
     try {
-      action_of(uhfsim::wordsOf(line))(host);
+      action_of(uhfsim::words_of(line))(host);
     } catch (const std::exception& failure) {
       refhost::log::warning("scenario: " + line + ": " + failure.what());
     }

@@ -114,11 +114,11 @@ TEST_F(LoaderTrust, AnotherUsersFileAndAGroupsAreRefused) {
   if (geteuid() != 0) {
     GTEST_SKIP() << "only root can give files away";
   }
-  constexpr uid_t NOBODY = 65534;
-  ASSERT_EQ(chown(path_.c_str(), 0, NOBODY), 0);
+  constexpr uid_t kNobody = 65534;
+  ASSERT_EQ(chown(path_.c_str(), 0, kNobody), 0);
   allow(path_, 0664);
   expect_replaceable(path_, "group 65534", path_);
-  ASSERT_EQ(chown(path_.c_str(), NOBODY, 0), 0);
+  ASSERT_EQ(chown(path_.c_str(), kNobody, 0), 0);
   expect_replaceable(path_, "user 65534", path_);
 }
 

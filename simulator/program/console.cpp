@@ -22,12 +22,12 @@ constexpr CommandHelp kOwnCommands[] = {
     {"quit", "end the program"},
 };
 
-Bytes bigEndian(std::uint16_t word) { return {static_cast<std::uint8_t>(word >> 8), static_cast<std::uint8_t>(word)}; }
+Bytes big_endian(std::uint16_t word) { return {static_cast<std::uint8_t>(word >> 8), static_cast<std::uint8_t>(word)}; }
 
 }  // namespace
 
 std::string Console::help() {
-  std::vector<CommandHelp> lines = commandHelp();
+  std::vector<CommandHelp> lines = command_help();
   lines.insert(lines.end(), std::begin(kOwnCommands), std::end(kOwnCommands));
   const std::size_t commands = lines.size();
   for (const auto& [name, meaning] : FaultInjector::help()) lines.push_back({name, meaning});
@@ -54,7 +54,7 @@ bool Console::feed(std::string_view text) {
 bool Console::finish() { return execute(std::exchange(rest_, {})); }
 
 bool Console::execute(std::string_view line) {
-  const auto words = wordsOf(line);
+  const auto words = words_of(line);
   if (words.empty()) return true;
   if (words.size() == 1) {
     if (words[0] == "quit") return false;
@@ -63,7 +63,7 @@ bool Console::execute(std::string_view line) {
     if (words[0] == "help") return answers_ << help() << std::flush, true;
   }
   try {
-    apply(parseCommand(words), reader_.field(), reader_.faults());
+    apply(parse_command(words), reader_.field(), reader_.faults());
   } catch (const CommandError& error) {
     errors_ << "uhf-sim: " << error.what() << "; \"help\" shows all commands" << std::endl;
   }
@@ -73,7 +73,7 @@ bool Console::execute(std::string_view line) {
 // Each line can be given back behind "add".
 void Console::list() {
   for (const Tag& tag : reader_.field().snapshot()) {
-    answers_ << hexOf(tag.epc) << " rssi=" << static_cast<int>(tag.rssi) << " pc=" << hexOf(bigEndian(tag.pc))
+    answers_ << hex_of(tag.epc) << " rssi=" << static_cast<int>(tag.rssi) << " pc=" << hex_of(big_endian(tag.pc))
              << " p=" << tag.probability;
     if (tag.least_power != 0) answers_ << " power=" << tag.least_power;
     answers_ << '\n';

@@ -7,7 +7,7 @@ namespace uhfsim {
 
 namespace fs = std::filesystem;
 
-void DeviceLink::pointTo(const std::string& device) {
+void DeviceLink::point_to(const std::string& device) {
   const std::lock_guard lock(mutex_);
   std::error_code error;
   const fs::file_status found = fs::symlink_status(link_, error);

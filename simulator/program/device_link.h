@@ -21,7 +21,7 @@ class DeviceLink {
 
   /// Makes the link; one that is there already is replaced. Throws std::runtime_error with one line when something
   /// else has that name or the link cannot be made.
-  void pointTo(const std::string& device);
+  void point_to(const std::string& device);
 
  private:
   const std::filesystem::path link_;

@@ -14,10 +14,10 @@ namespace {
 constexpr std::size_t kLongestReply = 1'000'000;
 constexpr double kMostSeconds = 1e6;
 
-Command faultFrom(const std::string& text) {
+Command fault_from(const std::string& text) {
   const std::size_t equals = text.find('=');
   if (equals == text.npos) throw CommandError("fault \"" + text + "\"; expected NAME=PROBABILITY");
-  return parseCommand({"fault", std::string_view(text).substr(0, equals), std::string_view(text).substr(equals + 1)});
+  return parse_command({"fault", std::string_view(text).substr(0, equals), std::string_view(text).substr(equals + 1)});
 }
 
 std::string footer() {
@@ -33,7 +33,7 @@ std::string footer() {
 
 }  // namespace
 
-std::optional<Settings> readCommandLine(int argc, char** argv, int& status) {
+std::optional<Settings> read_command_line(int argc, char** argv, int& status) {
   Settings settings;
   std::optional<std::string> scenario;
   std::vector<std::string> faults;
@@ -58,7 +58,7 @@ std::optional<Settings> readCommandLine(int argc, char** argv, int& status) {
   try {
     if (cli::described(app, argc, argv)) return std::nullopt;
     app.parse(argc, argv);
-    for (const std::string& fault : faults) settings.faults.push_back(faultFrom(fault));
+    for (const std::string& fault : faults) settings.faults.push_back(fault_from(fault));
     if (scenario) settings.scenario = Scenario::load(*scenario);
     return settings;
   } catch (const CLI::CallForHelp&) {

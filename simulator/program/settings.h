@@ -24,6 +24,6 @@ struct Settings {
 
 /// Reads the command line and the scenario file. Nothing is returned when the program is to end with the given status:
 /// help has been shown, or one line on standard error says what is wrong.
-std::optional<Settings> readCommandLine(int argc, char** argv, int& status);
+std::optional<Settings> read_command_line(int argc, char** argv, int& status);
 
 }  // namespace uhfsim

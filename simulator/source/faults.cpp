@@ -26,68 +26,70 @@ struct Answer {
   // The reply as long as nothing is sent apart from it.
   Bytes& reply() { return line.front().bytes; }
 
-  std::uint8_t anyByte() { return static_cast<std::uint8_t>(random.below(256)); }
+  std::uint8_t any_byte() { return static_cast<std::uint8_t>(random.below(256)); }
 
-  Bytes::iterator anyPlace() { return reply().begin() + static_cast<std::ptrdiff_t>(random.below(reply().size() + 1)); }
+  Bytes::iterator any_place() {
+    return reply().begin() + static_cast<std::ptrdiff_t>(random.below(reply().size() + 1));
+  }
 
   // A frame of the reply; empty when it has none any more.
-  std::span<std::uint8_t> anyFrame() {
-    const auto frames = framesOf(reply());
+  std::span<std::uint8_t> any_frame() {
+    const auto frames = frames_of(reply());
     return frames.empty() ? std::span<std::uint8_t>() : frames[random.below(frames.size())];
   }
 };
 
 void silence(Answer& answer) { answer.line.clear(); }
 
-void shortNotice(Answer& answer) {
+void short_notice(Answer& answer) {
   Bytes parameters(3 + answer.random.below(2));
-  for (auto& parameter : parameters) parameter = answer.anyByte();
-  const Bytes notice = encodeFrame(FrameType::notice, kInventory, parameters);
+  for (auto& parameter : parameters) parameter = answer.any_byte();
+  const Bytes notice = encode_frame(FrameType::notice, kInventory, parameters);
   answer.reply().insert(answer.reply().begin(), notice.begin(), notice.end());
 }
 
-void wrongLength(Answer& answer) {
-  const auto frame = answer.anyFrame();
+void wrong_length(Answer& answer) {
+  const auto frame = answer.any_frame();
   if (frame.empty()) return;
   frame[4] = static_cast<std::uint8_t>(frame[4] + 1 + answer.random.below(255));
-  mendChecksum(frame);
+  mend_checksum(frame);
 }
 
-void unknownCommand(Answer& answer) {
-  const auto frame = answer.anyFrame();
+void unknown_command(Answer& answer) {
+  const auto frame = answer.any_frame();
   if (frame.empty()) return;
   frame[2] = 0x55;
-  mendChecksum(frame);
+  mend_checksum(frame);
 }
 
-void unknownType(Answer& answer) {
-  const auto frame = answer.anyFrame();
+void unknown_type(Answer& answer) {
+  const auto frame = answer.any_frame();
   if (frame.empty()) return;
   frame[1] = static_cast<std::uint8_t>(3 + answer.random.below(253));
-  mendChecksum(frame);
+  mend_checksum(frame);
 }
 
-void corruptChecksum(Answer& answer) {
+void corrupt_checksum(Answer& answer) {
   Bytes& reply = answer.reply();
   if (reply.size() >= 2) reply[reply.size() - 2] ^= 0xFF;
 }
 
-void flipBit(Answer& answer) {
-  const auto place = answer.anyPlace();
+void flip_bit(Answer& answer) {
+  const auto place = answer.any_place();
   if (place != answer.reply().end()) *place ^= static_cast<std::uint8_t>(1 << answer.random.below(8));
 }
 
-void dropByte(Answer& answer) {
-  const auto place = answer.anyPlace();
+void drop_byte(Answer& answer) {
+  const auto place = answer.any_place();
   if (place != answer.reply().end()) answer.reply().erase(place);
 }
 
-void insertByte(Answer& answer) {
-  const auto place = answer.anyPlace();
-  answer.reply().insert(place, answer.anyByte());
+void insert_byte(Answer& answer) {
+  const auto place = answer.any_place();
+  answer.reply().insert(place, answer.any_byte());
 }
 
-void truncate(Answer& answer) { answer.reply().erase(answer.anyPlace(), answer.reply().end()); }
+void truncate(Answer& answer) { answer.reply().erase(answer.any_place(), answer.reply().end()); }
 
 void junk(Answer& answer) {
   Bytes bytes(1 + answer.random.below(kMostJunk));
@@ -106,22 +108,22 @@ void flood(Answer& answer) {
   answer.reply() = std::move(bytes);
 }
 
-void splitBefore(Answer& answer, Bytes::iterator place) {
+void split_before(Answer& answer, Bytes::iterator place) {
   Sending rest{.bytes = {place, answer.reply().end()}, .pause = FaultInjector::kGap};
   answer.reply().erase(place, answer.reply().end());
   answer.line.push_back(std::move(rest));
 }
 
-void split(Answer& answer) { splitBefore(answer, answer.anyPlace()); }
+void split(Answer& answer) { split_before(answer, answer.any_place()); }
 
-void splitAtEnd(Answer& answer) {
+void split_at_end(Answer& answer) {
   const auto end = std::ranges::find(answer.reply(), kEnd);
-  if (end != answer.reply().end()) splitBefore(answer, std::next(end));
+  if (end != answer.reply().end()) split_before(answer, std::next(end));
 }
 
 void late(Answer& answer) { answer.line.front().pause += FaultInjector::kLate; }
 
-void hangUp(Answer& answer) {
+void hang_up(Answer& answer) {
   truncate(answer);
   answer.line.resize(1);
   answer.line.front().hang_up = true;
@@ -137,22 +139,22 @@ struct Fault {
 
 constexpr Fault kFaults[] = {
     {"silence", silence, "no answer"},
-    {"short-notice", shortNotice, "a tag report of 3 or 4 parameter bytes comes first"},
-    {"wrong-length", wrongLength, "a frame announces another length than it has"},
-    {"unknown-command", unknownCommand, "a frame has a command code that does not exist"},
-    {"unknown-type", unknownType, "a frame has a type that does not exist"},
-    {"corrupt-checksum", corruptChecksum, "the last frame's checksum does not fit"},
-    {"flip-bit", flipBit, "a bit is wrong"},
-    {"drop-byte", dropByte, "a byte is lost"},
-    {"insert-byte", insertByte, "there is a byte too many"},
+    {"short-notice", short_notice, "a tag report of 3 or 4 parameter bytes comes first"},
+    {"wrong-length", wrong_length, "a frame announces another length than it has"},
+    {"unknown-command", unknown_command, "a frame has a command code that does not exist"},
+    {"unknown-type", unknown_type, "a frame has a type that does not exist"},
+    {"corrupt-checksum", corrupt_checksum, "the last frame's checksum does not fit"},
+    {"flip-bit", flip_bit, "a bit is wrong"},
+    {"drop-byte", drop_byte, "a byte is lost"},
+    {"insert-byte", insert_byte, "there is a byte too many"},
     {"truncate", truncate, "the end of the answer is lost"},
     {"junk", junk, "1 to 16 bytes that are no header come first"},
     {"echo", echo, "the command comes back before its answer"},
     {"flood", flood, "65,536 bytes that never end a frame, in place of the answer"},
     {"split", split, "a silence of 20 ms somewhere in the answer"},
-    {"split-at-end", splitAtEnd, "the same behind the first 0x7E, which may stand inside a frame"},
+    {"split-at-end", split_at_end, "the same behind the first 0x7E, which may stand inside a frame"},
     {"late", late, "the answer comes a second late"},
-    {"hang-up", hangUp, "the line hangs up in the middle of the answer, and comes back"},
+    {"hang-up", hang_up, "the line hangs up in the middle of the answer, and comes back"},
 };
 
 }  // namespace

@@ -8,7 +8,7 @@ namespace uhfsim {
 
 namespace {
 
-auto findEpc(std::vector<Tag>& tags, ByteView epc) {
+auto find_epc(std::vector<Tag>& tags, ByteView epc) {
   return std::find_if(tags.begin(), tags.end(), [epc](const Tag& tag) { return std::ranges::equal(tag.epc, epc); });
 }
 
@@ -17,7 +17,7 @@ auto findEpc(std::vector<Tag>& tags, ByteView epc) {
 void Field::add(Tag tag) {
   if (tag.epc.size() > kMaxEpcBytes) throw std::invalid_argument("EPC is longer than 62 bytes");
   const std::lock_guard lock(mutex_);
-  const auto place = findEpc(tags_, tag.epc);
+  const auto place = find_epc(tags_, tag.epc);
   if (place == tags_.end()) {
     tags_.push_back(std::move(tag));
   } else {
@@ -27,7 +27,7 @@ void Field::add(Tag tag) {
 
 bool Field::remove(ByteView epc) {
   const std::lock_guard lock(mutex_);
-  const auto place = findEpc(tags_, epc);
+  const auto place = find_epc(tags_, epc);
   if (place == tags_.end()) return false;
   tags_.erase(place);
   return true;

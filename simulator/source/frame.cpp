@@ -14,11 +14,11 @@ std::uint8_t low(std::size_t value) { return static_cast<std::uint8_t>(value & 0
 
 std::uint8_t checksum(ByteView bytes) { return low(std::accumulate(bytes.begin(), bytes.end(), std::size_t{0})); }
 
-std::size_t announcedParameters(ByteView frame) { return static_cast<std::size_t>(frame[3] << 8 | frame[4]); }
+std::size_t announced_parameters(ByteView frame) { return static_cast<std::size_t>(frame[3] << 8 | frame[4]); }
 
 }  // namespace
 
-Bytes encodeFrame(FrameType type, std::uint8_t code, ByteView parameters) {
+Bytes encode_frame(FrameType type, std::uint8_t code, ByteView parameters) {
   Bytes frame{kHeader, static_cast<std::uint8_t>(type), code, low(parameters.size() >> 8), low(parameters.size())};
   frame.reserve(parameters.size() + kFrameOverhead);
   frame.insert(frame.end(), parameters.begin(), parameters.end());
@@ -27,10 +27,10 @@ Bytes encodeFrame(FrameType type, std::uint8_t code, ByteView parameters) {
   return frame;
 }
 
-std::vector<std::span<std::uint8_t>> framesOf(std::span<std::uint8_t> bytes) {
+std::vector<std::span<std::uint8_t>> frames_of(std::span<std::uint8_t> bytes) {
   std::vector<std::span<std::uint8_t>> frames;
   while (bytes.size() >= kFrameOverhead) {
-    const std::size_t size = announcedParameters(bytes) + kFrameOverhead;
+    const std::size_t size = announced_parameters(bytes) + kFrameOverhead;
     if (size > bytes.size()) break;
     frames.push_back(bytes.first(size));
     bytes = bytes.subspan(size);
@@ -38,7 +38,7 @@ std::vector<std::span<std::uint8_t>> framesOf(std::span<std::uint8_t> bytes) {
   return frames;
 }
 
-void mendChecksum(std::span<std::uint8_t> frame) {
+void mend_checksum(std::span<std::uint8_t> frame) {
   frame[frame.size() - 2] = checksum(frame.subspan(1, frame.size() - 3));
 }
 
@@ -50,7 +50,7 @@ void CommandScanner::push(ByteView bytes) {
 std::optional<CommandFrame> CommandScanner::next() {
   for (;;) {
     const ByteView rest = ByteView(buffer_).subspan(start_);
-    switch (lookAt(rest)) {
+    switch (look_at(rest)) {
       case Look::incomplete:
         return std::nullopt;
       case Look::junk:
@@ -58,7 +58,7 @@ std::optional<CommandFrame> CommandScanner::next() {
         ++skipped_;
         break;
       case Look::whole: {
-        const ByteView parameters = rest.subspan(kParametersAt, announcedParameters(rest));
+        const ByteView parameters = rest.subspan(kParametersAt, announced_parameters(rest));
         start_ += parameters.size() + kFrameOverhead;
         return CommandFrame{rest[2], Bytes(parameters.begin(), parameters.end())};
       }
@@ -66,12 +66,12 @@ std::optional<CommandFrame> CommandScanner::next() {
   }
 }
 
-CommandScanner::Look CommandScanner::lookAt(ByteView bytes) const {
+CommandScanner::Look CommandScanner::look_at(ByteView bytes) const {
   if (bytes.empty()) return Look::incomplete;
   if (bytes[0] != kHeader) return Look::junk;
   if (bytes.size() > 1 && bytes[1] != static_cast<std::uint8_t>(FrameType::command)) return Look::junk;
   if (bytes.size() < kParametersAt) return Look::incomplete;
-  const std::size_t count = announcedParameters(bytes);
+  const std::size_t count = announced_parameters(bytes);
   if (count > kMaxParameters) return Look::junk;
   if (bytes.size() < count + kFrameOverhead) return Look::incomplete;
   const std::uint8_t sum = checksum(bytes.subspan(1, count + kParametersAt - 1));

@@ -15,17 +15,17 @@ namespace uhfsim {
 enum class FrameType : std::uint8_t { command = 0x00, response = 0x01, notice = 0x02 };
 
 /// The wire bytes of one frame. At most 65535 parameters.
-Bytes encodeFrame(FrameType type, std::uint8_t code, ByteView parameters);
+Bytes encode_frame(FrameType type, std::uint8_t code, ByteView parameters);
 
 /// Bytes of a frame without parameters.
 inline constexpr std::size_t kFrameOverhead = 7;
 
 /// The bytes of each of the frames that follow one another in what the module itself has made; up to the first that
 /// does not fit.
-std::vector<std::span<std::uint8_t>> framesOf(std::span<std::uint8_t> bytes);
+std::vector<std::span<std::uint8_t>> frames_of(std::span<std::uint8_t> bytes);
 
 /// Makes the checksum of a whole frame fit its bytes.
-void mendChecksum(std::span<std::uint8_t> frame);
+void mend_checksum(std::span<std::uint8_t> frame);
 
 /// A whole command with a right checksum, as it came from the line.
 struct CommandFrame {
@@ -52,7 +52,7 @@ class CommandScanner {
 
  private:
   enum class Look { incomplete, junk, whole };
-  Look lookAt(ByteView bytes) const;
+  Look look_at(ByteView bytes) const;
   void compact();
 
   Bytes buffer_;

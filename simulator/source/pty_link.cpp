@@ -11,21 +11,21 @@ namespace uhfsim {
 
 namespace {
 
-Descriptor openMaster() {
+Descriptor open_master() {
   Descriptor master(checked(posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC), "opening a pseudo-terminal"));
   checked(grantpt(master.get()), "granting the pseudo-terminal");
   checked(unlockpt(master.get()), "unlocking the pseudo-terminal");
   return master;
 }
 
-std::string slavePath(int master) {
+std::string slave_path(int master) {
   char path[128];
   const int error = ptsname_r(master, path, sizeof(path));
   if (error != 0) throw std::system_error(error, std::generic_category(), "naming the pseudo-terminal");
   return path;
 }
 
-Descriptor openRawSlave(const std::string& path) {
+Descriptor open_raw_slave(const std::string& path) {
   Descriptor slave(checked(open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC), "opening the pseudo-terminal's slave"));
   termios settings{};
   checked(tcgetattr(slave.get(), &settings), "reading the pseudo-terminal's settings");
@@ -36,17 +36,17 @@ Descriptor openRawSlave(const std::string& path) {
 
 }  // namespace
 
-PtyLink::PtyLink() : master_(openMaster()), path_(slavePath(master_.get())) { slave_ = openRawSlave(path_); }
+PtyLink::PtyLink() : master_(open_master()), path_(slave_path(master_.get())) { slave_ = open_raw_slave(path_); }
 
 Bytes PtyLink::read() {
   Bytes bytes(4096);
-  const auto count = checkedOrNothing(::read(fd(), bytes.data(), bytes.size()), "reading from the pseudo-terminal");
+  const auto count = checked_or_nothing(::read(fd(), bytes.data(), bytes.size()), "reading from the pseudo-terminal");
   bytes.resize(static_cast<std::size_t>(count));
   return bytes;
 }
 
 std::size_t PtyLink::write(ByteView bytes) {
-  const auto count = checkedOrNothing(::write(fd(), bytes.data(), bytes.size()), "writing to the pseudo-terminal");
+  const auto count = checked_or_nothing(::write(fd(), bytes.data(), bytes.size()), "writing to the pseudo-terminal");
   return static_cast<std::size_t>(count);
 }
 

@@ -25,11 +25,11 @@ constexpr std::uint8_t kDone = 0x00;
 
 std::uint8_t high(std::uint16_t word) { return static_cast<std::uint8_t>(word >> 8); }
 std::uint8_t low(std::uint16_t word) { return static_cast<std::uint8_t>(word & 0xFF); }
-std::uint16_t wordAt(ByteView bytes, std::size_t at) {
+std::uint16_t word_at(ByteView bytes, std::size_t at) {
   return static_cast<std::uint16_t>(bytes[at] << 8 | bytes[at + 1]);
 }
 
-Bytes response(Code code, const Bytes& parameters) { return encodeFrame(FrameType::response, code, parameters); }
+Bytes response(Code code, const Bytes& parameters) { return encode_frame(FrameType::response, code, parameters); }
 Bytes failure(std::uint8_t status) { return response(kFailure, {status}); }
 
 // Notice parameters: RSSI, PC, EPC, and the CRC over PC and EPC that the tag itself sends.
@@ -39,7 +39,7 @@ Bytes notice(const Tag& tag) {
   const std::uint16_t crc = crc16(ByteView(parameters).subspan(1));
   parameters.push_back(high(crc));
   parameters.push_back(low(crc));
-  return encodeFrame(FrameType::notice, kInventory, parameters);
+  return encode_frame(FrameType::notice, kInventory, parameters);
 }
 
 }  // namespace
@@ -51,13 +51,13 @@ struct Reader::Command {
 };
 
 constexpr Reader::Command Reader::kCommands[] = {
-    {kSetWorkArea, 1, &Reader::setWorkArea},
+    {kSetWorkArea, 1, &Reader::set_work_area},
     {kInventory, 0, &Reader::inventory},
-    {kInsertChannels, 1, &Reader::insertChannels},
-    {kSetPower, 2, &Reader::setPower},
-    {kGetPower, 0, &Reader::getPower},
-    {kSetSensitivity, 4, &Reader::setSensitivity},
-    {kGetSensitivity, 0, &Reader::getSensitivity},
+    {kInsertChannels, 1, &Reader::insert_channels},
+    {kSetPower, 2, &Reader::set_power},
+    {kGetPower, 0, &Reader::get_power},
+    {kSetSensitivity, 4, &Reader::set_sensitivity},
+    {kGetSensitivity, 0, &Reader::get_sensitivity},
 };
 
 Reader::Reader(const Field& field, Options options)
@@ -85,13 +85,13 @@ Bytes Reader::answer(const CommandFrame& frame) {
   return (this->*command->answer)(frame.parameters);
 }
 
-Bytes Reader::setWorkArea(ByteView parameters) {
+Bytes Reader::set_work_area(ByteView parameters) {
   state_.region = parameters[0];
   return response(kSetWorkArea, {kDone});
 }
 
 Bytes Reader::inventory(ByteView) {
-  const std::vector<Tag> read = readRound();
+  const std::vector<Tag> read = read_round();
   notices_ += read.size();
   if (read.empty()) return options_.quiet_when_empty ? Bytes{} : failure(kNoTag);
   Bytes reply;
@@ -103,7 +103,7 @@ Bytes Reader::inventory(ByteView) {
 }
 
 // The first byte counts the channels that follow. They join those that are there; none at all clears the list.
-Bytes Reader::insertChannels(ByteView parameters) {
+Bytes Reader::insert_channels(ByteView parameters) {
   const std::size_t count = parameters[0];
   if (parameters.size() < 1 + count) return failure(kBadParameters);
   auto& channels = state_.channels;
@@ -114,25 +114,25 @@ Bytes Reader::insertChannels(ByteView parameters) {
   return response(kInsertChannels, {kDone});
 }
 
-Bytes Reader::setPower(ByteView parameters) {
-  state_.power = wordAt(parameters, 0);
+Bytes Reader::set_power(ByteView parameters) {
+  state_.power = word_at(parameters, 0);
   return response(kSetPower, {kDone});
 }
 
-Bytes Reader::getPower(ByteView) { return response(kGetPower, {high(state_.power), low(state_.power)}); }
+Bytes Reader::get_power(ByteView) { return response(kGetPower, {high(state_.power), low(state_.power)}); }
 
-Bytes Reader::setSensitivity(ByteView parameters) {
-  state_.sensitivity = {parameters[0], parameters[1], wordAt(parameters, 2)};
+Bytes Reader::set_sensitivity(ByteView parameters) {
+  state_.sensitivity = {parameters[0], parameters[1], word_at(parameters, 2)};
   return response(kSetSensitivity, {kDone});
 }
 
-Bytes Reader::getSensitivity(ByteView) {
+Bytes Reader::get_sensitivity(ByteView) {
   const auto& [m, i, threshold] = state_.sensitivity;
   return response(kGetSensitivity, {m, i, high(threshold), low(threshold)});
 }
 
 // Each tag is read or missed by its own probability; who answers first is chance, as in a real anti-collision round.
-std::vector<Tag> Reader::readRound() {
+std::vector<Tag> Reader::read_round() {
   std::vector<Tag> tags = field_.snapshot();
   std::erase_if(tags, [this](const Tag& tag) {
     const bool is_read = random_.chance(tag.probability);  // drawn in any case, so that power does not shift the chance

@@ -46,43 +46,43 @@ Scenario ScenarioParser::parse(std::string_view text) {
   while (!text.empty()) {
     const std::size_t length = text.find('\n');
     ++line_;
-    readLine(wordsOf(text.substr(0, length)));
+    read_line(words_of(text.substr(0, length)));
     text.remove_prefix(length == text.npos ? text.size() : length + 1);
   }
-  checkReached();
+  check_reached();
   std::ranges::stable_sort(scenario_.events_, {}, &Scenario::Event::at);
   return std::move(scenario_);
 }
 
-void ScenarioParser::readLine(const Words& words) {
+void ScenarioParser::read_line(const Words& words) {
   if (words.empty()) return;
-  if (words[0] == "at") return readAt(words);
-  if (words[0] == "loop") return readLoop(words);
-  auto names = commandNames();
+  if (words[0] == "at") return read_at(words);
+  if (words[0] == "loop") return read_loop(words);
+  auto names = command_names();
   if (std::ranges::find(names, words[0]) == names.end()) {
     names.insert(names.end(), {"at", "loop"});
     fail("unknown word " + quoted(words[0]), alternatives(names));
   }
-  readEvent(Scenario::Time::zero(), words);
+  read_event(Scenario::Time::zero(), words);
 }
 
-void ScenarioParser::readAt(const Words& words) {
+void ScenarioParser::read_at(const Words& words) {
   if (words.size() < 3) fail("too few words after \"at\"", "\"at TIME COMMAND\"");
-  readEvent(readTime(words[1]), {words.begin() + 2, words.end()});
+  read_event(read_time(words[1]), {words.begin() + 2, words.end()});
 }
 
-void ScenarioParser::readLoop(const Words& words) {
+void ScenarioParser::read_loop(const Words& words) {
   if (words.size() != 2)
     fail(words.size() < 2 ? "no time after \"loop\"" : "too many words after \"loop\"", "\"loop TIME\"");
   if (scenario_.loop_) fail("a second \"loop\"", "at most one");
-  const Scenario::Time time = readTime(words[1]);
+  const Scenario::Time time = read_time(words[1]);
   if (time == Scenario::Time::zero()) fail("loop time " + quoted(words[1]), "at least 1ms");
   scenario_.loop_ = time;
 }
 
-void ScenarioParser::readEvent(Scenario::Time at, const Words& words) {
+void ScenarioParser::read_event(Scenario::Time at, const Words& words) {
   try {
-    Command command = parseCommand(words);
+    Command command = parse_command(words);
     if (const auto* told = std::get_if<TellHost>(&command); told != nullptr && check_) check_(told->line);
     scenario_.events_.push_back({at, std::move(command)});
   } catch (const CommandError& error) {
@@ -91,10 +91,10 @@ void ScenarioParser::readEvent(Scenario::Time at, const Words& words) {
   event_lines_.push_back(line_);
 }
 
-Scenario::Time ScenarioParser::readTime(std::string_view text) const {
+Scenario::Time ScenarioParser::read_time(std::string_view text) const {
   const auto* unit = std::ranges::find_if(kUnits, [text](const Unit& u) { return text.ends_with(u.suffix); });
   const std::string_view number = text.substr(0, text.size() - unit->suffix.size());
-  const auto value = numberFrom<double>(number, std::chars_format::fixed);
+  const auto value = number_from<double>(number, std::chars_format::fixed);
   const double milliseconds = value.value_or(-1) * unit->milliseconds;
   if (!(milliseconds >= 0 && milliseconds <= kMostSeconds * 1000)) {
     fail("time " + quoted(text), "seconds such as 1.5, 2s or 500ms, from 0 to 86400s");
@@ -103,7 +103,7 @@ Scenario::Time ScenarioParser::readTime(std::string_view text) const {
 }
 
 // An event that the loop cuts off is a mistake of whoever wrote it.
-void ScenarioParser::checkReached() {
+void ScenarioParser::check_reached() {
   if (!scenario_.loop_) return;
   const auto late = [this](const Scenario::Event& event) { return event.at >= *scenario_.loop_; };
   const auto event = std::ranges::find_if(scenario_.events_, late);

@@ -21,12 +21,12 @@ class ScenarioParser {
  private:
   using Words = std::vector<std::string_view>;
 
-  void readLine(const Words& words);
-  void readAt(const Words& words);
-  void readLoop(const Words& words);
-  void readEvent(Scenario::Time at, const Words& words);
-  Scenario::Time readTime(std::string_view text) const;
-  void checkReached();
+  void read_line(const Words& words);
+  void read_at(const Words& words);
+  void read_loop(const Words& words);
+  void read_event(Scenario::Time at, const Words& words);
+  Scenario::Time read_time(std::string_view text) const;
+  void check_reached();
   [[noreturn]] void fail(const std::string& found, const std::string& expected) const;
   [[noreturn]] void fail(const std::string& found_and_expected) const;
 

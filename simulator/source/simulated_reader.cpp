@@ -22,7 +22,7 @@ using Instant = std::optional<Clock::time_point>;
 
 Instant earlier(const Instant& a, const Instant& b) { return a && b ? std::min(*a, *b) : a ? a : b; }
 
-timespec untilInstant(Clock::time_point instant) {
+timespec until_instant(Clock::time_point instant) {
   const auto wait = std::max(instant - Clock::now(), Clock::duration::zero());
   const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(wait);
   const auto rest = std::chrono::nanoseconds(wait - seconds);
@@ -75,7 +75,7 @@ void SimulatedReader::play(Scenario scenario) {
     scenario_start_ = Clock::now();
     scenario_done_ = Scenario::kBeforeStart;
     field_.clear();
-    playUntil(scenario_start_);
+    play_until(scenario_start_);
   }
   wake();
 }
@@ -88,21 +88,21 @@ void SimulatedReader::wake() const {
 
 void SimulatedReader::run() {
   while (!stop_) {
-    playDue();
-    writeDue();
-    answerWaiting();
-    awaitWork();
+    play_due();
+    write_due();
+    answer_waiting();
+    await_work();
   }
 }
 
-void SimulatedReader::playDue() {
+void SimulatedReader::play_due() {
   const std::lock_guard lock(mutex_);
-  playUntil(Clock::now());
+  play_until(Clock::now());
 }
 
 // With mutex_ held. No inventory is answered meanwhile, so that a tag which is taken out and put back at one instant
 // is never missed.
-void SimulatedReader::playUntil(Clock::time_point now) {
+void SimulatedReader::play_until(Clock::time_point now) {
   const auto until = std::chrono::floor<Scenario::Time>(now - scenario_start_);
   for (const Command& command : scenario_.due(scenario_done_, until)) {
     apply(command, field_, faults_);
@@ -111,17 +111,17 @@ void SimulatedReader::playUntil(Clock::time_point now) {
   scenario_done_ = until;
 }
 
-void SimulatedReader::writeDue() {
+void SimulatedReader::write_due() {
   while (!outgoing_.empty() && outgoing_.front().due <= Clock::now()) {
-    if (!writeFront()) return;
-    const bool hang_up = outgoing_.front().hang_up;
+    if (!write_front()) return;
+    const bool hangs_up = outgoing_.front().hang_up;
     outgoing_.pop_front();
-    if (hang_up) hangUp();
+    if (hangs_up) hang_up();
   }
 }
 
 // What was on its way is lost, as with an adapter that is pulled out and plugged in again.
-void SimulatedReader::hangUp() {
+void SimulatedReader::hang_up() {
   outgoing_.clear();
   waiting_.clear();
   line_free_ = Clock::now();
@@ -134,7 +134,7 @@ void SimulatedReader::hangUp() {
 }
 
 // Whether the front of outgoing_ is done with: written, or lost on a paced line that is full.
-bool SimulatedReader::writeFront() {
+bool SimulatedReader::write_front() {
   Bytes& bytes = outgoing_.front().bytes;
   const std::size_t written = link_->write(bytes);
   const bool lost = written < bytes.size() && pacing_.paced();
@@ -146,35 +146,35 @@ bool SimulatedReader::writeFront() {
 }
 
 // Sleeps until the client has sent something, the next instant has come or somebody calls.
-void SimulatedReader::awaitWork() {
-  const auto send_at = nextSending();
+void SimulatedReader::await_work() {
+  const auto send_at = next_sending();
   const bool full = !outgoing_.empty() && !send_at;
   const short line_events = static_cast<short>(full ? POLLIN | POLLOUT : POLLIN);
   std::array<pollfd, 2> awaited{{{link_->fd(), line_events, 0}, {wake_.get(), POLLIN, 0}}};
-  const auto instant = earlier(send_at, nextScenarioInstant());
-  const timespec wait = instant ? untilInstant(*instant) : timespec{};
-  checkedOrNothing(ppoll(awaited.data(), awaited.size(), instant ? &wait : nullptr, nullptr), "waiting for the line");
+  const auto instant = earlier(send_at, next_scenario_instant());
+  const timespec wait = instant ? until_instant(*instant) : timespec{};
+  checked_or_nothing(ppoll(awaited.data(), awaited.size(), instant ? &wait : nullptr, nullptr), "waiting for the line");
   if ((awaited[1].revents & POLLIN) != 0) {
     std::uint64_t count = 0;
-    checkedOrNothing(::read(wake_.get(), &count, sizeof(count)), "reading the event descriptor");
+    checked_or_nothing(::read(wake_.get(), &count, sizeof(count)), "reading the event descriptor");
   }
-  if ((awaited[0].revents & POLLIN) != 0) readLine();
+  if ((awaited[0].revents & POLLIN) != 0) read_line();
 }
 
 // When to write; nothing when there is nothing to write, or only what an unpaced line that is full has no room for.
-std::optional<Clock::time_point> SimulatedReader::nextSending() const {
+std::optional<Clock::time_point> SimulatedReader::next_sending() const {
   if (outgoing_.empty()) return std::nullopt;
   const Clock::time_point due = outgoing_.front().due;
   return pacing_.paced() || due > Clock::now() ? std::optional(due) : std::nullopt;
 }
 
-std::optional<Clock::time_point> SimulatedReader::nextScenarioInstant() const {
+std::optional<Clock::time_point> SimulatedReader::next_scenario_instant() const {
   const std::lock_guard lock(mutex_);
   const auto next = scenario_.next(scenario_done_);
   return next ? std::optional(scenario_start_ + *next) : std::nullopt;
 }
 
-void SimulatedReader::readLine() {
+void SimulatedReader::read_line() {
   const Bytes received = link_->read();
   const bool busy = !outgoing_.empty();
   const std::size_t room = busy ? kReceiveBuffer - std::min(waiting_.size(), kReceiveBuffer) : received.size();
@@ -185,7 +185,7 @@ void SimulatedReader::readLine() {
   line_.lost_in += received.size() - kept;
 }
 
-void SimulatedReader::answerWaiting() {
+void SimulatedReader::answer_waiting() {
   if (waiting_.empty() || !outgoing_.empty()) return;
   const Bytes received = std::exchange(waiting_, {});
   std::vector<Bytes> replies;

@@ -14,7 +14,7 @@ Result checked(Result result, const char* tried) {
 
 /// The same for calls that put the client off: nothing was done when the call was interrupted or would have blocked.
 template <class Result>
-Result checkedOrNothing(Result result, const char* tried) {
+Result checked_or_nothing(Result result, const char* tried) {
   if (result < 0 && (errno == EAGAIN || errno == EINTR)) return 0;
   return checked(result, tried);
 }

@@ -5,7 +5,7 @@
 
 namespace uhfsim {
 
-std::vector<std::string_view> wordsOf(std::string_view line) {
+std::vector<std::string_view> words_of(std::string_view line) {
   constexpr std::string_view kBlanks = " \t\r";
   line = line.substr(0, line.find('#'));
   std::vector<std::string_view> words;
@@ -33,7 +33,7 @@ std::string alternatives(const std::vector<std::string_view>& names) {
   return text;
 }
 
-std::string hexOf(ByteView bytes) {
+std::string hex_of(ByteView bytes) {
   constexpr std::string_view kDigits = "0123456789ABCDEF";
   std::string text;
   for (const std::uint8_t byte : bytes) {

@@ -11,7 +11,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-Command parse(std::string_view line) { return parseCommand(wordsOf(line)); }
+Command parse(std::string_view line) { return parse_command(words_of(line)); }
 
 TEST(ParseCommand, AddTakesAnEpcAndFillsInTheRest) {
   EXPECT_EQ(parse("add E28011700000020A00000001"), Command(AddTag{{.epc = hex("E28011700000020A00000001")}}));
@@ -127,17 +127,17 @@ TEST(ApplyCommand, SwitchesAFault) {
 }
 
 TEST(CommandHelp, HasARowForEveryCommand) {
-  const auto names = commandNames();
-  const auto help = commandHelp();
+  const auto names = command_names();
+  const auto help = command_help();
   ASSERT_EQ(help.size(), names.size());
   for (std::size_t i = 0; i < names.size(); ++i) EXPECT_TRUE(help[i].usage.starts_with(names[i]));
 }
 
 TEST(WordsOf, AreSeparatedByBlanksAndEndAtAComment) {
-  EXPECT_THAT(wordsOf("  add\t0001  p=1 \r"), ElementsAre("add", "0001", "p=1"));
-  EXPECT_THAT(wordsOf("clear # all of them"), ElementsAre("clear"));
-  EXPECT_THAT(wordsOf("# only a comment"), IsEmpty());
-  EXPECT_THAT(wordsOf(" \t"), IsEmpty());
+  EXPECT_THAT(words_of("  add\t0001  p=1 \r"), ElementsAre("add", "0001", "p=1"));
+  EXPECT_THAT(words_of("clear # all of them"), ElementsAre("clear"));
+  EXPECT_THAT(words_of("# only a comment"), IsEmpty());
+  EXPECT_THAT(words_of(" \t"), IsEmpty());
 }
 
 }  // namespace

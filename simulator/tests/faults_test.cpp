@@ -29,7 +29,7 @@ Bytes struck(std::string_view fault, const Bytes& reply, std::uint64_t seed = 1,
 }
 
 // What differs between seeds.
-std::set<Bytes> struckByChance(std::string_view fault, const Bytes& reply) {
+std::set<Bytes> struck_by_chance(std::string_view fault, const Bytes& reply) {
   std::set<Bytes> outcomes;
   for (std::uint64_t seed = 0; seed < 2000; ++seed) outcomes.insert(struck(fault, reply, seed));
   return outcomes;
@@ -64,13 +64,13 @@ TEST(FaultInjector, ShortNoticePutsAReportOfThreeOrFourBytesFirst) {
     EXPECT_TRUE(std::ranges::equal(std::span(bytes).last(kPower2600.size()), kPower2600));
     bytes.resize(bytes.size() - kPower2600.size());
     lengths.insert(bytes.size() - kFrameOverhead);
-    EXPECT_EQ(bytes, encodeFrame(FrameType::notice, 0x22, std::span(bytes).subspan(5, bytes.size() - kFrameOverhead)));
+    EXPECT_EQ(bytes, encode_frame(FrameType::notice, 0x22, std::span(bytes).subspan(5, bytes.size() - kFrameOverhead)));
   }
   EXPECT_THAT(lengths, ElementsAre(3, 4));
 }
 
 TEST(FaultInjector, WrongLengthAnnouncesAnyOtherLengthWithAFittingChecksum) {
-  const auto outcomes = struckByChance("wrong-length", kPower2600);
+  const auto outcomes = struck_by_chance("wrong-length", kPower2600);
   EXPECT_EQ(outcomes.size(), 255U);
   for (const Bytes& bytes : outcomes) {
     Bytes expected = kPower2600;
@@ -85,19 +85,19 @@ TEST(FaultInjector, UnknownCommandKeepsTheChecksumRight) {
 }
 
 TEST(FaultInjector, UnknownTypeIsNoneThatExistsAndKeepsTheChecksumRight) {
-  const auto outcomes = struckByChance("unknown-type", kPower2600);
+  const auto outcomes = struck_by_chance("unknown-type", kPower2600);
   EXPECT_EQ(outcomes.size(), 253U);
   for (Bytes bytes : outcomes) {
     EXPECT_GT(bytes[1], 2);
     Bytes mended = bytes;
-    mendChecksum(mended);
+    mend_checksum(mended);
     EXPECT_EQ(bytes, mended);
   }
 }
 
 TEST(FaultInjector, OneOfSeveralFramesIsStruck) {
   const Bytes first = hex("7F 01 55 00 01 15 6C 7E");
-  EXPECT_THAT(struckByChance("unknown-command", kNothingRead + kNothingRead),
+  EXPECT_THAT(struck_by_chance("unknown-command", kNothingRead + kNothingRead),
               ::testing::UnorderedElementsAre(first + kNothingRead, kNothingRead + first));
 }
 
@@ -110,7 +110,7 @@ TEST(FaultInjector, CorruptChecksumOfAnInventoryHitsTheLastNotice) {
 }
 
 TEST(FaultInjector, FlipBitChangesOneBitAnywhereOrNone) {
-  const auto outcomes = struckByChance("flip-bit", kPower2600);
+  const auto outcomes = struck_by_chance("flip-bit", kPower2600);
   EXPECT_EQ(outcomes.size(), 8 * kPower2600.size() + 1);
   for (const Bytes& bytes : outcomes) {
     ASSERT_EQ(bytes.size(), kPower2600.size());
@@ -127,12 +127,12 @@ TEST(FaultInjector, DropByteTakesOneAnywhereOrNone) {
     bytes.erase(bytes.begin() + static_cast<std::ptrdiff_t>(i));
     expected.insert(bytes);
   }
-  EXPECT_EQ(struckByChance("drop-byte", kPower2600), expected);
+  EXPECT_EQ(struck_by_chance("drop-byte", kPower2600), expected);
 }
 
 TEST(FaultInjector, InsertByteAddsOneAnywhere) {
   std::set<std::size_t> places;
-  for (const Bytes& bytes : struckByChance("insert-byte", kPower2600)) {
+  for (const Bytes& bytes : struck_by_chance("insert-byte", kPower2600)) {
     ASSERT_EQ(bytes.size(), kPower2600.size() + 1);
     const auto place = std::ranges::mismatch(bytes, kPower2600).in1 - bytes.begin();
     places.insert(static_cast<std::size_t>(place));
@@ -144,14 +144,14 @@ TEST(FaultInjector, InsertByteAddsOneAnywhere) {
 }
 
 TEST(FaultInjector, TruncateLeavesABeginning) {
-  const auto outcomes = struckByChance("truncate", kPower2600);
+  const auto outcomes = struck_by_chance("truncate", kPower2600);
   EXPECT_EQ(outcomes.size(), kPower2600.size() + 1);
   for (const Bytes& bytes : outcomes) EXPECT_TRUE(std::ranges::equal(bytes, std::span(kPower2600).first(bytes.size())));
 }
 
 TEST(FaultInjector, JunkBeforeTheHeaderHoldsNone) {
   std::set<std::size_t> lengths;
-  for (const Bytes& bytes : struckByChance("junk", kPower2600)) {
+  for (const Bytes& bytes : struck_by_chance("junk", kPower2600)) {
     ASSERT_GT(bytes.size(), kPower2600.size());
     const std::size_t junk = bytes.size() - kPower2600.size();
     lengths.insert(junk);

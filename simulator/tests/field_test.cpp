@@ -71,15 +71,15 @@ TEST(Field, EpcIsAtMost62Bytes) {
 
 TEST(Field, ManyThreadsAtOnceLoseNothing) {
   Field field;
-  const auto addMany = [&field](std::uint8_t from) {
+  const auto add_many = [&field](std::uint8_t from) {
     for (std::uint8_t i = 0; i < 100; ++i) {
       field.add({.epc = {from, i}});
       field.snapshot();
       if (i % 2 == 1) field.remove(Bytes{from, i});
     }
   };
-  std::thread one(addMany, std::uint8_t{1});
-  std::thread two(addMany, std::uint8_t{2});
+  std::thread one(add_many, std::uint8_t{1});
+  std::thread two(add_many, std::uint8_t{2});
   one.join();
   two.join();
   EXPECT_EQ(field.snapshot().size(), 100U);

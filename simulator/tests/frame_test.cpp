@@ -20,12 +20,12 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 TEST(EncodeFrame, WritesHeaderLengthChecksumAndEnd) {
-  EXPECT_EQ(encodeFrame(FrameType::command, 0xB7, Bytes{}), hex("7F 00 B7 00 00 B7 7E"));
-  EXPECT_EQ(encodeFrame(FrameType::response, 0xB6, hex("00")), hex("7F 01 B6 00 01 00 B8 7E"));
+  EXPECT_EQ(encode_frame(FrameType::command, 0xB7, Bytes{}), hex("7F 00 B7 00 00 B7 7E"));
+  EXPECT_EQ(encode_frame(FrameType::response, 0xB6, hex("00")), hex("7F 01 B6 00 01 00 B8 7E"));
 }
 
 TEST(EncodeFrame, LengthHasItsHighByteFirst) {
-  const Bytes frame = encodeFrame(FrameType::notice, 0x22, Bytes(0x0123, 0x01));
+  const Bytes frame = encode_frame(FrameType::notice, 0x22, Bytes(0x0123, 0x01));
   EXPECT_EQ(Bytes(frame.begin(), frame.begin() + 6), hex("7F 02 22 01 23 01"));
   EXPECT_EQ(frame.size(), 0x0123U + 7);
   EXPECT_EQ(frame[frame.size() - 2], (0x02 + 0x22 + 0x01 + 0x23 + 0x0123) & 0xFF);
@@ -74,7 +74,7 @@ INSTANTIATE_TEST_SUITE_P(Cases, CommandScannerJunk,
 TEST(CommandScanner, TakesTheLongestParameterList) {
   CommandScanner scanner;
   const Bytes parameters(CommandScanner::kMaxParameters, 0x7F);
-  const auto found = scan(scanner, encodeFrame(FrameType::command, 0xA9, parameters));
+  const auto found = scan(scanner, encode_frame(FrameType::command, 0xA9, parameters));
   EXPECT_THAT(found, ElementsAre(Bytes{0xA9} + parameters));
 }
 

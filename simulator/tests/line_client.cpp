@@ -31,7 +31,7 @@ void LineClient::send(const Bytes& bytes) const {
   EXPECT_EQ(write(line_.get(), bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
 }
 
-Bytes LineClient::receiveSome() const {
+Bytes LineClient::receive_some() const {
   if (!readable(line_.get(), 10'000)) return {};
   Bytes bytes(4096);
   const ssize_t count = read(line_.get(), bytes.data(), bytes.size());
@@ -42,14 +42,14 @@ Bytes LineClient::receiveSome() const {
 Bytes LineClient::receive(std::size_t count) const {
   Bytes received;
   while (received.size() < count) {
-    const Bytes some = receiveSome();
+    const Bytes some = receive_some();
     if (some.empty()) break;
     received.insert(received.end(), some.begin(), some.end());
   }
   return received;
 }
 
-bool LineClient::hangsUp() const {
+bool LineClient::hangs_up() const {
   pollfd awaited{line_.get(), 0, 0};
   return poll(&awaited, 1, 10'000) == 1 && (awaited.revents & POLLHUP) != 0;
 }

@@ -18,13 +18,13 @@ class LineClient {
   void send(const Bytes& bytes) const;
 
   /// What one read gives, waiting up to ten seconds for it; empty if nothing comes.
-  Bytes receiveSome() const;
+  Bytes receive_some() const;
 
   /// So many bytes, waiting up to ten seconds for each part; fewer if they do not come.
   Bytes receive(std::size_t count) const;
 
   /// Whether the line hangs up within ten seconds.
-  bool hangsUp() const;
+  bool hangs_up() const;
 
   /// Whether something is there to be read now.
   bool waiting() const;

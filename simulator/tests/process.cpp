@@ -17,7 +17,7 @@ struct Pipe {
   Descriptor read, write;
 };
 
-Pipe makePipe() {
+Pipe make_pipe() {
   std::array<int, 2> ends{-1, -1};
   EXPECT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
   return {Descriptor(ends[0]), Descriptor(ends[1])};
@@ -36,7 +36,7 @@ Process::Process(const std::string& program, std::vector<std::string> arguments,
   std::vector<char*> argv;
   for (std::string& argument : arguments) argv.push_back(argument.data());
   argv.push_back(nullptr);
-  Pipe in = makePipe(), out = makePipe(), err = makePipe();
+  Pipe in = make_pipe(), out = make_pipe(), err = make_pipe();
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_adddup2(&actions, input < 0 ? in.read.get() : input, STDIN_FILENO);

@@ -19,17 +19,17 @@ class Process {
   Process& operator=(const Process&) = delete;
 
   void write(const std::string& text) const;
-  void closeInput() { input_ = Descriptor(); }
+  void close_input() { input_ = Descriptor(); }
   /// Sends a signal; fails the test, and signals nothing, when the program has ended.
   void signal(int number);
 
   /// One line without its end, waiting up to twenty seconds; what there is when the stream ends or nothing comes.
-  std::string readLine() { return line(output_.get()); }
-  std::string readErrorLine() { return line(errors_.get()); }
+  std::string read_line() { return line(output_.get()); }
+  std::string read_error_line() { return line(errors_.get()); }
 
   /// All that is left of a stream that ends.
-  std::string readAll() { return rest(output_.get()); }
-  std::string readAllErrors() { return rest(errors_.get()); }
+  std::string read_all() { return rest(output_.get()); }
+  std::string read_all_errors() { return rest(errors_.get()); }
 
   /// Waits for its end: the exit status, or minus the number of the signal that ended it.
   int wait();

@@ -42,7 +42,7 @@ class UhfSim : public ::testing::Test {
 
 TEST_F(UhfSim, FirstLineIsTheDeviceAndItAnswers) {
   Process sim = start({"--baud", "0"});
-  const LineClient client(sim.readLine());
+  const LineClient client(sim.read_line());
   client.send(kGetPower);
   EXPECT_EQ(client.receive(kPower2600.size()), kPower2600);
 }
@@ -50,21 +50,21 @@ TEST_F(UhfSim, FirstLineIsTheDeviceAndItAnswers) {
 TEST_F(UhfSim, InterruptAndTerminateEndItWithStatusZero) {
   for (const int signal : {SIGINT, SIGTERM}) {
     Process sim = start({});
-    sim.readLine();
+    sim.read_line();
     sim.signal(signal);
     EXPECT_EQ(sim.wait(), 0);
-    EXPECT_THAT(sim.readAllErrors(), IsEmpty());
+    EXPECT_THAT(sim.read_all_errors(), IsEmpty());
   }
 }
 
 TEST_F(UhfSim, TakesCommandsFromStandardInput) {
   Process sim = start({"--baud", "0"});
-  const LineClient client(sim.readLine());
+  const LineClient client(sim.read_line());
   sim.write("add ABCD rssi=80 # a card\nadd 0001 p=0.5 pc=1234\nlist\n");
-  EXPECT_EQ(sim.readLine(), "ABCD rssi=80 pc=0800 p=1");
-  EXPECT_EQ(sim.readLine(), "0001 rssi=200 pc=1234 p=0.5");
+  EXPECT_EQ(sim.read_line(), "ABCD rssi=80 pc=0800 p=1");
+  EXPECT_EQ(sim.read_line(), "0001 rssi=200 pc=1234 p=0.5");
   sim.write("remove 0001\nlist\n");
-  EXPECT_EQ(sim.readLine(), "ABCD rssi=80 pc=0800 p=1");
+  EXPECT_EQ(sim.read_line(), "ABCD rssi=80 pc=0800 p=1");
   client.send(kInventory);
   EXPECT_EQ(client.receive(14), hex("7F 02 22 00 07 50 0800 ABCD 3799 CB 7E"));
   sim.write("quit\n");
@@ -73,32 +73,32 @@ TEST_F(UhfSim, TakesCommandsFromStandardInput) {
 
 TEST_F(UhfSim, BadCommandIsOneLineOnStandardErrorAndChangesNothing) {
   Process sim = start({});
-  sim.readLine();
+  sim.read_line();
   sim.write("add ABCD\nremove ABC\nlist now\nlist\n");
-  EXPECT_EQ(sim.readLine(), "ABCD rssi=200 pc=0800 p=1");
-  EXPECT_THAT(sim.readErrorLine(), StartsWith("uhf-sim: EPC \"ABC\" has 3 digits; expected 2 to 62 bytes"));
-  EXPECT_THAT(sim.readErrorLine(), StartsWith("uhf-sim: unknown command \"list\""));
+  EXPECT_EQ(sim.read_line(), "ABCD rssi=200 pc=0800 p=1");
+  EXPECT_THAT(sim.read_error_line(), StartsWith("uhf-sim: EPC \"ABC\" has 3 digits; expected 2 to 62 bytes"));
+  EXPECT_THAT(sim.read_error_line(), StartsWith("uhf-sim: unknown command \"list\""));
   sim.write("quit\n");
   EXPECT_EQ(sim.wait(), 0);
-  EXPECT_THAT(sim.readAllErrors(), IsEmpty());
+  EXPECT_THAT(sim.read_all_errors(), IsEmpty());
 }
 
 TEST_F(UhfSim, StatusShowsStateAndCounters) {
   Process sim = start({"--baud", "0"});
-  const LineClient client(sim.readLine());
+  const LineClient client(sim.read_line());
   client.send(hex("7F 00 A9 00 03 02 01 02 B1 7E"));
   ASSERT_EQ(client.receive(8).size(), 8U);
   sim.write("status\nquit\n");
-  EXPECT_THAT(sim.readAll(), AllOf(HasSubstr("power 2600\n"), HasSubstr("region 1\n"), HasSubstr("channels 1 2\n"),
-                                   HasSubstr("sensitivity m=2 i=6 threshold=160\n"), HasSubstr("commands 1\n"),
-                                   HasSubstr("bytes_in 10\n"), HasSubstr("overruns 0\n")));
+  EXPECT_THAT(sim.read_all(), AllOf(HasSubstr("power 2600\n"), HasSubstr("region 1\n"), HasSubstr("channels 1 2\n"),
+                                    HasSubstr("sensitivity m=2 i=6 threshold=160\n"), HasSubstr("commands 1\n"),
+                                    HasSubstr("bytes_in 10\n"), HasSubstr("overruns 0\n")));
 }
 
 TEST_F(UhfSim, HelpListsEveryCommand) {
   Process sim = start({});
-  sim.readLine();
+  sim.read_line();
   sim.write("help\nquit\n");
-  const std::string help = "\n" + sim.readAll();
+  const std::string help = "\n" + sim.read_all();
   for (const char* command : {"add", "remove", "clear", "fault", "list", "status", "help", "quit"}) {
     EXPECT_THAT(help, HasSubstr(std::string("\n  ") + command + ' '));
   }
@@ -106,10 +106,10 @@ TEST_F(UhfSim, HelpListsEveryCommand) {
 
 TEST_F(UhfSim, EndOfInputThatIsNoTerminalDoesNotEndIt) {
   Process sim = start({});
-  const LineClient client(sim.readLine());
+  const LineClient client(sim.read_line());
   sim.write("fault silence 0\nadd ABCD\nfault");  // the last line has no end
-  sim.closeInput();
-  EXPECT_THAT(sim.readErrorLine(), HasSubstr("too few words after \"fault\""));
+  sim.close_input();
+  EXPECT_THAT(sim.read_error_line(), HasSubstr("too few words after \"fault\""));
   client.send(kGetPower);
   EXPECT_EQ(client.receive(kPower2600.size()), kPower2600);
   EXPECT_TRUE(sim.running());
@@ -123,7 +123,7 @@ TEST_F(UhfSim, EndOfInputAtATerminalEndsIt) {
   ASSERT_EQ(unlockpt(keyboard.get()), 0);
   const Descriptor terminal(open(ptsname(keyboard.get()), O_RDWR | O_NOCTTY | O_CLOEXEC));
   Process sim(UHFSIM_PROGRAM, {}, terminal.get());
-  sim.readLine();
+  sim.read_line();
   ASSERT_EQ(write(keyboard.get(), "list\n\x04", 6), 6);  // Ctrl-D
   EXPECT_EQ(sim.wait(), 0);
 }
@@ -137,14 +137,14 @@ TEST_F(UhfSim, SecondsEndItByItself) {
 
 TEST_F(UhfSim, PlaysItsScenario) {
   Process sim = start({"--baud", "0", "--scenario", file("demo.txt", "add ABCD rssi=80\n")});
-  const LineClient client(sim.readLine());
+  const LineClient client(sim.read_line());
   client.send(kInventory);
   EXPECT_EQ(client.receive(14), hex("7F 02 22 00 07 50 0800 ABCD 3799 CB 7E"));
 }
 
 TEST_F(UhfSim, FaultOptionSwitchesFaultsOn) {
   Process sim = start({"--baud", "0", "--fault", "corrupt-checksum=1", "--fault", "silence=0"});
-  const LineClient client(sim.readLine());
+  const LineClient client(sim.read_line());
   client.send(kGetPower);
   EXPECT_EQ(client.receive(9), hex("7F 01 B7 00 02 0A 28 13 7E"));
 }
@@ -152,15 +152,15 @@ TEST_F(UhfSim, FaultOptionSwitchesFaultsOn) {
 TEST_F(UhfSim, TheLinkFollowsALineThatHungUp) {
   const std::string link = directory_ / "reader";
   Process sim = start({"--baud", "0", "--fault", "hang-up=1", "--link", link});
-  sim.readLine();
+  sim.read_line();
   {
     const LineClient client(link);
     client.send(kGetPower);
-    EXPECT_TRUE(client.hangsUp());
+    EXPECT_TRUE(client.hangs_up());
   }
-  EXPECT_THAT(sim.readErrorLine(), StartsWith("uhf-sim: the line has hung up and is back at /dev/pts/"));
+  EXPECT_THAT(sim.read_error_line(), StartsWith("uhf-sim: the line has hung up and is back at /dev/pts/"));
   sim.write("fault hang-up 0\nstatus\n");
-  sim.readLine();
+  sim.read_line();
   const LineClient client(link);
   client.send(kGetPower);
   EXPECT_EQ(client.receive(9), kPower2600);
@@ -168,7 +168,7 @@ TEST_F(UhfSim, TheLinkFollowsALineThatHungUp) {
 
 TEST_F(UhfSim, QuietWhenEmptySaysNothing) {
   Process sim = start({"--baud", "0", "--quiet-when-empty"});
-  const LineClient client(sim.readLine());
+  const LineClient client(sim.read_line());
   client.send(kInventory + kGetPower);
   EXPECT_EQ(client.receive(9), kPower2600);
 }
@@ -176,9 +176,9 @@ TEST_F(UhfSim, QuietWhenEmptySaysNothing) {
 TEST_F(UhfSim, SeedAndChunkReachTheReader) {
   const auto rounds = [](const std::string& seed) {
     Process sim = start({"--baud", "0", "--chunk", "3", "--seed", seed});
-    const LineClient client(sim.readLine());
+    const LineClient client(sim.read_line());
     sim.write("add 0001\nadd 0002\nadd 0003\nlist\n");
-    for (int i = 0; i < 3; ++i) sim.readLine();
+    for (int i = 0; i < 3; ++i) sim.read_line();
     Bytes all;
     for (int i = 0; i < 20; ++i) {
       client.send(kInventory);
@@ -195,7 +195,7 @@ TEST_F(UhfSim, SeedAndChunkReachTheReader) {
 TEST_F(UhfSim, LinkLeadsToTheDeviceAndIsGoneAtTheEnd) {
   const std::string link = directory_ / "reader";
   Process sim = start({"--link", link});
-  EXPECT_EQ(fs::read_symlink(link), sim.readLine());
+  EXPECT_EQ(fs::read_symlink(link), sim.read_line());
   sim.signal(SIGINT);
   EXPECT_EQ(sim.wait(), 0);
   EXPECT_FALSE(fs::exists(fs::symlink_status(link)));
@@ -205,13 +205,13 @@ TEST_F(UhfSim, LinkReplacesAnOldLink) {
   const std::string link = directory_ / "reader";
   fs::create_symlink("/dev/pts/gone", link);
   Process sim = start({"--link", link});
-  EXPECT_EQ(fs::read_symlink(link), sim.readLine());
+  EXPECT_EQ(fs::read_symlink(link), sim.read_line());
 }
 
 TEST_F(UhfSim, LinkOfSomebodyElseIsLeftAlone) {
   const std::string link = directory_ / "reader";
   Process sim = start({"--link", link});
-  sim.readLine();
+  sim.read_line();
   fs::remove(link);
   fs::create_symlink("/dev/null", link);
   sim.signal(SIGINT);
@@ -223,26 +223,26 @@ TEST_F(UhfSim, LinkDoesNotOverwriteAFile) {
   const std::string path = file("reader", "precious");
   Process sim = start({"--link", path});
   EXPECT_EQ(sim.wait(), 1);
-  EXPECT_EQ(sim.readAllErrors(),
+  EXPECT_EQ(sim.read_all_errors(),
             "uhf-sim: " + path + " is there and is no symbolic link; give another path to --link\n");
   EXPECT_EQ(fs::file_size(path), 8U);
-  EXPECT_THAT(sim.readAll(), IsEmpty());
+  EXPECT_THAT(sim.read_all(), IsEmpty());
 }
 
 TEST_F(UhfSim, LinkThatCannotBeMadeIsAFailure) {
   const std::string link = directory_ / "nowhere" / "reader";
   Process sim = start({"--link", link});
   EXPECT_EQ(sim.wait(), 1);
-  EXPECT_EQ(sim.readAllErrors(), "uhf-sim: cannot make the link " + link + ": No such file or directory\n");
+  EXPECT_EQ(sim.read_all_errors(), "uhf-sim: cannot make the link " + link + ": No such file or directory\n");
 }
 
 TEST_F(UhfSim, BadScenarioIsOneLineAndStatusTwo) {
   const std::string path = file("bad.txt", "clear\nat x clear\n");
   Process sim = start({"--scenario", path});
   EXPECT_EQ(sim.wait(), 2);
-  EXPECT_EQ(sim.readAllErrors(),
+  EXPECT_EQ(sim.read_all_errors(),
             "uhf-sim: " + path + ":2: time \"x\"; expected seconds such as 1.5, 2s or 500ms, from 0 to 86400s\n");
-  EXPECT_THAT(sim.readAll(), IsEmpty());
+  EXPECT_THAT(sim.read_all(), IsEmpty());
 }
 
 TEST_F(UhfSim, WrongUsageIsOneLineAndStatusTwo) {
@@ -263,17 +263,17 @@ TEST_F(UhfSim, WrongUsageIsOneLineAndStatusTwo) {
   for (const auto& arguments : wrong) {
     Process sim = start(arguments);
     EXPECT_EQ(sim.wait(), 2) << arguments[0];
-    const std::string errors = sim.readAllErrors();
+    const std::string errors = sim.read_all_errors();
     EXPECT_THAT(errors, StartsWith("uhf-sim: "));
     EXPECT_EQ(std::count(errors.begin(), errors.end(), '\n'), 1) << errors;
-    EXPECT_THAT(sim.readAll(), IsEmpty());
+    EXPECT_THAT(sim.read_all(), IsEmpty());
   }
 }
 
 TEST_F(UhfSim, HelpTellsTheRulesAndStatuses) {
   Process sim = start({"--help"});
   EXPECT_EQ(sim.wait(), 0);
-  const std::string help = sim.readAll();
+  const std::string help = sim.read_all();
   for (const char* text : {"--scenario FILE", "--seed N", "--baud N", "--chunk N", "--quiet-when-empty", "--link PATH",
                            "--seconds N", "--fault NAME=P", "SIGINT or SIGTERM", "Exit status: 0 done, 1 failed, 2"}) {
     EXPECT_THAT(help, HasSubstr(text));

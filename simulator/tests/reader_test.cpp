@@ -173,7 +173,7 @@ TEST_F(ReaderInventory, TagThatLeftIsNotReported) {
 }
 
 // How many of so many rounds read a tag of this probability.
-int roundsRead(double probability, int rounds) {
+int rounds_read(double probability, int rounds) {
   Field field;
   field.add({.epc = hex("0001"), .probability = probability});
   Reader reader(field, {});
@@ -182,11 +182,11 @@ int roundsRead(double probability, int rounds) {
   return read;
 }
 
-TEST_F(ReaderInventory, ProbabilityIsTheShareOfRoundsThatReadTheTag) { EXPECT_NEAR(roundsRead(0.3, 4000), 1200, 120); }
+TEST_F(ReaderInventory, ProbabilityIsTheShareOfRoundsThatReadTheTag) { EXPECT_NEAR(rounds_read(0.3, 4000), 1200, 120); }
 
 TEST_F(ReaderInventory, ProbabilityZeroIsNeverAndOneAlways) {
-  EXPECT_EQ(roundsRead(0, 500), 0);
-  EXPECT_EQ(roundsRead(1, 500), 500);
+  EXPECT_EQ(rounds_read(0, 500), 0);
+  EXPECT_EQ(rounds_read(1, 500), 500);
 }
 
 TEST_F(ReaderInventory, EachTagHasItsOwnProbability) {
@@ -203,7 +203,7 @@ TEST_F(ReaderInventory, ATagAnswersFromItsLeastPowerOn) {
 }
 
 // The replies of many rounds over four tags, two of them read by chance.
-std::vector<Bytes> manyRounds(std::uint64_t seed) {
+std::vector<Bytes> many_rounds(std::uint64_t seed) {
   Field field;
   for (std::uint8_t i = 0; i < 4; ++i) field.add({.epc = {0, i}, .probability = i < 2 ? 0.5 : 1.0});
   Reader reader(field, {.seed = seed});
@@ -212,9 +212,9 @@ std::vector<Bytes> manyRounds(std::uint64_t seed) {
   return replies;
 }
 
-TEST_F(ReaderInventory, SameSeedGivesTheSameBytes) { EXPECT_EQ(manyRounds(42), manyRounds(42)); }
+TEST_F(ReaderInventory, SameSeedGivesTheSameBytes) { EXPECT_EQ(many_rounds(42), many_rounds(42)); }
 
-TEST_F(ReaderInventory, OtherSeedGivesOtherBytes) { EXPECT_NE(manyRounds(42), manyRounds(43)); }
+TEST_F(ReaderInventory, OtherSeedGivesOtherBytes) { EXPECT_NE(many_rounds(42), many_rounds(43)); }
 
 TEST_F(ReaderInventory, EveryOrderOfTheTagsComesEquallyOften) {
   for (std::uint8_t i = 0; i < 3; ++i) field_.add({.epc = {0, i}});

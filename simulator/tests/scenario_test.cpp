@@ -153,7 +153,7 @@ INSTANTIATE_TEST_SUITE_P(
             "demo.txt:2: time 10000ms is never reached; expected less than the loop's 10000ms"}),
     [](const auto& test) { return test.param.name; });
 
-std::string errorOfLoading(const std::string& path) {
+std::string error_of_loading(const std::string& path) {
   try {
     Scenario::load(path);
     return "no exception";
@@ -186,20 +186,20 @@ TEST(ScenarioLoad, ReadsAFileAndNamesItInErrors) {
   std::ofstream(path) << "add 0001\r\nat 1 remove 0001";
   EXPECT_THAT(Scenario::load(path).due(kBefore, 1s), ElementsAre(add("0001"), removal("0001")));
   std::ofstream(path) << "add 0001\nadd";
-  EXPECT_THAT(errorOfLoading(path), HasSubstr(path + ":2: too few words"));
+  EXPECT_THAT(error_of_loading(path), HasSubstr(path + ":2: too few words"));
   std::ofstream(path, std::ios::trunc).close();
   EXPECT_THAT(Scenario::load(path).due(kBefore, 1s), IsEmpty());
   std::remove(path.c_str());
 }
 
 TEST(ScenarioLoad, FileThatCannotBeReadIsNamedWithTheReason) {
-  EXPECT_EQ(errorOfLoading("/nowhere/demo.txt"),
+  EXPECT_EQ(error_of_loading("/nowhere/demo.txt"),
             "/nowhere/demo.txt: the file cannot be read (No such file or directory); expected a scenario file");
-  EXPECT_EQ(errorOfLoading("/tmp"), "/tmp: the file cannot be read (Is a directory); expected a scenario file");
+  EXPECT_EQ(error_of_loading("/tmp"), "/tmp: the file cannot be read (Is a directory); expected a scenario file");
 }
 
 // EPCs in the field at a time of the demonstration, by their last four bytes.
-std::vector<Bytes> demonstrationAt(Scenario::Time time) {
+std::vector<Bytes> demonstration_at(Scenario::Time time) {
   Field field;
   FaultInjector faults(1);
   const auto scenario = Scenario::load(UHFSIM_EXAMPLE_SCENARIO);
@@ -212,17 +212,17 @@ std::vector<Bytes> demonstrationAt(Scenario::Time time) {
 TEST(ExampleScenario, ShowsOneThatStaysTwoAtOnceAndAPasserBy) {
   const Bytes stays = hex("00000001");
   for (const auto round : {0s, 10s, 20s}) {
-    EXPECT_THAT(demonstrationAt(round), ElementsAre(stays));
-    EXPECT_THAT(demonstrationAt(round + 2s), ElementsAre(stays, hex("00000020"), hex("00000021")));
-    EXPECT_THAT(demonstrationAt(round + 5s), ElementsAre(stays));
-    EXPECT_THAT(demonstrationAt(round + 7300ms), ElementsAre(stays, hex("00000300")));
-    EXPECT_THAT(demonstrationAt(round + 7700ms), ElementsAre(stays));
+    EXPECT_THAT(demonstration_at(round), ElementsAre(stays));
+    EXPECT_THAT(demonstration_at(round + 2s), ElementsAre(stays, hex("00000020"), hex("00000021")));
+    EXPECT_THAT(demonstration_at(round + 5s), ElementsAre(stays));
+    EXPECT_THAT(demonstration_at(round + 7300ms), ElementsAre(stays, hex("00000300")));
+    EXPECT_THAT(demonstration_at(round + 7700ms), ElementsAre(stays));
   }
 }
 
 TEST(ExampleScenario, StayingCardIsThereAtEveryInstant) {
   for (auto time = 0ms; time < 21s; time += 100ms) {
-    EXPECT_THAT(demonstrationAt(time), ::testing::Contains(hex("00000001"))) << time.count();
+    EXPECT_THAT(demonstration_at(time), ::testing::Contains(hex("00000001"))) << time.count();
   }
 }
 

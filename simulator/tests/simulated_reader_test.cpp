@@ -25,7 +25,7 @@ const Options kAtOnce{.baud = 0};
 constexpr auto kPatience = 20s;
 
 // What the simulator counts is told by no event, so this looks again and again.
-bool becomesTrue(const std::function<bool()>& condition) {
+bool becomes_true(const std::function<bool()>& condition) {
   const auto deadline = Clock::now() + kPatience;
   while (!condition()) {
     if (Clock::now() > deadline) return false;
@@ -100,7 +100,7 @@ TEST(SimulatedReader, ClientMayCloseAndComeBack) {
 TEST(SimulatedReader, WhatAClientLeavesUnreadWaitsForTheNext) {
   SimulatedReader reader(kAtOnce);
   LineClient(reader.path()).send(kGetPower);
-  ASSERT_TRUE(becomesTrue([&] { return reader.counters().bytes_out == kPower2600.size(); }));
+  ASSERT_TRUE(becomes_true([&] { return reader.counters().bytes_out == kPower2600.size(); }));
   EXPECT_EQ(LineClient(reader.path()).receive(kPower2600.size()), kPower2600);
 }
 
@@ -117,7 +117,7 @@ TEST(SimulatedReader, CountsWhatGoesOverTheLine) {
   const LineClient client(reader.path());
   client.send(hex("55") + kInventory + kGetPower);
   ASSERT_EQ(client.receive(14 + 9).size(), 23U);
-  ASSERT_TRUE(becomesTrue([&] { return reader.counters().bytes_out == 23; }));
+  ASSERT_TRUE(becomes_true([&] { return reader.counters().bytes_out == 23; }));
   const Counters counters = reader.counters();
   EXPECT_EQ(counters.commands, 2U);
   EXPECT_EQ(counters.notices, 1U);
@@ -134,7 +134,7 @@ TEST(SimulatedReader, FaultsAreOnTheLine) {
   EXPECT_EQ(client.receive(9), hex("7F 01 B7 00 02 0A 28 13 7E"));
   reader.faults().set("silence", 1);
   client.send(kGetPower);
-  ASSERT_TRUE(becomesTrue([&] { return reader.counters().commands == 2; }));
+  ASSERT_TRUE(becomes_true([&] { return reader.counters().commands == 2; }));
   reader.faults().set("silence", 0);
   reader.faults().set("corrupt-checksum", 0);
   client.send(kGetPower);
@@ -147,7 +147,7 @@ TEST(SimulatedReader, ASplitAnswerComesInTwoPieces) {
   reader.faults().set("split-at-end", 1);
   reader.field().add({.epc = hex("7E 00")});
   client.send(kInventory);
-  const Bytes first = client.receiveSome();
+  const Bytes first = client.receive_some();
   ASSERT_FALSE(first.empty());
   EXPECT_EQ(first.back(), 0x7E);
   EXPECT_EQ(first.size() + client.receive(14 - first.size()).size(), 14U);
@@ -170,7 +170,7 @@ TEST(SimulatedReader, HangsUpInTheMiddleAndComesBack) {
   {
     const LineClient client(reader.path());
     client.send(kGetPower);
-    EXPECT_TRUE(client.hangsUp());
+    EXPECT_TRUE(client.hangs_up());
   }
   const std::string path = back.get_future().get();
   EXPECT_EQ(path, reader.path());
@@ -186,7 +186,7 @@ TEST(SimulatedReaderPacing, ReplyTakesItsTimeOnTheLineAndComesWhole) {
   const LineClient client(reader.path());
   const auto start = Clock::now();
   client.send(kGetPower);
-  EXPECT_EQ(client.receiveSome(), kPower2600);
+  EXPECT_EQ(client.receive_some(), kPower2600);
   EXPECT_GE(Clock::now() - start, LinePacing(300).duration(kPower2600.size()));
 }
 
@@ -203,7 +203,7 @@ TEST(SimulatedReaderPacing, ChunksArriveOneByOne) {
   SimulatedReader reader({.baud = 100, .chunk = 4});
   const LineClient client(reader.path());
   client.send(kGetPower);
-  EXPECT_EQ(client.receiveSome(), hex("7F 01 B7 00"));
+  EXPECT_EQ(client.receive_some(), hex("7F 01 B7 00"));
   EXPECT_EQ(client.receive(5), hex("02 0A 28 EC 7E"));
 }
 
@@ -212,7 +212,7 @@ TEST(SimulatedReaderPacing, UnreadBytesAreLostAndCountedWhenTheLineIsFull) {
   fill(reader.field());
   const LineClient client(reader.path());
   int sent = 0;
-  ASSERT_TRUE(becomesTrue([&] {
+  ASSERT_TRUE(becomes_true([&] {
     if (reader.counters().commands == static_cast<std::uint64_t>(sent)) {
       client.send(kInventory);
       ++sent;
@@ -229,7 +229,7 @@ TEST(SimulatedReaderFullLine, WithoutPacingWaitsForTheClientAndLosesNothing) {
   fill(reader.field());
   const LineClient client(reader.path());
   client.send(times(20, kInventory));
-  ASSERT_TRUE(becomesTrue([&] { return reader.counters().bytes_out > 0; }));
+  ASSERT_TRUE(becomes_true([&] { return reader.counters().bytes_out > 0; }));
   EXPECT_LT(reader.counters().bytes_out, 20 * kFullReply) << "the line is never full";
   EXPECT_EQ(client.receive(20 * kFullReply).size(), 20 * kFullReply);
   EXPECT_EQ(reader.counters().overruns, 0U);
@@ -241,9 +241,9 @@ TEST(SimulatedReader, CommandsThatComeWhileItIsBusyWaitOrAreLost) {
   fill(reader.field());
   const LineClient client(reader.path());
   client.send(times(20, kInventory));  // its answers are more than the line holds
-  ASSERT_TRUE(becomesTrue([&] { return reader.counters().bytes_out > 0; }));
+  ASSERT_TRUE(becomes_true([&] { return reader.counters().bytes_out > 0; }));
   for (int i = 0; i < 2000; ++i) client.send(kGetPower);  // more than the line holds
-  ASSERT_TRUE(becomesTrue([&] { return reader.counters().bytes_in == 7 * 2020; }));
+  ASSERT_TRUE(becomes_true([&] { return reader.counters().bytes_in == 7 * 2020; }));
   const Bytes late = times(kWaiting, kPower2600);
   const Bytes all = client.receive(20 * kFullReply + late.size());
   ASSERT_EQ(all.size(), 20 * kFullReply + late.size());
@@ -252,7 +252,7 @@ TEST(SimulatedReader, CommandsThatComeWhileItIsBusyWaitOrAreLost) {
 }
 
 // Runs a reader, brings it into a state by the given step, and expects it to end without waiting for the line.
-void expectPromptEnd(Options options, const std::function<void(SimulatedReader&, const LineClient&)>& step) {
+void expect_prompt_end(Options options, const std::function<void(SimulatedReader&, const LineClient&)>& step) {
   auto reader = std::make_unique<SimulatedReader>(options);
   const LineClient client(reader->path());
   step(*reader, client);
@@ -262,27 +262,27 @@ void expectPromptEnd(Options options, const std::function<void(SimulatedReader&,
 }
 
 TEST(SimulatedReaderStop, IsPromptWhenIdle) {
-  expectPromptEnd({}, [](SimulatedReader&, const LineClient&) {});
+  expect_prompt_end({}, [](SimulatedReader&, const LineClient&) {});
 }
 
 TEST(SimulatedReaderStop, IsPromptInTheMiddleOfAReply) {
   // At one bit a second the reply takes a minute and a half.
-  expectPromptEnd({.baud = 1}, [](SimulatedReader& reader, const LineClient& client) {
+  expect_prompt_end({.baud = 1}, [](SimulatedReader& reader, const LineClient& client) {
     client.send(kGetPower);
-    EXPECT_TRUE(becomesTrue([&] { return reader.counters().commands == 1; }));
+    EXPECT_TRUE(becomes_true([&] { return reader.counters().commands == 1; }));
   });
 }
 
 TEST(SimulatedReaderStop, IsPromptWhenTheLineIsFull) {
-  expectPromptEnd(kAtOnce, [](SimulatedReader& reader, const LineClient& client) {
+  expect_prompt_end(kAtOnce, [](SimulatedReader& reader, const LineClient& client) {
     fill(reader.field());
     client.send(times(20, kInventory));
-    EXPECT_TRUE(becomesTrue([&] { return reader.counters().bytes_out > 0; }));
+    EXPECT_TRUE(becomes_true([&] { return reader.counters().bytes_out > 0; }));
   });
 }
 
 TEST(SimulatedReaderStop, IsPromptWhileAScenarioWaits) {
-  expectPromptEnd(
+  expect_prompt_end(
       {}, [](SimulatedReader& reader, const LineClient&) { reader.play(Scenario::parse("at 1000 clear", "test")); });
 }
 
@@ -296,8 +296,8 @@ TEST(SimulatedReaderPlay, WhatHappensAtZeroHasHappenedOnReturn) {
 TEST(SimulatedReaderPlay, LaterEventsComeByThemselves) {
   SimulatedReader reader(kAtOnce);
   reader.play(Scenario::parse("at 30ms add 0001\nat 60ms fault silence 1", "test"));
-  EXPECT_TRUE(becomesTrue([&] { return reader.field().snapshot().size() == 1; }));
-  EXPECT_TRUE(becomesTrue([&] { return reader.faults().intercept(kPower2600).empty(); }));
+  EXPECT_TRUE(becomes_true([&] { return reader.field().snapshot().size() == 1; }));
+  EXPECT_TRUE(becomes_true([&] { return reader.faults().intercept(kPower2600).empty(); }));
 }
 
 TEST(SimulatedReaderPlay, HandsTheHostItsLines) {
@@ -310,7 +310,7 @@ TEST(SimulatedReaderPlay, HandsTheHostItsLines) {
   };
   SimulatedReader reader(options);
   reader.play(Scenario::parse("host first\nat 1ms host then this", "demo.txt"));
-  EXPECT_TRUE(becomesTrue([&] {
+  EXPECT_TRUE(becomes_true([&] {
     const std::lock_guard lock(mutex);
     return lines.size() == 2;
   }));
@@ -321,7 +321,7 @@ TEST(SimulatedReaderPlay, ReplacesTheScenarioBefore) {
   SimulatedReader reader(kAtOnce);
   reader.play(Scenario::parse("loop 20ms\nadd 0001", "test"));
   reader.play(Scenario::parse("at 100ms add 0002", "test"));
-  EXPECT_TRUE(becomesTrue([&] { return !reader.field().snapshot().empty(); }));
+  EXPECT_TRUE(becomes_true([&] { return !reader.field().snapshot().empty(); }));
   EXPECT_THAT(reader.field().snapshot(), ::testing::ElementsAre(Tag{.epc = hex("0002")}));
 }
 

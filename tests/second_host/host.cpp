@@ -13,16 +13,16 @@ Host& host() {
 void Host::reset() {
   const std::lock_guard lock(mutex_);
   settings_.clear();
-  refusesWrites_ = false;
+  refuses_writes_ = false;
   answer_ = nullptr;
-  keepAliveHook_ = nullptr;
-  createHook_ = nullptr;
-  systemHook_ = nullptr;
+  keep_alive_hook_ = nullptr;
+  create_hook_ = nullptr;
+  system_hook_ = nullptr;
   calls_.clear();
   messages_.clear();
-  keepAlives_.clear();
-  debugLines_.clear();
-  auditRecords_.clear();
+  keep_alives_.clear();
+  debug_lines_.clear();
+  audit_records_.clear();
 }
 
 void Host::set(const std::string& key, const std::string& value) { store("uhf", key, value); }
@@ -41,35 +41,35 @@ void Host::store(const std::string& section, const std::string& key, const std::
 
 void Host::write(const std::string& section, const std::string& key, const std::string& value) {
   std::unique_lock lock(mutex_);
-  if (!refusesWrites_) {
+  if (!refuses_writes_) {
     lock.unlock();
     store(section, key, value);
   }
 }
 
-void Host::refuseWrites() {
+void Host::refuse_writes() {
   const std::lock_guard lock(mutex_);
-  refusesWrites_ = true;
+  refuses_writes_ = true;
 }
 
-void Host::answerWith(Answer answer) {
+void Host::answer_with(Answer answer) {
   const std::lock_guard lock(mutex_);
   answer_ = std::move(answer);
 }
 
-void Host::onKeepAlive(std::function<void(const std::string&)> hook) {
+void Host::on_keep_alive(std::function<void(const std::string&)> hook) {
   const std::lock_guard lock(mutex_);
-  keepAliveHook_ = std::move(hook);
+  keep_alive_hook_ = std::move(hook);
 }
 
-void Host::onCreate(std::function<void()> hook) {
+void Host::on_create(std::function<void()> hook) {
   const std::lock_guard lock(mutex_);
-  createHook_ = std::move(hook);
+  create_hook_ = std::move(hook);
 }
 
-void Host::onSystem(std::function<void(const std::string&)> hook) {
+void Host::on_system(std::function<void(const std::string&)> hook) {
   const std::lock_guard lock(mutex_);
-  systemHook_ = std::move(hook);
+  system_hook_ = std::move(hook);
 }
 
 void Host::called(const std::string& call) {
@@ -95,10 +95,10 @@ std::optional<Fields> Host::sent(SentMessage message) {
 
 void Host::kept(const std::string& name) {
   std::unique_lock lock(mutex_);
-  ++keepAlives_[name];
+  ++keep_alives_[name];
   calls_.push_back("keep_alive " + name);
   changed_.notify_all();
-  const auto hook = keepAliveHook_;
+  const auto hook = keep_alive_hook_;
   lock.unlock();
   if (hook) {
     hook(name);
@@ -107,19 +107,19 @@ void Host::kept(const std::string& name) {
 
 void Host::logged(DebugLine line) {
   const std::lock_guard lock(mutex_);
-  debugLines_.push_back(std::move(line));
+  debug_lines_.push_back(std::move(line));
   changed_.notify_all();
 }
 
 void Host::created(AuditRecord record) {
   std::unique_lock lock(mutex_);
-  const auto hook = createHook_;
+  const auto hook = create_hook_;
   lock.unlock();
   if (hook) {
     hook();
   }
   lock.lock();
-  auditRecords_.push_back(std::move(record));
+  audit_records_.push_back(std::move(record));
   changed_.notify_all();
 }
 
@@ -127,7 +127,7 @@ void Host::ran(const std::string& command) {
   std::unique_lock lock(mutex_);
   calls_.push_back("system " + command);
   changed_.notify_all();
-  const auto hook = systemHook_;
+  const auto hook = system_hook_;
   lock.unlock();
   if (hook) {
     hook(command);
@@ -146,31 +146,31 @@ std::vector<SentMessage> Host::messages() const {
   return messages_;
 }
 
-std::size_t Host::keepAlives(const std::string& name) const {
+std::size_t Host::keep_alives(const std::string& name) const {
   const std::lock_guard lock(mutex_);
-  const auto entry = keepAlives_.find(name);
-  return entry == keepAlives_.end() ? 0 : entry->second;
+  const auto entry = keep_alives_.find(name);
+  return entry == keep_alives_.end() ? 0 : entry->second;
 }
 
-std::vector<DebugLine> Host::debugLines() const {
+std::vector<DebugLine> Host::debug_lines() const {
   const std::lock_guard lock(mutex_);
-  return debugLines_;
+  return debug_lines_;
 }
 
-std::vector<std::string> Host::debugTexts() const {
+std::vector<std::string> Host::debug_texts() const {
   std::vector<std::string> texts;
-  for (const auto& line : debugLines()) {
+  for (const auto& line : debug_lines()) {
     texts.push_back(line.text);
   }
   return texts;
 }
 
-std::vector<AuditRecord> Host::auditRecords() const {
+std::vector<AuditRecord> Host::audit_records() const {
   const std::lock_guard lock(mutex_);
-  return auditRecords_;
+  return audit_records_;
 }
 
-bool Host::waitUntil(const std::function<bool()>& condition) {
+bool Host::wait_until(const std::function<bool()>& condition) {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
   while (!condition()) {
     if (std::chrono::steady_clock::now() >= deadline) {

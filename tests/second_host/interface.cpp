@@ -39,7 +39,7 @@ bool find(const Fields& fields, const std::string& name, T* value) {
   return false;
 }
 
-std::optional<int> toInt(const std::string& digits) {
+std::optional<int> to_int(const std::string& digits) {
   int value = 0;
   const auto* const end = digits.data() + digits.size();
   const auto result = std::from_chars(digits.data(), end, value);
@@ -72,7 +72,7 @@ struct Message::Impl {
   second_host::SentMessage content;
   MessageReply* reply = nullptr;
   bool handled = false;
-  MessageEnqueuer* nextQueue = nullptr;
+  MessageEnqueuer* next_queue = nullptr;
   static Impl& of(Message& message) { return *message.impl_; }
   static const Impl& of(const Message& message) { return *message.impl_; }
 };
@@ -102,7 +102,7 @@ void Message::set_handled() {
 }
 void Message::transfer(MessageEnqueuer* queue) {
   host().called("transfer " + type());
-  impl_->nextQueue = queue;
+  impl_->next_queue = queue;
 }
 
 struct MessageEnqueuer::Impl {
@@ -205,7 +205,7 @@ void config::set_param(const std::string& section, const std::string& key, const
 
 int config_util::get_int(const std::string& section, const std::string& key, bool required) {
   host().called("get_int " + section + " " + key + " " + text(required));
-  const auto value = toInt(host().get(section, key).value_or(""));
+  const auto value = to_int(host().get(section, key).value_or(""));
   if (!value && required) {
     throw ac_exception("Missing setting " + key, true);
   }
@@ -218,8 +218,8 @@ std::vector<int> config_util::get_int_range(const std::string& section, const st
   std::istringstream ranges(host().get(section, key).value_or(""));
   for (std::string range; std::getline(ranges, range, ';');) {
     const auto hyphen = range.find('-');
-    const int first = toInt(range.substr(0, hyphen)).value();
-    const int last = hyphen == std::string::npos ? first : toInt(range.substr(hyphen + 1)).value();
+    const int first = to_int(range.substr(0, hyphen)).value();
+    const int last = hyphen == std::string::npos ? first : to_int(range.substr(hyphen + 1)).value();
     if (std::int64_t{last} - first > 0xFFFF) {
       throw ac_exception("Range too large: " + range, true);
     }
@@ -257,7 +257,7 @@ int util::system(const char* command) {
 
 void util::get_formatted_date_and_time_ms(char* buffer) {
   host().called("get_formatted_date_and_time_ms");
-  std::strcpy(buffer, second_host::NOW);
+  std::strcpy(buffer, second_host::kNow);
 }
 
 std::string util::identifier::generate_new_uuid() {
@@ -294,19 +294,19 @@ std::int64_t device::this_id() { return 77; }
 
 namespace second_host {
 
-const PluginRecord& recordOf(const ac::Plugin& plugin) { return ac::Plugin::Impl::of(plugin).record; }
+const PluginRecord& record_of(const ac::Plugin& plugin) { return ac::Plugin::Impl::of(plugin).record; }
 
-const Listeners& listenersOf(const ac::MessageEnqueuer& queue) {
+const Listeners& listeners_of(const ac::MessageEnqueuer& queue) {
   return ac::MessageEnqueuer::Impl::of(queue).listeners;
 }
 
-std::unique_ptr<ac::Message> makeMessage(const std::string& type, const Fields& fields) {
+std::unique_ptr<ac::Message> make_message(const std::string& type, const Fields& fields) {
   auto message = std::make_unique<ac::Message>(type);
   ac::Message::Impl::of(*message).content.fields = fields;
   return message;
 }
 
-bool isHandled(const ac::Message& message) { return ac::Message::Impl::of(message).handled; }
+bool is_handled(const ac::Message& message) { return ac::Message::Impl::of(message).handled; }
 
 void deliver(const Listeners& listeners, std::unique_ptr<ac::Message> message) {
   for (const auto& listener : listeners) {
@@ -314,8 +314,8 @@ void deliver(const Listeners& listeners, std::unique_ptr<ac::Message> message) {
       listener.handler(message.get());
     }
   }
-  if (auto* const queue = ac::Message::Impl::of(*message).nextQueue; queue != nullptr) {
-    ac::Message::Impl::of(*message).nextQueue = nullptr;
+  if (auto* const queue = ac::Message::Impl::of(*message).next_queue; queue != nullptr) {
+    ac::Message::Impl::of(*message).next_queue = nullptr;
     ac::MessageEnqueuer::Impl::of(*queue).put(std::move(message));
   }
 }

@@ -26,12 +26,12 @@ using Value = std::variant<int, std::int64_t, std::string>;
 using Fields = std::vector<std::pair<std::string, Value>>;  // in the order added
 
 // What the host's clock shows, as text.
-inline constexpr const char* NOW = "2026-11-20 21:30:00.123";
+inline constexpr const char* kNow = "2026-11-20 21:30:00.123";
 
 struct SentMessage {
   std::string type;
   int argument;
-  bool hasCallback;
+  bool has_callback;
   bool synchronous;
   Fields fields;
 };
@@ -72,13 +72,13 @@ class Host {
 
   // What the plug-in writes to the store, unless it is told to refuse.
   void write(const std::string& section, const std::string& key, const std::string& value);
-  void refuseWrites();
+  void refuse_writes();
 
   // Answers synchronous messages; no value leaves the reply ungiven. Without it nothing is answered.
   using Answer = std::function<std::optional<Fields>(const SentMessage&)>;
-  void answerWith(Answer answer);
+  void answer_with(Answer answer);
   // Called on every keep-alive, on the caller's thread; may throw, to leave a loop of the plug-in's.
-  void onKeepAlive(std::function<void(const std::string&)> hook);
+  void on_keep_alive(std::function<void(const std::string&)> hook);
 
   // Every call of the plug-in that has an order worth testing, as text: "get_int uhf trig_gpio true".
   void called(const std::string& call);
@@ -94,44 +94,44 @@ class Host {
   // What was sent, in order: of one type, or all.
   std::vector<SentMessage> messages(const std::string& type) const;
   std::vector<SentMessage> messages() const;
-  std::size_t keepAlives(const std::string& name) const;
-  std::vector<DebugLine> debugLines() const;
-  std::vector<std::string> debugTexts() const;
-  std::vector<AuditRecord> auditRecords() const;
+  std::size_t keep_alives(const std::string& name) const;
+  std::vector<DebugLine> debug_lines() const;
+  std::vector<std::string> debug_texts() const;
+  std::vector<AuditRecord> audit_records() const;
 
   // Called in the middle of each insert of an audit record, and of each shell command, on the caller's thread.
-  void onCreate(std::function<void()> hook);
-  void onSystem(std::function<void(const std::string& command)> hook);
+  void on_create(std::function<void()> hook);
+  void on_system(std::function<void(const std::string& command)> hook);
 
   // Waits until condition holds; false when it does not within 30 s.
-  bool waitUntil(const std::function<bool()>& condition);
+  bool wait_until(const std::function<bool()>& condition);
 
  private:
   mutable std::mutex mutex_;
   std::condition_variable changed_;
   std::map<std::pair<std::string, std::string>, std::string> settings_;
-  bool refusesWrites_ = false;
+  bool refuses_writes_ = false;
   Answer answer_;
-  std::function<void(const std::string&)> keepAliveHook_;
-  std::function<void()> createHook_;
-  std::function<void(const std::string&)> systemHook_;
+  std::function<void(const std::string&)> keep_alive_hook_;
+  std::function<void()> create_hook_;
+  std::function<void(const std::string&)> system_hook_;
   std::vector<std::string> calls_;
   std::vector<SentMessage> messages_;
-  std::map<std::string, std::size_t> keepAlives_;
-  std::vector<DebugLine> debugLines_;
-  std::vector<AuditRecord> auditRecords_;
+  std::map<std::string, std::size_t> keep_alives_;
+  std::vector<DebugLine> debug_lines_;
+  std::vector<AuditRecord> audit_records_;
 };
 
 Host& host();
 
-const PluginRecord& recordOf(const ac::Plugin& plugin);
-const Listeners& listenersOf(const ac::MessageEnqueuer& queue);
+const PluginRecord& record_of(const ac::Plugin& plugin);
+const Listeners& listeners_of(const ac::MessageEnqueuer& queue);
 
 // A message as a sender makes it.
-std::unique_ptr<ac::Message> makeMessage(const std::string& type, const Fields& fields = {});
+std::unique_ptr<ac::Message> make_message(const std::string& type, const Fields& fields = {});
 
 // Whether a handler has called set_handled().
-bool isHandled(const ac::Message& message);
+bool is_handled(const ac::Message& message);
 
 // Calls the listeners of the message's type on this thread, then moves the message into the queue that a handler has
 // transferred it to, whose thread goes on with it. What a handler throws leaves it; from a queue's handler it is

@@ -7,7 +7,7 @@
 
 // The text of the ac::ac_exception that the action throws; empty when it throws none.
 template <class Action>
-std::string failureOf(Action action) {
+std::string failure_of(Action action) {
   try {
     action();
   } catch (const ac::ac_exception& error) {

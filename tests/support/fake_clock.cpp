@@ -32,6 +32,6 @@ void fake_clock::advance(nanoseconds by) { frozen += by.count(); }
 
 steady_clock::time_point fake_clock::now() { return steady_clock::time_point(nanoseconds(frozen)); }
 
-void fake_clock::tickPerReading(nanoseconds by) { tick = by.count(); }
+void fake_clock::tick_per_reading(nanoseconds by) { tick = by.count(); }
 
 void fake_clock::release() { frozen = 0; }

@@ -10,7 +10,7 @@ void freeze();
 void advance(std::chrono::nanoseconds by);
 std::chrono::steady_clock::time_point now();
 // Each reading moves the frozen clock on by so much.
-void tickPerReading(std::chrono::nanoseconds by);
+void tick_per_reading(std::chrono::nanoseconds by);
 // The real clock again.
 void release();
 

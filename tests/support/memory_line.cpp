@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr int DESCRIPTOR = 1'000'000;  // far beyond those of the system
+constexpr int kDescriptor = 1'000'000;  // far beyond those of the system
 
 memory_line::Line* connected = nullptr;
 std::chrono::milliseconds timeout(0);
@@ -28,8 +28,8 @@ ssize_t __real_write(int fd, const void* data, std::size_t size);
 ssize_t __real_read(int fd, void* data, std::size_t size);
 
 int __wrap_open(const char* path, int flags, ...) {
-  if (connected != nullptr && std::strcmp(path, memory_line::PATH) == 0) {
-    return DESCRIPTOR;
+  if (connected != nullptr && std::strcmp(path, memory_line::kPath) == 0) {
+    return kDescriptor;
   }
   std::va_list arguments;
   va_start(arguments, flags);
@@ -39,17 +39,17 @@ int __wrap_open(const char* path, int flags, ...) {
 }
 
 int __wrap_tcsetattr(int fd, int actions, const termios* line) {
-  if (fd != DESCRIPTOR) {
+  if (fd != kDescriptor) {
     return __real_tcsetattr(fd, actions, line);
   }
   timeout = std::chrono::milliseconds(100) * line->c_cc[VTIME];
   return 0;
 }
 
-int __wrap_close(int fd) { return fd == DESCRIPTOR ? 0 : __real_close(fd); }
+int __wrap_close(int fd) { return fd == kDescriptor ? 0 : __real_close(fd); }
 
 ssize_t __wrap_write(int fd, const void* data, std::size_t size) {
-  if (fd != DESCRIPTOR) {
+  if (fd != kDescriptor) {
     return __real_write(fd, data, size);
   }
   if (!connected->write({static_cast<const unsigned char*>(data), size})) {
@@ -60,7 +60,7 @@ ssize_t __wrap_write(int fd, const void* data, std::size_t size) {
 }
 
 ssize_t __wrap_read(int fd, void* data, std::size_t size) {
-  if (fd != DESCRIPTOR) {
+  if (fd != kDescriptor) {
     return __real_read(fd, data, size);
   }
   const auto bytes = connected->read(size, timeout);

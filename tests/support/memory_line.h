@@ -9,7 +9,7 @@
 
 namespace memory_line {
 
-inline constexpr const char* PATH = "memory line";
+inline constexpr const char* kPath = "memory line";
 
 class Line {
  public:
@@ -22,7 +22,7 @@ class Line {
   virtual std::vector<unsigned char> read(std::size_t most, std::chrono::milliseconds timeout) = 0;
 };
 
-// From now on, whoever opens PATH gets this line, one at a time; null: nobody does. One thread only.
+// From now on, whoever opens kPath gets this line, one at a time; null: nobody does. One thread only.
 void connect(Line* line);
 
 }  // namespace memory_line

@@ -27,7 +27,7 @@ ReaderPeer::ReaderPeer() : master_(posix_openpt(O_RDWR | O_NOCTTY)) {
 }
 
 ReaderPeer::~ReaderPeer() {
-  hangUp();
+  hang_up();
   close(slave_);
 }
 
@@ -41,7 +41,7 @@ void ReaderPeer::write(const std::vector<unsigned char>& bytes) {
   }
 }
 
-bool ReaderPeer::waitUntilRead() const {
+bool ReaderPeer::wait_until_read() const {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
   for (int waiting = 1; std::chrono::steady_clock::now() < deadline;) {
     // First of all, for the kernel hands bytes over a moment after they were written.
@@ -67,12 +67,12 @@ std::vector<unsigned char> ReaderPeer::read(std::size_t count) {
   return bytes;
 }
 
-bool ReaderPeer::isQuiet() const {
+bool ReaderPeer::is_quiet() const {
   pollfd ready{master_, POLLIN, 0};
   return poll(&ready, 1, 0) == 0;
 }
 
-void ReaderPeer::hangUp() {
+void ReaderPeer::hang_up() {
   if (master_ >= 0) {
     close(master_);
     master_ = -1;

@@ -18,16 +18,16 @@ class ReaderPeer {
   void write(const std::vector<unsigned char>& bytes);
 
   // Waits until the driver has read all that was written; false when it does not within 10 s.
-  bool waitUntilRead() const;
+  bool wait_until_read() const;
 
   // What the driver has sent; waits up to 10 s until it is count bytes.
   std::vector<unsigned char> read(std::size_t count);
 
   // Whether nothing from the driver waits to be read.
-  bool isQuiet() const;
+  bool is_quiet() const;
 
   // Hangs the line up.
-  void hangUp();
+  void hang_up();
 
  private:
   int master_;

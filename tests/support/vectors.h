@@ -12,13 +12,13 @@
 
 struct WireVector {
   std::string file;
-  std::string kind;       // command, response or notice
-  std::string className;  // of the frame
+  std::string kind;        // command, response or notice
+  std::string class_name;  // of the frame
   std::vector<unsigned char> bytes;
 };
 
 // All vectors, file by file. directory: where the files are.
-inline std::vector<WireVector> loadVectors(const std::filesystem::path& directory) {
+inline std::vector<WireVector> load_vectors(const std::filesystem::path& directory) {
   std::vector<std::filesystem::path> files;
   for (const auto& entry : std::filesystem::directory_iterator(directory)) {
     if (entry.path().extension() == ".txt") {
@@ -32,7 +32,7 @@ inline std::vector<WireVector> loadVectors(const std::filesystem::path& director
     for (std::string line; std::getline(lines, line);) {
       std::istringstream words(line.substr(0, line.find('#')));
       WireVector vector{file.filename().string(), {}, {}, {}};
-      if (words >> vector.kind >> vector.className) {
+      if (words >> vector.kind >> vector.class_name) {
         std::string rest;
         std::getline(words, rest);
         vector.bytes = hex(rest.substr(0, rest.find_last_not_of(' ') + 1));

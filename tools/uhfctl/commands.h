@@ -30,14 +30,14 @@ struct InventoryOptions {
 void inventory(const Common& common, const InventoryOptions& options);
 
 // Ends by a Failure that says that the protocol has no such question.
-[[noreturn]] void cannotBeAsked(const std::string& what, const std::string& setting);
+[[noreturn]] void cannot_be_asked(const std::string& what, const std::string& setting);
 
-void getPower(const Common& common);
-void setPower(const Common& common, int power);
-void setRegion(const Common& common, const std::string& region);
-void setChannels(const Common& common, const std::string& channels, const std::string& region);
-void getSensitivity(const Common& common);
-void setSensitivity(const Common& common, const std::vector<int>& values);
+void get_power(const Common& common);
+void set_power(const Common& common, int power);
+void set_region(const Common& common, const std::string& region);
+void set_channels(const Common& common, const std::string& channels, const std::string& region);
+void get_sensitivity(const Common& common);
+void set_sensitivity(const Common& common, const std::vector<int>& values);
 
 struct SurveyOptions {
   std::string power;   // FROM:TO:STEP

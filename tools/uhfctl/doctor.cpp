@@ -63,7 +63,7 @@ class Report {
 // What ends the examination: nothing after it can be looked at.
 [[noreturn]] void stop(Status status) { throw Failure(status, "the checks after this one need it"); }
 
-void checkFile(Report& report, const std::string& path) {
+void check_file(Report& report, const std::string& path) {
   struct stat file {};
   if (stat(path.c_str(), &file) != 0) {
     report.add("port", Verdict::bad, "there is no " + path + " (" + std::strerror(errno) + ")",
@@ -97,7 +97,7 @@ std::unique_ptr<Port> claim(Report& report, const Common& common) {
   }
 }
 
-void checkLine(Report& report, const std::string& path) {
+void check_line(Report& report, const std::string& path) {
   const int fd = open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK);
   termios line{};
   const bool known = fd >= 0 && tcgetattr(fd, &line) == 0;
@@ -109,10 +109,10 @@ void checkLine(Report& report, const std::string& path) {
   report.add("line", Verdict::good, "115200 baud, 8 data bits, no parity");
 }
 
-unsigned short checkAnswer(Report& report, const Port& port) {
+unsigned short check_answer(Report& report, const Port& port) {
   try {
     const auto begin = Clock::now();
-    const auto power = port.powerOrNobody();
+    const auto power = port.power_or_nobody();
     report.add("answer", Verdict::good, "the reader answers within " + seconds((Clock::now() - begin) * 1000) + " ms");
     return power;
   } catch (const Failure& failure) {
@@ -125,7 +125,7 @@ unsigned short checkAnswer(Report& report, const Port& port) {
   }
 }
 
-Tags checkPolls(Report& report, const Port& port) {
+Tags check_polls(Report& report, const Port& port) {
   Tags tags;
   int wrong = 0;
   int frames = 0;
@@ -156,7 +156,7 @@ Tags checkPolls(Report& report, const Port& port) {
   return tags;
 }
 
-void checkTags(Report& report, const Tags& tags) {
+void check_tags(Report& report, const Tags& tags) {
   if (tags.all().empty()) {
     report.add("tags", Verdict::doubtful, "no tag in the field",
                "hold one to the antenna; then check the antenna's cable and the power");
@@ -172,19 +172,19 @@ void checkTags(Report& report, const Tags& tags) {
 
 // Conducted power, in hundredths of a dBm, that an antenna of 6 dBi turns into the most that the region's rules allow:
 // 36 dBm EIRP in Brazil, America and Korea, 33 dBm ERP (35.15 dBm EIRP) in Europe and China.
-int mostPower(ac::UHF::Region region) {
+int most_power(ac::UHF::Region region) {
   using ac::UHF::Region;
   return region == Region::BRAZIL || region == Region::AMERICA || region == Region::KOREA ? 3000 : 2915;
 }
 
-void checkPower(Report& report, unsigned short power, const std::string& region) {
+void check_power(Report& report, unsigned short power, const std::string& region) {
   std::string name = region;
   std::ranges::transform(name, name.begin(), [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
   const auto known = regionOf(name);
   if (!known.has_value()) {
     throw Failure(kUsage, "there is no region \"" + region + "\"; `uhfctl region set --help` names all");
   }
-  const int most = mostPower(*known);
+  const int most = most_power(*known);
   char finding[160];
   std::snprintf(finding, sizeof finding, "%.2f dBm; %s allows %.2f dBm with an antenna of 6 dBi", power / 100.0,
                 name.c_str(), most / 100.0);
@@ -195,19 +195,19 @@ void checkPower(Report& report, unsigned short power, const std::string& region)
 
 void examine(Report& report, const Common& common, const std::string& region) {
   if (!common.port.empty()) {
-    checkFile(report, common.port);
+    check_file(report, common.port);
   }
   const auto port = claim(report, common);
-  checkLine(report, common.port);
-  const auto power = checkAnswer(report, *port);
-  checkTags(report, checkPolls(report, *port));
-  checkPower(report, power, region);
+  check_line(report, common.port);
+  const auto power = check_answer(report, *port);
+  check_tags(report, check_polls(report, *port));
+  check_power(report, power, region);
 }
 
 }  // namespace
 
 void doctor(const Common& common, const std::string& region) {
-  catchInterrupts();
+  catch_interrupts();
   Report report(common.json);
   examine(report, common, region);
   if (report.worst() == Verdict::bad) {

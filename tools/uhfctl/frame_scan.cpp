@@ -17,18 +17,18 @@ namespace {
 
 using Bytes = std::span<const unsigned char>;
 
-std::string hexNumber(unsigned int value, int digits) {
+std::string hex_number(unsigned int value, int digits) {
   char text[16];
   std::snprintf(text, sizeof text, "%0*X", digits, value);
   return text;
 }
 
 // Bytes of the frame that begins here, by its length field. REQUIRES: at least 5 bytes.
-std::size_t declaredSize(Bytes bytes) {
+std::size_t declared_size(Bytes bytes) {
   return (static_cast<std::size_t>(bytes[3]) << 8 | bytes[4]) + Frame::MIN_FRAME_SIZE;
 }
 
-unsigned char sumOf(Bytes frame) {
+unsigned char sum_of(Bytes frame) {
   return static_cast<unsigned char>(std::accumulate(frame.begin() + 1, frame.end() - 2, 0U));
 }
 
@@ -40,9 +40,9 @@ Scanned judge(Bytes bytes) {
     result.problem = "no end byte 7E where the length puts it, " + std::to_string(bytes.size() - 1) + " bytes on";
     return result;
   }
-  if (const auto sum = sumOf(bytes); sum != bytes[bytes.size() - 2]) {
+  if (const auto sum = sum_of(bytes); sum != bytes[bytes.size() - 2]) {
     result.problem =
-        "wrong checksum: it has " + hexNumber(bytes[bytes.size() - 2], 2) + ", its bytes give " + hexNumber(sum, 2);
+        "wrong checksum: it has " + hex_number(bytes[bytes.size() - 2], 2) + ", its bytes give " + hex_number(sum, 2);
     result.wrong_checksum = true;
     return result;
   }
@@ -77,7 +77,7 @@ Scan scan(Bytes bytes, bool all) {
       const auto header = std::ranges::find(rest, Frame::HEADER);
       next.size = static_cast<std::size_t>(header - rest.begin());
       next.problem = "no header 7F";
-    } else if (rest.size() < Frame::MIN_FRAME_SIZE || rest.size() < declaredSize(rest)) {
+    } else if (rest.size() < Frame::MIN_FRAME_SIZE || rest.size() < declared_size(rest)) {
       if (!all) {
         result.rest = rest.size();
         return result;
@@ -85,10 +85,10 @@ Scan scan(Bytes bytes, bool all) {
       next.size = 1;
       next.problem = rest.size() < Frame::MIN_FRAME_SIZE
                          ? "cut off: a frame has at least 7 bytes"
-                         : "cut off: its length asks for " + std::to_string(declaredSize(rest)) + " bytes, " +
+                         : "cut off: its length asks for " + std::to_string(declared_size(rest)) + " bytes, " +
                                std::to_string(rest.size()) + " are left";
     } else {
-      next = judge(rest.first(declaredSize(rest)));
+      next = judge(rest.first(declared_size(rest)));
     }
     next.offset = at;
     at += next.size;
@@ -99,9 +99,9 @@ Scan scan(Bytes bytes, bool all) {
 
 namespace {
 
-std::string hexList(const std::vector<unsigned char>& bytes) { return uhfsim::hexOf(bytes); }
+std::string hex_list(const std::vector<unsigned char>& bytes) { return uhfsim::hex_of(bytes); }
 
-std::string kindOf(const Frame& frame) {
+std::string kind_of(const Frame& frame) {
   switch (frame.type()) {
     case Frame::Type::Command:
       return "command";
@@ -113,7 +113,7 @@ std::string kindOf(const Frame& frame) {
   return "frame";
 }
 
-std::string nameOf(const Frame& frame) {
+std::string name_of(const Frame& frame) {
   switch (frame.command()) {
     case Frame::CommandType::SetWorkArea:
       return "set region";
@@ -137,13 +137,13 @@ std::string nameOf(const Frame& frame) {
 
 }  // namespace
 
-nlohmann::ordered_json fieldsOf(const Frame& frame) {
-  nlohmann::ordered_json fields{{"frame", nameOf(frame)}, {"type", kindOf(frame)}};
+nlohmann::ordered_json fields_of(const Frame& frame) {
+  nlohmann::ordered_json fields{{"frame", name_of(frame)}, {"type", kind_of(frame)}};
   if (const auto* notice = dynamic_cast<const InventoryCardNotice*>(&frame)) {
-    fields["epc"] = hexList(notice->epc());
+    fields["epc"] = hex_list(notice->epc());
     fields["rssi"] = notice->rssi();
-    fields["pc"] = hexNumber(notice->pc(), 4);
-    fields["crc"] = hexNumber(notice->crc(), 4);
+    fields["pc"] = hex_number(notice->pc(), 4);
+    fields["crc"] = hex_number(notice->crc(), 4);
     return fields;
   }
   const auto parameters = frame.parameterToData();
@@ -154,16 +154,16 @@ nlohmann::ordered_json fieldsOf(const Frame& frame) {
     fields["i"] = sensitivity->info().i;
     fields["threshold"] = sensitivity->info().sensitivity;
   } else if (frame.type() == Frame::Type::Response && parameters.size() == 1) {
-    fields["status"] = hexNumber(parameters.front(), 2);
+    fields["status"] = hex_number(parameters.front(), 2);
   } else if (!parameters.empty()) {
-    fields["parameters"] = hexList(parameters);
+    fields["parameters"] = hex_list(parameters);
   }
   return fields;
 }
 
 std::string describe(const Frame& frame) {
-  const auto fields = fieldsOf(frame);
-  std::string text = fields["frame"].get<std::string>() + (fields["frame"] == "tag report" ? "" : " " + kindOf(frame));
+  const auto fields = fields_of(frame);
+  std::string text = fields["frame"].get<std::string>() + (fields["frame"] == "tag report" ? "" : " " + kind_of(frame));
   const char* separator = ": ";
   for (const auto& [name, value] : fields.items()) {
     const std::string content = value.is_string() ? value.get<std::string>() : value.dump();

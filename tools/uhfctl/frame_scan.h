@@ -34,6 +34,6 @@ Scan scan(std::span<const unsigned char> bytes, bool all);
 std::string describe(const ac::UHF::Frame& frame);
 
 // The same as an object: "frame", and the fields by name.
-nlohmann::ordered_json fieldsOf(const ac::UHF::Frame& frame);
+nlohmann::ordered_json fields_of(const ac::UHF::Frame& frame);
 
 }  // namespace uhfctl

@@ -25,11 +25,11 @@ std::string hex(unsigned int value, int digits) {
   return text;
 }
 
-std::uint64_t valueOf(const SeenTag& tag, const InventoryOptions& options) {
+std::uint64_t value_of(const SeenTag& tag, const InventoryOptions& options) {
   return cardValueOf(tag.epc, options.identification_bits, upper(options.reader_type) == "LSB");
 }
 
-std::string asTable(const Tags& tags, const InventoryOptions& options, Clock::time_point begin) {
+std::string as_table(const Tags& tags, const InventoryOptions& options, Clock::time_point begin) {
   std::vector<std::vector<std::string>> rows{{"EPC", "RSSI", "PC", "times", "first", "last"}};
   if (options.card_value) {
     rows.front().push_back("card value");
@@ -38,14 +38,14 @@ std::string asTable(const Tags& tags, const InventoryOptions& options, Clock::ti
     rows.push_back({epc, std::to_string(tag.rssi), hex(tag.pc, 4), std::to_string(tag.times),
                     seconds(tag.first - begin) + " s", seconds(tag.last - begin) + " s"});
     if (options.card_value) {
-      rows.back().push_back(std::to_string(valueOf(tag, options)));
+      rows.back().push_back(std::to_string(value_of(tag, options)));
     }
   }
   return table(rows);
 }
 
-void printObjects(const Tags& tags, const InventoryOptions& options, Clock::time_point begin) {
-  const auto sinceBegin = [begin](Clock::time_point time) {
+void print_objects(const Tags& tags, const InventoryOptions& options, Clock::time_point begin) {
+  const auto since_begin = [begin](Clock::time_point time) {
     return std::chrono::duration<double>(time - begin).count();
   };
   for (const auto& [epc, tag] : tags.all()) {
@@ -53,10 +53,10 @@ void printObjects(const Tags& tags, const InventoryOptions& options, Clock::time
                                   {"rssi", tag.rssi},
                                   {"pc", hex(tag.pc, 4)},
                                   {"times", tag.times},
-                                  {"first", sinceBegin(tag.first)},
-                                  {"last", sinceBegin(tag.last)}};
+                                  {"first", since_begin(tag.first)},
+                                  {"last", since_begin(tag.last)}};
     if (options.card_value) {
-      object["card_value"] = valueOf(tag, options);
+      object["card_value"] = value_of(tag, options);
     }
     print(object);
   }
@@ -83,11 +83,11 @@ void inventory(const Common& common, const InventoryOptions& options) {
                   "\"" + options.filter + "\" is no beginning of an EPC: give hexadecimal digits, such as E200");
   }
   const Port port(common.port, std::chrono::milliseconds(common.timeout));
-  port.powerOrNobody();
-  catchInterrupts();
+  port.power_or_nobody();
+  catch_interrupts();
   Tags tags(prefix);
   LiveTable live;
-  const bool is_live = isTerminal() && !common.json;
+  const bool is_live = is_terminal() && !common.json;
   const auto begin = Clock::now();
   auto next_look = begin;
   const auto is_over = [&] {
@@ -105,7 +105,7 @@ void inventory(const Common& common, const InventoryOptions& options) {
     if (now >= next_look) {
       next_look = now + std::chrono::milliseconds(250);
       if (is_live) {
-        live.show(asTable(tags, options, begin));
+        live.show(as_table(tags, options, begin));
       } else {
         progress(seconds(now - begin) + " s, " + std::to_string(tags.all().size()) + " tags, " +
                  std::to_string(tags.readings()) + " readings");
@@ -114,11 +114,11 @@ void inventory(const Common& common, const InventoryOptions& options) {
   } while (!is_over());
   progress("");
   if (common.json) {
-    printObjects(tags, options, begin);
+    print_objects(tags, options, begin);
   } else if (is_live) {
-    live.show(asTable(tags, options, begin));
+    live.show(as_table(tags, options, begin));
   } else {
-    print(asTable(tags, options, begin));
+    print(as_table(tags, options, begin));
   }
   if (tags.all().empty()) {
     note("no tag" + (prefix.empty() ? std::string() : " that begins with " + prefix) + " in " +

@@ -30,7 +30,7 @@ CLI::App& add(CLI::App& app, const std::string& name, const std::string& help, s
   return command;
 }
 
-void addInventory(CLI::App& app, const Common& common) {
+void add_inventory(CLI::App& app, const Common& common) {
   const auto options = std::make_shared<uhfctl::InventoryOptions>();
   auto& command =
       add(app, "inventory", "Show the tags in the field", [&common, options] { inventory(common, *options); });
@@ -49,43 +49,43 @@ void addInventory(CLI::App& app, const Common& common) {
       ->check(CLI::IsMember({"msb", "lsb"}, CLI::ignore_case));
 }
 
-void addRadio(CLI::App& app, const Common& common) {
+void add_radio(CLI::App& app, const Common& common) {
   auto& power = *app.add_subcommand("power", "The transmit power, in hundredths of a dBm");
   power.require_subcommand(1);
-  add(power, "get", "Ask for it", [&common] { getPower(common); });
+  add(power, "get", "Ask for it", [&common] { get_power(common); });
   const auto wanted = std::make_shared<int>(0);
-  add(power, "set", "Set it, and ask for it", [&common, wanted] { setPower(common, *wanted); })
+  add(power, "set", "Set it, and ask for it", [&common, wanted] { set_power(common, *wanted); })
       .add_option("POWER", *wanted, "0 to 65535")
       ->required()
       ->check(CLI::Range(0, 65535));
 
   auto& region = *app.add_subcommand("region", "The regulatory region (a reader cannot be asked for it)");
   region.require_subcommand(1);
-  add(region, "get", "Say why it cannot be asked for", [] { uhfctl::cannotBeAsked("region", "region"); });
+  add(region, "get", "Say why it cannot be asked for", [] { uhfctl::cannot_be_asked("region", "region"); });
   const auto name = std::make_shared<std::string>();
-  add(region, "set", "Set it", [&common, name] { setRegion(common, *name); })
+  add(region, "set", "Set it", [&common, name] { set_region(common, *name); })
       .add_option("REGION", *name, "BRAZIL, CHINA_900MHZ, CHINA_800MHZ, AMERICA, EUROPE or KOREA")
       ->required();
 
   auto& channels = *app.add_subcommand("channels", "The working channels (a reader cannot be asked for them)");
   channels.require_subcommand(1);
-  add(channels, "get", "Say why they cannot be asked for", [] { uhfctl::cannotBeAsked("channels", "work_channel"); });
+  add(channels, "get", "Say why they cannot be asked for", [] { uhfctl::cannot_be_asked("channels", "work_channel"); });
   const auto list = std::make_shared<std::string>();
   const auto of = std::make_shared<std::string>("BRAZIL");
-  auto& set = add(channels, "set", "Set them", [&common, list, of] { setChannels(common, *list, *of); });
+  auto& set = add(channels, "set", "Set them", [&common, list, of] { set_channels(common, *list, *of); });
   set.add_option("RANGES", *list, "Such as \"0-10;26-51\"")->required();
   set.add_option("--region", *of, "Warn of channels that it does not allow")->capture_default_str();
 
   auto& sensitivity = *app.add_subcommand("sensitivity", "The receive demodulator's settings");
   sensitivity.require_subcommand(1);
-  add(sensitivity, "get", "Ask for them", [&common] { getSensitivity(common); });
+  add(sensitivity, "get", "Ask for them", [&common] { get_sensitivity(common); });
   const auto values = std::make_shared<std::vector<int>>();
   add(sensitivity, "set", "Set them, and ask for them",
       [&common, values] {
         if ((*values)[0] > 255 || (*values)[1] > 255) {
           throw uhfctl::Failure(uhfctl::kUsage, "M and I are at most 255");
         }
-        setSensitivity(common, *values);
+        set_sensitivity(common, *values);
       })
       .add_option("M I THRESHOLD", *values, "Mixer gain and amplifier gain (0 to 255), threshold (0 to 65535)")
       ->required()
@@ -93,7 +93,7 @@ void addRadio(CLI::App& app, const Common& common) {
       ->check(CLI::Range(0, 65535));
 }
 
-void addSurvey(CLI::App& app, const Common& common) {
+void add_survey(CLI::App& app, const Common& common) {
   const auto options = std::make_shared<uhfctl::SurveyOptions>();
   auto& command = add(app, "survey", "Step through powers, and recommend one for a tag",
                       [&common, options] { survey(common, *options); });
@@ -108,7 +108,7 @@ void addSurvey(CLI::App& app, const Common& common) {
       ->type_name("FILE");
 }
 
-void addTape(CLI::App& app, const Common& common) {
+void add_tape(CLI::App& app, const Common& common) {
   const auto file = std::make_shared<std::string>();
   const auto time = std::make_shared<double>(0);
   auto& record = add(app, "record", "Poll, and write every byte with its time and direction",
@@ -144,10 +144,10 @@ int main(int argc, char** argv) {
       ->check(CLI::Range(100, 25500));
   app.add_flag("--json", common.json, "Print JSON, an object a line");
   add(app, "info", "Whether a reader answers, its power and sensitivity", [&common] { info(common); });
-  addInventory(app, common);
-  addRadio(app, common);
-  addSurvey(app, common);
-  addTape(app, common);
+  add_inventory(app, common);
+  add_radio(app, common);
+  add_survey(app, common);
+  add_tape(app, common);
   const auto region = std::make_shared<std::string>("BRAZIL");
   add(app, "doctor", "Look at one thing after the other that can be wrong",
       [&common, region] { doctor(common, *region); })

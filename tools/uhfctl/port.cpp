@@ -44,7 +44,7 @@ Port::Port(const std::string& path, std::chrono::milliseconds timeout) : path_(p
   });
 }
 
-unsigned short Port::powerOrNobody() const {
+unsigned short Port::power_or_nobody() const {
   const auto [answered, power] = talking(*this, [&] { return driver_->getTransmitPower(); });
   if (!answered) {
     throw Failure(kNoReader, "no reader answers at " + path_ +

@@ -48,7 +48,7 @@ class Port {
   const ac::UHF::T640& driver() const { return *driver_; }
 
   // The power, as a sign of life. Throws Failure kNoReader when nobody answers.
-  unsigned short powerOrNobody() const;
+  unsigned short power_or_nobody() const;
 
   // The power of a reader that has answered before; also a sign of life after a poll without an answer, which is what
   // some readers say when there is no tag. Throws Failure kNoAnswer.

@@ -17,7 +17,7 @@ using Object = nlohmann::ordered_json;
 
 Port open(const Common& common) { return Port(common.port, std::chrono::milliseconds(common.timeout)); }
 
-[[noreturn]] void noAnswer(const Port& port, const std::string& what) {
+[[noreturn]] void no_answer(const Port& port, const std::string& what) {
   throw Failure(kNoAnswer, "the reader at " + port.path() + " did not answer in time " + what);
 }
 
@@ -29,19 +29,19 @@ std::string dBm(unsigned short power) {
 
 std::string milliseconds(Clock::duration time) { return seconds(time * 1000, 1) + " ms"; }
 
-ac::UHF::DemodSensitivityInfo sensitivityOf(const Port& port) {
+ac::UHF::DemodSensitivityInfo sensitivity_of(const Port& port) {
   const auto [answered, info] = talking(port, [&] { return port.driver().getDemodulationSensitivity(); });
   if (!answered) {
-    noAnswer(port, "to the question for its sensitivity");
+    no_answer(port, "to the question for its sensitivity");
   }
   return info;
 }
 
-Object asObject(const ac::UHF::DemodSensitivityInfo& info) {
+Object as_object(const ac::UHF::DemodSensitivityInfo& info) {
   return {{"m", info.m}, {"i", info.i}, {"threshold", info.sensitivity}};
 }
 
-std::string asText(const ac::UHF::DemodSensitivityInfo& info) {
+std::string as_text(const ac::UHF::DemodSensitivityInfo& info) {
   return "m " + std::to_string(info.m) + ", i " + std::to_string(info.i) + ", threshold " +
          std::to_string(info.sensitivity);
 }
@@ -50,7 +50,7 @@ bool operator==(const ac::UHF::DemodSensitivityInfo& a, const ac::UHF::DemodSens
   return a.m == b.m && a.i == b.i && a.sensitivity == b.sensitivity;
 }
 
-std::string regionNames() {
+std::string region_names() {
   std::string names;
   for (const auto& [name, region] : REGIONS) {
     names += (names.empty() ? "" : ", ") + std::string(name);
@@ -58,17 +58,17 @@ std::string regionNames() {
   return names;
 }
 
-ac::UHF::Region regionFrom(std::string name) {
+ac::UHF::Region region_from(std::string name) {
   std::ranges::transform(name, name.begin(), [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
   const auto region = regionOf(name);
   if (!region.has_value()) {
-    throw Failure(kUsage, "there is no region \"" + name + "\": one of " + regionNames());
+    throw Failure(kUsage, "there is no region \"" + name + "\": one of " + region_names());
   }
   return *region;
 }
 
 // The channels that are in a list and not in the other, for a warning.
-std::string notAmong(const std::vector<int>& channels, const std::vector<int>& allowed) {
+std::string not_among(const std::vector<int>& channels, const std::vector<int>& allowed) {
   std::string text;
   for (const int channel : channels) {
     if (std::ranges::find(allowed, channel) == allowed.end()) {
@@ -83,22 +83,22 @@ std::string notAmong(const std::vector<int>& channels, const std::vector<int>& a
 void info(const Common& common) {
   const auto port = open(common);
   constexpr int kQuestions = 10;
-  const auto power = port.powerOrNobody();
+  const auto power = port.power_or_nobody();
   std::vector<Clock::duration> times;
   for (int i = 0; i < kQuestions; ++i) {
     const auto begin = Clock::now();
     if (!talking(port, [&] { return port.driver().getTransmitPower(); }).first) {
-      noAnswer(port, "to question " + std::to_string(i + 2) + " of " + std::to_string(kQuestions + 1));
+      no_answer(port, "to question " + std::to_string(i + 2) + " of " + std::to_string(kQuestions + 1));
     }
     times.push_back(Clock::now() - begin);
   }
   std::ranges::sort(times);
-  const auto sensitivity = sensitivityOf(port);
+  const auto sensitivity = sensitivity_of(port);
   if (common.json) {
     const auto ms = [](Clock::duration time) { return std::chrono::duration<double, std::milli>(time).count(); };
     print(Object{{"port", common.port},
                  {"power", power},
-                 {"sensitivity", asObject(sensitivity)},
+                 {"sensitivity", as_object(sensitivity)},
                  {"round_trip_ms",
                   {{"least", ms(times.front())}, {"median", ms(times[kQuestions / 2])}, {"most", ms(times.back())}}}});
     return;
@@ -106,28 +106,28 @@ void info(const Common& common) {
   print(table({{"port", common.port},
                {"reader", coloured(Colour::green, "answers")},
                {"power", std::to_string(power) + " (" + dBm(power) + ")"},
-               {"sensitivity", asText(sensitivity)},
+               {"sensitivity", as_text(sensitivity)},
                {"round trip", milliseconds(times[kQuestions / 2]) + " (" + milliseconds(times.front()) + " to " +
                                   milliseconds(times.back()) + ", " + std::to_string(kQuestions) + " questions)"}}));
 }
 
-void cannotBeAsked(const std::string& what, const std::string& setting) {
+void cannot_be_asked(const std::string& what, const std::string& setting) {
   throw Failure(kFailed, "a reader cannot be asked for its " + what +
                              ": the protocol has no such question; what a host set is its setting " + setting +
                              " (`achost config get uhf " + setting + "`)");
 }
 
-void getPower(const Common& common) {
-  const auto power = open(common).powerOrNobody();
+void get_power(const Common& common) {
+  const auto power = open(common).power_or_nobody();
   common.json ? print(Object{{"power", power}}) : print(std::to_string(power) + "  (" + dBm(power) + ")\n");
 }
 
-void setPower(const Common& common, int power) {
+void set_power(const Common& common, int power) {
   const auto port = open(common);
-  const auto before = port.powerOrNobody();
+  const auto before = port.power_or_nobody();
   const auto wanted = static_cast<unsigned short>(power);
   if (!talking(port, [&] { return port.driver().setTransmitPower(wanted); })) {
-    noAnswer(port, "to the new power");
+    no_answer(port, "to the new power");
   }
   const auto after = port.power();
   if (after != wanted) {
@@ -138,64 +138,64 @@ void setPower(const Common& common, int power) {
               : print(std::to_string(after) + "  (" + dBm(after) + "), before " + std::to_string(before) + "\n");
 }
 
-void setRegion(const Common& common, const std::string& region) {
-  const auto wanted = regionFrom(region);
+void set_region(const Common& common, const std::string& region) {
+  const auto wanted = region_from(region);
   const auto port = open(common);
-  port.powerOrNobody();
+  port.power_or_nobody();
   if (!talking(port, [&] { return port.driver().setWorkArea(wanted); })) {
-    noAnswer(port, "to the new region");
+    no_answer(port, "to the new region");
   }
   const auto* const name = std::ranges::find(REGIONS, wanted, [](const auto& row) { return row.second; });
   common.json ? print(Object{{"region", name->first}})
               : print(std::string(name->first) + "  (answered; a reader cannot be asked for its region)\n");
 }
 
-void setChannels(const Common& common, const std::string& channels, const std::string& region) {
+void set_channels(const Common& common, const std::string& channels, const std::string& region) {
   const auto wanted = refhost::parse_int_ranges(channels);
   if (!wanted.has_value() || wanted->size() > 255 || std::ranges::max(*wanted) > 255) {
     throw Failure(kUsage, "\"" + channels +
                               "\" is no list of channels: give ranges of numbers from 0 to 255, such as 0-10;26-51");
   }
   // The China regions have Brazil's.
-  const auto allowed_text = allowedChannels(regionFrom(region)).value_or(BRAZIL_CHANNELS);
-  if (const auto outside = notAmong(*wanted, refhost::parse_int_ranges(allowed_text).value_or(std::vector<int>()));
+  const auto allowed_text = allowedChannels(region_from(region)).value_or(BRAZIL_CHANNELS);
+  if (const auto outside = not_among(*wanted, refhost::parse_int_ranges(allowed_text).value_or(std::vector<int>()));
       !outside.empty()) {
     note("warning: not allowed in the region " + region + " (" + std::string(allowed_text) + "): channels " + outside);
   }
   const auto port = open(common);
-  port.powerOrNobody();
+  port.power_or_nobody();
   if (!talking(port, [&] {
         return port.driver().setWorkChannel(std::vector<unsigned char>(wanted->begin(), wanted->end()));
       })) {
-    noAnswer(port, "to the new channels");
+    no_answer(port, "to the new channels");
   }
   common.json ? print(Object{{"channels", *wanted}})
               : print(channels + "  (" + std::to_string(wanted->size()) +
                       " channels; answered; a reader cannot be asked for its channels)\n");
 }
 
-void getSensitivity(const Common& common) {
+void get_sensitivity(const Common& common) {
   const auto port = open(common);
-  port.powerOrNobody();
-  const auto info = sensitivityOf(port);
-  common.json ? print(asObject(info)) : print(asText(info) + "\n");
+  port.power_or_nobody();
+  const auto info = sensitivity_of(port);
+  common.json ? print(as_object(info)) : print(as_text(info) + "\n");
 }
 
-void setSensitivity(const Common& common, const std::vector<int>& values) {
+void set_sensitivity(const Common& common, const std::vector<int>& values) {
   const ac::UHF::DemodSensitivityInfo wanted{static_cast<unsigned char>(values[0]),
                                              static_cast<unsigned char>(values[1]),
                                              static_cast<unsigned short>(values[2])};
   const auto port = open(common);
-  port.powerOrNobody();
-  const auto before = sensitivityOf(port);
+  port.power_or_nobody();
+  const auto before = sensitivity_of(port);
   if (!talking(port, [&] { return port.driver().setDemodulationSensitivity(wanted); })) {
-    noAnswer(port, "to the new sensitivity");
+    no_answer(port, "to the new sensitivity");
   }
-  const auto after = sensitivityOf(port);
+  const auto after = sensitivity_of(port);
   if (!(after == wanted)) {
-    throw Failure(kFailed, "the reader was told the sensitivity " + asText(wanted) + " and has " + asText(after));
+    throw Failure(kFailed, "the reader was told the sensitivity " + as_text(wanted) + " and has " + as_text(after));
   }
-  common.json ? print(asObject(after)) : print(asText(after) + "  (before " + asText(before) + ")\n");
+  common.json ? print(as_object(after)) : print(as_text(after) + "  (before " + as_text(before) + ")\n");
 }
 
 }  // namespace uhfctl

@@ -15,7 +15,7 @@ namespace {
 
 constexpr const char* kFirstLine = "# uhf recording 1";
 
-int digitOf(char c) {
+int digit_of(char c) {
   if (c >= '0' && c <= '9') {
     return c - '0';
   }
@@ -23,7 +23,7 @@ int digitOf(char c) {
   return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
 }
 
-Piece parseLine(const std::string& line, const std::string& where) {
+Piece parse_line(const std::string& line, const std::string& where) {
   std::istringstream words(line);
   double at = -1;
   std::string direction;
@@ -35,7 +35,7 @@ Piece parseLine(const std::string& line, const std::string& where) {
   }
   return {.at = std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::duration<double>(at)),
           .direction = direction == ">" ? Direction::to_reader : Direction::from_reader,
-          .bytes = parseHex(digits, where)};
+          .bytes = parse_hex(digits, where)};
 }
 
 }  // namespace
@@ -54,7 +54,7 @@ Recorder::Recorder(const std::filesystem::path& file) : file_(file) {
 void Recorder::add(Direction direction, std::span<const unsigned char> bytes) {
   char time[32];
   std::snprintf(time, sizeof time, "%.6f", std::chrono::duration<double>(Clock::now() - begin_).count());
-  out_ << time << (direction == Direction::to_reader ? " > " : " < ") << uhfsim::hexOf(bytes) << '\n';
+  out_ << time << (direction == Direction::to_reader ? " > " : " < ") << uhfsim::hex_of(bytes) << '\n';
   ++pieces_;
 }
 
@@ -65,10 +65,10 @@ void Recorder::close() {
   }
 }
 
-bool isRecording(const std::string& text) { return text.starts_with(kFirstLine); }
+bool is_recording(const std::string& text) { return text.starts_with(kFirstLine); }
 
-std::vector<Piece> parseRecording(const std::string& text, const std::string& name) {
-  if (!isRecording(text)) {
+std::vector<Piece> parse_recording(const std::string& text, const std::string& name) {
+  if (!is_recording(text)) {
     throw Failure(kUsage, name + " is no recording: its first line is not \"" + kFirstLine + "\"");
   }
   std::vector<Piece> pieces;
@@ -76,23 +76,23 @@ std::vector<Piece> parseRecording(const std::string& text, const std::string& na
   std::string line;
   for (int number = 1; std::getline(lines, line); ++number) {
     if (!line.empty() && line.front() != '#') {
-      pieces.push_back(parseLine(line, name + ":" + std::to_string(number)));
+      pieces.push_back(parse_line(line, name + ":" + std::to_string(number)));
     }
   }
   return pieces;
 }
 
-std::vector<Piece> readRecording(const std::filesystem::path& file) {
+std::vector<Piece> read_recording(const std::filesystem::path& file) {
   std::ifstream in(file);
   std::stringstream text;
   text << in.rdbuf();
   if (!in) {
     throw Failure(kUsage, file.string() + " cannot be read: " + std::strerror(errno));
   }
-  return parseRecording(text.str(), file.string());
+  return parse_recording(text.str(), file.string());
 }
 
-std::vector<unsigned char> parseHex(const std::string& text, const std::string& name) {
+std::vector<unsigned char> parse_hex(const std::string& text, const std::string& name) {
   std::vector<unsigned char> bytes;
   int high = -1;
   for (std::size_t i = 0; i < text.size(); ++i) {
@@ -104,7 +104,7 @@ std::vector<unsigned char> parseHex(const std::string& text, const std::string& 
       ++i;
       continue;
     }
-    const int digit = digitOf(c);
+    const int digit = digit_of(c);
     if (digit < 0) {
       throw Failure(kUsage, name + ": \"" + std::string(1, c) + "\" is no hexadecimal digit");
     }

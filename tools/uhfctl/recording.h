@@ -41,13 +41,13 @@ class Recorder {
 };
 
 // Throws Failure kUsage that names the file and the line when it is no recording.
-std::vector<Piece> readRecording(const std::filesystem::path& file);
+std::vector<Piece> read_recording(const std::filesystem::path& file);
 
 // Whether the text begins as a recording does.
-bool isRecording(const std::string& text);
-std::vector<Piece> parseRecording(const std::string& text, const std::string& name);
+bool is_recording(const std::string& text);
+std::vector<Piece> parse_recording(const std::string& text, const std::string& name);
 
 // The bytes of hexadecimal digits; blanks, line ends, commas and "0x" between them are left out. Throws Failure kUsage.
-std::vector<unsigned char> parseHex(const std::string& text, const std::string& name);
+std::vector<unsigned char> parse_hex(const std::string& text, const std::string& name);
 
 }  // namespace uhfctl

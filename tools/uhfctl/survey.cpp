@@ -25,7 +25,7 @@ std::string number(double value, int decimals) {
   return text;
 }
 
-std::string localTime() {
+std::string local_time() {
   char text[32];
   const std::time_t now = std::time(nullptr);
   std::tm local{};
@@ -90,7 +90,7 @@ void write(const std::filesystem::path& file, const std::string& text) {
   }
 }
 
-std::string asTable(const Survey& survey) {
+std::string as_table(const Survey& survey) {
   std::vector<std::vector<std::string>> rows{{"power"}};
   const auto epcs = survey.epcs();
   for (const auto& epc : epcs) {
@@ -99,15 +99,15 @@ std::string asTable(const Survey& survey) {
   for (const auto& step : survey.steps) {
     rows.push_back({std::to_string(step.power)});
     for (const auto& epc : epcs) {
-      const auto rssi = step.rssiOf(epc);
-      rows.back().push_back(rssi.has_value() ? number(step.rateOf(epc), 1) + "/s, RSSI " + number(*rssi, 0) : "-");
+      const auto rssi = step.rssi_of(epc);
+      rows.back().push_back(rssi.has_value() ? number(step.rate_of(epc), 1) + "/s, RSSI " + number(*rssi, 0) : "-");
     }
   }
   return table(rows);
 }
 
 // Made before the survey, so that its minutes are not lost for a name that cannot be written.
-void checkWritable(const std::filesystem::path& file) {
+void check_writable(const std::filesystem::path& file) {
   const auto parent = file.has_parent_path() ? file.parent_path() : std::filesystem::path(".");
   if (access((std::filesystem::exists(file) ? file : parent).c_str(), W_OK) != 0) {
     throw Failure(kFailed, file.string() + " cannot be written: give another --out");
@@ -116,17 +116,17 @@ void checkWritable(const std::filesystem::path& file) {
 
 }  // namespace
 
-double SurveyStep::rateOf(const std::string& epc) const {
+double SurveyStep::rate_of(const std::string& epc) const {
   const auto tag = tags.all().find(epc);
   return tag == tags.all().end() || seconds <= 0 ? 0 : tag->second.times / seconds;
 }
 
-double SurveyStep::shareOf(const std::string& epc) const {
+double SurveyStep::share_of(const std::string& epc) const {
   const auto tag = tags.all().find(epc);
   return tag == tags.all().end() || polls == 0 ? 0 : static_cast<double>(tag->second.times) / polls;
 }
 
-std::optional<double> SurveyStep::rssiOf(const std::string& epc) const {
+std::optional<double> SurveyStep::rssi_of(const std::string& epc) const {
   const auto tag = tags.all().find(epc);
   return tag == tags.all().end() ? std::nullopt : std::optional(tag->second.rssi_sum / tag->second.times);
 }
@@ -146,21 +146,21 @@ std::vector<std::string> Survey::epcs() const {
   return result;
 }
 
-std::optional<int> recommendedPower(const Survey& survey, const std::string& epc) {
+std::optional<int> recommended_power(const Survey& survey, const std::string& epc) {
   double best = 0;
   for (const auto& step : survey.steps) {
-    best = std::max(best, step.shareOf(epc));
+    best = std::max(best, step.share_of(epc));
   }
   std::optional<int> least;
   for (const auto& step : survey.steps) {
-    if (best > 0 && step.shareOf(epc) >= kGoodEnough * best && (!least.has_value() || step.power < *least)) {
+    if (best > 0 && step.share_of(epc) >= kGoodEnough * best && (!least.has_value() || step.power < *least)) {
       least = step.power;
     }
   }
   return least;
 }
 
-std::vector<int> parsePowers(const std::string& text) {
+std::vector<int> parse_powers(const std::string& text) {
   std::vector<int> numbers;
   const char* at = text.data();
   const char* const end = at + text.size();
@@ -184,13 +184,13 @@ std::vector<int> parsePowers(const std::string& text) {
   return powers;
 }
 
-std::string csvOf(const Survey& survey) {
+std::string csv_of(const Survey& survey) {
   std::string text =
       "power,epc,readings,readings_per_second,readings_per_poll,rssi_mean,rssi_least,rssi_most,seconds\n";
   for (const auto& step : survey.steps) {
     for (const auto& [epc, tag] : step.tags.all()) {
       text += std::to_string(step.power) + "," + epc + "," + std::to_string(tag.times) + "," +
-              number(step.rateOf(epc), 2) + "," + number(step.shareOf(epc), 3) + "," + number(*step.rssiOf(epc), 1) +
+              number(step.rate_of(epc), 2) + "," + number(step.share_of(epc), 3) + "," + number(*step.rssi_of(epc), 1) +
               "," + std::to_string(tag.least_rssi) + "," + std::to_string(tag.most_rssi) + "," +
               number(step.seconds, 2) + "\n";
     }
@@ -198,9 +198,9 @@ std::string csvOf(const Survey& survey) {
   return text;
 }
 
-nlohmann::ordered_json jsonOf(const Survey& survey, const std::string& epc) {
+nlohmann::ordered_json json_of(const Survey& survey, const std::string& epc) {
   nlohmann::ordered_json object{{"port", survey.port}, {"time", survey.time}, {"tag", epc}};
-  const auto power = recommendedPower(survey, epc);
+  const auto power = recommended_power(survey, epc);
   object["transmit_power"] = power.has_value() ? nlohmann::ordered_json(*power) : nlohmann::ordered_json();
   object["steps"] = nlohmann::ordered_json::array();
   for (const auto& step : survey.steps) {
@@ -208,9 +208,9 @@ nlohmann::ordered_json jsonOf(const Survey& survey, const std::string& epc) {
     for (const auto& [name, tag] : step.tags.all()) {
       tags.push_back({{"epc", name},
                       {"readings", tag.times},
-                      {"readings_per_second", step.rateOf(name)},
-                      {"readings_per_poll", step.shareOf(name)},
-                      {"rssi_mean", *step.rssiOf(name)},
+                      {"readings_per_second", step.rate_of(name)},
+                      {"readings_per_poll", step.share_of(name)},
+                      {"rssi_mean", *step.rssi_of(name)},
                       {"rssi_least", tag.least_rssi},
                       {"rssi_most", tag.most_rssi}});
     }
@@ -221,7 +221,7 @@ nlohmann::ordered_json jsonOf(const Survey& survey, const std::string& epc) {
 }
 
 void survey(const Common& common, const SurveyOptions& options) {
-  const auto powers = parsePowers(options.power);
+  const auto powers = parse_powers(options.power);
   std::string epc = options.tag;
   std::ranges::transform(epc, epc.begin(), [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
   const std::filesystem::path page(options.out);
@@ -229,12 +229,12 @@ void survey(const Common& common, const SurveyOptions& options) {
     return std::filesystem::path(page).replace_extension(extension);
   };
   for (const auto& file : {page, beside(".csv"), beside(".json")}) {
-    checkWritable(file);
+    check_writable(file);
   }
   const Port port(common.port, std::chrono::milliseconds(common.timeout));
-  const auto before = port.powerOrNobody();
-  catchInterrupts();
-  Survey result{.port = common.port, .time = localTime(), .steps = {}};
+  const auto before = port.power_or_nobody();
+  catch_interrupts();
+  Survey result{.port = common.port, .time = local_time(), .steps = {}};
   std::exception_ptr failure;  // what was found until then is kept all the same
   try {
     const PowerRestorer restorer(port, before);
@@ -251,18 +251,18 @@ void survey(const Common& common, const SurveyOptions& options) {
   if (epc.empty() && !epcs.empty()) {
     epc = epcs.front();
   }
-  write(page, reportOf(result, epc));
-  write(beside(".csv"), csvOf(result));
-  write(beside(".json"), jsonOf(result, epc).dump(2) + "\n");
+  write(page, report_of(result, epc));
+  write(beside(".csv"), csv_of(result));
+  write(beside(".json"), json_of(result, epc).dump(2) + "\n");
   if (interrupted()) {
     note("interrupted after " + std::to_string(result.steps.size()) + " of " + std::to_string(powers.size()) +
          " steps");
   }
   if (common.json) {
-    print(jsonOf(result, epc));
+    print(json_of(result, epc));
   } else {
-    print(asTable(result));
-    const auto power = recommendedPower(result, epc);
+    print(as_table(result));
+    const auto power = recommended_power(result, epc);
     print(power.has_value()
               ? "\nRecommended for " + epc + ": " + coloured(Colour::bold, "transmit_power " + std::to_string(*power)) +
                     " (`achost config set uhf transmit_power " + std::to_string(*power) + "`)\n"

@@ -19,11 +19,11 @@ struct SurveyStep {
   Tags tags;
 
   // Readings a second of a tag.
-  double rateOf(const std::string& epc) const;
+  double rate_of(const std::string& epc) const;
   // Readings a poll, which other tags in the field do not slow down as they do the rate.
-  double shareOf(const std::string& epc) const;
+  double share_of(const std::string& epc) const;
   // The mean; nothing when it was not read.
-  std::optional<double> rssiOf(const std::string& epc) const;
+  std::optional<double> rssi_of(const std::string& epc) const;
 };
 
 struct Survey {
@@ -36,16 +36,16 @@ struct Survey {
 };
 
 // The least power at which at least nine tenths as many polls read the tag as at its best; nothing when none did.
-std::optional<int> recommendedPower(const Survey& survey, const std::string& epc);
+std::optional<int> recommended_power(const Survey& survey, const std::string& epc);
 
 // FROM:TO:STEP as a list of powers, TO included when the steps meet it. Throws Failure kUsage.
-std::vector<int> parsePowers(const std::string& text);
+std::vector<int> parse_powers(const std::string& text);
 
 // A page that needs nothing but itself: the recommendation for the tag (may be empty), plots, and every figure.
-std::string reportOf(const Survey& survey, const std::string& epc);
+std::string report_of(const Survey& survey, const std::string& epc);
 
 // A line for each tag at each power, with a line of names before.
-std::string csvOf(const Survey& survey);
-nlohmann::ordered_json jsonOf(const Survey& survey, const std::string& epc);
+std::string csv_of(const Survey& survey);
+nlohmann::ordered_json json_of(const Survey& survey, const std::string& epc);
 
 }  // namespace uhfctl

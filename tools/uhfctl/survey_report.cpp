@@ -51,7 +51,7 @@ std::string escaped(const std::string& text) {
 }
 
 // The next of 1, 2, 5, 10, 20, ... that makes at most five marks.
-double markDistance(double most) {
+double mark_distance(double most) {
   double distance = 1;
   for (int i = 0; most / distance > 5; ++i) {
     distance *= i % 3 == 1 ? 2.5 : 2;
@@ -72,7 +72,7 @@ std::string plot(const Survey& survey, const std::vector<std::string>& epcs, con
   }
   const int first = survey.steps.front().power;
   const int last = std::max(survey.steps.back().power, first + 1);
-  const double distance = markDistance(most);
+  const double distance = mark_distance(most);
   const double top = std::ceil(most / distance) * distance;
   const auto x = [&](int power) {
     return kLeft + static_cast<double>(power - first) / (last - first) * (kWidth - kLeft - kRight);
@@ -136,8 +136,8 @@ std::string figures(const Survey& survey, const std::vector<std::string>& epcs, 
     html += step.power == recommended ? "<tr class=\"chosen\">" : "<tr>";
     html += "<td>" + std::to_string(step.power) + "</td>";
     for (const auto& epc : epcs) {
-      const auto rssi = step.rssiOf(epc);
-      html += rssi.has_value() ? "<td>" + number(step.rateOf(epc), 1) + "/s, RSSI " + number(*rssi, 0) + "</td>"
+      const auto rssi = step.rssi_of(epc);
+      html += rssi.has_value() ? "<td>" + number(step.rate_of(epc), 1) + "/s, RSSI " + number(*rssi, 0) + "</td>"
                                : "<td class=\"none\">not read</td>";
     }
     html += "</tr>\n";
@@ -160,9 +160,9 @@ tr.chosen td{background:#e8f3ec}.none{color:#9aa5b1}.wide{overflow-x:auto}
 
 }  // namespace
 
-std::string reportOf(const Survey& survey, const std::string& epc) {
+std::string report_of(const Survey& survey, const std::string& epc) {
   const auto epcs = survey.epcs();
-  const auto recommended = recommendedPower(survey, epc);
+  const auto recommended = recommended_power(survey, epc);
   std::string html =
       "<!doctype html>\n<html lang=\"en\"><head><meta charset=\"utf-8\">\n"
       "<meta name=\"viewport\" content=\"width=device-width\">\n<title>Survey of " +
@@ -184,11 +184,11 @@ std::string reportOf(const Survey& survey, const std::string& epc) {
     html += "<h2>Readings a second</h2>\n" +
             plot(
                 survey, epcs, "readings a second",
-                [](const SurveyStep& step, const std::string& tag) { return std::optional(step.rateOf(tag)); },
+                [](const SurveyStep& step, const std::string& tag) { return std::optional(step.rate_of(tag)); },
                 recommended) +
             legend(epcs) + "<h2>Received signal strength (RSSI, as the reader gives it)</h2>\n" +
             plot(
-                survey, epcs, "RSSI", [](const SurveyStep& step, const std::string& tag) { return step.rssiOf(tag); },
+                survey, epcs, "RSSI", [](const SurveyStep& step, const std::string& tag) { return step.rssi_of(tag); },
                 recommended) +
             legend(epcs) + "<h2>Figures</h2>\n<div class=\"wide\">" + figures(survey, epcs, recommended) + "</div>\n";
   }

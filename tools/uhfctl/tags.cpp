@@ -8,7 +8,7 @@ namespace uhfctl {
 
 void Tags::add(const Poll& poll, Clock::time_point at) {
   for (const auto& reading : poll.tags) {
-    const auto epc = uhfsim::hexOf(reading.epc);
+    const auto epc = uhfsim::hex_of(reading.epc);
     if (!epc.starts_with(prefix_)) {
       continue;
     }

@@ -26,7 +26,7 @@ struct Exchange {
   std::vector<Piece> replies;
 };
 
-std::vector<Exchange> exchangesOf(const std::vector<Piece>& pieces) {
+std::vector<Exchange> exchanges_of(const std::vector<Piece>& pieces) {
   std::vector<Exchange> exchanges;
   for (const auto& piece : pieces) {
     if (piece.direction == Direction::to_reader) {
@@ -45,7 +45,7 @@ class Player {
   explicit Player(std::vector<Exchange> exchanges) : exchanges_(std::move(exchanges)) {}
 
   // Null when that command was never recorded.
-  const Exchange* answerTo(const std::vector<unsigned char>& command) {
+  const Exchange* answer_to(const std::vector<unsigned char>& command) {
     for (std::size_t i = 0; i < exchanges_.size(); ++i) {
       const auto& candidate = exchanges_[(next_ + i) % exchanges_.size()];
       if (candidate.command.bytes == command) {
@@ -69,8 +69,8 @@ void play(uhfsim::PtyLink& link, const Exchange& exchange) {
   }
 }
 
-void printScanned(const Common& common, const Scanned& item, std::size_t base, const std::string& direction,
-                  double at) {
+void print_scanned(const Common& common, const Scanned& item, std::size_t base, const std::string& direction,
+                   double at) {
   const auto offset = base + item.offset;
   const bool has_place = !direction.empty();
   if (common.json) {
@@ -82,7 +82,7 @@ void printScanned(const Common& common, const Scanned& item, std::size_t base, c
     object["offset"] = offset;
     object["size"] = item.size;
     if (item.frame != nullptr) {
-      object.update(fieldsOf(*item.frame));
+      object.update(fields_of(*item.frame));
     } else {
       object["problem"] = item.problem;
     }
@@ -102,7 +102,7 @@ void printScanned(const Common& common, const Scanned& item, std::size_t base, c
 }
 
 // Pieces of one direction that follow each other are one stretch: a frame may be cut anywhere.
-void decodeRecording(const Common& common, const std::vector<Piece>& pieces) {
+void decode_recording(const Common& common, const std::vector<Piece>& pieces) {
   std::size_t offsets[2] = {0, 0};
   for (std::size_t i = 0; i < pieces.size();) {
     const auto direction = pieces[i].direction;
@@ -113,13 +113,13 @@ void decodeRecording(const Common& common, const std::vector<Piece>& pieces) {
     }
     auto& offset = offsets[direction == Direction::to_reader ? 0 : 1];
     for (const auto& item : scan(stretch, true).found) {
-      printScanned(common, item, offset, direction == Direction::to_reader ? ">" : "<", at);
+      print_scanned(common, item, offset, direction == Direction::to_reader ? ">" : "<", at);
     }
     offset += stretch.size();
   }
 }
 
-std::string contentOf(const std::string& what) {
+std::string content_of(const std::string& what) {
   std::stringstream text;
   if (what == "-") {
     text << std::cin.rdbuf();
@@ -137,9 +137,9 @@ std::string contentOf(const std::string& what) {
 
 void record(const Common& common, const std::string& file, double time) {
   const Port port(common.port, std::chrono::milliseconds(common.timeout));
-  port.powerOrNobody();
+  port.power_or_nobody();
   Recorder recorder(file);
-  catchInterrupts();
+  catch_interrupts();
   const auto begin = Clock::now();
   int polls = 0;
   int tags = 0;
@@ -160,9 +160,9 @@ void record(const Common& common, const std::string& file, double time) {
 }
 
 void replay(const Common& common, const std::string& file, double time) {
-  Player player(exchangesOf(readRecording(file)));
+  Player player(exchanges_of(read_recording(file)));
   uhfsim::PtyLink link;
-  catchInterrupts();
+  catch_interrupts();
   common.json ? print(nlohmann::ordered_json{{"port", link.path()}}) : print(link.path() + "\n");
   const auto begin = Clock::now();
   std::vector<unsigned char> received;
@@ -175,10 +175,10 @@ void replay(const Common& common, const std::string& file, double time) {
     for (const auto& item : found) {
       const std::vector<unsigned char> command(received.begin() + static_cast<std::ptrdiff_t>(item.offset),
                                                received.begin() + static_cast<std::ptrdiff_t>(item.offset + item.size));
-      if (const auto* exchange = player.answerTo(command)) {
+      if (const auto* exchange = player.answer_to(command)) {
         play(link, *exchange);
       } else {
-        note("not in the recording, left unanswered: " + uhfsim::hexOf(command));
+        note("not in the recording, left unanswered: " + uhfsim::hex_of(command));
       }
     }
     received.erase(received.begin(), received.end() - static_cast<std::ptrdiff_t>(rest));
@@ -186,15 +186,15 @@ void replay(const Common& common, const std::string& file, double time) {
 }
 
 void decode(const Common& common, const std::string& what) {
-  const auto text = contentOf(what);
+  const auto text = content_of(what);
   const std::string name = text == what ? "the argument" : what == "-" ? "standard input" : what;
-  if (isRecording(text)) {
-    decodeRecording(common, parseRecording(text, name));
+  if (is_recording(text)) {
+    decode_recording(common, parse_recording(text, name));
     return;
   }
-  const auto bytes = parseHex(text, name);
+  const auto bytes = parse_hex(text, name);
   for (const auto& item : scan(bytes, true).found) {
-    printScanned(common, item, 0, "", 0);
+    print_scanned(common, item, 0, "", 0);
   }
 }
 

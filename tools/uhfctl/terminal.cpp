@@ -38,25 +38,25 @@ void print(const nlohmann::ordered_json& object) { print(object.dump() + "\n"); 
 
 void note(const std::string& text) { std::fputs(("uhfctl: " + text + "\n").c_str(), stderr); }
 
-bool isTerminal() { return isatty(STDOUT_FILENO) != 0; }
-bool notesAreSeen() { return isatty(STDERR_FILENO) != 0; }
+bool is_terminal() { return isatty(STDOUT_FILENO) != 0; }
+bool notes_are_seen() { return isatty(STDERR_FILENO) != 0; }
 
 std::string coloured(Colour colour, const std::string& text) {
   constexpr const char* kCodes[] = {"\033[32m", "\033[33m", "\033[31m", "\033[1m"};
   const char* const no_color = std::getenv("NO_COLOR");
-  const bool wanted = isTerminal() && (no_color == nullptr || *no_color == '\0');
+  const bool wanted = is_terminal() && (no_color == nullptr || *no_color == '\0');
   return wanted ? kCodes[static_cast<std::size_t>(colour)] + text + "\033[0m" : text;
 }
 
 std::string table(const std::vector<std::vector<std::string>>& rows) { return achost::aligned(rows); }
 
 void progress(const std::string& text) {
-  if (notesAreSeen()) {
+  if (notes_are_seen()) {
     std::fputs(("\r\033[K" + text).c_str(), stderr);
   }
 }
 
-void catchInterrupts() {
+void catch_interrupts() {
   struct sigaction action {};
   action.sa_handler = [](int) { interrupts = 1; };
   action.sa_flags = SA_RESTART;  // a read on the line goes on; its end is soon

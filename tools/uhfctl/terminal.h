@@ -19,8 +19,8 @@ void print(const nlohmann::ordered_json& object);
 void note(const std::string& text);
 
 // Whether standard output, or standard error, is a terminal.
-bool isTerminal();
-bool notesAreSeen();
+bool is_terminal();
+bool notes_are_seen();
 
 // Between the text's ends, when standard output takes colours (a terminal, and NO_COLOR not set).
 enum class Colour { green, yellow, red, bold };
@@ -34,7 +34,7 @@ std::string table(const std::vector<std::vector<std::string>>& rows);
 void progress(const std::string& text);
 
 // From now on Ctrl-C and SIGTERM only set what interrupted() tells.
-void catchInterrupts();
+void catch_interrupts();
 bool interrupted();
 
 // "12.3".

@@ -28,7 +28,7 @@ class Audit : public testing::Test {
   static std::string detailsOfChange(const Fields& fields) {
     host().reset();
     EXPECT_EQ(handle(create_config_audit_log_callback, "config_param_set", fields).failure, "");
-    const auto records = host().auditRecords();
+    const auto records = host().audit_records();
     return records.empty() ? "no record" : records.at(0).details;
   }
 };
@@ -45,10 +45,10 @@ TEST_F(Audit, DetailsOfTheMessageAreTheRecords) {
   for (const auto& [handler, type] : OF_DETAILS) {
     host().reset();
     const auto handled = handle(handler, "audit_logs_new", {{"details", "what ção \n happened"}});
-    ASSERT_EQ(host().auditRecords().size(), 1U) << type;
-    EXPECT_EQ(host().auditRecords()[0].type, type);
-    EXPECT_EQ(host().auditRecords()[0].details, "what ção \n happened");
-    EXPECT_EQ(host().auditRecords()[0].time, second_host::NOW);
+    ASSERT_EQ(host().audit_records().size(), 1U) << type;
+    EXPECT_EQ(host().audit_records()[0].type, type);
+    EXPECT_EQ(host().audit_records()[0].details, "what ção \n happened");
+    EXPECT_EQ(host().audit_records()[0].time, second_host::kNow);
     EXPECT_FALSE(handled.marked());
   }
 }
@@ -58,8 +58,8 @@ TEST_F(Audit, WithoutDetailsTheRecordIsWrittenAllTheSame) {
     host().reset();
     handle(handler, "audit_logs_new");
     handle(handler, "audit_logs_new", {{"details", 5}});
-    ASSERT_EQ(host().auditRecords().size(), 2U) << type;
-    for (const auto& record : host().auditRecords()) {
+    ASSERT_EQ(host().audit_records().size(), 2U) << type;
+    for (const auto& record : host().audit_records()) {
       EXPECT_EQ(record.type, type);
       EXPECT_EQ(record.details, "");
     }
@@ -69,18 +69,18 @@ TEST_F(Audit, WithoutDetailsTheRecordIsWrittenAllTheSame) {
 TEST_F(Audit, ClockChangeTellsTheTimeBefore) {
   handle(create_time_audit_log_callback, "ac_util_system_clock_set", {{"previous_time", "2024-01-01 10:00:00"}});
   handle(create_time_audit_log_callback, "ac_util_system_clock_set", {{"details", "not read"}});
-  ASSERT_EQ(host().auditRecords().size(), 2U);
-  EXPECT_EQ(host().auditRecords()[0].type, 5);
-  EXPECT_EQ(host().auditRecords()[0].details, "Time changed, previous value was 2024-01-01 10:00:00");
-  EXPECT_EQ(host().auditRecords()[0].time, second_host::NOW);
-  EXPECT_EQ(host().auditRecords()[1].details, "Time changed, previous value was ");
+  ASSERT_EQ(host().audit_records().size(), 2U);
+  EXPECT_EQ(host().audit_records()[0].type, 5);
+  EXPECT_EQ(host().audit_records()[0].details, "Time changed, previous value was 2024-01-01 10:00:00");
+  EXPECT_EQ(host().audit_records()[0].time, second_host::kNow);
+  EXPECT_EQ(host().audit_records()[1].details, "Time changed, previous value was ");
 }
 
 TEST_F(Audit, BootHasAFixedText) {
   handle(create_boot_audit_log_callback, "audit_logs_new_boot", {{"details", "not read"}});
   create_boot_audit_log_callback(nullptr);
-  ASSERT_EQ(host().auditRecords().size(), 2U);
-  for (const auto& record : host().auditRecords()) {
+  ASSERT_EQ(host().audit_records().size(), 2U);
+  for (const auto& record : host().audit_records()) {
     EXPECT_EQ(record.type, 8);
     EXPECT_EQ(record.details, "Device boot occurred");
   }
@@ -90,10 +90,10 @@ TEST_F(Audit, ConfigChangeNamesModuleKeyAndValue) {
   handle(
       create_config_audit_log_callback, "config_param_set",
       {{"module", "uhf"}, {"param", "region"}, {"value", "EUROPE"}, {"previous_value", "BRAZIL"}, {"sys_config", 0}});
-  ASSERT_EQ(host().auditRecords().size(), 1U);
-  EXPECT_EQ(host().auditRecords()[0].type, 1);
-  EXPECT_EQ(host().auditRecords()[0].details, "Config changed: [uhf]>[region] [value=EUROPE]");
-  EXPECT_EQ(host().auditRecords()[0].time, second_host::NOW);
+  ASSERT_EQ(host().audit_records().size(), 1U);
+  EXPECT_EQ(host().audit_records()[0].type, 1);
+  EXPECT_EQ(host().audit_records()[0].details, "Config changed: [uhf]>[region] [value=EUROPE]");
+  EXPECT_EQ(host().audit_records()[0].time, second_host::kNow);
 }
 
 TEST_F(Audit, ConfigDetailsByTheFieldsThatAreThere) {
@@ -125,7 +125,7 @@ TEST_F(Audit, AChangeToTheSameValueWritesNothing) {
 TEST_F(Audit, InsertsTakeTurns) {
   std::atomic<int> inside = 0;
   std::atomic<int> most = 0;
-  host().onCreate([&] {
+  host().on_create([&] {
     most = std::max<int>(most, ++inside);
     EXPECT_FALSE(std::async(std::launch::async, [] { return db_create_mutex.try_lock(); }).get());
     --inside;
@@ -144,26 +144,26 @@ TEST_F(Audit, InsertsTakeTurns) {
   for (auto& thread : threads) {
     thread.join();
   }
-  EXPECT_EQ(host().auditRecords().size(), 8U * 20U);
+  EXPECT_EQ(host().audit_records().size(), 8U * 20U);
   EXPECT_EQ(most, 1);
 }
 
 TEST_F(Audit, AFailedInsertLeavesWithItsReasonAndTheMutexFree) {
-  host().onCreate([] { throw ac::ac_exception("disk full", true); });
+  host().on_create([] { throw ac::ac_exception("disk full", true); });
   EXPECT_EQ(handle(create_boot_audit_log_callback, "audit_logs_new_boot").failure, "disk full");
   ASSERT_TRUE(db_create_mutex.try_lock());
   db_create_mutex.unlock();
-  EXPECT_THAT(host().auditRecords(), IsEmpty());
+  EXPECT_THAT(host().audit_records(), IsEmpty());
 }
 
 TEST_F(Audit, HoldsTheMutexForNothingButTheInsert) {
   db_create_mutex.lock();
   std::thread writer([] { handle(create_boot_audit_log_callback, "audit_logs_new_boot"); });
-  EXPECT_TRUE(host().waitUntil([] { return !host().calls().empty(); })) << "the time is taken before";
-  EXPECT_THAT(host().auditRecords(), IsEmpty());
+  EXPECT_TRUE(host().wait_until([] { return !host().calls().empty(); })) << "the time is taken before";
+  EXPECT_THAT(host().audit_records(), IsEmpty());
   db_create_mutex.unlock();
   writer.join();
-  EXPECT_EQ(host().auditRecords().size(), 1U);
+  EXPECT_EQ(host().audit_records().size(), 1U);
 }
 
 TEST_F(Audit, EachTypeHasItsLabel) {

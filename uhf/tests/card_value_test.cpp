@@ -78,7 +78,7 @@ TEST(CardValueSettings, AreReadForEveryTag) {
 
 TEST(CardValueLog, NamesTheValueInDecimal) {
   valueOf(64, "msb", "FF FF FF FF FF FF FF FF");
-  const auto line = host().debugLines().at(0);
+  const auto line = host().debug_lines().at(0);
   EXPECT_EQ(line.text, "Card Value: 18446744073709551615");
   EXPECT_EQ(line.function, "toCardValue");
   EXPECT_EQ(line.source, "uhf/src/source/uhf");

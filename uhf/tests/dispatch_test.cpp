@@ -167,7 +167,7 @@ TEST_F(Dispatch, TheTimeRememberedIsTheOneTheRuleSaw) {
   read(1);
   const auto start = fake_clock::now();
   nextKeepAlive = start + milliseconds(1000);
-  fake_clock::tickPerReading(milliseconds(1));
+  fake_clock::tick_per_reading(milliseconds(1));
   EXPECT_EQ(round(), 1);
   EXPECT_EQ(lastCardsSent_.at(1), start) << "one reading of the clock an entry";
   EXPECT_EQ(lastSent.second, start + milliseconds(500));
@@ -177,10 +177,10 @@ TEST_F(Dispatch, KeepsItselfAliveWhileItWalks) {
   watchdogTimeout = 5000;
   nextKeepAlive = fake_clock::now();
   round({1});
-  EXPECT_EQ(host().keepAlives("uhf_write_threads"), 0U) << "due means strictly past";
+  EXPECT_EQ(host().keep_alives("uhf_write_threads"), 0U) << "due means strictly past";
   fake_clock::advance(nanoseconds(1));
   round({1});
-  EXPECT_EQ(host().keepAlives("uhf_write_threads"), 1U);
+  EXPECT_EQ(host().keep_alives("uhf_write_threads"), 1U);
   EXPECT_EQ(nextKeepAlive, fake_clock::now() + milliseconds(5000));
 }
 
@@ -319,7 +319,7 @@ TEST_F(Pruning, LooksAtNoCardWhileNoneIsDue) {
   }
   CardsSentWalk latest;
   pruneCardsSent(latest);
-  fake_clock::tickPerReading(nanoseconds(1));
+  fake_clock::tick_per_reading(nanoseconds(1));
   const auto before = fake_clock::now();
   pruneCardsSent(latest);
   EXPECT_LT(fake_clock::now() - before, nanoseconds(5));

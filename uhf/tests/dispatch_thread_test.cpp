@@ -27,7 +27,7 @@ class DispatchThread : public testing::Test {
     host().reset();
     host().set("read_interval", 3000);
     host().set("read_interval_diff_tags", 500);
-    host().onKeepAlive([this](const std::string&) {
+    host().on_keep_alive([this](const std::string&) {
       if (stop) {
         throw Stop();
       }
@@ -61,7 +61,7 @@ class DispatchThread : public testing::Test {
       }
     });
     // A reading made before the thread runs would be refused as too old.
-    ASSERT_TRUE(host().waitUntil([] { return host().keepAlives("uhf_write_threads") > 0; }));
+    ASSERT_TRUE(host().wait_until([] { return host().keep_alives("uhf_write_threads") > 0; }));
   }
 
   // Ends the thread; the text of the exception that it ended with, if any.
@@ -90,8 +90,8 @@ class DispatchThread : public testing::Test {
 
   // The thread goes round at least once more from here on.
   static void waitForARound() {
-    const auto rounds = host().keepAlives("uhf_write_threads");
-    ASSERT_TRUE(host().waitUntil([&] { return host().keepAlives("uhf_write_threads") > rounds + 2; }));
+    const auto rounds = host().keep_alives("uhf_write_threads");
+    ASSERT_TRUE(host().wait_until([&] { return host().keep_alives("uhf_write_threads") > rounds + 2; }));
   }
 
   // Whether a card read now is announced.
@@ -104,7 +104,7 @@ class DispatchThread : public testing::Test {
   }
 
   static void answerLevel(std::optional<Fields> fields) {
-    host().answerWith([fields](const SentMessage&) { return fields; });
+    host().answer_with([fields](const SentMessage&) { return fields; });
   }
 
   std::condition_variable cardsRead;
@@ -211,10 +211,10 @@ TEST_F(DispatchThread, NoReplyEndsIt) {
 TEST_F(DispatchThread, KeepsItselfAliveAtItsTimeout) {
   watchdogTimeout = 3'600'000;
   start();
-  ASSERT_TRUE(host().waitUntil([] { return host().keepAlives("uhf_write_threads") == 1; }));
+  ASSERT_TRUE(host().wait_until([] { return host().keep_alives("uhf_write_threads") == 1; }));
   read(1);
-  ASSERT_TRUE(host().waitUntil([] { return host().messages("identifier_new_card").size() == 1; }));
-  EXPECT_EQ(host().keepAlives("uhf_write_threads"), 1U) << "not once a round";
+  ASSERT_TRUE(host().wait_until([] { return host().messages("identifier_new_card").size() == 1; }));
+  EXPECT_EQ(host().keep_alives("uhf_write_threads"), 1U) << "not once a round";
   uhf_operation_mode_ = INHIBIT;  // without an answer: ends it
   EXPECT_EQ(thread.get(), "Empty reply; gpio: 5");
 }
@@ -232,7 +232,7 @@ TEST_F(DispatchThread, WakesUpByItselfEvenWithoutAPeriod) {
 TEST_F(DispatchThread, ANotificationWakesItBeforeItsPeriod) {
   start();
   setProbeInterval(3'600'000);
-  const auto rounds = host().keepAlives("uhf_write_threads");
+  const auto rounds = host().keep_alives("uhf_write_threads");
   // A notification may come while the thread does not wait, and be lost: it is given again.
   const auto notifyUntil = [this](const auto& condition) {
     const auto deadline = steady_clock::now() + std::chrono::seconds(10);
@@ -242,7 +242,7 @@ TEST_F(DispatchThread, ANotificationWakesItBeforeItsPeriod) {
     }
     return condition();
   };
-  EXPECT_TRUE(notifyUntil([&] { return host().keepAlives("uhf_write_threads") > rounds + 2; }));
+  EXPECT_TRUE(notifyUntil([&] { return host().keep_alives("uhf_write_threads") > rounds + 2; }));
   stop = true;
   EXPECT_TRUE(notifyUntil([this] { return thread.wait_for(milliseconds(0)) == std::future_status::ready; }));
 }

@@ -94,7 +94,7 @@ TEST_F(Enrollment, ARequestWithoutTypeOrUserIsRefusedUnmarked) {
     EXPECT_FALSE(handled.marked());
   }
   EXPECT_THAT(sentTypes(), IsEmpty());
-  EXPECT_THROW(remoteEnrollCallback(second_host::makeMessage("enroller_remote_enroll").get()), ac::ac_exception);
+  EXPECT_THROW(remoteEnrollCallback(second_host::make_message("enroller_remote_enroll").get()), ac::ac_exception);
 }
 
 TEST_F(Enrollment, SuccessAllowsActions) {

@@ -14,7 +14,7 @@ using ac::UHF::parse;
 namespace {
 
 std::string decodingFailure(const std::string& bytes) {
-  return failureOf([&] { Frame::fromData(hex(bytes)); });
+  return failure_of([&] { Frame::fromData(hex(bytes)); });
 }
 
 }  // namespace
@@ -34,14 +34,14 @@ TEST(Parse, ReadsTwoBytesHighByteFirst) {
 TEST(Parse, ThrowsPastTheEndAndLeavesTheOffset) {
   for (const std::size_t start : {1U, 2U, 1000U}) {
     std::size_t offset = start;
-    EXPECT_EQ(failureOf([&] { parse<std::uint16_t>(offset, hex("12 34")); }), "Not enough bytes to parse type");
+    EXPECT_EQ(failure_of([&] { parse<std::uint16_t>(offset, hex("12 34")); }), "Not enough bytes to parse type");
     EXPECT_EQ(offset, start);
   }
 }
 
 TEST(Parse, ThrowsForAnOffsetNearTheEndOfNumbers) {
   std::size_t offset = SIZE_MAX;
-  EXPECT_EQ(failureOf([&] { parse<std::uint8_t>(offset, hex("12 34")); }), "Not enough bytes to parse type");
+  EXPECT_EQ(failure_of([&] { parse<std::uint8_t>(offset, hex("12 34")); }), "Not enough bytes to parse type");
 }
 
 TEST(Decode, FewerBytesThanAFrameWaitForMore) {
@@ -144,14 +144,14 @@ TEST(Checksum, CountsBothBytesOfTheLength) {
 
 TEST(CreateFrame, TakesTheCommandFirst) {
   EXPECT_NE(Frame::createFrame(0xB7, 0, 0xB7, {}), nullptr);
-  EXPECT_EQ(failureOf([] { Frame::createFrame(0, 0xB7, 0xB7, {}); }), "Unknown Command Type: 0");
+  EXPECT_EQ(failure_of([] { Frame::createFrame(0, 0xB7, 0xB7, {}); }), "Unknown Command Type: 0");
 }
 
 TEST(CreateFrame, CodesAreSignedNumbers) {
-  EXPECT_EQ(failureOf([] { Frame::createFrame(-1, 0, 0, {}); }), "Unknown Command Type: -1");
-  EXPECT_EQ(failureOf([] { Frame::createFrame(0x1B7, 0, 0, {}); }), "Unknown Command Type: 439");
-  EXPECT_EQ(failureOf([] { Frame::createFrame(0xB7, -2, 0, {}); }), "Unknown Frame Type: -2");
-  EXPECT_EQ(failureOf([] { Frame::createFrame(0xB7, 256, 0, {}); }), "Unknown Frame Type: 256");
+  EXPECT_EQ(failure_of([] { Frame::createFrame(-1, 0, 0, {}); }), "Unknown Command Type: -1");
+  EXPECT_EQ(failure_of([] { Frame::createFrame(0x1B7, 0, 0, {}); }), "Unknown Command Type: 439");
+  EXPECT_EQ(failure_of([] { Frame::createFrame(0xB7, -2, 0, {}); }), "Unknown Frame Type: -2");
+  EXPECT_EQ(failure_of([] { Frame::createFrame(0xB7, 256, 0, {}); }), "Unknown Frame Type: 256");
 }
 
 TEST(CreateFrame, AcceptsTheCataloguesPairsAndNoOthers) {
@@ -162,7 +162,7 @@ TEST(CreateFrame, AcceptsTheCataloguesPairsAndNoOthers) {
   for (int command = 0; command <= 0xFF; ++command) {
     for (int type = 0; type <= 3; ++type) {
       const bool expected = std::ranges::find(accepted, std::pair(command, type)) != accepted.end();
-      const auto failure = failureOf([&] { Frame::createFrame(command, type, 0, parameters); });
+      const auto failure = failure_of([&] { Frame::createFrame(command, type, 0, parameters); });
       EXPECT_EQ(failure.empty(), expected) << command << " " << type << ": " << failure;
     }
   }

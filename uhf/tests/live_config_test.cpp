@@ -67,7 +67,7 @@ TEST_F(LiveConfig, ARadioThatRefusesIsTheHandlersFailure) {
   reader.answers = false;
   host().set("region", "KOREA");
   EXPECT_EQ(announce({{"module", "uhf"}, {"param", "region"}, {"value", "KOREA"}}), "Could no set Work Area");
-  EXPECT_EQ(host().auditRecords().size(), 1U) << "the record comes first";
+  EXPECT_EQ(host().audit_records().size(), 1U) << "the record comes first";
 }
 
 TEST_F(LiveConfig, ReadIntervalIsAtLeast250) {
@@ -105,7 +105,7 @@ TEST_F(LiveConfig, ReadIntervalOfDifferentTagsIsAtLeast100) {
 }
 
 TEST_F(LiveConfig, WhatTheStoreHoldsIsAppliedEvenBelowTheBound) {
-  host().refuseWrites();
+  host().refuse_writes();
   change("read_interval", "100");
   EXPECT_EQ(same_tag_timeout_, 100);
   change("read_interval_diff_tags", "50");
@@ -145,7 +145,7 @@ TEST_F(LiveConfig, EveryOtherKeyIsWrittenDownAndNothingElse) {
     EXPECT_THAT(change(key, "1"), IsEmpty()) << key;
   }
   EXPECT_THAT(reader.asked, IsEmpty());
-  EXPECT_EQ(host().auditRecords().size(), 8U);
+  EXPECT_EQ(host().audit_records().size(), 8U);
 }
 
 TEST_F(LiveConfig, AnotherModuleIsWrittenDownAndNothingElse) {
@@ -155,20 +155,20 @@ TEST_F(LiveConfig, AnotherModuleIsWrittenDownAndNothingElse) {
   }
   EXPECT_EQ(same_tag_timeout_, 0);
   EXPECT_EQ(host().get("uhf", "read_interval"), "100");
-  EXPECT_EQ(host().auditRecords().size(), 5U);
+  EXPECT_EQ(host().audit_records().size(), 5U);
 }
 
 TEST_F(LiveConfig, AModuleWithoutAKeyIsDropped) {
   EXPECT_EQ(announce({{"module", "uhf"}, {"value", "1"}}), "");
   EXPECT_EQ(announce({{"module", "other"}, {"value", "1"}}), "");
-  EXPECT_EQ(host().auditRecords().size(), 2U);
+  EXPECT_EQ(host().audit_records().size(), 2U);
 }
 
 TEST_F(LiveConfig, ASystemSettingWithoutAKeyFailsAfterItsRecord) {
   EXPECT_EQ(announce({{"value", "1"}, {"sys_config", 1}}), "Invalid message parameters");
   EXPECT_EQ(announce({{"value", "1"}, {"param", 5}}), "Invalid message parameters");
-  ASSERT_EQ(host().auditRecords().size(), 2U);
-  EXPECT_EQ(host().auditRecords()[0].details, "System config changed: [module=general]");
+  ASSERT_EQ(host().audit_records().size(), 2U);
+  EXPECT_EQ(host().audit_records()[0].details, "System config changed: [module=general]");
 }
 
 TEST_F(LiveConfig, AnotherSystemSettingIsWrittenDownAndNothingElse) {
@@ -183,11 +183,11 @@ TEST_F(LiveConfig, AChangeToTheSameValueIsAppliedWithoutARecord) {
   EXPECT_EQ(announce({{"module", "uhf"}, {"param", "trigger_timeout"}, {"value", "900"}, {"previous_value", "900"}}),
             "");
   EXPECT_EQ(trigger_timeout_, 900);
-  EXPECT_THAT(host().auditRecords(), IsEmpty());
+  EXPECT_THAT(host().audit_records(), IsEmpty());
 }
 
 TEST_F(LiveConfig, AFailedRecordStopsTheChange) {
-  host().onCreate([] { throw ac::ac_exception("disk full", true); });
+  host().on_create([] { throw ac::ac_exception("disk full", true); });
   host().set("trigger_timeout", 900);
   EXPECT_EQ(announce({{"module", "uhf"}, {"param", "trigger_timeout"}, {"value", "900"}}), "disk full");
   EXPECT_EQ(trigger_timeout_, 0);

@@ -13,13 +13,13 @@ struct Handled {
   std::unique_ptr<ac::Message> message;
   std::string failure;  // the text of the exception that left the handler; empty when none did
 
-  bool marked() const { return second_host::isHandled(*message); }
+  bool marked() const { return second_host::is_handled(*message); }
 };
 
 // Calls a handler with a message of those fields.
 inline Handled handle(void (*handler)(ac::Message*), const std::string& type, const second_host::Fields& fields = {}) {
-  Handled result{second_host::makeMessage(type, fields), ""};
-  result.failure = failureOf([&] { handler(result.message.get()); });
+  Handled result{second_host::make_message(type, fields), ""};
+  result.failure = failure_of([&] { handler(result.message.get()); });
   return result;
 }
 

@@ -150,8 +150,8 @@ TEST_F(Init, ListensToItsQueueThenToTheHost) {
                                       {"audit_logs_new_online", create_online_audit_log_callback, false},
                                       {"audit_logs_new_menu", create_menu_audit_log_callback, false},
                                       {"audit_logs_new_boot", create_boot_audit_log_callback, false}};
-  EXPECT_EQ(listening(second_host::listenersOf(enqueuer)), ofQueue);
-  EXPECT_EQ(listening(second_host::recordOf(plugin).interested), ofHost);
+  EXPECT_EQ(listening(second_host::listeners_of(enqueuer)), ofQueue);
+  EXPECT_EQ(listening(second_host::record_of(plugin).interested), ofHost);
   const auto calls = host().calls();
   const auto first = [&calls](const std::string& call) { return std::ranges::find(calls, call); };
   EXPECT_LT(first("listen enroller_error true"), first("interested config_param_set false"));
@@ -159,7 +159,7 @@ TEST_F(Init, ListensToItsQueueThenToTheHost) {
 
 TEST_F(Init, NobodyListensAfterAFailure) {
   EXPECT_FALSE(initWith({WORK_AREA_SET, POWER_IS_2600, {}}));
-  EXPECT_TRUE(second_host::recordOf(plugin).interested.empty());
+  EXPECT_TRUE(second_host::record_of(plugin).interested.empty());
   EXPECT_THAT(host().calls(), testing::Not(testing::Contains(testing::StartsWith("listen "))));
 }
 

@@ -43,9 +43,9 @@ TEST_F(SetRegion, SetsTheWorkAreaAndPublishesItsChannels) {
            {"BRAZIL", "0", "0-10;26-51"}, {"AMERICA", "3", "0-51"}, {"EUROPE", "4", "0-14"}, {"KOREA", "5", "0-51"}}) {
     EXPECT_EQ(channelsAllowedFor(name), channels) << name;
     EXPECT_THAT(reader.asked, ElementsAre("setWorkArea " + workArea)) << name;
-    EXPECT_THAT(host().debugTexts(), ElementsAre("Allowed working channels: " + channels)) << name;
-    EXPECT_EQ(host().debugLines()[0].function, "setRegion");
-    EXPECT_EQ(host().debugLines()[0].source, "uhf/src/source/uhf");
+    EXPECT_THAT(host().debug_texts(), ElementsAre("Allowed working channels: " + channels)) << name;
+    EXPECT_EQ(host().debug_lines()[0].function, "setRegion");
+    EXPECT_EQ(host().debug_lines()[0].source, "uhf/src/source/uhf");
   }
 }
 
@@ -60,7 +60,7 @@ TEST_F(SetRegion, ChinaHasBrazilsChannels) {
     EXPECT_EQ(channelsAllowedFor(name), "0-10;26-51");
     EXPECT_THAT(reader.asked, ElementsAre(workArea));
     const std::string upper = workArea[12] == '1' ? "CHINA_900MHZ" : "CHINA_800MHZ";
-    EXPECT_THAT(host().debugTexts(),
+    EXPECT_THAT(host().debug_texts(),
                 ElementsAre("Region " + upper + " not found in allowed working channels map. Using Brazil as default",
                             "Allowed working channels: 0-10;26-51"));
   }
@@ -69,22 +69,22 @@ TEST_F(SetRegion, ChinaHasBrazilsChannels) {
 TEST_F(SetRegion, AnUnknownNameIsBrazil) {
   EXPECT_EQ(channelsAllowedFor("mars"), "0-10;26-51");
   EXPECT_THAT(reader.asked, ElementsAre("setWorkArea 0"));
-  EXPECT_THAT(host().debugTexts(), ElementsAre("Region MARS not found in region map. Using default region: Brazil",
-                                               "Allowed working channels: 0-10;26-51"));
-  EXPECT_EQ(host().debugLines()[0].function, "operator()");
+  EXPECT_THAT(host().debug_texts(), ElementsAre("Region MARS not found in region map. Using default region: Brazil",
+                                                "Allowed working channels: 0-10;26-51"));
+  EXPECT_EQ(host().debug_lines()[0].function, "operator()");
 }
 
 TEST_F(SetRegion, NoNameIsBrazil) {
   setRegion();
   EXPECT_THAT(reader.asked, ElementsAre("setWorkArea 0"));
-  EXPECT_EQ(host().debugTexts().at(0), "Region  not found in region map. Using default region: Brazil");
+  EXPECT_EQ(host().debug_texts().at(0), "Region  not found in region map. Using default region: Brazil");
 }
 
 TEST_F(SetRegion, PublishesNothingWhenTheReaderDoesNotAnswer) {
   reader.answers = false;
-  EXPECT_EQ(failureOf(setRegion), "Could no set Work Area");
+  EXPECT_EQ(failure_of(setRegion), "Could no set Work Area");
   EXPECT_EQ(host().get("uhf", "work_channel_enable"), std::nullopt);
-  EXPECT_THAT(host().debugTexts(), testing::Not(testing::Contains(testing::StartsWith("Allowed"))));
+  EXPECT_THAT(host().debug_texts(), testing::Not(testing::Contains(testing::StartsWith("Allowed"))));
 }
 
 TEST_F(ApplyTransmitPower, WritesNothingWhenTheReaderHasIt) {
@@ -116,7 +116,7 @@ TEST_F(ApplyTransmitPower, SendsTheLow16BitsOfANegativeValue) {
 
 TEST_F(ApplyTransmitPower, FailsWhenThePowerCannotBeRead) {
   reader.power = {false, 0};
-  EXPECT_EQ(failureOf(applyTransmitPower), "Could no read Transmit power");
+  EXPECT_EQ(failure_of(applyTransmitPower), "Could no read Transmit power");
   EXPECT_THAT(reader.asked, ElementsAre("getTransmitPower"));
   EXPECT_TRUE(host().calls().empty()) << "the setting is read after the reader's value";
 }
@@ -124,7 +124,7 @@ TEST_F(ApplyTransmitPower, FailsWhenThePowerCannotBeRead) {
 TEST_F(ApplyTransmitPower, FailsWhenThePowerCannotBeWritten) {
   host().set("transmit_power", 3000);
   reader.answers = false;
-  EXPECT_EQ(failureOf(applyTransmitPower), "Could no set Transmit power");
+  EXPECT_EQ(failure_of(applyTransmitPower), "Could no set Transmit power");
 }
 
 TEST_F(SetWorkChannel, SetsEveryChannelOfTheRanges) {
@@ -142,5 +142,5 @@ TEST_F(SetWorkChannel, DoesNotHoldTheChannelsAgainstTheRegion) {
 
 TEST_F(SetWorkChannel, FailsWhenTheReaderDoesNotAnswer) {
   reader.answers = false;
-  EXPECT_EQ(failureOf(setWorkChannel), "Could no set Working Channel");
+  EXPECT_EQ(failure_of(setWorkChannel), "Could no set Working Channel");
 }

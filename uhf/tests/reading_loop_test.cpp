@@ -67,16 +67,16 @@ class Run : public testing::Test {
 
 TEST_F(Run, AnnouncesEveryTagOfTheField) {
   auto loop = start([] { return FakeModule::Inventory(true, {tag("00 00 00 01"), tag("00 00 00 02")}); });
-  EXPECT_TRUE(host().waitUntil([] { return host().messages("identifier_new_card").size() == 2; }));
+  EXPECT_TRUE(host().wait_until([] { return host().messages("identifier_new_card").size() == 2; }));
   fail = true;
   loop.get();
 }
 
 TEST_F(Run, KeepsItsThreeNamesAlive) {
   auto loop = start([] { return FakeModule::Inventory(false, {}); });
-  EXPECT_TRUE(host().waitUntil([] {
-    return host().keepAlives("uhf") > 2 && host().keepAlives("uhf_worker") > 2 &&
-           host().keepAlives("uhf_write_threads") > 2;
+  EXPECT_TRUE(host().wait_until([] {
+    return host().keep_alives("uhf") > 2 && host().keep_alives("uhf_worker") > 2 &&
+           host().keep_alives("uhf_write_threads") > 2;
   }));
   fail = true;
   loop.get();
@@ -84,7 +84,7 @@ TEST_F(Run, KeepsItsThreeNamesAlive) {
 
 TEST_F(Run, StartsTheQueueOnAThreadNamedForIt) {
   auto loop = start([] { return FakeModule::Inventory(false, {}); });
-  EXPECT_TRUE(host().waitUntil([] {
+  EXPECT_TRUE(host().wait_until([] {
     const auto calls = host().calls();
     return std::ranges::count(calls, "set_thread_name uhf_watchdog true") == 1 &&
            std::ranges::count(calls, "process 5") >= 1 &&
@@ -96,7 +96,7 @@ TEST_F(Run, StartsTheQueueOnAThreadNamedForIt) {
 
 TEST_F(Run, AFailedInventoryDropsItsTags) {
   auto loop = start([] { return FakeModule::Inventory(false, {tag("00 00 00 03")}); });
-  EXPECT_TRUE(host().waitUntil([] { return host().keepAlives("uhf") > 5; }));
+  EXPECT_TRUE(host().wait_until([] { return host().keep_alives("uhf") > 5; }));
   fail = true;
   loop.get();
   EXPECT_TRUE(host().messages("identifier_new_card").empty());
@@ -106,12 +106,12 @@ TEST_F(Run, AFailedInventoryDropsItsTags) {
 TEST_F(Run, DrivesTheRelayOnlyWhenTheDetectorIsOn) {
   std::atomic<bool> present = true;
   auto loop = start([&] { return FakeModule::Inventory(present, {}); });
-  EXPECT_TRUE(host().waitUntil([] { return host().keepAlives("uhf") > 5; }));
+  EXPECT_TRUE(host().wait_until([] { return host().keep_alives("uhf") > 5; }));
   EXPECT_TRUE(host().messages("gpio_set_value").empty());
   tagDetectorEnabled = true;
-  EXPECT_TRUE(host().waitUntil([] { return host().messages("gpio_set_value").size() == 1; }));
+  EXPECT_TRUE(host().wait_until([] { return host().messages("gpio_set_value").size() == 1; }));
   present = false;
-  EXPECT_TRUE(host().waitUntil([] { return host().messages("gpio_set_value").size() == 2; }));
+  EXPECT_TRUE(host().wait_until([] { return host().messages("gpio_set_value").size() == 2; }));
   fail = true;
   loop.get();
 }
@@ -131,7 +131,7 @@ TEST_F(Run, SleepsForItsIntervalBeforeEachInventory) {
     ++inventories;
     return FakeModule::Inventory(false, {});
   });
-  EXPECT_TRUE(host().waitUntil([&] { return inventories >= 3; }));
+  EXPECT_TRUE(host().wait_until([&] { return inventories >= 3; }));
   EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(3 * 50));
   fail = true;
   loop.get();
@@ -140,18 +140,18 @@ TEST_F(Run, SleepsForItsIntervalBeforeEachInventory) {
 TEST_F(Run, TakesANegativeIntervalForNone) {
   host().set("probe_interval", -1);
   auto loop = start([] { return FakeModule::Inventory(false, {}); });
-  EXPECT_TRUE(host().waitUntil([] { return host().keepAlives("uhf") > 5; }));
+  EXPECT_TRUE(host().wait_until([] { return host().keep_alives("uhf") > 5; }));
   fail = true;
   loop.get();
 }
 
 TEST_F(Run, TakesAChangedIntervalAtOnce) {
   auto loop = start([] { return FakeModule::Inventory(false, {}); });
-  ASSERT_TRUE(host().waitUntil([] { return host().keepAlives("uhf") > 1; }));
+  ASSERT_TRUE(host().wait_until([] { return host().keep_alives("uhf") > 1; }));
   for (const int interval : {0, 2, 1}) {
     setProbeInterval(interval);
-    const auto passes = host().keepAlives("uhf");
-    EXPECT_TRUE(host().waitUntil([passes] { return host().keepAlives("uhf") > passes + 2; })) << interval;
+    const auto passes = host().keep_alives("uhf");
+    EXPECT_TRUE(host().wait_until([passes] { return host().keep_alives("uhf") > passes + 2; })) << interval;
   }
   fail = true;
   loop.get();
@@ -168,16 +168,16 @@ TEST_F(Run, EachSuccessfulInventoryWakesTheDispatch) {
     return FakeModule::Inventory(true, {tag("00 00 00 05")});
   });
   // Not before: the reading loop would sleep for an hour too.
-  ASSERT_TRUE(host().waitUntil([&] { return inventorying && host().keepAlives("uhf_write_threads") > 0; }));
+  ASSERT_TRUE(host().wait_until([&] { return inventorying && host().keep_alives("uhf_write_threads") > 0; }));
   setProbeInterval(3'600'000);
   // The dispatch now goes to sleep for an hour: that is when its rounds stop.
-  for (std::size_t rounds = 0; rounds != host().keepAlives("uhf_write_threads");) {
-    rounds = host().keepAlives("uhf_write_threads");
+  for (std::size_t rounds = 0; rounds != host().keep_alives("uhf_write_threads");) {
+    rounds = host().keep_alives("uhf_write_threads");
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
   }
   setProbeInterval(1);  // of the reading loop's next pass
   released.set_value();
-  EXPECT_TRUE(host().waitUntil([] { return host().messages("identifier_new_card").size() == 1; }));
+  EXPECT_TRUE(host().wait_until([] { return host().messages("identifier_new_card").size() == 1; }));
   fail = true;
   loop.get();
 }

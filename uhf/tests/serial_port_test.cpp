@@ -126,14 +126,14 @@ TEST_F(Open, TheTimeoutCountsInTenthsOfASecondCutToEightBits) {
 }
 
 TEST_F(Open, OfAMissingDeviceNamesTheReason) {
-  const auto reason = failureOf([] { SerialPort("/dev/no such device", milliseconds(100)); });
+  const auto reason = failure_of([] { SerialPort("/dev/no such device", milliseconds(100)); });
   EXPECT_EQ(reason, "Error opening Serial Port: No such file or directory");
   EXPECT_THAT(sys.closed, ElementsAre());
 }
 
 TEST_F(Open, IgnoresALineThatCannotBeConfigured) {
   sys.lineResult = -1;
-  EXPECT_EQ(failureOf([] { SerialPort("/dev/null", milliseconds(100)); }), "");
+  EXPECT_EQ(failure_of([] { SerialPort("/dev/null", milliseconds(100)); }), "");
 }
 
 TEST_F(Open, LastsUntilTheDestruction) {
@@ -176,9 +176,9 @@ TEST_F(Send, GoesOnAfterAPartialWriteAndAfterNone) {
 TEST_F(Send, ReportsAFailureByTheResultNotByErrno) {
   sys.writeResults = {-1};
   const SerialPort port("/dev/null", milliseconds(1000));
-  EXPECT_EQ(failureOf([&] { port.send(hex("01")); }), "Error while writing to serial port: Unknown error -1");
+  EXPECT_EQ(failure_of([&] { port.send(hex("01")); }), "Error while writing to serial port: Unknown error -1");
   EXPECT_EQ(sys.writeSizes.size(), 1U) << "an interrupted write is not retried";
-  EXPECT_EQ(failureOf([&] { port.send(hex("01")); }), "") << "the port stays usable";
+  EXPECT_EQ(failure_of([&] { port.send(hex("01")); }), "") << "the port stays usable";
 }
 
 TEST_F(Receive, DeliversTheBytesThatAreThere) {
@@ -230,5 +230,5 @@ TEST_F(Receive, DeliversMoreThan1024BytesInSeveralCalls) {
 TEST_F(Receive, ReportsAFailureByTheResultNotByErrno) {
   sys.readResults = {-1};
   const SerialPort port("/dev/null", milliseconds(1000));
-  EXPECT_EQ(failureOf([&] { port.receive(); }), "Error while reading from serial port: Unknown error -1");
+  EXPECT_EQ(failure_of([&] { port.receive(); }), "Error while reading from serial port: Unknown error -1");
 }

@@ -70,14 +70,14 @@ class T640Test : public testing::Test {
     auto result = std::async(std::launch::async, operation);
     for (const auto& chunk : chunks) {
       peer.write(chunk);
-      EXPECT_TRUE(peer.waitUntilRead());
+      EXPECT_TRUE(peer.wait_until_read());
     }
     return result.get();
   }
 
   static void expectDebugLine(const std::string& text, const std::string& source, const std::string& function,
                               int line) {
-    const auto lines = host().debugLines();
+    const auto lines = host().debug_lines();
     ASSERT_EQ(lines.size(), 1U);
     EXPECT_EQ(lines[0].text, text);
     EXPECT_EQ(lines[0].source, source);
@@ -97,7 +97,7 @@ using Setter = T640Test;
 using Driver = T640Test;
 
 void expectSendFrameLine(const std::string& text, int line) {
-  const auto lines = host().debugLines();
+  const auto lines = host().debug_lines();
   ASSERT_EQ(lines.size(), 1U) << text;
   EXPECT_EQ(lines[0].text, text);
   EXPECT_EQ(lines[0].source, "uhf/src/include/t640");
@@ -174,7 +174,7 @@ TEST_F(SendFrame, BytesBehindTheAnswerAreDropped) {
 TEST_F(SendFrame, SerialFailuresReachTheCallerWithTheMutexFree) {
   ReaderPeer other;
   const T640 lost(other.path(), milliseconds(200));
-  other.hangUp();
+  other.hang_up();
   for (int attempt = 0; attempt < 2; ++attempt) {
     EXPECT_THROW(lost.setTransmitPower(2600), ac::ac_exception) << attempt;
     EXPECT_THROW(lost.inventoryCard(), ac::ac_exception) << attempt;
@@ -193,7 +193,7 @@ TEST_F(ReceiveFrames, JunkWithoutAHeaderIsLogged) {
 
 TEST_F(ReceiveFrames, JunkBeforeAHeaderEndsTheCallWithoutALine) {
   EXPECT_EQ(inventory(hex("00") + notice(1)), std::pair(false, Bytes{}));
-  EXPECT_TRUE(host().debugLines().empty());
+  EXPECT_TRUE(host().debug_lines().empty());
   EXPECT_EQ(inventory(notice(2)), std::pair(true, hex("02"))) << "the next inventory starts afresh";
 }
 
@@ -228,26 +228,26 @@ TEST_F(ReceiveFrames, JoinsAnAnswerSplitAtAnyByteButBehindAFrame) {
 
 TEST_F(ReceiveFrames, SilenceAfterAPartIsNoResponse) {
   EXPECT_EQ(inventory(hex("7F 02 22")), std::pair(false, Bytes{}));
-  EXPECT_THAT(host().debugTexts(), ElementsAre("No response"));
+  EXPECT_THAT(host().debug_texts(), ElementsAre("No response"));
 }
 
 TEST_F(ReceiveFrames, AWrongChecksumEndsTheListWithoutALine) {
   auto wrong = notice(3);
   ++wrong[wrong.size() - 2];
   EXPECT_EQ(inventory(notice(1) + notice(2) + wrong + notice(4)), std::pair(true, hex("02")));
-  EXPECT_THAT(host().debugTexts(), ElementsAre("Card detected! EPC: 02 [1]"));
+  EXPECT_THAT(host().debug_texts(), ElementsAre("Card detected! EPC: 02 [1]"));
 }
 
 TEST_F(ReceiveFrames, AParsingErrorKeepsTheFramesBeforeIt) {
   EXPECT_EQ(inventory(notice(1) + hex("7F 01 10 00 00 11 7E")), std::pair(true, hex("01")));
-  EXPECT_THAT(host().debugTexts(),
+  EXPECT_THAT(host().debug_texts(),
               ElementsAre("Error parsing data: Unknown Command Type: 16", "Card detected! EPC: 01 [1]"));
 }
 
 TEST_F(ReceiveFrames, ANoticeTooShortForItsFieldsKeepsTheFramesBeforeIt) {
   EXPECT_EQ(inventory(notice(1) + hex("7F 02 22 00 04 C8 30 00 5A 7A 7E")), std::pair(true, hex("01")));
-  EXPECT_EQ(host().debugTexts().at(0), "Error parsing data: std::bad_alloc");
-  EXPECT_EQ(host().debugLines().at(0).function, "receiveFrames");
+  EXPECT_EQ(host().debug_texts().at(0), "Error parsing data: std::bad_alloc");
+  EXPECT_EQ(host().debug_lines().at(0).function, "receiveFrames");
 }
 
 TEST_F(ReceiveFrames, JunkBetweenFramesEndsTheList) {
@@ -311,7 +311,7 @@ TEST_F(Getter, AnAnswerOfAnotherClassIsAFailedRead) {
   EXPECT_FALSE(driver.getTransmitPower().first);
   peer.write(POWER_2600);
   EXPECT_FALSE(driver.getDemodulationSensitivity().first);
-  EXPECT_TRUE(host().debugLines().empty());
+  EXPECT_TRUE(host().debug_lines().empty());
 }
 
 TEST_F(Getter, ReadsTheSensitivity) {
@@ -322,7 +322,7 @@ TEST_F(Getter, ReadsTheSensitivity) {
   EXPECT_EQ(info.i, 6);
   EXPECT_EQ(info.sensitivity, 160);
   EXPECT_EQ(peer.read(7), hex("7F 00 F1 00 00 F1 7E"));
-  EXPECT_THAT(host().debugTexts(),
+  EXPECT_THAT(host().debug_texts(),
               ElementsAre("RxSensitivity M: 2", "RxSensitivity I: 6", "RxSensitivity sensitivity: 160"));
 }
 
@@ -341,7 +341,7 @@ TEST_F(Setter, SendsItsCommand) {
   peer.write(hex("7F 01 F0 00 01 00 F2 7E"));
   EXPECT_TRUE(driver.setDemodulationSensitivity({2, 6, 160}));
   EXPECT_EQ(peer.read(11), hex("7F 00 F0 00 04 02 06 00 A0 9C 7E"));
-  EXPECT_TRUE(host().debugLines().empty());
+  EXPECT_TRUE(host().debug_lines().empty());
 }
 
 TEST_F(Setter, TakesAnyGoodFrameForAnAnswer) {
@@ -371,7 +371,7 @@ TEST_F(Setter, RefusesARegionThatIsNoneWithoutSending) {
       EXPECT_STREQ(error.what(), "Invalid Region!");
     }
   }
-  EXPECT_TRUE(peer.isQuiet());
+  EXPECT_TRUE(peer.is_quiet());
 }
 
 TEST_F(Setter, ClearsTheChannelsBeforeItSetsThem) {
@@ -387,7 +387,7 @@ TEST_F(Setter, ClearsTheChannelsBeforeItSetsThem) {
 TEST_F(Setter, SendsNoChannelsWhenClearingIsNotAnswered) {
   EXPECT_FALSE(driver.setWorkChannel({1, 2, 3}));
   EXPECT_EQ(peer.read(8), hex("7F 00 A9 00 01 00 AA 7E"));
-  EXPECT_TRUE(peer.isQuiet());
+  EXPECT_TRUE(peer.is_quiet());
 }
 
 TEST_F(Setter, OfChannelsFailsWhenTheSecondIsNotAnswered) {
@@ -402,7 +402,7 @@ TEST_F(Driver, LetsOneTransactionAtATimeOntoTheLine) {
     for (int i = 0; i < 2 * ROUNDS; ++i) {
       const auto command = peer.read(7);
       ASSERT_THAT(command, testing::AnyOf(GET_POWER, hex("7F 00 F1 00 00 F1 7E")));
-      EXPECT_TRUE(peer.isQuiet()) << "a second command before the first one was answered";
+      EXPECT_TRUE(peer.is_quiet()) << "a second command before the first one was answered";
       peer.write(command == GET_POWER ? POWER_2600 : hex("7F 01 F1 00 04 02 06 00 A0 9E 7E"));
     }
   });

@@ -33,7 +33,7 @@ class TagDetection : public testing::Test {
       EXPECT_EQ(message.fields.at(1).first, "value");
       EXPECT_EQ(message.fields.size(), 2U);
       EXPECT_EQ(message.argument, 0);
-      EXPECT_FALSE(message.hasCallback);
+      EXPECT_FALSE(message.has_callback);
       EXPECT_FALSE(message.synchronous);
       values.push_back(std::get<int>(message.fields.at(1).second));
     }
@@ -101,7 +101,7 @@ TEST_F(TagDetection, AChangeIsLogged) {
   update(true);
   fake_clock::advance(milliseconds(500));
   update(false);
-  EXPECT_THAT(host().debugTexts(), ElementsAre("Setting tag_detector_value to 1", "Setting tag_detector_value to 0"));
-  EXPECT_EQ(host().debugLines()[0].function, "update_tag_detection");
-  EXPECT_EQ(host().debugLines()[0].source, "uhf/src/source/uhf");
+  EXPECT_THAT(host().debug_texts(), ElementsAre("Setting tag_detector_value to 1", "Setting tag_detector_value to 0"));
+  EXPECT_EQ(host().debug_lines()[0].function, "update_tag_detection");
+  EXPECT_EQ(host().debug_lines()[0].source, "uhf/src/source/uhf");
 }

@@ -45,7 +45,7 @@ class UsbPort : public testing::Test {
     }
     std::filesystem::create_directories(BLACKLIST.parent_path());
     host().reset();
-    host().onSystem([this](const std::string& command) { seen_.emplace_back(command, contentOf(BLACKLIST)); });
+    host().on_system([this](const std::string& command) { seen_.emplace_back(command, contentOf(BLACKLIST)); });
   }
 
   void TearDown() override { host().reset(); }
@@ -93,8 +93,8 @@ TEST_F(UsbPort, WithoutItsFileNothingIsDoneButADebugLine) {
   std::filesystem::remove(BLACKLIST.parent_path());
   configure({{"value", "0"}});
   EXPECT_THAT(takeSeen(), IsEmpty());
-  ASSERT_EQ(host().debugLines().size(), 1U);
-  const auto line = host().debugLines()[0];
+  ASSERT_EQ(host().debug_lines().size(), 1U);
+  const auto line = host().debug_lines()[0];
   EXPECT_EQ(line.text, "Couldn't open umount usb file.");
   EXPECT_EQ(line.source, "uhf/src/source/uhf");
   EXPECT_EQ(line.function, "configUSB");

@@ -53,10 +53,10 @@ struct CommandHelp {
 };
 
 /// Every command, in the order in which help shows them.
-std::vector<CommandHelp> commandHelp();
+std::vector<CommandHelp> command_help();
 
 /// The first words of all commands.
-std::vector<std::string_view> commandNames();
+std::vector<std::string_view> command_names();
 
 /// Reads one command, already cut into words (at least one):
 ///   add EPCHEX [rssi=0..255] [pc=HHHH] [p=0.0..1.0] [power=0..65535]
@@ -65,7 +65,7 @@ std::vector<std::string_view> commandNames();
 ///   fault NAME PROBABILITY
 ///   host LINE...
 /// An EPC has 2 to 62 bytes, an even number. Throws CommandError.
-Command parseCommand(const std::vector<std::string_view>& words);
+Command parse_command(const std::vector<std::string_view>& words);
 
 /// Carries a command out; a line for the host is left to the caller. Removing a tag that is not there is no error: in a
 /// scenario it may have been taken by hand.

@@ -82,15 +82,15 @@ class Reader {
   static const Command kCommands[];
 
   Bytes answer(const CommandFrame& frame);
-  Bytes setWorkArea(ByteView parameters);
+  Bytes set_work_area(ByteView parameters);
   Bytes inventory(ByteView parameters);
-  Bytes insertChannels(ByteView parameters);
-  Bytes setPower(ByteView parameters);
-  Bytes getPower(ByteView parameters);
-  Bytes setSensitivity(ByteView parameters);
-  Bytes getSensitivity(ByteView parameters);
+  Bytes insert_channels(ByteView parameters);
+  Bytes set_power(ByteView parameters);
+  Bytes get_power(ByteView parameters);
+  Bytes set_sensitivity(ByteView parameters);
+  Bytes get_sensitivity(ByteView parameters);
 
-  std::vector<Tag> readRound();
+  std::vector<Tag> read_round();
 
   const Field& field_;
   const Options options_;

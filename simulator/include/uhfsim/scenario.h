@@ -22,7 +22,7 @@ class ScenarioError : public std::runtime_error {
 /// What happens in the field and when, read from lines of text:
 ///
 ///   # a comment
-///   at TIME COMMAND    COMMAND as parseCommand() takes it; TIME from the start: 1.5, 2s or 500ms, up to 86400s
+///   at TIME COMMAND    COMMAND as parse_command() takes it; TIME from the start: 1.5, 2s or 500ms, up to 86400s
 ///   COMMAND            the same as at 0
 ///   loop TIME          at that time the field is cleared and all starts anew; at most one such line
 ///

@@ -101,18 +101,18 @@ class SimulatedReader {
 
   // On the reader's own thread.
   void run();
-  void playDue();
-  void writeDue();
-  bool writeFront();
-  void readLine();
-  void answerWaiting();
+  void play_due();
+  void write_due();
+  bool write_front();
+  void read_line();
+  void answer_waiting();
   void enqueue(const Sending& sending);
-  void hangUp();
-  void awaitWork();
-  std::optional<Clock::time_point> nextSending() const;
-  std::optional<Clock::time_point> nextScenarioInstant() const;
+  void hang_up();
+  void await_work();
+  std::optional<Clock::time_point> next_sending() const;
+  std::optional<Clock::time_point> next_scenario_instant() const;
 
-  void playUntil(Clock::time_point now);
+  void play_until(Clock::time_point now);
   void wake() const;
 
   Field field_;

@@ -10,7 +10,7 @@
 namespace uhfsim {
 
 /// The words of a line: what stands between blanks, up to a '#'. They point into the line.
-std::vector<std::string_view> wordsOf(std::string_view line);
+std::vector<std::string_view> words_of(std::string_view line);
 
 /// The text in double quotes, with bytes that do not print replaced by '?', so that an error stays one clear line.
 std::string quoted(std::string_view text);
@@ -19,6 +19,6 @@ std::string quoted(std::string_view text);
 std::string alternatives(const std::vector<std::string_view>& names);
 
 /// Upper-case hexadecimal, two digits a byte.
-std::string hexOf(ByteView bytes);
+std::string hex_of(ByteView bytes);
 
 }  // namespace uhfsim

@@ -20,8 +20,8 @@ TEST_F(Decode, TakesAFileAndStandardInput) {
   EXPECT_EQ(run({"decode", file("bytes")}).out, "     0  9 bytes   get power response: power 2600\n");
   uhfsim::testing::Process process(UHFCTL, {"decode", "-", "--json"});
   process.write("7F00B70000B77E\n");
-  process.closeInput();
-  EXPECT_EQ(objectsOf(process.readAll()).at(0)["frame"], "get power");
+  process.close_input();
+  EXPECT_EQ(objects_of(process.read_all()).at(0)["frame"], "get power");
   EXPECT_EQ(process.wait(), 0);
 }
 
@@ -47,7 +47,7 @@ TEST_F(Decode, KnowsEveryFrameOfTheProtocol) {
     if (entry.path().extension() != ".txt") {
       continue;
     }
-    std::istringstream lines(contentOf(entry.path()));
+    std::istringstream lines(content_of(entry.path()));
     for (std::string line; std::getline(lines, line);) {
       const auto bytes = line.find("7F");
       if (line.empty() || line.front() == '#' || bytes == std::string::npos) {

@@ -13,7 +13,7 @@ class Doctor : public WithReader {
   // Verdict and finding of each check, by its name.
   static std::map<std::string, std::string> verdicts(const Result& result) {
     std::map<std::string, std::string> all;
-    for (const auto& check : objectsOf(result.out)) {
+    for (const auto& check : objects_of(result.out)) {
       all[check["check"]] = check["verdict"];
     }
     return all;
@@ -80,7 +80,7 @@ TEST_F(Doctor, AFileIsNoPort) {
 
 TEST_F(Doctor, ABusyPortIsNamed) {
   uhfsim::testing::Process other("/bin/sh", {"-c", "exec 3<>" + reader.path() + "; echo open; read line"});
-  ASSERT_EQ(other.readLine(), "open");
+  ASSERT_EQ(other.read_line(), "open");
   const auto [status, out, err] = uhfctl({"doctor"});
   EXPECT_EQ(status, 5);
   EXPECT_THAT(out, HasSubstr("is in use by process "));

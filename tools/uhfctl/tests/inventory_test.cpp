@@ -20,8 +20,8 @@ TEST_F(Inventory, TellsEachTag) {
 }
 
 TEST_F(Inventory, AsObjectsWithCardValues) {
-  const auto tags =
-      objectsOf(uhfctl({"inventory", "--seconds", "0.2", "--json", "--card-value", "--identification-bits", "24"}).out);
+  const auto tags = objects_of(
+      uhfctl({"inventory", "--seconds", "0.2", "--json", "--card-value", "--identification-bits", "24"}).out);
   ASSERT_EQ(tags.size(), 2U);
   EXPECT_EQ(tags[0]["epc"], "300833B2");
   EXPECT_EQ(tags[0]["card_value"], 0x00000008000033B2ULL);
@@ -30,9 +30,9 @@ TEST_F(Inventory, AsObjectsWithCardValues) {
 }
 
 TEST_F(Inventory, CardValuesFromTheFront) {
-  const auto tags = objectsOf(uhfctl({"inventory", "--seconds", "0.2", "--json", "--card-value",
-                                      "--identification-bits", "16", "--reader-type", "LSB"})
-                                  .out);
+  const auto tags = objects_of(uhfctl({"inventory", "--seconds", "0.2", "--json", "--card-value",
+                                       "--identification-bits", "16", "--reader-type", "LSB"})
+                                   .out);
   ASSERT_EQ(tags.size(), 2U);
   EXPECT_EQ(tags[1]["card_value"], 0xE200);
 }
@@ -61,7 +61,7 @@ TEST_F(Inventory, AReaderThatStopsAnsweringIsNoticed) {
   }
   reader.faults().set("silence", 1);
   EXPECT_EQ(process.wait(), 4);
-  EXPECT_THAT(process.readAllErrors(), HasSubstr("has stopped answering"));
+  EXPECT_THAT(process.read_all_errors(), HasSubstr("has stopped answering"));
 }
 
 TEST_F(Inventory, CtrlCEndsItWithItsTable) {
@@ -70,7 +70,7 @@ TEST_F(Inventory, CtrlCEndsItWithItsTable) {
     usleep(1000);
   }
   process.signal(SIGINT);
-  EXPECT_THAT(process.readAll(), HasSubstr("E2000001"));
+  EXPECT_THAT(process.read_all(), HasSubstr("E2000001"));
   EXPECT_EQ(process.wait(), 0);
 }
 

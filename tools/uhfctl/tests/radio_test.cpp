@@ -18,7 +18,7 @@ TEST_F(Radio, InfoTellsPowerSensitivityAndTimes) {
   EXPECT_EQ(status, 0) << err;
   EXPECT_THAT(out, HasSubstr("2600 (26.00 dBm)"));
   EXPECT_THAT(out, HasSubstr("m 2, i 6, threshold 160"));
-  const auto object = objectsOf(uhfctl({"info", "--json"}).out).at(0);
+  const auto object = objects_of(uhfctl({"info", "--json"}).out).at(0);
   EXPECT_EQ(object["power"], 2600);
   EXPECT_EQ(object["sensitivity"]["threshold"], 160);
   EXPECT_GT(object["round_trip_ms"]["median"], 0);
@@ -28,7 +28,7 @@ TEST_F(Radio, PowerIsSetAndReadBack) {
   EXPECT_EQ(uhfctl({"power", "get"}).out, "2600  (26.00 dBm)\n");
   EXPECT_EQ(uhfctl({"power", "set", "2350"}).out, "2350  (23.50 dBm), before 2600\n");
   EXPECT_EQ(reader.state().power, 2350);
-  EXPECT_EQ(objectsOf(uhfctl({"power", "get", "--json"}).out).at(0)["power"], 2350);
+  EXPECT_EQ(objects_of(uhfctl({"power", "get", "--json"}).out).at(0)["power"], 2350);
 }
 
 TEST_F(Radio, RegionTakesItsNameInAnyCase) {
@@ -85,7 +85,7 @@ TEST_F(Radio, ABusyPortNamesWhoHasIt) {
   // Another process that has the port open, as an achost would.
   const auto& path = reader.path();
   uhfsim::testing::Process other("/bin/sh", {"-c", "exec 3<>" + path + "; echo open; read line"});
-  ASSERT_EQ(other.readLine(), "open");
+  ASSERT_EQ(other.read_line(), "open");
   const auto [status, out, err] = uhfctl({"info"});
   EXPECT_EQ(status, 5);
   EXPECT_THAT(err, HasSubstr("is in use by process "));

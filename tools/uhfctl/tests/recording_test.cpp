@@ -18,7 +18,7 @@ TEST_F(Recording, HoldsEveryByteWithItsDirection) {
   std::size_t to_reader = 0;
   std::size_t from_reader = 0;
   std::chrono::microseconds last{0};
-  for (const auto& piece : readRecording(file("r"))) {
+  for (const auto& piece : read_recording(file("r"))) {
     (piece.direction == Direction::to_reader ? to_reader : from_reader) += piece.bytes.size();
     EXPECT_GE(piece.at, last);
     last = piece.at;
@@ -34,18 +34,18 @@ TEST_F(Recording, IsNotWrittenOverAnother) {
   const auto [status, out, err] = uhfctl({"record", file("r"), "--seconds", "0.1"});
   EXPECT_EQ(status, 1);
   EXPECT_THAT(err, HasSubstr("is there already"));
-  EXPECT_EQ(contentOf(file("r")), "mine");
+  EXPECT_EQ(content_of(file("r")), "mine");
 }
 
 TEST_F(Recording, IsPlayedAsAReader) {
   ASSERT_EQ(uhfctl({"record", file("r"), "--seconds", "0.3"}).status, 0);
   // The question that every command begins with is no part of it: put it in.
-  auto text = contentOf(file("r"));
+  auto text = content_of(file("r"));
   text.insert(text.find('\n') + 1, "0.0 > 7F00B70000B77E\n0.0 < 7F01B700020A28EC7E\n");
   std::ofstream(file("r")) << text;
   uhfsim::testing::Process player(UHFCTL, {"replay", file("r")});
-  const auto port = player.readLine();
-  const auto tags = objectsOf(run({"--port", port, "inventory", "--seconds", "0.3", "--json"}).out);
+  const auto port = player.read_line();
+  const auto tags = objects_of(run({"--port", port, "inventory", "--seconds", "0.3", "--json"}).out);
   ASSERT_EQ(tags.size(), 2U);
   EXPECT_EQ(tags[1]["epc"], "E2000001");
   EXPECT_EQ(tags[1]["rssi"], 180);
@@ -59,7 +59,7 @@ TEST_F(Recording, ACommandThatWasGivenAgainGetsItsNextAnswer) {
                            << "0.101 < 7F02220007C80800ABCD951D257E\n0.2" << ask
                            << "0.201 < 7F02220007C80800AB01951D597E\n";
   uhfsim::testing::Process player(UHFCTL, {"replay", file("r")});
-  const auto port = player.readLine();
+  const auto port = player.read_line();
   const auto out = run({"--port", port, "--timeout", "200", "inventory", "--count", "2", "--seconds", "10"}).out;
   EXPECT_THAT(out, HasSubstr("ABCD"));
   EXPECT_THAT(out, HasSubstr("AB01"));
@@ -70,7 +70,7 @@ TEST_F(Recording, APowerThatTheReaderDoesNotTakeIsAFailure) {
   std::ofstream(file("r")) << "# uhf recording 1\n0 > 7F00B70000B77E\n0 < 7F01B700020A28EC7E\n"
                               "1 > 7F00B600020BB8 7B7E\n1 < 7F01B6000100B87E\n";
   uhfsim::testing::Process player(UHFCTL, {"replay", file("r")});
-  const auto [status, out, err] = run({"--port", player.readLine(), "--timeout", "200", "power", "set", "3000"});
+  const auto [status, out, err] = run({"--port", player.read_line(), "--timeout", "200", "power", "set", "3000"});
   EXPECT_EQ(status, 1);
   EXPECT_THAT(err, HasSubstr("was told the power 3000 and has 2600"));
 }
@@ -78,9 +78,9 @@ TEST_F(Recording, APowerThatTheReaderDoesNotTakeIsAFailure) {
 TEST_F(Recording, ACommandThatWasNotRecordedIsSaidAndLeftUnanswered) {
   std::ofstream(file("r")) << "# uhf recording 1\n0.0 > 7F00220000227E\n0.001 < 7F01FF000115167E\n";
   uhfsim::testing::Process player(UHFCTL, {"replay", file("r")});
-  const auto port = player.readLine();
+  const auto port = player.read_line();
   EXPECT_EQ(run({"--port", port, "--timeout", "100", "power", "get"}).status, 3);
-  EXPECT_THAT(player.readErrorLine(), HasSubstr("not in the recording, left unanswered: 7F00B70000B77E"));
+  EXPECT_THAT(player.read_error_line(), HasSubstr("not in the recording, left unanswered: 7F00B70000B77E"));
 }
 
 TEST_F(Recording, AnErrorNamesFileAndLine) {

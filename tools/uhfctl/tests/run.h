@@ -26,13 +26,13 @@ struct Result {
 // Runs it to its end.
 inline Result run(std::vector<std::string> arguments) {
   uhfsim::testing::Process process(UHFCTL, std::move(arguments));
-  process.closeInput();
-  Result result{.status = 0, .out = process.readAll(), .err = process.readAllErrors()};
+  process.close_input();
+  Result result{.status = 0, .out = process.read_all(), .err = process.read_all_errors()};
   result.status = process.wait();
   return result;
 }
 
-inline std::vector<nlohmann::json> objectsOf(const std::string& text) {
+inline std::vector<nlohmann::json> objects_of(const std::string& text) {
   std::vector<nlohmann::json> objects;
   std::istringstream lines(text);
   for (std::string line; std::getline(lines, line);) {
@@ -60,7 +60,7 @@ class WithReader : public ::testing::Test {
 
   std::string file(const std::string& name) const { return directory / name; }
 
-  static std::string contentOf(const std::string& path) {
+  static std::string content_of(const std::string& path) {
     std::stringstream text;
     text << std::ifstream(path).rdbuf();
     return text.str();

@@ -14,7 +14,7 @@ const std::string kTag = "7F02220007C80800ABCD951D257E";
 
 std::vector<std::string> found(const std::string& digits, bool all = true) {
   std::vector<std::string> texts;
-  for (const auto& item : scan(parseHex(digits, "test"), all).found) {
+  for (const auto& item : scan(parse_hex(digits, "test"), all).found) {
     texts.push_back(std::to_string(item.offset) + "+" + std::to_string(item.size) + " " +
                     (item.frame != nullptr ? describe(*item.frame) : item.problem));
   }
@@ -38,7 +38,7 @@ TEST(Scan, JunkIsOnePieceUpToTheNextHeader) {
 }
 
 TEST(Scan, AWrongChecksumTakesItsFrameAlone) {
-  const auto items = scan(parseHex("7F00B70000B87E" + kGetPower, "test"), true).found;
+  const auto items = scan(parse_hex("7F00B70000B87E" + kGetPower, "test"), true).found;
   ASSERT_EQ(items.size(), 2U);
   EXPECT_TRUE(items[0].wrong_checksum);
   EXPECT_EQ(items[0].problem, "wrong checksum: it has B8, its bytes give B7");
@@ -66,16 +66,16 @@ TEST(Scan, ATagReportWithoutRoomForItsCrcIsAProblem) {
 
 TEST(Scan, WhatMayBecomeAFrameIsLeftWhileMoreComes) {
   for (std::size_t cut = 0; cut < kTag.size(); cut += 2) {
-    const auto [items, rest] = scan(parseHex(kGetPower + kTag.substr(0, cut), "test"), false);
+    const auto [items, rest] = scan(parse_hex(kGetPower + kTag.substr(0, cut), "test"), false);
     EXPECT_EQ(items.size(), 1U) << cut;
     EXPECT_EQ(rest, cut / 2) << cut;
   }
-  EXPECT_EQ(scan(parseHex(kTag, "test"), false).rest, 0U);
+  EXPECT_EQ(scan(parse_hex(kTag, "test"), false).rest, 0U);
 }
 
 TEST(Scan, EveryByteBelongsToOnePiece) {
   // Whatever is done to a byte of a conversation, the pieces fill it without a gap.
-  const auto bytes = parseHex(kGetPower + kPower2600 + kTag + kTag, "test");
+  const auto bytes = parse_hex(kGetPower + kPower2600 + kTag + kTag, "test");
   for (std::size_t at = 0; at < bytes.size(); ++at) {
     for (int value = 0; value < 256; ++value) {
       auto changed = bytes;
@@ -92,7 +92,7 @@ TEST(Scan, EveryByteBelongsToOnePiece) {
 }
 
 TEST(ParseHex, LeavesOutWhatStandsBetweenTheDigits) {
-  EXPECT_EQ(parseHex("7f 0x00,B7:\n01", "test"), (std::vector<unsigned char>{0x7F, 0x00, 0xB7, 0x01}));
+  EXPECT_EQ(parse_hex("7f 0x00,B7:\n01", "test"), (std::vector<unsigned char>{0x7F, 0x00, 0xB7, 0x01}));
 }
 
 }  // namespace

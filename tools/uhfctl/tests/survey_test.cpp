@@ -26,14 +26,14 @@ TEST_F(SurveyOf, RecommendsTheLeastPowerThatReadsTheTagWell) {
       uhfctl({"survey", "--power", "1800:2600:200", "--seconds", "0.2", "--tag", "300833b2", "--out", file("s.html")});
   EXPECT_EQ(status, 0) << err;
   EXPECT_THAT(out, HasSubstr("Recommended for 300833B2: transmit_power 2400"));
-  const auto figures = nlohmann::json::parse(contentOf(file("s.json")));
+  const auto figures = nlohmann::json::parse(content_of(file("s.json")));
   EXPECT_EQ(figures["transmit_power"], 2400);
   ASSERT_EQ(figures["steps"].size(), 5U);
   EXPECT_EQ(figures["steps"][0]["tags"].size(), 0U);
   EXPECT_EQ(figures["steps"][1]["tags"].size(), 1U);
   EXPECT_EQ(figures["steps"][4]["tags"].size(), 2U);
-  EXPECT_THAT(contentOf(file("s.csv")), HasSubstr("\n2000,E2000001,"));
-  EXPECT_THAT(contentOf(file("s.csv")), Not(HasSubstr("\n2000,300833B2,")));
+  EXPECT_THAT(content_of(file("s.csv")), HasSubstr("\n2000,E2000001,"));
+  EXPECT_THAT(content_of(file("s.csv")), Not(HasSubstr("\n2000,300833B2,")));
 }
 
 TEST_F(SurveyOf, LeavesThePowerAsItWas) {
@@ -53,8 +53,8 @@ TEST_F(SurveyOf, LeavesThePowerAsItWasWhenInterrupted) {
   process.signal(SIGINT);
   EXPECT_EQ(process.wait(), 0);
   EXPECT_EQ(reader.state().power, 2600);
-  EXPECT_THAT(process.readAllErrors(), HasSubstr("interrupted after 1 of 11 steps"));
-  EXPECT_EQ(nlohmann::json::parse(contentOf(file("s.json")))["steps"].size(), 1U) << "what was found is kept";
+  EXPECT_THAT(process.read_all_errors(), HasSubstr("interrupted after 1 of 11 steps"));
+  EXPECT_EQ(nlohmann::json::parse(content_of(file("s.json")))["steps"].size(), 1U) << "what was found is kept";
 }
 
 TEST_F(SurveyOf, TriesToSetThePowerBackWhenTheReaderIsGone) {
@@ -65,15 +65,15 @@ TEST_F(SurveyOf, TriesToSetThePowerBackWhenTheReaderIsGone) {
   }
   reader.faults().set("silence", 1);
   EXPECT_EQ(process.wait(), 4);
-  EXPECT_GE(nlohmann::json::parse(contentOf(file("s.json")))["steps"].size(), 1U) << "what was found is kept";
-  EXPECT_THAT(process.readAllErrors(), HasSubstr("`uhfctl power set 2600` does it"));
+  EXPECT_GE(nlohmann::json::parse(content_of(file("s.json")))["steps"].size(), 1U) << "what was found is kept";
+  EXPECT_THAT(process.read_all_errors(), HasSubstr("`uhfctl power set 2600` does it"));
 }
 
 TEST_F(SurveyOf, ATagThatIsNotThereGetsNoRecommendation) {
   const auto out =
       uhfctl({"survey", "--power", "2000:2000:1", "--seconds", "0.1", "--tag", "AAAA", "--out", file("s.html")}).out;
   EXPECT_THAT(out, HasSubstr("No recommendation: AAAA was not read"));
-  EXPECT_THAT(contentOf(file("s.html")), HasSubstr("No recommendation"));
+  EXPECT_THAT(content_of(file("s.html")), HasSubstr("No recommendation"));
 }
 
 TEST_F(SurveyOf, AReportThatCannotBeWrittenIsSaidBeforeItBegins) {
@@ -84,16 +84,16 @@ TEST_F(SurveyOf, AReportThatCannotBeWrittenIsSaidBeforeItBegins) {
 }
 
 TEST(ParsePowers, TakesFromToAndStep) {
-  EXPECT_THAT(parsePowers("1000:1400:200"), ElementsAre(1000, 1200, 1400));
-  EXPECT_THAT(parsePowers("1000:1399:200"), ElementsAre(1000, 1200));
+  EXPECT_THAT(parse_powers("1000:1400:200"), ElementsAre(1000, 1200, 1400));
+  EXPECT_THAT(parse_powers("1000:1399:200"), ElementsAre(1000, 1200));
   for (const char* wrong : {"", "1000", "1000:2000", "2000:1000:100", "1000:2000:0", "1000:70000:100", "1:2:3:4",
                             "a:b:c", "-1:2:1", "1:2:3x"}) {
-    EXPECT_THROW(parsePowers(wrong), std::runtime_error) << wrong;
+    EXPECT_THROW(parse_powers(wrong), std::runtime_error) << wrong;
   }
 }
 
 // A survey with so many readings of one tag at each power, in one second.
-Survey surveyOf(const std::vector<std::pair<int, int>>& readings) {
+Survey survey_of(const std::vector<std::pair<int, int>>& readings) {
   Survey survey{.port = "/dev/<p>", .time = "now", .steps = {}};
   for (const auto& [power, times] : readings) {
     SurveyStep step{.power = power, .seconds = 1, .polls = 100, .tags = Tags()};
@@ -108,18 +108,18 @@ Survey surveyOf(const std::vector<std::pair<int, int>>& readings) {
 }
 
 TEST(RecommendedPower, IsOfPollsAndNotOfTime) {
-  auto survey = surveyOf({{1000, 100}, {2000, 100}});
+  auto survey = survey_of({{1000, 100}, {2000, 100}});
   survey.steps[1].seconds = 0.1;  // as when other tags have come to share the line at the first
-  EXPECT_EQ(recommendedPower(survey, "ABCD"), 1000);
+  EXPECT_EQ(recommended_power(survey, "ABCD"), 1000);
 }
 
 TEST(RecommendedPower, IsTheLeastAtNineTenthsOfTheBest) {
-  EXPECT_EQ(recommendedPower(surveyOf({{1000, 0}, {1500, 89}, {2000, 90}, {2500, 100}}), "ABCD"), 2000);
-  EXPECT_EQ(recommendedPower(surveyOf({{1000, 0}, {1500, 0}}), "ABCD"), std::nullopt);
+  EXPECT_EQ(recommended_power(survey_of({{1000, 0}, {1500, 89}, {2000, 90}, {2500, 100}}), "ABCD"), 2000);
+  EXPECT_EQ(recommended_power(survey_of({{1000, 0}, {1500, 0}}), "ABCD"), std::nullopt);
 }
 
 TEST(Report, EscapesWhatItNames) {
-  const auto html = reportOf(surveyOf({{1000, 5}}), "ABCD");
+  const auto html = report_of(survey_of({{1000, 5}}), "ABCD");
   EXPECT_THAT(html, HasSubstr("/dev/&lt;p&gt;"));
   EXPECT_THAT(html, Not(HasSubstr("<p>\"")));
   EXPECT_THAT(html, Not(HasSubstr("src="))) << "needs nothing but itself";
