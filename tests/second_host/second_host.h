@@ -1,5 +1,5 @@
-// A second host: the whole interface, defined by recording fakes. The plug-in's own tests run against it, and it proves
-// that uhf.so runs in a host that is not the reference host.
+// A second host: the example of a host with recording fakes around it. The plug-in's own tests run against it, and it
+// proves that uhf.so runs in a host that is not the reference host.
 #pragma once
 
 #include <chrono>
@@ -15,15 +15,14 @@
 #include <variant>
 #include <vector>
 
-#include "ac/message.h"
-#include "ac/message_enqueuer.h"
-#include "ac/message_listener.h"
-#include "ac/plugin.h"
+#include "message.h"
 
 namespace second_host {
 
-using Value = std::variant<int, std::int64_t, std::string>;
-using Fields = std::vector<std::pair<std::string, Value>>;  // in the order added
+using example::deliver;
+using example::Fields;
+using example::Listeners;
+using example::Value;
 
 // What the host's clock shows, as text.
 inline constexpr const char* kNow = "2026-11-20 21:30:00.123";
@@ -47,15 +46,6 @@ struct AuditRecord {
   std::string time;
   int type;
   std::string details;
-};
-
-using Listeners = std::vector<ac::MessageListener>;
-
-// What the plug-in told an ac::Plugin.
-struct PluginRecord {
-  std::string name;
-  int (*run)() = nullptr;
-  Listeners interested;
 };
 
 // All that the plug-in does to its host, and what the host is to answer. Thread-safe: mutex_ guards every member.
@@ -124,7 +114,8 @@ class Host {
 
 Host& host();
 
-const PluginRecord& record_of(const ac::Plugin& plugin);
+// What the plug-in told an ac::Plugin.
+const ac::Plugin::Impl& record_of(const ac::Plugin& plugin);
 const Listeners& listeners_of(const ac::MessageEnqueuer& queue);
 
 // A message as a sender makes it.
@@ -132,10 +123,5 @@ std::unique_ptr<ac::Message> make_message(const std::string& type, const Fields&
 
 // Whether a handler has called set_handled().
 bool is_handled(const ac::Message& message);
-
-// Calls the listeners of the message's type on this thread, then moves the message into the queue that a handler has
-// transferred it to, whose thread goes on with it. What a handler throws leaves it; from a queue's handler it is
-// recorded as the call "failed TYPE: TEXT".
-void deliver(const Listeners& listeners, std::unique_ptr<ac::Message> message);
 
 }  // namespace second_host
