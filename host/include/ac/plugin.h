@@ -9,7 +9,8 @@
 
 namespace ac {
 
-// Made by the host, one for each plug-in, and passed to the plug-in's init(); used during init() only, on its thread.
+// Made by the host, one for each plug-in, and passed to the plug-in's init(); used during init() only, on its thread,
+// so that nothing here takes a lock. None of it fails but for lack of memory.
 class Plugin {
  public:
   struct Impl;
@@ -19,10 +20,11 @@ class Plugin {
   Plugin(const Plugin&) = delete;
   Plugin& operator=(const Plugin&) = delete;
 
-  // The plug-in's name.
+  // The plug-in's name, for logs and for people.
   void set_name(const std::string& name);
 
-  // The plug-in's main function, which the host calls once init() has returned true, on a thread of the host's.
+  // The plug-in's main function, which the host calls once init() has returned true, on a thread of
+  // the host's. One that returns or throws has ended: the host ends the process with a reason.
   void set_run(int (*run)());
 
   // Subscribe handlers, which the host calls on its own delivery thread when a message of their type arrives. The

@@ -3,6 +3,7 @@
 
 namespace ac_dal {
 
+// Used by one thread at a time.
 class ac_dao {
  public:
   ac_dao();

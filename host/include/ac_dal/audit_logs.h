@@ -26,7 +26,8 @@ class audit_logs : public ac_dao {
   // What happened, for a person to read.
   void details(std::string value);
 
-  // Append the record to the audit log.
+  // Append the record to the audit log; it is on the disk when the call returns. Throws a std::exception when it cannot
+  // be, with nothing appended. It may wait for the disk.
   void create() override;
 
  private:
