@@ -2,6 +2,7 @@
 #include <sys/stat.h>
 
 #include <CLI/CLI.hpp>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <exception>
@@ -12,6 +13,7 @@
 #include "door/cli/config_command.h"
 #include "door/run/run_command.h"
 #include "refhost/loader.h"
+#include "refhost/log.h"
 #include "refhost/log_entry.h"
 #include "refhost/settings_schema.h"
 #include "version.h"
@@ -169,11 +171,9 @@ int run_command_line(int argc, char** argv) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
-  // All that this program makes is for its user alone, from the first byte.
-  umask(077);
-  // Output that nobody reads any more shows as an error of its write.
-  std::signal(SIGPIPE, SIG_IGN);
+namespace {
+
+int run_and_explain(int argc, char** argv) {
   try {
     return run_command_line(argc, argv);
   } catch (const achost::Failure& failure) {
@@ -185,4 +185,16 @@ int main(int argc, char** argv) {
   } catch (const std::exception& failure) {
     return complain(achost::kFailed, failure.what());
   }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  // All that this program makes is for its user alone, from the first byte.
+  umask(077);
+  // Output that nobody reads any more shows as an error of its write.
+  std::signal(SIGPIPE, SIG_IGN);
+  const int status = run_and_explain(argc, argv);
+  refhost::log::drain(std::chrono::seconds(1));
+  return status;
 }

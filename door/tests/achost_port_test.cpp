@@ -88,7 +88,7 @@ TEST_F(AchostRun, PortThatAnotherProcessHasOpenIsRefusedWithItsPidAndName) {
   const Holder holder(line.path());
   expect_refused(run("good", {"--port", line.path()}), 5,
                  "the port " + line.path() + " is in use by process " + std::to_string(holder.pid()) +
-                     " (refhost_achost_): end it, or use another port");
+                     " (door_achost_tes): end it, or use another port");
 }
 
 TEST_F(AchostRun, ReaderAtTheOtherEndMayKeepThisEndOpenToo) {

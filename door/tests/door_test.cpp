@@ -4,6 +4,7 @@
 
 #include "ac/config_util.h"
 #include "door/tests/service_fixture.h"
+#include "refhost/tests/captured_log.h"
 
 namespace achost::test {
 namespace {
@@ -58,22 +59,22 @@ TEST_F(Door, ClosesTheRelayThatItOpened) {
 
 TEST_F(Door, ARelayThatIsTakenIsNotTouched) {
   ac::config_util::relay_enabled(2, false);
-  testing::internal::CaptureStderr();
+  refhost::test::capture_log();
   request();
   request(kIdentification, 2);  // its line in the log tells that the first has been handled
   door.reset();                 // delivers what waits
-  const std::string log = testing::internal::GetCapturedStderr();
+  const std::string log = refhost::test::captured_log();
   EXPECT_NE(log.find("relay 2 shows the tag detector"), std::string::npos) << log;
 }
 
 TEST_F(Door, ARequestThatIsNoneIsLogged) {
-  testing::internal::CaptureStderr();
+  refhost::test::capture_log();
   request(kIdentification, 2);
   refhost::send("actuator_open_door", {{"id", 1}});
   refhost::send("actuator_open_door", {{"reason", 1}});
   request();
   EXPECT_EQ(seen(1).front(), "gpio_set_value gpio=18 value=1") << "nothing came of the others";
-  const std::string log = testing::internal::GetCapturedStderr();
+  const std::string log = refhost::test::captured_log();
   EXPECT_NE(log.find("there is no door 2: there is door 1"), std::string::npos) << log;
   EXPECT_NE(log.find("without an int \"id\" or \"reason\""), std::string::npos) << log;
 }

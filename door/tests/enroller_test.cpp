@@ -3,6 +3,7 @@
 #include <SQLiteCpp/SQLiteCpp.h>
 
 #include "door/tests/service_fixture.h"
+#include "refhost/tests/captured_log.h"
 
 namespace achost::test {
 namespace {
@@ -91,14 +92,14 @@ TEST_F(Enroller, ASecondOneIsRefusedAndTheFirstGoesOn) {
 }
 
 TEST_F(Enroller, AnOrderThatIsNoneIsRefused) {
-  testing::internal::CaptureStderr();
+  refhost::test::capture_log();
   order(0);
   order(-3);
   refhost::send("enroll_card", {{"state", 1}, {"user_id", 7}});  // an int is no int64
   refhost::send("enroll_card", {{"user_id", std::int64_t{7}}});
   order(7, 0, std::string(257, 'x'));
   EXPECT_EQ(seen(5), Texts(5, "enroller_error error=0"));
-  const std::string log = testing::internal::GetCapturedStderr();
+  const std::string log = refhost::test::captured_log();
   EXPECT_NE(log.find("without an int64 \"user_id\" of 1 or more"), std::string::npos) << log;
   EXPECT_NE(log.find("a registration of 257 bytes: at most 256 are taken"), std::string::npos) << log;
   order(7, 0, std::string(256, 'x'));
@@ -108,11 +109,11 @@ TEST_F(Enroller, AnOrderThatIsNoneIsRefused) {
 
 TEST_F(Enroller, ACardThatCannotBeStoredIsAnError) {
   SQLite::Database(directory() / "users.db", SQLite::OPEN_READWRITE).exec("DROP TABLE cards");
-  testing::internal::CaptureStderr();
+  refhost::test::capture_log();
   order(7);
   present(33);
   EXPECT_EQ(seen(1), Texts({"enroller_error error=0"}));
-  EXPECT_NE(testing::internal::GetCapturedStderr().find("the card is not stored"), std::string::npos);
+  EXPECT_NE(refhost::test::captured_log().find("the card is not stored"), std::string::npos);
 }
 
 }  // namespace

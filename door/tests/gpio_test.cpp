@@ -9,6 +9,7 @@
 
 #include "ac/post_office.h"
 #include "refhost/subscriber.h"
+#include "refhost/tests/captured_log.h"
 #include "refhost/tests/support.h"
 
 namespace achost::test {
@@ -79,25 +80,25 @@ TEST_F(Gpio, NotifiesOnAChangeOnly) {
 }
 
 TEST_F(Gpio, LineOutOfRangeIsLoggedAndNotAnswered) {
-  testing::internal::CaptureStderr();
+  capture_log();
   EXPECT_EQ(state_of(256), std::nullopt);
   EXPECT_EQ(state_of(-1), std::nullopt);
   set(256, 1);
   EXPECT_EQ(state_of(0), 0);
-  const std::string log = testing::internal::GetCapturedStderr();
+  const std::string log = captured_log();
   EXPECT_NE(log.find("\"gpio_current_state\" of line 256: there are lines 0 to 255"), std::string::npos) << log;
   EXPECT_NE(log.find("\"gpio_current_state\" of line -1"), std::string::npos) << log;
   EXPECT_NE(log.find("\"gpio_set_value\" of line 256"), std::string::npos) << log;
 }
 
 TEST_F(Gpio, MessageWithoutItsFieldsIsLoggedAndChangesNothing) {
-  testing::internal::CaptureStderr();
+  capture_log();
   EXPECT_EQ(answer_to(message("gpio_current_state")), std::nullopt);
   auto order = message("gpio_set_value");
   order->add_int("gpio", 3);
   ac::PostOffice::send_message(std::move(order));
   EXPECT_EQ(state_of(3), 0);
-  const std::string log = testing::internal::GetCapturedStderr();
+  const std::string log = captured_log();
   EXPECT_NE(log.find("\"gpio_current_state\" without an int \"gpio\""), std::string::npos) << log;
   EXPECT_NE(log.find("\"gpio_set_value\" without an int \"value\""), std::string::npos) << log;
 }

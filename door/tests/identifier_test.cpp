@@ -3,6 +3,7 @@
 #include <SQLiteCpp/SQLiteCpp.h>
 
 #include "door/tests/service_fixture.h"
+#include "refhost/tests/captured_log.h"
 
 namespace achost::test {
 namespace {
@@ -62,20 +63,20 @@ TEST_F(Identifier, EachSuppressionNeedsItsOwnRelease) {
 
 TEST_F(Identifier, UsersThatCannotBeReadOpenNothing) {
   SQLite::Database(directory() / "users.db", SQLite::OPEN_READWRITE).exec("DROP TABLE cards");
-  testing::internal::CaptureStderr();
+  refhost::test::capture_log();
   present(-1);
   EXPECT_EQ(seen(1), Texts({"identifier_decision value=-1 device_id=1 uuid=u outcome=failed"}));
-  const std::string log = testing::internal::GetCapturedStderr();
+  const std::string log = refhost::test::captured_log();
   EXPECT_NE(log.find("the door stays shut"), std::string::npos) << log;
   EXPECT_NE(log.find("users.db"), std::string::npos) << log;
 }
 
 TEST_F(Identifier, AMessageWithoutItsCardIsLogged) {
-  testing::internal::CaptureStderr();
+  refhost::test::capture_log();
   refhost::send("identifier_new_card", {{"uuid", "u"}});
   present(33);
   EXPECT_EQ(seen(1).front(), "identifier_decision value=33 device_id=1 uuid=u outcome=unknown");
-  EXPECT_NE(testing::internal::GetCapturedStderr().find("without an int64 \"value\""), std::string::npos);
+  EXPECT_NE(refhost::test::captured_log().find("without an int64 \"value\""), std::string::npos);
 }
 
 }  // namespace

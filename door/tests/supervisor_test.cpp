@@ -11,6 +11,7 @@
 #include <optional>
 #include <string>
 
+#include "refhost/tests/captured_log.h"
 #include "refhost/tests/support.h"
 
 namespace achost {
@@ -73,9 +74,9 @@ TEST(Supervisor, WithoutOneNothingIsTold) {
 TEST(Supervisor, OneThatCannotBeReachedIsLogged) {
   for (const std::string& path : {std::string("/nowhere/notify"), std::string(200, 'x')}) {
     setenv("NOTIFY_SOCKET", path.c_str(), 1);
-    testing::internal::CaptureStderr();
+    refhost::test::capture_log();
     EXPECT_NO_THROW(Supervisor().tell("READY=1"));
-    EXPECT_NE(testing::internal::GetCapturedStderr().find("supervisor"), std::string::npos) << path;
+    EXPECT_NE(refhost::test::captured_log().find("supervisor"), std::string::npos) << path;
     unsetenv("NOTIFY_SOCKET");
   }
 }

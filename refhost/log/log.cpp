@@ -1,13 +1,16 @@
 #include "refhost/log.h"
 
 #include <spdlog/logger.h>
-#include <spdlog/sinks/stdout_sinks.h>
+#include <spdlog/sinks/base_sink.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <memory>
+#include <mutex>
 #include <string_view>
 
 #include "ac/vexlog.h"
+#include "refhost/line_writer.h"
 #include "refhost/log_entry.h"
 
 namespace refhost::log {
@@ -22,8 +25,26 @@ spdlog::level::level_enum spdlog_level(Level level) {
   return kLevels[static_cast<std::size_t>(level)];
 }
 
+std::string gap_line(std::uint64_t lost) { return "log: " + std::to_string(lost) + " lines lost: nobody took them\n"; }
+
+// Never destroyed, as the logger.
+LineWriter& writer() {
+  static auto& instance = *new LineWriter(STDERR_FILENO, "log", {.gap = gap_line});
+  return instance;
+}
+
+// A log that nobody reads must not stop a thread that opens a door.
+class Sink : public spdlog::sinks::base_sink<std::mutex> {
+  void sink_it_(const spdlog::details::log_msg& entry) override {
+    spdlog::memory_buf_t line;
+    formatter_->format(entry, line);
+    writer().put({line.data(), line.size()});
+  }
+  void flush_() override {}
+};
+
 std::shared_ptr<spdlog::logger> make_logger() {
-  auto logger = std::make_shared<spdlog::logger>("achost", std::make_shared<spdlog::sinks::stderr_sink_mt>());
+  auto logger = std::make_shared<spdlog::logger>("achost", std::make_shared<Sink>());
   logger->set_pattern("%Y-%m-%d %H:%M:%S.%e %-7l %v");
   logger->set_level(spdlog::level::warn);
   return logger;
@@ -35,6 +56,7 @@ spdlog::logger& logger() {
   return *instance;
 }
 
+// spdlog swallows what goes wrong in it.
 void write(Level level, std::string_view text, std::string_view source, std::string_view function, int line) {
   logger().log(spdlog_level(level), "[{}] {}:{}:{}: {}", escape(thread_name()), source, function, line, text);
 }
@@ -48,6 +70,10 @@ void write_own(Level level, const std::string& text, std::string_view file, cons
 }  // namespace
 
 void set_threshold(Level level) { logger().set_level(spdlog_level(level)); }
+
+bool drain(std::chrono::milliseconds longest) { return writer().drain(longest); }
+
+std::uint64_t lines_lost() { return writer().lost(); }
 
 void show_cards(bool show) { cards_are_shown = show; }
 

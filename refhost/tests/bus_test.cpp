@@ -11,6 +11,7 @@
 #include "refhost/answer.h"
 #include "refhost/bus_counters.h"
 #include "refhost/subscriber.h"
+#include "refhost/tests/captured_log.h"
 #include "refhost/tests/support.h"
 
 namespace refhost::test {
@@ -97,7 +98,7 @@ TEST(Bus, ListenersOfOneTypeAreCalledInTheirOrder) {
 TEST(Bus, ThrowingHandlerIsLoggedAndCountedAndTheThreadGoesOn) {
   const auto before = bus_counters();
   Event delivered;
-  testing::internal::CaptureStderr();
+  capture_log();
   {
     const Subscriber subscriber("thrower", {on("bus.throw", [](ac::Message*) { throw std::runtime_error("broken"); }),
                                             on("bus.throw_int", [](ac::Message*) { throw 1; }),
@@ -107,7 +108,7 @@ TEST(Bus, ThrowingHandlerIsLoggedAndCountedAndTheThreadGoesOn) {
     ac::PostOffice::send_message(message("bus.after"));
     EXPECT_TRUE(delivered.wait());
   }
-  const std::string log = testing::internal::GetCapturedStderr();
+  const std::string log = captured_log();
   EXPECT_NE(log.find("thrower: handler of \"bus.throw\" failed: broken"), std::string::npos) << log;
   EXPECT_NE(log.find("thrower: handler of \"bus.throw_int\" failed: unknown exception"), std::string::npos) << log;
   EXPECT_EQ(bus_counters().failures - before.failures, 2U);
@@ -125,7 +126,7 @@ TEST(Bus, FullQueueDropsTheNewestCountsItAndLogsOnceABurst) {
   Event started;
   Event release;
   std::vector<int> seen;  // by the delivery thread only, until it has ended
-  testing::internal::CaptureStderr();
+  capture_log();
   {
     const Subscriber subscriber("small",
                                 {on("bus.bound",
@@ -144,7 +145,7 @@ TEST(Bus, FullQueueDropsTheNewestCountsItAndLogsOnceABurst) {
     }
     release.set();
   }
-  const std::string log = testing::internal::GetCapturedStderr();
+  const std::string log = captured_log();
   EXPECT_EQ(seen, std::vector<int>({0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10}));
   EXPECT_EQ(bus_counters().dropped - before.dropped, 3U);
   EXPECT_EQ(bus_counters().delivered - before.delivered, 11U);
@@ -157,7 +158,7 @@ TEST(Bus, EndOfABurstOfDropsIsLoggedWithItsNumber) {
   Event started;
   Event release;
   Recorder<int> seen;
-  testing::internal::CaptureStderr();
+  capture_log();
   {
     const Subscriber subscriber("tiny",
                                 {on("bus.burst",
@@ -179,7 +180,7 @@ TEST(Bus, EndOfABurstOfDropsIsLoggedWithItsNumber) {
     ac::PostOffice::send_message(numbered("bus.burst", 4));
     EXPECT_EQ(seen.wait_for(3), std::vector<int>({0, 1, 4}));
   }
-  const std::string log = testing::internal::GetCapturedStderr();
+  const std::string log = captured_log();
   EXPECT_NE(log.find("tiny: queue takes messages again, 2 dropped"), std::string::npos) << log;
 }
 
@@ -199,7 +200,7 @@ TEST(Bus, SubscriberThatLeavesDeliversWhatWaitsAndNothingAfter) {
 }
 
 TEST(Bus, SendersAndSubscribersComeAndGoAtTheSameTime) {
-  testing::internal::CaptureStderr();  // the sender outruns them: full queues are logged
+  capture_log();  // the sender outruns them: full queues are logged
   std::atomic<bool> stop{false};
   std::jthread sender([&] {
     while (!stop) {
@@ -213,7 +214,7 @@ TEST(Bus, SendersAndSubscribersComeAndGoAtTheSameTime) {
   }
   stop = true;
   sender.join();
-  testing::internal::GetCapturedStderr();
+  captured_log();
 }
 
 TEST(Bus, AnswerCallsTheCallbackOfAMessageSentWithoutWaiting) {

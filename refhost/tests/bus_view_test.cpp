@@ -9,6 +9,7 @@
 #include "refhost/bus_counters.h"
 #include "refhost/send.h"
 #include "refhost/subscriber.h"
+#include "refhost/tests/captured_log.h"
 #include "refhost/tests/support.h"
 
 namespace refhost::test {
@@ -71,7 +72,7 @@ TEST(QueueStates, ShowEveryQueueAsItStands) {
                             })},
                         2);
   const ac::MessageEnqueuer enqueuer;
-  testing::internal::CaptureStderr();
+  capture_log();
   send("work");
   begun.wait();
   for (int i = 0; i < 5; ++i) {
@@ -85,7 +86,7 @@ TEST(QueueStates, ShowEveryQueueAsItStands) {
   EXPECT_EQ(found->bound, 2U);
   EXPECT_EQ(found->dropped, 3U);
   EXPECT_NE(std::ranges::find(states, "queue of a plug-in", &QueueState::name), states.end());
-  testing::internal::GetCapturedStderr();
+  captured_log();
 }
 
 }  // namespace

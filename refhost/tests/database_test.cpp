@@ -5,6 +5,7 @@
 #include <sqlite3.h>
 
 #include "ac/exception.h"
+#include "refhost/tests/captured_log.h"
 #include "refhost/tests/support.h"
 
 namespace refhost::test {
@@ -53,10 +54,10 @@ class DatabaseFile : public testing::Test {
 
   // What opening the file for writing logs.
   std::string log_of_opening() const {
-    testing::internal::CaptureStderr();
+    capture_log();
     auto database = open_database(file, kKind);
     EXPECT_EQ(rows(database), 0) << "a new one";
-    return testing::internal::GetCapturedStderr();
+    return captured_log();
   }
 
  private:

@@ -11,6 +11,7 @@
 #include "ac/post_office.h"
 #include "refhost/bus_counters.h"
 #include "refhost/subscriber.h"
+#include "refhost/tests/captured_log.h"
 #include "refhost/tests/support.h"
 
 namespace refhost::test {
@@ -144,9 +145,9 @@ TEST(MessageEnqueuer, ThrowingHandlerIsLoggedAndCountedAndTheQueueGoesOn) {
     ac::PostOffice::send_message(message("queue.throw"));
     ac::PostOffice::send_message(message("queue.throw"));
   }
-  testing::internal::CaptureStderr();
+  capture_log();
   process(queue, 100, 1);
-  EXPECT_NE(testing::internal::GetCapturedStderr().find("queue broken"), std::string::npos);
+  EXPECT_NE(captured_log().find("queue broken"), std::string::npos);
   EXPECT_EQ(handled, 2);
   EXPECT_EQ(bus_counters().failures - before.failures, 2U);
 }

@@ -1,4 +1,6 @@
 #include "refhost/log.h"
+#include "refhost/tests/captured_log.h"
+#include "refhost/tests/support.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -23,9 +25,9 @@ class Log : public testing::Test {
 
   // What a debug line looks like on standard error.
   static std::string line(const std::string& text) {
-    testing::internal::CaptureStderr();
+    capture_log();
     ac::vexlog::debug(text, "uhf/src/source/uhf", "setRegion", 7);
-    return testing::internal::GetCapturedStderr();
+    return captured_log();
   }
 };
 
@@ -56,11 +58,11 @@ TEST_F(Log, EntriesBelowTheThresholdAreLeftOut) {
 }
 
 TEST_F(Log, OwnEntriesNameTheirPlace) {
-  testing::internal::CaptureStderr();
+  capture_log();
   log::info("left out");
   log::warning("look");
   log::error("out");
-  const std::string written = testing::internal::GetCapturedStderr();
+  const std::string written = captured_log();
   EXPECT_EQ(written.find("left out"), std::string::npos);
   EXPECT_THAT(written, testing::ContainsRegex("warning \\[.+\\] log_test\\.cpp:TestBody:[0-9]+: look\n"));
   EXPECT_THAT(written, testing::ContainsRegex("error   \\[.+\\] log_test\\.cpp:TestBody:[0-9]+: out\n"));

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "refhost/subscriber.h"
+#include "refhost/tests/captured_log.h"
 #include "refhost/tests/support.h"
 
 namespace refhost::test {
@@ -175,9 +176,9 @@ TEST_F(Store, StoredValueThatIsNotAllowedIsLoggedAndCountsAsTheDefault) {
       .exec(
           "INSERT INTO settings VALUES('uhf', 'transmit_power', 'lots'), ('uhf', 'gone', '1'), "
           "('uhf', 'region', 'KOREA')");
-  testing::internal::CaptureStderr();
+  capture_log();
   const SettingsStore store(state(), Access::read_write);
-  const std::string log = testing::internal::GetCapturedStderr();
+  const std::string log = captured_log();
   EXPECT_EQ(store.get("uhf", "transmit_power"), "2600");
   EXPECT_EQ(store.get("uhf", "region"), "KOREA");
   EXPECT_NE(log.find("setting transmit_power cannot be \"lots\""), std::string::npos) << log;
@@ -218,9 +219,9 @@ TEST_F(Store, FileThatIsNoDatabaseIsRefusedToReadAndKeptAsideToWrite) {
               SettingsStore(state(), Access::read_only);
             }).find("restore a copy of it, or move it away to begin with the defaults"),
             std::string::npos);
-  testing::internal::CaptureStderr();
+  capture_log();
   SettingsStore store(state(), Access::read_write);
-  EXPECT_NE(testing::internal::GetCapturedStderr().find("it is kept as "), std::string::npos);
+  EXPECT_NE(captured_log().find("it is kept as "), std::string::npos);
   EXPECT_EQ(store.get("uhf", "region"), "BRAZIL");
 }
 

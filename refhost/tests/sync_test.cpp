@@ -13,6 +13,7 @@
 #include "refhost/bus_counters.h"
 #include "refhost/post_office.h"
 #include "refhost/subscriber.h"
+#include "refhost/tests/captured_log.h"
 #include "refhost/tests/support.h"
 
 namespace refhost::test {
@@ -72,9 +73,9 @@ TEST_F(Sync, EndsWhenEveryRecipientHasHandledItWithoutAnswering) {
   forbid_waiting();
   const Subscriber first("first", {on("sync.silent", [](ac::Message*) {})});
   const Subscriber second("second", {on("sync.silent", [](ac::Message*) { throw std::runtime_error("broken"); })});
-  testing::internal::CaptureStderr();
+  capture_log();
   EXPECT_EQ(ask("sync.silent"), std::nullopt);
-  EXPECT_NE(testing::internal::GetCapturedStderr().find("broken"), std::string::npos);
+  EXPECT_NE(captured_log().find("broken"), std::string::npos);
 }
 
 TEST_F(Sync, OneAnswerAmongSeveralRecipientsIsEnough) {
@@ -157,7 +158,7 @@ TEST_F(Sync, FailureOfAnInlineHandlerStaysInIt) {
   forbid_waiting();
   const auto before = bus_counters();
   Recorder<std::optional<int>> answers;
-  testing::internal::CaptureStderr();
+  capture_log();
   {
     const Subscriber subscriber(
         "s", {on("sync.ownfail.start", [&](ac::Message*) { answers.add(ask("sync.ownfail.question")); }),
@@ -165,7 +166,7 @@ TEST_F(Sync, FailureOfAnInlineHandlerStaysInIt) {
     ac::PostOffice::send_message(message("sync.ownfail.start"));
     EXPECT_EQ(answers.wait_for(1), std::vector<std::optional<int>>({std::nullopt}));
   }
-  EXPECT_NE(testing::internal::GetCapturedStderr().find("inline broken"), std::string::npos);
+  EXPECT_NE(captured_log().find("inline broken"), std::string::npos);
   EXPECT_EQ(bus_counters().failures - before.failures, 1U);
 }
 
@@ -183,7 +184,7 @@ TEST_F(Sync, MessageDroppedAtAFullQueueEndsTheWait) {
   forbid_waiting();
   Event started;
   Event release;
-  testing::internal::CaptureStderr();
+  capture_log();
   {
     const Subscriber subscriber("s",
                                 {on("sync.full",
@@ -198,7 +199,7 @@ TEST_F(Sync, MessageDroppedAtAFullQueueEndsTheWait) {
     EXPECT_EQ(ask("sync.full"), std::nullopt);
     release.set();
   }
-  EXPECT_NE(testing::internal::GetCapturedStderr().find("queue full"), std::string::npos);
+  EXPECT_NE(captured_log().find("queue full"), std::string::npos);
 }
 
 TEST_F(Sync, ManyAskersGetTheirOwnAnswers) {
