@@ -14,7 +14,9 @@ struct Answer::Impl {
 };
 
 Answer::Answer(const ac::Message& message) : impl_(std::make_unique<Impl>()) {
-  impl_->right_to_answer = ac::Message::Impl::of(message).right_to_answer;
+  if (const auto& rare = ac::Message::Impl::of(message).existing_rare; rare != nullptr) {
+    impl_->right_to_answer = rare->right_to_answer;
+  }
 }
 
 Answer::~Answer() = default;

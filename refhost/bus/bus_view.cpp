@@ -15,7 +15,7 @@ bool flush_bus(std::chrono::milliseconds timeout) {
   const auto deadline = std::chrono::steady_clock::now() + timeout;
   Routes::instance().post_to_all([right = ReplySlot::right_to_answer(slot)] {
     auto message = std::make_unique<ac::Message>(kFlushType);
-    ac::Message::Impl::of(*message).right_to_answer = right;
+    ac::Message::Impl::of(*message).rare().right_to_answer = right;
     return message;
   });
   slot->wait(timeout);

@@ -1,5 +1,6 @@
 #include "bus/handler_table.h"
 
+#include <algorithm>
 #include <exception>
 #include <span>
 #include <utility>
@@ -31,12 +32,17 @@ void call(const std::function<void(ac::Message*)>& handler, ac::Message* message
 
 void HandlerTable::add(const ac::MessageListener* listeners, std::size_t count) {
   for (const ac::MessageListener& listener : std::span(listeners, count)) {
-    handlers_[listener.type].push_back(listener.handler);
+    MessageType* const type = &MessageType::of(listener.type);
+    auto place = std::ranges::find(handlers_, type, &Entry::first);
+    if (place == handlers_.end()) {
+      place = handlers_.insert(place, {type, {}});
+    }
+    place->second.push_back(listener.handler);
   }
 }
 
 void HandlerTable::deliver(std::unique_ptr<ac::Message> message, const std::string& recipient) const {
-  const auto found = handlers_.find(message->type());
+  const auto found = std::ranges::find(handlers_, ac::Message::Impl::of(*message).type, &Entry::first);
   if (found == handlers_.end()) {
     if (message->type() != kFlushType) {
       count(running_counters.undelivered);
@@ -47,13 +53,14 @@ void HandlerTable::deliver(std::unique_ptr<ac::Message> message, const std::stri
     call(handler, message.get(), recipient);
   }
   count(running_counters.delivered);
-  if (auto* queue = std::exchange(ac::Message::Impl::of(*message).next_queue, nullptr); queue != nullptr) {
+  const auto& rare = ac::Message::Impl::of(*message).existing_rare;
+  if (auto* queue = rare == nullptr ? nullptr : std::exchange(rare->next_queue, nullptr); queue != nullptr) {
     ac::MessageEnqueuer::Impl::of(*queue).inbox.put(std::move(message));
   }
 }
 
-std::vector<std::string> HandlerTable::types() const {
-  std::vector<std::string> result;
+std::vector<MessageType*> HandlerTable::types() const {
+  std::vector<MessageType*> result;
   for (const auto& [type, handlers] : handlers_) {
     result.push_back(type);
   }

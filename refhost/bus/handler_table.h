@@ -5,11 +5,12 @@
 #include <functional>
 #include <memory>
 #include <string>
-#include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "ac/message.h"
 #include "ac/message_listener.h"
+#include "bus/message_type.h"
 
 namespace refhost {
 
@@ -28,11 +29,12 @@ class HandlerTable {
   void deliver(std::unique_ptr<ac::Message> message, const std::string& recipient) const;
 
   // Each type that has a handler.
-  std::vector<std::string> types() const;
+  std::vector<MessageType*> types() const;
 
  private:
   using Handler = std::function<void(ac::Message*)>;
-  std::unordered_map<std::string, std::vector<Handler>> handlers_;
+  using Entry = std::pair<MessageType*, std::vector<Handler>>;
+  std::vector<Entry> handlers_;  // so few that to look at each is the quickest search
 };
 
 }  // namespace refhost

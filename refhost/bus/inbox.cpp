@@ -1,7 +1,6 @@
 #include "bus/inbox.h"
 
 #include <utility>
-#include <vector>
 
 #include "bus/counters.h"
 #include "refhost/log.h"
@@ -9,6 +8,9 @@
 namespace refhost {
 
 namespace {
+
+// Messages whose room stays after a burst.
+constexpr std::size_t kRoomKept = 1024;
 
 // Every queue of the process, for those who look at it.
 struct Queues {
@@ -74,21 +76,28 @@ void Inbox::put(std::unique_ptr<ac::Message> message) {
   }
 }
 
-bool Inbox::take_all(Messages& messages) {
-  std::unique_lock lock(mutex_);
-  filled_.wait(lock, [this] { return !waiting_.empty() || closed_; });
-  messages.swap(waiting_);
-  return !messages.empty();
-}
-
-std::unique_ptr<ac::Message> Inbox::take_one(std::chrono::steady_clock::time_point deadline) {
-  std::unique_lock lock(mutex_);
-  if (!filled_.wait_until(lock, deadline, [this] { return !waiting_.empty(); })) {
+std::unique_ptr<ac::Message> Inbox::take(std::optional<std::chrono::steady_clock::time_point> deadline) {
+  if (next_ == taken_.size() && !take_all(deadline)) {
     return nullptr;
   }
-  auto message = std::move(waiting_.front());
-  waiting_.pop_front();
-  return message;
+  return std::move(taken_[next_++]);
+}
+
+bool Inbox::take_all(std::optional<std::chrono::steady_clock::time_point> deadline) {
+  taken_.clear();
+  next_ = 0;
+  if (taken_.capacity() > kRoomKept) {
+    taken_ = Messages();
+  }
+  std::unique_lock lock(mutex_);
+  const auto filled = [this] { return !waiting_.empty() || closed_; };
+  if (deadline.has_value()) {
+    filled_.wait_until(lock, *deadline, filled);
+  } else {
+    filled_.wait(lock, filled);
+  }
+  taken_.swap(waiting_);
+  return !taken_.empty();
 }
 
 void Inbox::close() {

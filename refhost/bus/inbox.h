@@ -4,10 +4,11 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
-#include <deque>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "ac/message.h"
 #include "refhost/bus_view.h"
@@ -17,8 +18,6 @@ namespace refhost {
 // Any thread may put; one thread takes.
 class Inbox {
  public:
-  using Messages = std::deque<std::unique_ptr<ac::Message>>;
-
   // name: whose queue, for the log. bound: how many messages may wait.
   Inbox(std::string name, std::size_t bound);
   ~Inbox();
@@ -29,14 +28,11 @@ class Inbox {
   // once, with the number, when the queue takes messages again.
   void put(std::unique_ptr<ac::Message> message);
 
-  // Wait for messages and move all of them into `messages`, which must be empty. False when the inbox is closed and
-  // nothing is left.
-  bool take_all(Messages& messages);
+  // Wait for a message, until the deadline if there is one; null when there is none by then, and when the inbox is
+  // closed and nothing is left.
+  std::unique_ptr<ac::Message> take(std::optional<std::chrono::steady_clock::time_point> deadline = std::nullopt);
 
-  // Wait for a message until the deadline; null when there is none by then.
-  std::unique_ptr<ac::Message> take_one(std::chrono::steady_clock::time_point deadline);
-
-  // No more messages will be put; take_all() hands out what waits and then returns false.
+  // No more messages will be put.
   void close();
 
   const std::string& name() const { return name_; }
@@ -45,13 +41,24 @@ class Inbox {
   QueueState state() const;
 
  private:
+  using Messages = std::vector<std::unique_ptr<ac::Message>>;
+
+  // Move all that wait to the taker; false when take() has nothing to give.
+  bool take_all(std::optional<std::chrono::steady_clock::time_point> deadline);
+
   // Both are called with mutex_ released: the log may be slow.
   void report_full(const std::string& type) const;
   void report_end_of_burst(std::uint64_t dropped) const;
 
   const std::string name_;
   const std::size_t bound_;
-  mutable std::mutex mutex_;  // guards everything below
+
+  // Used by the thread that takes: all that waited when it looked last, so that the lock is taken once for many.
+  Messages taken_;
+  std::size_t next_ = 0;  // of taken_
+
+  // On cache lines of its own: the senders write here while the taker goes through what it took.
+  alignas(64) mutable std::mutex mutex_;  // guards everything below
   std::condition_variable filled_;
   Messages waiting_;
   bool closed_ = false;

@@ -6,11 +6,15 @@
 
 namespace ac {
 
-Message::Message(const std::string& type, int argument, ReplyCallback callback) : impl_(std::make_unique<Impl>()) {
-  impl_->type = type;
+Message::Message(const std::string& type, int argument, ReplyCallback callback)
+    : impl_(std::make_unique_for_overwrite<Impl>()) {
+  impl_->type = refhost::MessageType::find(type);
+  if (impl_->type == nullptr) {
+    impl_->rare().name = type;
+  }
   impl_->argument = argument;
   if (callback) {
-    impl_->callback = std::make_unique<ReplyCallback>(std::move(callback));
+    impl_->rare().callback = std::move(callback);
   }
 }
 
@@ -27,20 +31,22 @@ bool Message::get_int64(std::string name, std::int64_t* value) const { return im
 bool Message::get_string(std::string name, std::string* value) const { return impl_->fields.get(name, value); }
 // NOLINTEND(performance-unnecessary-value-param)
 
-const std::string& Message::type() const { return impl_->type; }
+const std::string& Message::type() const { return impl_->name(); }
 
-void Message::set_reply(MessageReply* reply) { impl_->reply = reply; }
+void Message::set_reply(MessageReply* reply) { impl_->rare().reply = reply; }
 
 // This host delivers a message to every listener of its type, so it needs no telling that one of them took it.
 void Message::set_handled() {}
 
-void Message::transfer(MessageEnqueuer* queue) { impl_->next_queue = queue; }
+void Message::transfer(MessageEnqueuer* queue) { impl_->rare().next_queue = queue; }
 
 std::unique_ptr<Message> Message::Impl::copy(const Message& message) {
   const Impl& from = of(message);
-  auto result = std::make_unique<Message>(from.type, from.argument);
+  auto result = std::make_unique<Message>(from.name(), from.argument);
   of(*result).fields = from.fields;
-  of(*result).right_to_answer = from.right_to_answer;
+  if (from.existing_rare != nullptr && from.existing_rare->right_to_answer != nullptr) {
+    of(*result).rare().right_to_answer = from.existing_rare->right_to_answer;
+  }
   return result;
 }
 

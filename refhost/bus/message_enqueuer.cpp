@@ -20,7 +20,7 @@ void MessageEnqueuer::process(int timeout_ms, const std::function<void()>& on_ti
   const std::chrono::milliseconds period(std::max(timeout_ms, 1));
   auto next_timeout = std::chrono::steady_clock::now() + period;
   for (;;) {
-    if (auto message = impl_->inbox.take_one(next_timeout)) {
+    if (auto message = impl_->inbox.take(next_timeout)) {
       impl_->handlers.deliver(std::move(message), impl_->inbox.name());
     }
     // By the clock and not by an empty queue: a steady stream of messages must not keep the time-out from being told.

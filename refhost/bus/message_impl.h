@@ -7,21 +7,39 @@
 
 #include "ac/message.h"
 #include "bus/fields.h"
+#include "bus/message_type.h"
 #include "bus/reply_slot.h"
 
+// Small, as a queue full of them goes through two processors' caches.
 struct ac::Message::Impl final {
-  std::string type;
+  // What few messages have.
+  struct Rare {
+    std::string name;  // set when nobody had listened to the type by the time the message was made
+    ac::ReplyCallback callback;
+    // Set by the sender, taken over by the bus when the message is sent synchronously; never copied to a recipient.
+    ac::MessageReply* reply = nullptr;
+    // Null when nobody waits for an answer.
+    std::shared_ptr<refhost::ReplySlot> right_to_answer;
+    // Where the delivery moves the message once its handlers have returned; null when it stays.
+    ac::MessageEnqueuer* next_queue = nullptr;
+  };
+
+  refhost::MessageType* type = nullptr;  // null when nobody had listened to it by then
+  std::unique_ptr<Rare> existing_rare;   // null until rare() is called
   int argument = 0;
-  std::unique_ptr<ac::ReplyCallback> callback;  // null when there is none
-  // Set by the sender, taken over by the bus when the message is sent synchronously; never copied to a recipient.
-  ac::MessageReply* reply = nullptr;
-  // Null when nobody waits for an answer.
-  std::shared_ptr<refhost::ReplySlot> right_to_answer;
-  // Where the delivery moves the message once its handlers have returned; null when it stays.
-  ac::MessageEnqueuer* next_queue = nullptr;
   refhost::Fields fields;
 
   static Impl& of(const ac::Message& message) { return *message.impl_; }
+
+  const std::string& name() const { return type != nullptr ? type->name : existing_rare->name; }
+
+  // To be written.
+  Rare& rare() {
+    if (existing_rare == nullptr) {
+      existing_rare = std::make_unique<Rare>();
+    }
+    return *existing_rare;
+  }
 
   // What one recipient gets: type, argument, fields and the right to answer.
   static std::unique_ptr<ac::Message> copy(const ac::Message& message);

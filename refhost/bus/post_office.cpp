@@ -26,9 +26,9 @@ namespace ac {
 // answer goes to the message's callback.
 void PostOffice::send_message(std::unique_ptr<Message> message) {
   auto& impl = Message::Impl::of(*message);
-  if (impl.callback != nullptr) {
-    const auto slot = std::make_shared<refhost::ReplySlot>(std::move(*impl.callback));
-    impl.right_to_answer = refhost::ReplySlot::right_to_answer(slot);
+  if (impl.existing_rare != nullptr && impl.existing_rare->callback) {
+    const auto slot = std::make_shared<refhost::ReplySlot>(std::move(impl.rare().callback));
+    impl.rare().right_to_answer = refhost::ReplySlot::right_to_answer(slot);
   }
   refhost::Routes::instance().post(std::move(message), nullptr);
 }
@@ -37,9 +37,9 @@ void PostOffice::send_message(std::unique_ptr<Message> message) {
 // Two subscribers that ask each other at the same time wait until the time-out.
 void PostOffice::send_message_sync(std::unique_ptr<Message> message) {
   auto& impl = Message::Impl::of(*message);
-  MessageReply* reply = impl.reply;
+  MessageReply* reply = impl.rare().reply;
   const auto slot = std::make_shared<refhost::ReplySlot>();
-  impl.right_to_answer = refhost::ReplySlot::right_to_answer(slot);
+  impl.rare().right_to_answer = refhost::ReplySlot::right_to_answer(slot);
   const auto* own = refhost::Subscriber::Impl::of_this_thread();
   if (auto mine = refhost::Routes::instance().post(std::move(message), own)) {
     own->deliver(std::move(mine));

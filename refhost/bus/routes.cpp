@@ -1,7 +1,6 @@
 #include "bus/routes.h"
 
 #include <mutex>
-#include <set>
 #include <utility>
 
 #include "bus/counters.h"
@@ -17,15 +16,17 @@ Routes& Routes::instance() {
 
 void Routes::add(Subscriber::Impl* subscriber) {
   const std::lock_guard lock(mutex_);
-  for (const std::string& type : subscriber->handlers.types()) {
-    table_[type].push_back(subscriber);
+  subscribers_.push_back(subscriber);
+  for (MessageType* const type : subscriber->handlers.types()) {
+    type->subscribers.push_back(subscriber);
   }
 }
 
 void Routes::remove(Subscriber::Impl* subscriber) {
   const std::lock_guard lock(mutex_);
-  for (auto& [type, subscribers] : table_) {
-    std::erase(subscribers, subscriber);
+  std::erase(subscribers_, subscriber);
+  for (MessageType* const type : subscriber->handlers.types()) {
+    std::erase(type->subscribers, subscriber);
   }
 }
 
@@ -34,8 +35,12 @@ std::unique_ptr<ac::Message> Routes::post(std::unique_ptr<ac::Message> message, 
   for (const Tap* tap : taps_) {
     (*tap)(*message);
   }
-  const auto found = table_.find(message->type());
-  if (found == table_.end() || found->second.empty()) {
+  MessageType*& type_of_message = ac::Message::Impl::of(*message).type;
+  if (type_of_message == nullptr) {
+    type_of_message = MessageType::find(message->type());  // somebody may listen by now
+  }
+  const MessageType* const type = type_of_message;
+  if (type == nullptr || type->subscribers.empty()) {
     count(running_counters.undelivered);
     return nullptr;
   }
@@ -47,7 +52,7 @@ std::unique_ptr<ac::Message> Routes::post(std::unique_ptr<ac::Message> message, 
       subscriber->inbox.put(std::move(own));
     }
   };
-  const auto& interested = found->second;
+  const auto& interested = type->subscribers;
   for (std::size_t i = 0; i + 1 < interested.size(); ++i) {
     give(interested[i], ac::Message::Impl::copy(*message));
   }
@@ -57,11 +62,7 @@ std::unique_ptr<ac::Message> Routes::post(std::unique_ptr<ac::Message> message, 
 
 void Routes::post_to_all(const std::function<std::unique_ptr<ac::Message>()>& make) {
   const std::shared_lock lock(mutex_);
-  std::set<Subscriber::Impl*> subscribers;
-  for (const auto& [type, interested] : table_) {
-    subscribers.insert(interested.begin(), interested.end());
-  }
-  for (Subscriber::Impl* const subscriber : subscribers) {
+  for (Subscriber::Impl* const subscriber : subscribers_) {
     subscriber->inbox.put(make());
   }
 }

@@ -5,7 +5,6 @@
 #include <memory>
 #include <shared_mutex>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include "ac/message.h"
@@ -38,8 +37,9 @@ class Routes {
   void remove_tap(const Tap* tap);
 
  private:
-  std::shared_mutex mutex_;  // guards all below; held shared while messages are put, which is why remove() can promise
-  std::unordered_map<std::string, std::vector<Subscriber::Impl*>> table_;
+  std::shared_mutex mutex_;  // guards all below, and the subscribers of the types; held shared while messages are put,
+                             // which is why remove() can promise
+  std::vector<Subscriber::Impl*> subscribers_;  // each type knows those that are interested in it
   std::vector<const Tap*> taps_;
 };
 

@@ -20,12 +20,8 @@ Subscriber::Impl* Subscriber::Impl::of_this_thread() { return current; }
 void Subscriber::Impl::run() {
   current = this;
   ac::util::set_thread_name(inbox.name(), pthread_self());
-  Inbox::Messages messages;
-  while (inbox.take_all(messages)) {
-    for (auto& message : messages) {
-      deliver(std::move(message));
-    }
-    messages.clear();
+  while (auto message = inbox.take()) {
+    deliver(std::move(message));
   }
 }
 

@@ -120,6 +120,39 @@ TEST(Bus, MessageThatNobodyWantsIsCounted) {
   EXPECT_EQ(bus_counters().undelivered - before.undelivered, 1U);
 }
 
+TEST(Bus, MessageMadeBeforeAnybodyListenedIsDelivered) {
+  auto early = numbered("bus.early", 3);
+  const std::string& type = early->type();
+  Recorder<int> numbers;
+  Recorder<std::string> types;
+  const Subscriber subscriber("s", {on("bus.early", [&](ac::Message* m) {
+                                types.add(m->type());
+                                numbers.add(number_of(*m));
+                              })});
+  EXPECT_EQ(type, "bus.early");
+  ac::PostOffice::send_message(std::move(early));
+  EXPECT_EQ(numbers.wait_for(1), std::vector<int>({3}));
+  EXPECT_EQ(types.wait_for(1), std::vector<std::string>({"bus.early"}));
+}
+
+// As many names as make several share a place, whatever that is taken from.
+TEST(Bus, TypesAreToldApartByTheWholeName) {
+  constexpr int kTypes = 300;
+  Recorder<std::string> seen;
+  std::vector<ac::MessageListener> listeners;
+  std::vector<std::string> sent;
+  for (int i = 0; i < kTypes; ++i) {
+    sent.push_back("bus.many_" + std::to_string(i * i) + "_of_a_kind");
+    listeners.push_back(on(sent.back(), [&seen, name = sent.back()](ac::Message* m) { seen.add(m->type() + name); }));
+  }
+  const Subscriber subscriber("s", listeners);
+  for (std::string& name : sent) {
+    ac::PostOffice::send_message(message(name));
+    name += name;
+  }
+  EXPECT_EQ(seen.wait_for(kTypes), sent);
+}
+
 TEST(Bus, FullQueueDropsTheNewestCountsItAndLogsOnceABurst) {
   constexpr int kBound = 10;
   const auto before = bus_counters();

@@ -152,6 +152,28 @@ TEST(MessageEnqueuer, ThrowingHandlerIsLoggedAndCountedAndTheQueueGoesOn) {
   EXPECT_EQ(bus_counters().failures - before.failures, 2U);
 }
 
+TEST(MessageEnqueuer, WhatWaitsIsHandledAfterAnExceptionOfOnTimeout) {
+  ac::MessageEnqueuer queue;
+  int handled = 0;
+  const ac::MessageListener listener = on("queue.rest", [&](ac::Message*) {
+    ++handled;
+    const auto until = steady_clock::now() + milliseconds(2);
+    while (steady_clock::now() < until) {
+    }
+  });
+  queue.listen(&listener, 1);
+  {
+    const auto subscriber = transferring("queue.rest", queue);
+    for (int i = 0; i < 3; ++i) {
+      ac::PostOffice::send_message(message("queue.rest"));
+    }
+  }
+  process(queue, 1, 1);
+  EXPECT_EQ(handled, 1);
+  process(queue, 100, 1);
+  EXPECT_EQ(handled, 3);
+}
+
 TEST(MessageEnqueuer, TransferredMessageWithoutAListenerIsCounted) {
   const auto before = bus_counters();
   ac::MessageEnqueuer queue;
