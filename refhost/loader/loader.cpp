@@ -2,11 +2,13 @@
 
 #include <cxxabi.h>
 #include <dlfcn.h>
+#include <sys/stat.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 #include "loader/plugin_impl.h"
@@ -45,9 +47,9 @@ std::string readable(std::string text, const std::string& path) {
 
 // Whoever can put another plug-in there can do all that this process can, unless that is so already, because this
 // program is theirs as well.
-void check_writers(const std::string& path) {
-  const auto able_already = other_writers(std::filesystem::canonical("/proc/self/exe"));
-  for (const auto& [who, where] : other_writers(path)) {
+void check_writers(const std::string& path, const Writers& writers) {
+  const auto able_already = walk(std::filesystem::canonical("/proc/self/exe")).writers;
+  for (const auto& [who, where] : writers) {
     if (!able_already.contains(who)) {
       std::string reason = who;
       reason += " can put another one there, as " + where;
@@ -56,11 +58,37 @@ void check_writers(const std::string& path) {
   }
 }
 
-InitFunction find_init(const std::string& path) {
-  void* const handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-  if (handle == nullptr) {
-    refuse(path, readable(dlerror(), path));
+bool is_file(const Descriptor& opened) {
+  struct stat status {};
+  return fstat(opened.get(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
+// The plug-in, which nobody else can have put there.
+Descriptor open_trusted(const std::string& path) {
+  if (!path.starts_with('/')) {
+    refuse(path, "give its absolute path");
   }
+  try {
+    Reached reached = walk(path);
+    if (!is_file(reached.file)) {
+      refuse(path, "there is no such file");
+    }
+    check_writers(path, reached.writers);
+    return std::move(reached.file);
+  } catch (const std::system_error& failure) {
+    const bool is_missing = failure.code() == std::errc::no_such_file_or_directory;
+    refuse(path, is_missing ? "there is no such file" : failure.what());
+  }
+}
+
+// By its descriptor: what was looked at is what is loaded. The descriptor stays open, since the dynamic loader knows a
+// library by its name and would take the next one at the same number for this one.
+InitFunction find_init(const std::string& path, Descriptor file) {
+  void* const handle = dlopen(file.path().c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (handle == nullptr) {
+    refuse(path, readable(dlerror(), file.path()));
+  }
+  file.release();
   void* const entry = dlsym(handle, "init");
   if (entry == nullptr) {
     refuse(path, "it has no entry \"init\"");
@@ -86,20 +114,10 @@ void call_init(InitFunction init, ac::Plugin& plugin, const std::string& path) {
 
 }  // namespace
 
-void check_plugin_path(const std::string& path) {
-  if (!path.starts_with('/')) {
-    refuse(path, "give its absolute path");
-  }
-  std::error_code failure;
-  if (!std::filesystem::is_regular_file(path, failure)) {
-    refuse(path, "there is no such file");
-  }
-  check_writers(path);
-}
+void check_plugin_path(const std::string& path) { open_trusted(path); }
 
 LoadedPlugin load(const std::string& path) {
-  check_plugin_path(path);
-  const InitFunction init = find_init(path);
+  const InitFunction init = find_init(path, open_trusted(path));
   ac::Plugin plugin;
   call_init(init, plugin, path);
   auto& described = ac::Plugin::Impl::of(plugin);

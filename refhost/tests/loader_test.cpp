@@ -1,12 +1,16 @@
 #include "refhost/loader.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <optional>
 #include <string>
+#include <thread>
 
 #include "ac/post_office.h"
 #include "refhost/tests/support.h"
@@ -120,6 +124,99 @@ TEST_F(LoaderTrust, AnotherUsersFileAndAGroupsAreRefused) {
   expect_replaceable(path_, "group 65534", path_);
   ASSERT_EQ(chown(path_.c_str(), kNobody, 0), 0);
   expect_replaceable(path_, "user 65534", path_);
+}
+
+TEST_F(LoaderTrust, ALinkInTheMiddleOfAChainCounts) {
+  const auto open = directory_.path() / "open";
+  std::filesystem::create_directory(open);
+  allow(open, 0777);
+  std::filesystem::create_symlink(path_, open / "middle.so");
+  std::filesystem::create_symlink(open / "middle.so", directory_.path() / "first.so");
+  expect_replaceable(directory_.path() / "first.so", "everyone", open);
+}
+
+TEST_F(LoaderTrust, LinksThatLeadInACircleAreAnError) {
+  std::filesystem::create_symlink("b.so", directory_.path() / "a.so");
+  std::filesystem::create_symlink("a.so", directory_.path() / "b.so");
+  EXPECT_THAT(failure_to_load(directory_.path() / "a.so").text,
+              testing::HasSubstr("Too many levels of symbolic links"));
+}
+
+TEST_F(LoaderTrust, ARelativeLinkAndAStepUpLeadToTheFile) {
+  std::filesystem::create_directory(directory_.path() / "below");
+  std::filesystem::create_symlink("../plugin.so", directory_.path() / "below/link.so");
+  EXPECT_EQ(failure_to_load(directory_.path() / "below/../below/link.so").text, "");
+}
+
+// An access control list as the kernel takes it: the owner's, a user's, the owning group's, the mask's and the others'
+// rights.
+std::string list_with(std::uint32_t user, std::uint16_t rights, std::uint16_t mask) {
+  std::string bytes("\x02\0\0\0", 4);
+  const auto add = [&](std::uint16_t tag, std::uint16_t may, std::uint32_t id) {
+    for (const auto part : {std::uint32_t{tag} | std::uint32_t{may} << 16U, id}) {
+      for (unsigned shift = 0; shift < 32; shift += 8) {
+        bytes += static_cast<char>(part >> shift);
+      }
+    }
+  };
+  constexpr std::uint32_t kNobody = 0xFFFFFFFF;
+  add(0x01, 6, kNobody);
+  add(0x02, rights, user);
+  add(0x04, 4, kNobody);
+  add(0x10, mask, kNobody);
+  add(0x20, 4, kNobody);
+  return bytes;
+}
+
+TEST_F(LoaderTrust, AUserWhomAnAccessListLetsWriteIsNamed) {
+  constexpr std::uint32_t kSomebody = 65533;
+  const auto allow_somebody = [](const std::filesystem::path& place, std::uint16_t mask) {
+    const std::string list = list_with(kSomebody, 6, mask);
+    return setxattr(place.c_str(), "system.posix_acl_access", list.data(), list.size(), 0) == 0;
+  };
+  if (!allow_somebody(path_, 4)) {
+    GTEST_SKIP() << "this file system has no access control lists";
+  }
+  EXPECT_EQ(failure_to_load(path_).text, "") << "the mask takes the right away";
+  ASSERT_TRUE(allow_somebody(path_, 6));
+  expect_replaceable(path_, "user 65533", path_);
+  ASSERT_TRUE(allow_somebody(path_, 4));
+  ASSERT_TRUE(allow_somebody(directory_.path(), 7));
+  expect_replaceable(path_, "user 65533", directory_.path());
+}
+
+// Another, who may write `open`, leads the way there and back again as fast as can be while the host starts.
+TEST_F(LoaderTrust, AWayThatChangesMeanwhileNeverLeadsToTheOther) {
+  const auto open = directory_.path() / "open";
+  std::filesystem::create_directory(open);
+  allow(open, 01777);
+  const auto other = open / "other.so";
+  std::filesystem::copy_file(plugin("returns"), other);
+  allow(other, 0666);
+  const auto link = directory_.path() / "link.so";
+  std::filesystem::create_symlink(path_, link);
+  std::atomic<bool> over = false;
+  std::thread swapper([&] {
+    for (bool to_other = true; !over; to_other = !to_other) {
+      std::filesystem::create_symlink(to_other ? other : path_, directory_.path() / "next.so");
+      std::filesystem::rename(directory_.path() / "next.so", link);
+    }
+  });
+  int loaded = 0;
+  for (int start = 0; start < 200; ++start) {
+    // The dynamic loader knows a name that it has seen, and does not look again.
+    const std::string way = directory_.path().string() + std::string(static_cast<std::size_t>(start) + 1, '/');
+    try {
+      EXPECT_EQ(load(way + "link.so").name, "good");
+      ++loaded;
+    } catch (const LoadError& failure) {
+      EXPECT_EQ(failure.stage(), LoadError::Stage::load);
+      EXPECT_THAT(failure.what(), testing::HasSubstr("everyone can put another one there"));
+    }
+  }
+  over = true;
+  swapper.join();
+  RecordProperty("loaded", loaded);
 }
 
 TEST(Loader, MissingInitIsNamed) { expect_refused(plugin("missing_init"), "it has no entry \"init\""); }
