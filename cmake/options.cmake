@@ -40,3 +40,14 @@ endfunction()
 
 target_compile_options(project_options INTERFACE ${sanitizer_flags})
 target_link_options(project_options INTERFACE ${sanitizer_flags})
+
+# What makes an error of memory hard to use, in all that is shipped; tests/check-hardened looks at the files.
+include(CheckPIESupported)
+check_pie_supported()
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+target_compile_options(project_options INTERFACE -fstack-protector-strong -fstack-clash-protection
+  $<$<CONFIG:Release>:-U_FORTIFY_SOURCE> $<$<CONFIG:Release>:-D_FORTIFY_SOURCE=2>)
+if(CMAKE_SYSTEM_PROCESSOR STREQUAL "x86_64")
+  target_compile_options(project_options INTERFACE -fcf-protection)
+endif()
+target_link_options(project_options INTERFACE LINKER:-z,relro LINKER:-z,now LINKER:-z,noexecstack)
