@@ -2,14 +2,12 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <filesystem>
-#include <fstream>
 #include <nlohmann/json.hpp>
 
+#include "cli/output_file.h"
 #include "door/base/failure.h"
 #include "door/base/local_time.h"
 #include "door/base/output.h"
@@ -87,21 +85,9 @@ void write_all(const AuditOptions& options, const std::function<void(const std::
 }
 
 void write_file(const AuditOptions& options) {
-  const std::string part = options.output + ".part";
-  const auto fail = [&] {
-    const int reason = errno;
-    std::remove(part.c_str());
-    throw Failure(kFailed, "cannot write " + options.output + ": " + std::strerror(reason));
-  };
-  std::ofstream file(part, std::ios::binary | std::ios::trunc);
-  if (!file) {
-    fail();
-  }
-  write_all(options, [&](const std::string& text) { file << text; });
+  OutputFile file(options.output, OutputFile::Form::whole);
+  write_all(options, [&](const std::string& text) { file.write(text); });
   file.close();
-  if (!file || std::rename(part.c_str(), options.output.c_str()) != 0) {
-    fail();
-  }
 }
 
 }  // namespace
@@ -142,8 +128,8 @@ std::string audit_line(const AuditEntry& entry, AuditForm form) {
   const auto& [time, type, details] = entry.record;
   switch (form) {
     case AuditForm::table:
-      return padded(std::to_string(entry.id), 8) + padded(time_text(entry), 29) + padded(label_of(type), 7) +
-             refhost::log::escape(details) + "\n";
+      return padded(std::to_string(entry.id), 8) + padded(refhost::log::escape(time_text(entry)), 29) +
+             padded(label_of(type), 7) + refhost::log::escape(details) + "\n";
     case AuditForm::csv:
       return std::to_string(entry.id) + "," + quoted(time_text(entry)) + "," + label_of(type) + "," + quoted(details) +
              "," + quoted(time) + "\r\n";

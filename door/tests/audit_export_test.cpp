@@ -48,6 +48,11 @@ TEST_F(AuditExport, ATableHasOneLineARecord) {
   EXPECT_EQ(audit_line(entry, AuditForm::table), "7         2026-01-02T05:04:05.006+02:00  config   a, \"b\"\\nc\n");
 }
 
+TEST_F(AuditExport, NoTimeBringsControlCharactersToATerminal) {
+  const refhost::AuditEntry odd{.id = 1, .at = 0, .record = {.time = "\x1b[2J", .type = 1, .details = ""}};
+  EXPECT_THAT(audit_line(odd, AuditForm::table), testing::Not(testing::HasSubstr("\x1b")));
+}
+
 TEST_F(AuditExport, CsvQuotesWhatNeedsIt) {
   EXPECT_EQ(audit_heading(AuditForm::csv), "id,written,type,details,time\r\n");
   EXPECT_EQ(audit_line(entry, AuditForm::csv), "7,2026-01-02T05:04:05.006+02:00,config,\"a, \"\"b\"\"\nc\",t\r\n");
@@ -78,6 +83,23 @@ TEST_F(AuditExport, AFileTakesItsPlaceWhole) {
                 .output = file});
   EXPECT_THAT(refhost::test::content_of(file), testing::EndsWith(",t\r\n"));
   EXPECT_FALSE(std::filesystem::exists(file.string() + ".part"));
+}
+
+// Who may write the directory cannot lead the export elsewhere by a name that it will use.
+TEST_F(AuditExport, ALinkPlantedBesideTheFileIsNotFollowed) {
+  const refhost::test::TemporaryDirectory directory;
+  refhost::AuditLog(directory.path()).append(entry.record);
+  const auto file = directory.path() / "out.csv";
+  std::filesystem::create_symlink(directory.path() / "elsewhere", file.string() + ".part");
+  export_audit({.state = directory.path(),
+                .types = {},
+                .since = "",
+                .until = "",
+                .last = {},
+                .form = AuditForm::csv,
+                .output = file});
+  EXPECT_FALSE(std::filesystem::exists(directory.path() / "elsewhere"));
+  EXPECT_TRUE(std::filesystem::is_regular_file(std::filesystem::symlink_status(file)));
 }
 
 TEST_F(AuditExport, AFileThatCannotBeWrittenIsNamedAndLeavesNothing) {

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <fstream>
 #include <sstream>
 
 #include "failure.h"
@@ -14,6 +15,7 @@ namespace uhfctl {
 namespace {
 
 constexpr const char* kFirstLine = "# uhf recording 1";
+constexpr double kLongest = 1e9;  // seconds, which every clock can count
 
 int digit_of(char c) {
   if (c >= '0' && c <= '9') {
@@ -33,6 +35,9 @@ Piece parse_line(const std::string& line, const std::string& where) {
   if (at < 0 || (direction != "<" && direction != ">")) {
     throw Failure(kUsage, where + ": expected SECONDS, < or >, and bytes in hexadecimal");
   }
+  if (at > kLongest) {
+    throw Failure(kUsage, where + ": a recording is no longer than 1000000000 seconds");
+  }
   return {.at = std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::duration<double>(at)),
           .direction = direction == ">" ? Direction::to_reader : Direction::from_reader,
           .bytes = parse_hex(digits, where)};
@@ -40,30 +45,18 @@ Piece parse_line(const std::string& line, const std::string& where) {
 
 }  // namespace
 
-Recorder::Recorder(const std::filesystem::path& file) : file_(file) {
-  if (std::filesystem::exists(file)) {
-    throw Failure(kFailed, file.string() + " is there already: give another name, or remove it");
-  }
-  out_.open(file);
-  out_ << kFirstLine << '\n';
-  if (!out_) {
-    throw Failure(kFailed, file.string() + " cannot be written: " + std::strerror(errno));
-  }
+Recorder::Recorder(const std::filesystem::path& file) : out_(file, achost::OutputFile::Form::growing) {
+  out_.write(std::string(kFirstLine) + '\n');
 }
 
 void Recorder::add(Direction direction, std::span<const unsigned char> bytes) {
   char time[32];
   std::snprintf(time, sizeof time, "%.6f", std::chrono::duration<double>(Clock::now() - begin_).count());
-  out_ << time << (direction == Direction::to_reader ? " > " : " < ") << uhfsim::hex_of(bytes) << '\n';
+  out_.write(time + std::string(direction == Direction::to_reader ? " > " : " < ") + uhfsim::hex_of(bytes) + '\n');
   ++pieces_;
 }
 
-void Recorder::close() {
-  out_.close();
-  if (!out_) {
-    throw Failure(kFailed, file_.string() + " could not be written whole: is the disk full?");
-  }
-}
+void Recorder::close() { out_.close(); }
 
 bool is_recording(const std::string& text) { return text.starts_with(kFirstLine); }
 

@@ -6,11 +6,11 @@
 
 #include <chrono>
 #include <filesystem>
-#include <fstream>
 #include <span>
 #include <string>
 #include <vector>
 
+#include "cli/output_file.h"
 #include "port.h"
 
 namespace uhfctl {
@@ -23,19 +23,17 @@ struct Piece {
 
 class Recorder {
  public:
-  // Throws Failure kFailed when the file is there already or cannot be made.
+  // All throw achost::OutputError; the constructor also when the file is there already.
   explicit Recorder(const std::filesystem::path& file);
 
   void add(Direction direction, std::span<const unsigned char> bytes);
 
-  // Throws Failure kFailed when not all of it could be written.
   void close();
 
   int pieces() const { return pieces_; }
 
  private:
-  std::filesystem::path file_;
-  std::ofstream out_;
+  achost::OutputFile out_;
   Clock::time_point begin_ = Clock::now();
   int pieces_ = 0;
 };

@@ -7,8 +7,8 @@
 #include <ctime>
 #include <exception>
 #include <filesystem>
-#include <fstream>
 
+#include "cli/output_file.h"
 #include "commands.h"
 #include "failure.h"
 #include "terminal.h"
@@ -82,12 +82,9 @@ SurveyStep measure(const Port& port, int power, double time, const std::string& 
 }
 
 void write(const std::filesystem::path& file, const std::string& text) {
-  std::ofstream out(file);
-  out << text;
+  achost::OutputFile out(file, achost::OutputFile::Form::whole);
+  out.write(text);
   out.close();
-  if (!out) {
-    throw Failure(kFailed, file.string() + " cannot be written");
-  }
 }
 
 std::string as_table(const Survey& survey) {
@@ -109,7 +106,8 @@ std::string as_table(const Survey& survey) {
 // Made before the survey, so that its minutes are not lost for a name that cannot be written.
 void check_writable(const std::filesystem::path& file) {
   const auto parent = file.has_parent_path() ? file.parent_path() : std::filesystem::path(".");
-  if (access((std::filesystem::exists(file) ? file : parent).c_str(), W_OK) != 0) {
+  const bool is_special = std::filesystem::exists(file) && !std::filesystem::is_regular_file(file);
+  if (access((is_special ? file : parent).c_str(), W_OK) != 0) {
     throw Failure(kFailed, file.string() + " cannot be written: give another --out");
   }
 }

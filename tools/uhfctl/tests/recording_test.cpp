@@ -37,6 +37,19 @@ TEST_F(Recording, IsNotWrittenOverAnother) {
   EXPECT_EQ(content_of(file("r")), "mine");
 }
 
+TEST_F(Recording, IsNotWrittenThroughALink) {
+  std::filesystem::create_symlink(file("elsewhere"), file("r"));
+  EXPECT_EQ(uhfctl({"record", file("r"), "--seconds", "0.1"}).status, 1);
+  EXPECT_FALSE(std::filesystem::exists(file("elsewhere")));
+}
+
+TEST_F(Recording, ATimeThatNoClockCountsIsRefused) {
+  std::ofstream(file("r")) << "# uhf recording 1\n1e13 > 7F\n";
+  const auto [status, out, err] = uhfctl({"decode", file("r")});
+  EXPECT_EQ(status, 2);
+  EXPECT_EQ(err, "uhfctl: " + file("r") + ":2: a recording is no longer than 1000000000 seconds\n");
+}
+
 TEST_F(Recording, IsPlayedAsAReader) {
   ASSERT_EQ(uhfctl({"record", file("r"), "--seconds", "0.3"}).status, 0);
   // The question that every command begins with is no part of it: put it in.
