@@ -75,6 +75,27 @@ TEST(InstanceLock, IsFreeAgainWhenItsHolderHasGone) {
   EXPECT_NO_THROW(InstanceLock(directory.path()));
 }
 
+TEST(InstanceLock, IsNotTakenThroughALink) {
+  const TemporaryDirectory directory;
+  std::filesystem::create_symlink(directory.path() / "elsewhere", directory.path() / "lock");
+  EXPECT_EQ(failure_of([&] { InstanceLock lock(directory.path()); }),
+            (directory.path() / "lock").string() + " is a symbolic link, which this program has not made: remove it");
+  EXPECT_FALSE(std::filesystem::exists(directory.path() / "elsewhere"));
+}
+
+TEST(InstanceLock, DirectoryThatOthersMayWriteIsRefused) {
+  const TemporaryDirectory directory;
+  for (const unsigned mode : {0777U, 01777U, 0720U}) {
+    std::filesystem::permissions(directory.path(), static_cast<std::filesystem::perms>(mode));
+    EXPECT_THAT(
+        failure_of([&] { InstanceLock lock(directory.path()); }),
+        testing::StartsWith("the state directory " + directory.path().string() +
+                            " may be written by others than its user: chmod go-w " + directory.path().string()));
+  }
+  std::filesystem::permissions(directory.path(), std::filesystem::perms(0755));
+  EXPECT_NO_THROW(InstanceLock(directory.path()));
+}
+
 TEST(InstanceLock, DirectoryThatCannotBeMadeIsAnError) {
   EXPECT_THROW(InstanceLock("/proc/no/such"), ac::ac_exception);
 }

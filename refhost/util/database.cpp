@@ -121,6 +121,18 @@ SQLite::Database open_readable(const std::filesystem::path& file) {
   }
 }
 
+// Whoever may write there can put files and links of theirs in the place of ours. The group's right stands for that of
+// an access control list too.
+void refuse_shared(const std::filesystem::path& directory) {
+  struct stat status {};
+  if (stat(directory.c_str(), &status) == 0 && (status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+    throw ac::ac_exception("the state directory " + directory.string() +
+                               " may be written by others than its user: chmod go-w " + directory.string() +
+                               ", once you have looked at what is in it, or give another with --state",
+                           true);
+  }
+}
+
 }  // namespace
 
 SQLite::Database open_database(const std::filesystem::path& file, const DatabaseKind& kind) {
@@ -181,6 +193,7 @@ void make_state_directory(const std::filesystem::path& directory) {
   if (failure) {
     throw ac::ac_exception("cannot make the state directory " + directory.string() + ": " + failure.message(), true);
   }
+  refuse_shared(directory);
 }
 
 }  // namespace refhost

@@ -25,8 +25,11 @@ std::string holder(int fd) {
 int open_and_lock(const std::filesystem::path& directory) {
   make_state_directory(directory);
   const auto file = directory / "lock";
-  const int fd = open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  const int fd = open(file.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
   if (fd < 0) {
+    if (errno == ELOOP) {
+      throw ac::ac_exception(file.string() + " is a symbolic link, which this program has not made: remove it", true);
+    }
     throw ac::ac_exception("cannot open " + file.string() + ": " + std::strerror(errno), true);
   }
   if (flock(fd, LOCK_EX | LOCK_NB) != 0) {

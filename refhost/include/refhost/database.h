@@ -33,7 +33,8 @@ std::optional<SQLite::Database> open_database_to_read(const std::filesystem::pat
 [[noreturn]] void throw_database_failure(const std::filesystem::path& file, const DatabaseKind& kind,
                                          const SQLite::Exception& failure);
 
-// Make a directory of the host's state, with those above it, for the user alone (0700). Throws ac::ac_exception.
+// Make a directory of the host's state, with those above it, for the user alone (0700). Throws ac::ac_exception, also
+// when it is there and others than its user may write it.
 void make_state_directory(const std::filesystem::path& directory);
 
 }  // namespace refhost
