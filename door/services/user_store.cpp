@@ -20,7 +20,6 @@ constexpr refhost::DatabaseKind kKind = {
         "CREATE TABLE cards(value INTEGER PRIMARY KEY, user INTEGER NOT NULL REFERENCES users(id) ON DELETE CASCADE, "
         "registration TEXT NOT NULL, enrolled TEXT NOT NULL);"
         "CREATE INDEX cards_by_user ON cards(user)",
-    .upgrade = nullptr,
     .probe = "SELECT value, user, registration, enrolled FROM cards LIMIT 0",
     .way_out = "restore a copy of it, or move it away to begin with nobody",
 };

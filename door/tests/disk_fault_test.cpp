@@ -1,5 +1,6 @@
 // The stores on a disk that fails at the first, the second, the third ... call of a short story: a clear error each
 // time, and afterwards everything that was acknowledged, and nothing that nobody wrote.
+#include <SQLiteCpp/SQLiteCpp.h>
 #include <gmock/gmock.h>
 
 #include <functional>
@@ -10,6 +11,7 @@
 #include "door/services/user_store.h"
 #include "door/tests/failing_vfs.h"
 #include "refhost/audit_log.h"
+#include "refhost/log.h"
 #include "refhost/settings_store.h"
 #include "refhost/tests/support.h"
 
@@ -95,6 +97,62 @@ TEST_P(DiskFault, IsAClearErrorAndLosesNothingAtWhateverCallItComes) {
     ASSERT_FALSE(HasFailure());
   }
   EXPECT_GT(failures, 50U) << "the story is too short to tell anything";
+}
+
+// A log of the second version with more records than are kept.
+void make_old_log(const std::filesystem::path& state) {
+  SQLite::Database database(state / "audit.db", SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE);
+  database.exec(
+      "PRAGMA user_version = 2; CREATE TABLE audit_logs(id INTEGER PRIMARY KEY AUTOINCREMENT, time TEXT NOT NULL, "
+      "type INTEGER NOT NULL, details TEXT NOT NULL, at INTEGER NOT NULL DEFAULT 0)");
+  database.exec(
+      "INSERT INTO audit_logs(time, type, details, at) WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n "
+      "WHERE i < 3000) SELECT 't', 1, printf('%0200d', i), i FROM n");
+}
+
+// Bring the log up to date, and let the oldest go while a few come. Returns how many were acknowledged.
+int renew(const std::filesystem::path& state) {
+  int acknowledged = 0;
+  try {
+    refhost::AuditLog log(state);
+    log.retain([] { return refhost::AuditRetention{.keep = 100, .youngest_to_go = 0}; });
+    for (; acknowledged < 3; ++acknowledged) {
+      log.append({"t", 1, "new"});
+    }
+  } catch (const ac::ac_exception& failure) {
+    EXPECT_THAT(failure.what(), testing::HasSubstr("audit.db"));
+  }
+  return acknowledged;
+}
+
+TEST_P(DiskFault, LosesNoRecordOfALogThatIsBroughtUpToDateAndShrinks) {
+  const TemporaryDirectory old;
+  make_old_log(old.path());
+  refhost::log::set_threshold(refhost::log::Level::error);  // each time it says that it cannot shrink
+  int failures = 0;
+  bool failed = true;
+  // Each place would take minutes: each of the first, where the steps are, and then every seventh.
+  for (int call = 1; failed; call += call < 60 ? 1 : 7) {
+    const TemporaryDirectory directory;
+    std::filesystem::copy(old.path(), directory.path(), std::filesystem::copy_options::recursive);
+    disk_.fail_at(call, GetParam());
+    const int acknowledged = renew(directory.path());
+    failed = disk_.calls() >= call;
+    failures += failed ? 1 : 0;
+    disk_.fail_at(0, SQLITE_OK);
+    { const refhost::AuditLog again(directory.path()); }
+    std::vector<std::int64_t> ids;
+    int fresh = 0;
+    refhost::AuditLog::read(directory.path(), {}, [&](const refhost::AuditEntry& entry) {
+      ids.push_back(entry.id);
+      fresh += entry.record.details == "new" ? 1 : 0;
+    });
+    ASSERT_GE(fresh, acknowledged) << "call " << call;
+    ASSERT_GE(ids.size(), 100U) << "call " << call;
+    ASSERT_EQ(ids.back() - ids.front() + 1, static_cast<std::int64_t>(ids.size())) << "a gap, call " << call;
+    ASSERT_GE(ids.back(), 3000) << "call " << call;
+  }
+  EXPECT_GT(failures, 50) << "the story is too short to tell anything";
 }
 
 INSTANTIATE_TEST_SUITE_P(Each, DiskFault, testing::Values(SQLITE_IOERR, SQLITE_FULL),

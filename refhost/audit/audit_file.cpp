@@ -12,28 +12,45 @@ constexpr const char* kFileName = "audit.db";
 // Removing is worth a look every so many records.
 constexpr std::int64_t kPruneEvery = 100;
 
+// What one append removes at the most: whoever appends waits for it, beside the disk.
+constexpr int kMostToGo = 250;
+
+// Pages that one append gives back to the disk, and free ones that may stay for the records to come.
+constexpr int kPagesBack = 12;
+constexpr int kFreePages = 64;
+
 constexpr DatabaseKind kKind = {
     .noun = "audit log",
-    .version = 2,
+    .version = 3,
     .schema =
         "CREATE TABLE audit_logs(id INTEGER PRIMARY KEY AUTOINCREMENT, time TEXT NOT NULL, type INTEGER NOT NULL, "
-        "details TEXT NOT NULL, at INTEGER NOT NULL DEFAULT 0)",
-    // Version 1 had the written time alone, which is local.
-    .upgrade =
-        "ALTER TABLE audit_logs ADD COLUMN at INTEGER NOT NULL DEFAULT 0;"
-        "UPDATE audit_logs SET at = coalesce(strftime('%s', time, 'utc') * 1000, 0)",
+        "details TEXT NOT NULL, at INTEGER NOT NULL DEFAULT 0);"
+        "CREATE INDEX audit_logs_by_time ON audit_logs(at)",
+    .upgrades =
+        {// Version 1 had the written time alone, which is local.
+         "ALTER TABLE audit_logs ADD COLUMN at INTEGER NOT NULL DEFAULT 0;"
+         "UPDATE audit_logs SET at = coalesce(strftime('%s', time, 'utc') * 1000, 0)",
+         "CREATE INDEX audit_logs_by_time ON audit_logs(at)"},
     .probe = "SELECT id, time, type, details FROM audit_logs LIMIT 0",
     .way_out = "restore a copy of it, or move it away to begin a new one",
+    .shrinks = true,
 };
 
+// The records of a time lie together, unless somebody has set the clock: its index tells between which numbers, and the
+// records between them are read in their order.
+std::string between(const std::string& time, const char* number, const char* end) {
+  return " AND " + time + " AND id " + number + " (SELECT " + end +
+         "(id) FROM audit_logs INDEXED BY audit_logs_by_time WHERE " + time + ")";
+}
+
 std::string question(const AuditFilter& filter) {
-  std::string where = " WHERE 1";
+  std::string where = " NOT INDEXED WHERE 1";
   for (std::size_t i = 0; i < filter.types.size(); ++i) {
     where += (i == 0 ? " AND type IN (" : ", ") + std::to_string(filter.types[i]);
   }
   where += filter.types.empty() ? "" : ")";
-  where += filter.since.has_value() ? " AND at >= " + std::to_string(*filter.since) : "";
-  where += filter.until.has_value() ? " AND at < " + std::to_string(*filter.until) : "";
+  where += filter.since.has_value() ? between("at >= " + std::to_string(*filter.since), ">=", "min") : "";
+  where += filter.until.has_value() ? between("at < " + std::to_string(*filter.until), "<=", "max") : "";
   const std::string columns = "SELECT id, at, time, type, details FROM ";
   return filter.last.has_value() ? columns + "(SELECT * FROM audit_logs" + where + " ORDER BY id DESC LIMIT " +
                                        std::to_string(*filter.last) + ") ORDER BY id"
@@ -66,16 +83,26 @@ std::int64_t AuditFile::append(const AuditEntry& entry, const AuditRetention& re
 }
 
 // The oldest records beyond the count, up to the first that is too young. The records are in the order of their times
-// as long as nobody sets the clock back; where somebody did, those after a young one wait for it.
+// as long as nobody sets the clock back; where somebody did, those after a young one wait for it. A few go with each
+// record that comes, so that nobody waits for many, and the file shrinks after them.
 void AuditFile::prune(std::int64_t newest, const AuditEntry& entry, const AuditRetention& retention) {
-  const std::int64_t first_to_keep = newest - retention.keep + 1;
-  SQLite::Statement young(database_, "SELECT id FROM audit_logs WHERE id < ? AND at > ? ORDER BY id LIMIT 1");
-  young.bind(1, first_to_keep);
-  young.bind(2, entry.at - retention.youngest_to_go);
-  SQLite::Statement remove(database_, "DELETE FROM audit_logs WHERE id < ?");
-  remove.bind(1, young.executeStep() ? young.getColumn(0).getInt64() : first_to_keep);
+  SQLite::Statement oldest(database_, "SELECT id, at FROM audit_logs WHERE id < ? ORDER BY id LIMIT ?");
+  oldest.bind(1, newest - retention.keep + 1);
+  oldest.bind(2, kMostToGo);
+  int found = 0;
+  std::int64_t last = 0;
+  for (; oldest.executeStep() && oldest.getColumn(1).getInt64() <= entry.at - retention.youngest_to_go; ++found) {
+    last = oldest.getColumn(0).getInt64();
+  }
+  oldest.reset();
+  SQLite::Statement remove(database_, "DELETE FROM audit_logs WHERE id <= ?");
+  remove.bind(1, last);
   remove.exec();
-  next_prune_ = newest + kPruneEvery;
+  const bool has_room = database_.execAndGet("PRAGMA freelist_count").getInt() > kFreePages;
+  if (has_room) {
+    database_.exec("PRAGMA incremental_vacuum(" + std::to_string(kPagesBack) + ")");
+  }
+  next_prune_ = newest + (found == kMostToGo || has_room ? 1 : kPruneEvery);
 }
 
 void AuditLog::read(const std::filesystem::path& directory, const AuditFilter& filter,

@@ -15,7 +15,7 @@ class AuditFile {
  public:
   explicit AuditFile(const std::filesystem::path& directory);
 
-  // Append the record, without regard to its id, and remove what the rule lets go when enough of it has come together.
+  // Append the record, without regard to its id, and remove some of what the rule lets go.
   // Returns the record's number.
   std::int64_t append(const AuditEntry& entry, const AuditRetention& retention);
 

@@ -13,7 +13,6 @@ constexpr DatabaseKind kKind = {
     .schema =
         "CREATE TABLE settings(section TEXT NOT NULL, key TEXT NOT NULL, value TEXT NOT NULL, "
         "PRIMARY KEY(section, key)) WITHOUT ROWID",
-    .upgrade = nullptr,
     .probe = "SELECT section, key, value FROM settings LIMIT 0",
     .way_out = "restore a copy of it, or move it away to begin with the defaults",
 };

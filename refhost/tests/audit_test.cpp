@@ -174,6 +174,69 @@ TEST_F(Audit, WithoutACountAllStay) {
   EXPECT_EQ(records().size(), 250U);
 }
 
+class BigAudit : public Audit {
+ protected:
+  // So many records of long ago, in one transaction.
+  void fill(int records) {
+    SQLite::Database other(file(), SQLite::OPEN_READWRITE);
+    other.exec(
+        "INSERT INTO audit_logs(time, type, details, at) WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 "
+        "FROM n WHERE i < " +
+        std::to_string(records) + ") SELECT 't', 1, 'details that take some room in a page ' || i, i FROM n");
+    other.exec("PRAGMA wal_checkpoint(TRUNCATE)");
+  }
+
+  std::int64_t count() const {
+    return SQLite::Database(file()).execAndGet("SELECT count(*) FROM audit_logs").getInt64();
+  }
+
+  std::uintmax_t size() const {
+    SQLite::Database(file(), SQLite::OPEN_READWRITE).exec("PRAGMA wal_checkpoint(TRUNCATE)");
+    return std::filesystem::file_size(file());
+  }
+};
+
+TEST_F(BigAudit, OneAppendRemovesAFewAndTheNextGoesOn) {
+  constexpr std::int64_t kMost = 250;
+  fill(5000);
+  log_.retain([] { return AuditRetention{.keep = 10, .youngest_to_go = 0}; });
+  std::int64_t before = count();
+  int appends = 0;
+  for (; before > 110; ++appends) {
+    ASSERT_LT(appends, 30);
+    log_.append({"t", 1, "new"});
+    const std::int64_t after = count();
+    ASSERT_GE(after, before + 1 - kMost);
+    ASSERT_GE(after, 10);
+    before = after;
+  }
+  EXPECT_GE(appends, 5000 / kMost - 1);
+}
+
+TEST_F(BigAudit, TheFileShrinksAfterThem) {
+  fill(20000);
+  const auto before = size();
+  log_.retain([] { return AuditRetention{.keep = 10, .youngest_to_go = 0}; });
+  for (int i = 0; i < 200; ++i) {
+    log_.append({"t", 1, "new"});
+  }
+  EXPECT_LT(size(), before / 4) << "of " << before;
+  EXPECT_EQ(SQLite::Database(file()).execAndGet("PRAGMA integrity_check").getString(), "ok");
+}
+
+TEST_F(BigAudit, RecordsOfATimeAreFoundAlsoWhereTheClockWasSetBack) {
+  SQLite::Database(file(), SQLite::OPEN_READWRITE)
+      .exec(
+          "INSERT INTO audit_logs(time, type, details, at) VALUES('t', 1, 'a', 100), ('t', 1, 'b', 300), "
+          "('t', 1, 'c', 200), ('t', 1, 'd', 250), ('t', 1, 'e', 400)");
+  EXPECT_EQ(read(directory_.path(), {.since = 250}), Texts({"2 1 b", "4 1 d", "5 1 e"}));
+  EXPECT_EQ(read(directory_.path(), {.until = 300}), Texts({"1 1 a", "3 1 c", "4 1 d"}));
+  EXPECT_EQ(read(directory_.path(), {.since = 200, .until = 300}), Texts({"3 1 c", "4 1 d"}));
+  EXPECT_EQ(read(directory_.path(), {.since = 200, .until = 301, .last = 2}), Texts({"3 1 c", "4 1 d"}));
+  EXPECT_EQ(read(directory_.path(), {.since = 401}), Texts());
+  EXPECT_EQ(read(directory_.path(), {.until = 100}), Texts());
+}
+
 TEST_F(Audit, AfterAFailureItWritesAgain) {
   SQLite::Database other(file(), SQLite::OPEN_READWRITE);
   other.exec("ALTER TABLE audit_logs RENAME TO elsewhere");
@@ -224,6 +287,21 @@ TEST(AuditLog, AFileOfTheFirstVersionIsBroughtUpToDate) {
   EXPECT_EQ(times[1], 0) << "a time that is none";
   unsetenv("TZ");
   tzset();
+}
+
+TEST(AuditLog, AFileOfTheSecondVersionIsBroughtUpToDateAndCanShrink) {
+  const TemporaryDirectory directory;
+  const auto file = directory.path() / "audit.db";
+  SQLite::Database(file, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE)
+      .exec(
+          "CREATE TABLE audit_logs(id INTEGER PRIMARY KEY AUTOINCREMENT, time TEXT NOT NULL, type INTEGER NOT NULL, "
+          "details TEXT NOT NULL, at INTEGER NOT NULL DEFAULT 0); PRAGMA user_version = 2;"
+          "INSERT INTO audit_logs(time, type, details, at) VALUES('t', 1, 'a', 100), ('t', 2, 'b', 200)");
+  EXPECT_EQ(AuditLog(directory.path()).append({"t", 3, "c"}), 3);
+  EXPECT_EQ(read(directory.path(), {.since = 101}), Texts({"2 2 b", "3 3 c"}));
+  SQLite::Database database(file);
+  EXPECT_EQ(database.execAndGet("PRAGMA user_version").getInt(), 3);
+  EXPECT_EQ(database.execAndGet("PRAGMA auto_vacuum").getInt(), 2) << "in steps";
 }
 
 TEST(AuditLog, WithoutAFileThereIsNothingToRead) {

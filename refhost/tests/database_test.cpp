@@ -14,14 +14,13 @@ namespace {
 constexpr DatabaseKind kKind = {.noun = "test database",
                                 .version = 2,
                                 .schema = "CREATE TABLE things(name TEXT, size INTEGER DEFAULT 0)",
-                                .upgrade = "ALTER TABLE things ADD COLUMN size INTEGER DEFAULT 0",
+                                .upgrades = {"ALTER TABLE things ADD COLUMN size INTEGER DEFAULT 0"},
                                 .probe = "SELECT name FROM things LIMIT 0",
                                 .way_out = "restore a copy of it"};
 
 constexpr DatabaseKind kFirstVersion = {.noun = "test database",
                                         .version = 1,
                                         .schema = "CREATE TABLE things(name TEXT)",
-                                        .upgrade = nullptr,
                                         .probe = kKind.probe,
                                         .way_out = kKind.way_out};
 
@@ -135,6 +134,27 @@ TEST_F(DatabaseFile, OneOfTheVersionBeforeIsBroughtUpToDate) {
     EXPECT_EQ(database.execAndGet("SELECT size FROM things").getInt(), 0);
     EXPECT_EQ(database.execAndGet("PRAGMA user_version").getInt(), 2);
   }
+}
+
+TEST_F(DatabaseFile, OneOfAnEarlierVersionTakesEveryStep) {
+  DatabaseKind third = kKind;
+  third.version = 3;
+  third.upgrades = {kKind.upgrades[0], "ALTER TABLE things ADD COLUMN colour TEXT DEFAULT 'red'"};
+  open_database(file, kFirstVersion).exec("INSERT INTO things(name) VALUES('old')");
+  auto database = open_database(file, third);
+  EXPECT_EQ(database.execAndGet("SELECT size || colour FROM things").getString(), "0red");
+  EXPECT_EQ(database.execAndGet("PRAGMA user_version").getInt(), 3);
+}
+
+TEST_F(DatabaseFile, AStepThatFailsLeavesItAsItWas) {
+  DatabaseKind third = kKind;
+  third.version = 3;
+  third.upgrades = {kKind.upgrades[0], "ALTER TABLE nothing ADD COLUMN colour"};
+  open_database(file, kFirstVersion).exec("INSERT INTO things(name) VALUES('old')");
+  EXPECT_NE(failure_of([&] { open_database(file, third); }), "nothing was thrown");
+  auto database = open_database(file, kFirstVersion);
+  EXPECT_EQ(rows(database), 1);
+  EXPECT_EQ(database.execAndGet("PRAGMA user_version").getInt(), 1);
 }
 
 TEST_F(DatabaseFile, ToReadItAnOlderOneIsRefusedWithTheWayOut) {

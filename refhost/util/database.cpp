@@ -1,10 +1,10 @@
 #include "refhost/database.h"
 
-#include <fcntl.h>
 #include <sqlite3.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <ctime>
 #include <stdexcept>
@@ -12,12 +12,18 @@
 
 #include "ac/exception.h"
 #include "refhost/log.h"
+#include "refhost/state_file.h"
 
 namespace refhost {
 namespace {
 
 // How long a statement waits for another process that holds the file, a "config list" for example.
 constexpr int kBusyTimeoutMs = 2000;
+
+constexpr const char* kMakeShrinkable = "PRAGMA auto_vacuum = INCREMENTAL";
+
+// The files that SQLite keeps beside the database.
+constexpr std::array kSuffixes = {"-wal", "-shm"};
 
 // Thrown for a file that SQLite can open but that is broken inside.
 struct Damage : std::runtime_error {
@@ -51,22 +57,51 @@ void check_pages(SQLite::Database& database) {
   }
 }
 
-// SQLite gives its files to the world by default, and those beside it (-wal, -shm) the mode of the file itself. A
-// failure shows when SQLite opens the file.
+// SQLite gives its files to the world by default, and those beside it (-wal, -shm) the owner and mode of the file
+// itself. A failure shows when SQLite opens the file.
 void make_private_file(const std::filesystem::path& file) {
-  if (const int fd = open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600); fd >= 0) {
+  if (const int fd = open_state_file(file); fd >= 0) {
     close(fd);
+  }
+  for (const char* suffix : kSuffixes) {
+    give_to_directorys_owner(file.string() + suffix);
   }
 }
 
+// All in one transaction: a crash leaves the file as it was.
 void bring_up_to_date(SQLite::Database& database, const DatabaseKind& kind, std::optional<int> version) {
   if (version == kind.version) {
     return;
   }
   SQLite::Transaction transaction(database);
-  database.exec(version.has_value() ? kind.upgrade : kind.schema);
+  if (!version.has_value()) {
+    database.exec(kind.schema);
+  } else {
+    for (int step = std::max(*version, 1); step < kind.version; ++step) {
+      database.exec(kind.upgrades.at(static_cast<std::size_t>(step) - 1));
+    }
+  }
   database.exec("PRAGMA user_version = " + std::to_string(kind.version));
   transaction.commit();
+}
+
+// Only a file that has a map of its pages can shrink in steps. One that an older host has made is written anew once,
+// which takes as much room again for that time: where there is none, it stays as it is until the next start.
+void let_it_shrink(SQLite::Database& database, const DatabaseKind& kind) {
+  constexpr int kIncremental = 2;
+  if (!kind.shrinks || database.execAndGet("PRAGMA auto_vacuum").getInt() == kIncremental) {
+    return;
+  }
+  try {
+    database.exec(kMakeShrinkable);
+    database.exec("VACUUM; PRAGMA wal_checkpoint(TRUNCATE)");
+  } catch (const SQLite::Exception& failure) {
+    if (is_damage(failure.getErrorCode())) {
+      throw;
+    }
+    log::warning("the " + std::string(kind.noun) + " " + database.getFilename() +
+                 " cannot shrink before the next start: " + failure.what());
+  }
 }
 
 SQLite::Database open_sound_database(const std::filesystem::path& file, const DatabaseKind& kind) {
@@ -74,9 +109,13 @@ SQLite::Database open_sound_database(const std::filesystem::path& file, const Da
   SQLite::Database database(file.string(), SQLite::OPEN_READWRITE, kBusyTimeoutMs);
   const auto version = version_of(database, kind);
   check_pages(database);
+  if (kind.shrinks && !version.has_value()) {
+    database.exec(kMakeShrinkable);  // before the file's first page
+  }
   database.exec("PRAGMA journal_mode = WAL");
   database.exec("PRAGMA synchronous = FULL");
   bring_up_to_date(database, kind, version);
+  let_it_shrink(database, kind);
   return database;
 }
 
@@ -98,7 +137,7 @@ std::filesystem::path name_for_damaged(const std::filesystem::path& file) {
 void keep_aside(const std::filesystem::path& file, const DatabaseKind& kind, const char* damage) {
   const auto aside = name_for_damaged(file);
   std::filesystem::rename(file, aside);
-  for (const char* suffix : {"-wal", "-shm"}) {
+  for (const char* suffix : kSuffixes) {
     if (std::filesystem::exists(file.string() + suffix)) {
       std::filesystem::rename(file.string() + suffix, aside.string() + suffix);
     }

@@ -3,6 +3,7 @@
 
 #include <SQLiteCpp/SQLiteCpp.h>
 
+#include <array>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -11,18 +12,21 @@ namespace refhost {
 
 // A kind of file.
 struct DatabaseKind {
-  const char* noun;     // for messages: "settings database"
-  int version;          // kept in the file as user_version
-  const char* schema;   // the SQL that makes its tables
-  const char* upgrade;  // the SQL that brings a file of the version before up to date; null for version 1
-  const char* probe;    // a query that succeeds on a file of this kind
-  const char* way_out;  // what a person can do about a file that cannot be read
+  const char* noun;    // for messages: "settings database"
+  int version;         // kept in the file as user_version
+  const char* schema;  // the SQL that makes its tables
+  // The SQL that brings a file of version 1 to 2, one of 2 to 3, and so on.
+  std::array<const char*, 2> upgrades = {};
+  const char* probe;     // a query that succeeds on a file of this kind
+  const char* way_out;   // what a person can do about a file that cannot be read
+  bool shrinks = false;  // the room of removed rows can be given back in steps ("PRAGMA incremental_vacuum")
 };
 
 // Open the file for reading and writing: every transaction is on the disk when it returns (write-ahead log,
-// synchronous=FULL). A new file gets its tables, an older one those that it lacks. A damaged file is kept under another
-// name, FILE.damaged-DATE, a new one is begun, and a warning in the log says so. Throws ac::ac_exception, one line that
-// names the file, and changes nothing, when it is of another kind or of a newer version.
+// synchronous=FULL). A new file gets its tables and its owner (state_file.h), an older one is brought up to date in one
+// transaction. A damaged file is kept under another name, FILE.damaged-DATE, a new one is begun, and a warning in the
+// log says so. Throws ac::ac_exception, one line that names the file, and changes nothing, when it is of another kind
+// or of a newer version.
 SQLite::Database open_database(const std::filesystem::path& file, const DatabaseKind& kind);
 
 // The same for reading only; nothing when there is no file, or one that nobody has come to write to. A damaged file is

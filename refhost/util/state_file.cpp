@@ -1,0 +1,57 @@
+#include "refhost/state_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <string>
+
+namespace refhost {
+namespace {
+
+constexpr mode_t kForOwner = 0600;
+constexpr mode_t kForGroup = 0660;
+
+// The directory's owner may put anything in the place of a file. Root gives away only what nobody else has a name for:
+// neither what a link leads to, which O_NOFOLLOW sees to, nor a file with a second name.
+bool may_be_given(const struct stat& file) {
+  return (S_ISREG(file.st_mode) || S_ISSOCK(file.st_mode)) && file.st_nlink == 1;
+}
+
+// fd: of any kind, also one that is only a place (O_PATH).
+void give(int fd, const std::filesystem::path& directory) noexcept {
+  struct stat owner {};
+  struct stat file {};
+  if (stat(directory.c_str(), &owner) != 0 || fstat(fd, &file) != 0 || !may_be_given(file)) {
+    return;
+  }
+  const bool is_new = file.st_size == 0;
+  const bool is_strange = geteuid() == 0 && (file.st_uid != owner.st_uid || file.st_gid != owner.st_gid);
+  if (!is_new && !is_strange) {
+    return;  // its mode may be its owner's wish
+  }
+  const uid_t user = geteuid() == 0 ? owner.st_uid : static_cast<uid_t>(-1);
+  const bool given = fchownat(fd, "", user, owner.st_gid, AT_EMPTY_PATH) == 0;
+  const bool is_shared = given && (owner.st_mode & S_IWGRP) != 0;
+  const std::string place = "/proc/self/fd/" + std::to_string(fd);  // fchmod() takes no place
+  [[maybe_unused]] const int refused = chmod(place.c_str(), is_shared ? kForGroup : kForOwner);
+}
+
+}  // namespace
+
+int open_state_file(const std::filesystem::path& file) {
+  const int fd = open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kForOwner);
+  if (fd >= 0) {
+    give(fd, file.parent_path());
+  }
+  return fd;
+}
+
+void give_to_directorys_owner(const std::filesystem::path& file) noexcept {
+  if (const int fd = open(file.c_str(), O_PATH | O_CLOEXEC | O_NOFOLLOW); fd >= 0) {
+    give(fd, file.parent_path());
+    close(fd);
+  }
+}
+
+}  // namespace refhost
