@@ -1,6 +1,5 @@
 #include "refhost/instance_lock.h"
 
-#include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
 
@@ -11,6 +10,7 @@
 
 #include "ac/exception.h"
 #include "refhost/database.h"
+#include "refhost/state_file.h"
 
 namespace refhost {
 namespace {
@@ -25,7 +25,7 @@ std::string holder(int fd) {
 int open_and_lock(const std::filesystem::path& directory) {
   make_state_directory(directory);
   const auto file = directory / "lock";
-  const int fd = open(file.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
+  const int fd = open_state_file(file);
   if (fd < 0) {
     if (errno == ELOOP) {
       throw ac::ac_exception(file.string() + " is a symbolic link, which this program has not made: remove it", true);
