@@ -6,6 +6,7 @@
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -127,6 +128,7 @@ std::string open_failure_text(const std::string& path, int reason, const std::st
 PortGuard::PortGuard(const std::string& path, const std::string& alternative) : fd_(open_port(path, alternative)) {
   try {
     check_and_lock(fd_, path, alternative);
+    tcflush(fd_, TCIOFLUSH);
   } catch (...) {
     close(fd_);
     throw;

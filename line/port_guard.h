@@ -23,7 +23,8 @@ class PortError : public std::runtime_error {
 };
 
 // Holds the port for this process while it lives: two of our programs exclude each other by a lock on the device, and a
-// port that another program has open is refused.
+// port that another program has open is refused. What waits in the port then is dropped: it was meant for somebody
+// before, and would be taken for the answer to the first command.
 class PortGuard {
  public:
   // alternative: what else a user may try when there is no such port. Throws PortError.

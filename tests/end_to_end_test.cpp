@@ -109,6 +109,17 @@ TEST_F(EndToEnd, AReaderInAnotherProcessIsAPortLikeAnyOther) {
   EXPECT_EQ(host.wait().status, 0);
 }
 
+TEST_F(EndToEnd, ARunAfterAKilledOneStartsAndReads) {
+  uhfsim::SimulatedReader reader(uhfsim::Options{.seed = 3});
+  reader.field().add({.epc = {0xE2, 0x00, 0x68, 0x0A, 0x12, 0x34, 0x56}});
+  for (int i = 0; i < 5; ++i) {
+    auto host = start({"--port", reader.path(), "--set", "probe_interval=10"});
+    EXPECT_FALSE(next_event(host, "identification").is_null()) << "run " << i;
+    host.signal(SIGKILL);  // in the middle of a pass, as often as not
+    host.wait();
+  }
+}
+
 TEST_F(EndToEnd, AReaderThatSendsByteByByteIsUnderstood) {
   uhfsim::SimulatedReader reader(uhfsim::Options{.seed = 3, .chunk = 1});
   reader.field().add({.epc = {0xE2, 0x00, 0x68, 0x0A, 0x12, 0x34}});

@@ -19,8 +19,8 @@ class DeviceLink {
   DeviceLink(const DeviceLink&) = delete;
   DeviceLink& operator=(const DeviceLink&) = delete;
 
-  /// Makes the link; one that is there already is replaced. Throws std::runtime_error with one line when something
-  /// else has that name or the link cannot be made.
+  /// Makes the link; one that is left over is replaced. Throws std::runtime_error with one line when the link that is
+  /// there leads to another simulator's device or a real one, something else has that name, or it cannot be made.
   void point_to(const std::string& device);
 
  private:

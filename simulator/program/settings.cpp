@@ -14,6 +14,12 @@ namespace {
 constexpr std::size_t kLongestReply = 1'000'000;
 constexpr double kMostSeconds = 1e6;
 
+// What is in the field unless the command line says otherwise: near, half way, and at the edge.
+constexpr const char* kUsualField =
+    "add E28011700000020A00000001 rssi=210\n"
+    "add E28011700000020A00000002 rssi=190\n"
+    "add E28011700000020A00000003 rssi=150\n";
+
 Command fault_from(const std::string& text) {
   const std::size_t equals = text.find('=');
   if (equals == text.npos) throw CommandError("fault \"" + text + "\"; expected NAME=PROBABILITY");
@@ -36,11 +42,15 @@ std::string footer() {
 std::optional<Settings> read_command_line(int argc, char** argv, int& status) {
   Settings settings;
   std::optional<std::string> scenario;
+  bool empty = false;
   std::vector<std::string> faults;
   CLI::App app("A simulated UHF reader on a pseudo-terminal.", "uhf-sim");
   app.footer(footer());
   app.set_version_flag("--version", UHF_VERSION, "Tell the version");
-  app.add_option("--scenario", scenario, "What comes and goes in the field")->type_name("FILE");
+  auto* const file =
+      app.add_option("--scenario", scenario, "What comes and goes in the field (default: three tags that stay)");
+  file->type_name("FILE");
+  app.add_flag("--empty", empty, "Begin with no tag in the field")->excludes(file);
   app.add_option("--seed", settings.reader.seed, "Seed of all chance (default 1)")->type_name("N");
   app.add_option("--baud", settings.reader.baud, "Line speed; 0 delivers at once (default 115200)")->type_name("N");
   app.add_option("--chunk", settings.reader.chunk, "Deliver in chunks of N bytes; 0 is whole replies (default 0)")
@@ -60,6 +70,7 @@ std::optional<Settings> read_command_line(int argc, char** argv, int& status) {
     app.parse(argc, argv);
     for (const std::string& fault : faults) settings.faults.push_back(fault_from(fault));
     if (scenario) settings.scenario = Scenario::load(*scenario);
+    if (!scenario && !empty) settings.scenario = Scenario::parse(kUsualField, "usual field");
     return settings;
   } catch (const CLI::CallForHelp&) {
     std::cout << app.help() << std::flush;

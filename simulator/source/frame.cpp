@@ -47,6 +47,11 @@ void CommandScanner::push(ByteView bytes) {
   buffer_.insert(buffer_.end(), bytes.begin(), bytes.end());
 }
 
+void CommandScanner::clear() {
+  buffer_.clear();
+  start_ = 0;
+}
+
 std::optional<CommandFrame> CommandScanner::next() {
   for (;;) {
     const ByteView rest = ByteView(buffer_).subspan(start_);

@@ -47,6 +47,9 @@ class CommandScanner {
   /// The next whole command, or nothing when more bytes are needed.
   std::optional<CommandFrame> next();
 
+  /// Drops what is incomplete.
+  void clear();
+
   /// Bytes skipped so far because they belong to no valid command.
   std::uint64_t skipped() const { return skipped_; }
 

@@ -76,6 +76,8 @@ std::vector<Bytes> Reader::feed(ByteView bytes) {
   return replies;
 }
 
+void Reader::forget_input() { scanner_->clear(); }
+
 ReaderCounters Reader::counters() const { return {commands_, notices_, scanner_->skipped()}; }
 
 Bytes Reader::answer(const CommandFrame& frame) {

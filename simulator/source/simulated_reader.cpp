@@ -158,7 +158,7 @@ void SimulatedReader::await_work() {
     std::uint64_t count = 0;
     checked_or_nothing(::read(wake_.get(), &count, sizeof(count)), "reading the event descriptor");
   }
-  if ((awaited[0].revents & POLLIN) != 0) read_line();
+  if ((awaited[0].revents & (POLLIN | POLLHUP)) != 0) read_line();
 }
 
 // When to write; nothing when there is nothing to write, or only what an unpaced line that is full has no room for.
@@ -175,7 +175,9 @@ std::optional<Clock::time_point> SimulatedReader::next_scenario_instant() const 
 }
 
 void SimulatedReader::read_line() {
+  const bool was_attended = link_->attended();
   const Bytes received = link_->read();
+  if (was_attended && !link_->attended()) forget_client();
   const bool busy = !outgoing_.empty();
   const std::size_t room = busy ? kReceiveBuffer - std::min(waiting_.size(), kReceiveBuffer) : received.size();
   const std::size_t kept = std::min(room, received.size());
@@ -183,6 +185,16 @@ void SimulatedReader::read_line() {
   const std::lock_guard lock(mutex_);
   line_.bytes_in += received.size();
   line_.lost_in += received.size() - kept;
+}
+
+// The last client has closed the line: nothing of what it began goes on before the next one.
+void SimulatedReader::forget_client() {
+  outgoing_.clear();
+  waiting_.clear();
+  line_free_ = Clock::now();
+  const std::lock_guard lock(mutex_);
+  reader_.forget_input();
+  ++line_.departures;
 }
 
 void SimulatedReader::answer_waiting() {

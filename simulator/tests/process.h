@@ -34,6 +34,9 @@ class Process {
   /// Waits for its end: the exit status, or minus the number of the signal that ended it.
   int wait();
 
+  /// Its number, while it runs.
+  pid_t id() const { return pid_; }
+
   /// Whether it is still running now.
   bool running();
 

@@ -41,7 +41,7 @@ class UhfSim : public ::testing::Test {
 };
 
 TEST_F(UhfSim, FirstLineIsTheDeviceAndItAnswers) {
-  Process sim = start({"--baud", "0"});
+  Process sim = start({"--baud", "0", "--empty"});
   const LineClient client(sim.read_line());
   client.send(kGetPower);
   EXPECT_EQ(client.receive(kPower2600.size()), kPower2600);
@@ -58,7 +58,7 @@ TEST_F(UhfSim, InterruptAndTerminateEndItWithStatusZero) {
 }
 
 TEST_F(UhfSim, TakesCommandsFromStandardInput) {
-  Process sim = start({"--baud", "0"});
+  Process sim = start({"--baud", "0", "--empty"});
   const LineClient client(sim.read_line());
   sim.write("add ABCD rssi=80 # a card\nadd 0001 p=0.5 pc=1234\nlist\n");
   EXPECT_EQ(sim.read_line(), "ABCD rssi=80 pc=0800 p=1");
@@ -72,7 +72,7 @@ TEST_F(UhfSim, TakesCommandsFromStandardInput) {
 }
 
 TEST_F(UhfSim, BadCommandIsOneLineOnStandardErrorAndChangesNothing) {
-  Process sim = start({});
+  Process sim = start({"--empty"});
   sim.read_line();
   sim.write("add ABCD\nremove ABC\nlist now\nlist\n");
   EXPECT_EQ(sim.read_line(), "ABCD rssi=200 pc=0800 p=1");
@@ -84,7 +84,7 @@ TEST_F(UhfSim, BadCommandIsOneLineOnStandardErrorAndChangesNothing) {
 }
 
 TEST_F(UhfSim, StatusShowsStateAndCounters) {
-  Process sim = start({"--baud", "0"});
+  Process sim = start({"--baud", "0", "--empty"});
   const LineClient client(sim.read_line());
   client.send(hex("7F 00 A9 00 03 02 01 02 B1 7E"));
   ASSERT_EQ(client.receive(8).size(), 8U);
@@ -167,7 +167,7 @@ TEST_F(UhfSim, TheLinkFollowsALineThatHungUp) {
 }
 
 TEST_F(UhfSim, QuietWhenEmptySaysNothing) {
-  Process sim = start({"--baud", "0", "--quiet-when-empty"});
+  Process sim = start({"--baud", "0", "--empty", "--quiet-when-empty"});
   const LineClient client(sim.read_line());
   client.send(kInventory + kGetPower);
   EXPECT_EQ(client.receive(9), kPower2600);
@@ -175,7 +175,7 @@ TEST_F(UhfSim, QuietWhenEmptySaysNothing) {
 
 TEST_F(UhfSim, SeedAndChunkReachTheReader) {
   const auto rounds = [](const std::string& seed) {
-    Process sim = start({"--baud", "0", "--chunk", "3", "--seed", seed});
+    Process sim = start({"--baud", "0", "--empty", "--chunk", "3", "--seed", seed});
     const LineClient client(sim.read_line());
     sim.write("add 0001\nadd 0002\nadd 0003\nlist\n");
     for (int i = 0; i < 3; ++i) sim.read_line();
@@ -206,6 +206,47 @@ TEST_F(UhfSim, LinkReplacesAnOldLink) {
   fs::create_symlink("/dev/pts/gone", link);
   Process sim = start({"--link", link});
   EXPECT_EQ(fs::read_symlink(link), sim.read_line());
+}
+
+TEST_F(UhfSim, LinkOfARunningSimulatorIsRefusedAndThatOneIsNamed) {
+  const std::string link = directory_ / "reader";
+  Process first = start({"--link", link});
+  const std::string device = first.read_line();
+  Process second = start({"--link", link});
+  EXPECT_EQ(second.wait(), 1);
+  EXPECT_EQ(second.read_all_errors(), "uhf-sim: " + link + " is the link of process " + std::to_string(first.id()) +
+                                          ", a simulated reader that runs; end it, or give another path to --link\n");
+  EXPECT_THAT(second.read_all(), IsEmpty());
+  EXPECT_EQ(fs::read_symlink(link), device);
+}
+
+TEST_F(UhfSim, LinkOfAKilledSimulatorIsTakenOverEvenWhenItsTerminalIsSomebodysWindow) {
+  const std::string link = directory_ / "reader";
+  const Descriptor window(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
+  fs::create_symlink(ptsname(window.get()), link);
+  Process sim = start({"--link", link});
+  EXPECT_EQ(fs::read_symlink(link), sim.read_line());
+}
+
+TEST_F(UhfSim, LinkToARealDeviceIsLeftAlone) {
+  const std::string link = directory_ / "reader";
+  fs::create_symlink("/dev/null", link);
+  Process sim = start({"--link", link});
+  EXPECT_EQ(sim.wait(), 1);
+  EXPECT_EQ(sim.read_all_errors(),
+            "uhf-sim: " + link + " leads to /dev/null; remove that link, or give another path to --link\n");
+}
+
+TEST_F(UhfSim, ThreeTagsAreInTheFieldUnlessToldOtherwise) {
+  Process sim = start({});
+  sim.read_line();
+  sim.write("list\nquit\n");
+  const std::string tags = sim.read_all();
+  EXPECT_EQ(std::count(tags.begin(), tags.end(), '\n'), 3) << tags;
+  Process empty = start({"--empty"});
+  empty.read_line();
+  empty.write("list\nquit\n");
+  EXPECT_THAT(empty.read_all(), IsEmpty());
 }
 
 TEST_F(UhfSim, LinkOfSomebodyElseIsLeftAlone) {

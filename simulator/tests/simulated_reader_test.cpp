@@ -1,8 +1,10 @@
 #include "uhfsim/simulated_reader.h"
 
 #include <gmock/gmock.h>
+#include <poll.h>
 
 #include <algorithm>
+#include <ctime>
 #include <functional>
 #include <future>
 #include <mutex>
@@ -97,11 +99,86 @@ TEST(SimulatedReader, ClientMayCloseAndComeBack) {
   }
 }
 
-TEST(SimulatedReader, WhatAClientLeavesUnreadWaitsForTheNext) {
+bool departs(const SimulatedReader& reader, std::uint64_t times = 1) {
+  return becomes_true([&] { return reader.counters().departures == times; });
+}
+
+TEST(SimulatedReader, WhatAClientLeavesUnreadIsGoneWhenItCloses) {
   SimulatedReader reader(kAtOnce);
-  LineClient(reader.path()).send(kGetPower);
+  {
+    const LineClient client(reader.path());
+    client.send(kGetPower);
+    ASSERT_TRUE(becomes_true([&] { return reader.counters().bytes_out == kPower2600.size(); }));
+  }
+  ASSERT_TRUE(departs(reader));
+  const LineClient next(reader.path());
+  EXPECT_FALSE(next.waiting());
+  next.send(kInventory);
+  EXPECT_EQ(next.receive(kNothingRead.size()), kNothingRead);
+}
+
+TEST(SimulatedReader, MoreThanTheTerminalHoldsIsGoneToo) {
+  SimulatedReader reader(kAtOnce);
+  fill(reader.field());
+  {
+    const LineClient client(reader.path());
+    client.send(kInventory);
+    ASSERT_EQ(client.receive_some().empty(), false);
+  }
+  ASSERT_TRUE(departs(reader));
+  reader.field().clear();
+  const LineClient next(reader.path());
+  next.send(kGetPower);
+  EXPECT_EQ(next.receive(kPower2600.size()), kPower2600);
+  EXPECT_FALSE(next.waiting());
+}
+
+TEST(SimulatedReader, AReplyOnItsWayEndsWhenTheClientCloses) {
+  SimulatedReader reader({.baud = 9600, .chunk = 10});
+  fill(reader.field());  // fifteen seconds of bytes
+  {
+    const LineClient client(reader.path());
+    client.send(kInventory);
+    ASSERT_FALSE(client.receive_some().empty());
+  }
+  ASSERT_TRUE(departs(reader));
+  const LineClient next(reader.path());
+  next.send(kGetPower);
+  EXPECT_EQ(next.receive(kPower2600.size()), kPower2600);
+}
+
+TEST(SimulatedReader, HalfACommandIsGoneWithItsClient) {
+  SimulatedReader reader(kAtOnce);
+  LineClient(reader.path()).send(hex("7F 00 07 00 40"));
+  ASSERT_TRUE(departs(reader));
+  const LineClient next(reader.path());
+  next.send(kGetPower);
+  EXPECT_EQ(next.receive(kPower2600.size()), kPower2600);
+}
+
+TEST(SimulatedReader, WhatWasSentBeforeTheClientClosedIsDone) {
+  SimulatedReader reader(kAtOnce);
+  LineClient(reader.path()).send(hex("7F 00 07 00 01 03 0B 7E"));
+  EXPECT_TRUE(becomes_true([&] { return reader.state().region == 3; }));
+}
+
+TEST(SimulatedReader, ALineThatOneOfTwoClientsClosesGoesOn) {
+  SimulatedReader reader(kAtOnce);
+  const LineClient stays(reader.path());
+  stays.send(kGetPower);
   ASSERT_TRUE(becomes_true([&] { return reader.counters().bytes_out == kPower2600.size(); }));
-  EXPECT_EQ(LineClient(reader.path()).receive(kPower2600.size()), kPower2600);
+  { const LineClient goes(reader.path()); }
+  EXPECT_EQ(stays.receive(kPower2600.size()), kPower2600);
+  EXPECT_EQ(reader.counters().departures, 0U);
+}
+
+TEST(SimulatedReader, IsIdleWhileNobodyHasTheLineOpen) {
+  SimulatedReader reader(kAtOnce);
+  { LineClient(reader.path()).send(kGetPower); }
+  ASSERT_TRUE(departs(reader));
+  const std::clock_t before = std::clock();  // of all threads
+  poll(nullptr, 0, 100);                     // in which a busy loop would show
+  EXPECT_LT(std::clock() - before, CLOCKS_PER_SEC / 20);
 }
 
 TEST(SimulatedReader, QuietWhenEmptySaysNothing) {

@@ -73,6 +73,9 @@ class Reader {
   /// call; junk and frames with a wrong checksum or end byte are skipped and counted.
   std::vector<Bytes> feed(ByteView bytes);
 
+  /// Drops incomplete input, as after a pause on the line.
+  void forget_input();
+
   const State& state() const { return state_; }
 
   ReaderCounters counters() const;

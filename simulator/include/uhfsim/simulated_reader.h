@@ -48,6 +48,7 @@ struct Counters {
   std::uint64_t overruns = 0;   // bytes lost because the client did not read; only on a paced line
   std::uint64_t lost_in = 0;    // received bytes lost because the module was busy and its buffer full
   std::uint64_t hang_ups = 0;
+  std::uint64_t departures = 0;  // times that the last client closed the line, and what waited for it was dropped
 };
 
 /// A UHF reader module at the end of a serial line, to be opened by path() like any serial device.
@@ -106,6 +107,7 @@ class SimulatedReader {
   bool write_front();
   void read_line();
   void answer_waiting();
+  void forget_client();
   void enqueue(const Sending& sending);
   void hang_up();
   void await_work();
