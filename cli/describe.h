@@ -4,12 +4,14 @@
 #include <CLI/CLI.hpp>
 #include <string>
 
+#include "cli/manual.h"
+
 namespace cli {
 
 // format: "man SECTION" (8, say), "bash", "zsh" or "fish". Throws std::invalid_argument for another.
-std::string describe(const CLI::App& app, const std::string& format);
+std::string describe(const CLI::App& app, const Manual& manual, const std::string& format);
 
 // Whether the arguments are "--describe FORMAT", which the help does not tell, as it is for packages; it is done then.
-bool described(const CLI::App& app, int argc, char** argv);
+bool described(const CLI::App& app, const Manual& manual, int argc, char** argv);
 
 }  // namespace cli

@@ -7,10 +7,12 @@
 #include <cstdio>
 #include <exception>
 
+#include "cli/command_line.h"
 #include "cli/describe.h"
 #include "door/base/failure.h"
 #include "door/cli/cli.h"
 #include "door/cli/config_command.h"
+#include "door/cli/manual.h"
 #include "door/run/run_command.h"
 #include "refhost/loader.h"
 #include "refhost/log.h"
@@ -48,9 +50,8 @@ void add_state(CLI::App& command, std::string& state) {
 }
 
 void add_reader_options(CLI::App& command, achost::RunOptions& options) {
-  auto* const port = command.add_option("--port", options.port,
-                                        "Serial device of the reader (default: the setting "
-                                        "serial_port_path)");
+  auto* const port =
+      command.add_option("--port", options.port, "Serial device of the reader (default: the setting serial_port_path)");
   port->type_name("DEVICE");
   auto* const simulate = command.add_flag("--simulate", options.simulate, "Use a simulated reader")->excludes(port);
   command
@@ -85,7 +86,7 @@ void add_run(CLI::App& app, achost::RunOptions& options) {
       ->expected(1);
   command.add_option("--seconds", options.seconds, "End after that time, with a summary")
       ->type_name("N")
-      ->check(CLI::Range(0.001, kLongest));
+      ->check(cli::range(0.001, kLongest));
   command.add_flag("--json", options.json, "Print one JSON object a line");
   command.add_flag("--debug", options.debug, "Show the debug log on standard error");
   command.add_flag("--show-cards", options.show_cards, "Show card values in full in the debug log");
@@ -93,7 +94,7 @@ void add_run(CLI::App& app, achost::RunOptions& options) {
       .add_option("--watchdog-limit", options.watchdog_limit,
                   "Seconds that a thread may be silent before the run is ended (default: 30)")
       ->type_name("S")
-      ->check(CLI::Range(0.1, kLongest));
+      ->check(cli::range(0.1, kLongest));
   command.callback([&options] { achost::run(options); });
 }
 
@@ -146,6 +147,7 @@ int run_command_line(int argc, char** argv) {
   achost::RunOptions run_options;
   ConfigOptions config_options;
   CLI::App app("The reference host: loads a reader plug-in and runs it on this machine.", "achost");
+  cli::set_up_help(app);
   app.set_version_flag("--version", UHF_VERSION, "Tell the version");
   app.require_subcommand(1);
   add_run(app, run_options);
@@ -156,7 +158,7 @@ int run_command_line(int argc, char** argv) {
   // Afterwards, so that the other commands do not take it over.
   app.footer(kStatuses);
   app.get_subcommand("run")->footer(kStatuses);
-  if (cli::described(app, argc, argv)) {
+  if (cli::described(app, achost::manual(), argc, argv)) {
     return achost::kDone;
   }
   try {
@@ -164,8 +166,7 @@ int run_command_line(int argc, char** argv) {
     return achost::kDone;
   } catch (const CLI::ParseError& failure) {
     const bool asked_for_help = failure.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success);
-    return asked_for_help ? app.exit(failure)
-                          : complain(achost::kUsage, failure.what() + std::string("; see achost --help"));
+    return asked_for_help ? app.exit(failure) : complain(achost::kUsage, cli::usage_error(app, failure, argc, argv));
   }
 }
 

@@ -194,10 +194,23 @@ TEST(Achost, HelpDocumentsTheExitStatuses) {
   }
 }
 
+TEST(Achost, ACommandOrOptionThatIsNoneIsNamedWithTheNearest) {
+  auto result = achost({"config", "gett", "region"});
+  EXPECT_EQ(result.status, 2);
+  EXPECT_EQ(result.err,
+            "achost: there is no command \"config gett\": did you mean \"config get\"?; see achost config --help\n");
+  result = achost({"run", "--simulat"});
+  EXPECT_EQ(result.status, 2);
+  EXPECT_EQ(result.err,
+            "achost: there is no option \"--simulat\": did you mean \"--simulate\"?; see achost run --help\n");
+}
+
 TEST(Achost, WithoutASubcommandIsWrongUsage) {
   const auto result = achost({});
   EXPECT_EQ(result.status, 2);
-  EXPECT_EQ(result.err, "achost: A subcommand is required; see achost --help\n");
+  EXPECT_EQ(result.err,
+            "achost: give a command: run, config, status, events, gpio, rex, enroll, field, audit, user, card; see "
+            "achost --help\n");
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <iostream>
 
+#include "cli/command_line.h"
 #include "cli/describe.h"
 #include "console.h"
 #include "version.h"
@@ -37,6 +38,19 @@ std::string footer() {
          "\nExit status: 0 done, 1 failed, 2 wrong usage or a scenario that cannot be read.";
 }
 
+cli::Manual manual() {
+  std::vector<std::string> faults;
+  for (const auto name : FaultInjector::names()) faults.push_back(std::string(name) + "=1");
+  return {
+      .examples = {{"uhf-sim --link /tmp/reader", "A reader at /tmp/reader, with three tags in its field."},
+                   {"uhf-sim --scenario cards.txt", "Tags that come and go as the file tells."},
+                   {"uhf-sim --empty --fault corrupt-checksum=0.1",
+                    "Nothing in the field, and a wrong checksum in every tenth reply."}},
+      .files = {{"/dev/pts/N", "The device to open; its number is another each time, --link gives it a lasting name."}},
+      .environment = {},
+      .offers = {{"", "--fault", faults}, {"", "--baud", {"0", "9600", "115200"}}}};
+}
+
 }  // namespace
 
 std::optional<Settings> read_command_line(int argc, char** argv, int& status) {
@@ -45,6 +59,7 @@ std::optional<Settings> read_command_line(int argc, char** argv, int& status) {
   bool empty = false;
   std::vector<std::string> faults;
   CLI::App app("A simulated UHF reader on a pseudo-terminal.", "uhf-sim");
+  cli::set_up_help(app);
   app.footer(footer());
   app.set_version_flag("--version", UHF_VERSION, "Tell the version");
   auto* const file =
@@ -55,18 +70,18 @@ std::optional<Settings> read_command_line(int argc, char** argv, int& status) {
   app.add_option("--baud", settings.reader.baud, "Line speed; 0 delivers at once (default 115200)")->type_name("N");
   app.add_option("--chunk", settings.reader.chunk, "Deliver in chunks of N bytes; 0 is whole replies (default 0)")
       ->type_name("N")
-      ->check(CLI::Range(std::size_t{0}, kLongestReply).description(""));
+      ->check(cli::range(std::size_t{0}, kLongestReply));
   app.add_flag("--quiet-when-empty", settings.reader.quiet_when_empty, "Say nothing when no tag is read");
   app.add_option("--link", settings.link, "Make a symbolic link to the device, gone at the end")->type_name("PATH");
   app.add_option("--seconds", settings.seconds, "End after so long")
       ->type_name("N")
-      ->check(CLI::Range(0.0, kMostSeconds).description(""));
+      ->check(cli::range(0.0, kMostSeconds));
   app.add_option("--fault", faults, "Switch a fault on (may be given again)")
       ->type_name("NAME=P")
       ->expected(1)
       ->take_all();
   try {
-    if (cli::described(app, argc, argv)) return std::nullopt;
+    if (cli::described(app, manual(), argc, argv)) return std::nullopt;
     app.parse(argc, argv);
     for (const std::string& fault : faults) settings.faults.push_back(fault_from(fault));
     if (scenario) settings.scenario = Scenario::load(*scenario);
@@ -78,6 +93,9 @@ std::optional<Settings> read_command_line(int argc, char** argv, int& status) {
   } catch (const CLI::CallForVersion&) {
     std::cout << UHF_VERSION << std::endl;
     status = kExitDone;
+  } catch (const CLI::ParseError& error) {
+    std::cerr << "uhf-sim: " << cli::usage_error(app, error, argc, argv) << std::endl;
+    status = kExitUsage;
   } catch (const std::runtime_error& error) {
     std::cerr << "uhf-sim: " << error.what() << std::endl;
     status = kExitUsage;

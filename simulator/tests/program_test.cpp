@@ -311,6 +311,13 @@ TEST_F(UhfSim, WrongUsageIsOneLineAndStatusTwo) {
   }
 }
 
+TEST_F(UhfSim, AnUnknownOptionIsNamedWithTheNearest) {
+  Process sim = start({"--bauds", "1"});
+  EXPECT_EQ(sim.wait(), 2);
+  EXPECT_EQ(sim.read_all_errors(),
+            "uhf-sim: there is no option \"--bauds\": did you mean \"--baud\"?; see uhf-sim --help\n");
+}
+
 TEST_F(UhfSim, HelpTellsTheRulesAndStatuses) {
   Process sim = start({"--help"});
   EXPECT_EQ(sim.wait(), 0);

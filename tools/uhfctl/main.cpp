@@ -4,9 +4,11 @@
 #include <cstdio>
 #include <functional>
 
+#include "cli/command_line.h"
 #include "cli/describe.h"
 #include "commands.h"
 #include "failure.h"
+#include "manual.h"
 #include "version.h"
 
 namespace {
@@ -36,17 +38,19 @@ void add_inventory(CLI::App& app, const Common& common) {
       add(app, "inventory", "Show the tags in the field", [&common, options] { inventory(common, *options); });
   command.add_option("--seconds", options->seconds, "How long; 0 is until Ctrl-C")
       ->capture_default_str()
-      ->check(CLI::Range(0.0, 1e6));
-  command.add_option("--count", options->count, "End when so many tags have been seen")->check(CLI::Range(1, 100000));
+      ->check(cli::range(0.0, 1e6));
+  command.add_option("--count", options->count, "End when so many tags have been seen")->check(cli::range(1, 100000));
   command.add_option("--filter", options->filter, "Only EPCs that begin with these hexadecimal digits")
       ->type_name("PREFIX");
   command.add_flag("--card-value", options->card_value, "Show the number that the plug-in would announce");
   command.add_option("--identification-bits", options->identification_bits, "As the setting of that name")
+      ->type_name("BITS")
       ->capture_default_str()
-      ->check(CLI::Range(0, 64));
-  command.add_option("--reader-type", options->reader_type, "As the setting of that name: msb or lsb")
+      ->check(cli::range(0, 64));
+  command.add_option("--reader-type", options->reader_type, "As the setting of that name")
+      ->type_name("msb|lsb")
       ->capture_default_str()
-      ->check(CLI::IsMember({"msb", "lsb"}, CLI::ignore_case));
+      ->check(CLI::IsMember({"msb", "lsb"}, CLI::ignore_case).description(""));
 }
 
 void add_radio(CLI::App& app, const Common& common) {
@@ -55,9 +59,9 @@ void add_radio(CLI::App& app, const Common& common) {
   add(power, "get", "Ask for it", [&common] { get_power(common); });
   const auto wanted = std::make_shared<int>(0);
   add(power, "set", "Set it, and ask for it", [&common, wanted] { set_power(common, *wanted); })
-      .add_option("POWER", *wanted, "0 to 65535")
+      .add_option("POWER", *wanted, "In hundredths of a dBm")
       ->required()
-      ->check(CLI::Range(0, 65535));
+      ->check(cli::range(0, 65535));
 
   auto& region = *app.add_subcommand("region", "The regulatory region (a reader cannot be asked for it)");
   region.require_subcommand(1);
@@ -90,17 +94,17 @@ void add_radio(CLI::App& app, const Common& common) {
       .add_option("M I THRESHOLD", *values, "Mixer gain and amplifier gain (0 to 255), threshold (0 to 65535)")
       ->required()
       ->expected(3)
-      ->check(CLI::Range(0, 65535));
+      ->check(cli::range(0, 65535));
 }
 
 void add_survey(CLI::App& app, const Common& common) {
   const auto options = std::make_shared<uhfctl::SurveyOptions>();
   auto& command = add(app, "survey", "Step through powers, and recommend one for a tag",
                       [&common, options] { survey(common, *options); });
-  command.add_option("--power", options->power, "FROM:TO:STEP, in hundredths of a dBm")->required();
+  command.add_option("--power", options->power, "Which, in hundredths of a dBm")->type_name("FROM:TO:STEP")->required();
   command.add_option("--seconds", options->seconds, "At each power")
       ->capture_default_str()
-      ->check(CLI::Range(0.01, 1e5));
+      ->check(cli::range(0.01, 1e5));
   command.add_option("--tag", options->tag, "The EPC to recommend a power for (default: the tag read most)")
       ->type_name("EPC");
   command.add_option("--out", options->out, "The report; figures go beside it as .csv and .json")
@@ -116,13 +120,13 @@ void add_tape(CLI::App& app, const Common& common) {
   record.add_option("FILE", *file, "A name that is not there yet")->required();
   record.add_option("--seconds", *time, "How long; 0 is until Ctrl-C")
       ->capture_default_str()
-      ->check(CLI::Range(0.0, 1e6));
+      ->check(cli::range(0.0, 1e6));
   auto& replay = add(app, "replay", "Play a recording as a simulated reader; prints its port",
                      [&common, file, time] { uhfctl::replay(common, *file, *time); });
   replay.add_option("FILE", *file, "What record made")->required();
   replay.add_option("--seconds", *time, "How long; 0 is until Ctrl-C")
       ->capture_default_str()
-      ->check(CLI::Range(0.0, 1e6));
+      ->check(cli::range(0.0, 1e6));
   add(app, "decode", "Tell every frame, and why bytes are none", [&common, file] { uhfctl::decode(common, *file); })
       .add_option("WHAT", *file, "A recording, a file of hexadecimal digits, the digits, or - for standard input")
       ->required();
@@ -134,14 +138,16 @@ int main(int argc, char** argv) {
   std::signal(SIGPIPE, SIG_IGN);
   Common common;
   CLI::App app("Looks at a UHF reader, sets it up, and finds out why a card does not read.", "uhfctl");
+  cli::set_up_help(app);
   app.footer(kFooter);
   app.set_version_flag("--version", UHF_VERSION, "Tell the version");
   app.require_subcommand(1);
   app.fallthrough();
   app.add_option("--port", common.port, "Serial device of the reader")->envname("UHFCTL_PORT")->type_name("DEVICE");
   app.add_option("--timeout", common.timeout, "Milliseconds that the reader may take to begin its answer")
+      ->type_name("MS")
       ->capture_default_str()
-      ->check(CLI::Range(100, 25500));
+      ->check(cli::range(100, 25500));
   app.add_flag("--json", common.json, "Print JSON, an object a line");
   add(app, "info", "Whether a reader answers, its power and sensitivity", [&common] { info(common); });
   add_inventory(app, common);
@@ -154,13 +160,17 @@ int main(int argc, char** argv) {
       .add_option("--region", *region, "Whose limits the power is held to")
       ->capture_default_str();
   try {
-    if (cli::described(app, argc, argv)) {
+    if (cli::described(app, uhfctl::manual(), argc, argv)) {
       return uhfctl::kDone;
     }
     app.parse(argc, argv);
     return uhfctl::kDone;
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? uhfctl::kDone : uhfctl::kUsage;
+    if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
+      return app.exit(error);  // help, or the version
+    }
+    std::fprintf(stderr, "uhfctl: %s\n", cli::usage_error(app, error, argc, argv).c_str());
+    return uhfctl::kUsage;
   } catch (const uhfctl::Failure& failure) {
     std::fprintf(stderr, "uhfctl: %s\n", failure.what());
     return failure.status();

@@ -2,6 +2,8 @@
 #include <poll.h>
 
 #include <algorithm>
+#include <cctype>
+#include <cerrno>
 #include <cstring>
 #include <fstream>
 #include <iostream>
@@ -119,6 +121,12 @@ void decode_recording(const Common& common, const std::vector<Piece>& pieces) {
   }
 }
 
+// Whether a word is meant as bytes rather than as a file's name: more of it is digits than is not.
+bool looks_like_hex(const std::string& text) {
+  const auto digits = std::ranges::count_if(text, [](unsigned char c) { return std::isxdigit(c) != 0; });
+  return text.find_first_of("/.") == std::string::npos && 2 * digits >= static_cast<std::ptrdiff_t>(text.size());
+}
+
 std::string content_of(const std::string& what) {
   std::stringstream text;
   if (what == "-") {
@@ -126,6 +134,9 @@ std::string content_of(const std::string& what) {
     return text.str();
   }
   std::ifstream in(what);
+  if (!in && !looks_like_hex(what)) {
+    throw Failure(kUsage, what + ": " + std::strerror(errno) + ", and no hexadecimal digits either");
+  }
   if (!in) {
     return what;  // the digits themselves
   }

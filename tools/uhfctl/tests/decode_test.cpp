@@ -41,6 +41,20 @@ TEST_F(Decode, WhatIsNoDigitIsNamed) {
   EXPECT_THAT(err, HasSubstr("\"x\" is no hexadecimal digit"));
 }
 
+TEST_F(Decode, AFileThatIsNotThereIsNamed) {
+  for (const std::string name : {"nofile", "./feed", "face.txt"}) {
+    const auto [status, out, err] = run({"decode", name});
+    EXPECT_EQ(status, 2);
+    EXPECT_EQ(err, "uhfctl: " + name + ": No such file or directory, and no hexadecimal digits either\n");
+  }
+}
+
+TEST_F(Decode, ACommandThatIsNoneIsNamedWithTheNearest) {
+  const auto [status, out, err] = run({"inventorry"});
+  EXPECT_EQ(status, 2);
+  EXPECT_EQ(err, "uhfctl: there is no command \"inventorry\": did you mean \"inventory\"?; see uhfctl --help\n");
+}
+
 TEST_F(Decode, KnowsEveryFrameOfTheProtocol) {
   int files = 0;
   for (const auto& entry : std::filesystem::directory_iterator(UHFCTL_VECTORS)) {
