@@ -121,10 +121,11 @@ void decode_recording(const Common& common, const std::vector<Piece>& pieces) {
   }
 }
 
-// Whether a word is meant as bytes rather than as a file's name: more of it is digits than is not.
+// Whether a text is meant as bytes rather than as a file's name: at least half of it is digits.
 bool looks_like_hex(const std::string& text) {
   const auto digits = std::ranges::count_if(text, [](unsigned char c) { return std::isxdigit(c) != 0; });
-  return text.find_first_of("/.") == std::string::npos && 2 * digits >= static_cast<std::ptrdiff_t>(text.size());
+  const auto blanks = std::ranges::count_if(text, [](unsigned char c) { return std::isspace(c) != 0; });
+  return text.find_first_of("/.") == std::string::npos && 2 * digits >= std::ssize(text) - blanks;
 }
 
 std::string content_of(const std::string& what) {
