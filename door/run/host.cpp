@@ -48,6 +48,9 @@ std::chrono::milliseconds checking_period(std::chrono::milliseconds limit) {
   _exit(kPluginEnded);
 }
 
+// Whoever wants to leave waits for no disk, reader or setting: the exit button and the inputs have a lane of their own.
+const refhost::Lane kInputs{.name = "inputs", .types = {"sec_box_rex_changed", "gpio_notified"}};
+
 refhost::AuditRetention retention(const refhost::SettingsStore& settings) {
   constexpr std::int64_t kDay = 24LL * 60 * 60 * 1000;
   return {.keep = settings.get_int("host", "audit_keep").value(),
@@ -103,7 +106,7 @@ void Host::run_plugin(const std::string& path) {
   ac::util::set_thread_name("plugin", pthread_self());
   try {
     // Never destroyed: its other threads go on when its main function has ended.
-    const auto& plugin = *new refhost::LoadedPlugin(refhost::load(path));
+    const auto& plugin = *new refhost::LoadedPlugin(refhost::load(path, {kInputs}));
     std::fprintf(stderr, "achost: %s (%s) reads at %s; Ctrl-C ends\n", plugin.name.c_str(), path.c_str(),
                  reader_.description().c_str());
     plugin_ = &plugin;

@@ -4,12 +4,14 @@
 #include <dlfcn.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <string_view>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 #include "loader/plugin_impl.h"
 #include "loader/writers.h"
@@ -112,11 +114,28 @@ void call_init(InitFunction init, ac::Plugin& plugin, const std::string& path) {
   }
 }
 
+// A mailbox for each lane that has a listener, and one for the others.
+std::vector<std::unique_ptr<Subscriber>> subscribe(const std::string& name, std::vector<ac::MessageListener> listeners,
+                                                   const std::vector<Lane>& lanes) {
+  std::vector<std::unique_ptr<Subscriber>> subscribers;
+  for (const Lane& lane : lanes) {
+    const auto first = std::stable_partition(listeners.begin(), listeners.end(), [&](const auto& listener) {
+      return std::ranges::find(lane.types, listener.type) == lane.types.end();
+    });
+    if (first != listeners.end()) {
+      subscribers.push_back(std::make_unique<Subscriber>(name + ":" + lane.name, std::vector(first, listeners.end())));
+      listeners.erase(first, listeners.end());
+    }
+  }
+  subscribers.push_back(std::make_unique<Subscriber>(name, listeners));
+  return subscribers;
+}
+
 }  // namespace
 
 void check_plugin_path(const std::string& path) { open_trusted(path); }
 
-LoadedPlugin load(const std::string& path) {
+LoadedPlugin load(const std::string& path, const std::vector<Lane>& lanes) {
   const InitFunction init = find_init(path, open_trusted(path));
   ac::Plugin plugin;
   call_init(init, plugin, path);
@@ -125,7 +144,7 @@ LoadedPlugin load(const std::string& path) {
     refuse(path, "its init set no main function (ac::Plugin::set_run)");
   }
   const std::string name = described.name.empty() ? path : described.name;
-  return {path, name, described.run, std::make_unique<Subscriber>(name, described.listeners)};
+  return {path, name, described.run, subscribe(name, std::move(described.listeners), lanes)};
 }
 
 std::string run_until_it_ends(const LoadedPlugin& plugin) {

@@ -68,6 +68,19 @@ TEST(Loader, FileThatIsNoSharedObjectIsRefused) {
   expect_refused(path, "file too short");
 }
 
+TEST(Loader, ALanesMessagesPassAHandlerThatWaits) {
+  const auto loaded = load(plugin("lanes"), {{"urgent", {"lanes.press"}}});
+  Recorder<int> seen;
+  const Subscriber witness("witness", {on("lanes.waited", [&](ac::Message* answer) {
+                             int value = -1;
+                             answer->get_int("seen", &value);
+                             seen.add(value);
+                           })});
+  ac::PostOffice::send_message(message("lanes.wait"));
+  ac::PostOffice::send_message(message("lanes.press"));
+  EXPECT_EQ(seen.wait_for(1), std::vector<int>{1});
+}
+
 // A copy of a good plug-in in a directory of the test's own.
 class LoaderTrust : public testing::Test {
  protected:

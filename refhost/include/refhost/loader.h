@@ -5,6 +5,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "refhost/subscriber.h"
 
@@ -26,12 +27,19 @@ class LoadError : public std::runtime_error {
   Stage stage_;
 };
 
+// Messages that a plug-in gets on a delivery thread of their own, past whatever else its handlers wait for.
+struct Lane {
+  std::string name;                // the thread's is PLUGIN:NAME
+  std::vector<std::string> types;  // of messages
+};
+
 // A plug-in whose init() returned true. It stays in the process until its end: its threads never stop.
 struct LoadedPlugin {
   std::string path;
   std::string name;                        // as it named itself, else the path
   int (*run)() = nullptr;                  // its main function
-  std::unique_ptr<Subscriber> subscriber;  // its mailbox; delivers from the moment of loading
+  // Its mailboxes, one for each lane and one for the rest; they deliver from the moment of loading.
+  std::vector<std::unique_ptr<Subscriber>> subscribers;
 };
 
 // Whether there is a file at that path, the path is absolute, and nobody can replace the file who cannot replace this
@@ -39,7 +47,7 @@ struct LoadedPlugin {
 void check_plugin_path(const std::string& path);
 
 // Load the shared object at an absolute path and call its init() on this thread. Throws LoadError.
-LoadedPlugin load(const std::string& path);
+LoadedPlugin load(const std::string& path, const std::vector<Lane>& lanes = {});
 
 // Call the plug-in's main function on this thread. It should never return; how it ended all the same, as one line that
 // names the plug-in, is the result.
