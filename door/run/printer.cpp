@@ -43,7 +43,7 @@ void Printer::print(const ac::Message& message) {
   if (!event.has_value()) {
     return;
   }
-  const std::string line = form_ == Form::json ? event->json() : event->line(colour_);
+  const std::string line = form_ == Form::json ? event->json() : event->line(colour_, form_ == Form::human);
   const std::lock_guard lock(mutex_);
   if (!finished_) {
     count(*event);
@@ -53,7 +53,7 @@ void Printer::print(const ac::Message& message) {
 
 void Printer::say(const std::string& text) {
   const std::lock_guard lock(mutex_);
-  if (!finished_ && form_ == Form::human) {
+  if (!finished_ && form_ != Form::json) {
     write(colour_ ? "\n\x1b[1m" + text + "\x1b[0m" : "\n" + text);
   }
 }

@@ -17,7 +17,8 @@ namespace achost {
 // Writes a line to standard output for each thing that happens, the moment its message is delivered, and counts.
 class Printer {
  public:
-  enum class Form { human, json };
+  // human: for a person, with card values in full; masked: with their last four digits; json: in full, for a program.
+  enum class Form { human, masked, json };
 
   // on_failure: called with an errno when standard output cannot be written, on the delivery thread.
   Printer(Form form, std::function<void(int)> on_failure);

@@ -1,5 +1,6 @@
 #include "door/services/event.h"
 
+#include <algorithm>
 #include <array>
 #include <cinttypes>
 #include <cstdio>
@@ -127,9 +128,10 @@ std::optional<Event> enrollment_failed(const ac::Message& message) {
                                             {9, "another enrollment runs"}};
   const int error = number(message, "error");
   const auto found = words.find(error);
-  const std::string reason = found == words.end() ? "error " + std::to_string(error) : found->second;
+  std::string reason = found == words.end() ? "error " + std::to_string(error) : found->second;
+  message.get_string("reason", &reason);  // whoever says more than a number
   return event(
-      "enrollment", "enrollment", "failed: " + reason, Weight::bad,
+      "enrollment", "enrollment", "failed: " + escape(reason), Weight::bad,
       {{"state", "error"}, {"error", error}, {"reason", reason}, {"user_id", long_number(message, "user_id")}});
 }
 
@@ -179,6 +181,20 @@ const std::map<std::string, Maker>& makers() {
   return table;
 }
 
+// The text with the last four digits of the event's card, as the log masks it. Its hexadecimal digits would tell more.
+std::string without_card(std::string words, const nlohmann::ordered_json& fields) {
+  if (fields.contains("card")) {
+    const auto card = fields.at("card").get<std::uint64_t>();
+    const std::string full = card_text(card);
+    std::string masked = "card " + refhost::log::mask_digits(std::to_string(card));
+    if (const auto place = words.find(full); place != std::string::npos) {
+      masked.resize(std::max(masked.size(), place == 0 ? full.size() : 0), ' ');
+      words.replace(place, full.size(), masked);
+    }
+  }
+  return words;
+}
+
 // The terminal's colours.
 const char* colour_of(Weight weight) {
   constexpr std::array kColours = {"\x1b[1;32m", "\x1b[1;31m", "", "\x1b[2m"};
@@ -203,11 +219,11 @@ std::optional<Event> Event::from(const ac::Message& message, std::chrono::system
   return result;
 }
 
-std::string Event::line(bool colour) const {
+std::string Event::line(bool colour, bool show_cards) const {
   // Wide enough for a card of the usual 32 bits, so that the texts stand below one another.
   constexpr std::size_t kSubjectWidth = 30;
   const std::string padding(subject.size() < kSubjectWidth ? kSubjectWidth - subject.size() : 1, ' ');
-  const std::string words = subject + padding + text;
+  const std::string words = show_cards ? subject + padding + text : without_card(subject + padding + text, fields);
   const char* const begin = colour_of(weight);
   return local_time(time, "%H:%M:%S.%L") + "  " + (colour && *begin != '\0' ? begin + words + "\x1b[0m" : words);
 }

@@ -31,8 +31,9 @@ struct Event {
   // as the closing of a door.
   static std::optional<Event> from(const ac::Message& message, std::chrono::system_clock::time_point time);
 
-  // For a person, local time, without a newline: "21:30:01.123  card 33 (0x21)            opens for user 7".
-  std::string line(bool colour) const;
+  // For a person, local time, without a newline: "21:30:01.123  card 33 (0x21)            opens for user 7". Without
+  // show_cards a card shows its last four digits alone.
+  std::string line(bool colour, bool show_cards) const;
 
   // For a program: one JSON object without a newline, "event" and "time" (ISO 8601 with milliseconds and zone) first.
   std::string json() const;

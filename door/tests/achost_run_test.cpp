@@ -16,8 +16,14 @@ namespace {
 constexpr const char* kSummary =
     "[0-9]+\\.[0-9] s: [0-9]+ identifications? of [0-9]+ cards?, the door opened [0-9]+ times?\n";
 
+// The output of a test is no terminal, as a journal is none.
+TEST_F(AchostRun, CardsAreMaskedWhereNobodyAskedForThem) {
+  EXPECT_THAT(Achost(simulated("good")).next_line(), testing::ContainsRegex("  card \\*\\*\\*\\*\\*9896 +refused"));
+  EXPECT_THAT(Achost(simulated("good", {"--json"})).next_line(), testing::HasSubstr("\"card\":305419896,"));
+}
+
 TEST_F(AchostRun, PrintsALineForEachIdentification) {
-  Achost host(simulated("good"));
+  Achost host(simulated("good", {"--show-cards"}));
   EXPECT_THAT(host.next_line(), testing::MatchesRegex("[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}  card 305419896 "
                                                       "\\(0x12345678\\) +refused, nobody's card"));
   EXPECT_NE(host.next_line().find("card 305419897 (0x12345679)"), std::string::npos);

@@ -25,7 +25,7 @@ class EventTest : public testing::Test {
     tzset();
   }
 
-  static std::string line(const ac::Message& message) { return Event::from(message, kTime).value().line(false); }
+  static std::string line(const ac::Message& message) { return Event::from(message, kTime).value().line(false, true); }
   static std::string json(const ac::Message& message) { return Event::from(message, kTime).value().json(); }
 
   // The decision about a card.
@@ -106,6 +106,26 @@ TEST_F(EventTest, AnEnrollmentIsFollowed) {
   }
 }
 
+TEST_F(EventTest, TheReasonOfAFailedEnrollmentIsToldInWords) {
+  ac::Message failed("enroller_error");
+  failed.add_int("error", 0);
+  failed.add_string("reason", "users.db: database or disk is full\n");
+  EXPECT_TRUE(line(failed).ends_with("failed: users.db: database or disk is full\\n")) << line(failed);
+  EXPECT_NE(json(failed).find(R"("reason":"users.db: database or disk is full\n")"), std::string::npos);
+}
+
+TEST_F(EventTest, ACardThatIsNotShownHasItsLastFourDigits) {
+  const auto masked = [](const ac::Message& message) { return Event::from(message, kTime).value().line(false, false); };
+  ac::Message message("identifier_decision");
+  decide(message, 305419896, "unknown");
+  EXPECT_EQ(line(message), "03:04:05.006  card 305419896 (0x12345678)   refused, nobody's card");
+  EXPECT_EQ(masked(message), "03:04:05.006  card *****9896                refused, nobody's card");
+  ac::Message done("enroll_rfid_successful");
+  done.add_int64("user_card", 305419896);
+  done.add_int64("user_id", 2);
+  EXPECT_EQ(masked(done), "03:04:05.006  enrollment                    card *****9896 is now of user 2");
+}
+
 TEST_F(EventTest, ALineOfARelayIsTheRelay) {
   ac::Message relay("gpio_notified");
   relay.add_int("gpio", 18);
@@ -153,7 +173,7 @@ TEST_F(EventTest, MessagesWithoutFieldsAreEventsAllTheSame) {
 TEST_F(EventTest, ColouredLineIsTheSameOtherwise) {
   ac::Message message("identifier_decision");
   decide(message, 33, "unknown");
-  std::string coloured = Event::from(message, kTime).value().line(true);
+  std::string coloured = Event::from(message, kTime).value().line(true, true);
   EXPECT_EQ(coloured.find("\x1b[1;31m"), 14U);
   coloured.erase(14, 7);
   EXPECT_EQ(coloured, line(message) + "\x1b[0m");

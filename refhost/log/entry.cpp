@@ -52,23 +52,27 @@ std::string escape(std::string_view text) {
   return result;
 }
 
-std::string mask_card(std::string_view text) {
+std::string mask_digits(std::string_view text) {
   std::string result(text);
-  const auto begins = [&](std::string_view line) { return text.starts_with(line); };
-  const auto* const line = std::find_if(kCardLines.begin(), kCardLines.end(), begins);
-  if (line == kCardLines.end()) {
-    return result;
-  }
-  // An EPC is followed by its length in brackets, which is no part of it.
-  const std::size_t end = std::min(text.find('['), text.size());
   int shown = 0;
-  for (std::size_t i = end; i > line->size(); --i) {
-    char& c = result[i - 1];
-    if (std::isalnum(static_cast<unsigned char>(c)) != 0 && ++shown > kShownCharacters) {
-      c = '*';
+  for (auto c = result.rbegin(); c != result.rend(); ++c) {
+    if (std::isalnum(static_cast<unsigned char>(*c)) != 0 && ++shown > kShownCharacters) {
+      *c = '*';
     }
   }
   return result;
+}
+
+std::string mask_card(std::string_view text) {
+  const auto begins = [&](std::string_view line) { return text.starts_with(line); };
+  const auto* const line = std::find_if(kCardLines.begin(), kCardLines.end(), begins);
+  if (line == kCardLines.end()) {
+    return std::string(text);
+  }
+  // An EPC is followed by its length in brackets, which is no part of it.
+  const std::size_t end = std::min(text.find('['), text.size());
+  return std::string(*line) + mask_digits(text.substr(line->size(), end - line->size())) +
+         std::string(text.substr(end));
 }
 
 std::string thread_name() {

@@ -10,6 +10,9 @@ namespace refhost::log {
 // stay.
 std::string escape(std::string_view text);
 
+// The text with stars for all its letters and digits but the last four.
+std::string mask_digits(std::string_view text);
+
 // The text with the card value of a line "Card Value: ..." or "Card detected! EPC: ..." as stars, but for its last four
 // letters or digits; separators between them and a length in brackets stay. Other texts are returned as they are.
 std::string mask_card(std::string_view text);
