@@ -1,10 +1,21 @@
 #include "door/base/local_time.h"
 
 #include <array>
+#include <charconv>
 #include <cstdio>
 #include <ctime>
+#include <string_view>
 
 namespace achost {
+namespace {
+
+bool is_three_digits(std::string_view text, int& number) {
+  constexpr std::size_t kDigits = 3;
+  const auto result = std::from_chars(text.data(), text.data() + text.size(), number);
+  return text.size() == kDigits && result.ptr == text.data() + kDigits && number >= 0;
+}
+
+}  // namespace
 
 std::string local_time(std::chrono::system_clock::time_point time, std::string format) {
   const auto since_epoch = std::chrono::floor<std::chrono::milliseconds>(time.time_since_epoch());
@@ -24,6 +35,18 @@ std::string local_time(std::chrono::system_clock::time_point time, std::string f
 std::string iso_time(std::chrono::system_clock::time_point time) {
   std::string text = local_time(time, "%Y-%m-%dT%H:%M:%S.%L%z");
   return text.insert(text.size() - 2, ":");
+}
+
+std::string with_zone(const std::string& text) {
+  std::tm fields{};
+  fields.tm_isdst = -1;
+  const char* const end = strptime(text.c_str(), "%Y-%m-%d %H:%M:%S", &fields);
+  int milliseconds = 0;
+  if (end == nullptr || (*end != '\0' && (*end != '.' || !is_three_digits(end + 1, milliseconds)))) {
+    return text;
+  }
+  return iso_time(std::chrono::system_clock::from_time_t(std::mktime(&fields)) +
+                  std::chrono::milliseconds(milliseconds));
 }
 
 }  // namespace achost

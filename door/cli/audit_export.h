@@ -27,7 +27,8 @@ struct AuditOptions {
 // ("2026-01-02T03:04:05Z", "...+01:00"). Throws Failure (kUsage).
 std::int64_t time_of(const std::string& text);
 
-// One record, with its newline. A table shows control characters as \n or \x1b, CSV is as RFC 4180 has it.
+// One record, with its newline. A table shows control characters as \n or \x1b, CSV is as RFC 4180 has it; a cell that
+// a spreadsheet would take for a formula has an apostrophe before it.
 std::string audit_heading(AuditForm form);
 std::string audit_line(const refhost::AuditEntry& entry, AuditForm form);
 

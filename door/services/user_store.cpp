@@ -2,10 +2,12 @@
 
 #include <SQLiteCpp/SQLiteCpp.h>
 
+#include <chrono>
 #include <mutex>
 #include <utility>
 
 #include "ac/exception.h"
+#include "door/base/local_time.h"
 #include "refhost/database.h"
 
 namespace achost {
@@ -89,11 +91,11 @@ bool UserStore::bind(std::uint64_t card, std::int64_t user, const std::string& r
     make_user.bind(1, user);
     make_user.exec();
     SQLite::Statement insert(open,
-                             "INSERT OR IGNORE INTO cards(value, user, registration, enrolled) "
-                             "VALUES(?, ?, ?, strftime('%Y-%m-%d %H:%M:%S', 'now', 'localtime'))");
+                             "INSERT OR IGNORE INTO cards(value, user, registration, enrolled) VALUES(?, ?, ?, ?)");
     insert.bind(1, stored(card));
     insert.bind(2, user);
     insert.bind(3, registration);
+    insert.bind(4, iso_time(std::chrono::system_clock::now()));
     const bool is_new = insert.exec() != 0;
     if (is_new) {
       transaction.commit();
@@ -129,6 +131,19 @@ std::vector<User> UserStore::users() const {
   });
 }
 
+std::vector<std::pair<User, std::int64_t>> UserStore::users_with_cards() const {
+  return impl_->with([](SQLite::Database& open) {
+    std::vector<std::pair<User, std::int64_t>> users;
+    SQLite::Statement query(
+        open, "SELECT id, name, (SELECT count(*) FROM cards WHERE user = users.id) FROM users ORDER BY id");
+    while (query.executeStep()) {
+      users.emplace_back(User{.id = query.getColumn(0).getInt64(), .name = query.getColumn(1)},
+                         query.getColumn(2).getInt64());
+    }
+    return users;
+  });
+}
+
 std::vector<Card> UserStore::cards() const {
   return impl_->with([](SQLite::Database& open) {
     std::vector<Card> cards;
@@ -138,7 +153,7 @@ std::vector<Card> UserStore::cards() const {
       cards.push_back({.value = static_cast<std::uint64_t>(query.getColumn(0).getInt64()),
                        .user = query.getColumn(1).getInt64(),
                        .registration = query.getColumn(2),
-                       .enrolled = query.getColumn(3)});
+                       .enrolled = with_zone(query.getColumn(3))});
     }
     return cards;
   });

@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace achost {
@@ -21,7 +22,7 @@ struct Card {
   std::uint64_t value = 0;
   std::int64_t user = 0;
   std::string registration;  // as whoever enrolled it gave it; may be empty
-  std::string enrolled;      // local time
+  std::string enrolled;      // ISO 8601 with milliseconds and zone
 
   bool operator==(const Card&) const = default;
 };
@@ -58,6 +59,7 @@ class UserStore {
 
   // In the order of their numbers.
   std::vector<User> users() const;
+  std::vector<std::pair<User, std::int64_t>> users_with_cards() const;  // with how many
   std::vector<Card> cards() const;
 
   // Close the file for good, at the end of the process. A thread that calls from now on waits for that end.

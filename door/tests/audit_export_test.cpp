@@ -3,7 +3,9 @@
 #include <gmock/gmock.h>
 #include <stdlib.h>
 
+#include <algorithm>
 #include <ctime>
+#include <fstream>
 #include <nlohmann/json.hpp>
 
 #include "door/base/failure.h"
@@ -58,6 +60,38 @@ TEST_F(AuditExport, CsvQuotesWhatNeedsIt) {
   EXPECT_EQ(audit_line(entry, AuditForm::csv), "7,2026-01-02T05:04:05.006+02:00,config,\"a, \"\"b\"\"\nc\",t\r\n");
 }
 
+TEST_F(AuditExport, BothTimesHaveOneForm) {
+  AuditEntry old = entry;
+  for (const char* time : {"2026-01-02 05:04:05.006", "2026-01-02T05:04:05.006+02:00"}) {
+    old.record = {.time = time, .type = 1, .details = "d"};
+    EXPECT_EQ(audit_line(old, AuditForm::csv),
+              "7,2026-01-02T05:04:05.006+02:00,config,d,2026-01-02T05:04:05.006+02:00\r\n");
+  }
+  old.at = 0;
+  EXPECT_THAT(audit_line(old, AuditForm::json), testing::HasSubstr("\"written\":\"2026-01-02T05:04:05.006+02:00\""));
+}
+
+TEST_F(AuditExport, ACsvCellIsNoFormula) {
+  AuditEntry odd = entry;
+  for (const auto& [details, cell] :
+       std::vector<std::pair<std::string, std::string>>{{"=1+1", "'=1+1"},
+                                                        {"+cmd|' /C calc'!A0", "'+cmd|' /C calc'!A0"},
+                                                        {"-2+3", "'-2+3"},
+                                                        {"-inf", "'-inf"},
+                                                        {"@SUM(1,2)", "\"'@SUM(1,2)\""},
+                                                        {"\t=1", "'\t=1"},
+                                                        {"\r=1", "\"'\r=1\""},
+                                                        {"'quoted'", "''quoted'"},
+                                                        {"-12.5", "-12.5"},
+                                                        {"+7", "+7"},
+                                                        {"-", "'-"},
+                                                        {"a=1", "a=1"},
+                                                        {"", ""}}) {
+    odd.record = {.time = "t", .type = -3, .details = details};
+    EXPECT_EQ(audit_line(odd, AuditForm::csv), "7,2026-01-02T05:04:05.006+02:00,-3," + cell + ",t\r\n");
+  }
+}
+
 TEST_F(AuditExport, JsonHasEveryField) {
   EXPECT_EQ(audit_line(entry, AuditForm::json),
             "{\"id\":7,\"written\":\"2026-01-02T05:04:05.006+02:00\",\"type\":\"config\",\"details\":\"a, "
@@ -100,6 +134,43 @@ TEST_F(AuditExport, ALinkPlantedBesideTheFileIsNotFollowed) {
                 .output = file});
   EXPECT_FALSE(std::filesystem::exists(directory.path() / "elsewhere"));
   EXPECT_TRUE(std::filesystem::is_regular_file(std::filesystem::symlink_status(file)));
+}
+
+TEST_F(AuditExport, AFileOfManyRecordsHasThemAll) {
+  const refhost::test::TemporaryDirectory directory;
+  refhost::AuditLog log(directory.path());
+  for (int i = 0; i < 40; ++i) {
+    log.append({.time = "t", .type = 1, .details = std::string(5000, 'x')});
+  }
+  const auto file = directory.path() / "out.csv";
+  export_audit({.state = directory.path(),
+                .types = {},
+                .since = "",
+                .until = "",
+                .last = {},
+                .form = AuditForm::csv,
+                .output = file});
+  const std::string text = refhost::test::content_of(file);
+  EXPECT_EQ(std::ranges::count(text, '\n'), 41);
+  EXPECT_THAT(text, testing::EndsWith(",t\r\n"));
+}
+
+TEST_F(AuditExport, AFileThatCannotBeFinishedLeavesNothing) {
+  const refhost::test::TemporaryDirectory directory;
+  std::ofstream(directory.path() / "audit.db") << std::string(5000, 'x');
+  EXPECT_NE(refhost::test::failure_of([&] {
+              export_audit({.state = directory.path(),
+                            .types = {},
+                            .since = "",
+                            .until = "",
+                            .last = {},
+                            .form = AuditForm::csv,
+                            .output = directory.path() / "out.csv"});
+            }),
+            "nothing was thrown");
+  for (const auto& left : std::filesystem::directory_iterator(directory.path())) {
+    EXPECT_EQ(left.path().filename().string().find("out.csv"), std::string::npos) << left.path();
+  }
 }
 
 TEST_F(AuditExport, AFileThatCannotBeWrittenIsNamedAndLeavesNothing) {

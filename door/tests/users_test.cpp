@@ -1,7 +1,10 @@
 #include "door/services/user_store.h"
 
-#include <gtest/gtest.h>
+#include <SQLiteCpp/SQLiteCpp.h>
+#include <gmock/gmock.h>
+#include <stdlib.h>
 
+#include <ctime>
 #include <limits>
 #include <thread>
 
@@ -68,7 +71,7 @@ TEST_F(Users, ListsAreInTheOrderOfTheirNumbers) {
   for (const Card& card : users.cards()) {
     order.push_back(card.value);
     EXPECT_EQ(card.registration, "r-" + std::to_string(card.value));
-    EXPECT_EQ(card.enrolled.size(), 19U);
+    EXPECT_THAT(card.enrolled, testing::MatchesRegex("[0-9-]{10}T[0-9:]{8}\\.[0-9]{3}[+-][0-9]{2}:[0-9]{2}"));
   }
   EXPECT_EQ(order, std::vector<std::uint64_t>({1, 5, std::uint64_t{1} << 63U, kHighest}));
 }
@@ -80,6 +83,29 @@ TEST_F(Users, AnotherStoreOfTheFileSeesThemAtOnce) {
   other.remove_card(33);
   EXPECT_EQ(users.owner_of(33), std::nullopt);
   EXPECT_EQ(UserStore(directory.path(), UserStore::Access::read_only).users().size(), 1U);
+}
+
+TEST_F(Users, AreCountedWithTheirCards) {
+  users.bind(33, 7, "");
+  users.bind(34, 7, "");
+  users.put({8, "Ana"});
+  const std::vector<std::pair<User, std::int64_t>> expected = {{{7, ""}, 2}, {{8, "Ana"}, 0}};
+  EXPECT_EQ(users.users_with_cards(), expected);
+}
+
+TEST_F(Users, AnEnrollmentThatAnOlderHostStoredWithoutAZoneGetsThatOfItsDay) {
+  setenv("TZ", "XXX-2YYY,M3.5.0,M10.5.0", 1);  // two hours east, three in summer
+  tzset();
+  SQLite::Database(directory.path() / "users.db", SQLite::OPEN_READWRITE)
+      .exec(
+          "INSERT INTO users VALUES(7, ''); INSERT INTO cards VALUES(1, 7, '', '2026-01-02 03:04:05'), "
+          "(2, 7, '', '2026-07-02 03:04:05'), (3, 7, '', 'once')");
+  const auto cards = users.cards();
+  unsetenv("TZ");
+  tzset();
+  EXPECT_EQ(cards[0].enrolled, "2026-01-02T03:04:05.000+02:00");
+  EXPECT_EQ(cards[1].enrolled, "2026-07-02T03:04:05.000+03:00");
+  EXPECT_EQ(cards[2].enrolled, "once");
 }
 
 TEST_F(Users, ManyThreadsMayCall) {

@@ -19,18 +19,18 @@
 namespace refhost::test {
 namespace {
 
-TEST(Util, DateAndTimeIsLocalWithMilliseconds) {
+TEST(Util, DateAndTimeIsLocalWithMillisecondsAndZone) {
   std::array<char, 64> buffer{};
   buffer.fill('x');
   const std::time_t before = std::time(nullptr);
   ac::util::get_formatted_date_and_time_ms(buffer.data());
   const std::time_t after = std::time(nullptr);
   const std::string text = buffer.data();
-  ASSERT_THAT(text, testing::MatchesRegex(R"([0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}\.[0-9]{3})"));
-  std::tm local{};
-  ASSERT_NE(strptime(text.c_str(), "%Y-%m-%d %H:%M:%S", &local), nullptr);
-  local.tm_isdst = -1;
-  const std::time_t told = std::mktime(&local);
+  ASSERT_THAT(text, testing::MatchesRegex(R"([0-9-]{10}T[0-9:]{8}\.[0-9]{3}[+-][0-9]{2}:[0-9]{2})"));
+  std::tm fields{};
+  ASSERT_NE(strptime((text.substr(0, 19) + text.substr(23)).c_str(), "%Y-%m-%dT%H:%M:%S%z", &fields), nullptr);
+  const long offset = fields.tm_gmtoff;
+  const std::time_t told = timegm(&fields) - offset;
   EXPECT_GE(told, before);
   EXPECT_LE(told, after);
 }

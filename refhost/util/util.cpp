@@ -39,8 +39,13 @@ void get_formatted_date_and_time_ms(char* buffer) {
   const auto since_epoch = std::chrono::duration_cast<milliseconds>(now.time_since_epoch());
   std::tm local{};
   localtime_r(&seconds, &local);
-  const std::size_t written = std::strftime(buffer, kLeastBuffer, "%Y-%m-%d %H:%M:%S", &local);
-  std::snprintf(buffer + written, kLeastBuffer - written, ".%03d", static_cast<int>(since_epoch.count() % 1000));
+  const std::size_t written = std::strftime(buffer, kLeastBuffer, "%Y-%m-%dT%H:%M:%S", &local);
+  constexpr long kMinute = 60;
+  constexpr long kHour = 60 * kMinute;
+  const long offset = std::labs(local.tm_gmtoff);
+  std::snprintf(buffer + written, kLeastBuffer - written, ".%03d%c%02ld:%02ld",
+                static_cast<int>(since_epoch.count() % 1000), local.tm_gmtoff < 0 ? '-' : '+', offset / kHour,
+                offset % kHour / kMinute);
 }
 
 namespace identifier {
