@@ -90,6 +90,7 @@ class Device : public testing::Test {
 }  // namespace
 
 TEST_F(Device, AKnownCardOpensTheDoorAndAnUnknownOneDoesNot) {
+  std::filesystem::create_directory(state());
   output({"card", "add", "1", "--user", "7"});
   start();
   output({"field", "add", kUnknown});
@@ -314,6 +315,7 @@ TEST_F(Device, ControlCharactersReachNoTerminal) {
 }
 
 TEST_F(Device, UsersAndCardsAreKeptWithoutAHostToo) {
+  std::filesystem::create_directory(state());
   output({"user", "put", "7", "--name", "Ana \xC3\xA7"});
   output({"card", "add", "0x21", "--user", "7"});
   output({"card", "add", "34", "--user", "8"});
@@ -352,6 +354,7 @@ TEST_F(Device, WithoutAHostTheWayOutIsTold) {
     EXPECT_EQ(result.status, 1) << words[0];
     EXPECT_THAT(result.err, HasSubstr("no host runs on " + state() + ": start one with achost run --state " + state()));
   }
+  std::filesystem::create_directory(state());
   EXPECT_EQ(output({"config", "set", "read_interval", "100"}), "100\n") << "the store alone: there is no plug-in";
 }
 

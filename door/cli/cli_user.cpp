@@ -61,12 +61,10 @@ std::shared_ptr<UserOptions> subcommand(CLI::App*& command, CLI::App& parent, co
 }
 
 void list_users(const UserOptions& options) {
-  const UserStore store(state_directory(*options.state), Access::read_only);
+  const UserStore store(existing_state(*options.state), Access::read_only);
   std::vector<std::vector<std::string>> rows = {{"USER", "CARDS", "NAME"}};
   std::string json;
-  const auto cards = store.cards();
-  for (const auto& user : store.users()) {
-    const auto count = std::ranges::count(cards, user.id, &Card::user);
+  for (const auto& [user, count] : store.users_with_cards()) {
     rows.push_back({std::to_string(user.id), std::to_string(count), escape(user.name)});
     json += dump({{"user", user.id}, {"name", user.name}, {"cards", count}});
   }
@@ -74,7 +72,7 @@ void list_users(const UserOptions& options) {
 }
 
 void list_cards(const UserOptions& options) {
-  const UserStore store(state_directory(*options.state), Access::read_only);
+  const UserStore store(existing_state(*options.state), Access::read_only);
   std::vector<std::vector<std::string>> rows = {{"CARD", "", "USER", "ENROLLED", "REGISTRATION"}};
   std::string json;
   for (const auto& card : store.cards()) {
@@ -91,19 +89,19 @@ void list_cards(const UserOptions& options) {
 
 void put_user(const UserOptions& options) {
   check_user(options.id);
-  UserStore(state_directory(*options.state), Access::read_write).put({.id = options.id, .name = options.name});
+  UserStore(writable_state(*options.state), Access::read_write).put({.id = options.id, .name = options.name});
 }
 
 void remove_user(const UserOptions& options) {
-  if (!UserStore(state_directory(*options.state), Access::read_write).remove_user(options.id)) {
+  if (!UserStore(existing_state(*options.state), Access::read_write).remove_user(options.id)) {
     throw Failure(kFailed, "there is no user " + std::to_string(options.id) + ": achost user list shows all");
   }
 }
 
 void add_card(const UserOptions& options) {
   check_user(options.id);
-  UserStore store(state_directory(*options.state), Access::read_write);
   const auto card = card_of(options.card);
+  UserStore store(writable_state(*options.state), Access::read_write);
   if (!store.bind(card, options.id, "")) {
     throw Failure(kFailed, "card " + std::to_string(card) + " is of user " +
                                std::to_string(store.owner_of(card).value_or(0)) + " already: remove it first");
@@ -112,7 +110,7 @@ void add_card(const UserOptions& options) {
 
 void remove_card(const UserOptions& options) {
   const auto card = card_of(options.card);
-  if (!UserStore(state_directory(*options.state), Access::read_write).remove_card(card)) {
+  if (!UserStore(existing_state(*options.state), Access::read_write).remove_card(card)) {
     throw Failure(kFailed, "card " + std::to_string(card) + " is nobody's: achost card list shows all");
   }
 }

@@ -85,7 +85,7 @@ std::string content_of(const std::string& file) {
 }  // namespace
 
 void list_settings(const std::string& state, bool json) {
-  const auto directory = state_directory(state);
+  const auto directory = settings_state(state);
   SettingsStore store(directory, SettingsStore::Access::read_only);
   take_overrides(store, directory);
   print(json ? settings_as_json(store) : settings_as_table(store));
@@ -95,7 +95,7 @@ void document_settings() { print(settings_as_markdown(refhost::SettingsSchema::b
 
 void get_setting(const std::string& state, const std::vector<std::string>& name) {
   const auto& setting = named(name, name.size());
-  const auto directory = state_directory(state);
+  const auto directory = settings_state(state);
   SettingsStore store(directory, SettingsStore::Access::read_only);
   take_overrides(store, directory);
   print(store.get(setting.section, setting.key).value() + "\n");
@@ -104,16 +104,16 @@ void get_setting(const std::string& state, const std::vector<std::string>& name)
 void set_setting(const std::string& state, const std::vector<std::string>& words) {
   const auto& setting = named(words, words.size() - 1);
   setting.check(words.back());
-  set_and_tell(state_directory(state), {setting.section, setting.key, words.back()});
+  set_and_tell(writable_state(state), {setting.section, setting.key, words.back()});
 }
 
 void export_settings(const std::string& state) {
-  print(settings_as_text(SettingsStore(state_directory(state), SettingsStore::Access::read_only)));
+  print(settings_as_text(SettingsStore(settings_state(state), SettingsStore::Access::read_only)));
 }
 
 void import_settings(const std::string& state, const std::string& file) {
   const auto settings = parse_settings_text(content_of(file), file == "-" ? "standard input" : file);
-  const auto directory = state_directory(state);
+  const auto directory = writable_state(state);
   for (const auto& setting : settings) {
     store_value(directory, setting);
   }

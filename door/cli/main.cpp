@@ -44,8 +44,8 @@ struct ConfigOptions {
 void add_state(CLI::App& command, std::string& state) {
   command
       .add_option("--state", state,
-                  "Directory of settings, users and audit log (default: /var/lib/achost for root, else "
-                  "~/.local/state/achost)")
+                  "Directory of settings, users and audit log (default: $ACHOST_STATE, else /var/lib/achost for root, "
+                  "else ~/.local/state/achost)")
       ->type_name("DIR");
 }
 
@@ -89,7 +89,8 @@ void add_run(CLI::App& app, achost::RunOptions& options) {
       ->check(cli::range(0.001, kLongest));
   command.add_flag("--json", options.json, "Print one JSON object a line");
   command.add_flag("--debug", options.debug, "Show the debug log on standard error");
-  command.add_flag("--show-cards", options.show_cards, "Show card values in full in the debug log");
+  command.add_flag("--show-cards", options.show_cards,
+                   "Show card values in full, also where the output or the log is no terminal");
   command
       .add_option("--watchdog-limit", options.watchdog_limit,
                   "Seconds that a thread may be silent before the run is ended (default: 30)")

@@ -1,8 +1,11 @@
 #include "door/run/run_command.h"
 
+#include <unistd.h>
+
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
+#include <optional>
 
 #include "door/base/assignment.h"
 #include "door/base/state_directory.h"
@@ -44,9 +47,20 @@ void print_hints(const std::filesystem::path& state) {
   std::fputs(text.c_str(), stderr);
 }
 
+// One rule for the output and the log: card values are for whoever asks for them or sits at a terminal, and not for a
+// journal, which more people read and which is kept.
+bool shows_cards(const RunOptions& options, int output) { return options.show_cards || isatty(output) != 0; }
+
 void set_up_log(const RunOptions& options) {
   refhost::log::set_threshold(options.debug ? refhost::log::Level::debug : refhost::log::Level::warning);
-  refhost::log::show_cards(options.show_cards);
+  refhost::log::show_cards(shows_cards(options, STDERR_FILENO));
+}
+
+Printer::Form form_of(const RunOptions& options) {
+  if (options.json) {
+    return Printer::Form::json;
+  }
+  return shows_cards(options, STDOUT_FILENO) ? Printer::Form::human : Printer::Form::masked;
 }
 
 }  // namespace
@@ -61,11 +75,15 @@ void run(const RunOptions& options) {
   const auto assignments = parse_assignments(options.settings);
   const std::string plugin = plugin_path(options);
   refhost::check_plugin_path(plugin);
-  const auto state = options.temporary_state ? make_temporary_state() : state_directory(options.state);
+  std::optional<TemporaryState> temporary;  // also gone when the run does not come about
+  if (options.temporary_state) {
+    temporary.emplace();
+  }
+  const auto state = temporary.has_value() ? temporary->directory() : state_directory(options.state);
   Reader reader(options, state, assignments);
 
-  Host host(state, reader, options.json ? Printer::Form::json : Printer::Form::human,
-            of_seconds<std::chrono::milliseconds>(options.watchdog_limit), options.temporary_state);
+  Host host(state, reader, form_of(options), of_seconds<std::chrono::milliseconds>(options.watchdog_limit),
+            options.temporary_state);
   for (const auto* const settings : {&reader.story().givens(), &assignments}) {
     for (const auto& [section, key, value] : *settings) {
       host.settings().override_for_run(section, key, value);

@@ -10,13 +10,15 @@
 
 namespace achost {
 
-std::filesystem::path make_temporary_state() {
+TemporaryState::TemporaryState() {
   std::string name = std::filesystem::temp_directory_path() / "achost-XXXXXX";
   if (mkdtemp(name.data()) == nullptr) {
     throw Failure(kFailed, "cannot make a temporary directory " + name + ": " + std::strerror(errno));
   }
-  return name;
+  directory_ = name;
 }
+
+TemporaryState::~TemporaryState() { remove_temporary_state(directory_); }
 
 void remove_temporary_state(const std::filesystem::path& directory) noexcept {
   std::error_code ignored;

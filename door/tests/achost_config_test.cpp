@@ -17,6 +17,8 @@ namespace {
 
 class AchostConfig : public testing::Test {
  protected:
+  AchostConfig() { std::filesystem::create_directory(state()); }
+
   std::string state() const { return directory_.path() / "state"; }
 
   Result config(std::vector<std::string> words) const {
@@ -31,7 +33,7 @@ class AchostConfig : public testing::Test {
     EXPECT_EQ(result.status, status);
     EXPECT_EQ(result.err, "achost: " + line + "\n");
     EXPECT_EQ(result.out, "");
-    EXPECT_FALSE(std::filesystem::exists(state()));
+    EXPECT_TRUE(std::filesystem::is_empty(state()));
   }
 
  private:
@@ -43,7 +45,7 @@ TEST_F(AchostConfig, GetPrintsTheValueAndWritesNothing) {
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.out, "BRAZIL\n");
   EXPECT_EQ(result.err, "");
-  EXPECT_FALSE(std::filesystem::exists(state()));
+  EXPECT_TRUE(std::filesystem::is_empty(state()));
 }
 
 TEST_F(AchostConfig, SetStoresTheValueAndPrintsIt) {

@@ -26,8 +26,8 @@ std::string read_rest(int fd) {
   return text;
 }
 
-pid_t spawn(std::vector<std::string> arguments, int output, int errors) {
-  arguments.insert(arguments.begin(), ACHOST);
+pid_t spawn(const std::string& program, std::vector<std::string> arguments, int output, int errors) {
+  arguments.insert(arguments.begin(), program);
   std::vector<char*> argv;
   for (std::string& argument : arguments) {
     argv.push_back(argument.data());
@@ -38,23 +38,24 @@ pid_t spawn(std::vector<std::string> arguments, int output, int errors) {
   posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
   posix_spawn_file_actions_adddup2(&actions, errors, STDERR_FILENO);
   pid_t pid = -1;
-  const int failure = posix_spawn(&pid, ACHOST, &actions, nullptr, argv.data(), environ);
+  const int failure = posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
   if (failure != 0) {
-    throw std::runtime_error("cannot start " ACHOST);
+    throw std::runtime_error("cannot start " + program);
   }
   return pid;
 }
 
 }  // namespace
 
-Achost::Achost(std::vector<std::string> arguments) : errors_(memfd_create("errors", MFD_CLOEXEC)) {
+Achost::Achost(const std::string& program, std::vector<std::string> arguments)
+    : errors_(memfd_create("errors", MFD_CLOEXEC)) {
   std::array<int, 2> ends{};
   if (pipe2(ends.data(), O_CLOEXEC) != 0) {
     throw std::runtime_error("no pipe");
   }
   output_ = ends[0];
-  pid_ = spawn(std::move(arguments), ends[1], errors_);
+  pid_ = spawn(program, std::move(arguments), ends[1], errors_);
   close(ends[1]);
 }
 
@@ -109,5 +110,9 @@ Result Achost::wait() {
 }
 
 Result achost(std::vector<std::string> arguments) { return Achost(std::move(arguments)).wait(); }
+
+Result run_program(const std::string& program, std::vector<std::string> arguments) {
+  return Achost(program, std::move(arguments)).wait();
+}
 
 }  // namespace achost::test

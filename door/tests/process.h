@@ -4,6 +4,7 @@
 #include <sys/types.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace achost::test {
@@ -18,7 +19,8 @@ struct Result {
 // killed.
 class Achost {
  public:
-  explicit Achost(std::vector<std::string> arguments);
+  explicit Achost(std::vector<std::string> arguments) : Achost(ACHOST, std::move(arguments)) {}
+  Achost(const std::string& program, std::vector<std::string> arguments);  // by its absolute path
   ~Achost();
   Achost(const Achost&) = delete;
   Achost& operator=(const Achost&) = delete;
@@ -43,7 +45,8 @@ class Achost {
   std::string pending_;
 };
 
-// Run achost to its end.
+// Run achost, or another program, to its end.
 Result achost(std::vector<std::string> arguments);
+Result run_program(const std::string& program, std::vector<std::string> arguments);
 
 }  // namespace achost::test
