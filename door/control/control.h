@@ -15,6 +15,10 @@ namespace achost {
 
 using Json = nlohmann::ordered_json;
 
+// An object as it goes over the socket, with its newline. A text that a client sent may hold anything: what is no UTF-8
+// is replaced.
+std::string line_of(const Json& json);
+
 // A field of a request.
 struct ControlField {
   enum class Type { text, integer, flag };
@@ -31,6 +35,9 @@ class ControlStream {
 
   // Send a line at once. False when the client has gone or does not read.
   virtual bool send(const Json& line) = 0;
+
+  // The same with a line as line_of() makes it.
+  virtual bool send_line(const std::string& line) = 0;
 
   // Whether the client has gone, or the server ends.
   virtual bool is_over() = 0;
@@ -63,21 +70,28 @@ class ControlTable {
   std::vector<ControlCommand> commands_;
 };
 
+// How long a server waits for its clients.
+struct ControlLimits {
+  std::chrono::milliseconds patience = std::chrono::seconds(10);  // for a whole request, and for one who does not read
+  std::chrono::milliseconds idle = std::chrono::seconds(60);      // for the next request
+};
+
 // Listens at DIRECTORY/control.sock, for this user and root alone.
 //
 // A client sends requests, {"command": NAME, FIELD: VALUE, ...}, a line each, and gets an answer to each in turn:
 // {"ok": true, ...}, or {"ok": false, "status": N, "error": TEXT} with the exit status that a program should end with.
 // A request that is none gets an error, and the connection goes on, unless it is longer than kLongestRequest or takes
-// longer than kPatience: then nobody can tell where the next one begins.
+// longer than the limit: then nobody can tell where the next one begins. A client that asks for nothing goes, at the
+// limit or when another needs its place; so none keep others out but those that follow something, and root has a place
+// of its own beside these.
 class ControlServer {
  public:
   static constexpr std::size_t kLongestRequest = 65536;  // bytes, with its newline
-  static constexpr std::size_t kMostClients = 16;        // one more gets an error and is closed
-  static constexpr std::chrono::seconds kPatience{10};   // for a whole request, and for a client that does not read
+  static constexpr std::size_t kMostClients = 16;        // and one of root's
 
   // The directory is held by this process alone, so a socket that is there already is a dead one's. Throws
   // ac::ac_exception.
-  ControlServer(const std::filesystem::path& directory, ControlTable table);
+  ControlServer(const std::filesystem::path& directory, ControlTable table, ControlLimits limits = {});
 
   // Closes all connections and removes the socket.
   ~ControlServer();

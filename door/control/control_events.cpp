@@ -17,34 +17,37 @@ namespace {
 class Backlog {
  public:
   // On any thread of the host.
-  void put(Json line) {
+  void put(std::string line) {
     const std::lock_guard lock(mutex_);
-    if (lines_.size() >= kBound) {
+    if (bytes_ + line.size() > kBound) {
       ++left_out_;
     } else {
+      bytes_ += line.size();
       lines_.push_back(std::move(line));
       filled_.notify_one();
     }
   }
 
   // What has come, after a little while at most.
-  std::deque<Json> take() {
+  std::deque<std::string> take() {
     std::unique_lock lock(mutex_);
     filled_.wait_for(lock, kLook, [this] { return !lines_.empty(); });
     auto lines = std::exchange(lines_, {});
+    bytes_ = 0;
     if (left_out_ != 0) {
-      lines.push_back({{"left_out", std::exchange(left_out_, 0)}});
+      lines.push_back(line_of({{"left_out", std::exchange(left_out_, 0)}}));
     }
     return lines;
   }
 
  private:
-  static constexpr std::size_t kBound = 4096;
+  static constexpr std::size_t kBound = 1 << 20;          // bytes; as much again may be on its way to the client
   static constexpr std::chrono::milliseconds kLook{200};  // how often the client's end is looked for
 
   std::mutex mutex_;  // guards all below
   std::condition_variable filled_;
-  std::deque<Json> lines_;
+  std::deque<std::string> lines_;
+  std::size_t bytes_ = 0;  // of them
   std::uint64_t left_out_ = 0;
 };
 
@@ -64,15 +67,15 @@ Json follow_events(const Json& request, ControlStream& stream) {
   Backlog backlog;
   const refhost::BusTap tap([&](const ac::Message& message) {
     if (types.empty() || types.contains(message.type())) {
-      backlog.put({{"time", iso_time(std::chrono::system_clock::now())},
-                   {"message", message.type()},
-                   {"fields", refhost::fields_of(message)}});
+      backlog.put(line_of({{"time", iso_time(std::chrono::system_clock::now())},
+                           {"message", message.type()},
+                           {"fields", refhost::fields_of(message)}}));
     }
   });
   stream.send({{"following", true}});
   while (!stream.is_over()) {
-    for (const Json& line : backlog.take()) {
-      if (!stream.send(line)) {
+    for (const std::string& line : backlog.take()) {
+      if (!stream.send_line(line)) {
         return Json::object();
       }
     }

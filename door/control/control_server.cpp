@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <poll.h>
 #include <pthread.h>
 #include <sys/eventfd.h>
@@ -8,13 +9,13 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
-#include <condition_variable>
 #include <cstring>
-#include <mutex>
-#include <set>
+#include <optional>
+#include <system_error>
 #include <thread>
 
 #include "ac/util.h"
+#include "door/control/client_places.h"
 #include "door/control/control.h"
 #include "door/control/line_socket.h"
 #include "refhost/log.h"
@@ -29,9 +30,6 @@ constexpr const char* kSocketName = "control.sock";
 constexpr int kFailed = 1;
 constexpr int kWrong = 2;
 
-// A text that a client sent may hold anything: what is no UTF-8 is replaced.
-std::string line_of(const Json& json) { return json.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n"; }
-
 Json error(int status, const std::string& text) { return {{"ok", false}, {"status", status}, {"error", text}}; }
 
 [[noreturn]] void fail(const std::filesystem::path& directory, const std::string& what, int reason) {
@@ -39,30 +37,35 @@ Json error(int status, const std::string& text) { return {{"ok", false}, {"statu
       "cannot " + what + " the control socket in " + directory.string() + ": " + std::strerror(reason), true);
 }
 
-bool is_trusted(int socket) {
+std::optional<uid_t> user_of(int socket) {
   ucred peer{};
   socklen_t size = sizeof peer;
-  return getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && (peer.uid == geteuid() || peer.uid == 0);
+  return getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 ? std::optional(peer.uid) : std::nullopt;
 }
+
+bool is_shortage(int reason) { return reason == EMFILE || reason == ENFILE || reason == ENOBUFS || reason == ENOMEM; }
 
 // One client, on a thread of its own.
 class Connection : public ControlStream {
  public:
-  Connection(int socket, const ControlTable& table, const std::atomic<bool>& ending)
-      : socket_(socket), table_(table), ending_(ending) {
-    const timeval patience{.tv_sec = ControlServer::kPatience.count(), .tv_usec = 0};
-    setsockopt(socket_, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
+  Connection(int socket, const ControlTable& table, ControlLimits limits, ClientPlaces& places,
+             const std::atomic<bool>& ending)
+      : socket_(socket), table_(table), limits_(limits), places_(places), ending_(ending) {
+    const auto patience = std::chrono::duration_cast<std::chrono::microseconds>(limits.patience).count();
+    const timeval time{.tv_sec = patience / 1'000'000, .tv_usec = patience % 1'000'000};
+    setsockopt(socket_, SOL_SOCKET, SO_SNDTIMEO, &time, sizeof time);
   }
 
   void serve() {
     LineReader reader(socket_, ControlServer::kLongestRequest);
     std::string line;
     for (;;) {
-      switch (reader.next(line, ControlServer::kPatience)) {
+      switch (reader.next(line, limits_.patience, limits_.idle)) {
         case LineReader::Outcome::line:
-          if (!send(answer(line))) {
+          if (!places_.begin_request(socket_) || !send(answer(line))) {
             return;
           }
+          places_.end_request(socket_);
           break;
         case LineReader::Outcome::too_long:
           send(error(kWrong, "a request has at most " + std::to_string(ControlServer::kLongestRequest) + " bytes"));
@@ -70,13 +73,26 @@ class Connection : public ControlStream {
         case LineReader::Outcome::too_late:
           send(error(kWrong, "the request has no end: a newline ends it"));
           return;
+        case LineReader::Outcome::idle:
+          send(error(kFailed, "no request came for too long: connect again"));
+          return;
         case LineReader::Outcome::end:
           return;
       }
     }
   }
 
-  bool send(const Json& line) override { return send_all(socket_, line_of(line)); }
+  bool send(const Json& line) override { return send_line(line_of(line)); }
+
+  bool send_line(const std::string& line) override {
+    if (send_all(socket_, line)) {
+      return true;
+    }
+    if (errno == EAGAIN) {
+      refhost::log::warning("a client of the control socket does not read what it has asked for: its connection ends");
+    }
+    return false;
+  }
 
   bool is_over() override {
     pollfd watched{socket_, POLLRDHUP, 0};
@@ -103,18 +119,21 @@ class Connection : public ControlStream {
 
   const int socket_;  // the server's
   const ControlTable& table_;
+  const ControlLimits limits_;
+  ClientPlaces& places_;
   const std::atomic<bool>& ending_;
 };
 
 }  // namespace
 
 struct ControlServer::Impl {
-  Impl(const std::filesystem::path& directory, ControlTable the_table)
-      : place(directory, kSocketName), table(std::move(the_table)) {}
+  Impl(const std::filesystem::path& directory, ControlTable the_table, ControlLimits the_limits)
+      : place(directory, kSocketName), table(std::move(the_table)), limits(the_limits) {}
 
   void listen(const std::filesystem::path& directory) {
     listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     wake = eventfd(0, EFD_CLOEXEC);
+    keep_spare();
     if (listener < 0 || wake < 0) {
       fail(directory, "make", errno);
     }
@@ -130,66 +149,93 @@ struct ControlServer::Impl {
     }
   }
 
+  void keep_spare() { spare = open("/dev/null", O_RDONLY | O_CLOEXEC); }
+
   // The body of the accepting thread.
   void accept_all() {
     ac::util::set_thread_name("control", pthread_self());
     std::array<pollfd, 2> watched = {{{listener, POLLIN, 0}, {wake, POLLIN, 0}}};
     while (!ending) {
-      if (poll(watched.data(), watched.size(), -1) > 0 && (watched[0].revents & POLLIN) != 0) {
-        take(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
+      if (poll(watched.data(), watched.size(), -1) <= 0 || (watched[0].revents & POLLIN) == 0) {
+        continue;
+      }
+      if (const int socket = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC); socket >= 0) {
+        told_of_shortage = false;
+        welcome(socket);
+      } else if (const int reason = errno; is_shortage(reason)) {
+        turn_away(std::strerror(reason));
       }
     }
   }
 
-  // On the accepting thread.
-  void take(int socket) {
+  static void refuse(int socket, const std::string& reason) {
+    send_all(socket, line_of(error(kFailed, reason)));
+    close(socket);
+  }
+
+  void welcome(int socket) {
+    static const std::string kFarewell = line_of(error(kFailed, "others needed this place: connect again"));
+    const auto user = user_of(socket);
+    if (user != 0 && user != geteuid()) {
+      refuse(socket, "another user's host");
+    } else if (!places.take(socket, user == 0, kFarewell)) {
+      refuse(socket, "too many clients: at most " + std::to_string(kMostClients));
+    } else {
+      start_serving(socket);
+    }
+  }
+
+  void start_serving(int socket) {
+    try {
+      std::thread([this, socket] { serve(socket); }).detach();
+    } catch (const std::system_error& failure) {
+      send_all(socket, line_of(error(kFailed, std::string("no thread is left for a client: ") + failure.what())));
+      places.leave(socket);
+    }
+  }
+
+  // A client waits that cannot be accepted. It would be reported again and again at once: it gets the descriptor that
+  // was kept for this, to be told.
+  void turn_away(const char* reason) {
+    if (!std::exchange(told_of_shortage, true)) {
+      refhost::log::warning(std::string("clients of the control socket are turned away: ") + reason);
+    }
+    if (spare >= 0) {
+      close(spare);
+    }
+    const int socket = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+    if (socket >= 0) {
+      refuse(socket, std::string("the host can take no client: ") + reason);
+    }
+    keep_spare();
     if (socket < 0) {
-      return;
+      constexpr int kPauseMs = 200;
+      pollfd end{wake, POLLIN, 0};
+      poll(&end, 1, kPauseMs);
     }
-    std::unique_lock lock(mutex);
-    const bool full = clients.size() >= kMostClients;
-    if (full || !is_trusted(socket)) {
-      lock.unlock();
-      send_all(socket, line_of(error(kFailed, full ? "too many clients: at most " + std::to_string(kMostClients)
-                                                   : "another user's host")));
-      close(socket);
-      return;
-    }
-    clients.insert(socket);
-    std::thread([this, socket] { serve(socket); }).detach();
   }
 
   // The body of a client's thread. It is detached, so that nothing of it is left when its client has gone.
   void serve(int socket) {
     ac::util::set_thread_name("control_client", pthread_self());
-    Connection(socket, table, ending).serve();
-    const std::lock_guard lock(mutex);
-    close(socket);
-    clients.erase(socket);
-    gone.notify_all();  // with the lock held: the server may be destroyed as soon as it is free
-  }
-
-  void end_clients() {
-    std::unique_lock lock(mutex);
-    for (const int socket : clients) {
-      shutdown(socket, SHUT_RDWR);
-    }
-    gone.wait(lock, [this] { return clients.empty(); });
+    Connection(socket, table, limits, places, ending).serve();
+    places.leave(socket);
   }
 
   const SocketPlace place;
   const ControlTable table;
+  const ControlLimits limits;
   std::atomic<bool> ending = false;
   int listener = -1;
   int wake = -1;
-  std::thread thread;  // accepts
-  std::mutex mutex;    // guards clients
-  std::condition_variable gone;
-  std::set<int> clients;  // their sockets; each is closed by its thread
+  int spare = -1;                 // the accepting thread's, once that runs
+  bool told_of_shortage = false;  // the accepting thread's
+  std::thread thread;             // accepts
+  ClientPlaces places{kMostClients};
 };
 
-ControlServer::ControlServer(const std::filesystem::path& directory, ControlTable table)
-    : impl_(std::make_unique<Impl>(directory, std::move(table))) {
+ControlServer::ControlServer(const std::filesystem::path& directory, ControlTable table, ControlLimits limits)
+    : impl_(std::make_unique<Impl>(directory, std::move(table), limits)) {
   impl_->listen(directory);
   impl_->thread = std::thread([impl = impl_.get()] { impl->accept_all(); });
 }
@@ -200,9 +246,12 @@ ControlServer::~ControlServer() {
   const std::uint64_t one = 1;
   [[maybe_unused]] const ssize_t written = write(impl_->wake, &one, sizeof one);
   impl_->thread.join();
-  impl_->end_clients();
+  impl_->places.end_all();
   close(impl_->listener);
   close(impl_->wake);
+  if (impl_->spare >= 0) {
+    close(impl_->spare);
+  }
 }
 
 void ControlServer::unlink() noexcept { impl_->place.unlink(); }

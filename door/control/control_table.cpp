@@ -52,6 +52,8 @@ void check_known(const ControlCommand& command, const std::string& field) {
 
 }  // namespace
 
+std::string line_of(const Json& json) { return json.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n"; }
+
 const ControlCommand& ControlTable::check(const Json& request) const {
   if (!request.is_object() || !request.contains("command") || !request["command"].is_string()) {
     throw RequestError("a request is an object with a text \"command\", such as {\"command\": \"status\"}");

@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <cstring>
 #include <system_error>
+#include <utility>
 
 namespace achost {
 namespace {
@@ -77,18 +78,20 @@ bool send_all(int socket, const std::string& text) {
   return true;
 }
 
-LineReader::Outcome LineReader::next(std::string& line, milliseconds patience) {
-  std::optional<steady_clock::time_point> deadline;
+LineReader::Outcome LineReader::next(std::string& line, milliseconds patience, std::optional<milliseconds> idle) {
+  const auto after = [](milliseconds time) { return steady_clock::now() + time; };
+  auto deadline = idle.has_value() ? std::optional(after(*idle)) : std::nullopt;
+  bool has_begun = false;
   std::array<char, 4096> buffer;
   while (!take(line)) {
     if (pending_.size() >= longest_) {
       return Outcome::too_long;
     }
-    if (!pending_.empty() && !deadline.has_value()) {
-      deadline = steady_clock::now() + patience;
+    if (!pending_.empty() && !std::exchange(has_begun, true)) {
+      deadline = after(patience);
     }
     if (!wait_to_read(socket_, deadline)) {
-      return Outcome::too_late;
+      return has_begun ? Outcome::too_late : Outcome::idle;
     }
     const ssize_t received = recv(socket_, buffer.data(), buffer.size(), 0);
     if (received == 0 || (received < 0 && errno != EINTR)) {

@@ -38,14 +38,15 @@ bool send_all(int socket, const std::string& text);
 // Cuts what arrives into lines.
 class LineReader {
  public:
-  enum class Outcome { line, end, too_long, too_late };
+  enum class Outcome { line, end, too_long, too_late, idle };
 
   // longest: bytes of a line, with its newline.
   LineReader(int socket, std::size_t longest) : socket_(socket), longest_(longest) {}
 
-  // Wait for the next line, into `line` without its newline. A line that has begun must end within that time; for its
-  // beginning there is no limit.
-  Outcome next(std::string& line, std::chrono::milliseconds patience);
+  // Wait for the next line, into `line` without its newline. A line that has begun must end within `patience`; it must
+  // begin within `idle`, where that is given.
+  Outcome next(std::string& line, std::chrono::milliseconds patience,
+               std::optional<std::chrono::milliseconds> idle = std::nullopt);
 
  private:
   bool take(std::string& line);

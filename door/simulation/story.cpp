@@ -22,6 +22,7 @@ using Action = std::function<void(StoryHost& host)>;
 class NoStream : public ControlStream {
  public:
   bool send(const Json& /*line*/) override { return false; }
+  bool send_line(const std::string& /*line*/) override { return false; }
   bool is_over() override { return true; }
 };
 

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -11,8 +12,11 @@
 #include <random>
 #include <thread>
 
+#include "door/control/control_events.h"
 #include "door/control/line_socket.h"
+#include "refhost/send.h"
 #include "refhost/settings_schema.h"
+#include "refhost/tests/captured_log.h"
 #include "refhost/tests/support.h"
 
 namespace achost::test {
@@ -41,6 +45,7 @@ ControlTable commands() {
       {"wait",
        {},
        [](const Json&, ControlStream& stream) {
+         stream.send({{"waiting", true}});
          while (!stream.is_over()) {
            std::this_thread::sleep_for(std::chrono::milliseconds(1));
          }
@@ -49,11 +54,47 @@ ControlTable commands() {
   });
 }
 
+constexpr const char* kEcho = "{\"command\":\"echo\",\"text\":\"a\"}\n";
+
+// Takes the descriptors that this process may have.
+class Descriptors {
+ public:
+  Descriptors() {
+    getrlimit(RLIMIT_NOFILE, &before_);
+    const rlimit few{.rlim_cur = 256, .rlim_max = before_.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &few);
+  }
+  ~Descriptors() { give_back(); }
+  Descriptors(const Descriptors&) = delete;
+  Descriptors& operator=(const Descriptors&) = delete;
+
+  void take_all() {
+    for (int fd = dup(STDERR_FILENO); fd >= 0; fd = dup(STDERR_FILENO)) {
+      taken_.push_back(fd);
+    }
+  }
+
+  void give_back() {
+    for (const int fd : std::exchange(taken_, {})) {
+      close(fd);
+    }
+    setrlimit(RLIMIT_NOFILE, &before_);
+  }
+
+ private:
+  rlimit before_{};
+  std::vector<int> taken_;
+};
+
 // A client that sends what it likes.
 class RawClient {
  public:
-  explicit RawClient(const std::filesystem::path& directory) : socket_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    EXPECT_EQ(SocketPlace(directory, "control.sock").connect(socket_), 0);
+  // before: what happens between having a socket and connecting it.
+  explicit RawClient(
+      const std::filesystem::path& directory, const std::function<void()>& before = [] {})
+      : place_(directory, "control.sock"), socket_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    before();
+    EXPECT_EQ(place_.connect(socket_), 0);
   }
   ~RawClient() { close(socket_); }
   RawClient(const RawClient&) = delete;
@@ -67,7 +108,14 @@ class RawClient {
     return reader_.next(line, kPatience) == LineReader::Outcome::line ? line : "end";
   }
 
+  // Wait until the server has closed, without reading.
+  bool wait_for_end() const {
+    pollfd end{socket_, 0, 0};
+    return poll(&end, 1, static_cast<int>(std::chrono::milliseconds(kPatience).count())) > 0;
+  }
+
  private:
+  SocketPlace place_;
   int socket_;
   LineReader reader_{socket_, 1 << 20};
 };
@@ -153,12 +201,47 @@ TEST_F(Control, ACommandMayAnswerWithManyLines) {
   EXPECT_EQ(client.receive(), Json({{"ok", true}}));
 }
 
-TEST_F(Control, OneClientMoreThanThereMayBeIsRefused) {
+TEST_F(Control, WhoHasWaitedLongestMakesRoomForAnother) {
   std::vector<std::unique_ptr<RawClient>> clients;
   for (std::size_t i = 0; i < ControlServer::kMostClients; ++i) {
     clients.push_back(std::make_unique<RawClient>(directory.path()));
-    clients.back()->send("{\"command\":\"echo\",\"text\":\"a\"}\n");
+    clients.back()->send(kEcho);
     ASSERT_THAT(clients.back()->receive(), HasSubstr("\"ok\":true"));
+  }
+  clients[0]->send(kEcho);  // so that the second has waited longest
+  ASSERT_THAT(clients[0]->receive(), HasSubstr("\"ok\":true"));
+  RawClient late(directory.path());
+  late.send(kEcho);
+  EXPECT_THAT(late.receive(), HasSubstr("\"ok\":true"));
+  EXPECT_THAT(clients[1]->receive(), HasSubstr("others needed this place: connect again"));
+  EXPECT_EQ(clients[1]->receive(), "end");
+  clients[0]->send(kEcho);
+  EXPECT_THAT(clients[0]->receive(), HasSubstr("\"ok\":true"));
+}
+
+// Clients whose requests do not end.
+class ControlIsFull : public Control {
+ protected:
+  void SetUp() override {
+    for (std::size_t i = 0; i < ControlServer::kMostClients; ++i) {
+      add();
+    }
+  }
+
+  void add() {
+    clients.push_back(std::make_unique<RawClient>(directory.path()));
+    clients.back()->send("{\"command\":\"count\",\"to\":1}\n{\"command\":\"wait\"}\n");
+    ASSERT_THAT(clients.back()->receive(), HasSubstr("\"number\":1"));
+    ASSERT_THAT(clients.back()->receive(), HasSubstr("\"ok\":true"));
+    EXPECT_THAT(clients.back()->receive(), HasSubstr("waiting"));
+  }
+
+  std::vector<std::unique_ptr<RawClient>> clients;
+};
+
+TEST_F(ControlIsFull, OneClientMoreIsRefusedAndRootHasAPlace) {
+  if (geteuid() == 0) {
+    add();
   }
   RawClient late(directory.path());
   EXPECT_THAT(late.receive(), HasSubstr("too many clients: at most 16"));
@@ -169,10 +252,59 @@ TEST_F(Control, OneClientMoreThanThereMayBeIsRefused) {
   std::string answer;
   do {
     RawClient next(directory.path());
-    next.send("{\"command\":\"echo\",\"text\":\"a\"}\n");
+    next.send(kEcho);
     answer = next.receive();
   } while (answer.find("\"ok\":true") == std::string::npos && std::chrono::steady_clock::now() < deadline);
   EXPECT_THAT(answer, HasSubstr("\"ok\":true"));
+}
+
+TEST_F(Control, AClientThatAsksForNothingGoes) {
+  server.reset();
+  server.emplace(directory.path(), commands(), ControlLimits{.idle = std::chrono::milliseconds(20)});
+  RawClient client(directory.path());
+  EXPECT_THAT(client.receive(), HasSubstr("no request came for too long: connect again"));
+  EXPECT_EQ(client.receive(), "end");
+}
+
+TEST_F(Control, AClientThatDoesNotReadGoesAndTheLogSaysSo) {
+  server.reset();
+  server.emplace(directory.path(), commands(), ControlLimits{.patience = std::chrono::milliseconds(20)});
+  capture_log();
+  RawClient client(directory.path());
+  client.send("{\"command\":\"count\",\"to\":1000000000}\n");
+  EXPECT_TRUE(client.wait_for_end());
+  EXPECT_THAT(captured_log(), HasSubstr("a client of the control socket does not read what it has asked for"));
+}
+
+TEST_F(Control, WhatWaitsForAClientIsBoundedInBytes) {
+  server.reset();
+  server.emplace(directory.path(), ControlTable({{"events", {}, follow_events}}));
+  RawClient client(directory.path());
+  client.send("{\"command\":\"events\"}\n");
+  ASSERT_THAT(client.receive(), HasSubstr("following"));
+  constexpr std::size_t kLength = 1 << 18;
+  constexpr int kMessages = 100;
+  for (int i = 0; i < kMessages; ++i) {
+    refhost::send("test.large", {{"text", std::string(kLength, 'x')}});
+  }
+  int taken = 0;
+  std::string line = client.receive();
+  for (; line.find("left_out") == std::string::npos && line != "end"; line = client.receive()) {
+    ++taken;
+  }
+  constexpr std::size_t kBound = std::size_t{3} << 20;  // what waits, what is on its way, and the socket's buffers
+  EXPECT_LE(taken * kLength, kBound);
+  EXPECT_THAT(line, HasSubstr("\"left_out\":" + std::to_string(kMessages - taken)));
+}
+
+// While a process has none left, a client that waits to be accepted is reported again and again.
+TEST_F(Control, WithoutADescriptorClientsAreToldAndTheNextIsServedWhenThereIsOne) {
+  Descriptors descriptors;
+  RawClient client(directory.path(), [&] { descriptors.take_all(); });
+  EXPECT_THAT(client.receive(), HasSubstr("the host can take no client: Too many open files"));
+  EXPECT_EQ(client.receive(), "end");
+  descriptors.give_back();
+  EXPECT_EQ(ask({{"command", "echo"}, {"text", "a"}})["ok"], true);
 }
 
 TEST_F(Control, ARunningCommandHearsThatItsClientHasGone) {
