@@ -109,7 +109,8 @@ void add_enroll(CLI::App& app) {
     std::fprintf(stderr, "achost: hold the card of user %lld to the reader\n", static_cast<long long>(*user));
     const Json answer = ask(
         state_directory(*state),
-        {{"command", "enroll"}, {"user", *user}, {"registration", *registration}, {"save", !*no_save}, {"wait", true}});
+        {{"command", "enroll"}, {"user", *user}, {"registration", *registration}, {"save", !*no_save}, {"wait", true}},
+        std::nullopt);
     print("card " + answer.at("card").dump() + " (" + answer.at("card_hex").get<std::string>() + ") is of user " +
           std::to_string(*user) + "\n");
   });

@@ -46,8 +46,9 @@ void take_overrides(SettingsStore& store, const std::filesystem::path& directory
 // The stored value, and whether a host that runs has stored it.
 std::pair<std::string, bool> store_value(const std::filesystem::path& directory, const Assignment& wanted) {
   const auto& [section, key, value] = wanted;
-  const auto answer =
-      ask_if_running(directory, {{"command", "config_set"}, {"section", section}, {"key", key}, {"value", value}});
+  constexpr std::chrono::seconds kPatience(60);  // it may wait for a reader that does not answer
+  const auto answer = ask_if_running(
+      directory, {{"command", "config_set"}, {"section", section}, {"key", key}, {"value", value}}, kPatience);
   if (answer.has_value()) {
     return {answer->at("value").get<std::string>(), true};
   }

@@ -14,18 +14,18 @@ void check(const Json& line) {
 
 }  // namespace
 
-Json ask(const std::filesystem::path& state, const Json& request) {
+Json ask(const std::filesystem::path& state, const Json& request, Patience patience) {
   ControlClient client(state);
   client.send(request);
-  Json answer = client.receive();
+  Json answer = client.receive(patience);
   check(answer);
   answer.erase("ok");
   return answer;
 }
 
-std::optional<Json> ask_if_running(const std::filesystem::path& state, const Json& request) {
+std::optional<Json> ask_if_running(const std::filesystem::path& state, const Json& request, Patience patience) {
   try {
-    return ask(state, request);
+    return ask(state, request, patience);
   } catch (const NoHost&) {
     return std::nullopt;
   }
@@ -34,7 +34,7 @@ std::optional<Json> ask_if_running(const std::filesystem::path& state, const Jso
 void follow(const std::filesystem::path& state, const Json& request, const std::function<bool(const Json&)>& take) {
   ControlClient client(state);
   client.send(request);
-  for (Json line = client.receive(); !line.contains("ok"); line = client.receive()) {
+  for (Json line = client.receive(ControlClient::kPatience); !line.contains("ok"); line = client.receive()) {
     if (!take(line)) {
       return;
     }

@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -116,6 +117,9 @@ class NoHost : public ac::ac_exception {
 // A connection to the server of a state directory. For one thread.
 class ControlClient {
  public:
+  // How long a host takes for a request at most, unless that waits for a person or for the reader.
+  static constexpr std::chrono::seconds kPatience{5};
+
   // Throws NoHost, or ac::ac_exception when the socket cannot be used.
   explicit ControlClient(const std::filesystem::path& directory);
   ~ControlClient();
@@ -125,10 +129,12 @@ class ControlClient {
   // Send a request.
   void send(const Json& request);
 
-  // The next line of the server. Throws ac::ac_exception when it has gone, or says no JSON.
-  Json receive();
+  // The next line of the server. Throws ac::ac_exception when it has gone, says no JSON, or says nothing for that long;
+  // then the exception names the process.
+  Json receive(std::optional<std::chrono::milliseconds> patience = std::nullopt);
 
  private:
+  const std::filesystem::path directory_;
   int socket_;
   std::string pending_;
 };

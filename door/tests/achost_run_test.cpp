@@ -125,6 +125,27 @@ TEST_F(AchostRun, SecondHostOnTheStateIsRefusedWithThePidOfTheFirst) {
                             std::to_string(first.pid()) + ": end it first, or give another directory with --state\n");
 }
 
+TEST_F(AchostRun, AHostThatIsStoppedIsNamedToWhoAsksIt) {
+  const Achost host(simulated("silent"));
+  const auto is_up = [&] { return achost({"status", "--state", state()}).status == 0; };
+  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  while (!is_up() && std::chrono::steady_clock::now() < deadline) {
+  }
+  host.signal(SIGSTOP);
+  const std::string pid = std::to_string(host.pid());
+  const std::string line = "achost: the host on " + state() + " does not answer: it is process " + pid +
+                           ", which is stopped (kill -CONT " + pid + " lets it go on)\n";
+  for (const std::vector<std::string>& command : {std::vector<std::string>{"status"}, {"config", "get", "region"}}) {
+    auto with_state = command;
+    with_state.insert(with_state.end(), {"--state", state()});
+    const auto result = achost(with_state);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.err, line);
+  }
+  host.signal(SIGCONT);
+  EXPECT_TRUE(is_up());
+}
+
 TEST_F(AchostRun, SettingOfTheRunReachesThePluginAndIsNotStored) {
   const auto result = achost(simulated("throws", {"--set", "trig_gpio=9"}));
   EXPECT_NE(result.err.find("achost: a thread of the plug-in ended: Empty reply; gpio: 9\n"), std::string::npos)
