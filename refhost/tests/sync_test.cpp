@@ -1,4 +1,5 @@
 // Sending and waiting for the answer.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -152,6 +153,24 @@ TEST_F(Sync, FromAHandlerToItsOwnSubscriberIsHandledInline) {
   ac::PostOffice::send_message(message("sync.own.start"));
   EXPECT_EQ(answers.wait_for(1), std::vector<std::optional<int>>({4}));
   EXPECT_EQ(threads.wait_for(1).size(), 1U);
+}
+
+TEST_F(Sync, AHandlerThatSendsItselfWhatItHandlesIsAnErrorAndNotTheEndOfTheStack) {
+  forbid_waiting();
+  Recorder<std::optional<int>> answers;
+  capture_log();
+  int handled = 0;  // the subscriber's thread's; read when that has gone
+  {
+    const Subscriber subscriber("s", {on("sync.self", [&](ac::Message*) {
+                                  ++handled;
+                                  answers.add(ask("sync.self"));
+                                })});
+    ac::PostOffice::send_message(message("sync.self"));
+    ac::PostOffice::send_message(message("sync.self"));  // the first has left nothing behind
+    EXPECT_EQ(answers.wait_for(34), std::vector<std::optional<int>>(34));
+  }
+  EXPECT_EQ(handled, 2 * 17);
+  EXPECT_THAT(captured_log(), testing::HasSubstr("s: its handlers send \"sync.self\" to themselves"));
 }
 
 TEST_F(Sync, FailureOfAnInlineHandlerStaysInIt) {
