@@ -83,16 +83,15 @@ TEST(InstanceLock, IsNotTakenThroughALink) {
   EXPECT_FALSE(std::filesystem::exists(directory.path() / "elsewhere"));
 }
 
-TEST(InstanceLock, DirectoryThatOthersMayWriteIsRefused) {
+TEST(InstanceLock, DirectoryThatEveryoneMayWriteIsRefused) {
   const TemporaryDirectory directory;
-  for (const unsigned mode : {0777U, 01777U, 0720U}) {
+  for (const unsigned mode : {0777U, 01777U, 0702U}) {
     std::filesystem::permissions(directory.path(), static_cast<std::filesystem::perms>(mode));
-    EXPECT_THAT(
-        failure_of([&] { InstanceLock lock(directory.path()); }),
-        testing::StartsWith("the state directory " + directory.path().string() +
-                            " may be written by others than its user: chmod go-w " + directory.path().string()));
+    EXPECT_THAT(failure_of([&] { InstanceLock lock(directory.path()); }),
+                testing::StartsWith("the state directory " + directory.path().string() +
+                                    " may be written by everyone: chmod o-w " + directory.path().string()));
   }
-  std::filesystem::permissions(directory.path(), std::filesystem::perms(0755));
+  std::filesystem::permissions(directory.path(), std::filesystem::perms(0770));
   EXPECT_NO_THROW(InstanceLock(directory.path()));
 }
 

@@ -160,13 +160,12 @@ SQLite::Database open_readable(const std::filesystem::path& file) {
   }
 }
 
-// Whoever may write there can put files and links of theirs in the place of ours. The group's right stands for that of
-// an access control list too.
+// Whoever may write there can put files and links of theirs in the place of ours. A group may: its owner has chosen it.
 void refuse_shared(const std::filesystem::path& directory) {
   struct stat status {};
-  if (stat(directory.c_str(), &status) == 0 && (status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
-    throw ac::ac_exception("the state directory " + directory.string() +
-                               " may be written by others than its user: chmod go-w " + directory.string() +
+  if (stat(directory.c_str(), &status) == 0 && (status.st_mode & S_IWOTH) != 0) {
+    throw ac::ac_exception("the state directory " + directory.string() + " may be written by everyone: chmod o-w " +
+                               directory.string() +
                                ", once you have looked at what is in it, or give another with --state",
                            true);
   }

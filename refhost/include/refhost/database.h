@@ -38,7 +38,7 @@ std::optional<SQLite::Database> open_database_to_read(const std::filesystem::pat
                                          const SQLite::Exception& failure);
 
 // Make a directory of the host's state, with those above it, for the user alone (0700). Throws ac::ac_exception, also
-// when it is there and others than its user may write it.
+// when it is there and everyone may write it.
 void make_state_directory(const std::filesystem::path& directory);
 
 }  // namespace refhost

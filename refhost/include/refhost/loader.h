@@ -36,8 +36,8 @@ struct Lane {
 // A plug-in whose init() returned true. It stays in the process until its end: its threads never stop.
 struct LoadedPlugin {
   std::string path;
-  std::string name;                        // as it named itself, else the path
-  int (*run)() = nullptr;                  // its main function
+  std::string name;        // as it named itself, else the path
+  int (*run)() = nullptr;  // its main function
   // Its mailboxes, one for each lane and one for the rest; they deliver from the moment of loading.
   std::vector<std::unique_ptr<Subscriber>> subscribers;
 };
