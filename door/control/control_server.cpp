@@ -3,6 +3,7 @@
 #include <pthread.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -20,6 +21,7 @@
 #include "door/control/line_socket.h"
 #include "refhost/log.h"
 #include "refhost/settings_schema.h"
+#include "refhost/state_file.h"
 
 namespace achost {
 namespace {
@@ -37,10 +39,19 @@ Json error(int status, const std::string& text) { return {{"ok", false}, {"statu
       "cannot " + what + " the control socket in " + directory.string() + ": " + std::strerror(reason), true);
 }
 
-std::optional<uid_t> user_of(int socket) {
+std::optional<ucred> peer_of(int socket) {
   ucred peer{};
   socklen_t size = sizeof peer;
-  return getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 ? std::optional(peer.uid) : std::nullopt;
+  return getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 ? std::optional(peer) : std::nullopt;
+}
+
+// The host's user, root, and whose the state is anyway: the directory's owner, and its group where that may write in
+// it.
+bool is_trusted(const ucred& peer, const std::filesystem::path& directory) {
+  struct stat owner {};
+  const bool known = stat(directory.c_str(), &owner) == 0;
+  return peer.uid == geteuid() || peer.uid == 0 ||
+         (known && (peer.uid == owner.st_uid || ((owner.st_mode & S_IWGRP) != 0 && peer.gid == owner.st_gid)));
 }
 
 bool is_shortage(int reason) { return reason == EMFILE || reason == ENFILE || reason == ENOBUFS || reason == ENOMEM; }
@@ -127,10 +138,13 @@ class Connection : public ControlStream {
 }  // namespace
 
 struct ControlServer::Impl {
-  Impl(const std::filesystem::path& directory, ControlTable the_table, ControlLimits the_limits)
-      : place(directory, kSocketName), table(std::move(the_table)), limits(the_limits) {}
+  Impl(std::filesystem::path the_directory, ControlTable the_table, ControlLimits the_limits)
+      : directory(std::move(the_directory)),
+        place(directory, kSocketName),
+        table(std::move(the_table)),
+        limits(the_limits) {}
 
-  void listen(const std::filesystem::path& directory) {
+  void listen() {
     listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     wake = eventfd(0, EFD_CLOEXEC);
     keep_spare();
@@ -144,6 +158,7 @@ struct ControlServer::Impl {
     if (const int reason = place.make_private(); reason != 0) {
       fail(directory, "protect", reason);
     }
+    refhost::give_to_directorys_owner(directory / kSocketName);
     if (::listen(listener, static_cast<int>(kMostClients)) != 0) {
       fail(directory, "listen at", errno);
     }
@@ -175,10 +190,10 @@ struct ControlServer::Impl {
 
   void welcome(int socket) {
     static const std::string kFarewell = line_of(error(kFailed, "others needed this place: connect again"));
-    const auto user = user_of(socket);
-    if (user != 0 && user != geteuid()) {
+    const auto peer = peer_of(socket);
+    if (!peer.has_value() || !is_trusted(*peer, directory)) {
       refuse(socket, "another user's host");
-    } else if (!places.take(socket, user == 0, kFarewell)) {
+    } else if (!places.take(socket, peer->uid == 0, kFarewell)) {
       refuse(socket, "too many clients: at most " + std::to_string(kMostClients));
     } else {
       start_serving(socket);
@@ -222,6 +237,7 @@ struct ControlServer::Impl {
     places.leave(socket);
   }
 
+  const std::filesystem::path directory;
   const SocketPlace place;
   const ControlTable table;
   const ControlLimits limits;
@@ -236,7 +252,7 @@ struct ControlServer::Impl {
 
 ControlServer::ControlServer(const std::filesystem::path& directory, ControlTable table, ControlLimits limits)
     : impl_(std::make_unique<Impl>(directory, std::move(table), limits)) {
-  impl_->listen(directory);
+  impl_->listen();
   impl_->thread = std::thread([impl = impl_.get()] { impl->accept_all(); });
 }
 

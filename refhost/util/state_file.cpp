@@ -30,8 +30,9 @@ void give(int fd, const std::filesystem::path& directory) noexcept {
   if (!is_new && !is_strange) {
     return;  // its mode may be its owner's wish
   }
-  const uid_t user = geteuid() == 0 ? owner.st_uid : static_cast<uid_t>(-1);
-  const bool given = fchownat(fd, "", user, owner.st_gid, AT_EMPTY_PATH) == 0;
+  const uid_t user = geteuid() == 0 ? owner.st_uid : file.st_uid;
+  const bool given =
+      (file.st_uid == user && file.st_gid == owner.st_gid) || fchownat(fd, "", user, owner.st_gid, AT_EMPTY_PATH) == 0;
   const bool is_shared = given && (owner.st_mode & S_IWGRP) != 0;
   const std::string place = "/proc/self/fd/" + std::to_string(fd);  // fchmod() takes no place
   [[maybe_unused]] const int refused = chmod(place.c_str(), is_shared ? kForGroup : kForOwner);
