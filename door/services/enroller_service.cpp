@@ -11,15 +11,15 @@
 namespace achost {
 namespace {
 
-void tell_error(EnrollerError error, std::int64_t user) {
-  refhost::send("enroller_error", {{"error", static_cast<int>(error)}, {"user_id", user}});
+void tell_error(EnrollerError error, std::int64_t user, const std::string& reason) {
+  refhost::send("enroller_error", {{"error", static_cast<int>(error)}, {"user_id", user}, {"reason", reason}});
 }
 
 void tell_timeout(std::int64_t user) { refhost::send("enroll_timeout", {{"user_id", user}}); }
 
 void refuse(const std::string& why, std::int64_t user = 0) {
   refhost::log::warning("enroller: " + why);
-  tell_error(kUnknownError, user);
+  tell_error(kUnknownError, user, why);
 }
 
 }  // namespace
@@ -60,7 +60,7 @@ void EnrollerService::begin(const ac::Message& message) {
                  std::chrono::milliseconds(ac::config_util::get_int("host", "enroll_timeout", true));
   const std::lock_guard lock(mutex_);
   if (enrollment_.has_value()) {
-    return tell_error(kEnrollerBusy, wanted.user);
+    return tell_error(kEnrollerBusy, wanted.user, "another enrollment runs");
   }
   timer_.start(wanted.until);
   enrollment_ = std::move(wanted);
@@ -84,7 +84,7 @@ void EnrollerService::bind(const Enrollment& enrollment, std::int64_t card) {
     if (is_free) {
       refhost::send("enroll_rfid_successful", {{"user_card", card}, {"user_id", enrollment.user}});
     } else {
-      tell_error(kCardIsTaken, enrollment.user);
+      tell_error(kCardIsTaken, enrollment.user, "the card is somebody's already");
     }
   } catch (const std::exception& failure) {
     refuse(std::string("the card is not stored: ") + failure.what(), enrollment.user);

@@ -25,7 +25,7 @@ enum EnrollerError : int {
 // unless "remote" is 1: then whoever asked keeps it. Outcomes:
 //   "enroll_rfid_successful" {int64 "user_card", int64 "user_id"}
 //   "enroll_timeout" {int64 "user_id"}   no card within host.enroll_timeout, or "enroll_card" with state 0
-//   "enroller_error" {int "error", int64 "user_id"}
+//   "enroller_error" {int "error", int64 "user_id", string "reason"}, the reason in words
 class EnrollerService {
  public:
   static constexpr std::size_t kLongestRegistration = 256;  // bytes

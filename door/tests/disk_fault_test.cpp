@@ -8,8 +8,10 @@
 #include <string>
 
 #include "ac/exception.h"
+#include "door/services/enroller_service.h"
 #include "door/services/user_store.h"
 #include "door/tests/failing_vfs.h"
+#include "door/tests/service_fixture.h"
 #include "refhost/audit_log.h"
 #include "refhost/log.h"
 #include "refhost/settings_store.h"
@@ -153,6 +155,24 @@ TEST_P(DiskFault, LosesNoRecordOfALogThatIsBroughtUpToDateAndShrinks) {
     ASSERT_GE(ids.back(), 3000) << "call " << call;
   }
   EXPECT_GT(failures, 50) << "the story is too short to tell anything";
+}
+
+class FullDisk : public Services {
+ protected:
+  FailingVfs disk_;
+};
+
+TEST_F(FullDisk, IsTheReasonOfAnEnrollmentThatFails) {
+  UserStore users(directory(), UserStore::Access::read_write);
+  const EnrollerService enroller(users);
+  watch({{"enroller_error", {"error", "reason"}}});
+  disk_.fail_at(1, SQLITE_FULL);
+  refhost::send("enroll_card", {{"state", 1}, {"user_id", std::int64_t{7}}, {"registration", ""}});
+  refhost::send("identifier_new_card", {{"value", std::int64_t{33}}});
+  EXPECT_EQ(seen(1), std::vector<std::string>({"enroller_error error=0 reason=the card is not stored: the user "
+                                               "database " +
+                                               (directory() / "users.db").string() +
+                                               " cannot be used: database or disk is full"}));
 }
 
 INSTANTIATE_TEST_SUITE_P(Each, DiskFault, testing::Values(SQLITE_IOERR, SQLITE_FULL),

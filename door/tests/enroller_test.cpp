@@ -1,6 +1,7 @@
 #include "door/services/enroller_service.h"
 
 #include <SQLiteCpp/SQLiteCpp.h>
+#include <gmock/gmock.h>
 
 #include "door/tests/service_fixture.h"
 #include "refhost/tests/captured_log.h"
@@ -13,8 +14,9 @@ using Texts = std::vector<std::string>;
 class Enroller : public Services {
  protected:
   Enroller() {
-    watch(
-        {{"enroll_rfid_successful", {"user_card", "user_id"}}, {"enroll_timeout", {}}, {"enroller_error", {"error"}}});
+    watch({{"enroll_rfid_successful", {"user_card", "user_id"}},
+           {"enroll_timeout", {}},
+           {"enroller_error", {"error", "reason"}}});
   }
 
   static void order(std::int64_t user, int remote = 0, const std::string& registration = "", int state = 1) {
@@ -57,7 +59,8 @@ TEST_F(Enroller, ACardThatIsSomebodysIsRefused) {
   for (const int remote : {0, 1}) {
     order(7, remote);
     present(33);
-    EXPECT_EQ(seen(static_cast<std::size_t>(remote) + 1).back(), "enroller_error error=1");
+    EXPECT_EQ(seen(static_cast<std::size_t>(remote) + 1).back(),
+              "enroller_error error=1 reason=the card is somebody's already");
   }
   EXPECT_EQ(users.owner_of(33), 8);
 }
@@ -88,7 +91,8 @@ TEST_F(Enroller, ASecondOneIsRefusedAndTheFirstGoesOn) {
   order(7);
   order(8);
   present(33);
-  EXPECT_EQ(seen(2), Texts({"enroller_error error=9", "enroll_rfid_successful user_card=33 user_id=7"}));
+  EXPECT_EQ(seen(2), Texts({"enroller_error error=9 reason=another enrollment runs",
+                            "enroll_rfid_successful user_card=33 user_id=7"}));
 }
 
 TEST_F(Enroller, AnOrderThatIsNoneIsRefused) {
@@ -98,7 +102,7 @@ TEST_F(Enroller, AnOrderThatIsNoneIsRefused) {
   refhost::send("enroll_card", {{"state", 1}, {"user_id", 7}});  // an int is no int64
   refhost::send("enroll_card", {{"user_id", std::int64_t{7}}});
   order(7, 0, std::string(257, 'x'));
-  EXPECT_EQ(seen(5), Texts(5, "enroller_error error=0"));
+  EXPECT_THAT(seen(5), testing::Each(testing::StartsWith("enroller_error error=0 reason=")));
   const std::string log = refhost::test::captured_log();
   EXPECT_NE(log.find("without an int64 \"user_id\" of 1 or more"), std::string::npos) << log;
   EXPECT_NE(log.find("a registration of 257 bytes: at most 256 are taken"), std::string::npos) << log;
@@ -112,7 +116,10 @@ TEST_F(Enroller, ACardThatCannotBeStoredIsAnError) {
   refhost::test::capture_log();
   order(7);
   present(33);
-  EXPECT_EQ(seen(1), Texts({"enroller_error error=0"}));
+  EXPECT_THAT(seen(1),
+              testing::ElementsAre(testing::AllOf(
+                  testing::StartsWith("enroller_error error=0 reason=the card is not stored: "),
+                  testing::HasSubstr((directory() / "users.db").string()), testing::HasSubstr("no such table"))));
   EXPECT_NE(refhost::test::captured_log().find("the card is not stored"), std::string::npos);
 }
 
