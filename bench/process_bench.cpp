@@ -34,6 +34,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr int kStarts = 11;
 constexpr unsigned char kInventory = 0x22;
+constexpr std::array<unsigned char, 7> kCommand{0x7F, 0x00, kInventory, 0x00, 0x00, 0x22, 0x7E};
 
 // A reader that is done with a command as soon as it has it.
 class Reader {
@@ -46,20 +47,24 @@ class Reader {
 
   const std::string& path() const { return link_.path(); }
 
-  // Answers until the time is over, or the first inventory is asked for.
-  enum class End { at_first_poll, in_time };
-  void serve(Clock::time_point until, End end) {
-    while (Clock::now() < until) {
-      pollfd line{.fd = link_.fd(), .events = POLLIN, .revents = 0};
-      poll(&line, 1, 100);
-      const auto received = link_.read();
-      if (end == End::at_first_poll && received.size() > 2 && received[2] == kInventory) {
-        return;
-      }
-      for (const auto& reply : engine_.feed(received)) {
-        link_.write(reply);
-      }
+  pollfd line() const { return {.fd = link_.fd(), .events = POLLIN, .revents = 0}; }
+
+  // Answers what has come; true when that was an inventory.
+  bool answer() {
+    const auto received = link_.read();
+    for (const auto& reply : engine_.feed(received)) {
+      link_.write(reply);
     }
+    return received.size() > 2 && received[2] == kInventory;
+  }
+
+  // Bytes of the answer to an inventory.
+  std::size_t answer_size() {
+    std::size_t size = 0;
+    for (const auto& reply : engine_.feed({kCommand.begin(), kCommand.end()})) {
+      size += reply.size();
+    }
+    return size;
   }
 
  private:
@@ -68,9 +73,19 @@ class Reader {
   uhfsim::Reader engine_{field_, {}};
 };
 
-// What nobody can do without who polls every 10 ms and looks at the readings on another thread: a pause, a write and a
-// read, and a timed wait. Never returns.
-[[noreturn]] void poll_barely(const std::string& port) {
+// Answers on both lines until the time is over.
+void serve(Reader& first, Reader& second, Clock::time_point until) {
+  while (Clock::now() < until) {
+    std::array<pollfd, 2> lines{first.line(), second.line()};
+    poll(lines.data(), lines.size(), 100);
+    first.answer();
+    second.answer();
+  }
+}
+
+// What nobody can do without who polls every 10 ms and looks at the readings on another thread: a pause, a write and
+// reads of the whole answer, and a timed wait. Never returns.
+[[noreturn]] void poll_barely(const std::string& port, std::size_t answer_size) {
   const int line = open(port.c_str(), O_RDWR | O_NOCTTY);
   std::thread([] {
     std::mutex mutex;
@@ -79,12 +94,18 @@ class Reader {
       readings.wait_until(lock, Clock::now() + std::chrono::milliseconds(10));
     }
   }).detach();
-  constexpr std::array<unsigned char, 7> command{0x7F, 0x00, kInventory, 0x00, 0x00, 0x22, 0x7E};
   for (;;) {
     usleep(10'000);
-    std::array<unsigned char, 1024> answer{};
-    if (write(line, command.data(), command.size()) < 0 || read(line, answer.data(), answer.size()) <= 0) {
+    if (write(line, kCommand.data(), kCommand.size()) < 0) {
       _exit(1);
+    }
+    std::array<unsigned char, 4096> answer{};
+    for (std::size_t received = 0; received < answer_size;) {
+      const auto count = read(line, answer.data(), answer.size());
+      if (count <= 0) {
+        _exit(1);
+      }
+      received += static_cast<std::size_t>(count);
     }
   }
 }
@@ -108,9 +129,9 @@ class Process {
     posix_spawn_file_actions_destroy(&actions);
   }
   // The bare one.
-  explicit Process(const std::string& port) : id_(fork()) {
+  Process(const std::string& port, std::size_t answer_size) : id_(fork()) {
     if (id_ == 0) {
-      poll_barely(port);
+      poll_barely(port, answer_size);
     }
   }
   ~Process() {
@@ -151,31 +172,31 @@ std::string time_to_first_poll(const std::string& program, const std::string& st
     Reader reader(1);
     const auto begin = Clock::now();
     const Process process(program, state, reader.path());
-    reader.serve(begin + std::chrono::seconds(10), Reader::End::at_first_poll);
+    pollfd line = reader.line();
+    do {
+      if (poll(&line, 1, 10'000) == 0) {
+        throw std::runtime_error("achost does not poll");
+      }
+    } while (!reader.answer());
     times.push_back(std::chrono::duration<double, std::milli>(Clock::now() - begin).count());
   }
   return number(median(times)) + " ms";
 }
 
-// Of a core, in percent, from now on.
-double load(Reader& reader, const Process& process, std::chrono::seconds time) {
-  const double before = process.cpu();
-  reader.serve(Clock::now() + time, Reader::End::in_time);
-  return 100 * (process.cpu() - before) / static_cast<double>(time.count());
-}
-
+// Both poll at the same time, each its own reader, so that what else the machine does falls on both.
 void poll(const std::string& program, const std::string& state, int tags, std::chrono::seconds time) {
-  double bare = 0;
-  {
-    Reader reader(tags);
-    const Process process(reader.path());
-    bare = load(reader, process, std::min(time, std::chrono::seconds(10)));
-  }
+  Reader reader_of_bare(tags);
   Reader reader(tags);
+  const Process bare_process(reader_of_bare.path(), Reader(tags).answer_size());
   const Process process(program, state, reader.path());
-  reader.serve(Clock::now() + std::chrono::seconds(2), Reader::End::in_time);
+  serve(reader, reader_of_bare, Clock::now() + std::chrono::seconds(2));
   const double memory_before = process.resident_memory();
-  const double achost = load(reader, process, time);
+  const double before = process.cpu();
+  const double bare_before = bare_process.cpu();
+  serve(reader, reader_of_bare, Clock::now() + time);
+  const auto percent = [time](double seconds) { return 100 * seconds / static_cast<double>(time.count()); };
+  const double achost = percent(process.cpu() - before);
+  const double bare = percent(bare_process.cpu() - bare_before);
   const double memory = process.resident_memory();
   const std::string field = ", " + std::to_string(tags) + (tags == 1 ? " tag" : " tags") + " in the field";
   print_row("achost polling every 10 ms" + field, number(achost, 2) + " % of a core", ratio_of(achost, bare),

@@ -1,253 +1,141 @@
-// One reading's way: from the last byte of the reader's answer to the host's handler of the identification, through the
-// plug-in's threads and the host's bus. Beside it the bare chain of the same threads: a blocking read, a condition
-// variable, a queue, and nothing done in between. Each in processes of its own, turn by turn.
-#include <fcntl.h>
-#include <poll.h>
-#include <sys/wait.h>
+// One reading's way to the door: from the last byte of the reader's answer until the relay is on, through the plug-in's
+// threads and those of the host's services. Beside it the bare chain of as many threads: a blocking read, then from
+// queue to queue, and nothing done in between. They take turns, a reading each; whose turn it is not waits in its read.
 #include <unistd.h>
 
-#include <algorithm>
-#include <array>
-#include <atomic>
 #include <chrono>
-#include <condition_variable>
-#include <deque>
-#include <mutex>
-#include <stdexcept>
+#include <cstdio>
+#include <string>
 #include <thread>
 #include <vector>
 
 #include "ac/message.h"
+#include "bare_chain.h"
+#include "card_value.h"
+#include "door/services/door_service.h"
+#include "door/services/gpio_service.h"
+#include "door/services/identifier_service.h"
+#include "door/services/user_store.h"
 #include "globals.h"
 #include "notice.h"
+#include "reader_end.h"
 #include "reading_loop.h"
-#include "refhost/subscriber.h"
+#include "refhost/bus_view.h"
 #include "settings.h"
 #include "store.h"
 #include "t640.h"
 #include "table.h"
-#include "uhfsim/pty_link.h"
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
+constexpr int kReadings = 150;
 
-constexpr int kRuns = 7;
-constexpr int kReadings = 300;  // of a run
-constexpr std::size_t kCommandSize = 7;
-constexpr std::size_t kNoticeSize = 24;
-constexpr std::chrono::milliseconds kProbeInterval{2};
-
-std::int64_t now() { return Clock::now().time_since_epoch().count(); }
-
-// One reading's times after the answer was sent, in microseconds.
-struct Times {
-  double read = 0;     // the plug-in's read has returned
-  double decided = 0;  // the dispatch is about to announce it
-  double handled = 0;  // the host's handler has it
-};
-
-// When these happened last; each written by the thread that it happens on, which hands the reading over afterwards.
-std::atomic<std::int64_t> read_at = 0;
-std::atomic<std::int64_t> decided_at = 0;
+Moment bytes_read;
 
 }  // namespace
 
-// The linker sends two calls of the plug-in here (--wrap): the read, and the first of the announcement.
+// The linker sends the plug-in's read here (--wrap).
 extern "C" ssize_t __real_read(int file, void* data, std::size_t size);
 extern "C" ssize_t __wrap_read(int file, void* data, std::size_t size) {
   const auto count = __real_read(file, data, size);
-  read_at = now();
+  bytes_read.come();
   return count;
-}
-
-std::string real_uuid() __asm__("__real__ZN2ac4util10identifier17generate_new_uuidB5cxx11Ev");
-std::string wrapped_uuid() __asm__("__wrap__ZN2ac4util10identifier17generate_new_uuidB5cxx11Ev");
-std::string wrapped_uuid() {
-  decided_at = now();
-  return real_uuid();
 }
 
 namespace {
 
-// The reader's end of the line. Answers one command after the other, each with a new tag, and takes the time from the
-// answer to arrived().
-class Reader {
- public:
-  const std::string& path() const { return link_.path(); }
+// Microseconds of each reading after its last byte was sent.
+struct Times {
+  std::vector<double> read;       // the plug-in's read has returned
+  std::vector<double> announced;  // the dispatch sends the card
+  std::vector<double> decided;    // the identifier asks for the door
+  std::vector<double> relay_on;
+};
 
-  // Called on the thread that the reading arrives at.
-  void arrived() {
-    arrived_.store(now());
-    arrived_.notify_one();
+// The plug-in and the services between it and the relay, with a user for each card.
+class Door {
+ public:
+  Door() {
+    store_->override_for_run("uhf", "probe_interval", std::to_string(kProbeInterval.count()));
+    store_->override_for_run("host", "door_open_time", "100");
+    uhf_operation_mode_ = CONTINUOUS;
+    same_tag_timeout_ = 1000;
+    different_tag_timeout_ = 0;
+    watchdogTimeout = 1000;
+    for (int tag = 1; tag <= kReadings; ++tag) {
+      const auto bytes = notice(tag);
+      users_.bind(toCardValue({bytes.begin() + 8, bytes.begin() + 20}), tag, "");
+    }
+    t640_module = std::make_unique<ac::UHF::T640>(reader_.path(), std::chrono::milliseconds(1000));
+    std::thread(run).detach();
   }
 
-  std::vector<Times> measure() {
-    std::vector<Times> times;
-    for (int i = 1; i <= kReadings; ++i) {
-      for (std::size_t received = 0; received < kCommandSize;) {
-        pollfd command{.fd = link_.fd(), .events = POLLIN, .revents = 0};
-        poll(&command, 1, -1);
-        received += link_.read().size();
-      }
-      std::this_thread::sleep_for(std::chrono::microseconds(500));  // the other end waits in its read by now
-      const auto answer = notice(i);
-      arrived_ = 0;
-      const auto sent = now();
-      link_.write(answer);
-      arrived_.wait(0);
-      const auto since = [sent](std::int64_t at) { return static_cast<double>(at - sent) / 1e3; };
-      times.push_back({.read = since(read_at), .decided = since(decided_at), .handled = since(arrived_)});
-    }
-    return times;
+  // One reading; returns when the door is closed again.
+  void measure(int tag, Times& times) {
+    relay_on_.reset();
+    relay_off_.reset();
+    const auto sent = reader_.answer(tag);
+    const auto since = [sent](const Moment& moment) { return static_cast<double>(moment.wait() - sent) / 1e3; };
+    times.relay_on.push_back(since(relay_on_));
+    times.read.push_back(since(bytes_read));
+    times.announced.push_back(since(announced_));
+    times.decided.push_back(since(decided_));
+    relay_off_.wait();
   }
 
  private:
-  uhfsim::PtyLink link_;
-  std::atomic<std::int64_t> arrived_ = 0;  // when; written by two threads that take turns
-};
-
-// Ends a process that measured: its other threads never do.
-[[noreturn]] void report(int pipe, const std::vector<Times>& times) {
-  const auto size = times.size() * sizeof(Times);
-  _exit(write(pipe, times.data(), size) == static_cast<ssize_t>(size) ? 0 : 1);
-}
-
-[[noreturn]] void through_plugin(int pipe) {
-  Reader reader;
-  Store store;
-  store->override_for_run("uhf", "probe_interval", std::to_string(kProbeInterval.count()));
-  uhf_operation_mode_ = CONTINUOUS;
-  same_tag_timeout_ = 1000;
-  different_tag_timeout_ = 0;
-  watchdogTimeout = 1000;
-  t640_module = std::make_unique<ac::UHF::T640>(reader.path(), std::chrono::milliseconds(1000));
-  const refhost::Subscriber subscriber(
-      "bench",
-      {{.type = "identifier_new_card", .handler = [&reader](ac::Message*) { reader.arrived(); }, .flag = false}});
-  std::thread(run).detach();
-  report(pipe, reader.measure());
-}
-
-// A value that one thread hands to another.
-class Queue {
- public:
-  void put(int value) {
-    {
-      const std::lock_guard lock(mutex_);
-      values_.push_back(value);
+  // On the thread that sends.
+  void see(const ac::Message& message) {
+    if (message.type() == "identifier_new_card") {
+      announced_.come();
+    } else if (message.type() == "actuator_open_door") {
+      decided_.come();
+    } else if (message.type() == "gpio_notified") {
+      int value = 0;
+      message.get_int("value", &value);
+      (value != 0 ? relay_on_ : relay_off_).come();
     }
-    filled_.notify_one();
   }
 
-  int take() {
-    std::unique_lock lock(mutex_);
-    filled_.wait(lock, [this] { return !values_.empty(); });
-    const int value = values_.front();
-    values_.pop_front();
-    return value;
-  }
-
- private:
-  std::mutex mutex_;  // guards values_
-  std::condition_variable filled_;
-  std::deque<int> values_;
-};
-
-[[noreturn]] void through_bare_chain(int pipe) {
-  Reader reader;
-  const int line = open(reader.path().c_str(), O_RDWR | O_NOCTTY);
-  Queue cards;
-  Queue messages;
-  std::thread([&] {
-    for (;;) {
-      std::this_thread::sleep_for(kProbeInterval);
-      std::array<unsigned char, 1024> bytes{};
-      if (write(line, bytes.data(), kCommandSize) != kCommandSize) {
-        _exit(1);
-      }
-      for (std::size_t received = 0; received < kNoticeSize;) {
-        received += static_cast<std::size_t>(std::max<ssize_t>(read(line, bytes.data(), bytes.size()), 0));
-      }
-      cards.put(1);
-    }
-  }).detach();
-  std::thread([&] {
-    for (;;) {
-      messages.put(cards.take());
-    }
-  }).detach();
-  std::thread([&] {
-    for (;;) {
-      messages.take();
-      reader.arrived();
-    }
-  }).detach();
-  report(pipe, reader.measure());
-}
-
-// What measure() reports, from a process of its own.
-std::vector<Times> in_aprocess(void (*measure)(int)) {
-  std::array<int, 2> pipe_ends{};
-  if (pipe(pipe_ends.data()) != 0) {
-    throw std::runtime_error("no pipe");
-  }
-  const pid_t child = fork();
-  if (child == 0) {
-    measure(pipe_ends[1]);
-  }
-  close(pipe_ends[1]);
-  std::vector<Times> times(kReadings);
-  const auto size = static_cast<ssize_t>(times.size() * sizeof(Times));
-  const bool whole = read(pipe_ends[0], times.data(), static_cast<std::size_t>(size)) == size;
-  close(pipe_ends[0]);
-  waitpid(child, nullptr, 0);
-  if (!whole) {
-    throw std::runtime_error("a measuring process ended early");
-  }
-  return times;
-}
-
-// The runs' medians of one of the times, and what 99 of 100 stay below.
-struct Figures {
-  std::vector<double> medians;
-  std::vector<double> tails;
-
-  void add(const std::vector<Times>& times, double Times::*which) {
-    std::vector<double> values;
-    for (const auto& time : times) {
-      values.push_back(time.*which);
-    }
-    medians.push_back(median(values));
-    tails.push_back(quantile(values, 0.99));
-  }
+  ReaderEnd reader_;
+  TemporaryDirectory directory_;
+  Store store_;
+  achost::UserStore users_{directory_.path(), achost::UserStore::Access::read_write};
+  Moment announced_;
+  Moment decided_;
+  Moment relay_on_;
+  Moment relay_off_;
+  refhost::BusTap tap_{[this](const ac::Message& message) { see(message); }};
+  achost::GpioService gpio_;
+  achost::DoorService door_;
+  achost::IdentifierService identifier_{users_};
 };
 
 }  // namespace
 
 int main() {
-  Figures read;
-  Figures decided;
-  Figures handled;
-  Figures bare;
-  for (int i = 0; i < kRuns; ++i) {
-    const auto times = in_aprocess(through_plugin);
-    read.add(times, &Times::read);
-    decided.add(times, &Times::decided);
-    handled.add(times, &Times::handled);
-    bare.add(in_aprocess(through_bare_chain), &Times::handled);
+  // Never destroyed: their threads have no end.
+  auto& door = *new Door;
+  auto& chain = *new BareChain;
+  Times times;
+  std::vector<double> bare;
+  for (int tag = 1; tag <= kReadings; ++tag) {
+    door.measure(tag, times);
+    bare.push_back(chain.measure(tag));
   }
-  const auto micro = [](const std::vector<double>& times) { return number(median(times)) + " µs"; };
-  const auto ratio = [](const std::vector<double>& times, const std::vector<double>& reference) {
-    return ratio_of(median(times), median(reference));
+  const auto micro = [](double time) { return number(time) + " µs"; };
+  const auto part = [&](const char* what, const std::vector<double>& part_times) {
+    print_row(what, micro(median(part_times)), ratio_of(part_times, times.relay_on));
   };
-  print_row("from the reader's last byte to the host's handler, median", micro(handled.medians),
-            ratio(handled.medians, bare.medians), "ratio 1.25");
-  print_row("the same through a bare chain of threads, median", micro(bare.medians));
-  print_row("of it until the plug-in has read it", micro(read.medians), ratio(read.medians, handled.medians));
-  print_row("of it until the dispatch announces it", micro(decided.medians), ratio(decided.medians, handled.medians));
-  print_row("from the reader's last byte to the host's handler, 99 of 100", micro(handled.tails),
-            ratio(handled.tails, bare.tails), "ratio 2");
-  print_row("the same through a bare chain of threads, 99 of 100", micro(bare.tails));
-  return 0;
+  print_row("from the reader's last byte to the relay, median", micro(median(times.relay_on)),
+            ratio_of(times.relay_on, bare));
+  print_row("the same through a bare chain of five threads, median", micro(median(bare)));
+  part("of it until the plug-in has read it", times.read);
+  part("of it until the dispatch announces the card", times.announced);
+  part("of it until the identifier asks for the door", times.decided);
+  const double tail = quantile(times.relay_on, 0.99);
+  const double bare_tail = quantile(bare, 0.99);
+  print_row("from the reader's last byte to the relay, 99 of 100", micro(tail), ratio_of(tail, bare_tail));
+  print_row("the same through a bare chain of five threads, 99 of 100", micro(bare_tail));
+  _exit(0);
 }

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <functional>
+#include <iterator>
 
 void print_row(const std::string& what, const std::string& measured, const std::string& ratio,
                const std::string& target) {
@@ -25,3 +27,9 @@ std::string number(double value, int decimals) {
 }
 
 std::string ratio_of(double value, double reference) { return number(value / reference, 2); }
+
+std::string ratio_of(const std::vector<double>& values, const std::vector<double>& references) {
+  std::vector<double> ratios;
+  std::ranges::transform(values, references, std::back_inserter(ratios), std::divides());
+  return number(median(ratios), 2);
+}

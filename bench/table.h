@@ -17,3 +17,6 @@ std::string number(double value, int decimals = 1);
 
 // Of two values, with two decimals.
 std::string ratio_of(double value, double reference);
+
+// The median of the ratios of what was measured in the same turn.
+std::string ratio_of(const std::vector<double>& values, const std::vector<double>& references);

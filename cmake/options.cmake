@@ -31,9 +31,10 @@ if(UHF_FUZZER)
   list(APPEND sanitizer_flags -fsanitize=fuzzer-no-link)
 endif()
 # Links a program of the host with an allocator that does not make a thread which frees a message wait for the one that
-# makes the next. A sanitizer brings its own.
+# makes the next, set up as achost has it. A sanitizer brings its own.
 function(link_allocator target)
   if(UHF_SANITIZER STREQUAL "")
+    target_sources(${target} PRIVATE ${PROJECT_SOURCE_DIR}/door/run/allocator.cpp)
     target_link_libraries(${target} PRIVATE jemalloc)
   endif()
 endfunction()
