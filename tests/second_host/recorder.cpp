@@ -15,6 +15,7 @@ void Host::reset() {
   settings_.clear();
   refuses_writes_ = false;
   answer_ = nullptr;
+  call_hook_ = nullptr;
   keep_alive_hook_ = nullptr;
   create_hook_ = nullptr;
   system_hook_ = nullptr;
@@ -72,10 +73,20 @@ void Host::on_system(std::function<void(const std::string&)> hook) {
   system_hook_ = std::move(hook);
 }
 
-void Host::called(const std::string& call) {
+void Host::on_call(std::function<void(const std::string&)> hook) {
   const std::lock_guard lock(mutex_);
+  call_hook_ = std::move(hook);
+}
+
+void Host::called(const std::string& call) {
+  std::unique_lock lock(mutex_);
   calls_.push_back(call);
   changed_.notify_all();
+  const auto hook = call_hook_;
+  lock.unlock();
+  if (hook) {
+    hook(call);
+  }
 }
 
 std::vector<std::string> Host::calls() const {
@@ -86,20 +97,18 @@ std::vector<std::string> Host::calls() const {
 std::optional<Fields> Host::sent(SentMessage message) {
   std::unique_lock lock(mutex_);
   messages_.push_back(message);
-  calls_.push_back("send " + message.type);
-  changed_.notify_all();
   const auto answer = answer_;
   lock.unlock();
+  called("send " + message.type);
   return message.synchronous && answer ? answer(message) : std::nullopt;
 }
 
 void Host::kept(const std::string& name) {
   std::unique_lock lock(mutex_);
   ++keep_alives_[name];
-  calls_.push_back("keep_alive " + name);
-  changed_.notify_all();
   const auto hook = keep_alive_hook_;
   lock.unlock();
+  called("keep_alive " + name);
   if (hook) {
     hook(name);
   }
@@ -124,9 +133,8 @@ void Host::created(AuditRecord record) {
 }
 
 void Host::ran(const std::string& command) {
+  called("system " + command);
   std::unique_lock lock(mutex_);
-  calls_.push_back("system " + command);
-  changed_.notify_all();
   const auto hook = system_hook_;
   lock.unlock();
   if (hook) {

@@ -70,6 +70,9 @@ class Host {
   // Called on every keep-alive, on the caller's thread; may throw, to leave a loop of the plug-in's.
   void on_keep_alive(std::function<void(const std::string&)> hook);
 
+  // Called after each call of those below is recorded, on the caller's thread; may throw, to fail it.
+  void on_call(std::function<void(const std::string& call)> hook);
+
   // Every call of the plug-in that has an order worth testing, as text: "get_int uhf trig_gpio true".
   void called(const std::string& call);
   std::vector<std::string> calls() const;
@@ -102,6 +105,7 @@ class Host {
   std::map<std::pair<std::string, std::string>, std::string> settings_;
   bool refuses_writes_ = false;
   Answer answer_;
+  std::function<void(const std::string&)> call_hook_;
   std::function<void(const std::string&)> keep_alive_hook_;
   std::function<void()> create_hook_;
   std::function<void(const std::string&)> system_hook_;
