@@ -53,6 +53,10 @@ INSTANTIATE_TEST_SUITE_P(SplitsThreeBytes, CardValue,
                          testing::Values(Row{24, "msb", EPC, 0x1200003456}, Row{17, "msb", EPC, 0x1200003456},
                                          Row{24, "lsb", EPC, 0xE200000068}, Row{24, "msb", "34 56", 0x3456}));
 
+INSTANTIATE_TEST_SUITE_P(SplitsNoOtherNumberOfBytes, CardValue,
+                         testing::Values(Row{32, "msb", "12 34 56", 0x123456}, Row{25, "msb", "12 34 56", 0x123456},
+                                         Row{32, "lsb", "12 34 56", 0x123456}, Row{16, "msb", "12 34 56", 0x3456}));
+
 INSTANTIATE_TEST_SUITE_P(IsZeroWithoutBitsOrEpc, CardValue,
                          testing::Values(Row{0, "msb", EPC, 0}, Row{-1, "msb", EPC, 0}, Row{-64, "lsb", EPC, 0},
                                          Row{32, "msb", "", 0}, Row{32, "lsb", "", 0}, Row{24, "lsb", "", 0}));

@@ -122,6 +122,14 @@ TEST(StatusResponse, OfThreeBytesIsValidOnlyWithTheChecksumOfItsFirst) {
   EXPECT_FALSE(Frame::fromData(hex("7F 01 B6 00 03 05 06 07 CC 7E")).first->validateCheckSum());
 }
 
+TEST(PlainCommand, KeepsTheReceivedLengthAndNoParameters) {
+  const auto frame = Frame::fromData(hex("7F 00 B7 00 02 01 02 B9 7E")).first;
+  ASSERT_NE(frame, nullptr);
+  EXPECT_EQ(frame->parameterToData(), hex(""));
+  EXPECT_EQ(frame->toData(), hex("7F 00 B7 00 02 B9 7E"));
+  EXPECT_TRUE(frame->validateCheckSum());
+}
+
 TEST(TransmitPowerFrames, CarryTwoBytes) {
   EXPECT_EQ(GetTransmitPowerResponse(0, hex("0A 28")).power(), 2600);
   EXPECT_EQ(SetTransmitPowerFrame(0, hex("0A 28 FF")).power(), 2600);

@@ -30,6 +30,7 @@ struct System {
   std::vector<termios> lines;
   std::vector<int> closed;
   std::vector<std::size_t> writeSizes;
+  std::vector<unsigned char> given;  // the bytes of all writes, those included that were not taken
   std::vector<std::size_t> readSizes;
   std::deque<ssize_t> writeResults;  // a negative one sets errno to EINTR
   std::deque<ssize_t> readResults;
@@ -67,6 +68,8 @@ static ssize_t next(std::deque<ssize_t>& results) {
 }
 ssize_t __wrap_write(int fd, const void* data, std::size_t size) {
   sys.writeSizes.push_back(size);
+  const auto* const bytes = static_cast<const unsigned char*>(data);
+  sys.given.insert(sys.given.end(), bytes, bytes + size);
   return sys.writeResults.empty() ? __real_write(fd, data, size) : next(sys.writeResults);
 }
 ssize_t __wrap_read(int fd, void* data, std::size_t size) {
@@ -80,6 +83,15 @@ namespace {
 class SerialPortTest : public testing::Test {
  protected:
   void SetUp() override { sys = {}; }
+
+  // So many bytes, none like its neighbours or like the one 1024 before it.
+  static std::vector<unsigned char> pattern(std::size_t size) {
+    std::vector<unsigned char> bytes(size);
+    for (std::size_t i = 0; i < size; ++i) {
+      bytes[i] = static_cast<unsigned char>(i * 7 + i / 256);
+    }
+    return bytes;
+  }
 
   // The line settings for a time-out.
   termios lineFor(milliseconds timeout) {
@@ -161,7 +173,7 @@ TEST_F(Send, OfNothingMakesNoCall) {
 
 TEST_F(Send, WritesAtMost1024BytesAtATime) {
   const SerialPort port(peer.path(), milliseconds(1000));
-  const std::vector<unsigned char> data(2500, 0x42);
+  const auto data = pattern(2500);
   port.send(data);
   EXPECT_THAT(sys.writeSizes, ElementsAre(1024, 1024, 452));
   EXPECT_EQ(peer.read(data.size()), data);
@@ -169,8 +181,15 @@ TEST_F(Send, WritesAtMost1024BytesAtATime) {
 
 TEST_F(Send, GoesOnAfterAPartialWriteAndAfterNone) {
   sys.writeResults = {1000, 0, 0, 24, 1024, 452};
-  SerialPort("/dev/null", milliseconds(1000)).send(std::vector<unsigned char>(2500));
+  const auto data = pattern(2500);
+  SerialPort("/dev/null", milliseconds(1000)).send(data);
   EXPECT_THAT(sys.writeSizes, ElementsAre(1024, 1024, 1024, 1024, 1024, 452));
+  std::vector<unsigned char> expected;
+  for (const std::ptrdiff_t start : {0, 1000, 1000, 1000, 1024, 2048}) {  // each goes on behind what was taken
+    const auto end = std::min<std::ptrdiff_t>(start + 1024, std::ssize(data));
+    expected.insert(expected.end(), data.begin() + start, data.begin() + end);
+  }
+  EXPECT_EQ(sys.given, expected);
 }
 
 TEST_F(Send, ReportsAFailureByTheResultNotByErrno) {
@@ -214,7 +233,7 @@ TEST_F(Receive, DoesNotWaitWithATimeoutBelowATenth) {
 
 TEST_F(Receive, DeliversMoreThan1024BytesInSeveralCalls) {
   const SerialPort port(peer.path(), milliseconds(1000));
-  const std::vector<unsigned char> data(1500, 0x42);
+  const auto data = pattern(1500);
   peer.write(data);
   std::vector<unsigned char> all;
   while (all.size() < data.size()) {

@@ -4,10 +4,12 @@
 #include <gmock/gmock.h>
 
 #include <future>
+#include <iostream>
 #include <numeric>
 #include <thread>
 
 #include "ac/exception.h"
+#include "failure.h"
 #include "frame_catalogue.h"
 #include "hex.h"
 #include "reader_peer.h"
@@ -73,6 +75,17 @@ class T640Test : public testing::Test {
       EXPECT_TRUE(peer.wait_until_read());
     }
     return result.get();
+  }
+
+  // What an operation ends with when the line hangs up once its command, of so many bytes, has come.
+  template <class Operation>
+  static std::string failureWhileWaiting(Operation operation, std::size_t size) {
+    ReaderPeer other;
+    const T640 patient(other.path(), milliseconds(25500));
+    auto failure = std::async(std::launch::async, [&] { return failure_of([&] { operation(patient); }); });
+    EXPECT_EQ(other.read(size).size(), size);
+    other.hang_up();
+    return failure.get();
   }
 
   static void expectDebugLine(const std::string& text, const std::string& source, const std::string& function,
@@ -181,6 +194,31 @@ TEST_F(SendFrame, SerialFailuresReachTheCallerWithTheMutexFree) {
   }
 }
 
+TEST_F(SendFrame, AFailureWhileItWaitsForTheAnswerReachesTheCaller) {
+  EXPECT_EQ(failureWhileWaiting([](const T640& patient) { patient.setTransmitPower(2600); }, 9),
+            "Error while reading from serial port: Unknown error -1");
+}
+
+TEST_F(ReceiveFrames, AFailureWhileItWaitsForTheAnswerReachesTheCaller) {
+  EXPECT_EQ(failureWhileWaiting([](const T640& patient) { patient.inventoryCard(); }, 7),
+            "Error while reading from serial port: Unknown error -1");
+}
+
+TEST_F(SendFrame, AnEndByteInTheMiddleOfWhatIsThereIsNotTheEnd) {
+  const auto whole = complete(hex("7F 01 B7 00 02 7E 10"));
+  const std::vector<Bytes> chunks{{whole.begin(), whole.begin() + 7}, {whole.begin() + 7, whole.end()}};
+  EXPECT_EQ(whileAnswering(chunks, [this] { return driver.getTransmitPower(); }),
+            std::pair(true, std::uint16_t{0x7E10}));
+}
+
+TEST_F(ReceiveFrames, AnEndByteInTheMiddleOfWhatIsThereIsNotTheEnd) {
+  const auto whole = notice(0x7E) + notice(2);
+  const std::vector<Bytes> chunks{{whole.begin(), whole.begin() + 10}, {whole.begin() + 10, whole.end()}};
+  const auto [succeeded, tags] = whileAnswering(chunks, [this] { return driver.inventoryCard(); });
+  EXPECT_TRUE(succeeded);
+  EXPECT_EQ(epcs(tags), hex("02"));
+}
+
 TEST_F(ReceiveFrames, SilenceIsNoResponse) {
   EXPECT_EQ(inventory({}), std::pair(false, Bytes{}));
   expectDebugLine("No response", "uhf/src/source/t640", "receiveFrames", 160);
@@ -238,6 +276,10 @@ TEST_F(ReceiveFrames, AWrongChecksumEndsTheListWithoutALine) {
   EXPECT_THAT(host().debug_texts(), ElementsAre("Card detected! EPC: 02 [1]"));
 }
 
+TEST_F(ReceiveFrames, AResponseWithAWrongChecksumEndsTheListToo) {
+  EXPECT_EQ(inventory(notice(1) + hex("7F 01 FF 00 01 17 19 7E")), std::pair(true, hex("01")));
+}
+
 TEST_F(ReceiveFrames, AParsingErrorKeepsTheFramesBeforeIt) {
   EXPECT_EQ(inventory(notice(1) + hex("7F 01 10 00 00 11 7E")), std::pair(true, hex("01")));
   EXPECT_THAT(host().debug_texts(),
@@ -248,6 +290,7 @@ TEST_F(ReceiveFrames, ANoticeTooShortForItsFieldsKeepsTheFramesBeforeIt) {
   EXPECT_EQ(inventory(notice(1) + hex("7F 02 22 00 04 C8 30 00 5A 7A 7E")), std::pair(true, hex("01")));
   EXPECT_EQ(host().debug_texts().at(0), "Error parsing data: std::bad_alloc");
   EXPECT_EQ(host().debug_lines().at(0).function, "receiveFrames");
+  EXPECT_EQ(host().debug_lines().at(0).source, "uhf/src/source/t640");
 }
 
 TEST_F(ReceiveFrames, JunkBetweenFramesEndsTheList) {
@@ -271,6 +314,14 @@ TEST_F(Inventory, CopiesEveryFieldOfTheNotice) {
   EXPECT_EQ(tags[0].pc, 0x3001);
   EXPECT_EQ(tags[0].epc, hex("E2 34"));
   EXPECT_EQ(tags[0].crc, 0x5A3C);
+}
+
+TEST_F(Inventory, AnEpcOfHundredsOfBytesIsRead) {
+  const Bytes epc(300, 0x11);
+  peer.write(complete(hex("7F 02 22 01 31 C8 30 01") + epc + hex("5A 3C")));
+  const auto [succeeded, tags] = driver.inventoryCard();
+  ASSERT_TRUE(succeeded);
+  EXPECT_EQ(tags.at(0).epc, epc);
 }
 
 TEST_F(Inventory, LogsEachCard) {
@@ -324,6 +375,10 @@ TEST_F(Getter, ReadsTheSensitivity) {
   EXPECT_EQ(peer.read(7), hex("7F 00 F1 00 00 F1 7E"));
   EXPECT_THAT(host().debug_texts(),
               ElementsAre("RxSensitivity M: 2", "RxSensitivity I: 6", "RxSensitivity sensitivity: 160"));
+  for (const auto& line : host().debug_lines()) {
+    EXPECT_EQ(line.function, "doGetDemodulationSensitivity");
+    EXPECT_EQ(line.source, "uhf/src/source/t640");
+  }
 }
 
 TEST_F(Getter, WithoutAnAnswerHasZeroes) {
@@ -421,5 +476,6 @@ TEST_F(Driver, LetsOneTransactionAtATimeOntoTheLine) {
 TEST_F(Driver, PrintsBytesForTracing) {
   testing::internal::CaptureStdout();
   T640::print_data(hex("7F 00 0B"));
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "<<<<<<<<<<<<7f 0 b >>>>>>>>>>>>\n");
+  std::cout << 10;
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "<<<<<<<<<<<<7f 0 b >>>>>>>>>>>>\n10") << "decimal afterwards";
 }

@@ -3,11 +3,14 @@
 
 namespace ac::UHF {
 
-// As the module takes and gives them, without units.
+// As the module takes and gives them, without units and without a check.
 struct DemodSensitivityInfo {
-  unsigned char m;             // mixer gain
-  unsigned char i;             // intermediate-frequency amplifier gain
-  unsigned short sensitivity;  // signal demodulation threshold
+  // Mixer gain.
+  unsigned char m;
+  // Intermediate-frequency amplifier gain.
+  unsigned char i;
+  // Signal demodulation threshold.
+  unsigned short sensitivity;
 };
 
 }  // namespace ac::UHF

@@ -5,11 +5,16 @@
 
 namespace ac::UHF {
 
+// A plain value: its owner's, on any thread.
 struct InventoryCardInfo {
-  unsigned char rssi;              // received signal strength, as the module gives it
-  unsigned short pc;               // protocol control word of the tag
-  std::vector<unsigned char> epc;  // electronic product code, in the order received
-  unsigned short crc;              // the tag's own CRC; not checked
+  // Received signal strength, as the module gives it.
+  unsigned char rssi;
+  // Protocol control word of the tag.
+  unsigned short pc;
+  // Electronic product code, in the order received; may be empty.
+  std::vector<unsigned char> epc;
+  // The tag's own checksum; carried, not checked.
+  unsigned short crc;
 };
 
 }  // namespace ac::UHF

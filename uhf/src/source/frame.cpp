@@ -45,6 +45,12 @@ unsigned int Frame::parameterSum() const {
   return std::accumulate(parameters.begin(), parameters.end(), 0U);
 }
 
+unsigned char Frame::View::calculateChecksum() const {
+  const auto length = static_cast<unsigned short>(parameters.size());
+  const unsigned int head = 0U + type + command + highByte(length) + lowByte(length);
+  return static_cast<unsigned char>(std::accumulate(parameters.begin(), parameters.end(), head));
+}
+
 unsigned char Frame::calculateChecksum() const {
   const unsigned int head = static_cast<unsigned int>(type_) + static_cast<unsigned int>(command_) +
                             highByte(parameterLength_) + lowByte(parameterLength_);
@@ -56,12 +62,17 @@ bool Frame::validateCheckSum() const { return checksum_ == calculateChecksum(); 
 Frame::Decoded Frame::fromData(const std::vector<unsigned char>& data) { return decode(data); }
 
 Frame::Decoded Frame::decode(std::span<const unsigned char> data) {
+  const auto [view, consumed] = cut(data);
+  return {view.has_value() ? create(*view) : nullptr, consumed};
+}
+
+std::pair<std::optional<Frame::View>, unsigned int> Frame::cut(std::span<const unsigned char> data) {
   if (data.size() < MIN_FRAME_SIZE) {
-    return {nullptr, 0};
+    return {std::nullopt, 0};
   }
   ByteReader reader(data);
   if (reader.read<std::uint8_t>() != HEADER) {
-    return {nullptr, 1};
+    return {std::nullopt, 1};
   }
   const auto type = reader.read<std::uint8_t>();
   const auto command = reader.read<std::uint8_t>();
@@ -69,14 +80,18 @@ Frame::Decoded Frame::decode(std::span<const unsigned char> data) {
   if (length > reader.remaining()) {
     throw ac_exception("Invalid parameter length", true);
   }
-  const ByteReader parameters(reader.take(length));
+  const auto parameters = reader.take(length);
   const auto checksum = reader.read<std::uint8_t>();
   const auto end = reader.read<std::uint8_t>();
   const unsigned int consumed = length + MIN_FRAME_SIZE;
   if (end != END) {
-    return {nullptr, consumed};
+    return {std::nullopt, consumed};
   }
-  return {create(command, type, checksum, parameters), consumed};
+  return {View{type, command, checksum, parameters}, consumed};
+}
+
+std::unique_ptr<Frame> Frame::create(const View& view) {
+  return create(view.command, view.type, view.checksum, ByteReader(view.parameters));
 }
 
 std::unique_ptr<Frame> Frame::createFrame(int commandType, int type, unsigned char checksum,
@@ -85,15 +100,24 @@ std::unique_ptr<Frame> Frame::createFrame(int commandType, int type, unsigned ch
 }
 
 std::string Frame::printVector(const std::vector<unsigned char>& bytes) {
-  constexpr char DIGITS[] = "0123456789abcdef";
-  std::string text(3 * bytes.size(), ' ');
-  auto at = text.begin();
+  std::string text;
+  printBytes(bytes, text);
+  return text;
+}
+
+void Frame::printBytes(std::span<const unsigned char> bytes, std::string& text) {
+  static constexpr char DIGITS[] = "0123456789abcdef";
+  const auto start = text.size();
+  text.resize(start + 3 * bytes.size(), ' ');
+  char* at = text.data() + start;
   for (const unsigned char byte : bytes) {
-    *at = DIGITS[byte >> 4];
-    *(at + 1) = DIGITS[byte & 0x0F];
+    at[0] = DIGITS[byte >> 4];
+    at[1] = DIGITS[byte & 0x0F];
     at += 3;
   }
-  return text + '[' + std::to_string(bytes.size()) + ']';
+  text += '[';
+  text += std::to_string(bytes.size());
+  text += ']';
 }
 
 }  // namespace ac::UHF

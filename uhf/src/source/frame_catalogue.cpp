@@ -32,8 +32,8 @@ std::vector<unsigned char> powerToData(unsigned short power) {
   return data;
 }
 
+// Here and below: braced initialisers are evaluated from left to right, which is the order on the wire.
 DemodSensitivityInfo readSensitivity(ByteReader& parameters) {
-  // Braced initialisers are evaluated from left to right, which is the order on the wire.
   return {parameters.read<std::uint8_t>(), parameters.read<std::uint8_t>(), parameters.read<std::uint16_t>()};
 }
 
@@ -129,12 +129,20 @@ std::vector<unsigned char> SetWorkAreaFrame::parameterToData() const { return {r
 InventoryCardNotice::InventoryCardNotice(unsigned char checksum, const std::vector<unsigned char>& parameters)
     : InventoryCardNotice(checksum, ByteReader(parameters)) {}
 
+CardNoticeView CardNoticeView::read(ByteReader parameters) {
+  return {parameters.read<std::uint8_t>(), parameters.read<std::uint16_t>(), takeEpc(parameters),
+          parameters.read<std::uint16_t>()};
+}
+
 InventoryCardNotice::InventoryCardNotice(unsigned char checksum, ByteReader parameters)
+    : InventoryCardNotice(checksum, parameters, CardNoticeView::read(parameters)) {}
+
+InventoryCardNotice::InventoryCardNotice(unsigned char checksum, ByteReader parameters, const CardNoticeView& fields)
     : Frame(Type::Notice, CommandType::InventoryCard, lengthOf(parameters), checksum),
-      rssi_(parameters.read<std::uint8_t>()),
-      pc_(parameters.read<std::uint16_t>()),
-      epc_(toVector(takeEpc(parameters))),
-      crc_(parameters.read<std::uint16_t>()) {}
+      rssi_(fields.rssi),
+      pc_(fields.pc),
+      epc_(toVector(fields.epc)),
+      crc_(fields.crc) {}
 
 std::vector<unsigned char> InventoryCardNotice::parameterToData() const {
   std::vector<unsigned char> data;

@@ -63,7 +63,8 @@ std::pair<bool, std::vector<unsigned char>> SerialPort::receive() const {
   if (result < 0) {
     fail("Error while reading from serial port: ", result);
   }
-  return {result > 0, {buffer.data(), buffer.data() + result}};
+  std::vector<unsigned char> bytes(buffer.data(), buffer.data() + result);
+  return {result > 0, std::move(bytes)};
 }
 
 }  // namespace ac::UHF

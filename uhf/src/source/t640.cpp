@@ -23,28 +23,61 @@ constexpr std::array<unsigned char, 6> REGION_CODES{2, 1, 4, 2, 3, 6};
 
 // The answer as the class that was asked for; null when it is another.
 template <class Response>
-Response* as(const std::unique_ptr<Frame>& answer) {
+const Response* as(const std::unique_ptr<Frame>& answer) {
   static_assert(std::is_final_v<Response>, "the class of the answer is this one, or another");
-  Frame* const frame = answer.get();
-  return frame != nullptr && typeid(*frame) == typeid(Response) ? static_cast<Response*>(frame) : nullptr;
+  const Frame* const frame = answer.get();
+  return frame != nullptr && typeid(*frame) == typeid(Response) ? static_cast<const Response*>(frame) : nullptr;
+}
+
+// A frame of an inventory's answer: whether its checksum is right, and its fields when it is a notice. A notice is read
+// where it stands, as there are many of them; its class ignores no byte, so the checksum is the same.
+std::pair<bool, std::optional<CardNoticeView>> examine(const Frame::View& frame) {
+  if (frame.is(Frame::Type::Notice, Frame::CommandType::InventoryCard)) {
+    return {frame.calculateChecksum() == frame.checksum, CardNoticeView::read(ByteReader(frame.parameters))};
+  }
+  return {Frame::create(frame)->validateCheckSum(), std::nullopt};
+}
+
+// Appends the frames at the front of an inventory's answer, up to the first that is no good.
+void split(std::span<const unsigned char> answer, std::vector<std::optional<CardNoticeView>>& frames) {
+  for (auto rest = answer;;) {
+    const auto [frame, consumed] = Frame::cut(rest);
+    if (!frame.has_value()) {
+      return;
+    }
+    const auto [valid, notice] = examine(*frame);
+    if (!valid) {
+      return;
+    }
+    if (frames.empty()) {
+      frames.reserve(answer.size() / consumed);  // most are of one size
+    }
+    frames.push_back(notice);
+    rest = rest.subspan(consumed);
+  }
 }
 
 }  // namespace
 
 std::pair<bool, std::vector<InventoryCardInfo>> T640::doInventoryCard() const {
   serialPort_.send(InventoryCardFrame().toData());
-  auto frames = receiveFrames();
+  std::vector<unsigned char> buffer;
+  auto frames = receiveFrames(buffer);
   std::vector<InventoryCardInfo> tags;
+  tags.reserve((frames.size() + 1) / 2);
+  std::string line;  // of the debug log, kept for all tags
+  line.reserve(64);
   // The newest frames first, until as many are done as are left: the last half of an answer, rounded up.
   while (!frames.empty()) {
-    const auto frame = std::move(frames.back());
+    const auto notice = frames.back();
     frames.pop_back();
-    auto* notice = as<InventoryCardNotice>(frame);
-    if (notice == nullptr) {  // a response, a CRC error, an echoed command: the reader broke the inventory off
+    if (!notice.has_value()) {  // a response, a CRC error, an echoed command: the reader broke the inventory off
       break;
     }
-    debug("Card detected! EPC: " + Frame::printVector(notice->epc()), __func__, 40);
-    tags.push_back({notice->rssi(), notice->pc(), std::move(*notice).epc(), notice->crc()});
+    line = "Card detected! EPC: ";
+    Frame::printBytes(notice->epc, line);
+    debug(line, __func__, 40);
+    tags.push_back({notice->rssi, notice->pc, {notice->epc.begin(), notice->epc.end()}, notice->crc});
     if (tags.size() >= frames.size()) {
       return {true, std::move(tags)};
     }
@@ -95,16 +128,19 @@ bool T640::doSetDemodulationSensitivity(const DemodSensitivityInfo& info) const 
   return sendFrame(SetRxSensitiveFrame(info.m, info.i, info.sensitivity)) != nullptr;
 }
 
-std::vector<std::unique_ptr<Frame>> T640::receiveFrames() const {
-  std::vector<std::unique_ptr<Frame>> frames;
-  std::vector<unsigned char> buffer;
+std::vector<std::optional<CardNoticeView>> T640::receiveFrames(std::vector<unsigned char>& buffer) const {
+  std::vector<std::optional<CardNoticeView>> frames;
   do {
-    const auto [received, chunk] = serialPort_.receive();
+    auto [received, chunk] = serialPort_.receive();
     if (!received) {
       debug("No response", __func__, 160);
       return frames;
     }
-    buffer.insert(buffer.end(), chunk.begin(), chunk.end());
+    if (buffer.empty()) {
+      buffer = std::move(chunk);
+    } else {
+      buffer.insert(buffer.end(), chunk.begin(), chunk.end());
+    }
     if (buffer.front() != Frame::HEADER) {
       // Out of step with the reader. Whatever follows a header here belongs to an answer whose beginning is lost: it is
       // dropped too, and the next inventory starts afresh.
@@ -115,14 +151,7 @@ std::vector<std::unique_ptr<Frame>> T640::receiveFrames() const {
     }
   } while (buffer.back() != Frame::END);
   try {
-    for (std::span<const unsigned char> rest = buffer;;) {
-      auto [frame, consumed] = Frame::decode(rest);
-      if (frame == nullptr || !frame->validateCheckSum()) {
-        break;
-      }
-      frames.push_back(std::move(frame));
-      rest = rest.subspan(consumed);
-    }
+    split(buffer, frames);
   } catch (const std::exception& error) {  // std::bad_alloc too: a malformed notice never ends the reading loop
     debug(std::string("Error parsing data: ") + error.what(), __func__, __LINE__);
   }

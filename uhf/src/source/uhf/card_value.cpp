@@ -5,9 +5,24 @@
 #include "debug_log.h"
 #include "settings.h"
 
+namespace {
+
+// Made once: they are asked for with every tag.
+const std::string BITS = "identification_bits";
+const std::string READER_TYPE = "reader_type";
+
+}  // namespace
+
 std::uint64_t toCardValue(const std::vector<unsigned char>& epc) {
-  const int bits = intSetting("identification_bits");
-  const auto value = cardValueOf(epc, bits, toLower(textSetting("reader_type")) == "lsb");
-  debugLog("Card Value: " + std::to_string(value), __func__, __LINE__);
+  std::string line;
+  return toCardValue(epc, line);
+}
+
+std::uint64_t toCardValue(const std::vector<unsigned char>& epc, std::string& line) {
+  const int bits = intSetting(BITS);
+  const auto value = cardValueOf(epc, bits, toLower(textSetting(READER_TYPE)) == "lsb");
+  line = "Card Value: ";
+  line += std::to_string(value);
+  debugLog(line, __func__, __LINE__);
   return value;
 }

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <string>
 #include <vector>
 
 // Takes n = bits / 8 bytes, rounded up, as a big-endian number: the EPC's first n when fromFront, otherwise its last n;
@@ -24,5 +25,8 @@ inline std::uint64_t cardValueOf(const std::vector<unsigned char>& epc, int bits
 }
 
 // The same with the settings "identification_bits" and "reader_type" ("lsb", in any case, is from the front), both read
-// afresh.
+// afresh, and a debug line with the value. Any thread; no lock. Throws what the host's configuration throws.
 std::uint64_t toCardValue(const std::vector<unsigned char>& epc);
+
+// line: memory for the debug line, for a caller with many tags.
+std::uint64_t toCardValue(const std::vector<unsigned char>& epc, std::string& line);
