@@ -25,11 +25,10 @@ void round(benchmark::State& state) {
   }
   TimePoint next_keep_alive = now;
   CardReading last_sent(0, now);
-  CardsSentWalk walk;
   for (auto _ : state) {
     lastCardsRead_[cards / 2] = now;
     processCardsToSend(next_keep_alive, last_sent);
-    pruneCardsSent(walk);
+    pruneCardsSent();
   }
   if (lastCardsSent_.size() != cards || last_sent.first != 0 || !lastCardsRead_.empty()) {
     state.SkipWithError("the round is not as it should be");

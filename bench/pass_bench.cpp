@@ -28,11 +28,10 @@ void passes(int count) {
   static std::condition_variable cards_read;
   static TimePoint next_keep_alive = std::chrono::steady_clock::now();
   static CardReading last_sent(0, std::chrono::steady_clock::now());
-  static CardsSentWalk walk;
   for (int i = 0; i < count; ++i) {
     readTags(last_seen, cards_read);
     processCardsToSend(next_keep_alive, last_sent);
-    pruneCardsSent(walk);
+    pruneCardsSent();
   }
 }
 

@@ -3,7 +3,7 @@
 
 #include <gmock/gmock.h>
 
-#include <random>
+#include <future>
 
 #include "fake_clock.h"
 #include "second_host.h"
@@ -59,6 +59,18 @@ class Dispatch : public testing::Test {
   CardReading lastSent;
 };
 
+// Whether an action waits for as long as somebody else holds the mutex.
+template <class Action>
+bool waitsFor(std::mutex& mutex, Action action) {
+  std::unique_lock lock(mutex);
+  auto done = std::async(std::launch::async, [&action] { action(); });
+  const auto soon = std::chrono::system_clock::now() + milliseconds(50);  // the other clock is the test's
+  const bool waits = done.wait_until(soon) == std::future_status::timeout;
+  lock.unlock();
+  done.get();
+  return waits;
+}
+
 using RepeatRule = Dispatch;
 using Pruning = Dispatch;
 using TriggerWindow = Dispatch;
@@ -102,6 +114,8 @@ TEST_F(Dispatch, TheSameCardIsAnnouncedAgainAtItsTimeoutNotBefore) {
   EXPECT_EQ(round({1}), std::nullopt);
   fake_clock::advance(nanoseconds(1));
   EXPECT_EQ(round({1}), 1);
+  fake_clock::advance(milliseconds(2999));
+  EXPECT_EQ(round({1}), std::nullopt) << "it counts from the latest time";
 }
 
 TEST_F(Dispatch, ADifferentCardReadBeforeItsTimeoutIsRefused) {
@@ -209,6 +223,12 @@ TEST_F(RepeatRule, TheTriggerMattersInTriggerModeOnly) {
   }
 }
 
+TEST_F(RepeatRule, TheSameCardTimeoutIsHeldAgainstNowNotTheReading) {
+  lastCardsSent_[9] = fake_clock::now() - milliseconds(3000);
+  lastSent = {9, fake_clock::now()};
+  EXPECT_TRUE(shouldSentCardIdentification(lastSent, fake_clock::now(), {9, fake_clock::now() - milliseconds(10)}));
+}
+
 TEST_F(RepeatRule, ACardAnnouncedBeforeTheLastIsHeldAgainstBothTimeouts) {
   lastCardsSent_[9] = fake_clock::now() - milliseconds(2999);
   lastSent = {8, fake_clock::now()};
@@ -241,6 +261,15 @@ TEST_F(TriggerWindow, OfANegativeSettingIsClosed) {
   EXPECT_FALSE(isTriggerWindowOpen());
 }
 
+TEST_F(TriggerWindow, IsAskedForUnderTheMutexOfItsTime) {
+  EXPECT_TRUE(waitsFor(lastTriggerTimePointMutex, isTriggerWindowOpen));
+}
+
+TEST_F(Readings, AreTakenAndDroppedUnderTheirMutex) {
+  EXPECT_TRUE(waitsFor(cardsReadMutex_, getLastCardsRead));
+  EXPECT_TRUE(waitsFor(cardsReadMutex_, clearLastCardsRead));
+}
+
 TEST_F(Readings, AreTakenInOnePiece) {
   read(1);
   read(2);
@@ -263,12 +292,11 @@ TEST_F(Pruning, ForgetsACardAtItsBoundNotBefore) {
   host().set("read_interval", 100);
   host().set("read_interval_diff_tags", 200);
   lastCardsSent_[1] = fake_clock::now();
-  CardsSentWalk latest;
   fake_clock::advance(milliseconds(200) - nanoseconds(1));
-  pruneCardsSent(latest);
+  pruneCardsSent();
   EXPECT_TRUE(lastCardsSent_.contains(1));
   fake_clock::advance(nanoseconds(1));
-  pruneCardsSent(latest);
+  pruneCardsSent();
   EXPECT_TRUE(lastCardsSent_.empty());
 }
 
@@ -276,51 +304,10 @@ TEST_F(Pruning, ReadsTheIntervalsAfreshEachTime) {
   host().set("read_interval", 1000);
   host().set("read_interval_diff_tags", 0);
   lastCardsSent_[1] = fake_clock::now();
-  CardsSentWalk latest;
   fake_clock::advance(milliseconds(500));
-  pruneCardsSent(latest);
+  pruneCardsSent();
   EXPECT_TRUE(lastCardsSent_.contains(1));
   host().set("read_interval", 500);
-  pruneCardsSent(latest);
+  pruneCardsSent();
   EXPECT_TRUE(lastCardsSent_.empty());
-}
-
-// However cards are announced and intervals changed.
-TEST_F(Pruning, LeavesWhatAWalkThroughAllEachTimeLeaves) {
-  std::mt19937 random(1);
-  CardTimes walked;
-  CardsSentWalk latest;
-  std::size_t most = 0;
-  for (int step = 0; step < 50'000; ++step) {
-    fake_clock::advance(milliseconds(random() % 20));
-    if (random() % 3 == 0) {
-      const std::uint64_t card = random() % 200;
-      lastCardsSent_[card] = walked[card] = fake_clock::now();
-    }
-    if (random() % 1000 == 0) {
-      host().set("read_interval", std::to_string(random() % 5000));
-      host().set("read_interval_diff_tags", std::to_string(random() % 5000));
-    }
-    const milliseconds bound(std::max(intSetting("read_interval"), intSetting("read_interval_diff_tags")));
-    std::erase_if(walked, [bound](const auto& sent) { return sent.second + bound <= fake_clock::now(); });
-    pruneCardsSent(latest);
-    ASSERT_EQ(lastCardsSent_, walked) << "step " << step;
-    most = std::max(most, walked.size());
-  }
-  EXPECT_GT(most, 50U);
-}
-
-// The clock is read once a card by a walk.
-TEST_F(Pruning, LooksAtNoCardWhileNoneIsDue) {
-  host().set("read_interval", 60'000);
-  host().set("read_interval_diff_tags", 0);
-  for (std::uint64_t card = 0; card < 1000; ++card) {
-    lastCardsSent_[card] = fake_clock::now();
-  }
-  CardsSentWalk latest;
-  pruneCardsSent(latest);
-  fake_clock::tick_per_reading(nanoseconds(1));
-  const auto before = fake_clock::now();
-  pruneCardsSent(latest);
-  EXPECT_LT(fake_clock::now() - before, nanoseconds(5));
 }

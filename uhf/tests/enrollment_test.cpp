@@ -59,6 +59,40 @@ TEST_F(Enrollment, ARequestSuppressesActionsThenAsksForTheCard) {
   EXPECT_EQ(handled.failure, "");
 }
 
+TEST_F(Enrollment, ARequestIsMarkedOnceItsMessagesAreSent) {
+  request(CARD_FOR_42);
+  EXPECT_THAT(host().calls(),
+              ElementsAre("send identifier_supress_actions", "send enroll_card", "set_handled enroller_remote_enroll"));
+}
+
+TEST_F(Enrollment, ItsMessagesCarryNoArgumentAndWantNoAnswer) {
+  request(CARD_FOR_42);
+  sendAllowActions();
+  ASSERT_EQ(host().messages().size(), 3U);
+  for (const auto& message : host().messages()) {
+    EXPECT_EQ(message.argument, 0) << message.type;
+    EXPECT_FALSE(message.has_callback) << message.type;
+    EXPECT_FALSE(message.synchronous) << message.type;
+  }
+}
+
+TEST_F(Enrollment, AFailureIsPrintedBeforeActionsAreAllowed) {
+  for (const auto& [handler, fields, text] : std::vector<std::tuple<void (*)(ac::Message*), Fields, std::string>>{
+           {enrollTimeoutCallback, {}, "Falha ao cadastrar o cart\xC3\xA3o: timeout\n"},
+           {errorOccurredCallback, {{"error", 1}}, "Cartao ja cadastrado\n"}}) {
+    host().reset();
+    std::string printed = "nothing was sent";
+    host().on_call([&printed](const std::string& call) {
+      if (call == "send identifier_allow_actions") {
+        printed = testing::internal::GetCapturedStderr();
+        testing::internal::CaptureStderr();
+      }
+    });
+    EXPECT_EQ(printedBy([&] { handle(handler, "outcome", fields); }), "");
+    EXPECT_EQ(printed, text);
+  }
+}
+
 TEST_F(Enrollment, RemoteIsTheNegationOfSave) {
   for (const auto& [save, remote] : std::vector<std::pair<int, int>>{{0, 1}, {1, 0}, {7, 0}, {-1, 0}, {INT_MIN, 0}}) {
     host().reset();

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 
 #include <chrono>
+#include <future>
 
 #include "fake_clock.h"
 #include "globals.h"
@@ -16,6 +17,9 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 namespace {
+
+// Before any test or handler has changed it.
+const bool INHIBIT_ACTIVE_AT_START = inhibitActive;
 
 constexpr int INPUT = 5;
 constexpr int RELAY = 102;
@@ -155,6 +159,23 @@ TEST_F(GpioNotified, IsNotMarkedHandled) {
   EXPECT_FALSE(notify(INPUT, 1).marked());
 }
 
+TEST_F(GpioNotified, NoInhibitIsActiveAtStart) { EXPECT_FALSE(INHIBIT_ACTIVE_AT_START); }
+
+TEST_F(GpioNotified, TheTimeIsWrittenUnderItsMutex) {
+  host().set("operation_mode", "trigger");
+  std::promise<void> arrived;
+  host().on_call([&arrived](const std::string&) { arrived.set_value(); });
+  std::unique_lock lock(lastTriggerTimePointMutex);
+  auto handler = std::async(std::launch::async, [] { notify(INPUT, 1); });
+  arrived.get_future().get();
+  const auto soon = std::chrono::system_clock::now() + std::chrono::milliseconds(50);  // the other clock is the test's
+  EXPECT_EQ(handler.wait_until(soon), std::future_status::timeout);
+  EXPECT_EQ(lastTriggerTimePoint, TimePoint());
+  lock.unlock();
+  handler.get();
+  EXPECT_NE(lastTriggerTimePoint, TimePoint());
+}
+
 TEST_F(GpioNotified, TheMutexIsFreeAfterwards) {
   host().set("operation_mode", "trigger");
   notify(INPUT, 1);
@@ -175,6 +196,9 @@ TEST_F(ExitRequest, ActiveZeroAsksForDoorOne) {
   const auto handled = handle(secBoxRexChangedCallback, "sec_box_rex_changed", {{"active", 0}});
   ASSERT_THAT(sentTypes(), ElementsAre("actuator_open_door"));
   EXPECT_EQ(host().messages()[0].fields, (Fields{{"id", 1}, {"reason", 1}}));
+  EXPECT_EQ(host().messages()[0].argument, 0);
+  EXPECT_FALSE(host().messages()[0].has_callback);
+  EXPECT_FALSE(host().messages()[0].synchronous);
   EXPECT_FALSE(handled.marked());
 }
 

@@ -214,6 +214,17 @@ TEST_F(Init, FailsWhenARequiredSettingIsMissing) {
   EXPECT_THAT(host().calls(), ElementsAre("set_name uhf", "set_run", "get_int uhf trig_gpio true"));
 }
 
+TEST_F(Init, LeavesAnExceptionThatIsNoneOfTheLibrarysToTheHost) {
+  struct Foreign {};
+  host().on_call([](const std::string& call) {
+    if (call == "get_int uhf trig_idle false") {
+      throw Foreign();
+    }
+  });
+  EXPECT_THROW(init(&plugin, &error), Foreign);
+  EXPECT_EQ(error, "kept: ");
+}
+
 TEST_F(Init, FailsBeforeTheRadioWhenThePortDoesNotOpen) {
   host().set("serial_port_path", "/dev/no such device");
   EXPECT_FALSE(init(&plugin, &error));

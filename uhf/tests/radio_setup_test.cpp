@@ -63,6 +63,9 @@ TEST_F(SetRegion, ChinaHasBrazilsChannels) {
     EXPECT_THAT(host().debug_texts(),
                 ElementsAre("Region " + upper + " not found in allowed working channels map. Using Brazil as default",
                             "Allowed working channels: 0-10;26-51"));
+    for (const auto& line : host().debug_lines()) {
+      EXPECT_EQ(line.function, "setRegion");
+    }
   }
 }
 

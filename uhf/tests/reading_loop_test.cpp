@@ -3,6 +3,7 @@
 #include "reading_loop.h"
 
 #include <gmock/gmock.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -20,8 +21,42 @@ using second_host::host;
 
 namespace {
 
+thread_local bool onLoop = false;  // whether this thread has called run()
+
+}  // namespace
+
+// The linker sends every start of a thread here (--wrap), and those of the other name to the library.
+extern "C" {
+void __real__ZNSt6thread15_M_start_threadESt10unique_ptrINS_6_StateESt14default_deleteIS1_EEPFvvE(void*, void*, void*);
+void __wrap__ZNSt6thread15_M_start_threadESt10unique_ptrINS_6_StateESt14default_deleteIS1_EEPFvvE(void* thread,
+                                                                                                  void* state,
+                                                                                                  void* depend) {
+  if (onLoop) {
+    host().called("thread");
+  }
+  __real__ZNSt6thread15_M_start_threadESt10unique_ptrINS_6_StateESt14default_deleteIS1_EEPFvvE(thread, state, depend);
+}
+}
+
+namespace {
+
 // What the fake reader does from here on; shared with the loops of all tests.
 std::atomic<bool> fail;
+
+// The dispatch threads do not stop either, and each takes the announced cards for its own: a test leaves none that
+// runs.
+std::atomic<bool> parking;
+std::atomic<int> started;
+std::atomic<int> parked;
+
+void park(const std::string& name) {
+  if (parking && name == "uhf_write_threads") {
+    ++parked;
+    for (;;) {
+      pause();
+    }
+  }
+}
 
 class Run : public testing::Test {
  protected:
@@ -38,6 +73,12 @@ class Run : public testing::Test {
     tagDetectorTagPresentTimeout = 0;
     watchdogTimeout = 5;
     fail = false;
+    parking = false;
+    host().on_keep_alive(park);
+  }
+  void TearDown() override {
+    parking = true;
+    EXPECT_TRUE(host().wait_until([] { return parked == started; }));
   }
 
   // Starts run() with a reader that answers so; the text of the exception that run() ends with.
@@ -48,7 +89,9 @@ class Run : public testing::Test {
       }
       return inventory();
     };
+    ++started;
     return std::async(std::launch::async, []() -> std::string {
+      onLoop = true;
       try {
         run();
       } catch (const ac::ac_exception& error) {
@@ -92,6 +135,16 @@ TEST_F(Run, StartsTheQueueOnAThreadNamedForIt) {
   })) << "the queue is processed again and again, each time for the watchdog's time-out";
   fail = true;
   loop.get();
+}
+
+TEST_F(Run, StartsTheQueueThenReadsItsIntervalThenStartsTheDispatch) {
+  auto loop = start([] { return FakeModule::Inventory(false, {}); });
+  EXPECT_TRUE(host().wait_until([] { return host().keep_alives("uhf") > 0; }));
+  fail = true;
+  loop.get();
+  auto calls = host().calls();
+  std::erase_if(calls, [](const auto& call) { return call != "thread" && call != "get_int uhf probe_interval false"; });
+  EXPECT_THAT(calls, testing::ElementsAre("thread", "get_int uhf probe_interval false", "thread"));
 }
 
 TEST_F(Run, AFailedInventoryDropsItsTags) {

@@ -47,7 +47,6 @@ void sendIdentification(std::uint64_t card) {
 // Whether the inhibit input is at its active level. A reply that does not tell counts as active: in doubt no reading is
 // used and no door opens.
 bool isInputInhibiting() {
-  const int active = activeTriggerLevel();
   ac::MessageReply reply;
   auto message = std::make_unique<ac::Message>("gpio_current_state");
   message->add_int("gpio", trigAntiesmagGPIO);
@@ -56,6 +55,7 @@ bool isInputInhibiting() {
   if (!reply.replied()) {
     throw ac::ac_exception("Empty reply; gpio: " + std::to_string(trigAntiesmagGPIO), true);
   }
+  const int active = activeTriggerLevel();  // as it is once the answer is there
   int level = active;
   reply.get_int("value", &level);
   return level == active;
@@ -113,30 +113,21 @@ void processCardsToSend(TimePoint& nextKeepAlive, CardReading& lastSent) {
   }
 }
 
-void pruneCardsSent(CardsSentWalk& latest) {
+void pruneCardsSent() {
   if (lastCardsSent_.empty()) {
     return;
   }
-  const milliseconds bound(std::max(intSetting("read_interval"), intSetting("read_interval_diff_tags")));
-  if (lastCardsSent_.size() == latest.cards && steady_clock::now() < latest.earliest + bound) {
-    return;
-  }
-  latest.earliest = TimePoint::max();
-  std::erase_if(lastCardsSent_, [&latest, bound](const auto& sent) {
-    if (sent.second + bound <= steady_clock::now()) {
-      return true;
-    }
-    latest.earliest = std::min(latest.earliest, sent.second);
-    return false;
-  });
-  latest.cards = lastCardsSent_.size();
+  const int same = intSetting("read_interval");
+  const int different = intSetting("read_interval_diff_tags");
+  const milliseconds bound(std::max(same, different));
+  const auto now = steady_clock::now();  // once for all: a look for each costs more than the rest of the walk
+  std::erase_if(lastCardsSent_, [bound, now](const auto& sent) { return sent.second + bound <= now; });
 }
 
 void dispatchCards(std::condition_variable& cardsRead) {
   constexpr int LEAST_PERIOD = 10;  // ms
   auto nextKeepAlive = steady_clock::now();
   CardReading lastSent(0, steady_clock::now());
-  CardsSentWalk latestWalk;
   std::mutex mutex;  // of the wait alone: a notification may be missed, which the period makes good
   std::unique_lock lock(mutex);
   for (;;) {
@@ -144,7 +135,7 @@ void dispatchCards(std::condition_variable& cardsRead) {
     keepAliveWhenDue(nextKeepAlive, steady_clock::now());
     if (mayReadingsBeUsed()) {
       processCardsToSend(nextKeepAlive, lastSent);
-      pruneCardsSent(latestWalk);
+      pruneCardsSent();
     } else {
       clearLastCardsRead();
     }

@@ -4,7 +4,6 @@
 
 #include <chrono>
 #include <condition_variable>
-#include <cstddef>
 #include <cstdint>
 #include <utility>
 
@@ -29,16 +28,10 @@ bool shouldSentCardIdentification(const CardReading& lastSent, const TimePoint& 
 // dropped. Updates both arguments. Dispatch thread.
 void processCardsToSend(TimePoint& nextKeepAlive, CardReading& lastSent);
 
-// What the latest walk through lastCardsSent_ has left there.
-struct CardsSentWalk {
-  std::size_t cards = 0;
-  TimePoint earliest;  // no card was announced before; nothing when there are no cards
-};
-
-// Forgets the cards that were announced so long ago that no rule asks for them: for the larger of the two intervals,
-// read afresh from the configuration store. Walks through all of them only when there are others than after the latest
-// walk, or the earliest is due. Dispatch thread.
-void pruneCardsSent(CardsSentWalk& latest);
+// Walks through lastCardsSent_ and forgets the cards that were announced so long ago that no rule asks for them: for
+// the larger of the two intervals (ms), read afresh from the configuration store. Dispatch thread; no lock. Throws what
+// the host's configuration throws.
+void pruneCardsSent();
 
 // The body of the dispatch thread. cardsRead: notified after each successful inventory. Leaves only by an exception:
 // ac::ac_exception "Empty reply; gpio: <number>" when the host does not tell the level of the inhibit input.

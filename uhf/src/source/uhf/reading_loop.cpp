@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <condition_variable>
+#include <limits>
 #include <memory>
 #include <string>
 #include <thread>
@@ -24,28 +25,36 @@ using std::chrono::steady_clock;
 
 namespace {
 
-void keepAliveWorker() { ac::watchdog::keep_alive("uhf_worker"); }
-
 // The body of the queue thread, on which all messages are handled that are transferred into the plug-in's queue.
 void processQueue() {
   ac::util::set_thread_name("uhf_watchdog", pthread_self());
   enqueuer.process(watchdogTimeout, keepAliveWorker);
 }
 
+// usleep() counts in 32 bits, which are 71 minutes of microseconds: a longer pause is made of several.
 void sleepProbeInterval() {
-  constexpr useconds_t MICROSECONDS = 1000;
-  usleep(MICROSECONDS * static_cast<useconds_t>(std::max(getProbeInterval(), 0)));
+  constexpr int MICROSECONDS = 1000;  // in a millisecond
+  constexpr int LONGEST = std::numeric_limits<useconds_t>::max() / MICROSECONDS;
+  int left = std::max(getProbeInterval(), 0);
+  do {
+    const int pause = std::min(left, LONGEST);
+    usleep(static_cast<useconds_t>(pause) * MICROSECONDS);
+    left -= pause;
+  } while (left > 0);
 }
 
 void recordReadings(const std::vector<ac::UHF::InventoryCardInfo>& tags) {
+  std::string line;  // of the debug log, kept for all tags
   const std::lock_guard lock(cardsReadMutex_);
   for (const auto& tag : tags) {
-    const auto card = toCardValue(tag.epc);
+    const auto card = toCardValue(tag.epc, line);
     lastCardsRead_[card] = steady_clock::now();
   }
 }
 
 }  // namespace
+
+void keepAliveWorker() { ac::watchdog::keep_alive("uhf_worker"); }
 
 void readTags(TimePoint& lastSeen, std::condition_variable& cardsRead) {
   ac::watchdog::keep_alive("uhf");

@@ -9,6 +9,9 @@
 // the calling thread. Does not return; a failure of the serial line leaves it as an ac::ac_exception.
 extern "C" UHF_EXPORT int run();
 
+// Tells the host's watchdog that the queue thread lives; called by the message queue whenever its time-out passes.
+void keepAliveWorker();
+
 // One pass of the reading loop: the pause, an inventory, the relay, and the cards read for the dispatch thread, which
 // cardsRead wakes. lastSeen: as below. Reading loop only.
 void readTags(TimePoint& lastSeen, std::condition_variable& cardsRead);
