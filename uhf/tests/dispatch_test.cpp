@@ -16,6 +16,9 @@ using testing::ElementsAre;
 
 namespace {
 
+// Before any test has changed it.
+const int PROBE_INTERVAL_AT_START = probeInterval;
+
 class Dispatch : public testing::Test {
  protected:
   void SetUp() override {
@@ -264,6 +267,8 @@ TEST_F(TriggerWindow, OfANegativeSettingIsClosed) {
 TEST_F(TriggerWindow, IsAskedForUnderTheMutexOfItsTime) {
   EXPECT_TRUE(waitsFor(lastTriggerTimePointMutex, isTriggerWindowOpen));
 }
+
+TEST(ProbeInterval, Is10MillisecondsAtStart) { EXPECT_EQ(PROBE_INTERVAL_AT_START, 10); }
 
 TEST_F(Readings, AreTakenAndDroppedUnderTheirMutex) {
   EXPECT_TRUE(waitsFor(cardsReadMutex_, getLastCardsRead));
