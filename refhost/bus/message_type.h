@@ -25,7 +25,7 @@ class MessageType {
   std::vector<Subscriber::Impl*> subscribers;  // of the bus; guarded by Routes
 
  private:
-  explicit MessageType(std::string_view name_) : name(name_) {}
+  explicit MessageType(std::string_view its_name) : name(its_name) {}
 
   MessageType* next_ = nullptr;  // in the table; constant once it is there
 };
