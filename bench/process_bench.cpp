@@ -201,7 +201,7 @@ void poll(const std::string& program, const std::string& state, int tags, std::c
   const std::string field = ", " + std::to_string(tags) + (tags == 1 ? " tag" : " tags") + " in the field";
   print_row("achost polling every 10 ms" + field, number(achost, 2) + " % of a core", ratio_of(achost, bare),
             tags <= 1 ? "0.5 %" : "");
-  print_row("the same poll and nothing done with it", number(bare, 2) + " % of a core");
+  print_row("the same poll and nothing done with it" + field, number(bare, 2) + " % of a core");
   print_row("resident memory of achost" + field,
             number(memory / 1024, 2) + " MB, " + number(memory - memory_before, 0) + " kB more than at the beginning",
             "", "12 MB");
