@@ -263,6 +263,11 @@ TEST_F(Init, ASecondOneThatCannotOpenItsPortKeepsTheReader) {
   EXPECT_EQ(t640_module.get(), before);
 }
 
+TEST(Cases, AreThoseOfAsciiLettersAlone) {
+  EXPECT_EQ(toLower("@AMZ[`amz{\xC3"), "@amz[`amz{\xC3");
+  EXPECT_EQ(toUpper("@AMZ[`amz{\xC3"), "@AMZ[`AMZ{\xC3");
+}
+
 TEST(OperationModeSetting, IsAWordInAnyCase) {
   const std::vector<std::pair<std::string, int>> words{
       {"inhibit", 0},    {"INHIBIT", 0}, {"trigger", 1},  {"TRIGGER", 1},  {"tRiGgEr", 1},  {"continuous", 2},
