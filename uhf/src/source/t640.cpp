@@ -40,6 +40,8 @@ std::pair<bool, std::optional<CardNoticeView>> examine(const Frame::View& frame)
 
 // Appends the frames at the front of an inventory's answer, up to the first that is no good.
 void split(std::span<const unsigned char> answer, std::vector<std::optional<CardNoticeView>>& frames) {
+  constexpr std::size_t LEAST_NOTICE = Frame::MIN_FRAME_SIZE + 5;
+  frames.reserve(answer.size() / LEAST_NOTICE);
   for (auto rest = answer;;) {
     const auto [frame, consumed] = Frame::cut(rest);
     if (!frame.has_value()) {
@@ -48,9 +50,6 @@ void split(std::span<const unsigned char> answer, std::vector<std::optional<Card
     const auto [valid, notice] = examine(*frame);
     if (!valid) {
       return;
-    }
-    if (frames.empty()) {
-      frames.reserve(answer.size() / consumed);  // most are of one size
     }
     frames.push_back(notice);
     rest = rest.subspan(consumed);
