@@ -11,6 +11,9 @@
 
 namespace achost {
 
+namespace {
+
+// 0 or the errno.
 int write_output(const std::string& text) {
   for (std::size_t done = 0; done < text.size();) {
     const ssize_t written = write(STDOUT_FILENO, text.data() + done, text.size() - done);
@@ -21,6 +24,8 @@ int write_output(const std::string& text) {
   }
   return 0;
 }
+
+}  // namespace
 
 bool print(const std::string& text) {
   const int reason = write_output(text);

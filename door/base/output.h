@@ -5,11 +5,8 @@
 
 namespace achost {
 
-// Write the whole text to standard output; 0 or the errno.
-int write_output(const std::string& text);
-
-// The same for a command that prints and ends: false when nobody reads any more (`| head`), who has seen enough. Throws
-// Failure when it cannot be written for another reason.
+// Write the whole text to standard output, for a command that prints and ends: false when nobody reads any more (`|
+// head`), who has seen enough. Throws Failure when it cannot be written for another reason.
 bool print(const std::string& text);
 
 // Whether standard output takes colours.

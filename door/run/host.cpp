@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -11,9 +12,11 @@
 #include <thread>
 
 #include "ac/util.h"
-#include "door/base/output.h"
 #include "door/run/temporary_state.h"
+#include "refhost/line_writer.h"
 #include "refhost/loader.h"
+#include "refhost/log.h"
+#include "refhost/work.h"
 
 namespace achost {
 namespace {
@@ -26,10 +29,15 @@ std::chrono::milliseconds checking_period(std::chrono::milliseconds limit) {
   return std::clamp(limit / 4, std::chrono::milliseconds(1), longest);
 }
 
+// How long an end waits for whoever reads the log.
+constexpr std::chrono::milliseconds kLongestEnd(500);
+
 // At once and past everything else: the thread that is late may hold any lock.
 [[noreturn]] void end_late(const refhost::WatchdogTable::Late& late) {
-  std::fprintf(stderr, "achost: watchdog: %s has not reported for %.1f s, ending\n", late.name.c_str(),
-               std::chrono::duration<double>(late.silence).count());
+  std::array<char, 512> line{};
+  std::snprintf(line.data(), line.size(), "achost: watchdog: %s has not reported for %.1f s, ending\n",
+                late.name.c_str(), std::chrono::duration<double>(late.silence).count());
+  refhost::write_if_taken(STDERR_FILENO, line.data());
   _exit(kWatchdog);
 }
 
@@ -44,12 +52,21 @@ std::chrono::milliseconds checking_period(std::chrono::milliseconds limit) {
     reason = failure.what();
   } catch (...) {
   }
-  std::fprintf(stderr, "achost: a thread of the plug-in ended: %s\n", reason);
+  std::array<char, 512> line{};
+  std::snprintf(line.data(), line.size(), "achost: a thread of the plug-in ended: %s\n", reason);
+  refhost::write_if_taken(STDERR_FILENO, line.data());
   _exit(kPluginEnded);
 }
 
 // Whoever wants to leave waits for no disk, reader or setting: the exit button and the inputs have a lane of their own.
 const refhost::Lane kInputs{.name = "inputs", .types = {"sec_box_rex_changed", "gpio_notified"}};
+
+// A plug-in that does not come back from its init is late like any other thread.
+refhost::LoadedPlugin load_within_limit(const std::string& path) {
+  refhost::Work work("init of the plug-in");
+  const refhost::Work::Step step(work);
+  return refhost::load(path, {kInputs});
+}
 
 refhost::AuditRetention retention(const refhost::SettingsStore& settings) {
   constexpr std::int64_t kDay = 24LL * 60 * 60 * 1000;
@@ -71,7 +88,7 @@ Host::Host(const std::filesystem::path& state, Reader& reader, Printer::Form for
       users_(state, UserStore::Access::read_write),
       printer_(form, [this](int reason) { output_lost(reason); }),
       watchdog_(refhost::WatchdogTable::instance(), checking_period(watchdog_limit), end_late,
-                [this] { supervisor_.tell("WATCHDOG=1"); }),
+                [this] { see_that_all_is_well(); }),
       control_(state, control_table(controlled())) {
   refhost::WatchdogTable::instance().set_limit(watchdog_limit);
   settings_.on_change([](const refhost::SettingsStore::Change& change) { refhost::announce(change); });
@@ -79,6 +96,12 @@ Host::Host(const std::filesystem::path& state, Reader& reader, Printer::Form for
   audit_.retain([this] { return retention(settings_); });
   refhost::SettingsStore::make_current(&settings_);
   refhost::AuditLog::make_current(&audit_);
+}
+
+// Regularly, on the watchdog's thread.
+void Host::see_that_all_is_well() {
+  supervisor_.tell("WATCHDOG=1");
+  door_.close_when_due();  // should its timer's thread not come to it
 }
 
 void Host::start_plugin(const std::string& path) {
@@ -106,9 +129,8 @@ void Host::run_plugin(const std::string& path) {
   ac::util::set_thread_name("plugin", pthread_self());
   try {
     // Never destroyed: its other threads go on when its main function has ended.
-    const auto& plugin = *new refhost::LoadedPlugin(refhost::load(path, {kInputs}));
-    std::fprintf(stderr, "achost: %s (%s) reads at %s; Ctrl-C ends\n", plugin.name.c_str(), path.c_str(),
-                 reader_.description().c_str());
+    const auto& plugin = *new refhost::LoadedPlugin(load_within_limit(path));
+    refhost::log::say("achost: " + plugin.name + " (" + path + ") reads at " + reader_.description() + "; Ctrl-C ends");
     plugin_ = &plugin;
     supervisor_.tell("READY=1\nSTATUS=" + plugin.name + " reads at " + reader_.description());
     reader_.story().begin({.commands = control_table(controlled()),
@@ -133,17 +155,17 @@ void Host::output_lost(int reason) {
 void Host::print_end(const Ending::Outcome& outcome) {
   const std::string summary = printer_.finish(std::chrono::steady_clock::now() - started_);
   if (!outcome.reason.empty()) {
-    std::fprintf(stderr, "achost: %s\n", outcome.reason.c_str());
+    refhost::log::say("achost: " + outcome.reason);
   }
   const bool never_ran = outcome.status == kNoReader || outcome.status == kNoPlugin;
-  if (outcome.output_gone || never_ran) {
-    return;
+  const bool is_for_people = form_ != Printer::Form::json;
+  if (!outcome.output_gone && !never_ran) {
+    if (!is_for_people) {
+      refhost::log::say("achost: " + summary);
+    }
+    printer_.end_with(is_for_people ? summary : "");
   }
-  if (form_ == Printer::Form::json) {
-    std::fprintf(stderr, "achost: %s\n", summary.c_str());
-  } else {
-    write_output(summary + "\n");
-  }
+  refhost::log::drain(kLongestEnd);
 }
 
 void Host::end_process(std::optional<std::chrono::steady_clock::time_point> deadline) {

@@ -47,6 +47,7 @@ class Host {
   [[noreturn]] void end_process(std::optional<std::chrono::steady_clock::time_point> deadline);
 
  private:
+  void see_that_all_is_well();
   void run_plugin(const std::string& path);
   std::string plugin() const;
   ControlledHost controlled();

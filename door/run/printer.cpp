@@ -1,5 +1,7 @@
 #include "door/run/printer.h"
 
+#include <unistd.h>
+
 #include <array>
 #include <cstdio>
 #include <utility>
@@ -30,12 +32,23 @@ std::vector<ac::MessageListener> listeners(const std::function<void(ac::Message*
   return result;
 }
 
+// In place of lines that nobody took.
+std::string gap_line(Printer::Form form, std::uint64_t lost) {
+  return form == Printer::Form::json ? nlohmann::ordered_json{{"event", "output_lost"}, {"lines", lost}}.dump() + "\n"
+                                     : "(" + counted(lost, "line") + " lost: nobody took them)\n";
+}
+
+// How long an end waits for whoever reads the output.
+constexpr std::chrono::milliseconds kLongestEnd(500);
+
 }  // namespace
 
 Printer::Printer(Form form, std::function<void(int)> on_failure)
     : form_(form),
       colour_(wants_colour()),
-      on_failure_(std::move(on_failure)),
+      output_(
+          STDOUT_FILENO, "output",
+          {.gap = [form](std::uint64_t lost) { return gap_line(form, lost); }, .on_failure = std::move(on_failure)}),
       subscriber_("achost", listeners([this](ac::Message* message) { print(*message); })) {}
 
 void Printer::print(const ac::Message& message) {
@@ -47,22 +60,14 @@ void Printer::print(const ac::Message& message) {
   const std::lock_guard lock(mutex_);
   if (!finished_) {
     count(*event);
-    write(line);
+    output_.put(line + "\n");
   }
 }
 
 void Printer::say(const std::string& text) {
   const std::lock_guard lock(mutex_);
   if (!finished_ && form_ != Form::json) {
-    write(colour_ ? "\n\x1b[1m" + text + "\x1b[0m" : "\n" + text);
-  }
-}
-
-// With mutex_ held.
-void Printer::write(const std::string& line) {
-  if (const int failure = write_output(line + "\n"); failure != 0) {
-    finished_ = true;
-    on_failure_(failure);
+    output_.put(colour_ ? "\n\x1b[1m" + text + "\x1b[0m\n" : "\n" + text + "\n");
   }
 }
 
@@ -84,6 +89,11 @@ std::string Printer::finish(std::chrono::steady_clock::duration run) {
   return summary_text(std::chrono::duration<double>(run).count(), identifications_, cards_.size(), kMostCards,
                       openings_) +
          losses();
+}
+
+void Printer::end_with(const std::string& line) {
+  output_.put(line.empty() ? line : line + "\n");
+  output_.drain(kLongestEnd);
 }
 
 std::string summary_text(double seconds, std::uint64_t identifications, std::size_t cards, std::size_t most_cards,

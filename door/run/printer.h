@@ -10,17 +10,19 @@
 
 #include "ac/message.h"
 #include "door/services/event.h"
+#include "refhost/line_writer.h"
 #include "refhost/subscriber.h"
 
 namespace achost {
 
-// Writes a line to standard output for each thing that happens, the moment its message is delivered, and counts.
+// Writes a line to standard output for each thing that happens, the moment its message is delivered, and counts. Nobody
+// waits for the output: lines that nobody takes are dropped, and a line says how many.
 class Printer {
  public:
   // human: for a person, with card values in full; masked: with their last four digits; json: in full, for a program.
   enum class Form { human, masked, json };
 
-  // on_failure: called with an errno when standard output cannot be written, on the delivery thread.
+  // on_failure: called with an errno when standard output cannot be written, on a thread of the output.
   Printer(Form form, std::function<void(int)> on_failure);
 
   // Write a heading, in the form for a person alone.
@@ -30,9 +32,11 @@ class Printer {
   // newline, after a run of that length.
   std::string finish(std::chrono::steady_clock::duration run);
 
+  // Write a last line behind all that came, as far as somebody takes it soon.
+  void end_with(const std::string& line);
+
  private:
   void print(const ac::Message& message);
-  void write(const std::string& line);
   void count(const Event& event);
 
   // Above this many different cards the memory is not worth the exact number.
@@ -40,7 +44,7 @@ class Printer {
 
   const Form form_;
   const bool colour_;
-  const std::function<void(int)> on_failure_;
+  refhost::LineWriter output_;
   std::mutex mutex_;  // guards everything below
   bool finished_ = false;
   std::uint64_t identifications_ = 0;

@@ -31,6 +31,10 @@ class DoorService {
   DoorService(const DoorService&) = delete;
   DoorService& operator=(const DoorService&) = delete;
 
+  // Close the door when its time is over. The service does it by itself; whoever watches over it calls this too, so
+  // that a thread that hangs leaves no lock open. Any thread may call.
+  void close_when_due();
+
  private:
   struct Opening {
     int relay;
@@ -40,7 +44,6 @@ class DoorService {
 
   void request(const ac::Message& message);
   void open_or_prolong(int reason);
-  void close_when_due();
   void close();
 
   std::mutex mutex_;  // guards opening_; the bus's thread and the timer's share it

@@ -21,12 +21,14 @@ void Subscriber::Impl::run() {
   current = this;
   ac::util::set_thread_name(inbox.name(), pthread_self());
   while (auto message = inbox.take()) {
+    const Work::Step step(work);
     deliver(std::move(message));
   }
 }
 
-Subscriber::Subscriber(std::string name, const std::vector<ac::MessageListener>& listeners, std::size_t bound)
-    : impl_(std::make_unique<Impl>(std::move(name), bound)) {
+Subscriber::Subscriber(const std::string& name, const std::vector<ac::MessageListener>& listeners, std::size_t bound,
+                       int patience)
+    : impl_(std::make_unique<Impl>(name, bound, patience)) {
   impl_->handlers.add(listeners.data(), listeners.size());
   impl_->thread = std::thread([impl = impl_.get()] { impl->run(); });
   Routes::instance().add(impl_.get());

@@ -8,11 +8,13 @@
 #include "bus/handler_table.h"
 #include "bus/inbox.h"
 #include "refhost/subscriber.h"
+#include "refhost/work.h"
 
 namespace refhost {
 
 struct Subscriber::Impl {
-  Impl(std::string name, std::size_t bound) : inbox(std::move(name), bound) {}
+  Impl(const std::string& name, std::size_t bound, int patience)
+      : inbox(name, bound), work("delivery to " + name, patience) {}
 
   // On the delivery thread, or inline on it by a synchronous send from one of its handlers.
   void deliver(std::unique_ptr<ac::Message> message) const { handlers.deliver(std::move(message), inbox.name()); }
@@ -25,6 +27,7 @@ struct Subscriber::Impl {
 
   HandlerTable handlers;  // constant once the subscriber has joined the bus
   Inbox inbox;
+  Work work;  // a message is a step; the delivery thread's
   std::thread thread;
 };
 

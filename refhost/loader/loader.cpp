@@ -114,6 +114,9 @@ void call_init(InitFunction init, ac::Plugin& plugin, const std::string& path) {
   }
 }
 
+// A handler that sets a reader up which does not answer waits for several of its time-outs.
+constexpr int kPatience = 4;
+
 // A mailbox for each lane that has a listener, and one for the others.
 std::vector<std::unique_ptr<Subscriber>> subscribe(const std::string& name, std::vector<ac::MessageListener> listeners,
                                                    const std::vector<Lane>& lanes) {
@@ -127,7 +130,7 @@ std::vector<std::unique_ptr<Subscriber>> subscribe(const std::string& name, std:
       listeners.erase(first, listeners.end());
     }
   }
-  subscribers.push_back(std::make_unique<Subscriber>(name, listeners));
+  subscribers.push_back(std::make_unique<Subscriber>(name, listeners, Subscriber::kDefaultBound, kPatience));
   return subscribers;
 }
 

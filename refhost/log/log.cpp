@@ -71,6 +71,8 @@ void write_own(Level level, const std::string& text, std::string_view file, cons
 
 void set_threshold(Level level) { logger().set_level(spdlog_level(level)); }
 
+void say(const std::string& line) { writer().put(line + "\n"); }
+
 bool drain(std::chrono::milliseconds longest) { return writer().drain(longest); }
 
 std::uint64_t lines_lost() { return writer().lost(); }

@@ -9,7 +9,7 @@
 namespace refhost {
 
 Timer::Timer(std::string name, std::function<void()> on_due)
-    : on_due_(std::move(on_due)), thread_([this, name = std::move(name)] { run(name); }) {}
+    : on_due_(std::move(on_due)), work_(name), thread_([this, name = std::move(name)] { run(name); }) {}
 
 Timer::~Timer() {
   {
@@ -39,7 +39,10 @@ void Timer::run(const std::string& name) {
     } else {
       due_.reset();
       lock.unlock();
-      on_due_();
+      {
+        const Work::Step step(work_);
+        on_due_();
+      }
       lock.lock();
     }
   }

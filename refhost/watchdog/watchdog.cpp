@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "ac/util.h"
+#include "refhost/work.h"
 
 namespace refhost {
 
@@ -27,7 +28,12 @@ void Watchdog::run() {
   ac::util::set_thread_name("watchdog", pthread_self());
   std::unique_lock lock(mutex_);
   while (!ended_.wait_for(lock, period_, [this] { return ending_; })) {
-    if (const auto late = table_.check(WatchdogTable::Clock::now())) {
+    const auto now = WatchdogTable::Clock::now();
+    auto late = table_.check(now);
+    if (!late.has_value()) {
+      late = WorkTable::instance().check(now, table_.limit());
+    }
+    if (late.has_value()) {
       on_late_(*late);
       return;
     }

@@ -15,6 +15,11 @@ void WatchdogTable::set_limit(std::chrono::milliseconds limit) {
   limit_ = limit;
 }
 
+std::chrono::milliseconds WatchdogTable::limit() {
+  const std::lock_guard lock(mutex_);
+  return limit_;
+}
+
 void WatchdogTable::keep_alive(std::string_view name, Clock::time_point now) {
   const std::lock_guard lock(mutex_);
   if (const auto known = last_seen_.find(name); known != last_seen_.end()) {

@@ -18,6 +18,9 @@ void set_threshold(Level level);
 // Show card values in full. At the start the debug lines that carry one show its last four characters only.
 void show_cards(bool show);
 
+// Write a line of the program's own as it stands, without its newline, among the entries and past the threshold.
+void say(const std::string& line);
+
 // Wait until all entries are written; false when they are not after that time: for a process that ends.
 bool drain(std::chrono::milliseconds longest);
 

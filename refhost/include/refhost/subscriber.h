@@ -23,8 +23,10 @@ class Subscriber {
   // message is dropped for this subscriber: counted (bus_counters().dropped), and logged once a burst.
   static constexpr std::size_t kDefaultBound = 16384;
 
-  // Join the bus: messages of the listeners' types sent from now on are delivered. name: for the log and the thread.
-  Subscriber(std::string name, const std::vector<ac::MessageListener>& listeners, std::size_t bound = kDefaultBound);
+  // Join the bus: messages of the listeners' types sent from now on are delivered. name: for the log, the thread and
+  // the watchdog. patience: how many of the watchdog's limits the handling of one message may take.
+  Subscriber(const std::string& name, const std::vector<ac::MessageListener>& listeners,
+             std::size_t bound = kDefaultBound, int patience = 1);
 
   // Leave the bus, deliver what still waits and end the thread.
   ~Subscriber();

@@ -9,6 +9,8 @@
 #include <string>
 #include <thread>
 
+#include "refhost/work.h"
+
 namespace refhost {
 
 // Calls a function at an instant, on a thread of its own. Any thread may call, but that one must not destroy it.
@@ -33,6 +35,7 @@ class Timer {
   void run(const std::string& name);
 
   const std::function<void()> on_due_;
+  Work work_;         // a call is a step; the thread's
   std::mutex mutex_;  // guards everything below
   std::condition_variable changed_;
   std::optional<Clock::time_point> due_;

@@ -32,6 +32,8 @@ class WatchdogTable {
   // From now on a name is late when its last call is longer ago than this.
   void set_limit(std::chrono::milliseconds limit);
 
+  std::chrono::milliseconds limit();
+
   // The name is alive at that time, and expected again from now on.
   void keep_alive(std::string_view name, Clock::time_point now);
 
@@ -49,11 +51,11 @@ class WatchdogTable {
   std::optional<Clock::time_point> last_check_;
 };
 
-// Checks a table regularly, on a thread of its own.
+// Checks a table and all work of the process (work.h) regularly, on a thread of its own.
 class Watchdog {
  public:
-  // On the checking thread, on_late is called when a name is late, at most once, and checking ends with it; on_good at
-  // each check that finds nobody late.
+  // On the checking thread, on_late is called when a name or a step of work is late, at most once, and checking ends
+  // with it; on_good at each check that finds nobody late.
   Watchdog(
       WatchdogTable& table, std::chrono::milliseconds period, std::function<void(const WatchdogTable::Late&)> on_late,
       std::function<void()> on_good = [] {});
