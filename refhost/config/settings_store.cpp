@@ -18,11 +18,19 @@ struct Place {
   bool operator==(const Place&) const = default;
 };
 
+// The plug-in reads two settings for each tag, so this looks at three letters alone: enough for keys that are words.
 struct PlaceHash {
   std::size_t operator()(const Place& place) const noexcept {
-    constexpr std::size_t kFactor = 31;
-    const std::hash<std::string_view> hash;
-    return hash(place.key) * kFactor + hash(place.section);
+    constexpr std::size_t kFactor = 131;
+    const std::string_view key = place.key;
+    if (key.empty()) {
+      return 0;  // asked for, never found
+    }
+    std::size_t hash = key.size() * kFactor + place.section.size();
+    for (const char letter : {key.front(), key[key.size() / 2], key.back()}) {
+      hash = hash * kFactor + static_cast<unsigned char>(letter);
+    }
+    return hash;
   }
 };
 

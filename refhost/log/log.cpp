@@ -18,6 +18,8 @@ namespace {
 
 // Read by every thread that logs, written by the options of the run.
 std::atomic<bool> cards_are_shown{false};
+// Likewise, and by every debug line: most runs want none.
+constinit std::atomic<bool> debug_is_wanted{false};
 
 spdlog::level::level_enum spdlog_level(Level level) {
   constexpr spdlog::level::level_enum kLevels[] = {spdlog::level::debug, spdlog::level::info, spdlog::level::warn,
@@ -69,7 +71,10 @@ void write_own(Level level, const std::string& text, std::string_view file, cons
 
 }  // namespace
 
-void set_threshold(Level level) { logger().set_level(spdlog_level(level)); }
+void set_threshold(Level level) {
+  debug_is_wanted = level == Level::debug;
+  logger().set_level(spdlog_level(level));
+}
 
 void say(const std::string& line) { writer().put(line + "\n"); }
 
@@ -97,7 +102,7 @@ namespace ac::vexlog {
 
 void debug(const std::string& text, const char* source_file, const char* function, int line) {
   namespace log = refhost::log;
-  if (!log::logger().should_log(spdlog::level::debug)) {
+  if (!log::debug_is_wanted.load(std::memory_order_relaxed)) {
     return;
   }
   const std::string shown = log::cards_are_shown.load() ? text : log::mask_card(text);
