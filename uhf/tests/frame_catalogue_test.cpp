@@ -39,7 +39,7 @@ const std::map<std::string, bool (*)(const Frame&)> CLASSES{
 
 // What the decoding constructor of a class throws for these parameters; "" for nothing.
 template <class ConcreteFrame>
-std::string failure_of(const std::string& parameters) {
+std::string failureOf(const std::string& parameters) {
   try {
     ConcreteFrame(0, hex(parameters));
   } catch (const std::exception& error) {
@@ -102,11 +102,11 @@ TEST(Commands, SurviveTheWayThroughTheWire) {
 }
 
 TEST(StatusResponse, WithoutParametersIsNotEnough) {
-  EXPECT_EQ(failure_of<SetWorkAreaResponse>(""), NOT_ENOUGH);
-  EXPECT_EQ(failure_of<InsertWorkChannelResponse>(""), NOT_ENOUGH);
-  EXPECT_EQ(failure_of<SetTransmitPowerResponse>(""), NOT_ENOUGH);
-  EXPECT_EQ(failure_of<SetRxSensitiveResponse>(""), NOT_ENOUGH);
-  EXPECT_EQ(failure_of<CRCErrorResponse>(""), NOT_ENOUGH);
+  EXPECT_EQ(failureOf<SetWorkAreaResponse>(""), NOT_ENOUGH);
+  EXPECT_EQ(failureOf<InsertWorkChannelResponse>(""), NOT_ENOUGH);
+  EXPECT_EQ(failureOf<SetTransmitPowerResponse>(""), NOT_ENOUGH);
+  EXPECT_EQ(failureOf<SetRxSensitiveResponse>(""), NOT_ENOUGH);
+  EXPECT_EQ(failureOf<CRCErrorResponse>(""), NOT_ENOUGH);
 }
 
 TEST(StatusResponse, KeepsTheFirstOfThreeBytesAndTheReceivedLength) {
@@ -133,13 +133,13 @@ TEST(PlainCommand, KeepsTheReceivedLengthAndNoParameters) {
 TEST(TransmitPowerFrames, CarryTwoBytes) {
   EXPECT_EQ(GetTransmitPowerResponse(0, hex("0A 28")).power(), 2600);
   EXPECT_EQ(SetTransmitPowerFrame(0, hex("0A 28 FF")).power(), 2600);
-  EXPECT_EQ(failure_of<GetTransmitPowerResponse>("0A"), NOT_ENOUGH);
-  EXPECT_EQ(failure_of<SetTransmitPowerFrame>("0A"), NOT_ENOUGH);
+  EXPECT_EQ(failureOf<GetTransmitPowerResponse>("0A"), NOT_ENOUGH);
+  EXPECT_EQ(failureOf<SetTransmitPowerFrame>("0A"), NOT_ENOUGH);
 }
 
 TEST(WorkAreaFrame, CarriesOneByte) {
   EXPECT_EQ(SetWorkAreaFrame(0, hex("06")).region(), 6);
-  EXPECT_EQ(failure_of<SetWorkAreaFrame>(""), NOT_ENOUGH);
+  EXPECT_EQ(failureOf<SetWorkAreaFrame>(""), NOT_ENOUGH);
 }
 
 TEST(SensitivityFrames, CarryFourBytes) {
@@ -149,15 +149,15 @@ TEST(SensitivityFrames, CarryFourBytes) {
   EXPECT_EQ(response.info().sensitivity, 160);
   EXPECT_EQ(SetRxSensitiveFrame(0, hex("02 06 01 A0")).info().sensitivity, 416);
   for (const auto* tooFew : {"", "02", "02 06", "02 06 00"}) {
-    EXPECT_EQ(failure_of<GetRxSensitiveResponse>(tooFew), NOT_ENOUGH) << tooFew;
-    EXPECT_EQ(failure_of<SetRxSensitiveFrame>(tooFew), NOT_ENOUGH) << tooFew;
+    EXPECT_EQ(failureOf<GetRxSensitiveResponse>(tooFew), NOT_ENOUGH) << tooFew;
+    EXPECT_EQ(failureOf<SetRxSensitiveFrame>(tooFew), NOT_ENOUGH) << tooFew;
   }
 }
 
 TEST(WorkChannelFrame, FewerChannelsThanCountedAreInvalid) {
-  EXPECT_EQ(failure_of<InsertWorkChannelFrame>("05 01 02"), INVALID_LENGTH);
-  EXPECT_EQ(failure_of<InsertWorkChannelFrame>("01"), INVALID_LENGTH);
-  EXPECT_EQ(failure_of<InsertWorkChannelFrame>(""), NOT_ENOUGH);
+  EXPECT_EQ(failureOf<InsertWorkChannelFrame>("05 01 02"), INVALID_LENGTH);
+  EXPECT_EQ(failureOf<InsertWorkChannelFrame>("01"), INVALID_LENGTH);
+  EXPECT_EQ(failureOf<InsertWorkChannelFrame>(""), NOT_ENOUGH);
 }
 
 TEST(WorkChannelFrame, MoreBytesThanCountedAreIgnored) {
@@ -212,6 +212,6 @@ TEST(CardNotice, OfThreeOrFourBytesEndsInBadAlloc) {
 
 TEST(CardNotice, OfFewerThanThreeBytesIsNotEnough) {
   for (const auto* tooFew : {"", "C8", "C8 30"}) {
-    EXPECT_EQ(failure_of<InventoryCardNotice>(tooFew), NOT_ENOUGH) << tooFew;
+    EXPECT_EQ(failureOf<InventoryCardNotice>(tooFew), NOT_ENOUGH) << tooFew;
   }
 }
