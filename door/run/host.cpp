@@ -29,9 +29,6 @@ std::chrono::milliseconds checking_period(std::chrono::milliseconds limit) {
   return std::clamp(limit / 4, std::chrono::milliseconds(1), longest);
 }
 
-// How long an end waits for whoever reads the log.
-constexpr std::chrono::milliseconds kLongestEnd(500);
-
 // At once and past everything else: the thread that is late may hold any lock.
 [[noreturn]] void end_late(const refhost::WatchdogTable::Late& late) {
   std::array<char, 512> line{};

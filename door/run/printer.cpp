@@ -38,9 +38,6 @@ std::string gap_line(Printer::Form form, std::uint64_t lost) {
                                      : "(" + counted(lost, "line") + " lost: nobody took them)\n";
 }
 
-// How long an end waits for whoever reads the output.
-constexpr std::chrono::milliseconds kLongestEnd(500);
-
 }  // namespace
 
 Printer::Printer(Form form, std::function<void(int)> on_failure)

@@ -15,6 +15,9 @@
 
 namespace achost {
 
+// How long an end waits for whoever reads standard output or the log.
+inline constexpr std::chrono::milliseconds kLongestEnd(500);
+
 // Writes a line to standard output for each thing that happens, the moment its message is delivered, and counts. Nobody
 // waits for the output: lines that nobody takes are dropped, and a line says how many.
 class Printer {

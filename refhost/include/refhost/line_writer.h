@@ -23,7 +23,7 @@ class LineWriter {
     std::function<void(int reason)> on_failure = nullptr;  // an errno; once, on the writer's thread; no line follows
   };
 
-  // fd: not owned; open as long as the writer. name: of the thread.
+  // fd: not owned; not to be closed while a write to it may hang, which may outlive the writer. name: of the thread.
   LineWriter(int fd, std::string name, Options options);
 
   // What still waits is not written. Does not wait for a write that hangs: its thread ends after it.
