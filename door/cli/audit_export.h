@@ -6,12 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "refhost/audit_log.h"
+#include "door/cli/audit_lines.h"
 
 namespace achost {
-
-// How the records are written.
-enum class AuditForm { table, csv, json };
 
 struct AuditOptions {
   std::string state;
@@ -26,11 +23,6 @@ struct AuditOptions {
 // ms since 1970 UTC of "YYYY-MM-DD" (its beginning), "YYYY-MM-DD HH:MM[:SS]", both local, or ISO 8601 with a zone
 // ("2026-01-02T03:04:05Z", "...+01:00"). Throws Failure (kUsage).
 std::int64_t time_of(const std::string& text);
-
-// One record, with its newline. A table shows control characters as \n or \x1b, CSV is as RFC 4180 has it; a cell that
-// a spreadsheet would take for a formula has an apostrophe before it.
-std::string audit_heading(AuditForm form);
-std::string audit_line(const refhost::AuditEntry& entry, AuditForm form);
 
 // Write the records. A file is written beside its name and then takes its place. Throws Failure, or ac::ac_exception
 // when the log cannot be read.

@@ -67,9 +67,10 @@ Json follow_events(const Json& request, ControlStream& stream) {
   Backlog backlog;
   const refhost::BusTap tap([&](const ac::Message& message) {
     if (types.empty() || types.contains(message.type())) {
-      backlog.put(line_of({{"time", iso_time(std::chrono::system_clock::now())},
-                           {"message", message.type()},
-                           {"fields", refhost::fields_of(message)}}));
+      backlog.put(
+          line_of({{"time", iso_time(std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now()))},
+                   {"message", message.type()},
+                   {"fields", refhost::fields_of(message)}}));
     }
   });
   stream.send({{"following", true}});

@@ -225,11 +225,13 @@ std::string Event::line(bool colour, bool show_cards) const {
   const std::string padding(subject.size() < kSubjectWidth ? kSubjectWidth - subject.size() : 1, ' ');
   const std::string words = show_cards ? subject + padding + text : without_card(subject + padding + text, fields);
   const char* const begin = colour_of(weight);
-  return local_time(time, "%H:%M:%S.%L") + "  " + (colour && *begin != '\0' ? begin + words + "\x1b[0m" : words);
+  return local_time(std::chrono::floor<std::chrono::milliseconds>(time), "%H:%M:%S.%L") + "  " +
+         (colour && *begin != '\0' ? begin + words + "\x1b[0m" : words);
 }
 
 std::string Event::json() const {
-  nlohmann::ordered_json object = {{"event", name}, {"time", iso_time(time)}};
+  nlohmann::ordered_json object = {{"event", name},
+                                   {"time", iso_time(std::chrono::floor<std::chrono::milliseconds>(time))}};
   object.update(fields);
   return object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
 }

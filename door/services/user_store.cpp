@@ -95,7 +95,7 @@ bool UserStore::bind(std::uint64_t card, std::int64_t user, const std::string& r
     insert.bind(1, stored(card));
     insert.bind(2, user);
     insert.bind(3, registration);
-    insert.bind(4, iso_time(std::chrono::system_clock::now()));
+    insert.bind(4, iso_time(std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now())));
     const bool is_new = insert.exec() != 0;
     if (is_new) {
       transaction.commit();

@@ -6,15 +6,12 @@
 #include <algorithm>
 #include <ctime>
 #include <fstream>
-#include <nlohmann/json.hpp>
 
 #include "door/base/failure.h"
 #include "refhost/tests/support.h"
 
 namespace achost {
 namespace {
-
-using refhost::AuditEntry;
 
 class AuditExport : public testing::Test {
  protected:
@@ -44,64 +41,6 @@ TEST_F(AuditExport, ATimeThatIsNoneIsRefused) {
   }
   EXPECT_THAT(refhost::test::failure_of([] { time_of("soon"); }),
               testing::StartsWith("\"soon\" is no time: give 2026-01-31"));
-}
-
-TEST_F(AuditExport, ATableHasOneLineARecord) {
-  EXPECT_EQ(audit_line(entry, AuditForm::table), "7         2026-01-02T05:04:05.006+02:00  config   a, \"b\"\\nc\n");
-}
-
-TEST_F(AuditExport, NoTimeBringsControlCharactersToATerminal) {
-  const refhost::AuditEntry odd{.id = 1, .at = 0, .record = {.time = "\x1b[2J", .type = 1, .details = ""}};
-  EXPECT_THAT(audit_line(odd, AuditForm::table), testing::Not(testing::HasSubstr("\x1b")));
-}
-
-TEST_F(AuditExport, CsvQuotesWhatNeedsIt) {
-  EXPECT_EQ(audit_heading(AuditForm::csv), "id,written,type,details,time\r\n");
-  EXPECT_EQ(audit_line(entry, AuditForm::csv), "7,2026-01-02T05:04:05.006+02:00,config,\"a, \"\"b\"\"\nc\",t\r\n");
-}
-
-TEST_F(AuditExport, BothTimesHaveOneForm) {
-  AuditEntry old = entry;
-  for (const char* time : {"2026-01-02 05:04:05.006", "2026-01-02T05:04:05.006+02:00"}) {
-    old.record = {.time = time, .type = 1, .details = "d"};
-    EXPECT_EQ(audit_line(old, AuditForm::csv),
-              "7,2026-01-02T05:04:05.006+02:00,config,d,2026-01-02T05:04:05.006+02:00\r\n");
-  }
-  old.at = 0;
-  EXPECT_THAT(audit_line(old, AuditForm::json), testing::HasSubstr("\"written\":\"2026-01-02T05:04:05.006+02:00\""));
-}
-
-TEST_F(AuditExport, ACsvCellIsNoFormula) {
-  AuditEntry odd = entry;
-  for (const auto& [details, cell] :
-       std::vector<std::pair<std::string, std::string>>{{"=1+1", "'=1+1"},
-                                                        {"+cmd|' /C calc'!A0", "'+cmd|' /C calc'!A0"},
-                                                        {"-2+3", "'-2+3"},
-                                                        {"-inf", "'-inf"},
-                                                        {"@SUM(1,2)", "\"'@SUM(1,2)\""},
-                                                        {"\t=1", "'\t=1"},
-                                                        {"\r=1", "\"'\r=1\""},
-                                                        {"'quoted'", "''quoted'"},
-                                                        {"-12.5", "-12.5"},
-                                                        {"+7", "+7"},
-                                                        {"-", "'-"},
-                                                        {"a=1", "a=1"},
-                                                        {"", ""}}) {
-    odd.record = {.time = "t", .type = -3, .details = details};
-    EXPECT_EQ(audit_line(odd, AuditForm::csv), "7,2026-01-02T05:04:05.006+02:00,-3," + cell + ",t\r\n");
-  }
-}
-
-TEST_F(AuditExport, JsonHasEveryField) {
-  EXPECT_EQ(audit_line(entry, AuditForm::json),
-            "{\"id\":7,\"written\":\"2026-01-02T05:04:05.006+02:00\",\"type\":\"config\",\"details\":\"a, "
-            "\\\"b\\\"\\nc\",\"time\":\"t\"}\n");
-}
-
-TEST_F(AuditExport, AnUnknownTypeIsItsNumberAndAnUnknownTimeIsTheWrittenOne) {
-  const refhost::AuditEntry odd{.id = 1, .at = 0, .record = {.time = "then", .type = 12, .details = "\xff"}};
-  EXPECT_EQ(audit_line(odd, AuditForm::csv), "1,then,12,\xff,then\r\n");
-  EXPECT_TRUE(nlohmann::json::accept(audit_line(odd, AuditForm::json)));
 }
 
 TEST_F(AuditExport, AFileTakesItsPlaceWhole) {

@@ -57,6 +57,11 @@ std::string question(const AuditFilter& filter) {
                                  : columns + "audit_logs" + where + " ORDER BY id";
 }
 
+void assign(std::string& text, const SQLite::Column& column) {
+  const char* const content = column.getText();
+  text.assign(content, static_cast<std::size_t>(column.getBytes()));
+}
+
 }  // namespace
 
 AuditFile::AuditFile(const std::filesystem::path& directory)
@@ -114,11 +119,14 @@ void AuditLog::read(const std::filesystem::path& directory, const AuditFilter& f
   }
   try {
     SQLite::Statement query(*database, question(filter));
+    AuditEntry entry;  // the same for all, so that its texts keep their room
     while (query.executeStep()) {
-      take(
-          {.id = query.getColumn(0).getInt64(),
-           .at = query.getColumn(1).getInt64(),
-           .record = {.time = query.getColumn(2), .type = query.getColumn(3).getInt(), .details = query.getColumn(4)}});
+      entry.id = query.getColumn(0).getInt64();
+      entry.at = query.getColumn(1).getInt64();
+      assign(entry.record.time, query.getColumn(2));
+      entry.record.type = query.getColumn(3).getInt();
+      assign(entry.record.details, query.getColumn(4));
+      take(entry);
     }
   } catch (const SQLite::Exception& failure) {
     throw_database_failure(file, kKind, failure);
