@@ -22,6 +22,11 @@ TEST_F(AchostRun, CardsAreMaskedWhereNobodyAskedForThem) {
   EXPECT_THAT(Achost(simulated("good", {"--json"})).next_line(), testing::HasSubstr("\"card\":305419896,"));
 }
 
+TEST_F(AchostRun, CardsAreShownInFullOnATerminal) {
+  Achost host(simulated("good"), Output::terminal);
+  EXPECT_THAT(host.next_line(), testing::HasSubstr("card 305419896 (0x12345678)"));
+}
+
 TEST_F(AchostRun, PrintsALineForEachIdentification) {
   Achost host(simulated("good", {"--show-cards"}));
   EXPECT_THAT(host.next_line(), testing::MatchesRegex("[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}  card 305419896 "

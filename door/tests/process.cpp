@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pty.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/mman.h>
@@ -46,14 +47,24 @@ pid_t spawn(const std::string& program, std::vector<std::string> arguments, int 
   return pid;
 }
 
+// The end to read, and the one to write.
+std::array<int, 2> open_output(Output output) {
+  std::array<int, 2> ends{};
+  if (output == Output::pipe ? pipe2(ends.data(), O_CLOEXEC) != 0
+                             : openpty(ends.data(), &ends[1], nullptr, nullptr, nullptr) != 0) {
+    throw std::runtime_error("no pipe or terminal");
+  }
+  for (const int end : ends) {
+    fcntl(end, F_SETFD, FD_CLOEXEC);
+  }
+  return ends;
+}
+
 }  // namespace
 
-Achost::Achost(const std::string& program, std::vector<std::string> arguments)
+Achost::Achost(const std::string& program, std::vector<std::string> arguments, Output output)
     : errors_(memfd_create("errors", MFD_CLOEXEC)) {
-  std::array<int, 2> ends{};
-  if (pipe2(ends.data(), O_CLOEXEC) != 0) {
-    throw std::runtime_error("no pipe");
-  }
+  const auto ends = open_output(output);
   output_ = ends[0];
   pid_ = spawn(program, std::move(arguments), ends[1], errors_);
   close(ends[1]);

@@ -15,12 +15,15 @@ struct Result {
   std::string err;
 };
 
-// achost with these arguments. Standard output is a pipe, standard error a file. A process that a test leaves behind is
-// killed.
+enum class Output { pipe, terminal };
+
+// achost with these arguments. Standard output is a pipe, or a pseudo-terminal, standard error a file. A process that a
+// test leaves behind is killed.
 class Achost {
  public:
-  explicit Achost(std::vector<std::string> arguments) : Achost(ACHOST, std::move(arguments)) {}
-  Achost(const std::string& program, std::vector<std::string> arguments);  // by its absolute path
+  explicit Achost(std::vector<std::string> arguments, Output output = Output::pipe)
+      : Achost(ACHOST, std::move(arguments), output) {}
+  Achost(const std::string& program, std::vector<std::string> arguments, Output output = Output::pipe);  // absolute
   ~Achost();
   Achost(const Achost&) = delete;
   Achost& operator=(const Achost&) = delete;
@@ -40,7 +43,7 @@ class Achost {
 
  private:
   pid_t pid_ = -1;
-  int output_ = -1;  // our end of the pipe
+  int output_ = -1;  // our end of the pipe or the terminal
   int errors_ = -1;  // the file
   std::string pending_;
 };

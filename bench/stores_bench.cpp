@@ -1,0 +1,178 @@
+// Lists and exports of stores as full as they get, beside bare SQLite, and what appending costs while the audit log's
+// surplus goes. The argument is achost.
+#include <SQLiteCpp/SQLiteCpp.h>
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "refhost/audit_log.h"
+#include "store.h"
+#include "table.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr int kRecords = 2'000'000;
+constexpr int kUsers = 100'000;
+constexpr int kAppends = 10'000;  // 250 records go with each of the first 8,000
+constexpr int kKept = 1'000;
+constexpr int kTurns = 3;
+
+template <typename Work>
+double milliseconds(const Work& work) {
+  const auto begin = std::chrono::steady_clock::now();
+  work();
+  return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - begin).count();
+}
+
+void run(std::vector<std::string> words) {
+  std::vector<char*> arguments;
+  std::ranges::transform(words, std::back_inserter(arguments), [](std::string& word) { return word.data(); });
+  arguments.push_back(nullptr);
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+  pid_t id = 0;
+  int status = 0;
+  if (posix_spawn(&id, arguments.front(), &actions, nullptr, arguments.data(), environ) != 0 ||
+      waitpid(id, &status, 0) != id || status != 0) {
+    throw std::runtime_error(words[0] + " " + words[1] + " " + words[2] + " failed");
+  }
+  posix_spawn_file_actions_destroy(&actions);
+}
+
+// One record in five seconds, the times as older hosts wrote them, without a zone.
+void fill_log(const fs::path& directory) {
+  { const refhost::AuditLog log(directory); }
+  SQLite::Database database(directory / "audit.db", SQLite::OPEN_READWRITE);
+  database.exec("PRAGMA synchronous = OFF");
+  database.exec(
+      "INSERT INTO audit_logs(time, type, details, at) WITH RECURSIVE records(i) AS (SELECT 0 UNION ALL SELECT i + 1 "
+      "FROM records WHERE i < " +
+      std::to_string(kRecords - 1) +
+      ") SELECT strftime('%Y-%m-%d %H:%M:%S', 1767323045 + 5 * i, 'unixepoch', 'localtime') || '.006', 1 + i % 8, "
+      "'Config changed: [uhf]>[read_interval] [value=' || i || ']', (1767323045 + 5 * i) * 1000 + 6 FROM records");
+  database.exec("PRAGMA wal_checkpoint(TRUNCATE)");
+}
+
+void fill_users(const std::string& achost, const fs::path& directory) {
+  run({achost, "card", "add", "7919", "--user", "1", "--state", directory});  // makes the file
+  SQLite::Database database(directory / "users.db", SQLite::OPEN_READWRITE);
+  database.exec("PRAGMA synchronous = OFF");
+  SQLite::Transaction transaction(database);
+  SQLite::Statement user(database, "INSERT INTO users(id, name) VALUES(?, 'user ' || ?1)");
+  SQLite::Statement card(database, "INSERT INTO cards VALUES(?1 * 7919, ?1, '', '2026-01-02T03:04:05.006+01:00')");
+  for (int i = 2; i <= kUsers; ++i) {
+    for (SQLite::Statement* const statement : {&user, &card}) {
+      statement->reset();
+      statement->bind(1, i);
+      statement->exec();
+    }
+  }
+  transaction.commit();
+}
+
+// All fields of all rows, and nothing done with them.
+std::size_t walk(const fs::path& file, const char* question) {
+  const SQLite::Database database(file, SQLite::OPEN_READONLY);
+  SQLite::Statement query(database, question);
+  std::size_t size = 0;
+  while (query.executeStep()) {
+    for (int i = 0; i < query.getColumnCount(); ++i) {
+      size += static_cast<std::size_t>(query.getColumn(i).getBytes());
+    }
+  }
+  return size;
+}
+
+struct Command {
+  std::string what;
+  std::vector<std::string> words;
+  std::vector<double> times = {};
+};
+
+// Each command beside the bare question, turn by turn.
+void compare(std::vector<Command> commands, const fs::path& file, const std::string& what, const char* question) {
+  std::vector<double> bare;
+  for (int i = 0; i < kTurns; ++i) {
+    bare.push_back(milliseconds([&] { walk(file, question); }));
+    for (auto& command : commands) {
+      command.times.push_back(milliseconds([&] { run(command.words); }));
+    }
+  }
+  for (const auto& command : commands) {
+    print_row(command.what, number(median(command.times)) + " ms", ratio_of(command.times, bare));
+  }
+  print_row("bare SQLite: " + what, number(median(bare)) + " ms");
+}
+
+void lists(const std::string& achost, const fs::path& directory) {
+  const std::string many = ", 2,000,000 records";
+  const auto log = directory / "audit.db";
+  compare({{"`achost audit export --format csv`" + many,
+            {achost, "audit", "export", "--format", "csv", "--state", directory}},
+           {"`achost audit export --format jsonl`" + many,
+            {achost, "audit", "export", "--format", "jsonl", "--state", directory}},
+           {"`achost audit list`" + many, {achost, "audit", "list", "--state", directory}}},
+          log, "all fields of 2,000,000 records read",
+          "SELECT id, at, time, type, details FROM audit_logs ORDER BY id");
+  compare({{"`achost audit list --since`, 8 of 2,000,000 records",
+            {achost, "audit", "list", "--since", "2026-04-27T20:50:05Z", "--state", directory}},
+           {"`achost --version`, which reads nothing", {achost, "--version"}}},
+          log, "the same 8 records read",
+          "SELECT id, at, time, type, details FROM audit_logs WHERE at >= 1777323005000");
+  compare({{"`achost user list`, 100,000 users", {achost, "user", "list", "--state", directory}}},
+          directory / "users.db", "100,000 users read, their cards counted",
+          "SELECT id, name, (SELECT count(*) FROM cards WHERE user = users.id) FROM users ORDER BY id");
+}
+
+double append(refhost::AuditLog& log) {
+  return milliseconds([&] { log.append({"2026-05-01T00:00:00.000+00:00", 1, "read_interval: 1 -> 2"}); });
+}
+
+// Turn by turn with a log of which nothing goes, so that what else the disk does falls on both.
+void retention(const fs::path& directory) {
+  const TemporaryDirectory beside;
+  refhost::AuditLog still(beside.path());
+  refhost::AuditLog log(directory);
+  log.retain([] { return refhost::AuditRetention{.keep = kKept, .youngest_to_go = 0}; });
+  const auto size = [&] { return number(static_cast<double>(fs::file_size(directory / "audit.db")) / 1e6) + " MB"; };
+  const std::string before = size();
+  std::vector<double> of_still;
+  std::vector<double> of_log;
+  for (int i = 0; i < kAppends; ++i) {
+    of_still.push_back(append(still));
+    of_log.push_back(append(log));
+  }
+  for (const auto& [kind, share] :
+       {std::pair{"median", 0.5}, {"999 of 1,000", 0.999}, {"the longest of 10,000", 1.0}}) {
+    const double time = quantile(of_log, share);
+    const double reference = quantile(of_still, share);
+    print_row("an append while 2,000,000 records go, " + std::string(kind), number(time, 2) + " ms",
+              ratio_of(time, reference));
+    print_row("an append while none goes, " + std::string(kind), number(reference, 2) + " ms");
+  }
+  print_row("the audit log's file after it, of " + before, size());
+}
+
+}  // namespace
+
+int main(int, char** arguments) {
+  const TemporaryDirectory directory;
+  fill_log(directory.path());
+  fill_users(arguments[1], directory.path());
+  lists(arguments[1], directory.path());
+  retention(directory.path());
+  return 0;
+}
