@@ -17,6 +17,7 @@
 #include <map>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <set>
 #include <sstream>
 #include <thread>
 
@@ -73,6 +74,18 @@ class Device : public testing::Test {
       }
     }
     return nullptr;
+  }
+
+  // The next event of each of those names, in whatever order they come.
+  std::map<std::string, json> next_events(const std::set<std::string>& names) {
+    std::map<std::string, json> events;
+    for (std::string line; events.size() < names.size() && !(line = host_->next_line()).empty();) {
+      auto object = json::parse(line);
+      if (names.contains(object.at("event"))) {
+        events.try_emplace(object.at("event"), std::move(object));
+      }
+    }
+    return events;
   }
 
   Result end() {
@@ -136,6 +149,40 @@ TEST_F(Device, AnEnrollmentWhileAnotherRunsIsRefusedAndTheFirstGoesOn) {
   EXPECT_THAT(second.err, HasSubstr("achost: enrollment of user 8: failed: another enrollment runs\n"));
   output({"field", "add", kUnknown});
   EXPECT_EQ(first.wait().out, "card 33 (0x21) is of user 7\n");
+}
+
+TEST_F(Device, AnEnrollmentEndsWithWhoeverAskedForIt) {
+  start({"--set", "read_interval=250"});
+  for (const int number : {SIGKILL, SIGINT}) {
+    Achost asking({"enroll", "--user", "7", "--state", state()});
+    EXPECT_EQ(next_event("enrollment").at("state"), "started");
+    asking.signal(number);
+    asking.wait();
+    output({"field", "add", kUnknown});
+    const auto events = next_events({"enrollment", "identification"});
+    EXPECT_EQ(events.at("enrollment").at("state"), "given_up") << "signal " << number;
+    EXPECT_EQ(events.at("enrollment").value("reason", ""), "whoever asked for it has gone");
+    EXPECT_NE(events.at("identification").at("outcome"), "opens") << "signal " << number;
+    EXPECT_EQ(output({"card", "list", "--json"}), "");
+    output({"field", "clear"});
+  }
+  Achost next({"enroll", "--user", "8", "--state", state()});
+  EXPECT_EQ(next_event("enrollment").at("state"), "started");
+  output({"field", "add", kUnknown});
+  EXPECT_EQ(next.wait().out, "card 33 (0x21) is of user 8\n") << "the next one is not disturbed";
+}
+
+TEST_F(Device, ASecondEnrollmentOfTheSameUserIsRefusedAndTheFirstHasItsOwnOutcome) {
+  start();
+  Achost first({"enroll", "--user", "7", "--state", state()});
+  EXPECT_EQ(next_event("enrollment").at("user_id"), 7);
+  const auto second = command({"enroll", "--user", "7"});
+  EXPECT_EQ(second.status, 1);
+  EXPECT_THAT(second.err, HasSubstr("achost: enrollment of user 7: failed: another enrollment runs\n"));
+  output({"field", "add", kUnknown});
+  const auto result = first.wait();
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_EQ(result.out, "card 33 (0x21) is of user 7\n");
 }
 
 TEST_F(Device, AnEnrollmentWithoutACardTimesOut) {

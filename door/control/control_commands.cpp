@@ -129,7 +129,9 @@ ControlTable control_table(const ControlledHost& host) {
         {"registration", Type::text, false},
         {"save", Type::flag, false},
         {"wait", Type::flag, false}},
-       [host](const Json& request, ControlStream& stream) { return enroll(request, host.plugin(), stream); }},
+       [host](const Json& request, ControlStream& stream) {
+         return enroll(request, host.plugin(), host.enroller, stream);
+       }},
       {"field", {{"line"}}, [host](const Json& request, ControlStream&) { return change_field(host, request); }},
       {"field_show", {}, [host](const Json&, ControlStream&) { return show_field(host); }},
       {"status", {}, [host](const Json&, ControlStream&) { return status_of(host); }},

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "door/control/control.h"
+#include "door/services/enroller_service.h"
 #include "door/services/gpio_service.h"
 #include "refhost/settings_store.h"
 #include "uhfsim/simulated_reader.h"
@@ -19,6 +20,7 @@ struct ControlledHost {
   std::chrono::steady_clock::time_point started;
   refhost::SettingsStore& settings;
   const GpioService& gpio;
+  EnrollerService& enroller;
   std::string reader;                   // where it is, for a person
   uhfsim::SimulatedReader* simulated;   // null when the reader is a real one
   std::function<std::string()> plugin;  // the name of the plug-in that runs; empty until it has started

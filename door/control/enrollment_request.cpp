@@ -1,67 +1,55 @@
 #include "door/control/enrollment_request.h"
 
 #include <chrono>
-#include <condition_variable>
-#include <mutex>
-#include <optional>
 
-#include "ac/config_util.h"
-#include "door/services/enroller_service.h"
 #include "door/services/event.h"
 #include "refhost/send.h"
-#include "refhost/subscriber.h"
 
 namespace achost {
 namespace {
 
-// The first outcome that comes after its making.
-class Outcome {
+// Ends the enrollment when the connection's thread leaves it, however it does.
+class Stay {
  public:
-  explicit Outcome(std::int64_t user)
-      : user_(user),
-        subscriber_("enrollment_request", {{"enroll_rfid_successful", see(), false},
-                                           {"enroll_timeout", see(), false},
-                                           {"enroller_error", see(), false}}) {}
-
-  // Wait for it, as long as the enroller may take and the client is there.
-  std::optional<Event> wait(ControlStream& stream) {
-    using std::chrono::milliseconds;
-    constexpr milliseconds kLook(200);
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5) +
-                          milliseconds(ac::config_util::get_int("host", "enroll_timeout", true));
-    std::unique_lock lock(mutex_);
-    while (!event_.has_value() && std::chrono::steady_clock::now() < deadline && !stream.is_over()) {
-      arrived_.wait_for(lock, kLook);
-    }
-    return event_;
-  }
+  Stay(EnrollerService& enroller, std::uint64_t id) : enroller_(enroller), id_(id) {}
+  ~Stay() { enroller_.give_up(id_); }
+  Stay(const Stay&) = delete;
+  Stay& operator=(const Stay&) = delete;
 
  private:
-  std::function<void(ac::Message*)> see() {
-    return [this](ac::Message* message) {
-      std::int64_t user = user_;
-      message->get_int64("user_id", &user);
-      if (user != user_) {
-        return;  // another enrollment's
-      }
-      const std::lock_guard lock(mutex_);
-      if (!event_.has_value()) {
-        event_ = Event::from(*message, {});
-        arrived_.notify_one();
-      }
-    };
-  }
-
-  const std::int64_t user_;
-  std::mutex mutex_;  // guards event_
-  std::condition_variable arrived_;
-  std::optional<Event> event_;
-  refhost::Subscriber subscriber_;  // last: it stops using the others before they go
+  EnrollerService& enroller_;
+  const std::uint64_t id_;
 };
+
+void ask_plugin(const Json& request, const std::string& registration) {
+  refhost::send("enroller_remote_enroll", {{"type", "card"},
+                                           {"user_id", request["user"].get<std::int64_t>()},
+                                           {"save", request.value("save", true) ? 1 : 0},
+                                           {"registration", registration}});
+}
+
+// The outcome, or what stands for it when the client has gone.
+EnrollerService::Outcome outcome_of(std::future<EnrollerService::Outcome>& outcome, ControlStream& stream) {
+  constexpr std::chrono::milliseconds kLook(200);
+  while (outcome.wait_for(kLook) != std::future_status::ready) {
+    if (stream.is_over()) {
+      return {.card = std::nullopt, .failure = "given up"};
+    }
+  }
+  return outcome.get();
+}
+
+EnrollerService::Reservation reserve(EnrollerService& enroller, std::int64_t user, std::function<bool()> is_there) {
+  try {
+    return enroller.reserve(user, std::move(is_there));
+  } catch (const EnrollerBusy& busy) {
+    throw std::runtime_error("enrollment of user " + std::to_string(user) + ": failed: " + busy.what());
+  }
+}
 
 }  // namespace
 
-Json enroll(const Json& request, const std::string& plugin, ControlStream& stream) {
+Json enroll(const Json& request, const std::string& plugin, EnrollerService& enroller, ControlStream& stream) {
   if (plugin.empty()) {
     throw std::runtime_error("the plug-in has not started yet: see achost status");
   }
@@ -74,22 +62,19 @@ Json enroll(const Json& request, const std::string& plugin, ControlStream& strea
     throw RequestError("a registration has at most " + std::to_string(EnrollerService::kLongestRegistration) +
                        " bytes");
   }
-  Outcome outcome(user);
-  refhost::send("enroller_remote_enroll", {{"type", "card"},
-                                           {"user_id", user},
-                                           {"save", request.value("save", true) ? 1 : 0},
-                                           {"registration", registration}});
   if (!request.value("wait", false)) {
+    reserve(enroller, user, nullptr);
+    ask_plugin(request, registration);
     return {{"user", user}};
   }
-  const auto event = outcome.wait(stream);
-  if (!event.has_value()) {
-    throw std::runtime_error("nobody has said how the enrollment ended: see achost status");
+  auto [id, future] = reserve(enroller, user, [&stream] { return !stream.is_over(); });
+  const Stay stay(enroller, id);
+  ask_plugin(request, registration);
+  const auto outcome = outcome_of(future, stream);
+  if (!outcome.card.has_value()) {
+    throw std::runtime_error("enrollment of user " + std::to_string(user) + ": " + outcome.failure);
   }
-  if (event->fields.at("state") != "done") {
-    throw std::runtime_error("enrollment of user " + std::to_string(user) + ": " + event->text);
-  }
-  return {{"user", user}, {"card", event->fields.at("card")}, {"card_hex", event->fields.at("card_hex")}};
+  return {{"user", user}, {"card", *outcome.card}, {"card_hex", hexadecimal(*outcome.card)}};
 }
 
 }  // namespace achost

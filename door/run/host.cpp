@@ -111,6 +111,7 @@ ControlledHost Host::controlled() {
           .started = started_,
           .settings = settings_,
           .gpio = gpio_,
+          .enroller = enroller_,
           .reader = reader_.description(),
           .simulated = reader_.simulated(),
           .plugin = [this] { return plugin(); }};

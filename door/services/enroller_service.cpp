@@ -1,5 +1,6 @@
 #include "door/services/enroller_service.h"
 
+#include <algorithm>
 #include <chrono>
 #include <exception>
 #include <utility>
@@ -15,12 +16,31 @@ void tell_error(EnrollerError error, std::int64_t user, const std::string& reaso
   refhost::send("enroller_error", {{"error", static_cast<int>(error)}, {"user_id", user}, {"reason", reason}});
 }
 
-void tell_timeout(std::int64_t user) { refhost::send("enroll_timeout", {{"user_id", user}}); }
+// reason: in words; empty when there was no card in time.
+void tell_timeout(std::int64_t user, const std::string& reason) {
+  std::vector<std::pair<std::string, refhost::FieldValue>> fields{{"user_id", user}};
+  if (!reason.empty()) {
+    fields.emplace_back("reason", reason);
+  }
+  refhost::send("enroll_timeout", fields);
+}
 
 void refuse(const std::string& why, std::int64_t user = 0) {
   refhost::log::warning("enroller: " + why);
   tell_error(kUnknownError, user, why);
 }
+
+// From now on.
+refhost::Timer::Clock::time_point end_of_waiting() {
+  return refhost::Timer::Clock::now() +
+         std::chrono::milliseconds(ac::config_util::get_int("host", "enroll_timeout", true));
+}
+
+constexpr const char* kRuns = "another enrollment runs";
+constexpr const char* kAskerGone = "whoever asked for it has gone";
+
+// How long a plug-in may take to order what it was asked for.
+constexpr std::chrono::seconds kOrdering{5};
 
 }  // namespace
 
@@ -31,39 +51,73 @@ EnrollerService::EnrollerService(UserStore& users)
                                {"identifier_new_card", [this](ac::Message* message) { take_card(*message); }, false}}) {
 }
 
+EnrollerService::Reservation EnrollerService::reserve(std::int64_t user, std::function<bool()> is_there) {
+  const std::lock_guard lock(mutex_);
+  if (enrollment_.has_value()) {
+    throw EnrollerBusy(kRuns);
+  }
+  if (std::ranges::find(given_up_, user) != given_up_.end()) {
+    throw EnrollerBusy("the plug-in has not taken up the last one yet: see achost status");
+  }
+  enrollment_.emplace();
+  enrollment_->id = ++last_id_;
+  enrollment_->user = user;
+  enrollment_->is_there = std::move(is_there);
+  enrollment_->until = end_of_waiting() + kOrdering;
+  timer_.start(enrollment_->until);
+  return {.id = last_id_, .outcome = enrollment_->outcome.get_future()};
+}
+
+void EnrollerService::give_up(std::uint64_t id) {
+  const std::lock_guard lock(mutex_);
+  if (enrollment_.has_value() && enrollment_->id == id) {
+    end(kAskerGone);
+  }
+}
+
 void EnrollerService::order(const ac::Message& message) {
   int state = 0;
   if (!message.get_int("state", &state)) {
-    refuse("\"enroll_card\" without an int \"state\"");
-  } else if (state != 0) {
-    begin(message);
-  } else if (const auto enrollment = end()) {
-    tell_timeout(enrollment->user);
+    return refuse("\"enroll_card\" without an int \"state\"");
+  }
+  if (state != 0) {
+    return begin(message);
+  }
+  const std::lock_guard lock(mutex_);
+  if (enrollment_.has_value()) {
+    end("it was ordered to end");
   }
 }
 
 void EnrollerService::begin(const ac::Message& message) {
-  Enrollment wanted;
+  std::int64_t user = 0;
   int remote = 0;
+  std::string registration;
   message.get_int("remote", &remote);
-  message.get_string("registration", &wanted.registration);
-  wanted.remote = remote != 0;
-  if (!message.get_int64("user_id", &wanted.user) || wanted.user < 1) {
-    return refuse("\"enroll_card\" without an int64 \"user_id\" of 1 or more", wanted.user);
+  message.get_string("registration", &registration);
+  if (!message.get_int64("user_id", &user) || user < 1) {
+    return refuse("\"enroll_card\" without an int64 \"user_id\" of 1 or more", user);
   }
-  if (wanted.registration.size() > kLongestRegistration) {
-    return refuse("a registration of " + std::to_string(wanted.registration.size()) + " bytes: at most " +
+  if (registration.size() > kLongestRegistration) {
+    return refuse("a registration of " + std::to_string(registration.size()) + " bytes: at most " +
                       std::to_string(kLongestRegistration) + " are taken",
-                  wanted.user);
+                  user);
   }
-  wanted.until = refhost::Timer::Clock::now() +
-                 std::chrono::milliseconds(ac::config_util::get_int("host", "enroll_timeout", true));
   const std::lock_guard lock(mutex_);
-  if (enrollment_.has_value()) {
-    return tell_error(kEnrollerBusy, wanted.user, "another enrollment runs");
+  if (const auto vain = std::ranges::find(given_up_, user); vain != given_up_.end()) {
+    given_up_.erase(vain);
+    return tell_timeout(user, kAskerGone);
   }
-  timer_.start(wanted.until);
-  enrollment_ = std::move(wanted);
+  if (!enrollment_.has_value()) {
+    enrollment_.emplace().user = user;
+  } else if (enrollment_->is_ordered || enrollment_->user != user) {
+    return tell_error(kEnrollerBusy, user, kRuns);
+  }
+  enrollment_->is_ordered = true;
+  enrollment_->remote = remote != 0;
+  enrollment_->registration = std::move(registration);
+  enrollment_->until = end_of_waiting();
+  timer_.start(enrollment_->until);
 }
 
 void EnrollerService::take_card(const ac::Message& message) {
@@ -71,38 +125,64 @@ void EnrollerService::take_card(const ac::Message& message) {
   if (!message.get_int64("value", &card)) {
     return;  // the identifier says so in the log
   }
-  if (const auto enrollment = end()) {
-    bind(*enrollment, card);
+  if (auto enrollment = taken()) {
+    bind(std::move(*enrollment), card);
   }
 }
 
-void EnrollerService::bind(const Enrollment& enrollment, std::int64_t card) {
+// The enrollment that waits for a card, which is over then. A card that comes when the one who asked has gone is
+// anybody's.
+std::optional<EnrollerService::Enrollment> EnrollerService::taken() {
+  const std::lock_guard lock(mutex_);
+  if (!enrollment_.has_value() || !enrollment_->is_ordered) {
+    return std::nullopt;
+  }
+  if (enrollment_->is_there && !enrollment_->is_there()) {
+    end(kAskerGone);
+    return std::nullopt;
+  }
+  return std::exchange(enrollment_, std::nullopt);
+}
+
+void EnrollerService::bind(Enrollment enrollment, std::int64_t card) {
+  const auto fail = [&](EnrollerError error, const std::string& reason) {
+    tell_error(error, enrollment.user, reason);
+    enrollment.outcome.set_value({.card = std::nullopt, .failure = "failed: " + reason});
+  };
   try {
     const auto value = static_cast<std::uint64_t>(card);
     const bool is_free = enrollment.remote ? !users_.owner_of(value).has_value()
                                            : users_.bind(value, enrollment.user, enrollment.registration);
-    if (is_free) {
-      refhost::send("enroll_rfid_successful", {{"user_card", card}, {"user_id", enrollment.user}});
-    } else {
-      tell_error(kCardIsTaken, enrollment.user, "the card is somebody's already");
+    if (!is_free) {
+      return fail(kCardIsTaken, "the card is somebody's already");
     }
+    refhost::send("enroll_rfid_successful", {{"user_card", card}, {"user_id", enrollment.user}});
+    enrollment.outcome.set_value({.card = value, .failure = ""});
   } catch (const std::exception& failure) {
-    refuse(std::string("the card is not stored: ") + failure.what(), enrollment.user);
+    const std::string reason = std::string("the card is not stored: ") + failure.what();
+    refhost::log::warning("enroller: " + reason);
+    fail(kUnknownError, reason);
   }
+}
+
+// The enrollment that there is, with the lock held. One that the plug-in has yet to order is remembered: its order ends
+// nothing else then, and tells the plug-in that it is over.
+void EnrollerService::end(const std::string& reason) {
+  if (enrollment_->is_ordered) {
+    tell_timeout(enrollment_->user, reason);
+  } else {
+    given_up_.push_back(enrollment_->user);
+  }
+  enrollment_->outcome.set_value(
+      {.card = std::nullopt, .failure = reason.empty() ? "no card came in time" : "given up: " + reason});
+  enrollment_.reset();
 }
 
 void EnrollerService::give_up_when_due() {
   const std::lock_guard lock(mutex_);
   if (enrollment_.has_value() && enrollment_->until <= refhost::Timer::Clock::now()) {
-    tell_timeout(enrollment_->user);
-    enrollment_.reset();
+    end(enrollment_->is_ordered ? "" : "the plug-in has not taken it up");
   }
-}
-
-// The enrollment that runs, which is over then.
-std::optional<EnrollerService::Enrollment> EnrollerService::end() {
-  const std::lock_guard lock(mutex_);
-  return std::exchange(enrollment_, std::nullopt);
 }
 
 }  // namespace achost

@@ -15,6 +15,12 @@
 #include "refhost/relays.h"
 
 namespace achost {
+
+std::string hexadecimal(std::uint64_t value) {
+  std::array<char, 24> buffer{};
+  std::snprintf(buffer.data(), buffer.size(), "0x%" PRIx64, value);
+  return buffer.data();
+}
 namespace {
 
 using refhost::log::escape;
@@ -43,12 +49,6 @@ std::string text(const ac::Message& message, const char* field) {
 
 std::uint64_t card_of(const ac::Message& message, const char* field) {
   return static_cast<std::uint64_t>(long_number(message, field));
-}
-
-std::string hexadecimal(std::uint64_t value) {
-  std::array<char, 24> buffer{};
-  std::snprintf(buffer.data(), buffer.size(), "0x%" PRIx64, value);
-  return buffer.data();
 }
 
 std::string card_text(std::uint64_t card) { return "card " + std::to_string(card) + " (" + hexadecimal(card) + ")"; }
@@ -116,6 +116,11 @@ std::optional<Event> enrollment_done(const ac::Message& message) {
 }
 
 std::optional<Event> enrollment_late(const ac::Message& message) {
+  std::string reason;
+  if (message.get_string("reason", &reason)) {
+    return event("enrollment", "enrollment", "given up: " + escape(reason), Weight::bad,
+                 {{"state", "given_up"}, {"reason", reason}, {"user_id", long_number(message, "user_id")}});
+  }
   return event("enrollment", "enrollment", "no card came in time", Weight::bad,
                {{"state", "timeout"}, {"user_id", long_number(message, "user_id")}});
 }

@@ -12,6 +12,9 @@
 
 namespace achost {
 
+// A card as hexadecimal digits: "0x21".
+std::string hexadecimal(std::uint64_t card);
+
 // One thing that happened, made from one message of the bus.
 struct Event {
   // How much it matters to somebody at a door.

@@ -26,7 +26,7 @@ class Enroller : public Services {
   static void present(std::int64_t card) { refhost::send("identifier_new_card", {{"value", card}}); }
 
   UserStore users{directory(), UserStore::Access::read_write};
-  const EnrollerService enroller{users};
+  EnrollerService enroller{users};
 };
 
 TEST_F(Enroller, TheNextCardIsTheUsers) {
@@ -93,6 +93,57 @@ TEST_F(Enroller, ASecondOneIsRefusedAndTheFirstGoesOn) {
   present(33);
   EXPECT_EQ(seen(2), Texts({"enroller_error error=9 reason=another enrollment runs",
                             "enroll_rfid_successful user_card=33 user_id=7"}));
+}
+
+TEST_F(Enroller, AReservationHasTheOutcomeAndIsAlone) {
+  auto reservation = enroller.reserve(7, nullptr);
+  EXPECT_THROW(enroller.reserve(7, nullptr), EnrollerBusy);
+  EXPECT_THROW(enroller.reserve(8, nullptr), EnrollerBusy);
+  present(32);  // before the plug-in has ordered anything
+  order(8);     // somebody else's
+  order(7);
+  present(33);
+  EXPECT_EQ(reservation.outcome.get().card, 33U);
+  EXPECT_EQ(seen(2), Texts({"enroller_error error=9 reason=another enrollment runs",
+                            "enroll_rfid_successful user_card=33 user_id=7"}));
+  EXPECT_NO_THROW(enroller.reserve(7, nullptr));
+}
+
+TEST_F(Enroller, AReservationGivenUpBindsNoCardThatComesLater) {
+  auto running = enroller.reserve(7, nullptr);
+  order(7);
+  order(0);  // refused: the order before it has been taken by then
+  EXPECT_THAT(seen(1).back(), testing::StartsWith("enroller_error error=0"));
+  enroller.give_up(running.id);
+  EXPECT_EQ(running.outcome.get().failure, "given up: whoever asked for it has gone");
+  present(33);
+  EXPECT_EQ(seen(2).back(), "enroll_timeout") << "so that actions are allowed again";
+
+  auto asked = enroller.reserve(7, nullptr);
+  enroller.give_up(asked.id);
+  EXPECT_THROW(enroller.reserve(7, nullptr), EnrollerBusy) << "the next order would be the old one";
+  order(7);
+  present(34);
+  EXPECT_EQ(seen(3).back(), "enroll_timeout");
+  EXPECT_TRUE(users.cards().empty());
+  auto next = enroller.reserve(7, nullptr);
+  order(7);
+  present(35);
+  EXPECT_EQ(next.outcome.get().card, 35U);
+}
+
+TEST_F(Enroller, ACardThatComesWhenTheAskerHasGoneIsNobodys) {
+  auto reservation = enroller.reserve(7, [] { return false; });
+  order(7);
+  present(33);
+  EXPECT_EQ(reservation.outcome.get().failure, "given up: whoever asked for it has gone");
+  EXPECT_TRUE(users.cards().empty());
+}
+
+TEST_F(Enroller, AReservationThatThePluginDoesNotTakeUpEnds) {
+  set("enroll_timeout", 1000);
+  auto reservation = enroller.reserve(7, nullptr);
+  EXPECT_EQ(reservation.outcome.get().failure, "given up: the plug-in has not taken it up");
 }
 
 TEST_F(Enroller, AnOrderThatIsNoneIsRefused) {
