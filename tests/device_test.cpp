@@ -226,6 +226,35 @@ TEST_F(Device, AnImportedSettingChangesTheRunningPlugin) {
   }
 }
 
+TEST_F(Device, AnImportThatIsKilledIsStoredAsAWholeOrNotAtAll) {
+  start();
+  const std::array<std::string, 2> values = {"600", "700"};
+  std::array<std::string, 2> copies;
+  for (std::size_t i = 0; i < copies.size(); ++i) {
+    copies[i] = state() + values[i] + ".txt";
+    std::ofstream copy(copies[i]);
+    for (const char* const key : {"read_interval", "trigger_timeout", "serial_port_timeout", "host.door_open_time"}) {
+      copy << key << '=' << values[i] << '\n';
+    }
+  }
+  output({"config", "import", copies[1]});
+  for (int i = 0; i < 20; ++i) {
+    Achost import({"config", "import", copies[static_cast<std::size_t>(i % 2)], "--state", state()});
+    std::this_thread::sleep_for(std::chrono::milliseconds(i));  // the moment of the kill, not a wait
+    import.signal(SIGKILL);
+    import.wait();
+    output({"config", "set", "system", "usb_port_enabled", "1"});  // what was asked for before is done by then
+    std::set<std::string> stored;
+    std::istringstream settings(output({"config", "export"}));
+    for (std::string line; std::getline(settings, line);) {
+      if (line.ends_with("=600") || line.ends_with("=700")) {
+        stored.insert(line.substr(line.find('=')));
+      }
+    }
+    EXPECT_EQ(stored.size(), 1U) << "killed after " << i << " ms";
+  }
+}
+
 TEST_F(Device, ASystemSettingHasNoModule) {
   start();
   Achost events({"events", "--json", "--type", "config_param_set", "--state", state()});

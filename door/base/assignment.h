@@ -4,15 +4,13 @@
 #include <string>
 #include <vector>
 
+#include "refhost/settings_schema.h"
+
 namespace achost {
 
 inline constexpr const char* kDefaultSection = "uhf";
 
-struct Assignment {
-  std::string section;
-  std::string key;
-  std::string value;
-};
+using Assignment = refhost::SettingValue;
 
 // Of the setting KEY or SECTION.KEY, checked against the built-in schema. Throws refhost::SettingError.
 Assignment checked_assignment(const std::string& name, const std::string& value);

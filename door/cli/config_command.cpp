@@ -23,6 +23,9 @@ namespace {
 
 using refhost::SettingsStore;
 
+// How long a host may take to tell its plug-in of changes: it may wait for a reader that does not answer.
+constexpr std::chrono::seconds kHandling(60);
+
 // The setting by [SECTION] KEY, the first `count` words of the command line.
 const refhost::Setting& named(const std::vector<std::string>& words, std::size_t count) {
   const std::string section = count == 2 ? words[0] : kDefaultSection;
@@ -46,9 +49,8 @@ void take_overrides(SettingsStore& store, const std::filesystem::path& directory
 // The stored value, and whether a host that runs has stored it.
 std::pair<std::string, bool> store_value(const std::filesystem::path& directory, const Assignment& wanted) {
   const auto& [section, key, value] = wanted;
-  constexpr std::chrono::seconds kPatience(60);  // it may wait for a reader that does not answer
   const auto answer = ask_if_running(
-      directory, {{"command", "config_set"}, {"section", section}, {"key", key}, {"value", value}}, kPatience);
+      directory, {{"command", "config_set"}, {"section", section}, {"key", key}, {"value", value}}, kHandling);
   if (answer.has_value()) {
     return {answer->at("value").get<std::string>(), true};
   }
@@ -115,8 +117,13 @@ void export_settings(const std::string& state) {
 void import_settings(const std::string& state, const std::string& file) {
   const auto settings = parse_settings_text(content_of(file), file == "-" ? "standard input" : file);
   const auto directory = writable_state(state);
-  for (const auto& setting : settings) {
-    store_value(directory, setting);
+  Json texts = Json::array();
+  for (const auto& [section, key, value] : settings) {
+    texts.push_back(section + "." + key + "=" + value);
+  }
+  if (!ask_if_running(directory, {{"command", "config_import"}, {"settings", texts}}, kHandling).has_value()) {
+    const refhost::InstanceLock lock(directory);
+    SettingsStore(directory, SettingsStore::Access::read_write).set(settings);
   }
   print(std::to_string(settings.size()) + (settings.size() == 1 ? " setting is" : " settings are") + " stored\n");
 }

@@ -22,7 +22,7 @@ std::string line_of(const Json& json);
 
 // A field of a request.
 struct ControlField {
-  enum class Type { text, integer, flag };
+  enum class Type { text, integer, flag, texts };
 
   std::string name;
   Type type = Type::text;

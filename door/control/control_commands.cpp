@@ -1,5 +1,6 @@
 #include "door/control/control_commands.h"
 
+#include "door/base/assignment.h"
 #include "door/control/control_events.h"
 #include "door/control/control_status.h"
 #include "door/control/enrollment_request.h"
@@ -35,15 +36,35 @@ const refhost::Setting& setting_of(const refhost::SettingsStore& store, const Js
   return store.schema().at(request["section"].get<std::string>(), request["key"].get<std::string>());
 }
 
+// Wait until every handler has heard of the changes. what: that is stored by then.
+void await_plugin(const std::string& what) {
+  if (!refhost::flush_bus(kLongestHandling)) {
+    throw std::runtime_error(what + " stored, but the plug-in has not answered for " +
+                             std::to_string(kLongestHandling.count()) + " s: see achost status");
+  }
+}
+
 // The answer has what the store holds once the plug-in has heard of the change: it may have written a bound back.
 Json set_setting(refhost::SettingsStore& store, const Json& request) {
   const auto& setting = setting_of(store, request);
   store.set(setting.section, setting.key, request["value"].get<std::string>());
-  if (!refhost::flush_bus(kLongestHandling)) {
-    throw std::runtime_error("setting " + setting.key + " is stored, but the plug-in has not answered for " +
-                             std::to_string(kLongestHandling.count()) + " s: see achost status");
-  }
+  await_plugin("setting " + setting.key + " is");
   return setting_json(store, setting);
+}
+
+Json import_settings(refhost::SettingsStore& store, const Json& request) {
+  std::vector<Assignment> wanted;
+  for (const auto& one : request["settings"]) {
+    const auto text = one.get<std::string>();
+    const auto equals = text.find('=');
+    if (equals == std::string::npos) {
+      throw RequestError("\"" + text + "\" is no setting: give SECTION.KEY=VALUE");
+    }
+    wanted.push_back(checked_assignment(text.substr(0, equals), text.substr(equals + 1)));
+  }
+  store.set(wanted);
+  await_plugin("the settings are");
+  return {{"count", wanted.size()}};
 }
 
 Json list_lines(const GpioService& gpio) {
@@ -119,6 +140,9 @@ ControlTable control_table(const ControlledHost& host) {
       {"config_set",
        {{"section"}, {"key"}, {"value"}},
        [host](const Json& request, ControlStream&) { return set_setting(host.settings, request); }},
+      {"config_import",
+       {{"settings", Type::texts}},
+       [host](const Json& request, ControlStream&) { return import_settings(host.settings, request); }},
       {"gpio_list", {}, [host](const Json&, ControlStream&) { return list_lines(host.gpio); }},
       {"gpio_set",
        {{"line", Type::integer}, {"value", Type::integer}},

@@ -26,7 +26,8 @@ struct ControlledHost {
   std::function<std::string()> plugin;  // the name of the plug-in that runs; empty until it has started
 };
 
-// config_list, config_get, config_set, gpio_list, gpio_set, rex, enroll, field, field_show, status and events.
+// config_list, config_get, config_set, config_import, gpio_list, gpio_set, rex, enroll, field, field_show, status and
+// events.
 ControlTable control_table(const ControlledHost& host);
 
 }  // namespace achost

@@ -13,13 +13,18 @@ bool is_of(const Json& value, Type type) {
       return value.is_string();
     case Type::integer:
       return value.is_number_integer() && (!value.is_number_unsigned() || value.get<std::uint64_t>() <= INT64_MAX);
+    case Type::texts:
+      return value.is_array() && std::ranges::all_of(value, [](const Json& one) { return one.is_string(); });
     default:
       return value.is_boolean();
   }
 }
 
 const char* name_of(Type type) {
-  return type == Type::text ? "a text" : type == Type::integer ? "a whole number" : "true or false";
+  return type == Type::text      ? "a text"
+         : type == Type::integer ? "a whole number"
+         : type == Type::texts   ? "a list of texts"
+                                 : "true or false";
 }
 
 // "a, b and c".

@@ -1,4 +1,5 @@
 // achost config, as a user meets it.
+#include <SQLiteCpp/SQLiteCpp.h>
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -98,6 +99,21 @@ TEST_F(AchostCopy, WithAnErrorChangesNothing) {
                  ":3: setting region cannot be \"MARS\": allowed is BRAZIL, CHINA_900MHZ, CHINA_800MHZ, AMERICA, "
                  "EUROPE or KOREA");
   expect_no_copy("region=EUROPE\nuhf.region=KOREA\n", ":2: uhf.region is set in line 1 already");
+}
+
+// The database refuses one setting of many, as a full disk or a kill between two writes would.
+TEST_F(AchostCopy, ThatCannotBeStoredAsAWholeIsNotStoredInPart) {
+  config({"set", "read_interval", "777"});
+  SQLite::Database(state() + "/settings.db", SQLite::OPEN_READWRITE)
+      .exec(
+          "CREATE TRIGGER refuse BEFORE INSERT ON settings WHEN NEW.key = 'transmit_power' "
+          "BEGIN SELECT RAISE(ABORT, 'no room'); END");
+  const auto before = config({"export"}).out;
+  const auto result =
+      config({"import", copy("read_interval=888\nregion=KOREA\ntransmit_power=2500\nprobe_interval=20\n")});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_NE(result.err.find("no room"), std::string::npos) << result.err;
+  EXPECT_EQ(config({"export"}).out, before);
 }
 
 TEST_F(AchostCopy, ThatIsNotThereIsNamed) {

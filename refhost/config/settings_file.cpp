@@ -42,13 +42,18 @@ std::vector<SettingsFile::Row> SettingsFile::read(const std::filesystem::path& f
 
 std::vector<SettingsFile::Row> SettingsFile::rows() { return rows_of(database_, file_); }
 
-void SettingsFile::write(const std::string& section, const std::string& key, const std::string& value) {
+void SettingsFile::write(const std::vector<Row>& rows) {
   try {
+    SQLite::Transaction transaction(database_);
     SQLite::Statement insert(database_, "INSERT OR REPLACE INTO settings(section, key, value) VALUES(?, ?, ?)");
-    insert.bind(1, section);
-    insert.bind(2, key);
-    insert.bind(3, value);
-    insert.exec();
+    for (const auto& [section, key, value] : rows) {
+      insert.bind(1, section);
+      insert.bind(2, key);
+      insert.bind(3, value);
+      insert.exec();
+      insert.reset();
+    }
+    transaction.commit();
   } catch (const SQLite::Exception& failure) {
     throw_database_failure(file_, kKind, failure);
   }

@@ -7,17 +7,15 @@
 #include <string>
 #include <vector>
 
+#include "refhost/settings_schema.h"
+
 namespace refhost {
 
 // The SQLite file with the values that differ from the defaults or once did. One thread at a time. Every operation
 // throws ac::ac_exception, which names the file.
 class SettingsFile {
  public:
-  struct Row {
-    std::string section;
-    std::string key;
-    std::string value;
-  };
+  using Row = SettingValue;
 
   static constexpr const char* kName = "settings.db";
 
@@ -29,8 +27,8 @@ class SettingsFile {
 
   std::vector<Row> rows();
 
-  // Durable on return.
-  void write(const std::string& section, const std::string& key, const std::string& value);
+  // All of them or none; durable on return.
+  void write(const std::vector<Row>& rows);
 
  private:
   std::filesystem::path file_;

@@ -1,5 +1,7 @@
 #include "refhost/settings_store.h"
 
+#include <algorithm>
+#include <iterator>
 #include <unordered_map>
 #include <utility>
 
@@ -48,6 +50,9 @@ struct SettingsStore::Impl {
 
   void load(const SettingsFile::Row& row);
 
+  // Make a written value the setting's, and tell of it.
+  void take(const SettingValue& written);
+
   // The slot. Throws SettingError.
   Slot& at(std::string_view section, std::string_view key);
 
@@ -65,6 +70,16 @@ void SettingsStore::Impl::load(const SettingsFile::Row& row) {
     slot.put(row.value);
   } catch (const SettingError& failure) {
     log::warning(std::string("a stored setting is left aside: ") + failure.what());
+  }
+}
+
+void SettingsStore::Impl::take(const SettingValue& written) {
+  Slot& slot = at(written.section, written.key);
+  const std::string previous = slot.text();
+  slot.overridden = false;
+  slot.put(written.value);
+  if (written.value != previous && on_change) {
+    on_change({slot.setting(), written.value, previous});
   }
 }
 
@@ -106,24 +121,30 @@ std::optional<int> SettingsStore::get_int(std::string_view section, std::string_
 }
 
 void SettingsStore::set(std::string_view section, std::string_view key, const std::string& value) {
-  Slot& slot = impl_->at(section, key);
-  const Setting& setting = slot.setting();
-  setting.check(value);
+  set({{std::string(section), std::string(key), value}});
+}
+
+void SettingsStore::set(const std::vector<SettingValue>& wanted) {
+  for (const auto& [section, key, value] : wanted) {
+    impl_->at(section, key).setting().check(value);
+  }
   const std::lock_guard lock(impl_->mutex);
-  const std::string previous = slot.text();
-  const bool changes = value != previous;
-  if (!changes && !slot.overridden) {
+  std::vector<SettingValue> to_write;
+  std::ranges::copy_if(wanted, std::back_inserter(to_write), [this](const SettingValue& one) {
+    const Slot& slot = impl_->at(one.section, one.key);
+    return slot.overridden || slot.text() != one.value;
+  });
+  if (to_write.empty()) {
     return;
   }
   if (!impl_->file.has_value()) {
-    throw ac::ac_exception("setting " + setting.key + " cannot be written: the store is open for reading only", true);
+    throw ac::ac_exception("setting " + to_write.front().key + " cannot be written: the store is open for reading only",
+                           true);
   }
-  impl_->file->write(setting.section, setting.key, value);
-  slot.overridden = false;
-  slot.put(value);
+  impl_->file->write(to_write);
   // With the lock held, so that the announcements come in the order of the changes.
-  if (changes && impl_->on_change) {
-    impl_->on_change({setting, value, previous});
+  for (const auto& one : to_write) {
+    impl_->take(one);
   }
 }
 

@@ -46,6 +46,13 @@ struct Setting {
   void check(const std::string& value) const;
 };
 
+// A setting's value, as somebody asks for it.
+struct SettingValue {
+  std::string section;
+  std::string key;
+  std::string value;
+};
+
 // Constant once made; any thread may read.
 class SettingsSchema {
  public:

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "refhost/settings_schema.h"
 
@@ -49,6 +50,10 @@ class SettingsStore {
   // Check the value, write it durably and make it the setting's value. Nothing happens when it is the stored value
   // already. Throws SettingError, or ac::ac_exception when the file cannot be written; nothing is changed then.
   void set(std::string_view section, std::string_view key, const std::string& value);
+
+  // The same for several at once: all are written in one transaction, or none; then each change is told, in their
+  // order.
+  void set(const std::vector<SettingValue>& wanted);
 
   // Check the value and make it the setting's value for this run, in memory only and without telling anybody. A later
   // set() takes its place. Throws SettingError.
