@@ -463,6 +463,29 @@ TEST_F(Device, DamagedDatabasesAreKeptAsideAndSaid) {
   }
 }
 
+TEST_F(Device, ACommandBesideAHostThatMeetsDamageSaysSoAndChangesNothing) {
+  std::filesystem::create_directory(state());
+  output({"card", "add", "1", "--user", "7"});
+  start();
+  const std::string users = state() + "/users.db";
+  constexpr int kPage = 4096;
+  std::fstream(users, std::ios::in | std::ios::out | std::ios::binary).seekp(3 * kPage) << std::string(kPage, 'x');
+  const auto before = refhost::test::content_of(users);
+  for (const std::vector<std::string>& words : {std::vector<std::string>{"card", "add", "2", "--user", "7"},
+                                                {"card", "remove", "1"},
+                                                {"user", "put", "8"},
+                                                {"user", "remove", "7"}}) {
+    const auto result = command(words);
+    EXPECT_EQ(result.status, 1) << words[0] << ' ' << words[1];
+    EXPECT_THAT(result.err, testing::ContainsRegex("users.db is damaged .*in use by process " +
+                                                   std::to_string(host().pid()) + ": end it first"));
+  }
+  EXPECT_EQ(refhost::test::content_of(users), before);
+  for (const auto& entry : std::filesystem::directory_iterator(state())) {
+    EXPECT_THAT(entry.path().string(), testing::Not(HasSubstr(".damaged-")));
+  }
+}
+
 TEST_F(Device, AuditRecordsAreExported) {
   start();
   output({"config", "set", "transmit_power", "2500"});

@@ -6,12 +6,16 @@
 #include "door/cli/cli.h"
 #include "door/control/control.h"
 #include "door/services/user_store.h"
+#include "refhost/database.h"
+#include "refhost/instance_lock.h"
 #include "refhost/log_entry.h"
 
 #include <array>
 #include <charconv>
 #include <cinttypes>
 #include <cstdio>
+#include <memory>
+#include <optional>
 
 namespace achost {
 namespace {
@@ -87,13 +91,29 @@ void list_cards(const UserOptions& options) {
   print(options.json ? json : aligned(rows));
 }
 
+// The store, for changes. What only the owner of the state directory may do to the file is done as such, and not at all
+// beside a host.
+std::unique_ptr<UserStore> open_to_change(const std::filesystem::path& directory) {
+  try {
+    return std::make_unique<UserStore>(directory, Access::beside_owner);
+  } catch (const refhost::NeedsOwner& reason) {
+    std::optional<refhost::InstanceLock> lock;
+    try {
+      lock.emplace(directory);
+    } catch (const std::exception& failure) {
+      throw Failure(kFailed, std::string(reason.what()) + ", and " + failure.what());
+    }
+    return std::make_unique<UserStore>(directory, Access::read_write);
+  }
+}
+
 void put_user(const UserOptions& options) {
   check_user(options.id);
-  UserStore(writable_state(*options.state), Access::read_write).put({.id = options.id, .name = options.name});
+  open_to_change(writable_state(*options.state))->put({.id = options.id, .name = options.name});
 }
 
 void remove_user(const UserOptions& options) {
-  if (!UserStore(existing_state(*options.state), Access::read_write).remove_user(options.id)) {
+  if (!open_to_change(existing_state(*options.state))->remove_user(options.id)) {
     throw Failure(kFailed, "there is no user " + std::to_string(options.id) + ": achost user list shows all");
   }
 }
@@ -101,16 +121,16 @@ void remove_user(const UserOptions& options) {
 void add_card(const UserOptions& options) {
   check_user(options.id);
   const auto card = card_of(options.card);
-  UserStore store(writable_state(*options.state), Access::read_write);
-  if (!store.bind(card, options.id, "")) {
+  const auto store = open_to_change(writable_state(*options.state));
+  if (!store->bind(card, options.id, "")) {
     throw Failure(kFailed, "card " + std::to_string(card) + " is of user " +
-                               std::to_string(store.owner_of(card).value_or(0)) + " already: remove it first");
+                               std::to_string(store->owner_of(card).value_or(0)) + " already: remove it first");
   }
 }
 
 void remove_card(const UserOptions& options) {
   const auto card = card_of(options.card);
-  if (!UserStore(existing_state(*options.state), Access::read_write).remove_card(card)) {
+  if (!open_to_change(existing_state(*options.state))->remove_card(card)) {
     throw Failure(kFailed, "card " + std::to_string(card) + " is nobody's: achost card list shows all");
   }
 }

@@ -62,6 +62,8 @@ UserStore::UserStore(const std::filesystem::path& directory, Access access) : im
   if (access == Access::read_write) {
     refhost::make_state_directory(directory);
     impl_->database.emplace(refhost::open_database(impl_->file, kKind));
+  } else if (access == Access::beside_owner) {
+    impl_->database.emplace(refhost::open_database_beside_owner(impl_->file, kKind));
   } else {
     impl_->database = refhost::open_database_to_read(impl_->file, kKind);
   }

@@ -34,10 +34,12 @@ class UserStore {
  public:
   enum class Access {
     read_only,   // nothing is written; without a file there is nobody
-    read_write,  // the directory (mode 0700) and the file are made when missing
+    read_write,  // for the owner of the directory's lock: the directory (mode 0700) and the file are made when missing,
+                 // and a damaged file is kept under another name
+    beside_owner,  // for others: the file must be there and sound
   };
 
-  // Open DIRECTORY/users.db. A damaged file is kept under another name when it is opened for writing.
+  // Open DIRECTORY/users.db. Throws refhost::NeedsOwner when only the owner can.
   UserStore(const std::filesystem::path& directory, Access access);
   ~UserStore();
   UserStore(const UserStore&) = delete;

@@ -8,6 +8,8 @@
 #include <optional>
 #include <string>
 
+#include "ac/exception.h"
+
 namespace refhost {
 
 // A kind of file.
@@ -22,12 +24,22 @@ struct DatabaseKind {
   bool shrinks = false;  // the room of removed rows can be given back in steps ("PRAGMA incremental_vacuum")
 };
 
-// Open the file for reading and writing: every transaction is on the disk when it returns (write-ahead log,
-// synchronous=FULL). A new file gets its tables and its owner (state_file.h), an older one is brought up to date in one
-// transaction. A damaged file is kept under another name, FILE.damaged-DATE, a new one is begun, and a warning in the
-// log says so. Throws ac::ac_exception, one line that names the file, and changes nothing, when it is of another kind
-// or of a newer version.
+// A file that only the owner of the state directory (instance_lock.h) may make, bring up to date or keep aside.
+class NeedsOwner : public ac::ac_exception {
+ public:
+  explicit NeedsOwner(const std::string& text) : ac_exception(text, true) {}
+};
+
+// For the owner of the state directory: open the file for reading and writing: every transaction is on the disk when it
+// returns (write-ahead log, synchronous=FULL). A new file gets its tables and its owner (state_file.h), an older one is
+// brought up to date in one transaction. A damaged file is kept under another name, FILE.damaged-DATE, a new one is
+// begun, and a warning in the log says so. Throws ac::ac_exception, one line that names the file, and changes nothing,
+// when it is of another kind or of a newer version.
 SQLite::Database open_database(const std::filesystem::path& file, const DatabaseKind& kind);
+
+// The same for another process beside the owner. Throws NeedsOwner, with nothing changed, when the file is missing, of
+// an older version or damaged.
+SQLite::Database open_database_beside_owner(const std::filesystem::path& file, const DatabaseKind& kind);
 
 // The same for reading only; nothing when there is no file, or one that nobody has come to write to. A damaged file is
 // an exception and stays where it is.
