@@ -1,5 +1,6 @@
 // The small door device, in real processes: achost with the built plug-in on a simulated reader, and its sub-commands
 // beside it.
+#include <SQLiteCpp/SQLiteCpp.h>
 #include <gmock/gmock.h>
 #include <signal.h>
 #include <stdlib.h>
@@ -483,6 +484,46 @@ TEST_F(Device, ACommandBesideAHostThatMeetsDamageSaysSoAndChangesNothing) {
   EXPECT_EQ(refhost::test::content_of(users), before);
   for (const auto& entry : std::filesystem::directory_iterator(state())) {
     EXPECT_THAT(entry.path().string(), testing::Not(HasSubstr(".damaged-")));
+  }
+}
+
+TEST_F(Device, StoredSettingsThatWouldDisableTheDoorAreNotUsed) {
+  std::filesystem::create_directory(state());
+  output({"config", "set", "read_interval", "3000"});
+  {
+    // As an earlier version, which did not refuse them, has stored them.
+    SQLite::Database database(state() + "/settings.db", SQLite::OPEN_READWRITE);
+    database.exec(
+        "INSERT INTO settings VALUES('uhf', 'probe_interval', '31000'), ('uhf', 'watchdog_timeout', "
+        "'3600000'), ('uhf', 'tag_detector_enabled', '1'), ('uhf', 'tag_detector_relay', '2')");
+  }
+  start();
+  EXPECT_EQ(output({"config", "get", "probe_interval"}), "10\n");
+  EXPECT_EQ(output({"config", "get", "watchdog_timeout"}), "1000\n");
+  EXPECT_EQ(output({"config", "get", "tag_detector_enabled"}), "0\n");
+  for (const auto& wanted :
+       std::vector<std::vector<std::string>>{{"probe_interval", "30000"}, {"tag_detector_enabled", "1"}}) {
+    EXPECT_EQ(command({"config", "set", wanted[0], wanted[1]}).status, 2) << wanted[0];
+  }
+  // The detector's relay is the one of the start until the next one.
+  output({"config", "set", "tag_detector_relay", "3"});
+  EXPECT_EQ(command({"config", "set", "tag_detector_enabled", "1"}).status, 2);
+  output({"config", "set", "host", "door_relay", "4"});
+  output({"config", "set", "tag_detector_enabled", "1"});
+  const auto errors = end().err;
+  EXPECT_THAT(errors, HasSubstr("probe_interval 31000 with serial_port_timeout 150 is not possible"));
+  EXPECT_THAT(errors, HasSubstr("this run has probe_interval 10"));
+  EXPECT_THAT(errors, HasSubstr("this run has tag_detector_enabled 0"));
+}
+
+TEST_F(Device, ARunWithSettingsThatDisableTheDoorIsRefused) {
+  for (const auto& [setting, reason] : std::vector<std::pair<std::string, std::string>>{
+           {"probe_interval=31000", "probe_interval 31000 with serial_port_timeout 150 is not possible"},
+           {"host.door_relay=1", "tag_detector_relay and host.door_relay cannot both be 1"}}) {
+    const auto result = command({"run", "--plugin", UHF_SO, "--simulate", "--seconds", "0.3", "--set",
+                                 "tag_detector_enabled=1", "--set", setting});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_THAT(result.err, HasSubstr(reason));
   }
 }
 

@@ -11,6 +11,7 @@
 #include "door/base/assignment.h"
 #include "door/base/failure.h"
 #include "door/base/output.h"
+#include "door/base/settings_rules.h"
 #include "door/base/state_directory.h"
 #include "door/cli/request.h"
 #include "door/cli/settings_table.h"
@@ -46,6 +47,17 @@ void take_overrides(SettingsStore& store, const std::filesystem::path& directory
   }
 }
 
+// The settings of a directory that no host runs on.
+struct OwnStore {
+  explicit OwnStore(const std::filesystem::path& directory)
+      : lock(directory), store(directory, SettingsStore::Access::read_write) {
+    store.keep(settings_rules(kUsualWatchdogLimit));
+  }
+
+  refhost::InstanceLock lock;
+  SettingsStore store;
+};
+
 // The stored value, and whether a host that runs has stored it.
 std::pair<std::string, bool> store_value(const std::filesystem::path& directory, const Assignment& wanted) {
   const auto& [section, key, value] = wanted;
@@ -54,8 +66,8 @@ std::pair<std::string, bool> store_value(const std::filesystem::path& directory,
   if (answer.has_value()) {
     return {answer->at("value").get<std::string>(), true};
   }
-  const refhost::InstanceLock lock(directory);
-  SettingsStore store(directory, SettingsStore::Access::read_write);
+  OwnStore own(directory);
+  SettingsStore& store = own.store;
   store.set(section, key, value);
   return {store.get(section, key).value(), false};
 }
@@ -122,8 +134,7 @@ void import_settings(const std::string& state, const std::string& file) {
     texts.push_back(section + "." + key + "=" + value);
   }
   if (!ask_if_running(directory, {{"command", "config_import"}, {"settings", texts}}, kHandling).has_value()) {
-    const refhost::InstanceLock lock(directory);
-    SettingsStore(directory, SettingsStore::Access::read_write).set(settings);
+    OwnStore(directory).store.set(settings);
   }
   print(std::to_string(settings.size()) + (settings.size() == 1 ? " setting is" : " settings are") + " stored\n");
 }

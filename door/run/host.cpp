@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "ac/util.h"
+#include "door/base/settings_rules.h"
 #include "door/run/temporary_state.h"
 #include "refhost/line_writer.h"
 #include "refhost/loader.h"
@@ -88,6 +89,11 @@ Host::Host(const std::filesystem::path& state, Reader& reader, Printer::Form for
                 [this] { see_that_all_is_well(); }),
       control_(state, control_table(controlled())) {
   refhost::WatchdogTable::instance().set_limit(watchdog_limit);
+  settings_.keep(settings_rules(watchdog_limit));
+  for (const auto& fault : settings_.make_safe_for_run()) {
+    refhost::log::error("a stored combination of settings is not used: " + fault +
+                        "; achost config set mends what is stored");
+  }
   settings_.on_change([](const refhost::SettingsStore::Change& change) { refhost::announce(change); });
   audit_.on_append([](const refhost::AuditEntry& entry) { refhost::announce(entry); });
   audit_.retain([this] { return retention(settings_); });
@@ -102,6 +108,8 @@ void Host::see_that_all_is_well() {
 }
 
 void Host::start_plugin(const std::string& path) {
+  settings_.check_rules();
+  settings_.begin_run();
   std::set_terminate(end_terminated);
   std::thread([this, path] { run_plugin(path); }).detach();
 }

@@ -39,7 +39,8 @@ class Host {
   refhost::SettingsStore& settings() { return settings_; }
 
   // Load the plug-in and run it on a thread of its own; returns at once. It ends the run when it cannot be loaded, does
-  // not start, or ends.
+  // not start, or ends. Throws refhost::SettingError, with nothing started, when the overrides do not go together with
+  // the other settings.
   void start_plugin(const std::string& path);
 
   // Wait for the end, for the deadline at the latest; then close the stores, print the reason and the summary, and end

@@ -1,10 +1,13 @@
 // What achost run is asked for.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "door/base/settings_rules.h"
 
 namespace achost {
 
@@ -22,7 +25,7 @@ struct RunOptions {
   bool json = false;
   bool debug = false;
   bool show_cards = false;
-  double watchdog_limit = 30;  // seconds
+  double watchdog_limit = std::chrono::duration<double>(kUsualWatchdogLimit).count();  // seconds
 };
 
 }  // namespace achost

@@ -140,6 +140,47 @@ TEST_F(AchostConfig, ValueOutOfRangeIsRefused) {
                  "setting read_interval cannot be \"-1\": allowed is 0 to 86400000 (ms)");
 }
 
+TEST_F(AchostConfig, SettingsThatWouldEndEveryRunAreRefused) {
+  const std::string end = ", and the watchdog ends a run with a thread that is silent for 30000 ms\n";
+  auto result = config({"set", "probe_interval", "31000"});
+  EXPECT_EQ(result.status, 2);
+  EXPECT_EQ(result.err,
+            "achost: probe_interval 31000 with serial_port_timeout 150 is not possible: together they may "
+            "have 27000 ms" +
+                end);
+  result = config({"set", "watchdog_timeout", "3600000"});
+  EXPECT_EQ(result.status, 2);
+  EXPECT_EQ(result.err, "achost: watchdog_timeout 3600000 is not possible: it may be 15000 ms at most" + end);
+  EXPECT_EQ(config({"set", "probe_interval", "20000"}).status, 0);
+  EXPECT_EQ(config({"set", "serial_port_timeout", "10000"}).status, 2) << "too long with the other";
+}
+
+TEST_F(AchostConfig, TheTagDetectorIsKeptOffTheDoorsRelay) {
+  const std::string reason =
+      "tag_detector_relay and host.door_relay cannot both be 2 while tag_detector_enabled is 1: any tag would open the "
+      "door";
+  EXPECT_EQ(config({"set", "tag_detector_relay", "2"}).status, 0) << "it is not enabled";
+  auto result = config({"set", "tag_detector_enabled", "1"});
+  EXPECT_EQ(result.status, 2);
+  EXPECT_EQ(result.err, "achost: " + reason + "\n");
+  EXPECT_EQ(config({"set", "host", "door_relay", "3"}).status, 0);
+  EXPECT_EQ(config({"set", "tag_detector_enabled", "1"}).status, 0);
+  result = config({"set", "host", "door_relay", "2"});
+  EXPECT_EQ(result.status, 2);
+  EXPECT_EQ(result.err, "achost: " + reason + "\n");
+  EXPECT_EQ(config({"get", "host", "door_relay"}).out, "3\n");
+}
+
+TEST_F(AchostCopy, IsCheckedAsAWhole) {
+  config({"set", "tag_detector_relay", "3"});
+  config({"set", "tag_detector_enabled", "1"});
+  EXPECT_EQ(config({"import", copy("tag_detector_relay=2\nhost.door_relay=3\n")}).status, 0)
+      << "they change places: neither is possible alone";
+  const auto result = config({"import", copy("read_interval=777\nhost.door_relay=2\n")});
+  EXPECT_EQ(result.status, 2);
+  EXPECT_EQ(config({"get", "read_interval"}).out, "3000\n");
+}
+
 TEST_F(AchostConfig, WrongUsageIsRefused) {
   EXPECT_EQ(config({}).status, 2);
   EXPECT_EQ(config({"get"}).status, 2);

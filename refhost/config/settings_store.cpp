@@ -50,6 +50,11 @@ struct SettingsStore::Impl {
 
   void load(const SettingsFile::Row& row);
 
+  // The rules that look at one of these settings, or all; with the mutex held.
+  void check_rules(const std::vector<SettingValue>& wanted);
+  SettingsRule::Values asked_for(const std::vector<SettingValue>& wanted);
+  SettingsRule::Values in_force(const std::vector<SettingValue>& wanted);
+
   // Make a written value the setting's, and tell of it.
   void take(const SettingValue& written);
 
@@ -61,6 +66,7 @@ struct SettingsStore::Impl {
   std::mutex mutex;                                  // one writer at a time; guards file
   std::optional<SettingsFile> file;                  // empty when read-only or sealed
   std::function<void(const Change&)> on_change;
+  std::vector<SettingsRule> rules;
 };
 
 void SettingsStore::Impl::load(const SettingsFile::Row& row) {
@@ -80,6 +86,38 @@ void SettingsStore::Impl::take(const SettingValue& written) {
   slot.put(written.value);
   if (written.value != previous && on_change) {
     on_change({slot.setting(), written.value, previous});
+  }
+}
+
+// The values as they would be.
+SettingsRule::Values SettingsStore::Impl::asked_for(const std::vector<SettingValue>& wanted) {
+  return [this, &wanted](const std::string& section, const std::string& key) {
+    const auto found =
+        std::ranges::find_if(wanted, [&](const SettingValue& one) { return one.section == section && one.key == key; });
+    return found == wanted.end() ? at(section, key).text() : found->value;
+  };
+}
+
+// The same of a plug-in that runs, which has not heard of some.
+SettingsRule::Values SettingsStore::Impl::in_force(const std::vector<SettingValue>& wanted) {
+  return [this, asked = asked_for(wanted)](const std::string& section, const std::string& key) {
+    const Slot& slot = at(section, key);
+    return !slot.setting().live && slot.at_start.has_value() ? *slot.at_start : asked(section, key);
+  };
+}
+
+void SettingsStore::Impl::check_rules(const std::vector<SettingValue>& wanted) {
+  const auto touches = [&wanted](const SettingsRule& rule) {
+    return std::ranges::any_of(wanted, [&rule](const SettingValue& one) {
+      return std::ranges::find(rule.of, std::pair(one.section, one.key)) != rule.of.end();
+    });
+  };
+  for (const auto& rule : rules) {
+    for (const auto& values : {asked_for(wanted), in_force(wanted)}) {
+      if (const auto fault = wanted.empty() || touches(rule) ? rule.fault(values) : ""; !fault.empty()) {
+        throw SettingError(fault);
+      }
+    }
   }
 }
 
@@ -110,6 +148,39 @@ SettingsStore::~SettingsStore() {
 
 void SettingsStore::on_change(std::function<void(const Change&)> callback) { impl_->on_change = std::move(callback); }
 
+void SettingsStore::keep(std::vector<SettingsRule> rules) { impl_->rules = std::move(rules); }
+
+std::vector<std::string> SettingsStore::make_safe_for_run() {
+  std::vector<std::string> told;
+  for (const auto& rule : impl_->rules) {
+    auto fault = rule.fault(impl_->asked_for({}));
+    if (fault.empty()) {
+      continue;
+    }
+    std::string instead;
+    for (const auto& [section, key, value] : rule.safe) {
+      if (get(section, key) != value) {
+        override_for_run(section, key, value);
+        instead += (instead.empty() ? "; this run has " : " and ") + key + " " + value;
+      }
+    }
+    told.push_back(fault + instead);
+  }
+  return told;
+}
+
+void SettingsStore::check_rules() const {
+  const std::lock_guard lock(impl_->mutex);
+  impl_->check_rules({});
+}
+
+void SettingsStore::begin_run() {
+  const std::lock_guard lock(impl_->mutex);
+  for (auto& [place, slot] : impl_->slots) {
+    slot.at_start = slot.text();
+  }
+}
+
 std::optional<std::string> SettingsStore::get(std::string_view section, std::string_view key) const {
   const auto found = impl_->slots.find(Place{section, key});
   return found == impl_->slots.end() ? std::nullopt : std::optional(found->second.text());
@@ -137,6 +208,7 @@ void SettingsStore::set(const std::vector<SettingValue>& wanted) {
   if (to_write.empty()) {
     return;
   }
+  impl_->check_rules(to_write);
   if (!impl_->file.has_value()) {
     throw ac::ac_exception("setting " + to_write.front().key + " cannot be written: the store is open for reading only",
                            true);

@@ -39,7 +39,9 @@ class Slot {
     number_.store(fits ? *number : kNoNumber);
   }
 
-  bool overridden = false;  // its value is not the file's; used with the store's lock held
+  // Used with the store's lock held.
+  bool overridden = false;              // its value is not the file's
+  std::optional<std::string> at_start;  // what a run began with
 
  private:
   static constexpr std::int64_t kNoNumber = std::numeric_limits<std::int64_t>::min();

@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "refhost/settings_rule.h"
 #include "refhost/settings_schema.h"
 
 namespace refhost {
@@ -41,14 +42,28 @@ class SettingsStore {
   // call set(). To be set before other threads use the store.
   void on_change(std::function<void(const Change&)> callback);
 
+  // What values must keep together. To be set before other threads use the store.
+  void keep(std::vector<SettingsRule> rules);
+
+  // Where the values, stored as they are, break a rule, put the rule's safe ones in their place for this run. Returns
+  // what was wrong and what the run has, in words.
+  std::vector<std::string> make_safe_for_run();
+
+  // Throws SettingError, with the reason, when the values break a rule.
+  void check_rules() const;
+
+  // A plug-in begins: a setting that is not live is in force with the value of now, whatever is stored later.
+  void begin_run();
+
   // The value; nothing when there is no such setting.
   std::optional<std::string> get(std::string_view section, std::string_view key) const;
 
   // The value as a number, without a lock; nothing when there is no such setting or it is no number.
   std::optional<int> get_int(std::string_view section, std::string_view key) const noexcept;
 
-  // Check the value, write it durably and make it the setting's value. Nothing happens when it is the stored value
-  // already. Throws SettingError, or ac::ac_exception when the file cannot be written; nothing is changed then.
+  // Check the value, and the rules that look at it, with what is stored and with what is in force; write it durably and
+  // make it the setting's value. Nothing happens when it is the stored value already. Throws SettingError, or
+  // ac::ac_exception when the file cannot be written; nothing is changed then.
   void set(std::string_view section, std::string_view key, const std::string& value);
 
   // The same for several at once: all are written in one transaction, or none; then each change is told, in their
