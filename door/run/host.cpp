@@ -14,6 +14,7 @@
 #include "ac/util.h"
 #include "door/base/settings_rules.h"
 #include "door/run/temporary_state.h"
+#include "refhost/clock.h"
 #include "refhost/line_writer.h"
 #include "refhost/loader.h"
 #include "refhost/log.h"
@@ -69,7 +70,8 @@ refhost::LoadedPlugin load_within_limit(const std::string& path) {
 refhost::AuditRetention retention(const refhost::SettingsStore& settings) {
   constexpr std::int64_t kDay = 24LL * 60 * 60 * 1000;
   return {.keep = settings.get_int("host", "audit_keep").value(),
-          .youngest_to_go = settings.get_int("host", "audit_keep_days").value() * kDay};
+          .youngest_to_go = settings.get_int("host", "audit_keep_days").value() * kDay,
+          .knows_ages = refhost::clock_is_trusted()};
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "audit/audit_file.h"
 
+#include <limits>
 #include <string>
 
 #include "refhost/database.h"
@@ -87,16 +88,20 @@ std::int64_t AuditFile::append(const AuditEntry& entry, const AuditRetention& re
   }
 }
 
-// The oldest records beyond the count, up to the first that is too young. The records are in the order of their times
-// as long as nobody sets the clock back; where somebody did, those after a young one wait for it. A few go with each
-// record that comes, so that nobody waits for many, and the file shrinks after them.
+// The oldest records beyond the count, up to the first that is too young. By a clock that may be wrong any record can
+// seem old: then the count alone decides, with room for those that a right one would keep. The records are in the order
+// of their times as long as nobody sets the clock back; where somebody did, those after a young one wait for it. A few
+// go with each record that comes, so that nobody waits for many, and the file shrinks after them.
 void AuditFile::prune(std::int64_t newest, const AuditEntry& entry, const AuditRetention& retention) {
+  const std::int64_t keep = retention.knows_ages ? retention.keep : 2 * retention.keep;
+  const std::int64_t youngest =
+      retention.knows_ages ? entry.at - retention.youngest_to_go : std::numeric_limits<std::int64_t>::max();
   SQLite::Statement oldest(database_, "SELECT id, at FROM audit_logs WHERE id < ? ORDER BY id LIMIT ?");
-  oldest.bind(1, newest - retention.keep + 1);
+  oldest.bind(1, newest - keep + 1);
   oldest.bind(2, kMostToGo);
   int found = 0;
   std::int64_t last = 0;
-  for (; oldest.executeStep() && oldest.getColumn(1).getInt64() <= entry.at - retention.youngest_to_go; ++found) {
+  for (; oldest.executeStep() && oldest.getColumn(1).getInt64() <= youngest; ++found) {
     last = oldest.getColumn(0).getInt64();
   }
   oldest.reset();

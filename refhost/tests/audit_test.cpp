@@ -213,6 +213,21 @@ TEST_F(BigAudit, OneAppendRemovesAFewAndTheNextGoesOn) {
   EXPECT_GE(appends, 5000 / kMost - 1);
 }
 
+// Records of just now look as old by a clock that runs years ahead as these do.
+TEST_F(BigAudit, ByAClockThatMayBeWrongTheNumberAloneDecides) {
+  constexpr std::int64_t kDay = 86'400'000;
+  fill(1500);
+  log_.retain([] { return AuditRetention{.keep = 1000, .youngest_to_go = 30 * kDay, .knows_ages = false}; });
+  log_.append({"t", 1, "new"});
+  EXPECT_EQ(count(), 1501) << "young ones may be among those beyond the number";
+  fill(1500);
+  for (int i = 0; i < 300; ++i) {
+    log_.append({"t", 1, "new"});
+  }
+  EXPECT_GE(count(), 2000);
+  EXPECT_LE(count(), 2100) << "the disk has an end";
+}
+
 TEST_F(BigAudit, TheFileShrinksAfterThem) {
   fill(20000);
   const auto before = size();

@@ -41,6 +41,7 @@ struct AuditFilter {
 struct AuditRetention {
   std::int64_t keep = 0;            // records; 0 keeps all
   std::int64_t youngest_to_go = 0;  // ms: a record younger than this stays whatever their number
+  bool knows_ages = true;           // the clock is right; else what is beyond twice the number goes, and nothing else
 };
 
 // The records in the SQLite file audit.db. Any thread may call, except where said otherwise.
