@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <optional>
 #include <span>
-#include <sstream>
 
 #include "cli/command_tree.h"
+#include "cli/paragraph.h"
 #include "config/edit_distance.h"
 
 namespace cli {
@@ -13,23 +13,7 @@ namespace cli {
 namespace {
 
 constexpr std::size_t kIndent = 30;
-constexpr std::size_t kWidth = 100;
-
-// The text in lines of kWidth, which begin under each other.
-std::string wrapped(const std::string& text) {
-  std::istringstream words(text);
-  std::string lines;
-  std::size_t column = kIndent;
-  for (std::string word; words >> word;) {
-    if (column > kIndent && column + 1 + word.size() > kWidth) {
-      lines += "\n" + std::string(kIndent, ' ');
-      column = kIndent;
-    }
-    lines += (column > kIndent ? " " : "") + word;
-    column += word.size() + (column > kIndent ? 1 : 0);
-  }
-  return lines;
-}
+constexpr std::size_t kWidth = 80;  // of the narrowest terminal that is usual
 
 class Help : public CLI::Formatter {
  public:
@@ -38,7 +22,7 @@ class Help : public CLI::Formatter {
     std::string head = "  " + (is_positional ? value : joined(names_of(*option), ","));
     head += is_positional || value.empty() ? "" : " " + value;
     const auto gap = head.size() < kIndent ? std::string(kIndent - head.size(), ' ') : "\n" + std::string(kIndent, ' ');
-    return head + gap + wrapped(meaning_of(*option)) + "\n";
+    return head + gap + wrapped(meaning_of(*option), kIndent, kWidth) + "\n";
   }
 
   std::string make_option_usage(const CLI::Option* option) const override {
@@ -63,6 +47,12 @@ std::string unknown(const char* kind, const std::string& path, const std::string
     return text + begin + word + "\": did you mean \"" + begin + *near + "\"?";
   }
   return text + begin + word + "\"";
+}
+
+// What the parser found, in words that a person has typed or can look up.
+std::string found_by_parser(const CLI::ParseError& failure) {
+  const std::string text = failure.what();
+  return failure.get_name() == "ArgumentMismatch" ? text.substr(0, text.find(':')) + ": a value is missing" : text;
 }
 
 std::vector<std::string> command_names(const CLI::App& app) {
@@ -153,8 +143,8 @@ std::string usage_error(const CLI::App& app, const CLI::ParseError& failure, int
   Walk walk(app);
   const auto words = std::span(argv, static_cast<std::size_t>(argc)).subspan(1);
   const auto error = walk.error(words);
-  return error.value_or(failure.what()) + "; see " + app.get_name() + (walk.path().empty() ? "" : " " + walk.path()) +
-         " --help";
+  return error.value_or(found_by_parser(failure)) + "; see " + app.get_name() +
+         (walk.path().empty() ? "" : " " + walk.path()) + " --help";
 }
 
 }  // namespace cli

@@ -2,8 +2,11 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstdint>
 #include <sstream>
 #include <string>
+#include <vector>
 
 namespace cli {
 
@@ -26,6 +29,26 @@ CLI::Validator range(Number least, Number most) {
         return good ? std::string() : "\"" + text + "\" is no number from " + limits;
       },
       limits.str());
+}
+
+// Checks that a value is a whole number that fits.
+inline CLI::Validator whole_number() {
+  return CLI::Validator(
+      [](std::string& text) {
+        std::int64_t value{};
+        return CLI::detail::lexical_cast(text, value) ? std::string() : "\"" + text + "\" is no whole number";
+      },
+      "");
+}
+
+// Checks that a value is one of these words, in capitals or not.
+inline CLI::Validator one_of(const std::vector<std::string>& words) {
+  return CLI::Validator(
+      [words](std::string& text) {
+        const bool known = std::ranges::find(words, CLI::detail::to_lower(text)) != words.end();
+        return known ? std::string() : "\"" + text + "\" is none of " + CLI::detail::join(words, ", ");
+      },
+      "");
 }
 
 }  // namespace cli

@@ -19,6 +19,16 @@ bool is_of_library(const std::string& name) {
   return name == "TEXT" || name == "INT" || name == "UINT" || name == "FLOAT" || name == "BOOLEAN";
 }
 
+// Where the ranges of an option's checks begin, behind a colon. A name is in capitals, and may have colons of its own.
+std::size_t end_of_name(const std::string& type) {
+  for (auto colon = type.find(':'); colon != std::string::npos; colon = type.find(':', colon + 1)) {
+    if (colon + 1 == type.size() || std::isupper(static_cast<unsigned char>(type[colon + 1])) == 0) {
+      return colon;
+    }
+  }
+  return std::string::npos;
+}
+
 std::string in_capitals(std::string text) {
   std::ranges::transform(text, text.begin(), [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
   std::ranges::replace(text, '-', '_');
@@ -63,8 +73,7 @@ std::string value_name(const CLI::Option& option) {
   if (!takes_value(option)) {
     return "";
   }
-  // The ranges of its checks stand behind a colon.
-  const auto type = option.get_type_name().substr(0, option.get_type_name().find(':'));
+  const auto type = option.get_type_name().substr(0, end_of_name(option.get_type_name()));
   if (!is_of_library(type)) {
     return type;
   }
@@ -74,7 +83,7 @@ std::string value_name(const CLI::Option& option) {
 std::string meaning_of(const CLI::Option& option) {
   std::vector<std::string> notes;
   const auto type = takes_value(option) ? option.get_type_name() : "";
-  if (const auto colon = type.find(':'); colon != std::string::npos) {
+  if (const auto colon = end_of_name(type); colon != std::string::npos) {
     notes.push_back(type.substr(colon + 1));
   }
   if (!option.get_default_str().empty()) {

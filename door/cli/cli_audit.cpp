@@ -1,4 +1,5 @@
 // The audit log.
+#include "cli/command_line.h"
 #include "door/cli/audit_export.h"
 #include "door/cli/cli.h"
 
@@ -15,8 +16,10 @@ std::shared_ptr<AuditOptions> add_filters(CLI::App& command) {
   command.add_option("--until", options->until, "Only records before that time")->type_name("TIME");
   command.add_option("--last", options->last, "Only the newest N of them")
       ->type_name("N")
-      ->check(CLI::NonNegativeNumber);
-  command.footer("TIME is 2026-01-31, \"2026-01-31 08:30\" or 2026-01-31T08:30:00+01:00; without a zone it is local.");
+      ->check(cli::range<std::size_t>(0, 1'000'000'000));
+  command.footer(
+      "TIME is 2026-01-31, \"2026-01-31 08:30\" or 2026-01-31T08:30:00+01:00;\n"
+      "without a zone it is local.");
   return options;
 }
 
@@ -40,11 +43,11 @@ void add_audit(CLI::App& app) {
   const auto format = std::make_shared<std::string>();
   save.add_option("--format", *format, "csv, or jsonl: one JSON object a line")
       ->required()
-      ->check(CLI::IsMember({"csv", "jsonl"}));
+      ->check(cli::one_of({"csv", "jsonl"}));
   save.add_option("--output", save_options->output, "File to write (default: standard output)")->type_name("FILE");
   save.callback([=] {
     save_options->state = *save_state;
-    save_options->form = *format == "csv" ? AuditForm::csv : AuditForm::json;
+    save_options->form = CLI::detail::to_lower(*format) == "csv" ? AuditForm::csv : AuditForm::json;
     export_audit(*save_options);
   });
 }

@@ -2,6 +2,7 @@
 #include <csignal>
 #include <cstdio>
 
+#include "cli/command_line.h"
 #include "door/base/output.h"
 #include "door/base/state_directory.h"
 #include "door/cli/cli.h"
@@ -41,7 +42,7 @@ std::string message_line(const Json& line) {
 }
 
 void add_events(CLI::App& app) {
-  CLI::App& command = *app.add_subcommand("events", "Follow every message on the host's bus until Ctrl-C");
+  CLI::App& command = *app.add_subcommand("events", "Follow the messages on the host's bus until Ctrl-C");
   const auto state = add_state(command);
   const auto json = std::make_shared<bool>();
   const auto types = std::make_shared<std::vector<std::string>>();
@@ -79,8 +80,10 @@ void add_gpio(CLI::App& app) {
   const auto set_state = add_state(set);
   const auto line = std::make_shared<std::int64_t>();
   const auto value = std::make_shared<std::int64_t>();
-  set.add_option("line", *line, "0 to 255; line 1 is the reader's trigger or inhibit input")->required();
-  set.add_option("value", *value, "0 or 1")->required();
+  set.add_option("LINE", *line, "0 to 255; line 1 is the reader's trigger or inhibit input")
+      ->required()
+      ->check(cli::whole_number());
+  set.add_option("VALUE", *value, "0 or 1")->required()->check(cli::whole_number());
   set.callback([=] {
     ask(state_directory(*set_state), {{"command", "gpio_set"}, {"line", *line}, {"value", *value}});
     print("line " + std::to_string(*line) + " is " + std::to_string(*value) + "\n");
@@ -102,8 +105,11 @@ void add_enroll(CLI::App& app) {
   const auto user = std::make_shared<std::int64_t>();
   const auto registration = std::make_shared<std::string>();
   const auto no_save = std::make_shared<bool>();
-  command.add_option("--user", *user, "Number of the user, who is made when missing")->required()->type_name("N");
-  command.add_option("--registration", *registration, "A text to keep with the card")->type_name("TEXT");
+  command.add_option("--user", *user, "Number of the user, who is made when missing")
+      ->required()
+      ->type_name("N")
+      ->check(cli::whole_number());
+  command.add_option("--registration", *registration, "A text to keep with the card");
   command.add_flag("--no-save", *no_save, "Only tell the card: whoever asks keeps it");
   command.callback([=] {
     std::fprintf(stderr, "achost: hold the card of user %lld to the reader\n", static_cast<long long>(*user));
@@ -132,17 +138,22 @@ void add_field(CLI::App& app) {
   struct Verb {
     const char* name;
     const char* words;
+    const char* meaning;  // of the words
     const char* help;
   };
-  for (const auto& [name, words_name, help] :
-       {Verb{"add", "EPCHEX [rssi=N] [pc=HHHH] [p=PROBABILITY]", "Put a tag there, or change the one that is"},
-        Verb{"remove", "EPCHEX", "Take a tag away"}, Verb{"clear", "", "Take all tags away"},
-        Verb{"fault", "NAME PROBABILITY", "Let replies of the reader suffer"}}) {
+  for (const auto& [name, words_name, meaning, help] :
+       {Verb{"add", "EPCHEX [rssi=N] [pc=HHHH] [p=PROBABILITY] [power=N]",
+             "The tag's EPC; its signal strength, protocol control word, chance of an answer to a poll, and the least "
+             "power at which it answers",
+             "Put a tag there, or change the one that is"},
+        Verb{"remove", "EPCHEX", "The tag's EPC", "Take a tag away"}, Verb{"clear", "", "", "Take all tags away"},
+        Verb{"fault", "NAME PROBABILITY", "A fault of uhf-sim (uhf-sim --help names all), and how often: 0.0 to 1.0",
+             "Let replies of the reader suffer"}}) {
     CLI::App& command = *field.add_subcommand(name, help);
     const auto state = add_state(command);
     const auto words = std::make_shared<std::vector<std::string>>();
     if (*words_name != '\0') {
-      command.add_option("words", *words)->type_name(words_name)->required()->option_text(words_name);
+      command.add_option(words_name, *words, meaning)->type_name(words_name)->required();
     }
     command.callback([=, verb = std::string(name)] {
       ask(state_directory(*state), {{"command", "field"}, {"line", verb + " " + CLI::detail::join(*words, " ")}});

@@ -1,4 +1,5 @@
 // Users and their cards. The database is used directly, whether a host runs or not: both see each other's changes.
+#include "cli/command_line.h"
 #include "cli/text_table.h"
 #include "door/base/failure.h"
 #include "door/base/output.h"
@@ -142,11 +143,11 @@ void add_users(CLI::App& app) {
   command->add_flag("--json", options->json, "One JSON object a line");
   command->callback([options] { list_users(*options); });
   options = subcommand(command, user, "put", "Make a user, or change the name of one");
-  command->add_option("id", options->id, "Number of the user, 1 or more")->required();
+  command->add_option("ID", options->id, "Number of the user, 1 or more")->required()->check(cli::whole_number());
   command->add_option("--name", options->name, "Name")->type_name("NAME");
   command->callback([options] { put_user(*options); });
   options = subcommand(command, user, "remove", "Remove a user with all of his cards");
-  command->add_option("id", options->id, "Number of the user")->required();
+  command->add_option("ID", options->id, "Number of the user")->required()->check(cli::whole_number());
   command->callback([options] { remove_user(*options); });
 }
 
@@ -157,13 +158,14 @@ void add_cards(CLI::App& app) {
   command->add_flag("--json", options->json, "One JSON object a line");
   command->callback([options] { list_cards(*options); });
   options = subcommand(command, card, "add", "Give a card to a user without holding it to the reader");
-  command->add_option("card", options->card, "Number of the card, such as 33 or 0x21")->required();
+  command->add_option("CARD", options->card, "Number of the card, such as 33 or 0x21")->required();
   command->add_option("--user", options->id, "Number of the user, who is made when missing")
       ->required()
-      ->type_name("N");
+      ->type_name("N")
+      ->check(cli::whole_number());
   command->callback([options] { add_card(*options); });
   options = subcommand(command, card, "remove", "Take a card from its user");
-  command->add_option("card", options->card, "Number of the card")->required();
+  command->add_option("CARD", options->card, "Number of the card")->required();
   command->callback([options] { remove_card(*options); });
 }
 

@@ -1,4 +1,4 @@
-// achost: the reference host's program. The command line; what it asks for stands in the other files.
+// achost, the door daemon. The command line; what it asks for stands in the other files.
 #include <sys/stat.h>
 
 #include <CLI/CLI.hpp>
@@ -108,13 +108,13 @@ void add_config(CLI::App& app, ConfigOptions& options) {
     options.markdown ? achost::document_settings() : achost::list_settings(options.state, options.json);
   });
   CLI::App& get = *config.add_subcommand("get", "Show the value of a setting");
-  get.add_option("name", options.words, "The setting; section uhf unless given")
+  get.add_option("[SECTION] KEY", options.words, "The setting; section uhf unless given")
       ->type_name("[SECTION] KEY")
       ->required()
       ->expected(1, 2);
   get.callback([&options] { achost::get_setting(options.state, options.words); });
   CLI::App& set = *config.add_subcommand("set", "Change a setting, also of a host that runs, and show what is stored");
-  set.add_option("name", options.words, "The setting, section uhf unless given, and its value")
+  set.add_option("[SECTION] KEY VALUE", options.words, "The setting, section uhf unless given, and its value")
       ->type_name("[SECTION] KEY VALUE")
       ->required()
       ->expected(2, 3);
@@ -122,7 +122,7 @@ void add_config(CLI::App& app, ConfigOptions& options) {
   CLI::App& export_all = *config.add_subcommand("export", "Show the settings that are not the default, for a copy");
   export_all.callback([&options] { achost::export_settings(options.state); });
   CLI::App& import_all = *config.add_subcommand("import", "Change all settings of a copy, or none if it has an error");
-  import_all.add_option("file", options.file, "The copy; - is standard input")->type_name("FILE")->required();
+  import_all.add_option("FILE", options.file, "The copy; - is standard input")->type_name("FILE")->required();
   import_all.callback([&options] { achost::import_settings(options.state, options.file); });
   for (CLI::App* const command : {&list, &get, &set, &export_all, &import_all}) {
     add_state(*command, options.state);
@@ -147,7 +147,7 @@ int complain(int status, const std::string& text) {
 int run_command_line(int argc, char** argv) {
   achost::RunOptions run_options;
   ConfigOptions config_options;
-  CLI::App app("The reference host: loads a reader plug-in and runs it on this machine.", "achost");
+  CLI::App app("The door daemon: loads a reader plug-in and runs it on this machine.", "achost");
   cli::set_up_help(app);
   app.set_version_flag("--version", UHF_VERSION, "Tell the version");
   app.require_subcommand(1);

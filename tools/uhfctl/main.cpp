@@ -14,7 +14,7 @@
 namespace {
 
 constexpr const char* kFooter =
-    "Data goes to standard output, everything else to standard error. NO_COLOR is honoured.\n\n"
+    "Data goes to standard output, everything else to standard error.\nNO_COLOR is honoured.\n\n"
     "Exit status:\n"
     "  0  done\n"
     "  1  the operation failed\n"
@@ -50,7 +50,7 @@ void add_inventory(CLI::App& app, const Common& common) {
   command.add_option("--reader-type", options->reader_type, "As the setting of that name")
       ->type_name("msb|lsb")
       ->capture_default_str()
-      ->check(CLI::IsMember({"msb", "lsb"}, CLI::ignore_case).description(""));
+      ->check(cli::one_of({"msb", "lsb"}));
 }
 
 void add_radio(CLI::App& app, const Common& common) {
@@ -94,7 +94,7 @@ void add_radio(CLI::App& app, const Common& common) {
       .add_option("M I THRESHOLD", *values, "Mixer gain and amplifier gain (0 to 255), threshold (0 to 65535)")
       ->required()
       ->expected(3)
-      ->check(cli::range(0, 65535));
+      ->check(cli::range(0, 65535).description(""));
 }
 
 void add_survey(CLI::App& app, const Common& common) {
