@@ -3,11 +3,13 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <sstream>
 #include <utility>
 
+#include "cli/paragraph.h"
 #include "door/base/assignment.h"
 #include "door/base/failure.h"
 #include "door/base/output.h"
@@ -89,6 +91,9 @@ std::string content_of(const std::string& file) {
     content << std::cin.rdbuf();
     return content.str();
   }
+  if (std::filesystem::is_directory(file)) {
+    throw Failure(kUsage, "cannot read " + file + ": " + std::strerror(EISDIR));
+  }
   std::ifstream stream(file);
   content << stream.rdbuf();
   if (!stream) {
@@ -103,7 +108,7 @@ void list_settings(const std::string& state, bool json) {
   const auto directory = settings_state(state);
   SettingsStore store(directory, SettingsStore::Access::read_only);
   take_overrides(store, directory);
-  print(json ? settings_as_json(store) : settings_as_table(store));
+  print(json ? settings_as_json(store) : settings_as_table(store, cli::terminal_width()));
 }
 
 void document_settings() { print(settings_as_markdown(refhost::SettingsSchema::builtin())); }

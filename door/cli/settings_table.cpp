@@ -1,13 +1,18 @@
 #include "door/cli/settings_table.h"
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
+#include <sstream>
 #include <vector>
 
+#include "cli/paragraph.h"
 #include "cli/text_table.h"
 #include "door/base/assignment.h"
 
 namespace achost {
 namespace {
+
+using Rows = std::vector<std::vector<std::string>>;
 
 std::string name_of(const refhost::Setting& setting) {
   return setting.section == kDefaultSection ? setting.key : setting.section + "." + setting.key;
@@ -26,6 +31,34 @@ std::vector<std::string> row_of(const refhost::SettingsStore& store, const refho
           setting.help + (setting.live ? "" : " (applies at the next start)")};
 }
 
+std::size_t widest_line(const std::string& text) {
+  std::istringstream lines(text);
+  std::size_t widest = 0;
+  for (std::string line; std::getline(lines, line);) {
+    widest = std::max(widest, line.size());
+  }
+  return widest;
+}
+
+// Each row with its last three cells below the others, in as many lines as they need.
+std::string folded(const Rows& rows, std::size_t width) {
+  constexpr std::size_t kIndent = 4;
+  Rows heads;
+  for (const auto& row : rows) {
+    heads.emplace_back(row.begin(), row.begin() + 3);
+  }
+  std::istringstream lines(aligned(heads));
+  std::string text;
+  std::string line;
+  for (std::size_t i = 0; std::getline(lines, line); ++i) {
+    const auto& row = rows[i];
+    const auto allowed = "Allowed: " + row[4] + (row[3] == "-" ? "." : " (" + row[3] + ").");
+    text += line + "\n";
+    text += i == 0 ? "" : std::string(kIndent, ' ') + cli::wrapped(row[5] + ". " + allowed, kIndent, width) + "\n";
+  }
+  return text;
+}
+
 // In a table of Markdown a bar would end the cell.
 std::string cell(const std::string& text) {
   std::string result;
@@ -37,12 +70,13 @@ std::string cell(const std::string& text) {
 
 }  // namespace
 
-std::string settings_as_table(const refhost::SettingsStore& store) {
-  std::vector<std::vector<std::string>> rows = {{"KEY", "VALUE", "FROM", "UNIT", "ALLOWED", "WHAT IT IS"}};
+std::string settings_as_table(const refhost::SettingsStore& store, std::size_t width) {
+  Rows rows = {{"KEY", "VALUE", "FROM", "UNIT", "ALLOWED", "WHAT IT IS"}};
   for (const auto& setting : store.schema().settings()) {
     rows.push_back(row_of(store, setting));
   }
-  return aligned(rows);
+  const auto table = aligned(rows);
+  return width == 0 || widest_line(table) <= width ? table : folded(rows, width);
 }
 
 std::string settings_as_json(const refhost::SettingsStore& store) {

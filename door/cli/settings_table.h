@@ -8,7 +8,7 @@
 namespace achost {
 
 // One line a setting, in columns, with a heading. Keys of other sections than "uhf" are written SECTION.KEY.
-std::string settings_as_table(const refhost::SettingsStore& store);
+std::string settings_as_table(const refhost::SettingsStore& store, std::size_t width);
 
 // One JSON object a line.
 std::string settings_as_json(const refhost::SettingsStore& store);

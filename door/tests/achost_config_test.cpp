@@ -118,6 +118,7 @@ TEST_F(AchostCopy, ThatCannotBeStoredAsAWholeIsNotStoredInPart) {
 
 TEST_F(AchostCopy, ThatIsNotThereIsNamed) {
   expect_refused({"import", "/no/such/file"}, 2, "cannot read /no/such/file: No such file or directory");
+  expect_refused({"import", "/"}, 2, "cannot read /: Is a directory");
 }
 
 TEST_F(AchostConfig, SectionMayBeGiven) {
