@@ -35,14 +35,15 @@ Duration of_seconds(double seconds) {
   return std::chrono::duration_cast<Duration>(std::chrono::duration<double>(seconds));
 }
 
-// What to try in another terminal.
+// What to try in another terminal: lines to copy, as they are.
 void print_hints(const std::filesystem::path& state) {
-  const std::string program = std::filesystem::read_symlink("/proc/self/exe").string();
-  std::string text = "achost: nothing happens by itself. Try in another terminal:\n";
+  const auto programs = std::filesystem::read_symlink("/proc/self/exe").parent_path().string();
+  std::string text = "achost: nothing happens by itself. Try in another terminal:\n  export ACHOST_STATE=\"" +
+                     state.string() + "\"" + (programs == "/usr/bin" ? "" : " PATH=\"" + programs + ":$PATH\"") + "\n";
   for (const char* const command :
        {"field add E28011700000020A00000001", "enroll --user 1", "field remove E28011700000020A00000001", "rex",
         "gpio set 1 1", "config set read_interval 500", "status", "events", "audit list"}) {
-    text += "  " + program + " " + command + " --state " + state.string() + "\n";
+    text += std::string("  achost ") + command + "\n";
   }
   std::fputs(text.c_str(), stderr);
 }

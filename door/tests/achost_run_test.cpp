@@ -170,6 +170,16 @@ TEST_F(AchostRun, BadSettingIsRefusedBeforeAnythingStarts) {
                  "read_interval in section uhf");
 }
 
+TEST_F(AchostRun, InteractiveTellsWhatToTryInLinesToCopy) {
+  const auto result = achost(simulated("good", {"--interactive", "--seconds", "0.1"}));
+  EXPECT_EQ(result.status, 0) << result.err;
+  const auto programs = std::filesystem::path(ACHOST).parent_path().string();
+  EXPECT_NE(result.err.find("Try in another terminal:\n  export ACHOST_STATE=\"" + state() + "\" PATH=\"" + programs +
+                            ":$PATH\"\n  achost field add "),
+            std::string::npos)
+      << result.err;
+}
+
 TEST_F(AchostRun, WrongUsageIsRefused) {
   for (const std::vector<std::string>& options : std::vector<std::vector<std::string>>{
            {"--port", "/dev/tty9"}, {"--seconds", "0"}, {"--seconds", "soon"}, {"--nonsense"}}) {
