@@ -177,14 +177,23 @@ int most_power(ac::UHF::Region region) {
   return region == Region::BRAZIL || region == Region::AMERICA || region == Region::KOREA ? 3000 : 2915;
 }
 
-void check_power(Report& report, unsigned short power, const std::string& region) {
+struct Limit {
+  std::string region;
+  int most;
+};
+
+Limit limit_of(const std::string& region) {
   std::string name = region;
   std::ranges::transform(name, name.begin(), [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
   const auto known = regionOf(name);
   if (!known.has_value()) {
     throw Failure(kUsage, "there is no region \"" + region + "\"; `uhfctl region set --help` names all");
   }
-  const int most = most_power(*known);
+  return {.region = name, .most = most_power(*known)};
+}
+
+void check_power(Report& report, unsigned short power, const Limit& limit) {
+  const auto& [name, most] = limit;
   char finding[160];
   std::snprintf(finding, sizeof finding, "%.2f dBm; %s allows %.2f dBm with an antenna of 6 dBi", power / 100.0,
                 name.c_str(), most / 100.0);
@@ -194,6 +203,7 @@ void check_power(Report& report, unsigned short power, const std::string& region
 }
 
 void examine(Report& report, const Common& common, const std::string& region) {
+  const auto limit = limit_of(region);  // a slip of the pen shows before the reader is polled
   if (!common.port.empty()) {
     check_file(report, common.port);
   }
@@ -201,7 +211,7 @@ void examine(Report& report, const Common& common, const std::string& region) {
   check_line(report, common.port);
   const auto power = check_answer(report, *port);
   check_tags(report, check_polls(report, *port));
-  check_power(report, power, region);
+  check_power(report, power, limit);
 }
 
 }  // namespace

@@ -129,6 +129,11 @@ void set_power(const Common& common, int power) {
   if (!talking(port, [&] { return port.driver().setTransmitPower(wanted); })) {
     no_answer(port, "to the new power");
   }
+  if (wanted > 0 && wanted < 100) {  // below a dBm, which nobody means
+    const auto number = std::to_string(wanted);
+    note("warning: " + number + " is " + dBm(wanted) + ": the unit is a hundredth of a dBm, so " + number +
+         " dBm are " + number + "00");
+  }
   const auto after = port.power();
   if (after != wanted) {
     throw Failure(kFailed, "the reader was told the power " + std::to_string(wanted) + " and has " +

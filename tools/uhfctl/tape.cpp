@@ -5,6 +5,7 @@
 #include <cctype>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <sstream>
@@ -142,6 +143,9 @@ std::string content_of(const std::string& what) {
     return what;  // the digits themselves
   }
   text << in.rdbuf();
+  if (std::filesystem::is_directory(what)) {
+    throw Failure(kUsage, what + " is a directory: give a file");
+  }
   return text.str();
 }
 

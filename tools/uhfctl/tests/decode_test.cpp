@@ -35,6 +35,12 @@ TEST_F(Decode, TellsARecordingWithTimesAndPlaces) {
             "  0.700000 <      9  1 byte    no frame, no header 7F\n");
 }
 
+TEST_F(Decode, ADirectoryIsNoRecording) {
+  const auto [status, out, err] = run({"decode", directory});
+  EXPECT_EQ(status, 2);
+  EXPECT_EQ(err, "uhfctl: " + directory.string() + " is a directory: give a file\n");
+}
+
 TEST_F(Decode, WhatIsNoDigitIsNamed) {
   const auto [status, out, err] = run({"decode", "7Fxx"});
   EXPECT_EQ(status, 2);

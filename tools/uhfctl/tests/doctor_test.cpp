@@ -42,6 +42,13 @@ TEST_F(Doctor, AnEmptyFieldAndTooMuchPowerAreDoubtful) {
   EXPECT_THAT(uhfctl({"doctor"}).out, HasSubstr("`uhfctl power set 3000`"));
 }
 
+TEST_F(Doctor, ARegionThatIsNoneIsRefusedBeforeTheReaderIsAsked) {
+  const auto result = uhfctl({"doctor", "--region", "BRASIL"});
+  EXPECT_EQ(result.status, 2);
+  EXPECT_EQ(result.out, "");
+  EXPECT_EQ(result.err, "uhfctl: there is no region \"BRASIL\"; `uhfctl region set --help` names all\n");
+}
+
 TEST_F(Doctor, ANoisyLineIsTold) {
   reader.faults().set("corrupt-checksum", 0.2);
   // Now and then the first question is among the damaged ones, which then is what is wrong.

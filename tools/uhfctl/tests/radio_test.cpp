@@ -31,6 +31,12 @@ TEST_F(Radio, PowerIsSetAndReadBack) {
   EXPECT_EQ(objects_of(uhfctl({"power", "get", "--json"}).out).at(0)["power"], 2350);
 }
 
+TEST_F(Radio, APowerInWholeDecibelsIsWarnedOf) {
+  EXPECT_EQ(uhfctl({"power", "set", "26"}).err,
+            "uhfctl: warning: 26 is 0.26 dBm: the unit is a hundredth of a dBm, so 26 dBm are 2600\n");
+  EXPECT_EQ(uhfctl({"power", "set", "500"}).err, "");
+}
+
 TEST_F(Radio, RegionTakesItsNameInAnyCase) {
   EXPECT_EQ(uhfctl({"region", "set", "europe"}).status, 0);
   EXPECT_EQ(reader.state().region, 3);
