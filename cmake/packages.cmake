@@ -1,4 +1,4 @@
-# What is installed, in three Debian packages: the plug-in for a device, the reference host as a service, and the tools.
+# What is installed, in three Debian packages: the plug-in for a device, the door daemon as a service, and the tools.
 # scripts/package makes them.
 set(documentation usr/share/doc)
 set(plugin_package uhf-plugin)
