@@ -32,9 +32,8 @@ std::string footer() {
          "one\n"
          "a line; answers go to standard output, errors to standard error, and a bad command changes nothing:\n" +
          Console::help() +
-         "\nIt runs until SIGINT or SIGTERM, \"quit\", or the end of --seconds. The end of standard input ends it "
-         "only\n"
-         "if that is a terminal (Ctrl-D).\n"
+         "\nIt runs until SIGINT or SIGTERM, \"quit\", the end of --seconds, or its terminal is closed. The end of\n"
+         "standard input ends it only if that is a terminal (Ctrl-D).\n"
          "\nExit status: 0 done, 1 failed, 2 wrong usage or a scenario that cannot be read.";
 }
 

@@ -4,8 +4,9 @@
 
 namespace uhfsim {
 
-/// Turns SIGINT and SIGTERM into a descriptor that becomes readable, and ignores SIGPIPE, so that a reader of our
-/// output who leaves does not take the line down. To be built before any thread starts: they inherit the signal mask.
+/// Turns SIGINT, SIGTERM and a closed terminal's SIGHUP into a descriptor that becomes readable, and ignores SIGPIPE,
+/// so that a reader of our output who leaves does not take the line down. To be built before any thread starts: they
+/// inherit the signal mask.
 class StopSignals {
  public:
   /// Throws std::system_error.

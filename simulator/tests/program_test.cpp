@@ -47,13 +47,15 @@ TEST_F(UhfSim, FirstLineIsTheDeviceAndItAnswers) {
   EXPECT_EQ(client.receive(kPower2600.size()), kPower2600);
 }
 
-TEST_F(UhfSim, InterruptAndTerminateEndItWithStatusZero) {
-  for (const int signal : {SIGINT, SIGTERM}) {
-    Process sim = start({});
+TEST_F(UhfSim, InterruptTerminateAndHangUpEndItWithStatusZeroAndWithoutItsLink) {
+  const auto link = (fs::temp_directory_path() / ("uhfsim_link_" + std::to_string(getpid()))).string();
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    Process sim = start({"--link", link});
     sim.read_line();
     sim.signal(signal);
     EXPECT_EQ(sim.wait(), 0);
     EXPECT_THAT(sim.read_all_errors(), IsEmpty());
+    EXPECT_FALSE(fs::is_symlink(link)) << signal;
   }
 }
 

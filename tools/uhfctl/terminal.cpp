@@ -62,6 +62,11 @@ void catch_interrupts() {
   action.sa_flags = SA_RESTART;  // a read on the line goes on; its end is soon
   sigaction(SIGINT, &action, nullptr);
   sigaction(SIGTERM, &action, nullptr);
+  struct sigaction hang_up {};
+  sigaction(SIGHUP, nullptr, &hang_up);
+  if (hang_up.sa_handler != SIG_IGN) {  // a closed terminal, but not under nohup
+    sigaction(SIGHUP, &action, nullptr);
+  }
   std::signal(SIGPIPE, SIG_IGN);
 }
 

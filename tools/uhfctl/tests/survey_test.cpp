@@ -57,6 +57,17 @@ TEST_F(SurveyOf, LeavesThePowerAsItWasWhenInterrupted) {
   EXPECT_EQ(nlohmann::json::parse(content_of(file("s.json")))["steps"].size(), 1U) << "what was found is kept";
 }
 
+TEST_F(SurveyOf, LeavesThePowerAsItWasWhenItsTerminalIsClosed) {
+  uhfsim::testing::Process process(UHFCTL, {"--port", reader.path(), "survey", "--power", "2000:3000:100", "--seconds",
+                                            "60", "--out", file("s.html")});
+  while (reader.state().power != 2000 || reader.counters().notices == 0) {
+    usleep(1000);
+  }
+  process.signal(SIGHUP);
+  process.wait();
+  EXPECT_EQ(reader.state().power, 2600);
+}
+
 TEST_F(SurveyOf, TriesToSetThePowerBackWhenTheReaderIsGone) {
   uhfsim::testing::Process process(UHFCTL, {"--port", reader.path(), "--timeout", "100", "survey", "--power",
                                             "2000:3000:100", "--seconds", "0.2", "--out", file("s.html")});
