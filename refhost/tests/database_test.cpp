@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "ac/exception.h"
 #include "refhost/tests/captured_log.h"
@@ -167,6 +169,23 @@ TEST_F(DatabaseFile, EveryTransactionIsDurable) {
   auto database = open_database(file, kKind);
   EXPECT_EQ(database.execAndGet("PRAGMA journal_mode").getString(), "wal");
   EXPECT_EQ(database.execAndGet("PRAGMA synchronous").getInt(), 2) << "FULL";
+}
+
+TEST_F(DatabaseFile, OneOfSomebodyElseIsRefusedWithTheWayOut) {
+  open_database(file, kKind);
+  ASSERT_EQ(chmod(file.parent_path().c_str(), 0), 0);
+  const bool is_root = geteuid() == 0;
+  if (is_root) {
+    ASSERT_EQ(seteuid(65534), 0);
+  }
+  const auto failure = failure_of([&] { open_database_to_read(file, kKind); });
+  if (is_root) {
+    ASSERT_EQ(seteuid(0), 0);
+  }
+  ASSERT_EQ(chmod(file.parent_path().c_str(), 0700), 0);
+  EXPECT_EQ(failure, "the test database " + file.string() +
+                         " cannot be used: Permission denied; try it as root, or as whom " +
+                         file.parent_path().string() + " belongs to");
 }
 
 TEST_F(DatabaseFile, ADirectoryThatCannotBeWrittenIsNamed) {

@@ -1,11 +1,13 @@
 #include "refhost/database.h"
 
+#include <fcntl.h>
 #include <sqlite3.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <ctime>
 #include <stdexcept>
 #include <system_error>
@@ -239,13 +241,25 @@ std::optional<SQLite::Database> open_database_to_read(const std::filesystem::pat
   }
 }
 
+namespace {
+
+// SQLite tells of a file that belongs to somebody else only that it cannot be opened.
+std::string reason_of(const std::filesystem::path& file, const SQLite::Exception& failure) {
+  const bool denied = failure.getErrorCode() == SQLITE_CANTOPEN &&
+                      faccessat(AT_FDCWD, file.c_str(), R_OK | W_OK, AT_EACCESS) != 0 && errno == EACCES;
+  return denied ? "Permission denied; try it as root, or as whom " + file.parent_path().string() + " belongs to"
+                : failure.what();
+}
+
+}  // namespace
+
 void throw_database_failure(const std::filesystem::path& file, const DatabaseKind& kind,
                             const SQLite::Exception& failure) {
   const int code = failure.getErrorCode();
   const std::string noun = std::string(kind.noun);
   throw ac::ac_exception(is_damage(code) || code == SQLITE_ERROR
                              ? file.string() + " is no readable " + noun + " (" + failure.what() + "): " + kind.way_out
-                             : "the " + noun + " " + file.string() + " cannot be used: " + failure.what(),
+                             : "the " + noun + " " + file.string() + " cannot be used: " + reason_of(file, failure),
                          true);
 }
 
