@@ -136,7 +136,10 @@ std::string bash_completion(const CLI::App& app, const std::vector<Offer>& offer
          "    case $next in\n      " +
          pattern_of(places) + ") path=$next ;;\n    esac\n  done\n  case \"$path ${COMP_WORDS[COMP_CWORD-1]}\" in\n" +
          cases_of_values(places, offers) +
-         "  esac\n  if [ -n \"$wanted\" ]; then\n    words=$values\n  else\n  case $path in\n" + cases +
+         "  esac\n  if [ -n \"$wanted\" ]; then\n    words=$values\n"
+         "    # Files are nothing to offer for what takes none.\n"
+         "    [ -n \"$files\" ] || compopt +o default +o bashdefault 2>/dev/null || true\n  else\n  case $path in\n" +
+         cases +
          "  esac\n  fi\n  mapfile -t COMPREPLY < <(compgen -W \"$words\" -- \"$current\")\n"
          "  [ -z \"$files\" ] || mapfile -t COMPREPLY < <(compgen -f -- \"$current\")\n}\ncomplete -o bashdefault -o "
          "default -F _" +
