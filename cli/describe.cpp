@@ -80,7 +80,9 @@ std::string notes(const std::string& footer) {
   if (statuses == std::string::npos) {
     return lines("NOTES", footer);
   }
-  const auto end = footer.find_first_not_of(" \n", statuses + std::string_view(kStatuses).size());
+  // Behind the heading, or in the lines below it, which are indented alike.
+  const auto colon = statuses + std::string_view(kStatuses).size();
+  const auto end = footer[colon] == '\n' ? colon + 1 : footer.find_first_not_of(' ', colon);
   const auto before = footer.substr(0, footer.find_last_not_of('\n', statuses == 0 ? 0 : statuses - 1) + 1);
   return lines("EXIT STATUS", footer.substr(end)) + lines("NOTES", statuses == 0 ? "" : before);
 }

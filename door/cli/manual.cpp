@@ -79,7 +79,8 @@ cli::Manual manual() {
                     {"~/.local/state/achost", "The same for everybody else."},
                     {"/etc/default/achost", "The port and the options of the service."},
                     {"/usr/lib/uhf/uhf.so", "The plug-in."}},
-          .environment = {{"ACHOST_STATE", "Directory of settings, users and audit log, unless --state gives it."}},
+          .environment = {{"ACHOST_STATE", "Directory of settings, users and audit log, unless --state gives it."},
+                          {"NO_COLOR", "If set, nothing is coloured."}},
           .offers = offers()};
 }
 

@@ -41,7 +41,10 @@ int connected(const std::filesystem::path& directory) {
   if (reason == ENOENT || reason == ECONNREFUSED) {
     throw NoHost(directory);
   }
-  throw ac::ac_exception("cannot reach the host on " + directory.string() + ": " + std::strerror(reason), true);
+  const auto way_out =
+      reason == EACCES ? "; try it as root, or as whom " + directory.string() + " belongs to" : std::string();
+  throw ac::ac_exception("cannot reach the host on " + directory.string() + ": " + std::strerror(reason) + way_out,
+                         true);
 }
 
 // "process 7, which is stopped (kill -CONT 7 lets it go on)".

@@ -321,6 +321,22 @@ TEST_F(Control, TheEndOfTheServerEndsCommandsAndConnections) {
   EXPECT_THROW(ControlClient(directory.path()), NoHost);
 }
 
+TEST_F(Control, WhoMayNotReachTheHostIsToldWhoMay) {
+  const bool is_root = geteuid() == 0;
+  ASSERT_EQ(chmod(directory.path().c_str(), 0), 0);
+  if (is_root) {
+    ASSERT_EQ(seteuid(65534), 0);
+  }
+  const auto failure = refhost::test::failure_of([&] { ControlClient{directory.path()}; });
+  if (is_root) {
+    ASSERT_EQ(seteuid(0), 0);
+  }
+  ASSERT_EQ(chmod(directory.path().c_str(), 0700), 0);
+  EXPECT_EQ(failure, "cannot reach the host on " + directory.path().string() +
+                         ": Permission denied; try it as root, or as whom " + directory.path().string() +
+                         " belongs to");
+}
+
 TEST_F(Control, TheSocketIsForItsOwnerAlone) {
   struct stat status {};
   ASSERT_EQ(stat((directory.path() / "control.sock").c_str(), &status), 0);

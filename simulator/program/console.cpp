@@ -2,12 +2,12 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <iomanip>
 #include <ostream>
-#include <sstream>
+#include <string>
 #include <utility>
 #include <vector>
 
+#include "cli/paragraph.h"
 #include "uhfsim/command.h"
 #include "uhfsim/text.h"
 
@@ -31,14 +31,18 @@ std::string Console::help() {
   lines.insert(lines.end(), std::begin(kOwnCommands), std::end(kOwnCommands));
   const std::size_t commands = lines.size();
   for (const auto& [name, meaning] : FaultInjector::help()) lines.push_back({name, meaning});
-  std::size_t width = 0;
-  for (const CommandHelp& line : lines) width = std::max(width, line.usage.size());
-  std::ostringstream text;
+  constexpr std::size_t kIndent = 20;
+  constexpr std::size_t kWidth = 80;
+  std::string text;
   for (std::size_t i = 0; i < lines.size(); ++i) {
-    if (i == commands) text << "\nFaults of the line:\n";
-    text << "  " << std::left << std::setw(static_cast<int>(width) + 2) << lines[i].usage << lines[i].meaning << '\n';
+    text += i == commands ? "\nFaults of the line:\n" : "";
+    const std::string usage = "  " + std::string(lines[i].usage);
+    text += usage;
+    // What is too long for the column stands above its meaning.
+    text += usage.size() + 2 > kIndent ? "\n" + std::string(kIndent, ' ') : std::string(kIndent - usage.size(), ' ');
+    text += cli::wrapped(std::string(lines[i].meaning), kIndent, kWidth) + "\n";
   }
-  return text.str();
+  return text;
 }
 
 bool Console::feed(std::string_view text) {

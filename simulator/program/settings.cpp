@@ -28,12 +28,12 @@ Command fault_from(const std::string& text) {
 }
 
 std::string footer() {
-  return "The first line of standard output is the device to open. After that, standard input is read for commands, "
-         "one\n"
-         "a line; answers go to standard output, errors to standard error, and a bad command changes nothing:\n" +
+  return "The first line of standard output is the device to open. After that, standard\n"
+         "input is read for commands, one a line; answers go to standard output, errors to\n"
+         "standard error, and a bad command changes nothing:\n" +
          Console::help() +
-         "\nIt runs until SIGINT or SIGTERM, \"quit\", the end of --seconds, or its terminal is closed. The end of\n"
-         "standard input ends it only if that is a terminal (Ctrl-D).\n"
+         "\nIt runs until SIGINT or SIGTERM, \"quit\", the end of --seconds, or its terminal\n"
+         "is closed. The end of standard input ends it only if that is a terminal (Ctrl-D).\n"
          "\nExit status: 0 done, 1 failed, 2 wrong usage or a scenario that cannot be read.";
 }
 
@@ -65,9 +65,9 @@ std::optional<Settings> read_command_line(int argc, char** argv, int& status) {
       app.add_option("--scenario", scenario, "What comes and goes in the field (default: three tags that stay)");
   file->type_name("FILE");
   app.add_flag("--empty", empty, "Begin with no tag in the field")->excludes(file);
-  app.add_option("--seed", settings.reader.seed, "Seed of all chance (default 1)")->type_name("N");
-  app.add_option("--baud", settings.reader.baud, "Line speed; 0 delivers at once (default 115200)")->type_name("N");
-  app.add_option("--chunk", settings.reader.chunk, "Deliver in chunks of N bytes; 0 is whole replies (default 0)")
+  app.add_option("--seed", settings.reader.seed, "Seed of all chance (default: 1)")->type_name("N");
+  app.add_option("--baud", settings.reader.baud, "Line speed; 0 delivers at once (default: 115200)")->type_name("N");
+  app.add_option("--chunk", settings.reader.chunk, "Deliver in chunks of N bytes; 0 is whole replies (default: 0)")
       ->type_name("N")
       ->check(cli::range(std::size_t{0}, kLongestReply));
   app.add_flag("--quiet-when-empty", settings.reader.quiet_when_empty, "Say nothing when no tag is read");

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 
 #include "hex.h"
 #include "line_client.h"
@@ -328,6 +329,8 @@ TEST_F(UhfSim, HelpTellsTheRulesAndStatuses) {
                            "--seconds N", "--fault NAME=P", "SIGINT or SIGTERM", "Exit status: 0 done, 1 failed, 2"}) {
     EXPECT_THAT(help, HasSubstr(text));
   }
+  std::istringstream lines(help);
+  for (std::string line; std::getline(lines, line);) EXPECT_LE(line.size(), 80U) << line;
 }
 
 }  // namespace
