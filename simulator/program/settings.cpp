@@ -33,7 +33,7 @@ std::string footer() {
          "standard error, and a bad command changes nothing:\n" +
          Console::help() +
          "\nIt runs until SIGINT or SIGTERM, \"quit\", the end of --seconds, or its terminal\n"
-         "is closed. The end of standard input ends it only if that is a terminal (Ctrl-D).\n"
+         "is closed. The end of standard input ends it if that is a terminal (Ctrl-D).\n"
          "\nExit status: 0 done, 1 failed, 2 wrong usage or a scenario that cannot be read.";
 }
 
