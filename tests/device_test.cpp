@@ -571,6 +571,23 @@ TEST_F(Device, ASupervisorHearsOfReadinessLifeAndTheEnd) {
   std::filesystem::remove(path);
 }
 
+// What a run writes to its log once it has told of a card; standard error is a file, as a journal is one.
+std::string log_of_a_run(std::vector<std::string> options) {
+  options.insert(options.begin(), {"run", "--plugin", UHF_SO, "--temporary-state", "--simulate", "--debug"});
+  achost::test::Achost host(options);
+  constexpr int kFewLines = 10;  // an empty one may be of the story
+  for (int i = 0; i < kFewLines && host.next_line().find("opens for user 1") == std::string::npos; ++i) {
+  }
+  host.signal(SIGTERM);
+  return host.wait().err;
+}
+
+TEST_F(Device, CardsAreMaskedInTheLogUnlessTheyAreAskedFor) {
+  EXPECT_THAT(log_of_a_run({}), testing::HasSubstr("Card detected! EPC: ** ** ** ** ** ** ** ** ** ** 00 01 [12]"));
+  EXPECT_THAT(log_of_a_run({"--show-cards"}),
+              testing::HasSubstr("Card detected! EPC: e2 80 11 70 00 00 02 0a 00 00 00 01 [12]"));
+}
+
 TEST_F(Device, ATemporaryStateGoesWithTheRun) {
   const refhost::test::TemporaryDirectory place;
   setenv("TMPDIR", place.path().c_str(), 1);

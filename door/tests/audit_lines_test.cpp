@@ -97,7 +97,25 @@ TEST_F(AuditLinesTest, LinesFollowEachOtherAndKeepNothingOfTheOneBefore) {
   std::string text;
   lines.append(text, entry);
   lines.append(text, {.id = 8, .at = 0, .record = {.time = "u", .type = 2, .details = ""}});
-  EXPECT_EQ(text, "7,2026-01-02T05:04:05.006+02:00,config,\"a, \"\"b\"\"\nc\",t\r\n8,u,api,,u\r\n");
+  lines.append(text, {.id = 9, .at = entry.at, .record = {.time = "v", .type = 2, .details = ""}});
+  EXPECT_EQ(text,
+            "7,2026-01-02T05:04:05.006+02:00,config,\"a, \"\"b\"\"\nc\",t\r\n8,u,api,,u\r\n"
+            "9,2026-01-02T05:04:05.006+02:00,api,,v\r\n");
+}
+
+TEST_F(AuditLinesTest, ATimeOfAnotherHourThanTheWrittenOneStaysOfItsOwn) {
+  AuditEntry late = entry;
+  late.record = {.time = "2026-01-02 04:59:59.999", .type = 1, .details = "d"};
+  EXPECT_EQ(line(late, AuditForm::csv), "7,2026-01-02T05:04:05.006+02:00,config,d,2026-01-02T04:59:59.999+02:00\r\n");
+}
+
+TEST_F(AuditLinesTest, ATimeOfBeforeTheClocksChangedHasTheZoneOfThen) {
+  setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
+  tzset();
+  AuditEntry late = entry;
+  late.at = 1774746000500;  // 2026-03-29, just after
+  late.record = {.time = "2026-03-29 01:59:59.999", .type = 1, .details = "d"};
+  EXPECT_EQ(line(late, AuditForm::csv), "7,2026-03-29T03:00:00.500+02:00,config,d,2026-03-29T01:59:59.999+01:00\r\n");
 }
 
 // What JSON must write otherwise is left to the library, also when only one character of the text needs it.

@@ -1,6 +1,7 @@
 #include "door/control/control.h"
 
 #include <gmock/gmock.h>
+#include <grp.h>
 #include <poll.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -344,25 +345,47 @@ TEST_F(Control, TheSocketIsForItsOwnerAlone) {
 }
 
 // Somebody has opened the way for everyone: who is on the other end is looked at all the same.
-TEST_F(Control, AnotherUsersRequestIsRefused) {
-  if (geteuid() != 0) {
-    GTEST_SKIP() << "only root can become somebody else";
+class ControlOfRoot : public Control {
+ protected:
+  enum Answer { taken, refused, none };
+
+  static constexpr uid_t kSomebody = 65534;
+  static constexpr gid_t kGroup = 1234;
+
+  void SetUp() override {
+    if (geteuid() != 0) {
+      GTEST_SKIP() << "only root can become somebody else";
+    }
+    ASSERT_EQ(chown(directory.path().c_str(), 0, kGroup), 0);
+    std::filesystem::permissions(directory.path() / "control.sock", std::filesystem::perms(0666));
   }
-  std::filesystem::permissions(directory.path(), std::filesystem::perms(0711));
-  std::filesystem::permissions(directory.path() / "control.sock", std::filesystem::perms(0666));
-  const pid_t child = fork();
-  if (child == 0) {
-    constexpr uid_t kNobody = 65534;
-    const int client = socket(AF_UNIX, SOCK_STREAM, 0);
-    const bool connected = setuid(kNobody) == 0 && SocketPlace(directory.path(), "control.sock").connect(client) == 0;
-    send_all(client, "{\"command\":\"echo\",\"text\":\"x\"}\n");
-    std::string line;
-    LineReader(client, 1 << 20).next(line, kPatience);
-    _exit(!connected ? 2 : line.find("another user's host") == std::string::npos ? 1 : 0);
+
+  // What somebody of that group gets, with the directory of that mode.
+  int answer_to(gid_t group, mode_t mode) const {
+    std::filesystem::permissions(directory.path(), std::filesystem::perms(mode));
+    const pid_t child = fork();
+    if (child == 0) {
+      const int client = socket(AF_UNIX, SOCK_STREAM, 0);
+      const bool connected = setgroups(0, nullptr) == 0 && setgid(group) == 0 && setuid(kSomebody) == 0 &&
+                             SocketPlace(directory.path(), "control.sock").connect(client) == 0;
+      send_all(client, "{\"command\":\"echo\",\"text\":\"x\"}\n");
+      std::string line;
+      LineReader(client, 1 << 20).next(line, kPatience);
+      const bool is_refused = line.find("another user's host") != std::string::npos;
+      _exit(!connected ? none : is_refused ? refused : line.find("\"ok\":true") != std::string::npos ? taken : none);
+    }
+    int status = 0;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    return WEXITSTATUS(status);
   }
-  int status = 0;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_EQ(WEXITSTATUS(status), 0) << "2: no connection; 1: another answer";
+};
+
+TEST_F(ControlOfRoot, AnotherUsersRequestIsRefused) { EXPECT_EQ(answer_to(kSomebody, 0711), refused); }
+
+TEST_F(ControlOfRoot, TheGroupMayAskWhereItMayWrite) {
+  EXPECT_EQ(answer_to(kGroup, 0770), taken);
+  EXPECT_EQ(answer_to(kGroup, 0750), refused);
+  EXPECT_EQ(answer_to(kSomebody, 0771), refused);
 }
 
 TEST_F(Control, ADeadHostsSocketIsReplaced) {

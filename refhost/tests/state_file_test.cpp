@@ -106,6 +106,22 @@ TEST_F(StateFileOfRoot, ThatRootHasLeftThereIsGivenBack) {
   expect_all_of(kSomebody, 0600);
 }
 
+// SQLite's own, of a host of root's that crashed: it takes them as they are.
+TEST_F(StateFileOfRoot, ThatACrashOfRootHasLeftBesideADatabaseIsGivenBack) {
+  const TemporaryDirectory crashed;
+  {
+    SettingsStore settings(crashed.path(), SettingsStore::Access::read_write);
+    settings.set("uhf", "read_interval", "777");
+    std::filesystem::copy(crashed.path(), directory);
+  }
+  give_directory(0700);
+  const SettingsStore settings(directory, SettingsStore::Access::read_write);
+  for (const char* file : {"settings.db", "settings.db-wal", "settings.db-shm"}) {
+    EXPECT_EQ(status(directory / file).st_uid, kSomebody) << file;
+  }
+  EXPECT_EQ(settings.get("uhf", "read_interval"), "777");
+}
+
 TEST_F(StateFileOfRoot, IsWrittenByTheDirectorysOwnerAfterwards) {
   give_directory(0700);
   expect_all_of(kSomebody, 0600);

@@ -35,6 +35,19 @@ TEST(Util, DateAndTimeIsLocalWithMillisecondsAndZone) {
   EXPECT_LE(told, after);
 }
 
+TEST(Util, DateAndTimeHasTheZoneOfThePlace) {
+  for (const auto& [place, zone] : std::vector<std::pair<const char*, std::string>>{
+           {"<-0330>3:30", "-03:30"}, {"<+0545>-5:45", "+05:45"}, {"UTC0", "+00:00"}}) {
+    setenv("TZ", place, 1);
+    tzset();
+    std::array<char, 64> buffer{};
+    ac::util::get_formatted_date_and_time_ms(buffer.data());
+    EXPECT_THAT(buffer.data(), testing::EndsWith(zone));
+  }
+  unsetenv("TZ");
+  tzset();
+}
+
 TEST(Util, UuidIsARandomOne) {
   constexpr const char* kExpected = "[0-9a-f]{8}-[0-9a-f]{4}-4[0-9a-f]{3}-[89ab][0-9a-f]{3}-[0-9a-f]{12}";
   std::set<std::string> seen;
