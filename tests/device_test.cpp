@@ -527,6 +527,19 @@ TEST_F(Device, ARunWithSettingsThatDisableTheDoorIsRefused) {
   }
 }
 
+TEST_F(Device, ADoorWhoseSettingsAreLostKeepsTheLastGoodOnesOrItsSafestMode) {
+  std::filesystem::create_directory(state());
+  output({"config", "set", "operation_mode", "trigger"});
+  for (const char* const mode : {"trigger", "inhibit"}) {
+    std::ofstream(state() + "/settings.db") << std::string(5000, 'x');
+    start();
+    EXPECT_EQ(output({"config", "get", "operation_mode"}), std::string(mode) + "\n");
+    EXPECT_EQ(status().at("settings").at("operation_mode"), mode);
+    end();
+    std::filesystem::remove(state() + "/settings.good");
+  }
+}
+
 TEST_F(Device, AuditRecordsAreExported) {
   start();
   output({"config", "set", "transmit_power", "2500"});

@@ -205,7 +205,7 @@ TEST_F(AchostConfig, DamagedFileIsRefusedWithTheWayOut) {
   EXPECT_EQ(result.status, 1);
   EXPECT_EQ(result.err, "achost: " + state() +
                             "/settings.db is no readable settings database (file is not a database): "
-                            "restore a copy of it, or move it away to begin with the defaults\n");
+                            "restore a copy of it, or move it away with settings.good to begin with the defaults\n");
 }
 
 TEST_F(AchostConfig, ListShowsEverySettingInOneLine) {

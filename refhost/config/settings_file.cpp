@@ -1,8 +1,11 @@
 #include "config/settings_file.h"
 
+#include <exception>
+#include <system_error>
 #include <utility>
 
 #include "refhost/database.h"
+#include "refhost/log.h"
 
 namespace refhost {
 namespace {
@@ -14,7 +17,7 @@ constexpr DatabaseKind kKind = {
         "CREATE TABLE settings(section TEXT NOT NULL, key TEXT NOT NULL, value TEXT NOT NULL, "
         "PRIMARY KEY(section, key)) WITHOUT ROWID",
     .probe = "SELECT section, key, value FROM settings LIMIT 0",
-    .way_out = "restore a copy of it, or move it away to begin with the defaults",
+    .way_out = "restore a copy of it, or move it away with settings.good to begin with the defaults",
 };
 
 std::vector<SettingsFile::Row> rows_of(SQLite::Database& database, const std::filesystem::path& file) {
@@ -30,10 +33,66 @@ std::vector<SettingsFile::Row> rows_of(SQLite::Database& database, const std::fi
   }
 }
 
+// "uhf.operation_mode=inhibit".
+std::string text_of(const std::vector<SettingsFile::Row>& rows) {
+  std::string text;
+  for (const auto& [section, key, value] : rows) {
+    text += (text.empty() ? "" : ", ") + section + "." + key + "=" + value;
+  }
+  return text;
+}
+
 }  // namespace
 
-SettingsFile::SettingsFile(std::filesystem::path file)
-    : file_(std::move(file)), database_(open_database(file_, kKind)) {}
+SettingsFile::SettingsFile(std::filesystem::path file, const std::vector<Row>& safest)
+    : file_(std::move(file)), copy_(file_.parent_path()), database_(open(safest)) {
+  recover(safest);
+}
+
+// What shall hold is on the disk before the damaged file leaves its place: a crash in between loses nothing.
+SQLite::Database SettingsFile::open(const std::vector<Row>& safest) {
+  const auto make_sure = [&] {
+    is_lost_ = true;
+    if (copy_.read().has_value()) {
+      return;
+    }
+    try {
+      copy_.write(safest);
+    } catch (const std::exception& failure) {
+      log::error(std::string("the copy of the settings cannot be written: ") + failure.what());
+    }
+  };
+  if (std::error_code failure; copy_.exists() && !std::filesystem::exists(file_, failure) && !failure) {
+    make_sure();
+  }
+  return open_database(file_, kKind, make_sure);
+}
+
+void SettingsFile::recover(const std::vector<Row>& safest) {
+  const auto good = copy_.read();
+  const auto stored = rows();
+  // A crash may have come between the new file and what it gets.
+  const bool is_cut_off = stored.empty() && good.has_value() && !good->empty();
+  if (is_lost_ || is_cut_off) {
+    const auto& known = good.has_value() ? *good : safest;
+    write_rows(known);
+    const std::string file = file_.string();
+    log::error(known == safest ? "what " + file + " held is lost, and there is no good copy: " + text_of(safest) +
+                                     " holds until achost config set says otherwise"
+                               : "the settings of " + file + " are those of the last good copy beside it");
+  }
+  if (is_lost_ || good != rows()) {
+    keep_copy();
+  }
+}
+
+void SettingsFile::keep_copy() noexcept {
+  try {
+    copy_.write(rows());
+  } catch (const std::exception& failure) {
+    log::warning(std::string("the copy of the settings is not up to date: ") + failure.what());
+  }
+}
 
 std::vector<SettingsFile::Row> SettingsFile::read(const std::filesystem::path& file) {
   auto database = open_database_to_read(file, kKind);
@@ -43,6 +102,11 @@ std::vector<SettingsFile::Row> SettingsFile::read(const std::filesystem::path& f
 std::vector<SettingsFile::Row> SettingsFile::rows() { return rows_of(database_, file_); }
 
 void SettingsFile::write(const std::vector<Row>& rows) {
+  write_rows(rows);
+  keep_copy();
+}
+
+void SettingsFile::write_rows(const std::vector<Row>& rows) {
   try {
     SQLite::Transaction transaction(database_);
     SQLite::Statement insert(database_, "INSERT OR REPLACE INTO settings(section, key, value) VALUES(?, ?, ?)");

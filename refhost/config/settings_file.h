@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "config/settings_copy.h"
 #include "refhost/settings_schema.h"
 
 namespace refhost {
@@ -19,19 +20,27 @@ class SettingsFile {
 
   static constexpr const char* kName = "settings.db";
 
-  // Open it to be written, making it when missing.
-  explicit SettingsFile(std::filesystem::path file);
+  // Open it to be written, making it when missing. What a damaged file held, or one that a crash has kept from taking
+  // its place, comes from the last good copy; without one the safest values are stored.
+  SettingsFile(std::filesystem::path file, const std::vector<Row>& safest);
 
   // The rows of a file, which stays closed; none when there is no file.
   static std::vector<Row> read(const std::filesystem::path& file);
 
   std::vector<Row> rows();
 
-  // All of them or none; durable on return.
+  // All of them or none; durable on return, and in the copy, or the log says why not.
   void write(const std::vector<Row>& rows);
 
  private:
+  SQLite::Database open(const std::vector<Row>& safest);
+  void recover(const std::vector<Row>& safest);
+  void write_rows(const std::vector<Row>& rows);
+  void keep_copy() noexcept;
+
   std::filesystem::path file_;
+  SettingsCopy copy_;
+  bool is_lost_ = false;  // what was stored; the copy has it, or nobody
   SQLite::Database database_;
 };
 

@@ -28,12 +28,16 @@ Setting setting_of(const nlohmann::json& entry) {
   setting.max = entry.value("max", std::int64_t{0});
   setting.choices = entry.value("choices", std::vector<std::string>());
   setting.unit = entry.value("unit", "");
+  setting.safest = entry.value("safest", "");
   setting.live = entry.at("live");
   setting.help = entry.at("help");
   if (setting.type == SettingType::choice && setting.choices.empty()) {
     throw std::invalid_argument("setting " + setting.key + " has no choices");
   }
   setting.check(setting.default_value);
+  if (!setting.safest.empty()) {
+    setting.check(setting.safest);
+  }
   return setting;
 }
 

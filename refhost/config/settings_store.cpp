@@ -36,6 +36,16 @@ struct PlaceHash {
   }
 };
 
+std::vector<SettingValue> safest_of(const SettingsSchema& schema) {
+  std::vector<SettingValue> values;
+  for (const Setting& setting : schema.settings()) {
+    if (!setting.safest.empty()) {
+      values.push_back({setting.section, setting.key, setting.safest});
+    }
+  }
+  return values;
+}
+
 // Set while the process starts, read on every call of ac::config.
 constinit std::atomic<SettingsStore*> current_store{nullptr};
 
@@ -134,7 +144,7 @@ SettingsStore::SettingsStore(const std::filesystem::path& directory, Access acce
   const auto file = directory / SettingsFile::kName;
   if (access == Access::read_write) {
     make_state_directory(directory);
-    impl_->file.emplace(file);
+    impl_->file.emplace(file, safest_of(schema));
   }
   for (const auto& row : impl_->file.has_value() ? impl_->file->rows() : SettingsFile::read(file)) {
     impl_->load(row);

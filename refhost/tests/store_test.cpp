@@ -217,12 +217,77 @@ TEST_F(Store, FileThatIsNoDatabaseIsRefusedToReadAndKeptAsideToWrite) {
   std::ofstream(file()) << std::string(5000, 'x');
   EXPECT_NE(failure_of([&] {
               SettingsStore(state(), Access::read_only);
-            }).find("restore a copy of it, or move it away to begin with the defaults"),
+            }).find("restore a copy of it, or move it away with settings.good to begin with the defaults"),
             std::string::npos);
   capture_log();
   SettingsStore store(state(), Access::read_write);
   EXPECT_NE(captured_log().find("it is kept as "), std::string::npos);
   EXPECT_EQ(store.get("uhf", "region"), "BRAZIL");
+}
+
+class LostStore : public Store {
+ protected:
+  std::filesystem::path copy() const { return state() / "settings.good"; }
+
+  void damage() const { std::ofstream(file()) << std::string(5000, 'x'); }
+
+  std::string mode() const {
+    return std::string(SettingsStore(state(), Access::read_write).get("uhf", "operation_mode").value());
+  }
+};
+
+TEST_F(LostStore, GoesOnWithTheLastGoodCopy) {
+  {
+    SettingsStore store(state(), Access::read_write);
+    store.set("uhf", "operation_mode", "trigger");
+    store.set("host", "device_id", "12");
+  }
+  damage();
+  capture_log();
+  {
+    const SettingsStore store(state(), Access::read_write);
+    EXPECT_EQ(store.get("uhf", "operation_mode"), "trigger");
+    EXPECT_EQ(store.get("host", "device_id"), "12");
+  }
+  EXPECT_NE(captured_log().find("are those of the last good copy"), std::string::npos);
+  EXPECT_EQ(stored("operation_mode"), "trigger") << "and keeps it";
+}
+
+TEST_F(LostStore, WithoutAGoodCopyHasItsSafestModeUntilSomebodySaysOtherwise) {
+  for (const bool is_there : {false, true}) {
+    SettingsStore(state(), Access::read_write).set("uhf", "operation_mode", "trigger");
+    damage();
+    is_there ? static_cast<void>(std::fstream(copy(), std::ios::in | std::ios::out) << "X")
+             : static_cast<void>(std::filesystem::remove(copy()));
+    capture_log();
+    EXPECT_EQ(mode(), "inhibit");
+    EXPECT_NE(captured_log().find("uhf.operation_mode=inhibit holds until achost config set says otherwise"),
+              std::string::npos);
+    EXPECT_EQ(mode(), "inhibit") << "also at the next start";
+  }
+  SettingsStore(state(), Access::read_write).set("uhf", "operation_mode", "continuous");
+  EXPECT_EQ(mode(), "continuous");
+}
+
+TEST_F(LostStore, WhatACrashDuringTheRepairLeftIsTheCopyToo) {
+  SettingsStore(state(), Access::read_write).set("uhf", "operation_mode", "trigger");
+  std::filesystem::remove(file());
+  EXPECT_EQ(mode(), "trigger") << "the damaged file has left its place, no other has taken it";
+  SQLite::Database(file().string(), SQLite::OPEN_READWRITE).exec("DELETE FROM settings");
+  EXPECT_EQ(mode(), "trigger") << "the new one is still empty";
+}
+
+TEST_F(LostStore, TheCopyIsForItsOwnerAloneAndOfASoundFile) {
+  SettingsStore(state(), Access::read_write).set("uhf", "operation_mode", "trigger");
+  EXPECT_EQ(std::filesystem::status(copy()).permissions() & std::filesystem::perms(0777), std::filesystem::perms(0600));
+  std::filesystem::remove(copy());
+  EXPECT_EQ(mode(), "trigger");
+  EXPECT_TRUE(std::filesystem::exists(copy())) << "made anew at the next start";
+  std::size_t files = 0;
+  for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(state())) {
+    ++files;
+  }
+  EXPECT_EQ(files, 2U) << "the database and its copy";
 }
 
 TEST_F(Store, FailedWriteChangesNothing) {

@@ -175,17 +175,24 @@ void refuse_shared(const std::filesystem::path& directory) {
 
 }  // namespace
 
-SQLite::Database open_database(const std::filesystem::path& file, const DatabaseKind& kind) {
+SQLite::Database open_database(const std::filesystem::path& file, const DatabaseKind& kind,
+                               const std::function<void()>& on_damage) {
+  const auto begin_anew = [&](const char* damage) {
+    if (on_damage) {
+      on_damage();
+    }
+    keep_aside(file, kind, damage);
+  };
   try {
     try {
       return open_sound_database(file, kind);
     } catch (const Damage& damage) {
-      keep_aside(file, kind, damage.what());
+      begin_anew(damage.what());
     } catch (const SQLite::Exception& failure) {
       if (!is_damage(failure.getErrorCode())) {
         throw;
       }
-      keep_aside(file, kind, failure.what());
+      begin_anew(failure.what());
     }
     return open_sound_database(file, kind);
   } catch (const SQLite::Exception& failure) {

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -35,7 +36,9 @@ class NeedsOwner : public ac::ac_exception {
 // brought up to date in one transaction. A damaged file is kept under another name, FILE.damaged-DATE, a new one is
 // begun, and a warning in the log says so. Throws ac::ac_exception, one line that names the file, and changes nothing,
 // when it is of another kind or of a newer version.
-SQLite::Database open_database(const std::filesystem::path& file, const DatabaseKind& kind);
+// on_damage: called before a damaged file is touched.
+SQLite::Database open_database(const std::filesystem::path& file, const DatabaseKind& kind,
+                               const std::function<void()>& on_damage = nullptr);
 
 // The same for another process beside the owner. Throws NeedsOwner, with nothing changed, when the file is missing, of
 // an older version or damaged.

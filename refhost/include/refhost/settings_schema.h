@@ -35,9 +35,10 @@ struct Setting {
   std::int64_t min = 0;
   std::int64_t max = 0;
   std::vector<std::string> choices;
-  std::string unit;   // empty: none
-  bool live = false;  // a change applies to a running plug-in; else at its next start
-  std::string help;   // one line
+  std::string unit;    // empty: none
+  std::string safest;  // what holds when nobody knows any more what was stored; empty: the default
+  bool live = false;   // a change applies to a running plug-in; else at its next start
+  std::string help;    // one line
 
   // What is allowed, for a person: "0 to 65535", "inhibit, trigger or continuous".
   std::string allowed() const;
@@ -51,6 +52,8 @@ struct SettingValue {
   std::string section;
   std::string key;
   std::string value;
+
+  bool operator==(const SettingValue&) const = default;
 };
 
 // Constant once made; any thread may read.
