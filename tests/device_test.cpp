@@ -51,10 +51,11 @@ class Device : public testing::Test {
     return result.out;
   }
 
-  // A host with an empty field; when this returns its plug-in runs.
+  // A host with an empty field; when this returns its plug-in runs. Its reader may take its time on a busy machine.
   void start(std::vector<std::string> options = {}) {
-    options.insert(options.begin(), {"run", "--plugin", UHF_SO, "--state", state(), "--json", "--simulate",
-                                     "--interactive", "--set", "read_interval_diff_tags=0"});
+    options.insert(options.begin(),
+                   {"run", "--plugin", UHF_SO, "--state", state(), "--json", "--simulate", "--interactive", "--set",
+                    "read_interval_diff_tags=0", "--set", "serial_port_timeout=1000"});
     host_.emplace(std::move(options));
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
     while (status().value("plugin", json()).is_null() && std::chrono::steady_clock::now() < deadline) {
