@@ -62,8 +62,10 @@ TEST_P(LocalTimesIn, TheEndsOfTheYearsAreAsTheyAreAlone) {
 
 TEST(IsoTime, ATimeBefore1970HasItsMillisecondsToo) {
   setenv("TZ", "UTC0", 1);
+  tzset();
   EXPECT_EQ(iso_time(Milliseconds(std::chrono::milliseconds(-1))), "1969-12-31T23:59:59.999+00:00");
   unsetenv("TZ");
+  tzset();
 }
 
 // With rules of their own, which need no table of zones on the machine; Lord Howe's clocks move by half an hour.
