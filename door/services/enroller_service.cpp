@@ -44,6 +44,8 @@ constexpr std::chrono::seconds kOrdering{5};
 
 }  // namespace
 
+EnrollerService::Enrollment::Enrollment() = default;
+
 EnrollerService::EnrollerService(UserStore& users)
     : users_(users),
       timer_("enroll_timer", [this] { give_up_when_due(); }),

@@ -67,6 +67,8 @@ class EnrollerService {
 
  private:
   struct Enrollment {
+    Enrollment();  // elsewhere: std::optional looks at it before the class is complete
+
     std::uint64_t id = 0;  // of the reservation; 0: there was none
     std::int64_t user = 0;
     bool remote = false;

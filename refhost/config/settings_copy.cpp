@@ -100,7 +100,7 @@ std::optional<std::vector<SettingValue>> SettingsCopy::read() const {
 void SettingsCopy::write(const std::vector<SettingValue>& rows) const {
   std::string text;
   for (const auto& [section, key, value] : rows) {
-    text += section + "." + key + "=" + value + "\n";
+    text.append(section).append(".").append(key).append("=").append(value).append("\n");
   }
   text += checksum_line(text);
   std::string name = file_.string() + ".XXXXXX";

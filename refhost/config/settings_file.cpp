@@ -37,7 +37,7 @@ std::vector<SettingsFile::Row> rows_of(SQLite::Database& database, const std::fi
 std::string text_of(const std::vector<SettingsFile::Row>& rows) {
   std::string text;
   for (const auto& [section, key, value] : rows) {
-    text += (text.empty() ? "" : ", ") + section + "." + key + "=" + value;
+    text.append(text.empty() ? "" : ", ").append(section).append(".").append(key).append("=").append(value);
   }
   return text;
 }
