@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "cli/text_table.h"
+#include "refhost/log_entry.h"
 
 namespace achost {
 namespace {
@@ -59,11 +60,21 @@ std::string queues(const Json& list) {
   return aligned(rows);
 }
 
+// Nothing at all where nothing is wrong.
+std::string alarms(const Json& list) {
+  Rows rows;
+  for (const auto& alarm : list) {
+    rows.push_back({"  " + text_of(alarm.at("name")), refhost::log::escape(text_of(alarm.at("text")))});
+  }
+  return rows.empty() ? "" : "ALARMS\n" + aligned(rows);
+}
+
 }  // namespace
 
 std::string status_table(const Json& status) {
   const auto& plugin = status.at("plugin");
-  return aligned({{"HOST", ""},
+  return alarms(status.at("alarms")) +
+         aligned({{"HOST", ""},
                   {"  process", text_of(status.at("process"))},
                   {"  up for", duration(status.at("uptime_s"))},
                   {"  plug-in", plugin.is_null() ? "not started yet" : text_of(plugin)},

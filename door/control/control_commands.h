@@ -7,6 +7,7 @@
 #include <string>
 
 #include "door/control/control.h"
+#include "door/services/alarms.h"
 #include "door/services/enroller_service.h"
 #include "door/services/gpio_service.h"
 #include "refhost/settings_store.h"
@@ -19,6 +20,7 @@ struct ControlledHost {
   std::filesystem::path state;
   std::chrono::steady_clock::time_point started;
   refhost::SettingsStore& settings;
+  const Alarms& alarms;
   const GpioService& gpio;
   EnrollerService& enroller;
   std::string reader;                   // where it is, for a person

@@ -19,6 +19,14 @@ Json threads() {
   return list;
 }
 
+Json alarms(const Alarms& alarms) {
+  Json list = Json::array();
+  for (const auto& [name, text] : alarms.standing()) {
+    list.push_back({{"name", name}, {"text", text}});
+  }
+  return list;
+}
+
 Json queues() {
   Json list = Json::array();
   for (const auto& queue : refhost::queue_states()) {
@@ -55,6 +63,7 @@ Json status_of(const ControlledHost& host) {
           {"state", host.state.string()},
           {"plugin", plugin.empty() ? Json(nullptr) : Json(plugin)},
           {"reader", host.reader},
+          {"alarms", alarms(host.alarms)},
           {"settings", reader_settings(host.settings)},
           {"threads", threads()},
           {"queues", queues()},

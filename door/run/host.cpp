@@ -120,6 +120,7 @@ ControlledHost Host::controlled() {
   return {.state = state_,
           .started = started_,
           .settings = settings_,
+          .alarms = alarms_,
           .gpio = gpio_,
           .enroller = enroller_,
           .reader = reader_.description(),

@@ -13,6 +13,7 @@
 #include "door/run/printer.h"
 #include "door/run/reader.h"
 #include "door/run/supervisor.h"
+#include "door/services/alarms.h"
 #include "door/services/door_service.h"
 #include "door/services/enroller_service.h"
 #include "door/services/gpio_service.h"
@@ -67,6 +68,7 @@ class Host {
   Ending ending_;
   const Supervisor supervisor_;
   Printer printer_;
+  Alarms alarms_;
   GpioService gpio_;
   DoorService door_;
   IdentifierService identifier_{users_};

@@ -176,13 +176,21 @@ std::optional<Event> record_written(const ac::Message& message) {
                 {"recorded", text(message, "time")}});
 }
 
+std::optional<Event> alarm(const ac::Message& message) {
+  const bool stands = number(message, "standing") != 0;
+  const std::string what = text(message, "text");
+  return event("alarm", "alarm " + escape(text(message, "name")), stands ? escape(what) : "over: " + escape(what),
+               stands ? Weight::bad : Weight::good,
+               {{"name", text(message, "name")}, {"text", what}, {"standing", stands}});
+}
+
 const std::map<std::string, Maker>& makers() {
   static const auto& table = *new std::map<std::string, Maker>{
       {"identifier_decision", identification}, {"door_state", door_open},
       {"enroll_card", enrollment_begun},       {"enroll_rfid_successful", enrollment_done},
       {"enroll_timeout", enrollment_late},     {"enroller_error", enrollment_failed},
       {"gpio_notified", line_changed},         {"config_param_set", setting_changed},
-      {"audit_log_created", record_written}};
+      {"audit_log_created", record_written},   {"alarm", alarm}};
   return table;
 }
 

@@ -162,6 +162,20 @@ TEST_F(EventTest, AnAuditRecordHasItsLabel) {
   EXPECT_NE(line(odd).find("?: "), std::string::npos);
 }
 
+TEST_F(EventTest, AnAlarmIsSaidWhenItStandsAndWhenItIsOver) {
+  for (const bool stands : {true, false}) {
+    ac::Message message("alarm");
+    message.add_string("name", "disk");
+    message.add_string("text", "full\n");
+    message.add_int("standing", stands ? 1 : 0);
+    EXPECT_EQ(line(message),
+              std::string("03:04:05.006  alarm disk                    ") + (stands ? "full\\n" : "over: full\\n"));
+    EXPECT_TRUE(json(message).ends_with(R"("name":"disk","text":"full\n","standing":)" +
+                                        std::string(stands ? "true}" : "false}")))
+        << json(message);
+  }
+}
+
 TEST_F(EventTest, MessagesWithoutFieldsAreEventsAllTheSame) {
   for (const std::string& type : Event::message_types()) {
     const auto event = Event::from(ac::Message(type), kTime);
