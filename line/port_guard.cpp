@@ -16,6 +16,8 @@
 #include <fstream>
 #include <optional>
 
+#include "line/terminal.h"
+
 namespace line {
 namespace {
 
@@ -128,6 +130,7 @@ std::string open_failure_text(const std::string& path, int reason, const std::st
 PortGuard::PortGuard(const std::string& path, const std::string& alternative) : fd_(open_port(path, alternative)) {
   try {
     check_and_lock(fd_, path, alternative);
+    make_raw(fd_);
     tcflush(fd_, TCIOFLUSH);
   } catch (...) {
     close(fd_);

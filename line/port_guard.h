@@ -24,7 +24,8 @@ class PortError : public std::runtime_error {
 
 // Holds the port for this process while it lives: two of our programs exclude each other by a lock on the device, and a
 // port that another program has open is refused. What waits in the port then is dropped: it was meant for somebody
-// before, and would be taken for the answer to the first command.
+// before, and would be taken for the answer to the first command. The port is raw before a byte of it is read: what a
+// reader sends is never a terminal's signal.
 class PortGuard {
  public:
   // alternative: what else a user may try when there is no such port. Throws PortError.
@@ -32,6 +33,9 @@ class PortGuard {
   ~PortGuard();
   PortGuard(const PortGuard&) = delete;
   PortGuard& operator=(const PortGuard&) = delete;
+
+  // Raw and without blocking, for whoever uses the port through the guard.
+  int fd() const { return fd_; }
 
  private:
   int fd_;

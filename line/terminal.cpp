@@ -1,0 +1,76 @@
+#include "line/terminal.h"
+
+#include <fcntl.h>
+#include <stdlib.h>
+#include <sys/ioctl.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <system_error>
+#include <utility>
+
+namespace line {
+namespace {
+
+int checked(int result, const char* what) {
+  if (result < 0) {
+    throw std::system_error(errno, std::generic_category(), what);
+  }
+  return result;
+}
+
+Descriptor open_master() {
+  Descriptor master(checked(posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC), "opening a pseudo-terminal"));
+  checked(grantpt(master.get()), "granting the pseudo-terminal");
+  checked(unlockpt(master.get()), "unlocking the pseudo-terminal");
+  return master;
+}
+
+std::string client_path(int master) {
+  std::array<char, 128> path{};
+  if (const int error = ptsname_r(master, path.data(), path.size()); error != 0) {
+    throw std::system_error(error, std::generic_category(), "naming the pseudo-terminal");
+  }
+  return path.data();
+}
+
+}  // namespace
+
+Descriptor::Descriptor(Descriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+
+Descriptor& Descriptor::operator=(Descriptor&& other) noexcept {
+  std::swap(fd_, other.fd_);
+  return *this;
+}
+
+Descriptor::~Descriptor() {
+  if (fd_ >= 0) {
+    close(fd_);
+  }
+}
+
+Terminal::Terminal()
+    : master_(open_master()),
+      path_(client_path(master_.get())),
+      client_(checked(open(path_.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC), "opening the pseudo-terminal")) {
+  make_raw(client_.get());
+}
+
+std::size_t Terminal::drop_unread() const {
+  int count = 0;
+  ioctl(client_.get(), FIONREAD, &count);
+  tcflush(client_.get(), TCIFLUSH);
+  return count < 0 ? 0 : static_cast<std::size_t>(count);
+}
+
+void make_raw(int fd) {
+  termios settings{};
+  settings.c_cflag = CS8 | CREAD | CLOCAL;
+  settings.c_cc[VMIN] = 1;
+  cfsetspeed(&settings, B115200);
+  tcsetattr(fd, TCSANOW, &settings);
+}
+
+}  // namespace line

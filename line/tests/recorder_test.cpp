@@ -1,0 +1,83 @@
+#include "line/recorder.h"
+
+#include <gmock/gmock.h>
+
+#include <sstream>
+#include <thread>
+
+#include "line/tests/samples.h"
+
+namespace line::test {
+namespace {
+
+using std::chrono::milliseconds;
+
+std::vector<std::string> lines_of(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) {
+    lines.push_back(line);
+  }
+  return lines;
+}
+
+TEST(LineRecorder, SaysWhatWentWhichWayAndWhen) {
+  Recorder recorder;
+  recorder.add(Direction::to_reader, Bytes{0x7F, 0x00}, kStart);
+  recorder.add(Direction::from_reader, Bytes{0xAB}, kStart + std::chrono::microseconds(1500));
+  recorder.note("reader silent", kStart + milliseconds(2000));
+  const auto lines = lines_of(recorder.text());
+  ASSERT_EQ(lines.size(), 5U);
+  EXPECT_EQ(lines[0], "# uhf recording 1");
+  EXPECT_THAT(lines[1], testing::MatchesRegex("# begins 20..-..-..T..:..:..Z|# begins ....-.*Z"));
+  EXPECT_EQ(lines[2], "0.000000 > 7F00");
+  EXPECT_EQ(lines[3], "0.001500 < AB");
+  EXPECT_EQ(lines[4], "# 2.000000 reader silent");
+}
+
+TEST(LineRecorder, IsEmptyAtTheBeginning) { EXPECT_EQ(Recorder().text(), "# uhf recording 1\n"); }
+
+TEST(LineRecorder, TheOldestGoesWhenItIsFullAndNoPieceIsTorn) {
+  constexpr std::size_t kSize = 1000;
+  for (std::size_t length = 1; length < 60; ++length) {
+    Recorder recorder(kSize);
+    for (int i = 0; i < 500; ++i) {
+      recorder.add(Direction::to_reader, Bytes(length, static_cast<std::uint8_t>(i)), kStart + milliseconds(i));
+    }
+    const auto lines = lines_of(recorder.text());
+    ASSERT_EQ(lines.size(), 2 + kSize / (length + 13)) << length;
+    for (std::size_t i = 2; i < lines.size(); ++i) {
+      const auto number = 500 - (lines.size() - i);
+      std::ostringstream expected;
+      expected << " > ";
+      for (std::size_t byte = 0; byte < length; ++byte) {
+        char digits[3];
+        std::snprintf(digits, sizeof digits, "%02X", static_cast<unsigned>(number % 256));
+        expected << digits;
+      }
+      ASSERT_TRUE(lines[i].ends_with(expected.str())) << length << ": " << lines[i];
+    }
+  }
+}
+
+TEST(LineRecorder, ThreadsMayAddAndReadAtTheSameTime) {
+  Recorder recorder(2000);
+  std::thread one([&] {
+    for (int i = 0; i < 2000; ++i) {
+      recorder.add(Direction::to_reader, Bytes(static_cast<std::size_t>(i % 50), 1));
+    }
+  });
+  std::thread two([&] {
+    for (int i = 0; i < 2000; ++i) {
+      recorder.note("a note");
+    }
+  });
+  for (int i = 0; i < 50; ++i) {
+    EXPECT_TRUE(recorder.text().starts_with("# uhf recording 1\n"));
+  }
+  one.join();
+  two.join();
+}
+
+}  // namespace
+}  // namespace line::test
