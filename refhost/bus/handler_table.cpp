@@ -13,18 +13,21 @@
 namespace refhost {
 namespace {
 
-void report_failure(const std::string& recipient, const std::string& type, const std::string& reason) {
+void report_failure(const std::string& recipient, const ac::Message& message, const std::string& reason) {
   count(running_counters.failures);
-  log::error(recipient + ": handler of \"" + type + "\" failed: " + reason);
+  log::error(recipient + ": handler of \"" + message.type() + "\" failed: " + reason);
+  if (Ticket* const ticket = ac::Message::Impl::of(message).ticket(); ticket != nullptr) {
+    ticket->failed(reason);
+  }
 }
 
 void call(const std::function<void(ac::Message*)>& handler, ac::Message* message, const std::string& recipient) {
   try {
     handler(message);
   } catch (const std::exception& failure) {
-    report_failure(recipient, message->type(), failure.what());
+    report_failure(recipient, *message, failure.what());
   } catch (...) {
-    report_failure(recipient, message->type(), "unknown exception");
+    report_failure(recipient, *message, "unknown exception");
   }
 }
 
@@ -42,7 +45,9 @@ void HandlerTable::add(const ac::MessageListener* listeners, std::size_t count) 
 }
 
 void HandlerTable::deliver(std::unique_ptr<ac::Message> message, const std::string& recipient) const {
-  const auto found = std::ranges::find(handlers_, ac::Message::Impl::of(*message).type, &Entry::first);
+  const auto& impl = ac::Message::Impl::of(*message);
+  const Ticket::Handling handling(impl.ticket());
+  const auto found = std::ranges::find(handlers_, impl.type, &Entry::first);
   if (found == handlers_.end()) {
     if (message->type() != kFlushType) {
       count(running_counters.undelivered);
@@ -53,8 +58,11 @@ void HandlerTable::deliver(std::unique_ptr<ac::Message> message, const std::stri
     call(handler, message.get(), recipient);
   }
   count(running_counters.delivered);
-  const auto& rare = ac::Message::Impl::of(*message).existing_rare;
+  const auto& rare = impl.existing_rare;
   if (auto* queue = rare == nullptr ? nullptr : std::exchange(rare->next_queue, nullptr); queue != nullptr) {
+    if (rare->ticket != nullptr) {
+      rare->ticket->moves_on();
+    }
     ac::MessageEnqueuer::Impl::of(*queue).inbox.put(std::move(message));
   }
 }

@@ -9,6 +9,7 @@
 #include "bus/fields.h"
 #include "bus/message_type.h"
 #include "bus/reply_slot.h"
+#include "bus/ticket.h"
 
 // Small, as a queue full of them goes through two processors' caches.
 struct ac::Message::Impl final {
@@ -22,6 +23,8 @@ struct ac::Message::Impl final {
     std::shared_ptr<refhost::ReplySlot> right_to_answer;
     // Where the delivery moves the message once its handlers have returned; null when it stays.
     ac::MessageEnqueuer* next_queue = nullptr;
+    // This recipient's, of a message that is followed; null when it is not.
+    std::unique_ptr<refhost::Ticket> ticket;
   };
 
   refhost::MessageType* type = nullptr;  // null when nobody had listened to it by then
@@ -40,6 +43,8 @@ struct ac::Message::Impl final {
     }
     return *existing_rare;
   }
+
+  refhost::Ticket* ticket() const { return existing_rare == nullptr ? nullptr : existing_rare->ticket.get(); }
 
   // What one recipient gets: type, argument, fields and the right to answer.
   static std::unique_ptr<ac::Message> copy(const ac::Message& message);

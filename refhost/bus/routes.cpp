@@ -1,5 +1,6 @@
 #include "bus/routes.h"
 
+#include <algorithm>
 #include <mutex>
 #include <utility>
 
@@ -8,6 +9,27 @@
 #include "bus/subscriber_impl.h"
 
 namespace refhost {
+namespace {
+
+// With the lock of the routes held.
+void give_followed(const ac::Message& message, const std::shared_ptr<Delivery::Impl>& delivery,
+                   const std::function<bool(const Subscriber::Impl&)>& is_wanted) {
+  bool taken = false;
+  const MessageType* const type = MessageType::find(message.type());
+  for (Subscriber::Impl* const subscriber : type == nullptr ? std::vector<Subscriber::Impl*>() : type->subscribers) {
+    if (is_wanted(*subscriber)) {
+      taken = true;
+      auto own = ac::Message::Impl::copy(message);
+      ac::Message::Impl::of(*own).rare().ticket = std::make_unique<Ticket>(delivery, subscriber->inbox.name());
+      subscriber->inbox.put(std::move(own));
+    }
+  }
+  if (!taken) {
+    count(running_counters.undelivered);
+  }
+}
+
+}  // namespace
 
 Routes& Routes::instance() {
   static Routes& routes = *new Routes;
@@ -58,6 +80,23 @@ std::unique_ptr<ac::Message> Routes::post(std::unique_ptr<ac::Message> message, 
   }
   give(interested.back(), std::move(message));
   return kept;
+}
+
+void Routes::post_followed(const ac::Message& message, const std::shared_ptr<Delivery::Impl>& delivery,
+                           const std::vector<std::string>& except) {
+  const std::shared_lock lock(mutex_);
+  for (const Tap* tap : taps_) {
+    (*tap)(message);
+  }
+  give_followed(message, delivery, [&except](const Subscriber::Impl& one) {
+    return std::ranges::find(except, one.inbox.name()) == except.end();
+  });
+}
+
+void Routes::post_followed_to(const std::string& recipient, const ac::Message& message,
+                              const std::shared_ptr<Delivery::Impl>& delivery) {
+  const std::shared_lock lock(mutex_);
+  give_followed(message, delivery, [&](const Subscriber::Impl& one) { return one.inbox.name() == recipient; });
 }
 
 void Routes::post_to_all(const std::function<std::unique_ptr<ac::Message>()>& make) {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "ac/message.h"
+#include "refhost/delivery.h"
 #include "refhost/subscriber.h"
 
 namespace refhost {
@@ -27,6 +28,13 @@ class Routes {
   // What `inline_for` would get is returned instead (null when it is null or not interested): that subscriber's own
   // thread is the caller and waits for the outcome. A message that nobody wants is counted.
   std::unique_ptr<ac::Message> post(std::unique_ptr<ac::Message> message, const Subscriber::Impl* inline_for);
+
+  // Put a copy of the message, which reports, into the inbox of everybody who is interested in its type, but of those
+  // of these names; or of the one of that name, which no tap sees.
+  void post_followed(const ac::Message& message, const std::shared_ptr<Delivery::Impl>& delivery,
+                     const std::vector<std::string>& except);
+  void post_followed_to(const std::string& recipient, const ac::Message& message,
+                        const std::shared_ptr<Delivery::Impl>& delivery);
 
   // Put a message that has no handler, made for each, into the inbox of every subscriber.
   void post_to_all(const std::function<std::unique_ptr<ac::Message>()>& make);

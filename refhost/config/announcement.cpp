@@ -5,7 +5,7 @@
 
 namespace refhost {
 
-void announce(const SettingsStore::Change& change) {
+std::unique_ptr<ac::Message> announcement_of(const SettingsStore::Change& change) {
   const bool of_the_system = change.setting.section == kSystemSection;
   auto message = std::make_unique<ac::Message>("config_param_set");
   if (!of_the_system) {
@@ -15,7 +15,9 @@ void announce(const SettingsStore::Change& change) {
   message->add_string("value", change.value);
   message->add_string("previous_value", change.previous_value);
   message->add_int("sys_config", of_the_system ? 1 : 0);
-  ac::PostOffice::send_message(std::move(message));
+  return message;
 }
+
+void announce(const SettingsStore::Change& change) { ac::PostOffice::send_message(announcement_of(change)); }
 
 }  // namespace refhost

@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "ac/message.h"
 #include "refhost/settings_rule.h"
 #include "refhost/settings_schema.h"
 
@@ -96,8 +97,11 @@ class SettingsStore {
 // The section of the settings that belong to no module.
 inline constexpr std::string_view kSystemSection = "system";
 
-// Announces a change on the bus with "config_param_set": strings "module", "param", "value" and "previous_value", int
-// "sys_config" 0; a setting of the system has no "module" and "sys_config" 1. Made for SettingsStore::on_change.
+// The announcement of a change: "config_param_set" with strings "module", "param", "value" and "previous_value", int
+// "sys_config" 0; a setting of the system has no "module" and "sys_config" 1.
+std::unique_ptr<ac::Message> announcement_of(const SettingsStore::Change& change);
+
+// Sends it on the bus. Made for SettingsStore::on_change.
 void announce(const SettingsStore::Change& change);
 
 }  // namespace refhost
