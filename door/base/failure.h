@@ -16,6 +16,7 @@ enum Status : int {
   kNoPlugin = 6,
   kWatchdog = 7,
   kPluginEnded = 8,
+  kNotInForce = 9,
 };
 
 // What ends the program with a status and one line on standard error.

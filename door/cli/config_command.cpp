@@ -19,6 +19,7 @@
 #include "door/cli/settings_table.h"
 #include "door/cli/settings_text.h"
 #include "refhost/instance_lock.h"
+#include "refhost/log_entry.h"
 #include "refhost/settings_store.h"
 
 namespace achost {
@@ -35,18 +36,22 @@ const refhost::Setting& named(const std::vector<std::string>& words, std::size_t
   return refhost::SettingsSchema::builtin().at(section, words[count - 1]);
 }
 
-// What is overridden for the run of a host that runs there.
-void take_overrides(SettingsStore& store, const std::filesystem::path& directory) {
+// What is overridden for the run of a host that runs there, into the store; what it has in force instead of what is
+// stored, as the result.
+ValuesInForce take_from_host(SettingsStore& store, const std::filesystem::path& directory) {
+  ValuesInForce in_force;
   const auto answer = ask_if_running(directory, {{"command", "config_list"}});
-  if (!answer.has_value()) {
-    return;
-  }
-  for (const auto& setting : answer->at("settings")) {
+  for (const auto& setting : answer.has_value() ? answer->at("settings") : Json::array()) {
+    const auto section = setting.at("section").get<std::string>();
+    const auto key = setting.at("key").get<std::string>();
     if (setting.at("overridden")) {
-      store.override_for_run(setting.at("section").get<std::string>(), setting.at("key").get<std::string>(),
-                             setting.at("value"));
+      store.override_for_run(section, key, setting.at("value"));
+    }
+    if (setting.contains("in_force")) {
+      in_force[{section, key}] = {.value = setting.at("in_force"), .reason = setting.value("reason", "")};
     }
   }
+  return in_force;
 }
 
 // The settings of a directory that no host runs on.
@@ -107,8 +112,8 @@ std::string content_of(const std::string& file) {
 void list_settings(const std::string& state, bool json) {
   const auto directory = settings_state(state);
   SettingsStore store(directory, SettingsStore::Access::read_only);
-  take_overrides(store, directory);
-  print(json ? settings_as_json(store) : settings_as_table(store, cli::terminal_width()));
+  const auto in_force = take_from_host(store, directory);
+  print(json ? settings_as_json(store, in_force) : settings_as_table(store, cli::terminal_width(), in_force));
 }
 
 void document_settings() { print(settings_as_markdown(refhost::SettingsSchema::builtin())); }
@@ -117,8 +122,12 @@ void get_setting(const std::string& state, const std::vector<std::string>& name)
   const auto& setting = named(name, name.size());
   const auto directory = settings_state(state);
   SettingsStore store(directory, SettingsStore::Access::read_only);
-  take_overrides(store, directory);
+  const auto in_force = take_from_host(store, directory);
   print(store.get(setting.section, setting.key).value() + "\n");
+  if (const auto instead = in_force.find({setting.section, setting.key}); instead != in_force.end()) {
+    std::fprintf(stderr, "achost: %s is stored, but not in force (%s is): %s\n", setting.key.c_str(),
+                 instead->second.value.c_str(), refhost::log::escape(instead->second.reason).c_str());
+  }
 }
 
 void set_setting(const std::string& state, const std::vector<std::string>& words) {

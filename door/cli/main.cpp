@@ -31,7 +31,8 @@ constexpr const char* kStatuses =
     "  5  the port is in use\n"
     "  6  the plug-in cannot be loaded\n"
     "  7  a thread stopped reporting to the watchdog\n"
-    "  8  the plug-in ended";
+    "  8  the plug-in ended\n"
+    "  9  the setting is stored, but not in force yet";
 
 struct ConfigOptions {
   std::string state;

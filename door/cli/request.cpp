@@ -8,7 +8,9 @@ namespace {
 // The answer when the line is one that says that it went well. Throws Failure when it says that it did not.
 void check(const Json& line) {
   if (!line.value("ok", true)) {
-    throw Failure(line.value("status", 1) == kUsage ? kUsage : kFailed, line.value("error", "the host has refused"));
+    const int status = line.value("status", 1);
+    throw Failure(status == kUsage || status == kNotInForce ? static_cast<Status>(status) : kFailed,
+                  line.value("error", "the host has refused"));
   }
 }
 

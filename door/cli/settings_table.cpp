@@ -18,14 +18,24 @@ std::string name_of(const refhost::Setting& setting) {
   return setting.section == kDefaultSection ? setting.key : setting.section + "." + setting.key;
 }
 
-std::vector<std::string> row_of(const refhost::SettingsStore& store, const refhost::Setting& setting) {
+const InForce* find(const ValuesInForce& in_force, const refhost::Setting& setting) {
+  const auto found = in_force.find({setting.section, setting.key});
+  return found == in_force.end() ? nullptr : &found->second;
+}
+
+std::string origin(const refhost::SettingsStore& store, const refhost::Setting& setting, const InForce* instead) {
+  const std::string from = store.is_overridden(setting.section, setting.key)                          ? "this run"
+                           : store.get(setting.section, setting.key).value() == setting.default_value ? "default"
+                                                                                                      : "set";
+  return instead == nullptr ? from : from + ", but " + (instead->value.empty() ? "-" : instead->value) + " is in force";
+}
+
+std::vector<std::string> row_of(const refhost::SettingsStore& store, const refhost::Setting& setting,
+                                const InForce* instead) {
   const std::string value = store.get(setting.section, setting.key).value();
-  const bool overridden = store.is_overridden(setting.section, setting.key);
   return {name_of(setting),
           value.empty() ? "-" : value,
-          overridden                       ? "this run"
-          : value == setting.default_value ? "default"
-                                           : "set",
+          origin(store, setting, instead),
           setting.unit.empty() ? "-" : setting.unit,
           setting.allowed(),
           setting.help + (setting.live ? "" : " (applies at the next start)")};
@@ -70,29 +80,33 @@ std::string cell(const std::string& text) {
 
 }  // namespace
 
-std::string settings_as_table(const refhost::SettingsStore& store, std::size_t width) {
+std::string settings_as_table(const refhost::SettingsStore& store, std::size_t width, const ValuesInForce& in_force) {
   Rows rows = {{"KEY", "VALUE", "FROM", "UNIT", "ALLOWED", "WHAT IT IS"}};
   for (const auto& setting : store.schema().settings()) {
-    rows.push_back(row_of(store, setting));
+    rows.push_back(row_of(store, setting, find(in_force, setting)));
   }
   const auto table = aligned(rows);
   return width == 0 || widest_line(table) <= width ? table : folded(rows, width);
 }
 
-std::string settings_as_json(const refhost::SettingsStore& store) {
+std::string settings_as_json(const refhost::SettingsStore& store, const ValuesInForce& in_force) {
   std::string text;
   for (const auto& setting : store.schema().settings()) {
     const auto value = store.get(setting.section, setting.key).value();
-    const nlohmann::ordered_json object = {{"section", setting.section},
-                                           {"key", setting.key},
-                                           {"value", value},
-                                           {"default", setting.default_value},
-                                           {"is_default", value == setting.default_value},
-                                           {"overridden", store.is_overridden(setting.section, setting.key)},
-                                           {"unit", setting.unit},
-                                           {"allowed", setting.allowed()},
-                                           {"live", setting.live},
-                                           {"help", setting.help}};
+    nlohmann::ordered_json object = {{"section", setting.section},
+                                     {"key", setting.key},
+                                     {"value", value},
+                                     {"default", setting.default_value},
+                                     {"is_default", value == setting.default_value},
+                                     {"overridden", store.is_overridden(setting.section, setting.key)},
+                                     {"unit", setting.unit},
+                                     {"allowed", setting.allowed()},
+                                     {"live", setting.live},
+                                     {"help", setting.help}};
+    if (const InForce* const instead = find(in_force, setting); instead != nullptr) {
+      object["in_force"] = instead->value;
+      object["reason"] = instead->reason;
+    }
     text += object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
   }
   return text;

@@ -1,5 +1,6 @@
 #include "door/cli/status_table.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <vector>
@@ -43,6 +44,19 @@ Rows pairs_of(const Json& object) {
   return rows;
 }
 
+// Settings of the reader, each with what is in force where that is not what is stored.
+Rows settings(const Json& status) {
+  Rows rows = pairs_of(status.at("settings"));
+  for (const auto& one : status.at("not_in_force")) {
+    const auto row =
+        std::ranges::find_if(rows, [&](const auto& cells) { return cells.front() == "  " + text_of(one.at("key")); });
+    if (row != rows.end() && one.at("section") == "uhf") {
+      row->back() += " (in force: " + text_of(one.at("in_force")) + ")";
+    }
+  }
+  return rows;
+}
+
 std::string threads(const Json& list) {
   Rows rows = {{"THREAD", "LAST REPORTED"}};
   for (const auto& thread : list) {
@@ -80,7 +94,7 @@ std::string status_table(const Json& status) {
                   {"  plug-in", plugin.is_null() ? "not started yet" : text_of(plugin)},
                   {"  reader", text_of(status.at("reader"))},
                   {"  state", text_of(status.at("state"))}}) +
-         "SETTINGS OF THE READER\n" + aligned(pairs_of(status.at("settings"))) + threads(status.at("threads")) +
+         "SETTINGS OF THE READER\n" + aligned(settings(status)) + threads(status.at("threads")) +
          queues(status.at("queues")) + "MESSAGES\n" + aligned(pairs_of(status.at("bus")));
 }
 

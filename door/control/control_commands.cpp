@@ -1,10 +1,12 @@
 #include "door/control/control_commands.h"
 
+#include <tuple>
+
 #include "door/base/assignment.h"
+#include "door/base/failure.h"
 #include "door/control/control_events.h"
 #include "door/control/control_status.h"
 #include "door/control/enrollment_request.h"
-#include "refhost/bus_view.h"
 #include "refhost/send.h"
 #include "uhfsim/command.h"
 #include "uhfsim/text.h"
@@ -14,20 +16,24 @@ namespace {
 
 using Type = ControlField::Type;
 
-// How long the plug-in may take to apply a setting; the reader's answers are the slowest part of it.
-constexpr std::chrono::seconds kLongestHandling{10};
-
-Json setting_json(const refhost::SettingsStore& store, const refhost::Setting& setting) {
-  return {{"section", setting.section},
-          {"key", setting.key},
-          {"value", store.get(setting.section, setting.key).value()},
-          {"overridden", store.is_overridden(setting.section, setting.key)}};
+// With what is in force in place of the value, and why, where they differ.
+Json setting_json(const ControlledHost& host, const refhost::Setting& setting) {
+  const auto& [section, key] = std::tie(setting.section, setting.key);
+  Json result = {{"section", section},
+                 {"key", key},
+                 {"value", host.settings.get(section, key).value()},
+                 {"overridden", host.settings.is_overridden(section, key)}};
+  if (const auto awaited = host.changes.awaited(section, key); awaited.has_value()) {
+    result["in_force"] = awaited->in_force;
+    result["reason"] = awaited->reason;
+  }
+  return result;
 }
 
-Json list_settings(const refhost::SettingsStore& store) {
+Json list_settings(const ControlledHost& host) {
   Json list = Json::array();
-  for (const auto& setting : store.schema().settings()) {
-    list.push_back(setting_json(store, setting));
+  for (const auto& setting : host.settings.schema().settings()) {
+    list.push_back(setting_json(host, setting));
   }
   return {{"settings", list}};
 }
@@ -36,23 +42,25 @@ const refhost::Setting& setting_of(const refhost::SettingsStore& store, const Js
   return store.schema().at(request["section"].get<std::string>(), request["key"].get<std::string>());
 }
 
-// Wait until every handler has heard of the changes. what: that is stored by then.
-void await_plugin(const std::string& what) {
-  if (!refhost::flush_bus(kLongestHandling)) {
-    throw std::runtime_error(what + " stored, but the plug-in has not answered for " +
-                             std::to_string(kLongestHandling.count()) + " s: see achost status");
+// Throws Failure when any of them does not come into force.
+void change_settings(SettingsChanges& changes, const std::vector<refhost::SettingValue>& wanted) {
+  std::string told;
+  for (const auto& awaited : changes.change(wanted)) {
+    told += (told.empty() ? "" : "; ") + text_of(awaited);
+  }
+  if (!told.empty()) {
+    throw Failure(kNotInForce, told + "; the host tries again until it is");
   }
 }
 
 // The answer has what the store holds once the plug-in has heard of the change: it may have written a bound back.
-Json set_setting(refhost::SettingsStore& store, const Json& request) {
-  const auto& setting = setting_of(store, request);
-  store.set(setting.section, setting.key, request["value"].get<std::string>());
-  await_plugin("setting " + setting.key + " is");
-  return setting_json(store, setting);
+Json set_setting(const ControlledHost& host, const Json& request) {
+  const auto& setting = setting_of(host.settings, request);
+  change_settings(host.changes, {{setting.section, setting.key, request["value"].get<std::string>()}});
+  return setting_json(host, setting);
 }
 
-Json import_settings(refhost::SettingsStore& store, const Json& request) {
+Json import_settings(const ControlledHost& host, const Json& request) {
   std::vector<Assignment> wanted;
   for (const auto& one : request["settings"]) {
     const auto text = one.get<std::string>();
@@ -62,8 +70,7 @@ Json import_settings(refhost::SettingsStore& store, const Json& request) {
     }
     wanted.push_back(checked_assignment(text.substr(0, equals), text.substr(equals + 1)));
   }
-  store.set(wanted);
-  await_plugin("the settings are");
+  change_settings(host.changes, wanted);
   return {{"count", wanted.size()}};
 }
 
@@ -131,18 +138,16 @@ Json show_field(const ControlledHost& host) {
 
 ControlTable control_table(const ControlledHost& host) {
   return ControlTable({
-      {"config_list", {}, [host](const Json&, ControlStream&) { return list_settings(host.settings); }},
+      {"config_list", {}, [host](const Json&, ControlStream&) { return list_settings(host); }},
       {"config_get",
        {{"section"}, {"key"}},
-       [host](const Json& request, ControlStream&) {
-         return setting_json(host.settings, setting_of(host.settings, request));
-       }},
+       [host](const Json& request, ControlStream&) { return setting_json(host, setting_of(host.settings, request)); }},
       {"config_set",
        {{"section"}, {"key"}, {"value"}},
-       [host](const Json& request, ControlStream&) { return set_setting(host.settings, request); }},
+       [host](const Json& request, ControlStream&) { return set_setting(host, request); }},
       {"config_import",
        {{"settings", Type::texts}},
-       [host](const Json& request, ControlStream&) { return import_settings(host.settings, request); }},
+       [host](const Json& request, ControlStream&) { return import_settings(host, request); }},
       {"gpio_list", {}, [host](const Json&, ControlStream&) { return list_lines(host.gpio); }},
       {"gpio_set",
        {{"line", Type::integer}, {"value", Type::integer}},

@@ -10,6 +10,7 @@
 #include "door/services/alarms.h"
 #include "door/services/enroller_service.h"
 #include "door/services/gpio_service.h"
+#include "door/services/settings_changes.h"
 #include "refhost/settings_store.h"
 #include "uhfsim/simulated_reader.h"
 
@@ -19,7 +20,8 @@ namespace achost {
 struct ControlledHost {
   std::filesystem::path state;
   std::chrono::steady_clock::time_point started;
-  refhost::SettingsStore& settings;
+  const refhost::SettingsStore& settings;
+  SettingsChanges& changes;
   const Alarms& alarms;
   const GpioService& gpio;
   EnrollerService& enroller;

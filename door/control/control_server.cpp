@@ -16,6 +16,7 @@
 #include <thread>
 
 #include "ac/util.h"
+#include "door/base/failure.h"
 #include "door/control/client_places.h"
 #include "door/control/control.h"
 #include "door/control/line_socket.h"
@@ -27,10 +28,6 @@ namespace achost {
 namespace {
 
 constexpr const char* kSocketName = "control.sock";
-
-// Exit statuses of a program whose request failed.
-constexpr int kFailed = 1;
-constexpr int kWrong = 2;
 
 Json error(int status, const std::string& text) { return {{"ok", false}, {"status", status}, {"error", text}}; }
 
@@ -79,10 +76,10 @@ class Connection : public ControlStream {
           places_.end_request(socket_);
           break;
         case LineReader::Outcome::too_long:
-          send(error(kWrong, "a request has at most " + std::to_string(ControlServer::kLongestRequest) + " bytes"));
+          send(error(kUsage, "a request has at most " + std::to_string(ControlServer::kLongestRequest) + " bytes"));
           return;
         case LineReader::Outcome::too_late:
-          send(error(kWrong, "the request has no end: a newline ends it"));
+          send(error(kUsage, "the request has no end: a newline ends it"));
           return;
         case LineReader::Outcome::idle:
           send(error(kFailed, "no request came for too long: connect again"));
@@ -118,11 +115,13 @@ class Connection : public ControlStream {
       result.update(table_.check(request).run(request, *this));
       return result;
     } catch (const Json::parse_error&) {
-      return error(kWrong, "the request is no JSON");
+      return error(kUsage, "the request is no JSON");
     } catch (const RequestError& failure) {
-      return error(kWrong, failure.what());
+      return error(kUsage, failure.what());
     } catch (const refhost::SettingError& failure) {
-      return error(kWrong, failure.what());
+      return error(kUsage, failure.what());
+    } catch (const Failure& failure) {
+      return error(failure.status(), failure.what());
     } catch (const std::exception& failure) {
       return error(kFailed, failure.what());
     }

@@ -27,6 +27,15 @@ Json alarms(const Alarms& alarms) {
   return list;
 }
 
+Json not_in_force(const SettingsChanges& changes) {
+  Json list = Json::array();
+  for (const auto& [section, key, stored, in_force, reason] : changes.awaited()) {
+    list.push_back(
+        {{"section", section}, {"key", key}, {"stored", stored}, {"in_force", in_force}, {"reason", reason}});
+  }
+  return list;
+}
+
 Json queues() {
   Json list = Json::array();
   for (const auto& queue : refhost::queue_states()) {
@@ -65,6 +74,7 @@ Json status_of(const ControlledHost& host) {
           {"reader", host.reader},
           {"alarms", alarms(host.alarms)},
           {"settings", reader_settings(host.settings)},
+          {"not_in_force", not_in_force(host.changes)},
           {"threads", threads()},
           {"queues", queues()},
           {"bus", bus()}};

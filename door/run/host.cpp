@@ -15,6 +15,7 @@
 #include "door/base/settings_rules.h"
 #include "door/run/temporary_state.h"
 #include "refhost/clock.h"
+#include "refhost/delivery.h"
 #include "refhost/line_writer.h"
 #include "refhost/loader.h"
 #include "refhost/log.h"
@@ -96,8 +97,10 @@ Host::Host(const std::filesystem::path& state, Reader& reader, Printer::Form for
     refhost::log::error("a stored combination of settings is not used: " + fault +
                         "; achost config set mends what is stored");
   }
-  settings_.on_change([](const refhost::SettingsStore::Change& change) { refhost::announce(change); });
-  audit_.on_append([](const refhost::AuditEntry& entry) { refhost::announce(entry); });
+  audit_.on_append([](const refhost::AuditEntry& entry) {
+    refhost::Delivery::mark();  // a handler that fails afterwards is not to write another one
+    refhost::announce(entry);
+  });
   audit_.retain([this] { return retention(settings_); });
   refhost::SettingsStore::make_current(&settings_);
   refhost::AuditLog::make_current(&audit_);
@@ -120,6 +123,7 @@ ControlledHost Host::controlled() {
   return {.state = state_,
           .started = started_,
           .settings = settings_,
+          .changes = changes_,
           .alarms = alarms_,
           .gpio = gpio_,
           .enroller = enroller_,
@@ -141,6 +145,7 @@ void Host::run_plugin(const std::string& path) {
     const auto& plugin = *new refhost::LoadedPlugin(load_within_limit(path));
     refhost::log::say("achost: " + plugin.name + " (" + path + ") reads at " + reader_.description() + "; Ctrl-C ends");
     plugin_ = &plugin;
+    changes_.plugin_has_started();
     supervisor_.tell("READY=1\nSTATUS=" + plugin.name + " reads at " + reader_.description());
     reader_.story().begin({.commands = control_table(controlled()),
                            .users = users_,

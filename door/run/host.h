@@ -18,6 +18,7 @@
 #include "door/services/enroller_service.h"
 #include "door/services/gpio_service.h"
 #include "door/services/identifier_service.h"
+#include "door/services/settings_changes.h"
 #include "door/services/user_store.h"
 #include "refhost/audit_log.h"
 #include "refhost/instance_lock.h"
@@ -69,9 +70,10 @@ class Host {
   const Supervisor supervisor_;
   Printer printer_;
   Alarms alarms_;
+  SettingsChanges changes_{settings_, alarms_};
   GpioService gpio_;
   DoorService door_;
-  IdentifierService identifier_{users_};
+  IdentifierService identifier_{users_, changes_};
   EnrollerService enroller_{users_};
   refhost::Watchdog watchdog_;
   std::atomic<const refhost::LoadedPlugin*> plugin_ = nullptr;  // once it has started; written by its thread

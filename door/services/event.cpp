@@ -81,6 +81,7 @@ std::optional<Event> identification(const ac::Message& message) {
       {"opens", {"welcome, " + user_text(message), Weight::good}},
       {"unknown", {"refused, nobody's card", Weight::bad}},
       {"held_back", {"held back, a card is being enrolled", Weight::plain}},
+      {"mode_awaited", {"held back, the stored operation mode is not in force yet", Weight::bad}},
       {"failed", {"refused, the users cannot be read", Weight::bad}}};
   const auto found = outcomes.find(outcome);
   const auto& [words, weight] = found == outcomes.end() ? std::pair(escape(outcome), Weight::plain) : found->second;

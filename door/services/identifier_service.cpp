@@ -1,5 +1,7 @@
 #include "door/services/identifier_service.h"
 
+#include <strings.h>
+
 #include <algorithm>
 #include <exception>
 #include <optional>
@@ -17,8 +19,9 @@ constexpr const char* kOpens = "opens";
 
 }  // namespace
 
-IdentifierService::IdentifierService(const UserStore& users)
+IdentifierService::IdentifierService(const UserStore& users, const SettingsChanges& changes)
     : users_(users),
+      changes_(changes),
       subscriber_("identifier", {{"identifier_new_card", [this](ac::Message* message) { identify(*message); }, false},
                                  {"identifier_supress_actions", [this](ac::Message*) { ++suppressions_; }, false},
                                  {"identifier_allow_actions",
@@ -49,11 +52,28 @@ void IdentifierService::identify(const ac::Message& message) const {
 IdentifierService::Decision IdentifierService::decide(std::uint64_t card) const {
   try {
     const auto owner = users_.owner_of(card);
-    return {.outcome = suppressions_ > 0 ? "held_back" : owner.has_value() ? kOpens : "unknown", .owner = owner};
+    return {.outcome = outcome_for(owner.has_value()), .owner = owner};
   } catch (const std::exception& failure) {
     refhost::log::error(std::string("identifier: the door stays shut: ") + failure.what());
     return {.outcome = "failed", .owner = std::nullopt};
   }
+}
+
+std::string IdentifierService::outcome_for(bool known) const {
+  if (suppressions_ > 0) {
+    return "held_back";
+  }
+  if (!known) {
+    return "unknown";
+  }
+  return is_stricter_mode_awaited() ? "mode_awaited" : kOpens;
+}
+
+// The plug-in decides by the mode whether a reading counts, so until it has taken the stored one it may announce cards
+// against the input. Those that are in the house wait for no card.
+bool IdentifierService::is_stricter_mode_awaited() const {
+  const auto mode = changes_.awaited("uhf", "operation_mode");
+  return mode.has_value() && strcasecmp(mode->stored.c_str(), "continuous") != 0;
 }
 
 }  // namespace achost

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "ac/message.h"
+#include "door/services/settings_changes.h"
 #include "door/services/user_store.h"
 #include "refhost/subscriber.h"
 
@@ -17,13 +18,14 @@ namespace achost {
 //   "opens"      the card is somebody's: "actuator_open_door" of door 1 follows
 //   "unknown"    it is nobody's
 //   "held_back"  actions are suppressed
+//   "mode_awaited"  an operation mode is stored that lets fewer cards in, and it is not in force yet
 //   "failed"     the users cannot be read; logged
 // Actions are suppressed from "identifier_supress_actions" until as many "identifier_allow_actions" have come, so that
 // a second enrollment which is refused does not end the suppression of the one that runs.
 class IdentifierService {
  public:
-  // users must outlive the service.
-  explicit IdentifierService(const UserStore& users);
+  // Both must outlive the service.
+  IdentifierService(const UserStore& users, const SettingsChanges& changes);
 
  private:
   struct Decision {
@@ -33,8 +35,11 @@ class IdentifierService {
 
   void identify(const ac::Message& message) const;
   Decision decide(std::uint64_t card) const;
+  std::string outcome_for(bool known) const;
+  bool is_stricter_mode_awaited() const;
 
   const UserStore& users_;
+  const SettingsChanges& changes_;
   int suppressions_ = 0;            // used by the subscriber's delivery thread only
   refhost::Subscriber subscriber_;  // last: it stops using the others before they go
 };

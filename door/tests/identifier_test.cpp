@@ -2,6 +2,9 @@
 
 #include <SQLiteCpp/SQLiteCpp.h>
 
+#include <atomic>
+#include <stdexcept>
+
 #include "door/tests/service_fixture.h"
 #include "refhost/tests/captured_log.h"
 
@@ -23,7 +26,9 @@ class Identifier : public Services {
   }
 
   UserStore users{directory(), UserStore::Access::read_write};
-  const IdentifierService identifier{users};
+  Alarms alarms;
+  SettingsChanges changes{settings(), alarms};
+  const IdentifierService identifier{users, changes};
 };
 
 const std::string kKnownOpens = "identifier_decision value=-1 device_id=1 uuid=u outcome=opens user_id=7";
@@ -77,6 +82,54 @@ TEST_F(Identifier, AMessageWithoutItsCardIsLogged) {
   present(33);
   EXPECT_EQ(seen(1).front(), "identifier_decision value=33 device_id=1 uuid=u outcome=unknown");
   EXPECT_NE(refhost::test::captured_log().find("without an int64 \"value\""), std::string::npos);
+}
+
+// A plug-in that cannot take its settings until it is let.
+class IdentifierWithStubbornPlugin : public Identifier {
+ protected:
+  IdentifierWithStubbornPlugin() {
+    changes.plugin_has_started();
+    refhost::test::capture_log();
+  }
+  ~IdentifierWithStubbornPlugin() override {
+    is_stubborn = false;
+    refhost::test::captured_log();
+  }
+
+  std::atomic<bool> is_stubborn = true;
+
+ private:
+  const refhost::Subscriber plugin_{"plugin", {on("config_param_set", [this](ac::Message*) {
+                                      if (is_stubborn) {
+                                        throw std::runtime_error("no");
+                                      }
+                                    })}};
+};
+
+TEST_F(IdentifierWithStubbornPlugin, NoCardOpensWhileAModeThatLetsFewerInIsNotInForce) {
+  const std::string held = "identifier_decision value=-1 device_id=1 uuid=u outcome=mode_awaited user_id=7";
+  const std::string unknown = "identifier_decision value=33 device_id=1 uuid=u outcome=unknown";
+  EXPECT_EQ(changes.change({{"uhf", "operation_mode", "inhibit"}}).size(), 1U);
+  present(-1);
+  present(33);
+  EXPECT_EQ(seen(2), Texts({held, unknown}));
+  EXPECT_EQ(changes.change({{"uhf", "operation_mode", "Trigger"}}).size(), 1U);
+  present(-1);
+  EXPECT_EQ(seen(3), Texts({held, unknown, held}));
+  is_stubborn = false;
+  EXPECT_EQ(changes.change({{"uhf", "operation_mode", "Trigger"}}).size(), 0U);
+  present(-1);
+  EXPECT_EQ(seen(5), Texts({held, unknown, held, kKnownOpens, "actuator_open_door id=1 reason=0"}));
+}
+
+TEST_F(IdentifierWithStubbornPlugin, CardsOpenWhileAModeThatLetsMoreInOrAnotherSettingIsNotInForce) {
+  is_stubborn = false;
+  EXPECT_EQ(changes.change({{"uhf", "operation_mode", "inhibit"}}).size(), 0U);
+  is_stubborn = true;
+  EXPECT_EQ(changes.change({{"uhf", "operation_mode", "Continuous"}}).size(), 1U);
+  EXPECT_EQ(changes.change({{"uhf", "transmit_power", "2000"}}).size(), 1U);
+  present(-1);
+  EXPECT_EQ(seen(2), Texts({kKnownOpens, "actuator_open_door id=1 reason=0"}));
 }
 
 }  // namespace

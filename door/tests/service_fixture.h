@@ -55,6 +55,8 @@ class Services : public testing::Test {
 
   void set(const std::string& key, int value) { settings_.override_for_run("host", key, std::to_string(value)); }
 
+  refhost::SettingsStore& settings() { return settings_; }
+
   const std::filesystem::path& directory() const { return directory_.path(); }
 
  private:
