@@ -18,6 +18,7 @@
 #include "door/cli/request.h"
 #include "door/cli/settings_table.h"
 #include "door/cli/settings_text.h"
+#include "door/services/settings_changes.h"
 #include "refhost/instance_lock.h"
 #include "refhost/log_entry.h"
 #include "refhost/settings_store.h"
@@ -125,8 +126,12 @@ void get_setting(const std::string& state, const std::vector<std::string>& name)
   const auto in_force = take_from_host(store, directory);
   print(store.get(setting.section, setting.key).value() + "\n");
   if (const auto instead = in_force.find({setting.section, setting.key}); instead != in_force.end()) {
-    std::fprintf(stderr, "achost: %s is stored, but not in force (%s is): %s\n", setting.key.c_str(),
-                 instead->second.value.c_str(), refhost::log::escape(instead->second.reason).c_str());
+    const auto text = text_of({.section = setting.section,
+                               .key = setting.key,
+                               .stored = store.get(setting.section, setting.key).value(),
+                               .in_force = instead->second.value,
+                               .reason = instead->second.reason});
+    std::fprintf(stderr, "achost: %s\n", refhost::log::escape(text).c_str());
   }
 }
 

@@ -24,10 +24,13 @@ const InForce* find(const ValuesInForce& in_force, const refhost::Setting& setti
 }
 
 std::string origin(const refhost::SettingsStore& store, const refhost::Setting& setting, const InForce* instead) {
-  const std::string from = store.is_overridden(setting.section, setting.key)                          ? "this run"
-                           : store.get(setting.section, setting.key).value() == setting.default_value ? "default"
-                                                                                                      : "set";
-  return instead == nullptr ? from : from + ", but " + (instead->value.empty() ? "-" : instead->value) + " is in force";
+  const std::string value = store.get(setting.section, setting.key).value();
+  const std::string from = store.is_overridden(setting.section, setting.key) ? "this run"
+                           : value == setting.default_value                  ? "default"
+                                                                             : "set";
+  return instead == nullptr || instead->value == value
+             ? from
+             : from + ", but " + (instead->value.empty() ? "-" : instead->value) + " is in force";
 }
 
 std::vector<std::string> row_of(const refhost::SettingsStore& store, const refhost::Setting& setting,

@@ -9,10 +9,10 @@
 
 namespace achost {
 
-// What a running host has in force where that is not what is stored, by section and key.
+// What a running host has in force of settings whose change not everybody has taken, by section and key.
 struct InForce {
   std::string value;
-  std::string reason;  // why, when it is known already
+  std::string reason;  // who has failed, and why, when it is known already
 };
 using ValuesInForce = std::map<std::pair<std::string, std::string>, InForce>;
 
@@ -20,7 +20,7 @@ using ValuesInForce = std::map<std::pair<std::string, std::string>, InForce>;
 std::string settings_as_table(const refhost::SettingsStore& store, std::size_t width,
                               const ValuesInForce& in_force = {});
 
-// One JSON object a line; with "in_force" and "reason" where that is not the value.
+// One JSON object a line; with "in_force" and "reason" of those.
 std::string settings_as_json(const refhost::SettingsStore& store, const ValuesInForce& in_force);
 
 // The document of all settings, in Markdown.

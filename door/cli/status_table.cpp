@@ -50,7 +50,7 @@ Rows settings(const Json& status) {
   for (const auto& one : status.at("not_in_force")) {
     const auto row =
         std::ranges::find_if(rows, [&](const auto& cells) { return cells.front() == "  " + text_of(one.at("key")); });
-    if (row != rows.end() && one.at("section") == "uhf") {
+    if (row != rows.end() && one.at("section") == "uhf" && one.at("in_force") != one.at("stored")) {
       row->back() += " (in force: " + text_of(one.at("in_force")) + ")";
     }
   }

@@ -56,14 +56,20 @@ class Bell {
   bool ending_ = false;
 };
 
+// Settings of the host's own: it looks them up whenever it needs them, so the stored value is in force at once, and who
+// listens writes down that it has changed.
+constexpr std::string_view kOwnSection = "host";
+
 std::string shown(const std::string& value) { return value.empty() ? "\"\"" : value; }
 
 }  // namespace
 
 std::string text_of(const SettingsChanges::Awaited& awaited) {
-  const std::string instead = awaited.in_force == awaited.stored ? "" : " (" + shown(awaited.in_force) + " is)";
-  return "setting " + awaited.section + "." + awaited.key + " is stored as " + shown(awaited.stored) +
-         ", but not in force" + instead + ": " + awaited.reason;
+  const std::string what = awaited.in_force == awaited.stored
+                               ? ", but not everybody has taken that: "
+                               : ", but not in force (" + shown(awaited.in_force) + " is): ";
+  return "setting " + awaited.section + "." + awaited.key + " is stored as " + shown(awaited.stored) + what +
+         (awaited.reason.empty() ? "it is being told" : awaited.reason);
 }
 
 struct SettingsChanges::Impl {
@@ -115,6 +121,9 @@ void SettingsChanges::Impl::announce(const refhost::SettingsStore::Change& chang
                                  Setting{value, previous, Announcements(times, [bell = bell] { bell->ring(); })})
                     .first->second;
   entry.stored = value;
+  if (setting.section == kOwnSection) {
+    entry.in_force = value;
+  }
   entry.announcements.announce(change, Clock::now());
   bell->ring();
 }

@@ -58,7 +58,8 @@ class SettingsChanges {
   const std::unique_ptr<Impl> impl_;
 };
 
-// "setting uhf.operation_mode is stored as inhibit, but not in force (continuous is): uhf: ...".
+// "setting uhf.operation_mode is stored as inhibit, but not in force (continuous is): uhf: ...", or "..., but not
+// everybody has taken that: uhf: ..." where it is in force all the same.
 std::string text_of(const SettingsChanges::Awaited& awaited);
 
 }  // namespace achost

@@ -195,6 +195,15 @@ TEST_F(Changes, OfSeveralSettingsNameThoseThatAreNotInForce) {
             "setting uhf.transmit_power is stored as 2000, but not in force (2600 is): plugin: the reader is silent");
 }
 
+TEST_F(Changes, OfTheHostsOwnSettingsAreInForceAtOnceButNotTakenByAll) {
+  begin(kOnceOnly);
+  plugin.fails = true;
+  const auto awaited = changes->change({{"host", "door_open_time", "5000"}});
+  ASSERT_EQ(awaited.size(), 1U);
+  EXPECT_EQ(achost::text_of(awaited[0]),
+            "setting host.door_open_time is stored as 5000, but not everybody has taken that: plugin: it cannot");
+}
+
 TEST_F(Changes, WaitForAHandlerThatHangsAsLongAsIsSaid) {
   begin({.answer = milliseconds(1000), .first_retry = milliseconds(1), .longest_retry = milliseconds(1)});
   plugin.hangs = true;

@@ -49,9 +49,7 @@ void HandlerTable::deliver(std::unique_ptr<ac::Message> message, const std::stri
   const Ticket::Handling handling(impl.ticket());
   const auto found = std::ranges::find(handlers_, impl.type, &Entry::first);
   if (found == handlers_.end()) {
-    if (message->type() != kFlushType) {
-      count(running_counters.undelivered);
-    }
+    count(running_counters.undelivered);
     return;
   }
   for (const Handler& handler : found->second) {

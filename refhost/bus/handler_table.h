@@ -14,9 +14,6 @@
 
 namespace refhost {
 
-// The type of the messages that tell by their end that all before them are handled.
-inline constexpr const char* kFlushType = "";
-
 // Filled before messages are delivered, constant from then on.
 class HandlerTable {
  public:

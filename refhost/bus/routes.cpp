@@ -14,18 +14,17 @@ namespace {
 // With the lock of the routes held.
 void give_followed(const ac::Message& message, const std::shared_ptr<Delivery::Impl>& delivery,
                    const std::function<bool(const Subscriber::Impl&)>& is_wanted) {
-  bool taken = false;
   const MessageType* const type = MessageType::find(message.type());
-  for (Subscriber::Impl* const subscriber : type == nullptr ? std::vector<Subscriber::Impl*>() : type->subscribers) {
+  if (type == nullptr || type->subscribers.empty()) {
+    count(running_counters.undelivered);
+    return;
+  }
+  for (Subscriber::Impl* const subscriber : type->subscribers) {
     if (is_wanted(*subscriber)) {
-      taken = true;
       auto own = ac::Message::Impl::copy(message);
       ac::Message::Impl::of(*own).rare().ticket = std::make_unique<Ticket>(delivery, subscriber->inbox.name());
       subscriber->inbox.put(std::move(own));
     }
-  }
-  if (!taken) {
-    count(running_counters.undelivered);
   }
 }
 
@@ -38,7 +37,6 @@ Routes& Routes::instance() {
 
 void Routes::add(Subscriber::Impl* subscriber) {
   const std::lock_guard lock(mutex_);
-  subscribers_.push_back(subscriber);
   for (MessageType* const type : subscriber->handlers.types()) {
     type->subscribers.push_back(subscriber);
   }
@@ -46,7 +44,6 @@ void Routes::add(Subscriber::Impl* subscriber) {
 
 void Routes::remove(Subscriber::Impl* subscriber) {
   const std::lock_guard lock(mutex_);
-  std::erase(subscribers_, subscriber);
   for (MessageType* const type : subscriber->handlers.types()) {
     std::erase(type->subscribers, subscriber);
   }
@@ -97,13 +94,6 @@ void Routes::post_followed_to(const std::string& recipient, const ac::Message& m
                               const std::shared_ptr<Delivery::Impl>& delivery) {
   const std::shared_lock lock(mutex_);
   give_followed(message, delivery, [&](const Subscriber::Impl& one) { return one.inbox.name() == recipient; });
-}
-
-void Routes::post_to_all(const std::function<std::unique_ptr<ac::Message>()>& make) {
-  const std::shared_lock lock(mutex_);
-  for (Subscriber::Impl* const subscriber : subscribers_) {
-    subscriber->inbox.put(make());
-  }
 }
 
 void Routes::add_tap(const Tap* tap) {

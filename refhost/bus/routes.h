@@ -36,18 +36,14 @@ class Routes {
   void post_followed_to(const std::string& recipient, const ac::Message& message,
                         const std::shared_ptr<Delivery::Impl>& delivery);
 
-  // Put a message that has no handler, made for each, into the inbox of every subscriber.
-  void post_to_all(const std::function<std::unique_ptr<ac::Message>()>& make);
-
   // A function that sees each message that is posted; when remove_tap() returns, it is not called any more.
   using Tap = std::function<void(const ac::Message&)>;
   void add_tap(const Tap* tap);
   void remove_tap(const Tap* tap);
 
  private:
-  std::shared_mutex mutex_;  // guards all below, and the subscribers of the types; held shared while messages are put,
-                             // which is why remove() can promise
-  std::vector<Subscriber::Impl*> subscribers_;  // each type knows those that are interested in it
+  std::shared_mutex mutex_;  // guards all below, and the subscribers that each type has; held shared while messages are
+                             // put, which is why remove() can promise
   std::vector<const Tap*> taps_;
 };
 

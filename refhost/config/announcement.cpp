@@ -1,6 +1,5 @@
 #include <memory>
 
-#include "ac/post_office.h"
 #include "refhost/settings_store.h"
 
 namespace refhost {
@@ -17,7 +16,5 @@ std::unique_ptr<ac::Message> announcement_of(const SettingsStore::Change& change
   message->add_int("sys_config", of_the_system ? 1 : 0);
   return message;
 }
-
-void announce(const SettingsStore::Change& change) { ac::PostOffice::send_message(announcement_of(change)); }
 
 }  // namespace refhost

@@ -15,39 +15,6 @@
 namespace refhost::test {
 namespace {
 
-TEST(FlushBus, WaitsUntilEverySubscriberHasHandledWhatWasSent) {
-  std::atomic<int> handled = 0;
-  const auto slowly = [&](ac::Message*) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    ++handled;
-  };
-  const Subscriber first("first", {on("work", slowly)});
-  const Subscriber second("second", {on("work", slowly), on("other", slowly)});
-  for (int i = 0; i < 5; ++i) {
-    send("work");
-  }
-  EXPECT_TRUE(flush_bus(kPatience));
-  EXPECT_EQ(handled, 10);
-}
-
-TEST(FlushBus, GivesUpAfterItsTime) {
-  Event release;
-  const Subscriber stuck("stuck", {on("work", [&](ac::Message*) { release.wait(); })});
-  send("work");
-  EXPECT_FALSE(flush_bus(std::chrono::milliseconds(20)));
-  release.set();
-}
-
-TEST(FlushBus, IsNoMessageOfItsOwn) {
-  const auto before = bus_counters();
-  const Subscriber subscriber("subscriber", {on("work", [](ac::Message*) {})});
-  EXPECT_TRUE(flush_bus(kPatience));
-  EXPECT_EQ(bus_counters().undelivered, before.undelivered);
-  EXPECT_EQ(bus_counters().delivered, before.delivered);
-}
-
-TEST(FlushBus, WithoutSubscribersIsThroughAtOnce) { EXPECT_TRUE(flush_bus(kPatience)); }
-
 TEST(BusTap, SeesEachMessageOnceWhoeverIsInterested) {
   Recorder<std::string> seen;
   {

@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "ac/post_office.h"
 #include "refhost/subscriber.h"
 #include "refhost/tests/captured_log.h"
 #include "refhost/tests/support.h"
@@ -125,7 +126,7 @@ TEST_F(Store, AnnouncesAChangeOnTheBus) {
                                 announced.add(text + std::to_string(sys_config));
                               })});
   SettingsStore store(state(), Access::read_write);
-  store.on_change(announce);
+  store.on_change([](const SettingsStore::Change& change) { ac::PostOffice::send_message(announcement_of(change)); });
   store.set("uhf", "region", "KOREA");
   EXPECT_EQ(announced.wait_for(1), std::vector<std::string>({"uhf region KOREA BRAZIL 0"}));
 }

@@ -1,7 +1,6 @@
 // Looking at the bus from outside.
 #pragma once
 
-#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -24,10 +23,6 @@ struct QueueState {
 
 // Every queue of the process, in the order of their making. Any thread may call.
 std::vector<QueueState> queue_states();
-
-// Wait until every subscriber has handled what was sent to it before; false when that takes longer than the time-out.
-// What a handler sends meanwhile is not waited for. Not to be called by a handler.
-bool flush_bus(std::chrono::milliseconds timeout);
 
 // The fields of a message, in their order.
 nlohmann::ordered_json fields_of(const ac::Message& message);

@@ -101,7 +101,4 @@ inline constexpr std::string_view kSystemSection = "system";
 // "sys_config" 0; a setting of the system has no "module" and "sys_config" 1.
 std::unique_ptr<ac::Message> announcement_of(const SettingsStore::Change& change);
 
-// Sends it on the bus. Made for SettingsStore::on_change.
-void announce(const SettingsStore::Change& change);
-
 }  // namespace refhost
