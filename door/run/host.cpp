@@ -9,7 +9,12 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <functional>
+#include <future>
+#include <span>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "ac/util.h"
 #include "door/base/settings_rules.h"
@@ -19,6 +24,7 @@
 #include "refhost/line_writer.h"
 #include "refhost/loader.h"
 #include "refhost/log.h"
+#include "refhost/store_watch.h"
 #include "refhost/work.h"
 
 namespace achost {
@@ -32,11 +38,33 @@ std::chrono::milliseconds checking_period(std::chrono::milliseconds limit) {
   return std::clamp(limit / 4, std::chrono::milliseconds(1), longest);
 }
 
-// At once and past everything else: the thread that is late may hold any lock.
+constexpr const char* kDiskAlarm = "disk";
+
+// How long the disk may take before it is an alarm; with the time to the next look less than five seconds. In any case
+// it comes before the watchdog's end.
+constexpr std::chrono::milliseconds kDiskPatience(3000);
+
+// How long an end waits for the stores.
+constexpr std::chrono::milliseconds kLongestClosing(2000);
+
+double seconds(std::chrono::milliseconds time) { return std::chrono::duration<double>(time).count(); }
+
+// At once and past everything else, without memory: the thread that is late may hold any lock. What it waits for, as
+// far as that is known.
 [[noreturn]] void end_late(const refhost::WatchdogTable::Late& late) {
-  std::array<char, 512> line{};
-  std::snprintf(line.data(), line.size(), "achost: watchdog: %s has not reported for %.1f s, ending\n",
-                late.name.c_str(), std::chrono::duration<double>(late.silence).count());
+  using refhost::StoreTable;
+  constexpr std::chrono::milliseconds kWorthAWord(100);
+  std::array<char, 1024> line{};
+  std::span<char> rest(line);
+  const auto add = [&rest](const char* format, auto... values) {
+    const int length = std::snprintf(rest.data(), rest.size(), format, values...);
+    rest = rest.subspan(std::min(rest.size() - 1, static_cast<std::size_t>(std::max(length, 0))));
+  };
+  add("achost: watchdog: %s has not reported for %.1f s, ending", late.name.c_str(), seconds(late.silence));
+  if (const auto stall = StoreTable::instance().longest_stall(StoreTable::Clock::now(), kWorthAWord)) {
+    add("; the disk below %s does not answer for %.1f s (%s)", stall->file.data(), seconds(stall->length), stall->what);
+  }
+  add("\n");
   refhost::write_if_taken(STDERR_FILENO, line.data());
   _exit(kWatchdog);
 }
@@ -81,6 +109,7 @@ Host::Host(const std::filesystem::path& state, Reader& reader, Printer::Form for
            std::chrono::milliseconds watchdog_limit, bool state_is_temporary)
     : state_(state),
       state_is_temporary_(state_is_temporary),
+      disk_patience_(std::min(kDiskPatience, watchdog_limit / 2)),
       form_(form),
       reader_(reader),
       lock_(state),
@@ -110,6 +139,16 @@ Host::Host(const std::filesystem::path& state, Reader& reader, Printer::Form for
 void Host::see_that_all_is_well() {
   supervisor_.tell("WATCHDOG=1");
   door_.close_when_due();  // should its timer's thread not come to it
+  look_at_the_disk();
+}
+
+void Host::look_at_the_disk() {
+  const auto trouble = refhost::StoreTable::instance().trouble(refhost::StoreTable::Clock::now(), disk_patience_);
+  if (trouble.empty()) {
+    alarms_.clear(kDiskAlarm);
+  } else {
+    alarms_.raise(kDiskAlarm, trouble);
+  }
 }
 
 void Host::start_plugin(const std::string& path) {
@@ -182,18 +221,43 @@ void Host::print_end(const Ending::Outcome& outcome) {
   refhost::log::drain(kLongestEnd);
 }
 
+// On a thread of its own, which a disk that does not answer may hold up: what it leaves open is as after a crash, and
+// nothing that was acknowledged is lost.
+void Host::close_and_exit(int status) {
+  std::vector<std::pair<const char*, std::function<void()>>> steps = {
+      {"the control socket", [this] { control_.unlink(); }},
+      {"the settings", [this] { settings_.seal(); }},
+      {"the audit log", [this] { audit_.seal(); }},
+      {"users and cards", [this] { users_.seal(); }},
+  };
+  if (state_is_temporary_) {
+    steps.emplace_back("the temporary state", [this] { remove_temporary_state(state_); });
+  }
+  std::atomic<std::size_t> closed = 0;
+  std::promise<void> all_closed;
+  std::thread([&] {
+    for (const auto& [name, close] : steps) {
+      close();
+      ++closed;
+    }
+    all_closed.set_value();
+  }).detach();
+  if (all_closed.get_future().wait_for(kLongestClosing) != std::future_status::ready) {
+    std::string open;
+    for (std::size_t i = closed; i < steps.size(); ++i) {
+      open += (open.empty() ? "" : ", ") + std::string(steps[i].first);
+    }
+    refhost::log::say("achost: not closed, as the disk does not answer: " + open + "; nothing that was stored is lost");
+    refhost::log::drain(kLongestEnd);
+  }
+  _exit(status);
+}
+
 void Host::end_process(std::optional<std::chrono::steady_clock::time_point> deadline) {
   const auto outcome = ending_.wait(deadline);
   supervisor_.tell("STOPPING=1");
   print_end(outcome);
-  control_.unlink();
-  settings_.seal();
-  audit_.seal();
-  users_.seal();
-  if (state_is_temporary_) {
-    remove_temporary_state(state_);
-  }
-  _exit(outcome.status);
+  close_and_exit(outcome.status);
 }
 
 }  // namespace achost

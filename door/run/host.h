@@ -45,21 +45,24 @@ class Host {
   // the other settings.
   void start_plugin(const std::string& path);
 
-  // Wait for the end, for the deadline at the latest; then close the stores, print the reason and the summary, and end
-  // the process. Destructors do not run.
+  // Wait for the end, for the deadline at the latest; then print the reason and the summary, close the stores as far as
+  // their disk answers soon, and end the process. Destructors do not run.
   [[noreturn]] void end_process(std::optional<std::chrono::steady_clock::time_point> deadline);
 
  private:
   void see_that_all_is_well();
+  void look_at_the_disk();
   void run_plugin(const std::string& path);
   std::string plugin() const;
   ControlledHost controlled();
   void output_lost(int reason);
   void print_end(const Ending::Outcome& outcome);
+  [[noreturn]] void close_and_exit(int status);
 
   const std::chrono::steady_clock::time_point started_ = std::chrono::steady_clock::now();
   const std::filesystem::path state_;
   const bool state_is_temporary_;
+  const std::chrono::milliseconds disk_patience_;
   const Printer::Form form_;
   Reader& reader_;
   refhost::InstanceLock lock_;

@@ -9,6 +9,7 @@
 #include "ac/exception.h"
 #include "door/base/local_time.h"
 #include "refhost/database.h"
+#include "refhost/store_watch.h"
 
 namespace achost {
 namespace {
@@ -31,7 +32,10 @@ std::int64_t stored(std::uint64_t card) { return static_cast<std::int64_t>(card)
 }  // namespace
 
 struct UserStore::Impl {
-  std::filesystem::path file;
+  explicit Impl(const std::filesystem::path& the_file) : file(the_file), watch(the_file) {}
+
+  const std::filesystem::path file;
+  refhost::StoreWatch watch;
   std::mutex mutex;                          // guards all below
   std::optional<SQLite::Database> database;  // empty without a file, or once sealed
   std::optional<SQLite::Statement> owner;    // kept, because every identification asks it
@@ -40,6 +44,7 @@ struct UserStore::Impl {
   template <typename Action>
   auto with(Action action) {
     const std::lock_guard lock(mutex);
+    const refhost::StoreWatch::Use use(watch, "users and cards");
     try {
       return database.has_value() ? action(*database) : decltype(action(*database))();
     } catch (const SQLite::Exception& failure) {
@@ -57,8 +62,8 @@ struct UserStore::Impl {
   }
 };
 
-UserStore::UserStore(const std::filesystem::path& directory, Access access) : impl_(std::make_unique<Impl>()) {
-  impl_->file = directory / "users.db";
+UserStore::UserStore(const std::filesystem::path& directory, Access access)
+    : impl_(std::make_unique<Impl>(directory / "users.db")) {
   if (access == Access::read_write) {
     refhost::make_state_directory(directory);
     impl_->database.emplace(refhost::open_database(impl_->file, kKind));

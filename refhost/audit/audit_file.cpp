@@ -66,9 +66,10 @@ void assign(std::string& text, const SQLite::Column& column) {
 }  // namespace
 
 AuditFile::AuditFile(const std::filesystem::path& directory)
-    : file_(directory / kFileName), database_(open_database(file_, kKind)) {}
+    : file_(directory / kFileName), watch_(file_), database_(open_database(file_, kKind)) {}
 
 std::int64_t AuditFile::append(const AuditEntry& entry, const AuditRetention& retention) {
+  StoreWatch::Use use(watch_, "an audit record");
   try {
     SQLite::Transaction transaction(database_);
     SQLite::Statement insert(database_, "INSERT INTO audit_logs(at, time, type, details) VALUES(?, ?, ?, ?)");
@@ -84,6 +85,7 @@ std::int64_t AuditFile::append(const AuditEntry& entry, const AuditRetention& re
     transaction.commit();
     return id;
   } catch (const SQLite::Exception& failure) {
+    use.fail(failure.what());
     throw_database_failure(file_, kKind, failure);
   }
 }

@@ -7,6 +7,7 @@
 #include <filesystem>
 
 #include "refhost/audit_log.h"
+#include "refhost/store_watch.h"
 
 namespace refhost {
 
@@ -23,6 +24,7 @@ class AuditFile {
   void prune(std::int64_t newest, const AuditEntry& entry, const AuditRetention& retention);
 
   std::filesystem::path file_;
+  StoreWatch watch_;
   SQLite::Database database_;
   std::int64_t next_prune_ = 0;  // from which record on it is worth looking
 };

@@ -45,7 +45,7 @@ std::string text_of(const std::vector<SettingsFile::Row>& rows) {
 }  // namespace
 
 SettingsFile::SettingsFile(std::filesystem::path file, const std::vector<Row>& safest)
-    : file_(std::move(file)), copy_(file_.parent_path()), database_(open(safest)) {
+    : file_(std::move(file)), watch_(file_), copy_(file_.parent_path()), database_(open(safest)) {
   recover(safest);
 }
 
@@ -102,7 +102,13 @@ std::vector<SettingsFile::Row> SettingsFile::read(const std::filesystem::path& f
 std::vector<SettingsFile::Row> SettingsFile::rows() { return rows_of(database_, file_); }
 
 void SettingsFile::write(const std::vector<Row>& rows) {
-  write_rows(rows);
+  StoreWatch::Use use(watch_, "a setting");
+  try {
+    write_rows(rows);
+  } catch (const ac::ac_exception& failure) {
+    use.fail(failure.what());
+    throw;
+  }
   keep_copy();
 }
 

@@ -9,6 +9,7 @@
 
 #include "config/settings_copy.h"
 #include "refhost/settings_schema.h"
+#include "refhost/store_watch.h"
 
 namespace refhost {
 
@@ -39,6 +40,7 @@ class SettingsFile {
   void keep_copy() noexcept;
 
   std::filesystem::path file_;
+  StoreWatch watch_;
   SettingsCopy copy_;
   bool is_lost_ = false;  // what was stored; the copy has it, or nobody
   SQLite::Database database_;

@@ -1,0 +1,119 @@
+#include "held_host.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/ptrace.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+#include <thread>
+
+namespace held {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+bool comes_true(const std::function<bool()>& condition) {
+  const auto deadline = steady_clock::now() + refhost::test::kPatience;
+  while (!condition()) {
+    if (steady_clock::now() > deadline) {
+      return false;
+    }
+    std::this_thread::sleep_for(milliseconds(1));
+  }
+  return true;
+}
+
+FullPipe::FullPipe() {
+  EXPECT_EQ(pipe2(ends_.data(), O_NONBLOCK), 0);
+  while (write(ends_[1], "x", 1) == 1) {
+  }
+  EXPECT_EQ(fcntl(ends_[1], F_SETFL, 0), 0);
+}
+
+FullPipe::~FullPipe() {
+  close(ends_[0]);
+  close(ends_[1]);
+}
+
+StoppedThread::StoppedThread(pid_t thread) : thread_(thread) {
+  EXPECT_EQ(ptrace(PTRACE_SEIZE, thread, nullptr, nullptr), 0);
+  EXPECT_EQ(ptrace(PTRACE_INTERRUPT, thread, nullptr, nullptr), 0);
+  int status = 0;
+  EXPECT_EQ(waitpid(thread, &status, __WALL), thread);
+  EXPECT_TRUE(WIFSTOPPED(status));
+}
+
+// One that has ended meanwhile must be taken note of, or its process does not end.
+StoppedThread::~StoppedThread() {
+  if (ptrace(PTRACE_DETACH, thread_, nullptr, nullptr) != 0) {
+    waitpid(thread_, nullptr, __WALL | WNOHANG);
+  }
+}
+
+HeldHost::HeldHost() {
+  const std::string file = directory_.path() / "hold_ups";
+  const int fd = open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  if (fd < 0 || ftruncate(fd, sizeof(HoldUps)) != 0) {
+    throw std::runtime_error("cannot make " + file);
+  }
+  void* const memory = mmap(nullptr, sizeof(HoldUps), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+  close(fd);
+  if (memory == MAP_FAILED) {
+    throw std::runtime_error("cannot share " + file);
+  }
+  hold_ups_ = static_cast<HoldUps*>(memory);
+}
+
+HeldHost::~HeldHost() {
+  host_.reset();
+  munmap(hold_ups_, sizeof(HoldUps));
+}
+
+void HeldHost::start(std::vector<std::string> options, const FullPipe* outputs) {
+  const std::string redirection =
+      outputs == nullptr ? "" : " >&" + std::to_string(outputs->writer()) + " 2>&" + std::to_string(outputs->writer());
+  options.insert(
+      options.begin(),
+      {"-c", R"(LD_PRELOAD="$1" HOLD_UPS="$2"; export LD_PRELOAD HOLD_UPS; shift 2; exec "$@")" + redirection, "sh",
+       HOLD_UPS_SO, directory_.path() / "hold_ups", ACHOST, "run", "--plugin", UHF_SO, "--state", state(), "--json",
+       "--simulate", "--interactive"});
+  host_.emplace("/bin/sh", std::move(options));
+  ASSERT_TRUE(comes_true([this] {
+    try {
+      return !ask({{"command", "status"}}).at("plugin").is_null();
+    } catch (const ac::ac_exception&) {  // nobody listens yet
+      return false;
+    }
+  }));
+}
+
+void HeldHost::stall_disk(const std::string& path) {
+  hold_ups_->path.fill('\0');
+  path.copy(hold_ups_->path.data(), hold_ups_->path.size() - 1);
+  hold_ups_->disk = true;
+}
+
+std::vector<pid_t> HeldHost::threads(const std::string& name) const {
+  std::vector<pid_t> found;
+  for (const auto& task : std::filesystem::directory_iterator("/proc/" + std::to_string(host_->pid()) + "/task")) {
+    std::ifstream comm(task.path() / "comm");
+    if (std::string line; std::getline(comm, line) && line == name) {
+      found.push_back(std::stoi(task.path().filename()));
+    }
+  }
+  return found;
+}
+
+achost::Json HeldHost::ask(const achost::Json& request) const {
+  achost::ControlClient client(state());
+  client.send(request);
+  return client.receive();
+}
+
+}  // namespace held
