@@ -75,15 +75,13 @@ HeldHost::~HeldHost() {
   munmap(hold_ups_, sizeof(HoldUps));
 }
 
-void HeldHost::start(std::vector<std::string> options, const FullPipe* outputs) {
-  const std::string redirection =
-      outputs == nullptr ? "" : " >&" + std::to_string(outputs->writer()) + " 2>&" + std::to_string(outputs->writer());
-  options.insert(
-      options.begin(),
-      {"-c", R"(LD_PRELOAD="$1" HOLD_UPS="$2"; export LD_PRELOAD HOLD_UPS; shift 2; exec "$@")" + redirection, "sh",
-       HOLD_UPS_SO, directory_.path() / "hold_ups", ACHOST, "run", "--plugin", UHF_SO, "--state", state(), "--json",
-       "--simulate", "--interactive"});
-  host_.emplace("/bin/sh", std::move(options));
+void HeldHost::start(const std::vector<std::string>& options, const std::string& redirection) {
+  const std::string script = R"(LD_PRELOAD="$1" HOLD_UPS="$2"; export LD_PRELOAD HOLD_UPS; shift 2; exec "$@" )";
+  std::vector<std::string> words = {"-c", script + redirection, "sh", HOLD_UPS_SO, directory_.path() / "hold_ups"};
+  words.insert(words.end(),
+               {ACHOST, "run", "--plugin", UHF_SO, "--state", state(), "--json", "--simulate", "--interactive"});
+  words.insert(words.end(), options.begin(), options.end());
+  host_.emplace("/bin/sh", std::move(words));
   ASSERT_TRUE(comes_true([this] {
     try {
       return !ask({{"command", "status"}}).at("plugin").is_null();
@@ -99,21 +97,22 @@ void HeldHost::stall_disk(const std::string& path) {
   hold_ups_->disk = true;
 }
 
-std::vector<pid_t> HeldHost::threads(const std::string& name) const {
-  std::vector<pid_t> found;
+std::vector<std::pair<pid_t, std::string>> HeldHost::threads() const {
+  std::vector<std::pair<pid_t, std::string>> found;
   for (const auto& task : std::filesystem::directory_iterator("/proc/" + std::to_string(host_->pid()) + "/task")) {
     std::ifstream comm(task.path() / "comm");
-    if (std::string line; std::getline(comm, line) && line == name) {
-      found.push_back(std::stoi(task.path().filename()));
-    }
+    std::string name;
+    std::getline(comm, name);
+    found.emplace_back(std::stoi(task.path().filename()), name);
   }
+  std::ranges::sort(found);
   return found;
 }
 
 achost::Json HeldHost::ask(const achost::Json& request) const {
   achost::ControlClient client(state());
   client.send(request);
-  return client.receive();
+  return client.receive(refhost::test::kPatience);
 }
 
 }  // namespace held

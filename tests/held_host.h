@@ -4,10 +4,11 @@
 #include <gtest/gtest.h>
 #include <sys/types.h>
 
-#include <chrono>
+#include <array>
 #include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "door/control/control.h"
@@ -53,8 +54,8 @@ class HeldHost : public testing::Test {
   HeldHost();
   ~HeldHost() override;
 
-  // When it returns, the plug-in runs. Where outputs are given, standard output and standard error go there.
-  void start(std::vector<std::string> options = {}, const FullPipe* outputs = nullptr);
+  // When it returns, the plug-in runs. redirection: of its outputs, as a shell has it.
+  void start(const std::vector<std::string>& options = {}, const std::string& redirection = "");
 
   std::string state() const { return directory_.path() / "state"; }
   achost::test::Achost& host() { return *host_; }
@@ -64,13 +65,13 @@ class HeldHost : public testing::Test {
   void let_disk_go() { hold_ups_->disk = false; }
   void fail_memory(bool fails) { hold_ups_->memory = fails; }
 
-  // The process's threads of that name.
-  std::vector<pid_t> threads(const std::string& name) const;
+  // The process's threads with their names, in the order of their making.
+  std::vector<std::pair<pid_t, std::string>> threads() const;
 
   // What the host answers on a connection of its own.
   achost::Json ask(const achost::Json& request) const;
 
-  // End the process at once.
+  // End the process at once, without any notice.
   void kill_host() { host_.reset(); }
 
  private:

@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdio>
 #include <filesystem>
 #include <optional>
 
@@ -39,13 +38,13 @@ Duration of_seconds(double seconds) {
 void print_hints(const std::filesystem::path& state) {
   const auto programs = std::filesystem::read_symlink("/proc/self/exe").parent_path().string();
   std::string text = "achost: nothing happens by itself. Try in another terminal:\n  export ACHOST_STATE=\"" +
-                     state.string() + "\"" + (programs == "/usr/bin" ? "" : " PATH=\"" + programs + ":$PATH\"") + "\n";
+                     state.string() + "\"" + (programs == "/usr/bin" ? "" : " PATH=\"" + programs + ":$PATH\"");
   for (const char* const command :
        {"field add E28011700000020A00000001", "enroll --user 1", "field remove E28011700000020A00000001", "rex",
         "gpio set 1 1", "config set read_interval 500", "status", "events", "audit list"}) {
-    text += std::string("  achost ") + command + "\n";
+    text += std::string("\n  achost ") + command;
   }
-  std::fputs(text.c_str(), stderr);
+  refhost::log::say(text);
 }
 
 // One rule for the output and the log: card values are for whoever asks for them or sits at a terminal, and not for a

@@ -24,7 +24,7 @@ void tell_state(int open, int reason) {
 }  // namespace
 
 DoorService::DoorService()
-    : timer_("door_timer", [this] { close_when_due(); }),
+    : timers_{{{"door_timer", [this] { close_when_due(); }}, {"door_timer_2", [this] { close_when_due(); }}}},
       subscriber_("door", {{"actuator_open_door", [this](ac::Message* message) { request(*message); }, false}}) {}
 
 DoorService::~DoorService() {
@@ -62,7 +62,9 @@ void DoorService::open_or_prolong(int reason) {
     switch_relay(relay, 1);
     tell_state(1, reason);
   }
-  timer_.start(until);
+  for (auto& timer : timers_) {
+    timer.start(until);
+  }
 }
 
 void DoorService::close_when_due() {

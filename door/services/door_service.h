@@ -1,6 +1,7 @@
 // The door of the device.
 #pragma once
 
+#include <array>
 #include <mutex>
 #include <optional>
 
@@ -31,8 +32,8 @@ class DoorService {
   DoorService(const DoorService&) = delete;
   DoorService& operator=(const DoorService&) = delete;
 
-  // Close the door when its time is over. The service does it by itself; whoever watches over it calls this too, so
-  // that a thread that hangs leaves no lock open. Any thread may call.
+  // Close the door when its time is over. The service does it by itself; whoever watches over it calls this too. Any
+  // thread may call.
   void close_when_due();
 
  private:
@@ -46,10 +47,10 @@ class DoorService {
   void open_or_prolong(int reason);
   void close();
 
-  std::mutex mutex_;  // guards opening_; the bus's thread and the timer's share it
+  std::mutex mutex_;  // guards opening_; the bus's thread and the timers' share it
   std::optional<Opening> opening_;
-  refhost::Timer timer_;
-  refhost::Subscriber subscriber_;  // last: it stops using the others before they go
+  std::array<refhost::Timer, 2> timers_;  // two threads, each of which closes: either may be held up
+  refhost::Subscriber subscriber_;        // last: it stops using the others before they go
 };
 
 }  // namespace achost
