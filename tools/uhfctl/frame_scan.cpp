@@ -5,6 +5,7 @@
 #include <exception>
 #include <new>
 #include <numeric>
+#include <optional>
 
 #include "frame_catalogue.h"
 #include "uhfsim/text.h"
@@ -28,19 +29,71 @@ std::size_t declared_size(Bytes bytes) {
   return (static_cast<std::size_t>(bytes[3]) << 8 | bytes[4]) + Frame::MIN_FRAME_SIZE;
 }
 
-unsigned char sum_of(Bytes frame) {
-  return static_cast<unsigned char>(std::accumulate(frame.begin() + 1, frame.end() - 2, 0U));
+// The bytes under a look, each of which is summed up once, however many headers are among them.
+class Look {
+ public:
+  explicit Look(Bytes bytes) : bytes_(bytes) {}
+
+  Bytes from(std::size_t at) const { return bytes_.subspan(at); }
+
+  // Whether all bytes are there of the frame that begins here, if one does. REQUIRES: a header stands here.
+  bool is_whole(std::size_t at) const {
+    const auto rest = from(at);
+    return rest.size() >= Frame::MIN_FRAME_SIZE && rest.size() >= declared_size(rest);
+  }
+
+  // The frame of these bytes, or why they are none. REQUIRES: is_whole().
+  Scanned judge(std::size_t at);
+
+  // The first place from here on where a good frame begins; the end of the bytes when there is none. Asked for places
+  // in their order.
+  std::size_t next_good(std::size_t at) {
+    for (good_ = std::max(good_, at); good_ < bytes_.size() && !is_good(good_); ++good_) {
+    }
+    return good_;
+  }
+
+  // The same of a frame whose end has not come.
+  std::size_t next_open(std::size_t at) {
+    for (open_ = std::max(open_, at); open_ < bytes_.size() && !is_open(open_); ++open_) {
+    }
+    return open_;
+  }
+
+ private:
+  bool is_good(std::size_t at) { return bytes_[at] == Frame::HEADER && is_whole(at) && judge(at).frame != nullptr; }
+
+  bool is_open(std::size_t at) const {
+    const bool has_type = at + 1 >= bytes_.size() || bytes_[at + 1] <= static_cast<int>(Frame::Type::Notice);
+    return bytes_[at] == Frame::HEADER && has_type && !is_whole(at);
+  }
+
+  unsigned char sum_of(std::size_t first, std::size_t size);
+
+  Bytes bytes_;
+  std::vector<unsigned char> sums_;  // of all bytes before each, modulo 256; empty until asked for
+  std::size_t good_ = 0;             // no good frame begins before this and after where it was asked for last
+  std::size_t open_ = 0;             // likewise
+};
+
+unsigned char Look::sum_of(std::size_t first, std::size_t size) {
+  if (sums_.empty()) {
+    sums_.resize(bytes_.size() + 1);
+    std::partial_sum(bytes_.begin(), bytes_.end(), sums_.begin() + 1,
+                     [](unsigned char a, unsigned char b) { return static_cast<unsigned char>(a + b); });
+  }
+  return static_cast<unsigned char>(sums_[first + size] - sums_[first]);
 }
 
-// Why the whole frame of these bytes is none, or the frame. REQUIRES: as many bytes as declared.
-Scanned judge(Bytes bytes) {
-  Scanned result{.size = bytes.size()};
+Scanned Look::judge(std::size_t at) {
+  const auto bytes = from(at).first(declared_size(from(at)));
+  Scanned result{.offset = at, .size = bytes.size()};
   if (bytes.back() != Frame::END) {
     result.size = 1;
     result.problem = "no end byte 7E where the length puts it, " + std::to_string(bytes.size() - 1) + " bytes on";
     return result;
   }
-  if (const auto sum = sum_of(bytes); sum != bytes[bytes.size() - 2]) {
+  if (const auto sum = sum_of(at + 1, bytes.size() - 3); sum != bytes[bytes.size() - 2]) {
     result.problem =
         "wrong checksum: it has " + hex_number(bytes[bytes.size() - 2], 2) + ", its bytes give " + hex_number(sum, 2);
     result.wrong_checksum = true;
@@ -66,33 +119,59 @@ void add(std::vector<Scanned>& found, Scanned next) {
   found.push_back(std::move(next));
 }
 
+// What begins with a header whose frame cannot come any more.
+Scanned cut_off(std::size_t at, Bytes rest) {
+  return {.offset = at,
+          .size = 1,
+          .problem = rest.size() < Frame::MIN_FRAME_SIZE
+                         ? "cut off: a frame has at least 7 bytes"
+                         : "cut off: its length asks for " + std::to_string(declared_size(rest)) + " bytes, " +
+                               std::to_string(rest.size()) + " are left"};
+}
+
+// A whole frame; only the header when it is none and a good frame begins before its end, which it would take along.
+// Nothing when one may yet.
+std::optional<Scanned> frame_at(std::size_t at, Look& look, bool all) {
+  auto next = look.judge(at);
+  if (next.frame != nullptr || next.size == 1) {
+    return next;
+  }
+  const auto end = at + next.size;
+  if (const auto good = look.next_good(at + 1); good < end) {
+    return Scanned{
+        .offset = at,
+        .size = 1,
+        .problem = "a false header, or a frame cut off: another begins " + std::to_string(good - at) + " bytes on"};
+  }
+  return !all && look.next_open(at + 1) < end ? std::nullopt : std::optional(std::move(next));
+}
+
+// The piece that begins here; nothing when more bytes may make it a frame.
+std::optional<Scanned> piece_at(std::size_t at, Look& look, bool all) {
+  const auto rest = look.from(at);
+  if (rest.front() != Frame::HEADER) {
+    const auto header = std::ranges::find(rest, Frame::HEADER);
+    return Scanned{.offset = at, .size = static_cast<std::size_t>(header - rest.begin()), .problem = "no header 7F"};
+  }
+  if (!look.is_whole(at)) {
+    return all ? std::optional(cut_off(at, rest)) : std::nullopt;
+  }
+  return frame_at(at, look, all);
+}
+
 }  // namespace
 
 Scan scan(Bytes bytes, bool all) {
   Scan result;
+  Look look(bytes);
   for (std::size_t at = 0; at < bytes.size();) {
-    const auto rest = bytes.subspan(at);
-    Scanned next;
-    if (rest.front() != Frame::HEADER) {
-      const auto header = std::ranges::find(rest, Frame::HEADER);
-      next.size = static_cast<std::size_t>(header - rest.begin());
-      next.problem = "no header 7F";
-    } else if (rest.size() < Frame::MIN_FRAME_SIZE || rest.size() < declared_size(rest)) {
-      if (!all) {
-        result.rest = rest.size();
-        return result;
-      }
-      next.size = 1;
-      next.problem = rest.size() < Frame::MIN_FRAME_SIZE
-                         ? "cut off: a frame has at least 7 bytes"
-                         : "cut off: its length asks for " + std::to_string(declared_size(rest)) + " bytes, " +
-                               std::to_string(rest.size()) + " are left";
-    } else {
-      next = judge(rest.first(declared_size(rest)));
+    auto next = piece_at(at, look, all);
+    if (!next.has_value()) {
+      result.rest = bytes.size() - at;
+      return result;
     }
-    next.offset = at;
-    at += next.size;
-    add(result.found, std::move(next));
+    at += next->size;
+    add(result.found, std::move(*next));
   }
   return result;
 }

@@ -3,6 +3,12 @@
 
 #include <gmock/gmock.h>
 
+#include <chrono>
+#include <iterator>
+#include <numeric>
+#include <random>
+#include <ranges>
+
 #include "recording.h"
 
 namespace uhfctl {
@@ -89,6 +95,125 @@ TEST(Scan, EveryByteBelongsToOnePiece) {
       ASSERT_EQ(next, bytes.size());
     }
   }
+}
+
+// Bytes with good frames in them, and where these stand.
+struct Noisy {
+  std::vector<unsigned char> bytes;
+  std::vector<std::size_t> frames;
+};
+
+// Chance makes one false frame of 256 a good one, which nobody can tell from others: not here.
+void spoil(std::vector<unsigned char>& bytes, std::size_t header) {
+  const std::size_t end = header + (bytes[header + 3] << 8 | bytes[header + 4]) + 6U;
+  if (end < bytes.size()) {
+    const auto first = bytes.begin() + static_cast<std::ptrdiff_t>(header);
+    const auto sum = std::accumulate(first + 1, bytes.begin() + static_cast<std::ptrdiff_t>(end) - 1, 0U);
+    if ((sum & 0xFF) == bytes[end - 1]) {
+      bytes[header + 5] ^= 1U;
+    }
+  }
+}
+
+// Bursts between good frames: any bytes, begun by a header that announces a length, whose end byte often stands where
+// the length puts it, because frames end everywhere.
+Noisy noisy(unsigned int seed, std::size_t size, int bursts) {
+  std::mt19937 random(seed);
+  const auto below = [&random](unsigned int most) { return static_cast<unsigned char>(random() % most); };
+  Noisy noisy;
+  std::vector<std::size_t> false_headers;
+  for (std::size_t burst = 1; noisy.bytes.size() < size; ++burst) {
+    while (noisy.bytes.size() < size / static_cast<std::size_t>(bursts) * burst) {
+      noisy.frames.push_back(noisy.bytes.size());
+      auto bytes = parse_hex("7F0222000BC83000E2007E007F00951D007E", "test");
+      bytes[11] = below(256);
+      bytes[13] = below(256);
+      bytes[16] = static_cast<unsigned char>(std::accumulate(bytes.begin() + 1, bytes.end() - 2, 0U));
+      noisy.bytes.insert(noisy.bytes.end(), bytes.begin(), bytes.end());
+    }
+    // A multiple of a frame's size away there is an end byte again.
+    const std::size_t junk = 6 + random() % 12;
+    const std::size_t announced = (random() % 50 + 1) * 18 + (junk - 7);
+    false_headers.push_back(noisy.bytes.size());
+    noisy.bytes.insert(noisy.bytes.end(), {0x7F, below(3), 0x22, static_cast<unsigned char>(announced >> 8),
+                                           static_cast<unsigned char>(announced & 0xFF)});
+    for (std::size_t i = 5; i < junk; ++i) {
+      noisy.bytes.push_back(below(0x7E));
+    }
+  }
+  for (const auto header : false_headers | std::views::reverse) {  // as each has those behind it in its sum
+    spoil(noisy.bytes, header);
+  }
+  return noisy;
+}
+
+std::vector<std::size_t> frames_in(const Scan& scan, std::size_t base = 0) {
+  std::vector<std::size_t> places;
+  for (const auto& item : scan.found) {
+    if (item.frame != nullptr) {
+      places.push_back(base + item.offset);
+    }
+  }
+  return places;
+}
+
+TEST(Scan, EveryGoodFrameBehindAFalseHeaderIsFound) {
+  for (unsigned int seed = 1; seed <= 200; ++seed) {
+    const auto [bytes, frames] = noisy(seed, 65'536, 130);
+    ASSERT_EQ(frames_in(scan(bytes, true)), frames) << "seed " << seed;
+  }
+}
+
+TEST(Scan, TheSameFramesAreFoundHoweverTheBytesArrive) {
+  for (unsigned int seed = 1; seed <= 50; ++seed) {
+    const auto [bytes, frames] = noisy(seed, 4096, 20);
+    std::mt19937 random(seed);
+    std::vector<unsigned char> rest;
+    std::vector<std::size_t> found;
+    for (std::size_t at = 0; at < bytes.size();) {
+      const auto chunk = std::min<std::size_t>(1 + random() % 100, bytes.size() - at);
+      rest.insert(rest.end(), bytes.begin() + static_cast<std::ptrdiff_t>(at),
+                  bytes.begin() + static_cast<std::ptrdiff_t>(at + chunk));
+      at += chunk;
+      const auto scanned = scan(rest, at == bytes.size());
+      std::ranges::copy(frames_in(scanned, at - rest.size()), std::back_inserter(found));
+      rest.erase(rest.begin(), rest.end() - static_cast<std::ptrdiff_t>(scanned.rest));
+    }
+    ASSERT_EQ(found, frames) << "seed " << seed;
+  }
+}
+
+TEST(Scan, AFalseHeaderIsNamedAsOne) {
+  // It announces five bytes: its end byte is that of the frame behind it.
+  EXPECT_THAT(found("7F00B70005" + kGetPower),
+              ElementsAre("0+1 a false header, or a frame cut off: another begins 5 bytes on", "1+4 no header 7F",
+                          "5+7 get power command"));
+}
+
+TEST(Scan, AFrameInsideADamagedOneIsWaitedFor) {
+  const std::string damaged = "7F00B70003";  // its end byte is the fifth of what follows
+  const std::string inner = "7F017E007E";
+  const auto [items, rest] = scan(parse_hex(damaged + inner, "test"), false);
+  EXPECT_TRUE(items.empty());
+  EXPECT_EQ(rest, 10U);
+}
+
+// Headers without end, each of which announces the longest frame, whose end byte stands in its place.
+TEST(Scan, FalseHeadersWithoutEndCostNoMoreThanALookEach) {
+  std::vector<unsigned char> bytes;
+  while (bytes.size() < 2'000'000) {
+    for (const int byte : {0x7F, 0x02, 0x22, 0xFF, 0xFF, 0x7E, 0x01, 0x00}) {
+      bytes.push_back(static_cast<unsigned char>(byte));
+    }
+  }
+  const auto good = parse_hex(kGetPower, "test");
+  for (std::size_t at = 60'000; at < bytes.size(); at += 60'000) {
+    std::ranges::copy(good, bytes.begin() + static_cast<std::ptrdiff_t>(at));
+  }
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_EQ(frames_in(scan(bytes, true)).size(), 33U);
+  // A fraction of a second; minutes when each header's frame is summed up for itself.
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(20));
 }
 
 TEST(ParseHex, LeavesOutWhatStandsBetweenTheDigits) {
