@@ -50,7 +50,8 @@ void survey(const Common& common, const SurveyOptions& options);
 // Polls and writes every byte with its time and direction.
 void record(const Common& common, const std::string& file, double seconds);
 
-// Plays a recording as a simulated reader until Ctrl-C, or for some seconds (0: does not end).
+// Plays a recording as a simulated reader, which answers what is not in it as a plain one would, until Ctrl-C, or for
+// some seconds (0: does not end).
 void replay(const Common& common, const std::string& file, double seconds);
 
 // Every frame in a recording, a file of hexadecimal digits, standard input ("-"), or the word itself.

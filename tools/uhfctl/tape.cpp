@@ -8,12 +8,14 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <set>
 #include <sstream>
 #include <thread>
 
 #include "commands.h"
 #include "failure.h"
 #include "frame_scan.h"
+#include "player.h"
 #include "recording.h"
 #include "terminal.h"
 #include "uhfsim/pty_link.h"
@@ -23,54 +25,63 @@ namespace uhfctl {
 
 namespace {
 
-// A command of the recording, and what came back until the next.
-struct Exchange {
-  Piece command;
-  std::vector<Piece> replies;
-};
-
-std::vector<Exchange> exchanges_of(const std::vector<Piece>& pieces) {
-  std::vector<Exchange> exchanges;
+// Hands each piece of the answer over at its time, until it is over.
+void play(uhfsim::PtyLink& link, const std::vector<Piece>& pieces, const Duration& duration) {
+  const auto begin = Clock::now();
   for (const auto& piece : pieces) {
-    if (piece.direction == Direction::to_reader) {
-      exchanges.push_back({.command = piece, .replies = {}});
-    } else if (!exchanges.empty()) {
-      exchanges.back().replies.push_back(piece);
+    for (Clock::duration left = piece.at; left > Clock::duration(0); left = piece.at - (Clock::now() - begin)) {
+      if (duration.is_over()) {
+        return;
+      }
+      std::this_thread::sleep_for(std::min<Clock::duration>(left, std::chrono::milliseconds(50)));
     }
+    link.write(piece.bytes);
   }
-  return exchanges;
 }
 
-// The recorded exchanges as a reader: each command gets what came back to the same command, the next time it was given;
-// after the last it begins anew.
-class Player {
+// A desk's reader that has nothing but a recording.
+class Tape {
  public:
-  explicit Player(std::vector<Exchange> exchanges) : exchanges_(std::move(exchanges)) {}
+  explicit Tape(const std::string& file) : player_(read_recording(file)) {}
 
-  // Null when that command was never recorded.
-  const Exchange* answer_to(const std::vector<unsigned char>& command) {
-    for (std::size_t i = 0; i < exchanges_.size(); ++i) {
-      const auto& candidate = exchanges_[(next_ + i) % exchanges_.size()];
-      if (candidate.command.bytes == command) {
-        next_ = (next_ + i + 1) % exchanges_.size();
-        return &candidate;
+  const std::string& path() const { return link_.path(); }
+
+  // Answers what comes within a moment.
+  void serve(const Duration& duration) {
+    pollfd line{.fd = link_.fd(), .events = POLLIN, .revents = 0};
+    const bool is_quiet = ::poll(&line, 1, 100) == 0;
+    const auto bytes = link_.read();
+    received_.insert(received_.end(), bytes.begin(), bytes.end());
+    // After a pause no more of a command comes.
+    const auto [found, rest] = scan(received_, is_quiet);
+    for (const auto& item : found) {
+      if (!duration.is_over()) {
+        take({received_.begin() + static_cast<std::ptrdiff_t>(item.offset),
+              received_.begin() + static_cast<std::ptrdiff_t>(item.offset + item.size)},
+             item, duration);
       }
     }
-    return nullptr;
+    received_.erase(received_.begin(), received_.end() - static_cast<std::ptrdiff_t>(rest));
   }
 
  private:
-  std::vector<Exchange> exchanges_;
-  std::size_t next_ = 0;
-};
-
-void play(uhfsim::PtyLink& link, const Exchange& exchange) {
-  const auto begin = Clock::now();
-  for (const auto& reply : exchange.replies) {
-    std::this_thread::sleep_until(begin + (reply.at - exchange.command.at));
-    link.write(reply.bytes);
+  void take(const std::vector<unsigned char>& bytes, const Scanned& item, const Duration& duration) {
+    if (item.frame == nullptr) {
+      note("no command, left unanswered: " + uhfsim::hex_of(bytes) + " (" + item.problem + ")");
+      return;
+    }
+    const auto answer = player_.answer_to(bytes);
+    if (!answer.recorded && told_.insert(bytes).second) {
+      note("not in the recording, answered as a plain reader does: " + describe(*item.frame));
+    }
+    play(link_, answer.pieces, duration);
   }
-}
+
+  Player player_;
+  uhfsim::PtyLink link_;
+  std::vector<unsigned char> received_;        // of which no command is made yet
+  std::set<std::vector<unsigned char>> told_;  // commands that the recording does not hold
+};
 
 void print_scanned(const Common& common, const Scanned& item, std::size_t base, const std::string& direction,
                    double at) {
@@ -156,15 +167,15 @@ void record(const Common& common, const std::string& file, double time) {
   port.power_or_nobody();
   Recorder recorder(file);
   catch_interrupts();
-  const auto begin = Clock::now();
+  const Duration duration(time);
   int polls = 0;
   int tags = 0;
-  while (!interrupted() && (time <= 0 || Clock::now() - begin < std::chrono::duration<double>(time))) {
+  while (!duration.is_over()) {
     const auto poll =
         port.poll([&](Direction direction, std::span<const unsigned char> bytes) { recorder.add(direction, bytes); });
     ++polls;
     tags += static_cast<int>(poll.tags.size());
-    progress(seconds(Clock::now() - begin) + " s, " + std::to_string(polls) + " polls, " + std::to_string(tags) +
+    progress(seconds(duration.passed()) + " s, " + std::to_string(polls) + " polls, " + std::to_string(tags) +
              " tag reports");
   }
   progress("");
@@ -172,32 +183,15 @@ void record(const Common& common, const std::string& file, double time) {
   const nlohmann::ordered_json summary{{"file", file}, {"polls", polls}, {"tag_reports", tags}};
   common.json ? print(summary)
               : print(file + ": " + std::to_string(polls) + " polls, " + std::to_string(tags) + " tag reports in " +
-                      seconds(Clock::now() - begin) + " s; `uhfctl decode " + file + "` tells what is in it\n");
+                      seconds(duration.passed()) + " s; `uhfctl decode " + file + "` tells what is in it\n");
 }
 
 void replay(const Common& common, const std::string& file, double time) {
-  Player player(exchanges_of(read_recording(file)));
-  uhfsim::PtyLink link;
+  Tape tape(file);
   catch_interrupts();
-  common.json ? print(nlohmann::ordered_json{{"port", link.path()}}) : print(link.path() + "\n");
-  const auto begin = Clock::now();
-  std::vector<unsigned char> received;
-  while (!interrupted() && (time <= 0 || Clock::now() - begin < std::chrono::duration<double>(time))) {
-    pollfd line{.fd = link.fd(), .events = POLLIN, .revents = 0};
-    ::poll(&line, 1, 100);
-    const auto bytes = link.read();
-    received.insert(received.end(), bytes.begin(), bytes.end());
-    const auto [found, rest] = scan(received, false);
-    for (const auto& item : found) {
-      const std::vector<unsigned char> command(received.begin() + static_cast<std::ptrdiff_t>(item.offset),
-                                               received.begin() + static_cast<std::ptrdiff_t>(item.offset + item.size));
-      if (const auto* exchange = player.answer_to(command)) {
-        play(link, *exchange);
-      } else {
-        note("not in the recording, left unanswered: " + uhfsim::hex_of(command));
-      }
-    }
-    received.erase(received.begin(), received.end() - static_cast<std::ptrdiff_t>(rest));
+  common.json ? print(nlohmann::ordered_json{{"port", tape.path()}}) : print(tape.path() + "\n");
+  for (const Duration duration(time); !duration.is_over();) {
+    tape.serve(duration);
   }
 }
 

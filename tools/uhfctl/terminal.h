@@ -37,6 +37,21 @@ void progress(const std::string& text);
 void catch_interrupts();
 bool interrupted();
 
+// How long a command goes on: some seconds (0: does not end) from now on, and no longer than until Ctrl-C.
+class Duration {
+ public:
+  explicit Duration(double seconds) : seconds_(seconds) {}
+
+  bool is_over() const {
+    return interrupted() || (seconds_ > 0 && passed() >= std::chrono::duration<double>(seconds_));
+  }
+  std::chrono::steady_clock::duration passed() const { return std::chrono::steady_clock::now() - begin_; }
+
+ private:
+  double seconds_;
+  std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
+};
+
 // "12.3".
 std::string seconds(std::chrono::nanoseconds time, int decimals = 1);
 

@@ -88,12 +88,67 @@ TEST_F(Recording, APowerThatTheReaderDoesNotTakeIsAFailure) {
   EXPECT_THAT(err, HasSubstr("was told the power 3000 and has 2600"));
 }
 
-TEST_F(Recording, ACommandThatWasNotRecordedIsSaidAndLeftUnanswered) {
+TEST_F(Recording, ACommandThatWasNotRecordedIsSaidAndAnsweredAsAPlainReaderDoes) {
   std::ofstream(file("r")) << "# uhf recording 1\n0.0 > 7F00220000227E\n0.001 < 7F01FF000115167E\n";
   uhfsim::testing::Process player(UHFCTL, {"replay", file("r")});
   const auto port = player.read_line();
-  EXPECT_EQ(run({"--port", port, "--timeout", "100", "power", "get"}).status, 3);
-  EXPECT_THAT(player.read_error_line(), HasSubstr("not in the recording, left unanswered: 7F00B70000B77E"));
+  EXPECT_EQ(run({"--port", port, "power", "get"}).out, "2600  (26.00 dBm)\n");
+  EXPECT_EQ(player.read_error_line(),
+            "uhfctl: not in the recording, answered as a plain reader does: get power command");
+  EXPECT_EQ(run({"--port", port, "power", "set", "2100"}).status, 0);
+  EXPECT_EQ(run({"--port", port, "power", "get"}).out, "2100  (21.00 dBm)\n") << "it keeps what it is told";
+  for (const std::vector<std::string>& command : {std::vector<std::string>{"region", "set", "EUROPE"},
+                                                  {"channels", "set", "0-5"},
+                                                  {"sensitivity", "set", "3", "5", "300"}}) {
+    auto words = command;
+    words.insert(words.begin(), {"--port", port});
+    EXPECT_EQ(run(words).status, 0) << command.front();
+  }
+}
+
+TEST_F(Recording, InfoAndDoctorWorkOnWhatRecordMade) {
+  ASSERT_EQ(uhfctl({"record", file("r"), "--seconds", "0.3"}).status, 0);
+  uhfsim::testing::Process player(UHFCTL, {"replay", file("r")});
+  const auto port = player.read_line();
+  EXPECT_EQ(run({"--port", port, "info"}).status, 0);
+  const auto doctor = run({"--port", port, "doctor"});
+  EXPECT_EQ(doctor.status, 0) << doctor.out;
+  EXPECT_THAT(doctor.out, HasSubstr("E2000001"));
+}
+
+TEST_F(Recording, WhatWasToldSinceIsNewerThanARecordedAnswer) {
+  std::ofstream(file("r")) << "# uhf recording 1\n0 > 7F00B70000B77E\n0 < 7F01B700020A28EC7E\n";
+  uhfsim::testing::Process player(UHFCTL, {"replay", file("r")});
+  const auto port = player.read_line();
+  EXPECT_EQ(run({"--port", port, "power", "get"}).out, "2600  (26.00 dBm)\n");
+  EXPECT_EQ(run({"--port", port, "power", "set", "2100"}).out, "2100  (21.00 dBm), before 2600\n");
+}
+
+TEST_F(Recording, AnAnswerThatTheRecordingDoesNotHoldAnyMoreIsNoSilence) {
+  std::ofstream(file("r")) << "# uhf recording 1\n0 > 7F00B70000B77E\n";
+  uhfsim::testing::Process player(UHFCTL, {"replay", file("r")});
+  EXPECT_EQ(run({"--port", player.read_line(), "power", "get"}).status, 0);
+}
+
+TEST_F(Recording, JunkOfACommandHidesNoLaterOne) {
+  std::ofstream(file("r")) << "# uhf recording 1\n";
+  uhfsim::testing::Process player(UHFCTL, {"replay", file("r")});
+  const auto port = player.read_line();
+  std::ofstream(port) << "\x7F\x01\x02\xFF\xFF" << std::flush;
+  EXPECT_THAT(player.read_error_line(), HasSubstr("no command, left unanswered: 7F (cut off"));
+  EXPECT_EQ(run({"--port", port, "power", "get"}).status, 0);
+}
+
+TEST_F(Recording, AnAnswerThatIsLongInComingHoldsNoEndUp) {
+  std::ofstream(file("r")) << "# uhf recording 1\n0 > 7F00B70000B77E\n1000 < 7F01B700020A28EC7E\n";
+  for (const bool by_time : {true, false}) {
+    uhfsim::testing::Process player(UHFCTL, {"replay", file("r"), "--seconds", by_time ? "0.5" : "0"});
+    EXPECT_EQ(run({"--port", player.read_line(), "--timeout", "100", "power", "get"}).status, 3);
+    if (!by_time) {
+      player.signal(SIGINT);
+    }
+    EXPECT_EQ(player.wait(), 0);
+  }
 }
 
 TEST_F(Recording, AnErrorNamesFileAndLine) {
