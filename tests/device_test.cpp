@@ -517,6 +517,22 @@ TEST_F(Device, StoredSettingsThatWouldDisableTheDoorAreNotUsed) {
   EXPECT_THAT(errors, HasSubstr("this run has tag_detector_enabled 0"));
 }
 
+TEST_F(Device, StoredPowerAndChannelsThatTheRegionDoesNotAllowAreNotUsed) {
+  std::filesystem::create_directory(state());
+  output({"config", "set", "read_interval", "3000"});
+  {
+    SQLite::Database database(state() + "/settings.db", SQLite::OPEN_READWRITE);
+    database.exec("INSERT INTO settings VALUES('uhf', 'region', 'europe'), ('uhf', 'transmit_power', '3000')");
+  }
+  start();
+  EXPECT_EQ(output({"config", "get", "transmit_power"}), "2600\n");
+  EXPECT_EQ(output({"config", "get", "work_channel"}), "0-10\n");
+  EXPECT_EQ(output({"config", "set", "work_channel", "0-14"}), "0-14\n");
+  const auto errors = end().err;
+  EXPECT_THAT(errors, HasSubstr("this run has transmit_power 2600"));
+  EXPECT_THAT(errors, HasSubstr("this run has work_channel 0-10"));
+}
+
 TEST_F(Device, ARunWithSettingsThatDisableTheDoorIsRefused) {
   for (const auto& [setting, reason] : std::vector<std::pair<std::string, std::string>>{
            {"probe_interval=31000", "probe_interval 31000 with serial_port_timeout 150 is not possible"},

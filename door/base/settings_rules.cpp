@@ -2,7 +2,11 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <functional>
 #include <string>
+#include <utility>
+
+#include "refhost/radio_limits.h"
 
 namespace achost {
 namespace {
@@ -63,11 +67,54 @@ SettingsRule detector_opens_nothing() {
           .safe = {{"uhf", "tag_detector_enabled", "0"}}};
 }
 
+using Limit = refhost::RadioLimit;
+
+// A rule of what the region allows; excess: what is more than that, in words.
+SettingsRule region_allows(const char* key, std::string safe,
+                           std::function<std::string(const Limit&, const Values&)> excess) {
+  return {.of = {{"uhf", key}, {"uhf", "region"}, {"host", "beyond_region"}},
+          .fault = [excess = std::move(excess)](const Values& values) -> std::string {
+            const auto* const limit = refhost::radio_limit_of(values("uhf", "region"));
+            if (limit == nullptr || values("host", "beyond_region") == "1") {
+              return "";
+            }
+            const auto fault = excess(*limit, values);
+            return fault.empty() ? "" : fault + "; host.beyond_region 1 (config set --force) lets it pass";
+          },
+          .safe = {{"uhf", key, std::move(safe)}}};
+}
+
+SettingsRule region_allows_power() {
+  return region_allows(
+      "transmit_power", refhost::SettingsSchema::builtin().at("uhf", "transmit_power").default_value,
+      [](const Limit& limit, const Values& values) -> std::string {
+        const auto power = number(values, "transmit_power");
+        return power <= limit.most_power
+                   ? ""
+                   : "transmit_power " + std::to_string(power) + " is more than region " + std::string(limit.region) +
+                         " allows with an antenna of " + std::to_string(refhost::kCountedGain) + " dBi, " +
+                         std::to_string(limit.most_power) + " (" + refhost::power_text(limit.most_power) + ")";
+      });
+}
+
+SettingsRule region_allows_channels() {
+  constexpr const char* kEverywhere = "0-10";  // in every region
+  return region_allows("work_channel", kEverywhere, [](const Limit& limit, const Values& values) -> std::string {
+    const auto outside = refhost::channels_outside(limit, values("uhf", "work_channel"));
+    return outside.empty() ? ""
+                           : "region " + std::string(limit.region) + " does not allow work_channel " + outside +
+                                 " but " + std::string(limit.channels) +
+                                 ": set both at once, as in config set region=" + std::string(limit.region) +
+                                 " \"work_channel=" + std::string(limit.channels) + "\"";
+  });
+}
+
 }  // namespace
 
 std::vector<SettingsRule> settings_rules(std::chrono::milliseconds watchdog_limit) {
   const std::int64_t limit = watchdog_limit.count();
-  return {pass_is_short(limit), threads_report(limit), detector_opens_nothing()};
+  return {pass_is_short(limit), threads_report(limit), detector_opens_nothing(), region_allows_power(),
+          region_allows_channels()};
 }
 
 }  // namespace achost

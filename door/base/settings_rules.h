@@ -1,4 +1,4 @@
-// Settings that would disable the door together.
+// Settings that would disable the door together, or break the law of the region.
 #pragma once
 
 #include <chrono>

@@ -1,5 +1,6 @@
 #include "door/cli/config_command.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -91,6 +92,48 @@ void set_and_tell(const std::filesystem::path& directory, const Assignment& want
   }
 }
 
+std::vector<Assignment> assignments_of_pairs(const std::vector<std::string>& words) {
+  std::vector<Assignment> wanted;
+  for (const auto& word : words) {
+    const auto equals = word.find('=');
+    if (equals == std::string::npos) {
+      throw Failure(kUsage, "\"" + word + "\" is no setting: give [SECTION.]KEY=VALUE");
+    }
+    wanted.push_back(checked_assignment(word.substr(0, equals), word.substr(equals + 1)));
+    const auto& [section, key, value] = wanted.back();
+    if (std::ranges::count_if(wanted, [&](const Assignment& one) { return one.section == section && one.key == key; }) >
+        1) {
+      throw Failure(kUsage, section + "." + key + " is given twice");
+    }
+  }
+  return wanted;
+}
+
+// [SECTION] KEY VALUE, or any number of [SECTION.]KEY=VALUE.
+std::vector<Assignment> assignments_of(const std::vector<std::string>& words) {
+  if (words.front().find('=') != std::string::npos) {
+    return assignments_of_pairs(words);
+  }
+  if (words.size() < 2 || words.size() > 3) {
+    throw Failure(kUsage, "give [SECTION] KEY VALUE, or one or more [SECTION.]KEY=VALUE");
+  }
+  const auto& setting = named(words, words.size() - 1);
+  const auto value = stored_form(setting, words.back());
+  setting.check(value);
+  return {{setting.section, setting.key, value}};
+}
+
+// In one transaction, or none.
+void store_all(const std::filesystem::path& directory, const std::vector<Assignment>& settings) {
+  Json texts = Json::array();
+  for (const auto& [section, key, value] : settings) {
+    texts.push_back(section + "." + key + "=" + value);
+  }
+  if (!ask_if_running(directory, {{"command", "config_import"}, {"settings", texts}}, kHandling).has_value()) {
+    OwnStore(directory).store.set(settings);
+  }
+}
+
 std::string content_of(const std::string& file) {
   std::ostringstream content;
   if (file == "-") {
@@ -135,10 +178,20 @@ void get_setting(const std::string& state, const std::vector<std::string>& name)
   }
 }
 
-void set_setting(const std::string& state, const std::vector<std::string>& words) {
-  const auto& setting = named(words, words.size() - 1);
-  setting.check(words.back());
-  set_and_tell(writable_state(state), {setting.section, setting.key, words.back()});
+void set_setting(const std::string& state, const std::vector<std::string>& words, bool force) {
+  auto wanted = assignments_of(words);
+  const auto directory = writable_state(state);
+  if (!force && wanted.size() == 1) {
+    set_and_tell(directory, wanted.front());
+    return;
+  }
+  if (force) {
+    wanted.push_back({"host", "beyond_region", "1"});
+  }
+  store_all(directory, wanted);
+  for (const auto& [section, key, value] : wanted) {
+    print((section == kDefaultSection ? "" : section + ".") + key + "=" + value + "\n");
+  }
 }
 
 void export_settings(const std::string& state) {
@@ -147,14 +200,7 @@ void export_settings(const std::string& state) {
 
 void import_settings(const std::string& state, const std::string& file) {
   const auto settings = parse_settings_text(content_of(file), file == "-" ? "standard input" : file);
-  const auto directory = writable_state(state);
-  Json texts = Json::array();
-  for (const auto& [section, key, value] : settings) {
-    texts.push_back(section + "." + key + "=" + value);
-  }
-  if (!ask_if_running(directory, {{"command", "config_import"}, {"settings", texts}}, kHandling).has_value()) {
-    OwnStore(directory).store.set(settings);
-  }
+  store_all(writable_state(state), settings);
   print(std::to_string(settings.size()) + (settings.size() == 1 ? " setting is" : " settings are") + " stored\n");
 }
 

@@ -25,7 +25,8 @@ void export_settings(const std::string& state);
 void import_settings(const std::string& state, const std::string& file);
 
 // Store [SECTION] KEY VALUE and print the stored value. A host that runs on that state directory is asked to do it, and
-// has told its plug-in by then; what is stored may then differ from what was asked for.
-void set_setting(const std::string& state, const std::vector<std::string>& words);
+// has told its plug-in by then; what is stored may then differ from what was asked for. In place of these words there
+// may be any number of [SECTION.]KEY=VALUE: all are stored, or none. force: also more than the region allows.
+void set_setting(const std::string& state, const std::vector<std::string>& words, bool force);
 
 }  // namespace achost

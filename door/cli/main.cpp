@@ -38,6 +38,7 @@ struct ConfigOptions {
   std::string state;
   bool json = false;
   bool markdown = false;
+  bool force = false;
   std::vector<std::string> words;
   std::string file;
 };
@@ -115,11 +116,14 @@ void add_config(CLI::App& app, ConfigOptions& options) {
       ->expected(1, 2);
   get.callback([&options] { achost::get_setting(options.state, options.words); });
   CLI::App& set = *config.add_subcommand("set", "Change a setting, also of a host that runs, and show what is stored");
-  set.add_option("[SECTION] KEY VALUE", options.words, "The setting, section uhf unless given, and its value")
+  set.add_option("[SECTION] KEY VALUE", options.words,
+                 "The setting, section uhf unless given, and its value; or any number of [SECTION.]KEY=VALUE, all or "
+                 "none")
       ->type_name("[SECTION] KEY VALUE")
       ->required()
-      ->expected(2, 3);
-  set.callback([&options] { achost::set_setting(options.state, options.words); });
+      ->expected(1, 100);
+  set.add_flag("--force", options.force, "Also more power or other channels than the region allows");
+  set.callback([&options] { achost::set_setting(options.state, options.words, options.force); });
   CLI::App& export_all = *config.add_subcommand("export", "Show the settings that are not the default, for a copy");
   export_all.callback([&options] { achost::export_settings(options.state); });
   CLI::App& import_all = *config.add_subcommand("import", "Change all settings of a copy, or none if it has an error");

@@ -8,6 +8,7 @@
 #include "cli/paragraph.h"
 #include "cli/text_table.h"
 #include "door/base/assignment.h"
+#include "refhost/radio_limits.h"
 
 namespace achost {
 namespace {
@@ -115,6 +116,26 @@ std::string settings_as_json(const refhost::SettingsStore& store, const ValuesIn
   return text;
 }
 
+namespace {
+
+std::string regions_as_markdown() {
+  std::string text =
+      "\n## What a region allows\n\n"
+      "More is refused, unless `host.beyond_region` is 1; `achost config set --force` sets that too. The law limits "
+      "what\n"
+      "the antenna radiates: `transmit_power` counts with one of " +
+      std::to_string(refhost::kCountedGain) +
+      " dBi and no loss in its cable. `21dBm` is taken as 2100.\n\n"
+      "| `region` | `transmit_power`, at most | `work_channel` |\n|---|---|---|\n";
+  for (const auto& limit : refhost::kRadioLimits) {
+    text += "| " + std::string(limit.region) + " | " + std::to_string(limit.most_power) + " (" +
+            refhost::power_text(limit.most_power) + ") | " + std::string(limit.channels) + " |\n";
+  }
+  return text;
+}
+
+}  // namespace
+
 std::string settings_as_markdown(const refhost::SettingsSchema& schema) {
   std::string text =
       "# Settings\n\n"
@@ -134,7 +155,7 @@ std::string settings_as_markdown(const refhost::SettingsSchema& schema) {
             cell(setting.allowed()) + " | " + cell(setting.unit) + " | " +
             (setting.live ? "at once" : "at the next start") + " |\n";
   }
-  return text;
+  return text + regions_as_markdown();
 }
 
 }  // namespace achost

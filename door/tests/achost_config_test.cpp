@@ -37,6 +37,14 @@ class AchostConfig : public testing::Test {
     EXPECT_TRUE(std::filesystem::is_empty(state()));
   }
 
+  // The command breaks a rule that settings keep together, in that one line.
+  void expect_broken(const std::vector<std::string>& words, const std::string& line) const {
+    const auto result = config(words);
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.err, "achost: " + line + "\n");
+    EXPECT_EQ(config({"export"}).out, "# The settings that are not the default; achost config import reads them.\n");
+  }
+
  private:
   TemporaryDirectory directory_;
 };
@@ -50,11 +58,53 @@ TEST_F(AchostConfig, GetPrintsTheValueAndWritesNothing) {
 }
 
 TEST_F(AchostConfig, SetStoresTheValueAndPrintsIt) {
-  const auto result = config({"set", "region", "europe"});
+  const auto result = config({"set", "region", "korea"});
   EXPECT_EQ(result.status, 0);
-  EXPECT_EQ(result.out, "europe\n");
+  EXPECT_EQ(result.out, "korea\n");
   EXPECT_EQ(result.err, "");
-  EXPECT_EQ(config({"get", "region"}).out, "europe\n");
+  EXPECT_EQ(config({"get", "region"}).out, "korea\n");
+}
+
+TEST_F(AchostConfig, SetTakesSeveralAtOnceOrNone) {
+  const auto result = config({"set", "region=EUROPE", "work_channel=0-14", "host.device_id=7"});
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_EQ(result.out, "region=EUROPE\nwork_channel=0-14\nhost.device_id=7\n");
+  EXPECT_EQ(config({"set", "region=KOREA", "host.device_id=none"}).status, 2);
+  EXPECT_EQ(config({"set", "region=KOREA", "device_id"}).err,
+            "achost: \"device_id\" is no setting: give [SECTION.]KEY=VALUE\n");
+  EXPECT_EQ(config({"set", "region=KOREA", "uhf.region=BRAZIL"}).err, "achost: uhf.region is given twice\n");
+  EXPECT_EQ(config({"get", "region"}).out, "EUROPE\n");
+}
+
+TEST_F(AchostConfig, APowerMayHaveItsUnitAndIsAskedBackWithoutOneThatIsClear) {
+  EXPECT_EQ(config({"set", "transmit_power", "21dBm"}).out, "2100\n");
+  EXPECT_EQ(config({"set", "transmit_power=22.5dBm"}).out, "2250\n");
+  const auto result = config({"set", "transmit_power", "21"});
+  EXPECT_EQ(result.status, 2);
+  EXPECT_EQ(result.err,
+            "achost: setting transmit_power: is 21 meant in dBm, or in hundredths of one? Write 21dBm, or 2100, which "
+            "is the same; 0.21dBm is the other\n");
+  EXPECT_EQ(config({"get", "transmit_power"}).out, "2250\n");
+}
+
+TEST_F(AchostConfig, MorePowerThanTheRegionAllowsIsRefusedUnlessForced) {
+  expect_broken({"set", "transmit_power", "3001"},
+                "transmit_power 3001 is more than region BRAZIL allows with an antenna of 6 dBi, 3000 (30.00 dBm); "
+                "host.beyond_region 1 (config set --force) lets it pass");
+  EXPECT_EQ(config({"set", "transmit_power", "3000"}).status, 0);
+  EXPECT_EQ(config({"set", "region=EUROPE", "work_channel=0-14"}).status, 2) << "which allows less";
+  const auto forced = config({"set", "transmit_power", "3001", "--force"});
+  EXPECT_EQ(forced.status, 0) << forced.err;
+  EXPECT_EQ(forced.out, "transmit_power=3001\nhost.beyond_region=1\n");
+  EXPECT_EQ(config({"set", "host", "beyond_region", "0"}).status, 2) << "as long as there is more";
+}
+
+TEST_F(AchostConfig, ChannelsOutsideTheRegionAreRefusedUnlessForced) {
+  expect_broken({"set", "work_channel", "0-12"},
+                "region BRAZIL does not allow work_channel 11-12 but 0-10;26-51: set both at once, as in config set "
+                "region=BRAZIL \"work_channel=0-10;26-51\"; host.beyond_region 1 (config set --force) lets it pass");
+  EXPECT_EQ(config({"set", "region", "europe"}).status, 2) << "of which the channels are not";
+  EXPECT_EQ(config({"set", "work_channel", "0-12", "--force"}).status, 0);
 }
 
 class AchostCopy : public AchostConfig {
@@ -209,7 +259,7 @@ TEST_F(AchostConfig, DamagedFileIsRefusedWithTheWayOut) {
 }
 
 TEST_F(AchostConfig, ListShowsEverySettingInOneLine) {
-  config({"set", "region", "europe"});
+  config({"set", "region", "korea"});
   std::istringstream lines(config({"list"}).out);
   std::string line;
   std::getline(lines, line);

@@ -26,7 +26,7 @@ TEST_F(SettingsTable, IsFoldedWhereATerminalIsTooNarrowForIt) {
     EXPECT_LE(line.size(), 80U) << line;
   }
   EXPECT_THAT(text, HasSubstr("\ntransmit_power                    2600          default\n"
-                              "    transmit power in hundredths of a dBm, as the reader module takes it.\n"
+                              "    transmit power at the module, in hundredths of a dBm; 21dBm is taken too.\n"
                               "    Allowed: 0 to 65535 (0.01 dBm).\n"));
   for (const auto& setting : store.schema().settings()) {
     EXPECT_THAT(text, HasSubstr("\n" + (setting.section == "uhf" ? "" : setting.section + ".") + setting.key + " "));

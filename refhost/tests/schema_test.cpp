@@ -37,6 +37,7 @@ TEST(Schema, HasEverySettingOfThePluginAndTheHostWithItsDefault) {
       {"uhf.probe_interval", "10"},
       {"uhf.identification_bits", "32"},
       {"uhf.reader_type", "msb"},
+      {"host.beyond_region", "0"},
       {"host.device_id", "1"},
       {"host.door_relay", "2"},
       {"host.door_open_time", "3000"},

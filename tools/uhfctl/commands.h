@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "law.h"
+
 namespace uhfctl {
 
 // What every command that talks to a reader takes.
@@ -33,9 +35,9 @@ void inventory(const Common& common, const InventoryOptions& options);
 [[noreturn]] void cannot_be_asked(const std::string& what, const std::string& setting);
 
 void get_power(const Common& common);
-void set_power(const Common& common, int power);
+void set_power(const Common& common, const std::string& power, const Law& law);
 void set_region(const Common& common, const std::string& region);
-void set_channels(const Common& common, const std::string& channels, const std::string& region);
+void set_channels(const Common& common, const std::string& channels, const Law& law);
 void get_sensitivity(const Common& common);
 void set_sensitivity(const Common& common, const std::vector<int>& values);
 
@@ -44,6 +46,7 @@ struct SurveyOptions {
   double seconds = 5;  // at each step
   std::string tag;     // the one to recommend a power for; empty: the one read most
   std::string out = "survey.html";
+  Law law;
 };
 void survey(const Common& common, const SurveyOptions& options);
 

@@ -16,7 +16,6 @@
 #include "commands.h"
 #include "failure.h"
 #include "port.h"
-#include "regions.h"
 #include "tags.h"
 #include "terminal.h"
 
@@ -170,40 +169,18 @@ void check_tags(Report& report, const Tags& tags) {
   report.add("tags", Verdict::good, std::to_string(tags.all().size()) + " in the field: " + list);
 }
 
-// Conducted power, in hundredths of a dBm, that an antenna of 6 dBi turns into the most that the region's rules allow:
-// 36 dBm EIRP in Brazil, America and Korea, 33 dBm ERP (35.15 dBm EIRP) in Europe and China.
-int most_power(ac::UHF::Region region) {
-  using ac::UHF::Region;
-  return region == Region::BRAZIL || region == Region::AMERICA || region == Region::KOREA ? 3000 : 2915;
-}
-
-struct Limit {
-  std::string region;
-  int most;
-};
-
-Limit limit_of(const std::string& region) {
-  std::string name = region;
-  std::ranges::transform(name, name.begin(), [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
-  const auto known = regionOf(name);
-  if (!known.has_value()) {
-    throw Failure(kUsage, "there is no region \"" + region + "\"; `uhfctl region set --help` names all");
-  }
-  return {.region = name, .most = most_power(*known)};
-}
-
-void check_power(Report& report, unsigned short power, const Limit& limit) {
-  const auto& [name, most] = limit;
-  char finding[160];
-  std::snprintf(finding, sizeof finding, "%.2f dBm; %s allows %.2f dBm with an antenna of 6 dBi", power / 100.0,
-                name.c_str(), most / 100.0);
-  power <= most ? report.add("power", Verdict::good, finding)
-                : report.add("power", Verdict::doubtful, finding,
-                             "`uhfctl power set " + std::to_string(most) + "`, or take an antenna of less gain");
+void check_power(Report& report, unsigned short power, const refhost::RadioLimit& limit) {
+  const auto finding = refhost::power_text(power) + "; " + std::string(limit.region) + " allows " +
+                       refhost::power_text(limit.most_power) + " with an antenna of " +
+                       std::to_string(refhost::kCountedGain) + " dBi";
+  power <= limit.most_power
+      ? report.add("power", Verdict::good, finding)
+      : report.add("power", Verdict::doubtful, finding,
+                   "`uhfctl power set " + std::to_string(limit.most_power) + "`, or take an antenna of less gain");
 }
 
 void examine(Report& report, const Common& common, const std::string& region) {
-  const auto limit = limit_of(region);  // a slip of the pen shows before the reader is polled
+  const auto& limit = limit_of(region);  // a slip of the pen shows before the reader is polled
   if (!common.port.empty()) {
     check_file(report, common.port);
   }

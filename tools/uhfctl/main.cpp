@@ -32,6 +32,15 @@ CLI::App& add(CLI::App& app, const std::string& name, const std::string& help, s
   return command;
 }
 
+void add_region(CLI::App& command, std::string& region) {
+  command.add_option("--region", region, "Whose limits hold")->envname("UHFCTL_REGION")->capture_default_str();
+}
+
+void add_law(CLI::App& command, const std::shared_ptr<uhfctl::Law>& law) {
+  add_region(command, law->region);
+  command.add_flag("--force", law->force, "Also what the region does not allow");
+}
+
 void add_inventory(CLI::App& app, const Common& common) {
   const auto options = std::make_shared<uhfctl::InventoryOptions>();
   auto& command =
@@ -54,14 +63,15 @@ void add_inventory(CLI::App& app, const Common& common) {
 }
 
 void add_radio(CLI::App& app, const Common& common) {
-  auto& power = *app.add_subcommand("power", "The transmit power, in hundredths of a dBm");
+  auto& power = *app.add_subcommand("power", "The transmit power");
   power.require_subcommand(1);
   add(power, "get", "Ask for it", [&common] { get_power(common); });
-  const auto wanted = std::make_shared<int>(0);
-  add(power, "set", "Set it, and ask for it", [&common, wanted] { set_power(common, *wanted); })
-      .add_option("POWER", *wanted, "In hundredths of a dBm")
-      ->required()
-      ->check(cli::range(0, 65535));
+  const auto wanted = std::make_shared<std::string>();
+  const auto power_law = std::make_shared<uhfctl::Law>();
+  auto& set_power = add(power, "set", "Set it, and ask for it",
+                        [&common, wanted, power_law] { uhfctl::set_power(common, *wanted, *power_law); });
+  set_power.add_option("POWER", *wanted, "21dBm, or 2100, which is the same in hundredths of a dBm")->required();
+  add_law(set_power, power_law);
 
   auto& region = *app.add_subcommand("region", "The regulatory region (a reader cannot be asked for it)");
   region.require_subcommand(1);
@@ -75,10 +85,10 @@ void add_radio(CLI::App& app, const Common& common) {
   channels.require_subcommand(1);
   add(channels, "get", "Say why they cannot be asked for", [] { uhfctl::cannot_be_asked("channels", "work_channel"); });
   const auto list = std::make_shared<std::string>();
-  const auto of = std::make_shared<std::string>("BRAZIL");
-  auto& set = add(channels, "set", "Set them", [&common, list, of] { set_channels(common, *list, *of); });
+  const auto law = std::make_shared<uhfctl::Law>();
+  auto& set = add(channels, "set", "Set them", [&common, list, law] { set_channels(common, *list, *law); });
   set.add_option("RANGES", *list, "Such as \"0-10;26-51\"")->required();
-  set.add_option("--region", *of, "Warn of channels that it does not allow")->capture_default_str();
+  add_law(set, law);
 
   auto& sensitivity = *app.add_subcommand("sensitivity", "The receive demodulator's settings");
   sensitivity.require_subcommand(1);
@@ -101,7 +111,9 @@ void add_survey(CLI::App& app, const Common& common) {
   const auto options = std::make_shared<uhfctl::SurveyOptions>();
   auto& command = add(app, "survey", "Step through powers, and recommend one for a tag",
                       [&common, options] { survey(common, *options); });
-  command.add_option("--power", options->power, "Which, in hundredths of a dBm")->type_name("FROM:TO:STEP")->required();
+  command.add_option("--power", options->power, "Which, such as 15dBm:30dBm:2.5dBm, or 1500:3000:250")
+      ->type_name("FROM:TO:STEP")
+      ->required();
   command.add_option("--seconds", options->seconds, "At each power")
       ->capture_default_str()
       ->check(cli::range(0.01, 1e5));
@@ -110,6 +122,7 @@ void add_survey(CLI::App& app, const Common& common) {
   command.add_option("--out", options->out, "The report; figures go beside it as .csv and .json")
       ->capture_default_str()
       ->type_name("FILE");
+  add_law(command, std::shared_ptr<uhfctl::Law>(options, &options->law));
 }
 
 void add_tape(CLI::App& app, const Common& common) {
@@ -155,10 +168,9 @@ int main(int argc, char** argv) {
   add_survey(app, common);
   add_tape(app, common);
   const auto region = std::make_shared<std::string>("BRAZIL");
-  add(app, "doctor", "Look at one thing after the other that can be wrong",
-      [&common, region] { doctor(common, *region); })
-      .add_option("--region", *region, "Whose limits the power is held to")
-      ->capture_default_str();
+  add_region(add(app, "doctor", "Look at one thing after the other that can be wrong",
+                 [&common, region] { doctor(common, *region); }),
+             *region);
   try {
     if (cli::described(app, uhfctl::manual(), argc, argv)) {
       return uhfctl::kDone;

@@ -14,17 +14,12 @@ namespace uhfctl {
 namespace {
 
 using Object = nlohmann::ordered_json;
+using refhost::power_text;
 
 Port open(const Common& common) { return Port(common.port, std::chrono::milliseconds(common.timeout)); }
 
 [[noreturn]] void no_answer(const Port& port, const std::string& what) {
   throw Failure(kNoAnswer, "the reader at " + port.path() + " did not answer in time " + what);
-}
-
-std::string dBm(unsigned short power) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%.2f dBm", power / 100.0);
-  return text;
 }
 
 std::string milliseconds(Clock::duration time) { return seconds(time * 1000, 1) + " ms"; }
@@ -48,34 +43,6 @@ std::string as_text(const ac::UHF::DemodSensitivityInfo& info) {
 
 bool operator==(const ac::UHF::DemodSensitivityInfo& a, const ac::UHF::DemodSensitivityInfo& b) {
   return a.m == b.m && a.i == b.i && a.sensitivity == b.sensitivity;
-}
-
-std::string region_names() {
-  std::string names;
-  for (const auto& [name, region] : REGIONS) {
-    names += (names.empty() ? "" : ", ") + std::string(name);
-  }
-  return names;
-}
-
-ac::UHF::Region region_from(std::string name) {
-  std::ranges::transform(name, name.begin(), [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
-  const auto region = regionOf(name);
-  if (!region.has_value()) {
-    throw Failure(kUsage, "there is no region \"" + name + "\": one of " + region_names());
-  }
-  return *region;
-}
-
-// The channels that are in a list and not in the other, for a warning.
-std::string not_among(const std::vector<int>& channels, const std::vector<int>& allowed) {
-  std::string text;
-  for (const int channel : channels) {
-    if (std::ranges::find(allowed, channel) == allowed.end()) {
-      text += (text.empty() ? "" : ", ") + std::to_string(channel);
-    }
-  }
-  return text;
 }
 
 }  // namespace
@@ -105,7 +72,7 @@ void info(const Common& common) {
   }
   print(table({{"port", common.port},
                {"reader", coloured(Colour::green, "answers")},
-               {"power", std::to_string(power) + " (" + dBm(power) + ")"},
+               {"power", std::to_string(power) + " (" + power_text(power) + ")"},
                {"sensitivity", as_text(sensitivity)},
                {"round trip", milliseconds(times[kQuestions / 2]) + " (" + milliseconds(times.front()) + " to " +
                                   milliseconds(times.back()) + ", " + std::to_string(kQuestions) + " questions)"}}));
@@ -119,54 +86,45 @@ void cannot_be_asked(const std::string& what, const std::string& setting) {
 
 void get_power(const Common& common) {
   const auto power = open(common).power_or_nobody();
-  common.json ? print(Object{{"power", power}}) : print(std::to_string(power) + "  (" + dBm(power) + ")\n");
+  common.json ? print(Object{{"power", power}}) : print(std::to_string(power) + "  (" + power_text(power) + ")\n");
 }
 
-void set_power(const Common& common, int power) {
+void set_power(const Common& common, const std::string& power, const Law& law) {
+  const auto wanted = static_cast<unsigned short>(power_from(power));
+  hold_power_to(law, wanted);
   const auto port = open(common);
   const auto before = port.power_or_nobody();
-  const auto wanted = static_cast<unsigned short>(power);
   if (!talking(port, [&] { return port.driver().setTransmitPower(wanted); })) {
     no_answer(port, "to the new power");
   }
-  if (wanted > 0 && wanted < 100) {  // below a dBm, which nobody means
-    const auto number = std::to_string(wanted);
-    note("warning: " + number + " is " + dBm(wanted) + ": the unit is a hundredth of a dBm, so " + number +
-         " dBm are " + number + "00");
-  }
   const auto after = port.power();
   if (after != wanted) {
-    throw Failure(kFailed, "the reader was told the power " + std::to_string(wanted) + " and has " +
-                               std::to_string(after) + ": is that within what it can do?");
+    throw Failure(kFailed, "the reader was told the power " + power_text(wanted) + " and has " + power_text(after) +
+                               ": is that within what it can do?");
   }
   common.json ? print(Object{{"power", after}, {"previous_power", before}})
-              : print(std::to_string(after) + "  (" + dBm(after) + "), before " + std::to_string(before) + "\n");
+              : print(std::to_string(after) + "  (" + power_text(after) + "), before " + std::to_string(before) + "\n");
 }
 
 void set_region(const Common& common, const std::string& region) {
-  const auto wanted = region_from(region);
+  const auto name = limit_of(region).region;
+  const auto wanted = regionOf(name).value();
   const auto port = open(common);
   port.power_or_nobody();
   if (!talking(port, [&] { return port.driver().setWorkArea(wanted); })) {
     no_answer(port, "to the new region");
   }
-  const auto* const name = std::ranges::find(REGIONS, wanted, [](const auto& row) { return row.second; });
-  common.json ? print(Object{{"region", name->first}})
-              : print(std::string(name->first) + "  (answered; a reader cannot be asked for its region)\n");
+  common.json ? print(Object{{"region", name}})
+              : print(std::string(name) + "  (answered; a reader cannot be asked for its region)\n");
 }
 
-void set_channels(const Common& common, const std::string& channels, const std::string& region) {
+void set_channels(const Common& common, const std::string& channels, const Law& law) {
   const auto wanted = refhost::parse_int_ranges(channels);
   if (!wanted.has_value() || wanted->size() > 255 || std::ranges::max(*wanted) > 255) {
     throw Failure(kUsage, "\"" + channels +
                               "\" is no list of channels: give ranges of numbers from 0 to 255, such as 0-10;26-51");
   }
-  // The China regions have Brazil's.
-  const auto allowed_text = allowedChannels(region_from(region)).value_or(BRAZIL_CHANNELS);
-  if (const auto outside = not_among(*wanted, refhost::parse_int_ranges(allowed_text).value_or(std::vector<int>()));
-      !outside.empty()) {
-    note("warning: not allowed in the region " + region + " (" + std::string(allowed_text) + "): channels " + outside);
-  }
+  hold_channels_to(law, channels);
   const auto port = open(common);
   port.power_or_nobody();
   if (!talking(port, [&] {

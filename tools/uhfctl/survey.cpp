@@ -3,10 +3,10 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <charconv>
 #include <ctime>
 #include <exception>
 #include <filesystem>
+#include <sstream>
 
 #include "cli/output_file.h"
 #include "commands.h"
@@ -16,6 +16,8 @@
 namespace uhfctl {
 
 namespace {
+
+using refhost::power_text;
 
 constexpr double kGoodEnough = 0.9;  // of the best share
 
@@ -40,7 +42,7 @@ class PowerRestorer {
   ~PowerRestorer() {
     try {
       if (port_.driver().setTransmitPower(power_)) {
-        note("the power is " + std::to_string(power_) + " again");
+        note("the power is " + power_text(power_) + " again");
         return;
       }
     } catch (const ac::ac_exception&) {  // told below
@@ -59,11 +61,11 @@ SurveyStep measure(const Port& port, int power, double time, const std::string& 
   const auto wanted = static_cast<unsigned short>(power);
   if (!talking(port, [&] { return port.driver().setTransmitPower(wanted); })) {
     throw Failure(kNoAnswer,
-                  "the reader at " + port.path() + " did not answer in time to the power " + std::to_string(power));
+                  "the reader at " + port.path() + " did not answer in time to the power " + power_text(power));
   }
   if (const auto has = port.power(); has != wanted) {
-    throw Failure(kFailed, "the reader was told the power " + std::to_string(power) + " and has " +
-                               std::to_string(has) + ": is that within what it can do?");
+    throw Failure(kFailed, "the reader was told the power " + power_text(power) + " and has " + power_text(has) +
+                               ": is that within what it can do?");
   }
   SurveyStep step{.power = power, .seconds = 0, .polls = 0, .tags = Tags()};
   const auto begin = Clock::now();
@@ -74,7 +76,7 @@ SurveyStep measure(const Port& port, int power, double time, const std::string& 
     }
     step.tags.add(poll, Clock::now());
     ++step.polls;
-    progress(place + "power " + std::to_string(power) + ", " + std::to_string(step.tags.all().size()) + " tags, " +
+    progress(place + power_text(power) + ", " + std::to_string(step.tags.all().size()) + " tags, " +
              std::to_string(step.tags.readings()) + " readings");
   }
   step.seconds = std::chrono::duration<double>(Clock::now() - begin).count();
@@ -94,7 +96,7 @@ std::string as_table(const Survey& survey) {
     rows.front().push_back(epc);
   }
   for (const auto& step : survey.steps) {
-    rows.push_back({std::to_string(step.power)});
+    rows.push_back({power_text(step.power)});
     for (const auto& epc : epcs) {
       const auto rssi = step.rssi_of(epc);
       rows.back().push_back(rssi.has_value() ? number(step.rate_of(epc), 1) + "/s, RSSI " + number(*rssi, 0) : "-");
@@ -160,20 +162,12 @@ std::optional<int> recommended_power(const Survey& survey, const std::string& ep
 
 std::vector<int> parse_powers(const std::string& text) {
   std::vector<int> numbers;
-  const char* at = text.data();
-  const char* const end = at + text.size();
-  while (at <= end) {
-    int value = -1;
-    const auto [after, error] = std::from_chars(at, end, value);
-    if (error != std::errc() || value < 0 || (after != end && *after != ':')) {
-      break;
-    }
-    numbers.push_back(value);
-    at = after + 1;
+  std::istringstream parts(text);
+  for (std::string part; std::getline(parts, part, ':');) {
+    numbers.push_back(power_from(part));
   }
-  const bool read = at == end + 1 && numbers.size() == 3;
-  if (!read || numbers[0] > numbers[1] || numbers[1] > 65535 || numbers[2] == 0) {
-    throw Failure(kUsage, "\"" + text + "\" is no range of powers: give FROM:TO:STEP, such as 1500:3000:250");
+  if (numbers.size() != 3 || numbers[0] > numbers[1] || numbers[2] == 0) {
+    throw Failure(kUsage, "\"" + text + "\" is no range of powers: give FROM:TO:STEP, such as 15dBm:30dBm:2.5dBm");
   }
   std::vector<int> powers;
   for (int power = numbers[0]; power <= numbers[1]; power += numbers[2]) {
@@ -220,6 +214,7 @@ nlohmann::ordered_json json_of(const Survey& survey, const std::string& epc) {
 
 void survey(const Common& common, const SurveyOptions& options) {
   const auto powers = parse_powers(options.power);
+  hold_power_to(options.law, powers.back());
   std::string epc = options.tag;
   std::ranges::transform(epc, epc.begin(), [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
   const std::filesystem::path page(options.out);
@@ -263,7 +258,8 @@ void survey(const Common& common, const SurveyOptions& options) {
     const auto power = recommended_power(result, epc);
     print(power.has_value()
               ? "\nRecommended for " + epc + ": " + coloured(Colour::bold, "transmit_power " + std::to_string(*power)) +
-                    " (`achost config set uhf transmit_power " + std::to_string(*power) + "`)\n"
+                    ", " + power_text(*power) + " (`achost config set uhf transmit_power " + std::to_string(*power) +
+                    "`)\n"
               : "\nNo recommendation: " + (epc.empty() ? std::string("no tag was read") : epc + " was not read") +
                     "\n");
     print("Report: " + page.string() + "; figures: " + beside(".csv").string() + ", " + beside(".json").string() +

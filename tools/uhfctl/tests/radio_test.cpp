@@ -3,6 +3,8 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include "refhost/radio_limits.h"
+#include "regions.h"
 #include "run.h"
 
 namespace uhfctl::testing {
@@ -31,10 +33,36 @@ TEST_F(Radio, PowerIsSetAndReadBack) {
   EXPECT_EQ(objects_of(uhfctl({"power", "get", "--json"}).out).at(0)["power"], 2350);
 }
 
-TEST_F(Radio, APowerInWholeDecibelsIsWarnedOf) {
-  EXPECT_EQ(uhfctl({"power", "set", "26"}).err,
-            "uhfctl: warning: 26 is 0.26 dBm: the unit is a hundredth of a dBm, so 26 dBm are 2600\n");
-  EXPECT_EQ(uhfctl({"power", "set", "500"}).err, "");
+TEST_F(Radio, APowerHasAUnitOrIsInHundredths) {
+  EXPECT_EQ(uhfctl({"power", "set", "21dBm"}).out, "2100  (21.00 dBm), before 2600\n");
+  EXPECT_EQ(uhfctl({"power", "set", "22.5 dBm"}).out, "2250  (22.50 dBm), before 2100\n");
+  const auto bare = uhfctl({"power", "set", "26"});
+  EXPECT_EQ(bare.status, 2);
+  EXPECT_EQ(bare.err,
+            "uhfctl: is 26 meant in dBm, or in hundredths of one? Write 26dBm, or 2600, which is the same; "
+            "0.26dBm is the other\n");
+  EXPECT_EQ(uhfctl({"power", "set", "much"}).status, 2);
+  EXPECT_EQ(reader.state().power, 2250);
+}
+
+TEST_F(Radio, MorePowerThanTheRegionAllowsIsRefusedUnlessForced) {
+  const auto result = uhfctl({"power", "set", "30dBm", "--region", "europe"});
+  EXPECT_EQ(result.status, 2);
+  EXPECT_EQ(result.err,
+            "uhfctl: 30.00 dBm is more than the 29.15 dBm that EUROPE allows with an antenna of 6 dBi; "
+            "--region names another region, --force sets it all the same\n");
+  EXPECT_EQ(uhfctl({"power", "set", "3001"}).status, 2) << "of the usual region";
+  EXPECT_EQ(reader.counters().commands, 0U);
+  EXPECT_EQ(uhfctl({"power", "set", "3001", "--force"}).status, 0);
+  EXPECT_EQ(reader.state().power, 3001);
+}
+
+TEST(RadioLimit, HasTheChannelsThatThePluginPublishes) {
+  for (const auto& limit : refhost::kRadioLimits) {
+    const auto region = regionOf(limit.region);
+    ASSERT_TRUE(region.has_value()) << limit.region;
+    EXPECT_EQ(limit.channels, allowedChannels(*region).value_or(BRAZIL_CHANNELS)) << limit.region;
+  }
 }
 
 TEST_F(Radio, RegionTakesItsNameInAnyCase) {
@@ -42,19 +70,22 @@ TEST_F(Radio, RegionTakesItsNameInAnyCase) {
   EXPECT_EQ(reader.state().region, 3);
   const auto unknown = uhfctl({"region", "set", "mars"});
   EXPECT_EQ(unknown.status, 2);
-  EXPECT_THAT(unknown.err, HasSubstr("there is no region \"MARS\": one of BRAZIL, "));
+  EXPECT_THAT(unknown.err, HasSubstr("there is no region \"mars\": one of BRAZIL, "));
   EXPECT_EQ(reader.state().region, 3);
 }
 
-TEST_F(Radio, ChannelsAreSetAndWarnedOf) {
+TEST_F(Radio, ChannelsAreSetAndRefusedOutsideTheRegion) {
   const auto allowed = uhfctl({"channels", "set", "0-2;5"});
   EXPECT_EQ(allowed.status, 0);
   EXPECT_EQ(allowed.err, "");
   EXPECT_EQ(reader.state().channels, (std::vector<std::uint8_t>{0, 1, 2, 5}));
   const auto outside = uhfctl({"channels", "set", "13-16", "--region", "EUROPE"});
-  EXPECT_EQ(outside.status, 0) << "a warning, no error";
-  EXPECT_EQ(outside.err, "uhfctl: warning: not allowed in the region EUROPE (0-14): channels 15, 16\n");
-  EXPECT_EQ(reader.state().channels.size(), 4U);
+  EXPECT_EQ(outside.status, 2);
+  EXPECT_EQ(outside.err,
+            "uhfctl: EUROPE allows the channels 0-14 and not 15-16; --region names another region, "
+            "--force sets it all the same\n");
+  EXPECT_EQ(reader.state().channels, (std::vector<std::uint8_t>{0, 1, 2, 5}));
+  EXPECT_EQ(uhfctl({"channels", "set", "13-16", "--region", "EUROPE", "--force"}).status, 0);
   EXPECT_EQ(uhfctl({"channels", "set", "5-1"}).status, 2);
   EXPECT_EQ(uhfctl({"channels", "set", "256"}).status, 2);
 }

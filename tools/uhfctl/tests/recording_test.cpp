@@ -85,7 +85,7 @@ TEST_F(Recording, APowerThatTheReaderDoesNotTakeIsAFailure) {
   uhfsim::testing::Process player(UHFCTL, {"replay", file("r")});
   const auto [status, out, err] = run({"--port", player.read_line(), "--timeout", "200", "power", "set", "3000"});
   EXPECT_EQ(status, 1);
-  EXPECT_THAT(err, HasSubstr("was told the power 3000 and has 2600"));
+  EXPECT_THAT(err, HasSubstr("was told the power 30.00 dBm and has 26.00 dBm"));
 }
 
 TEST_F(Recording, ACommandThatWasNotRecordedIsSaidAndAnsweredAsAPlainReaderDoes) {

@@ -25,7 +25,7 @@ TEST_F(SurveyOf, RecommendsTheLeastPowerThatReadsTheTagWell) {
   const auto [status, out, err] =
       uhfctl({"survey", "--power", "1800:2600:200", "--seconds", "0.2", "--tag", "300833b2", "--out", file("s.html")});
   EXPECT_EQ(status, 0) << err;
-  EXPECT_THAT(out, HasSubstr("Recommended for 300833B2: transmit_power 2400"));
+  EXPECT_THAT(out, HasSubstr("Recommended for 300833B2: transmit_power 2400, 24.00 dBm"));
   const auto figures = nlohmann::json::parse(content_of(file("s.json")));
   EXPECT_EQ(figures["transmit_power"], 2400);
   ASSERT_EQ(figures["steps"].size(), 5U);
@@ -41,7 +41,7 @@ TEST_F(SurveyOf, LeavesThePowerAsItWas) {
   const auto [status, out, err] =
       uhfctl({"survey", "--power", "2000:2100:100", "--seconds", "0.1", "--out", file("s.html")});
   EXPECT_EQ(reader.state().power, 2222);
-  EXPECT_THAT(err, HasSubstr("the power is 2222 again"));
+  EXPECT_THAT(err, HasSubstr("the power is 22.22 dBm again"));
 }
 
 TEST_F(SurveyOf, LeavesThePowerAsItWasWhenInterrupted) {
@@ -82,7 +82,7 @@ TEST_F(SurveyOf, TriesToSetThePowerBackWhenTheReaderIsGone) {
 
 TEST_F(SurveyOf, ATagThatIsNotThereGetsNoRecommendation) {
   const auto out =
-      uhfctl({"survey", "--power", "2000:2000:1", "--seconds", "0.1", "--tag", "AAAA", "--out", file("s.html")}).out;
+      uhfctl({"survey", "--power", "2000:2000:100", "--seconds", "0.1", "--tag", "AAAA", "--out", file("s.html")}).out;
   EXPECT_THAT(out, HasSubstr("No recommendation: AAAA was not read"));
   EXPECT_THAT(content_of(file("s.html")), HasSubstr("No recommendation"));
 }
@@ -94,11 +94,19 @@ TEST_F(SurveyOf, AReportThatCannotBeWrittenIsSaidBeforeItBegins) {
   EXPECT_EQ(reader.counters().commands, 0U);
 }
 
+TEST_F(SurveyOf, MorePowerThanTheRegionAllowsIsRefusedBeforeItBegins) {
+  const auto [status, out, err] = uhfctl({"survey", "--power", "20dBm:31dBm:1dBm", "--out", file("s.html")});
+  EXPECT_EQ(status, 2);
+  EXPECT_THAT(err, HasSubstr("31.00 dBm is more than the 30.00 dBm that BRAZIL allows"));
+  EXPECT_EQ(reader.counters().commands, 0U);
+}
+
 TEST(ParsePowers, TakesFromToAndStep) {
   EXPECT_THAT(parse_powers("1000:1400:200"), ElementsAre(1000, 1200, 1400));
   EXPECT_THAT(parse_powers("1000:1399:200"), ElementsAre(1000, 1200));
+  EXPECT_THAT(parse_powers("10dBm:1400:2dBm"), ElementsAre(1000, 1200, 1400));
   for (const char* wrong : {"", "1000", "1000:2000", "2000:1000:100", "1000:2000:0", "1000:70000:100", "1:2:3:4",
-                            "a:b:c", "-1:2:1", "1:2:3x"}) {
+                            "a:b:c", "-1:2:1", "1:2:3x", "15:30:1", "1000:2000:25"}) {
     EXPECT_THROW(parse_powers(wrong), std::runtime_error) << wrong;
   }
 }
