@@ -56,7 +56,8 @@ void change_settings(SettingsChanges& changes, const std::vector<refhost::Settin
 // The answer has what the store holds once the plug-in has heard of the change: it may have written a bound back.
 Json set_setting(const ControlledHost& host, const Json& request) {
   const auto& setting = setting_of(host.settings, request);
-  change_settings(host.changes, {{setting.section, setting.key, stored_form(setting, request["value"].get<std::string>())}});
+  change_settings(host.changes,
+                  {{setting.section, setting.key, stored_form(setting, request["value"].get<std::string>())}});
   return setting_json(host, setting);
 }
 
