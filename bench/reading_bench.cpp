@@ -12,9 +12,11 @@
 #include "ac/message.h"
 #include "bare_chain.h"
 #include "card_value.h"
+#include "door/services/alarms.h"
 #include "door/services/door_service.h"
 #include "door/services/gpio_service.h"
 #include "door/services/identifier_service.h"
+#include "door/services/settings_changes.h"
 #include "door/services/user_store.h"
 #include "globals.h"
 #include "notice.h"
@@ -108,7 +110,9 @@ class Door {
   refhost::BusTap tap_{[this](const ac::Message& message) { see(message); }};
   achost::GpioService gpio_;
   achost::DoorService door_;
-  achost::IdentifierService identifier_{users_};
+  achost::Alarms alarms_;
+  achost::SettingsChanges changes_{*store_, alarms_};
+  achost::IdentifierService identifier_{users_, changes_};
 };
 
 }  // namespace

@@ -34,6 +34,7 @@ class Store {
   Store() { refhost::SettingsStore::make_current(&store_); }
   ~Store() { refhost::SettingsStore::make_current(nullptr); }
 
+  refhost::SettingsStore& operator*() { return store_; }
   refhost::SettingsStore* operator->() { return &store_; }
 
  private:
