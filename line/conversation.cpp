@@ -18,15 +18,21 @@ std::optional<Exchange> Conversation::ask(Clock::time_point now, ByteView bytes)
     open_->code = whole.empty() ? open_->code : whole.back().code;
     return std::nullopt;
   }
-  auto before = open_.has_value() && !settled_ ? std::optional(judged()) : std::nullopt;
-  cut_off_ = false;
-  settled_ = false;
+  auto before = end();
   open_.emplace();
   open_->question.assign(bytes.begin(), bytes.end());
   open_->code = frames.empty() ? Code::failure : frames.back().code;
   open_->asked = now;
   open_->last_byte = now;
   return before;
+}
+
+std::optional<Exchange> Conversation::end() {
+  auto last = open_.has_value() && !settled_ ? std::optional(judged()) : std::nullopt;
+  open_.reset();
+  cut_off_ = false;
+  settled_ = false;
+  return last;
 }
 
 std::size_t Conversation::take(Clock::time_point now, ByteView bytes) {

@@ -40,6 +40,9 @@ class Conversation {
   // time is over. Said once; what still comes in time is taken all the same.
   std::optional<Exchange> settle(Clock::time_point now);
 
+  // The question that is open is the last; what became of it, if that was not said.
+  std::optional<Exchange> end();
+
   // Nothing asked is open, or nobody waits for its answer any more.
   bool is_quiet(Clock::time_point now) const;
 

@@ -68,6 +68,7 @@ void HealthWatch::lent(const std::string& who) { borrower_ = who; }
 void HealthWatch::returned() {
   borrower_.reset();
   unanswered_since_.reset();
+  has_answered_ = false;
 }
 
 HealthWatch::Second& HealthWatch::second_of(Clock::time_point now) {
@@ -105,7 +106,7 @@ State HealthWatch::state_now(Clock::time_point now) const {
     return State::silent;
   }
   if (!has_answered_) {
-    return health_.state == State::gone || health_.state == State::silent ? health_.state : State::silent;
+    return health_.state == State::gone || health_.state == State::lent ? health_.state : State::silent;
   }
   return window_bad_ >= kFewestBad && health_.bad_share > kNoisyAbove ? State::noisy : State::answering;
 }

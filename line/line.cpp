@@ -16,7 +16,7 @@ std::string Line::port() const { return relay_->port(); }
 Health Line::health() const { return relay_->health(); }
 std::array<int, kRungs> Line::steps_taken() const { return relay_->steps_taken(); }
 bool Line::wait_for_answer(std::chrono::milliseconds timeout) const { return relay_->wait_for_answer(timeout); }
-Recorder& Line::recorder() { return relay_->recorder(); }
+Recorder& Line::recorder() const { return relay_->recorder(); }
 std::optional<Bytes> Line::ask(Code code) { return relay_->ask(code); }
 bool Line::lend(int socket, const std::string& who) { return relay_->lend(socket, who); }
 void Line::take_back() { relay_->take_back(); }

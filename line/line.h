@@ -96,7 +96,7 @@ class Line {
   // Wait until the reader has answered; false when it has not in that time.
   bool wait_for_answer(std::chrono::milliseconds timeout) const;
 
-  Recorder& recorder();
+  Recorder& recorder() const;
 
   // Put a question to the reader between those of the plug-in. All bytes that came for it, or nothing when no good
   // answer came, or the reader is not there, or somebody has the line.

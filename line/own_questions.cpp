@@ -51,7 +51,9 @@ void Line::Relay::came_for_own(Clock::time_point now, ByteView bytes) {
   came.insert(came.end(), bytes.begin(), bytes.end());
   const auto answer = answer_of(asking_->code, came);
   if (is_good(answer.outcome)) {
-    watch_.answered(now, answer, false);
+    if (!giving_.has_value()) {
+      watch_.answered(now, answer, false);
+    }
     finish_own(std::exchange(came, {}));
   }
 }
@@ -137,7 +139,7 @@ void Line::Relay::start_lending(Clock::time_point now) {
   borrower_.emplace(std::move(*waiting_borrower_));
   waiting_borrower_.reset();
   watch_.lent(borrower_->who);
-  conversation_ = {};
+  done_with(conversation_.end());
   if (!held_.empty()) {
     answer_for_reader(std::exchange(held_, {}));
   }

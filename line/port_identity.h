@@ -1,4 +1,4 @@
-// Finding an adapter again whose name has changed.
+// The USB adapter that a port is: finding it again when its name has changed, and resetting it.
 #pragma once
 
 #include <filesystem>
@@ -19,5 +19,13 @@ std::optional<std::string> identity_of(const std::filesystem::path& port,
 // The device of the adapter with that identity, "/dev/ttyUSB1", if it is plugged in.
 std::optional<std::filesystem::path> port_with(const std::string& identity,
                                                const std::filesystem::path& terminals = kTerminals);
+
+// The file of the USB adapter that a port belongs to, "/dev/bus/usb/001/004"; nothing for another port.
+std::optional<std::filesystem::path> usb_device_of(const std::filesystem::path& port,
+                                                   const std::filesystem::path& terminals = kTerminals);
+
+// The kernel's reset, as if it were pulled out and put back. False when the device cannot be opened or does not come
+// back from it.
+bool reset_usb_device(const std::filesystem::path& device);
 
 }  // namespace line

@@ -110,7 +110,7 @@ Bytes Recorder::oldest_first() const {
 }
 
 // Made from a copy, so that the line waits no longer than that takes.
-std::string Recorder::text() const {
+std::string Recorder::text(std::size_t latest) const {
   const Bytes all = oldest_first();
   std::string text = "# uhf recording 1\n";
   std::optional<Clock::time_point> begin;
@@ -118,6 +118,9 @@ std::string Recorder::text() const {
     const Head head = Head::from(all.data() + done);
     const ByteView bytes = ByteView(all).subspan(done + Head::kSize, head.count);
     done += Head::kSize + head.count;
+    if (all.size() - done + Head::kSize + head.count > latest) {
+      continue;
+    }
     if (!begin.has_value()) {
       begin = head.at;
       text += "# begins " + wall_time(head.at) + "\n";

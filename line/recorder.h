@@ -30,7 +30,10 @@ class Recorder {
   // All of it as a recording: a text file that begins "# uhf recording 1", with the wall time of its beginning, then a
   // line for each piece: seconds since the beginning, ">" (to the reader) or "<" (from it), and the bytes in
   // hexadecimal; or "#", the seconds, and a note.
-  std::string text() const;
+  std::string text() const { return text(size_); }
+
+  // The same of the latest pieces alone, so many bytes of memory at most.
+  std::string text(std::size_t latest) const;
 
  private:
   enum class Kind : std::uint8_t { to_reader, from_reader, note };

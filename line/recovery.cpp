@@ -57,8 +57,8 @@ bool Line::Relay::open_port() {
 
 void Line::Relay::lose_port(const std::string& cause) {
   port_.reset();
+  done_with(conversation_.end());
   watch_.port_gone(cause);
-  conversation_ = {};
   held_.clear();
   owes_settings_ = true;
   next_open_ = Clock::now() + kOpenAgain;
@@ -111,7 +111,7 @@ void Line::Relay::give_back(Clock::time_point now) {
   if (!owes_settings_ || giving_.has_value() || !port_.has_value() || borrower_.has_value() || now < next_give_back_) {
     return;
   }
-  conversation_ = {};
+  done_with(conversation_.end());
   giving_ = radio_.commands();
   giving_->insert(giving_->begin(), frame_of(FrameType::command, Code::get_power, {}));
   held_.clear();
@@ -149,6 +149,9 @@ void Line::Relay::has_given_back(const std::optional<Bytes>& read) {
     return;
   }
   owes_settings_ = false;
+  // Not before: a reader that reads with other settings than the door's is not back yet.
+  watch_.answered(Clock::now(), {.outcome = Outcome::answered, .flaw = {}, .tags = {}}, false);
+  next_tick_ = Clock::now();
   if (radio_.commands().empty()) {
     return;
   }

@@ -18,7 +18,7 @@ namespace {
 using std::chrono::milliseconds;
 
 // How often the line looks at itself.
-constexpr milliseconds kTick{250};
+constexpr milliseconds kTick{50};
 
 // What the plug-in has not read by then it will not read as the answer to what it asked.
 constexpr std::chrono::seconds kStale{1};
@@ -189,15 +189,17 @@ void Line::Relay::handle_port(Clock::time_point now) {
     if (bytes.empty()) {
       return;
     }
-    if (borrower_.has_value()) {
-      say_to_borrower(bytes);
-    } else if (asking_.has_value()) {
-      came_for_own(now, bytes);
-    } else {
+    const bool is_plug_ins = !borrower_.has_value() && !asking_.has_value();
+    if (is_plug_ins) {
       pass_answer(now, bytes);
     }
     recorder_.add(Direction::from_reader, bytes, now);
     onlookers_.show(now, Direction::from_reader, bytes);
+    if (borrower_.has_value()) {
+      say_to_borrower(bytes);
+    } else if (asking_.has_value()) {
+      came_for_own(now, bytes);
+    }
   } catch (const std::system_error& failure) {
     lose_port(std::string("the port ") + shown_port_ + " has gone: " + failure.code().message());
   }

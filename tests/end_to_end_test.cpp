@@ -137,42 +137,11 @@ TEST_F(EndToEnd, AReaderThatDoesNotAnswerIsNamed) {
   EXPECT_EQ(std::ranges::count(result.err, '\n'), 1) << result.err;
 }
 
-TEST_F(EndToEnd, ALineThatHangsUpEndsTheProcessForItsSupervisor) {
-  auto reader = std::make_unique<uhfsim::SimulatedReader>(uhfsim::Options{.seed = 3});
-  reader->field().add({.epc = {0xE2, 0x00, 0x68, 0x0A, 0x12, 0x34}});
-  auto host = start({"--port", reader->path()});
-  EXPECT_NE(next_event(host, "identification"), nullptr);
-  reader.reset();
-  const auto result = host.wait();
-  EXPECT_EQ(result.status, 8);
-  EXPECT_THAT(result.err,
-              testing::ContainsRegex("Error while (writing to|reading from) serial port: Unknown error -1"));
-}
-
-// The supervisor here is the test: it starts the host again whenever that ends, as a service manager does.
-TEST_F(EndToEnd, AnAdapterThatIsPulledOutAndPluggedInAgainIsBackInService) {
-  const auto device = scenario("") + ".device";
-  const auto plug_in = [&](const std::string& path) {
-    std::filesystem::remove(device);
-    std::filesystem::create_symlink(path, device);
-  };
-  uhfsim::SimulatedReader reader({.seed = 3, .on_hang_up = plug_in});
-  plug_in(reader.path());
-  reader.field().add({.epc = {0xE2, 0x00, 0x68, 0x0A, 0x12, 0x34}});
-  for (int start_number = 1; start_number <= 3; ++start_number) {
-    auto host = start({"--port", device});
-    EXPECT_NE(next_event(host, "identification"), nullptr) << "start " << start_number;
-    reader.faults().set("hang-up", 1);
-    EXPECT_EQ(host.wait().status, 8) << "start " << start_number;
-    reader.faults().clear();
-  }
-  EXPECT_GE(reader.counters().hang_ups, 3U);
-}
-
-TEST_F(EndToEnd, AReaderThatFloodsTheLineForEverIsEndedByTheWatchdog) {
+// Here the plug-in has the port itself, as under a host without a line.
+TEST_F(EndToEnd, APortThatFloodsForEverIsEndedByTheWatchdog) {
   uhfsim::SimulatedReader reader({.seed = 3, .chunk = 32});
   reader.field().add({.epc = {0xE2, 0x00, 0x68, 0x0A, 0x12, 0x34}});
-  auto host = start({"--port", reader.path(), "--watchdog-limit", "3"});
+  auto host = start({"--direct", "--port", reader.path(), "--watchdog-limit", "3"});
   EXPECT_NE(next_event(host, "identification"), nullptr);
   reader.faults().set("flood", 1);
   const auto result = host.wait();

@@ -55,6 +55,9 @@ void add_reader_options(CLI::App& command, achost::RunOptions& options) {
   auto* const port =
       command.add_option("--port", options.port, "Serial device of the reader (default: the setting serial_port_path)");
   port->type_name("DEVICE");
+  command.add_flag("--wait", options.wait,
+                   "Begin without the reader, and start the plug-in when it answers (as a service does)");
+  command.add_flag("--direct", options.direct, "Give the plug-in the port itself: no health, recovery or lending");
   auto* const simulate = command.add_flag("--simulate", options.simulate, "Use a simulated reader")->excludes(port);
   command
       .add_flag("--interactive", options.interactive,
@@ -159,6 +162,7 @@ int run_command_line(int argc, char** argv) {
   add_run(app, run_options);
   add_config(app, config_options);
   achost::add_control(app);
+  achost::add_reader(app);
   achost::add_audit(app);
   achost::add_user(app);
   // Afterwards, so that the other commands do not take it over.

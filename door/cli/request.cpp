@@ -36,11 +36,13 @@ std::optional<Json> ask_if_running(const std::filesystem::path& state, const Jso
 void follow(const std::filesystem::path& state, const Json& request, const std::function<bool(const Json&)>& take) {
   ControlClient client(state);
   client.send(request);
-  for (Json line = client.receive(ControlClient::kPatience); !line.contains("ok"); line = client.receive()) {
+  Json line = client.receive(ControlClient::kPatience);
+  for (; !line.contains("ok"); line = client.receive()) {
     if (!take(line)) {
       return;
     }
   }
+  check(line);
 }
 
 }  // namespace achost

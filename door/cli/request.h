@@ -21,7 +21,7 @@ Json ask(const std::filesystem::path& state, const Json& request, Patience patie
 std::optional<Json> ask_if_running(const std::filesystem::path& state, const Json& request,
                                    Patience patience = ControlClient::kPatience);
 
-// Hand each line that comes before the answer to a function, until it returns false.
+// Hand each line that comes before the answer to a function, until it returns false. Throws as ask() does.
 void follow(const std::filesystem::path& state, const Json& request, const std::function<bool(const Json&)>& take);
 
 }  // namespace achost

@@ -6,27 +6,13 @@
 #include <vector>
 
 #include "cli/text_table.h"
+#include "door/cli/health_line.h"
 #include "refhost/log_entry.h"
 
 namespace achost {
 namespace {
 
 using Rows = std::vector<std::vector<std::string>>;
-
-// "3 h 25 min", "12 s".
-std::string duration(std::int64_t seconds) {
-  const auto part = [](std::int64_t number, const char* unit) { return std::to_string(number) + " " + unit; };
-  constexpr std::int64_t kMinute = 60;
-  constexpr std::int64_t kHour = 60 * kMinute;
-  constexpr std::int64_t kDay = 24 * kHour;
-  if (seconds >= kDay) {
-    return part(seconds / kDay, "days") + " " + part(seconds % kDay / kHour, "h");
-  }
-  if (seconds >= kHour) {
-    return part(seconds / kHour, "h") + " " + part(seconds % kHour / kMinute, "min");
-  }
-  return seconds >= kMinute ? part(seconds / kMinute, "min") + " " + part(seconds % kMinute, "s") : part(seconds, "s");
-}
 
 std::string seconds_ago(std::int64_t milliseconds) {
   std::array<char, 32> buffer{};
@@ -87,10 +73,10 @@ std::string alarms(const Json& list) {
 
 std::string status_table(const Json& status) {
   const auto& plugin = status.at("plugin");
-  return alarms(status.at("alarms")) +
+  return "reader " + health_line(status.at("health")) + "\n" + alarms(status.at("alarms")) +
          aligned({{"HOST", ""},
                   {"  process", text_of(status.at("process"))},
-                  {"  up for", duration(status.at("uptime_s"))},
+                  {"  up for", duration_text(status.at("uptime_s"))},
                   {"  plug-in", plugin.is_null() ? "not started yet" : text_of(plugin)},
                   {"  reader", text_of(status.at("reader"))},
                   {"  state", text_of(status.at("state"))}}) +

@@ -42,6 +42,10 @@ class ControlStream {
 
   // Whether the client has gone, or the server ends.
   virtual bool is_over() = 0;
+
+  // The connection itself, as another descriptor, for bytes that are no lines: {"ok": true} is sent before, and nothing
+  // by the server after. The connection ends when the command returns and that descriptor is closed.
+  virtual int hand_over() = 0;
 };
 
 // Something that a client may ask for.

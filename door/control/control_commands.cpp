@@ -7,6 +7,7 @@
 #include "door/control/control_events.h"
 #include "door/control/control_status.h"
 #include "door/control/enrollment_request.h"
+#include "door/control/reader_commands.h"
 #include "refhost/send.h"
 #include "uhfsim/command.h"
 #include "uhfsim/text.h"
@@ -138,37 +139,43 @@ Json show_field(const ControlledHost& host) {
 }  // namespace
 
 ControlTable control_table(const ControlledHost& host) {
-  return ControlTable({
-      {"config_list", {}, [host](const Json&, ControlStream&) { return list_settings(host); }},
-      {"config_get",
-       {{"section"}, {"key"}},
-       [host](const Json& request, ControlStream&) { return setting_json(host, setting_of(host.settings, request)); }},
-      {"config_set",
-       {{"section"}, {"key"}, {"value"}},
-       [host](const Json& request, ControlStream&) { return set_setting(host, request); }},
-      {"config_import",
-       {{"settings", Type::texts}},
-       [host](const Json& request, ControlStream&) { return import_settings(host, request); }},
-      {"gpio_list", {}, [host](const Json&, ControlStream&) { return list_lines(host.gpio); }},
-      {"gpio_set",
-       {{"line", Type::integer}, {"value", Type::integer}},
-       [](const Json& request, ControlStream&) { return set_line(request); }},
-      {"rex", {}, [](const Json&, ControlStream&) { return press_exit_button(); }},
-      {"enroll",
-       {{"user", Type::integer},
-        {"registration", Type::text, false},
-        {"save", Type::flag, false},
-        {"wait", Type::flag, false}},
-       [host](const Json& request, ControlStream& stream) {
-         return enroll(request, host.plugin(), host.enroller, stream);
-       }},
-      {"field", {{"line"}}, [host](const Json& request, ControlStream&) { return change_field(host, request); }},
-      {"field_show", {}, [host](const Json&, ControlStream&) { return show_field(host); }},
-      {"status", {}, [host](const Json&, ControlStream&) { return status_of(host); }},
-      {"events",
-       {{"types", Type::text, false}},
-       [](const Json& request, ControlStream& stream) { return follow_events(request, stream); }},
-  });
+  auto commands = reader_commands(host.line);
+  commands.insert(
+      commands.end(),
+      {
+          {"config_list", {}, [host](const Json&, ControlStream&) { return list_settings(host); }},
+          {"config_get",
+           {{"section"}, {"key"}},
+           [host](const Json& request, ControlStream&) {
+             return setting_json(host, setting_of(host.settings, request));
+           }},
+          {"config_set",
+           {{"section"}, {"key"}, {"value"}},
+           [host](const Json& request, ControlStream&) { return set_setting(host, request); }},
+          {"config_import",
+           {{"settings", Type::texts}},
+           [host](const Json& request, ControlStream&) { return import_settings(host, request); }},
+          {"gpio_list", {}, [host](const Json&, ControlStream&) { return list_lines(host.gpio); }},
+          {"gpio_set",
+           {{"line", Type::integer}, {"value", Type::integer}},
+           [](const Json& request, ControlStream&) { return set_line(request); }},
+          {"rex", {}, [](const Json&, ControlStream&) { return press_exit_button(); }},
+          {"enroll",
+           {{"user", Type::integer},
+            {"registration", Type::text, false},
+            {"save", Type::flag, false},
+            {"wait", Type::flag, false}},
+           [host](const Json& request, ControlStream& stream) {
+             return enroll(request, host.plugin(), host.enroller, stream);
+           }},
+          {"field", {{"line"}}, [host](const Json& request, ControlStream&) { return change_field(host, request); }},
+          {"field_show", {}, [host](const Json&, ControlStream&) { return show_field(host); }},
+          {"status", {}, [host](const Json&, ControlStream&) { return status_of(host); }},
+          {"events",
+           {{"types", Type::text, false}},
+           [](const Json& request, ControlStream& stream) { return follow_events(request, stream); }},
+      });
+  return ControlTable(std::move(commands));
 }
 
 }  // namespace achost

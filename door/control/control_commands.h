@@ -11,6 +11,7 @@
 #include "door/services/enroller_service.h"
 #include "door/services/gpio_service.h"
 #include "door/services/settings_changes.h"
+#include "line/line.h"
 #include "refhost/settings_store.h"
 #include "uhfsim/simulated_reader.h"
 
@@ -26,12 +27,13 @@ struct ControlledHost {
   const GpioService& gpio;
   EnrollerService& enroller;
   std::string reader;                   // where it is, for a person
+  line::Line* line;                     // null when the plug-in has the port itself
   uhfsim::SimulatedReader* simulated;   // null when the reader is a real one
   std::function<std::string()> plugin;  // the name of the plug-in that runs; empty until it has started
 };
 
-// config_list, config_get, config_set, config_import, gpio_list, gpio_set, rex, enroll, field, field_show, status and
-// events.
+// health, recording, look_on, ask_reader, borrow, config_list, config_get, config_set, config_import, gpio_list,
+// gpio_set, rex, enroll, field, field_show, status and events.
 ControlTable control_table(const ControlledHost& host);
 
 }  // namespace achost

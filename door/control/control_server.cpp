@@ -70,7 +70,10 @@ class Connection : public ControlStream {
     for (;;) {
       switch (reader.next(line, limits_.patience, limits_.idle)) {
         case LineReader::Outcome::line:
-          if (!places_.begin_request(socket_) || !send(answer(line))) {
+          if (!places_.begin_request(socket_)) {
+            return;
+          }
+          if (const Json result = answer(line); handed_over_ || !send(result)) {
             return;
           }
           places_.end_request(socket_);
@@ -100,6 +103,16 @@ class Connection : public ControlStream {
       refhost::log::warning("a client of the control socket does not read what it has asked for: its connection ends");
     }
     return false;
+  }
+
+  int hand_over() override {
+    const int descriptor = fcntl(socket_, F_DUPFD_CLOEXEC, 0);
+    if (descriptor < 0) {
+      throw std::system_error(errno, std::generic_category(), "no descriptor is left for the connection");
+    }
+    handed_over_ = true;
+    send({{"ok", true}});
+    return descriptor;
   }
 
   bool is_over() override {
@@ -132,6 +145,7 @@ class Connection : public ControlStream {
   const ControlLimits limits_;
   ClientPlaces& places_;
   const std::atomic<bool>& ending_;
+  bool handed_over_ = false;
 };
 
 }  // namespace

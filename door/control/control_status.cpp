@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include "door/control/reader_commands.h"
 #include "refhost/bus_counters.h"
 #include "refhost/bus_view.h"
 #include "refhost/watchdog.h"
@@ -72,6 +73,7 @@ Json status_of(const ControlledHost& host) {
           {"state", host.state.string()},
           {"plugin", plugin.empty() ? Json(nullptr) : Json(plugin)},
           {"reader", host.reader},
+          {"health", health_of(host.line)},
           {"alarms", alarms(host.alarms)},
           {"settings", reader_settings(host.settings)},
           {"not_in_force", not_in_force(host.changes)},

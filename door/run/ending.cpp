@@ -53,6 +53,7 @@ Ending::Ending() {
   }
   handle(SIGINT, wake, static_cast<int>(SA_RESETHAND));
   handle(SIGTERM, wake, static_cast<int>(SA_RESETHAND));
+  handle(SIGHUP, wake, static_cast<int>(SA_RESETHAND));  // the terminal has been closed
   // Handled and not ignored: a handler does not pass on to the commands that a plug-in runs.
   handle(
       SIGPIPE, [](int) {}, 0);

@@ -11,7 +11,7 @@
 namespace achost {
 
 // Brings together all that can end a run: a signal, a thread's request, the time, a reader of standard output that
-// went away. One for the process: it takes the handlers of SIGINT, SIGTERM and SIGPIPE.
+// went away. One for the process: it takes the handlers of SIGINT, SIGTERM, SIGHUP and SIGPIPE.
 class Ending {
  public:
   struct Outcome {
@@ -20,7 +20,8 @@ class Ending {
     bool output_gone = false;  // nobody reads standard output any more
   };
 
-  // A second SIGINT or SIGTERM ends the process by itself, should the first not get through. Throws std::system_error.
+  // A second SIGINT, SIGTERM or SIGHUP ends the process by itself, should the first not get through. Throws
+  // std::system_error.
   Ending();
 
   // End the run. The first request counts. Any thread may call.

@@ -24,6 +24,7 @@
 #include "refhost/line_writer.h"
 #include "refhost/loader.h"
 #include "refhost/log.h"
+#include "refhost/send.h"
 #include "refhost/store_watch.h"
 #include "refhost/work.h"
 
@@ -43,6 +44,9 @@ constexpr const char* kDiskAlarm = "disk";
 // How long the disk may take before it is an alarm; with the time to the next look less than five seconds. In any case
 // it comes before the watchdog's end.
 constexpr std::chrono::milliseconds kDiskPatience(3000);
+
+// How long a reader that is there takes to answer at the start.
+constexpr std::chrono::seconds kFirstAnswer(1);
 
 // How long an end waits for the stores.
 constexpr std::chrono::milliseconds kLongestClosing(2000);
@@ -117,6 +121,9 @@ Host::Host(const std::filesystem::path& state, Reader& reader, Printer::Form for
       audit_(state),
       users_(state, UserStore::Access::read_write),
       printer_(form, [this](int reason) { output_lost(reason); }),
+      reader_watch_(reader, supervisor_, state,
+                    [this](const std::string& reason) { ending_.request({.status = kPluginEnded, .reason = reason}); }),
+      way_out_("way_out", {{"sec_box_rex_changed", [this](ac::Message* request) { let_out(*request); }, false}}),
       watchdog_(refhost::WatchdogTable::instance(), checking_period(watchdog_limit), end_late,
                 [this] { see_that_all_is_well(); }),
       control_(state, control_table(controlled())) {
@@ -167,6 +174,7 @@ ControlledHost Host::controlled() {
           .gpio = gpio_,
           .enroller = enroller_,
           .reader = reader_.description(),
+          .line = reader_.line(),
           .simulated = reader_.simulated(),
           .plugin = [this] { return plugin(); }};
 }
@@ -179,6 +187,9 @@ std::string Host::plugin() const {
 void Host::run_plugin(const std::string& path) {
   using refhost::LoadError;
   ac::util::set_thread_name("plugin", pthread_self());
+  if (reader_.is_waited_for()) {
+    wait_for_reader();
+  }
   try {
     // Never destroyed: its other threads go on when its main function has ended.
     const auto& plugin = *new refhost::LoadedPlugin(load_within_limit(path));
@@ -194,6 +205,25 @@ void Host::run_plugin(const std::string& path) {
     const bool loaded = failure.stage() == LoadError::Stage::start;
     const std::string way_out = loaded ? "; check the reader at " + reader_.description() : "";
     ending_.request({.status = loaded ? kNoReader : kNoPlugin, .reason = failure.what() + way_out});
+  }
+}
+
+// The supervisor need not wait with others for it.
+void Host::wait_for_reader() {
+  supervisor_.tell("READY=1\nSTATUS=waiting for the reader at " + reader_.description());
+  const auto& line = *reader_.line();
+  if (const auto health = line.health(); health.state == line::State::gone || !line.wait_for_answer(kFirstAnswer)) {
+    refhost::log::say("achost: waiting for the reader: " + health.cause + "; " + health.way_out);
+    while (!line.wait_for_answer(std::chrono::hours(1))) {
+    }
+  }
+}
+
+// A person who wants to leave need not wait for a reader either.
+void Host::let_out(const ac::Message& request) const {
+  int level = 1;
+  if (plugin_ == nullptr && request.get_int("active", &level) && level == 0) {
+    refhost::send("actuator_open_door", {{"id", 1}, {"reason", 1}});
   }
 }
 

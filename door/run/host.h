@@ -12,6 +12,7 @@
 #include "door/run/ending.h"
 #include "door/run/printer.h"
 #include "door/run/reader.h"
+#include "door/run/reader_watch.h"
 #include "door/run/supervisor.h"
 #include "door/services/alarms.h"
 #include "door/services/door_service.h"
@@ -53,6 +54,8 @@ class Host {
   void see_that_all_is_well();
   void look_at_the_disk();
   void run_plugin(const std::string& path);
+  void wait_for_reader();
+  void let_out(const ac::Message& request) const;
   std::string plugin() const;
   ControlledHost controlled();
   void output_lost(int reason);
@@ -78,6 +81,8 @@ class Host {
   DoorService door_;
   IdentifierService identifier_{users_, changes_};
   EnrollerService enroller_{users_};
+  const ReaderWatch reader_watch_;
+  const refhost::Subscriber way_out_;  // for as long as no plug-in handles exit requests
   refhost::Watchdog watchdog_;
   std::atomic<const refhost::LoadedPlugin*> plugin_ = nullptr;  // once it has started; written by its thread
   ControlServer control_;

@@ -1,9 +1,11 @@
 #include "door/run/reader.h"
 
+#include <cstdlib>
 #include <utility>
 
 #include "default_story.h"  // made by the build from share/story.txt
 #include "door/base/failure.h"
+#include "door/run/reader_reset.h"
 #include "refhost/settings_store.h"
 #include "uhfsim/scenario.h"
 
@@ -12,17 +14,29 @@ namespace {
 
 using refhost::SettingsStore;
 
-// The option, or the setting as this run will have it.
-std::string wanted_port(const RunOptions& options, const std::filesystem::path& state,
-                        const std::vector<Assignment>& assignments) {
-  if (!options.port.empty()) {
-    return std::filesystem::absolute(options.port).string();
+constexpr const char* kAlternative = "try --simulate";
+
+// The settings as this run will have them.
+class SettingsOfRun {
+ public:
+  SettingsOfRun(const std::filesystem::path& state, const std::vector<Assignment>& assignments)
+      : store_(state, SettingsStore::Access::read_only) {
+    for (const auto& [section, key, value] : assignments) {
+      store_.override_for_run(section, key, value);
+    }
   }
-  SettingsStore settings(state, SettingsStore::Access::read_only);
-  for (const auto& [section, key, value] : assignments) {
-    settings.override_for_run(section, key, value);
-  }
-  return settings.get(kDefaultSection, kPortSetting).value();
+
+  std::string text(const char* section, const char* key) { return store_.get(section, key).value(); }
+  int number(const char* section, const char* key) { return static_cast<int>(store_.get_int(section, key).value()); }
+
+ private:
+  SettingsStore store_;
+};
+
+// A service may begin before its reader is there; a person is told at once.
+bool is_service() {
+  const char* const socket = std::getenv("NOTIFY_SOCKET");
+  return socket != nullptr && *socket != '\0';
 }
 
 uhfsim::Scenario load_scenario(const RunOptions& options, Story& story) {
@@ -38,26 +52,70 @@ uhfsim::Scenario load_scenario(const RunOptions& options, Story& story) {
   }
 }
 
+// What a port that cannot be had does to the run.
+template <typename Work>
+auto or_fail(const Work& work) {
+  try {
+    return work();
+  } catch (const line::PortError& failure) {
+    throw Failure(failure.kind() == line::PortError::Kind::busy ? kPortBusy : kNoReader, failure.what());
+  }
+}
+
 }  // namespace
 
 Reader::Reader(const RunOptions& options, const std::filesystem::path& state,
                const std::vector<Assignment>& assignments) {
-  if (!options.simulate) {
-    port_ = wanted_port(options, state, assignments);
-    try {
-      guard_ = std::make_unique<line::PortGuard>(port_, "try --simulate");
-    } catch (const line::PortError& failure) {
-      throw Failure(failure.kind() == line::PortError::Kind::busy ? kPortBusy : kNoReader, failure.what());
-    }
+  if (options.simulate) {
+    auto scenario = load_scenario(options, story_);
+    uhfsim::Options simulation;
+    simulation.seed = options.seed;
+    simulation.on_host_line = [this](const std::string& line) { story_.tell(line); };
+    simulated_ = std::make_unique<uhfsim::SimulatedReader>(std::move(simulation));
+    simulated_->play(std::move(scenario));
+    real_port_ = simulated_->path();
+  } else {
+    real_port_ = options.port.empty() ? SettingsOfRun(state, assignments).text(kDefaultSection, kPortSetting)
+                                      : std::filesystem::absolute(options.port).string();
+  }
+  if (options.direct) {
+    guard_ = or_fail([&] { return std::make_unique<line::PortGuard>(real_port_, kAlternative); });
+    plug_in_port_ = real_port_;
     return;
   }
-  auto scenario = load_scenario(options, story_);
-  uhfsim::Options simulation;
-  simulation.seed = options.seed;
-  simulation.on_host_line = [this](const std::string& line) { story_.tell(line); };
-  simulated_ = std::make_unique<uhfsim::SimulatedReader>(std::move(simulation));
-  simulated_->play(std::move(scenario));
-  port_ = simulated_->path();
+  is_waited_for_ = !options.simulate && (options.wait || is_service());
+  line_ = or_fail([&] { return make_line(state, assignments); });
+  plug_in_port_ = line_->terminal();
+}
+
+std::unique_ptr<line::Line> Reader::make_line(const std::filesystem::path& state,
+                                              const std::vector<Assignment>& assignments) {
+  SettingsOfRun settings(state, assignments);
+  line::LineOptions line;
+  line.path = real_port_;
+  line.alternative = kAlternative;
+  line.may_be_missing = is_waited_for_;
+  line.give_up_after = std::chrono::seconds(settings.number("host", "reader_give_up"));
+  line.reset = reader_reset(real_port_, settings.number("host", "reader_reset_line"));
+  line.alive = report_line_alive;
+  return std::make_unique<line::Line>(std::move(line), [this](const line::Event& event) { tell(event); });
+}
+
+void Reader::on_event(std::function<void(const line::Event&)> listener) {
+  const std::lock_guard lock(mutex_);
+  listener_ = std::move(listener);
+  for (const auto& event : std::exchange(early_, {})) {
+    listener_(event);
+  }
+}
+
+void Reader::tell(const line::Event& event) {
+  const std::lock_guard lock(mutex_);
+  if (listener_) {
+    listener_(event);
+  } else {
+    early_.push_back(event);
+  }
 }
 
 }  // namespace achost

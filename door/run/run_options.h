@@ -17,6 +17,8 @@ struct RunOptions {
   std::string port;              // empty: the setting serial_port_path
   bool temporary_state = false;  // in place of state: a directory for this run alone
   bool simulate = false;
+  bool direct = false;       // the plug-in has the port itself
+  bool wait = false;         // begin before there is a port, or a reader that answers
   bool interactive = false;  // simulated, with an empty field, and with hints for a person
   std::string scenario;      // empty: the built-in one
   std::uint64_t seed = 1;

@@ -185,13 +185,28 @@ std::optional<Event> alarm(const ac::Message& message) {
                {{"name", text(message, "name")}, {"text", what}, {"standing", stands}});
 }
 
+std::optional<Event> reader_state(const ac::Message& message) {
+  const std::string state = text(message, "state");
+  const std::string cause = text(message, "cause");
+  const std::string way_out = text(message, "way_out");
+  const Weight weight = state == "answering" ? Weight::good : state == "lent" ? Weight::plain : Weight::bad;
+  return event("reader", "reader " + escape(state),
+               state == "answering" ? "it reads again" : escape(cause + (way_out.empty() ? "" : "; " + way_out)),
+               weight, {{"state", state}, {"cause", cause}, {"way_out", way_out}});
+}
+
+std::optional<Event> reader_recovery(const ac::Message& message) {
+  return event("recovery", "reader", escape(text(message, "text")), Weight::dim, {{"text", text(message, "text")}});
+}
+
 const std::map<std::string, Maker>& makers() {
   static const auto& table = *new std::map<std::string, Maker>{
       {"identifier_decision", identification}, {"door_state", door_open},
       {"enroll_card", enrollment_begun},       {"enroll_rfid_successful", enrollment_done},
       {"enroll_timeout", enrollment_late},     {"enroller_error", enrollment_failed},
       {"gpio_notified", line_changed},         {"config_param_set", setting_changed},
-      {"audit_log_created", record_written},   {"alarm", alarm}};
+      {"audit_log_created", record_written},   {"alarm", alarm},
+      {"reader_state", reader_state},          {"reader_recovery", reader_recovery}};
   return table;
 }
 

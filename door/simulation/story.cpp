@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <optional>
+#include <stdexcept>
 #include <utility>
 
 #include "refhost/log.h"
@@ -24,6 +25,7 @@ class NoStream : public ControlStream {
   bool send(const Json& /*line*/) override { return false; }
   bool send_line(const std::string& /*line*/) override { return false; }
   bool is_over() override { return true; }
+  int hand_over() override { throw std::logic_error("a story has no connection"); }
 };
 
 Action request(Json json) {

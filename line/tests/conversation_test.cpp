@@ -85,6 +85,15 @@ TEST(LineConversation, SilenceIsSettledWhenTheTimeIsOver) {
   EXPECT_EQ(conversation.settle(kStart + milliseconds(2001)).value().answer.outcome, Outcome::silence);
 }
 
+TEST(LineConversation, TheLastQuestionIsEndedWithWhatCameForIt) {
+  Conversation conversation;
+  EXPECT_FALSE(conversation.end().has_value());
+  conversation.ask(kStart, kPoll);
+  conversation.take(kStart, kEmpty);
+  EXPECT_EQ(conversation.end().value().answer.outcome, Outcome::empty);
+  EXPECT_EQ(conversation.take(kStart, kEmpty), 0U) << "nothing is asked any more";
+}
+
 TEST(LineConversation, AQuestionInTwoPartsIsOne) {
   Conversation conversation;
   conversation.ask(kStart, Bytes(kPoll.begin(), kPoll.begin() + 4));

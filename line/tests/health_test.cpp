@@ -131,6 +131,8 @@ TEST_F(LineHealth, WhoHasTheLineIsNamed) {
   EXPECT_EQ(state(), State::lent);
   EXPECT_EQ(watch_.health().cause, "lent to uhfctl survey");
   watch_.returned();
+  EXPECT_EQ(state(), State::lent) << "the reader has not got its settings back yet";
+  poll(kSaidEmpty);
   EXPECT_EQ(state(), State::answering);
 }
 

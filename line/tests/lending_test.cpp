@@ -142,7 +142,7 @@ TEST_F(LineLending, WhoGoesInTheMiddleOfAnythingLeavesThePlugInsSettings) {
     send(socket, question.data(), part, 0);
     close(socket);
     ASSERT_TRUE(returned_.get());
-    ASSERT_EQ(reader_->state().power, 1750) << i << events_.texts();
+    ASSERT_EQ(reader_->state().power, 1750) << i;
   }
 }
 

@@ -31,6 +31,8 @@ class LinePortIdentity : public testing::Test {
     const fs::path device = root_ / "devices" / place;
     write(device / "idVendor", "0403");
     write(device / "idProduct", "6001");
+    write(device / "busnum", "1");
+    write(device / "devnum", "14");
     if (!serial.empty()) {
       write(device / "serial", serial);
     }
@@ -75,6 +77,14 @@ TEST_F(LinePortIdentity, OneWithoutANumberIsKnownByItsPlace) {
   EXPECT_EQ(identity, "usb 0403:6001 at 1-2:1.0");
   plug_in("1-3", "ttyUSB1", "");
   EXPECT_EQ(port_with(*identity, terminals()), "/dev/ttyUSB0");
+}
+
+TEST_F(LinePortIdentity, TheUsbDeviceOfAPortIsItsAdapters) {
+  plug_in("1-2", "ttyUSB0", "A1");
+  EXPECT_EQ(usb_device_of(root_ / "dev/ttyUSB0", terminals()), "/dev/bus/usb/001/014");
+  EXPECT_EQ(usb_device_of("/dev/ptmx", terminals()), std::nullopt);
+  EXPECT_FALSE(reset_usb_device(root_ / "dev/ttyUSB0")) << "no USB device";
+  EXPECT_FALSE(reset_usb_device(root_ / "nothing"));
 }
 
 TEST_F(LinePortIdentity, ALinkIsFollowed) {

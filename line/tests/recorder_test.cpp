@@ -60,6 +60,16 @@ TEST(LineRecorder, TheOldestGoesWhenItIsFullAndNoPieceIsTorn) {
   }
 }
 
+TEST(LineRecorder, TheLatestCanBeHadAlone) {
+  Recorder recorder;
+  for (int i = 0; i < 100; ++i) {
+    recorder.add(Direction::to_reader, Bytes(7), kStart + milliseconds(i));
+  }
+  EXPECT_EQ(lines_of(recorder.text(200)).size(), 2U + 10U);
+  EXPECT_TRUE(lines_of(recorder.text(200)).at(2).starts_with("0.000000 >")) << "it has a beginning of its own";
+  EXPECT_EQ(lines_of(recorder.text(0)).size(), 1U);
+}
+
 TEST(LineRecorder, ThreadsMayAddAndReadAtTheSameTime) {
   Recorder recorder(2000);
   std::thread one([&] {

@@ -1,9 +1,11 @@
 #include "refhost/bus_view.h"
 
+#include <type_traits>
 #include <utility>
 
 #include "bus/message_impl.h"
 #include "bus/routes.h"
+#include "refhost/log_entry.h"
 
 namespace refhost {
 
@@ -12,6 +14,19 @@ nlohmann::ordered_json fields_of(const ac::Message& message) {
   ac::Message::Impl::of(message).fields.for_each(
       [&](std::string_view name, const auto& value) { fields[std::string(name)] = value; });
   return fields;
+}
+
+std::string line_of(const ac::Message& message) {
+  std::string line = message.type();
+  ac::Message::Impl::of(message).fields.for_each([&](std::string_view name, const auto& value) {
+    line.append(" ").append(name).append("=");
+    if constexpr (std::is_same_v<std::decay_t<decltype(value)>, std::string>) {
+      line += log::escape(value);
+    } else {
+      line += std::to_string(value);
+    }
+  });
+  return line;
 }
 
 BusTap::BusTap(std::function<void(const ac::Message&)> see)

@@ -44,6 +44,8 @@ TEST(Schema, HasEverySettingOfThePluginAndTheHostWithItsDefault) {
       {"host.enroll_timeout", "15000"},
       {"host.audit_keep", "100000"},
       {"host.audit_keep_days", "30"},
+      {"host.reader_give_up", "300"},
+      {"host.reader_reset_line", "-1"},
       {"system.usb_port_enabled", "1"},
   };
   std::map<std::string, std::string> found;
@@ -62,9 +64,9 @@ TEST(Schema, EverySettingHasOneLineOfHelp) {
 }
 
 TEST(Schema, SaysWhichSettingsApplyWhileThePluginRuns) {
-  const std::set<std::string> at_start = {"trig_gpio",          "watchdog_timeout", "tag_detector_tag_present_timeout",
-                                          "tag_detector_relay", "serial_port_path", "serial_port_timeout",
-                                          "work_channel_enable"};
+  const std::set<std::string> at_start = {"trig_gpio",           "watchdog_timeout", "tag_detector_tag_present_timeout",
+                                          "tag_detector_relay",  "serial_port_path", "serial_port_timeout",
+                                          "work_channel_enable", "reader_give_up",   "reader_reset_line"};
   for (const Setting& setting : SettingsSchema::builtin().settings()) {
     EXPECT_EQ(setting.live, !at_start.contains(setting.key)) << setting.key;
   }

@@ -27,6 +27,9 @@ std::vector<QueueState> queue_states();
 // The fields of a message, in their order.
 nlohmann::ordered_json fields_of(const ac::Message& message);
 
+// "identifier_new_card value=33 uuid=...": the type and the fields in their order, control characters escaped.
+std::string line_of(const ac::Message& message);
+
 // Sees every message that is sent, while it lives.
 class BusTap {
  public:
