@@ -13,6 +13,7 @@
 #include <string_view>
 #include <utility>
 
+#include "cli/paragraph.h"
 #include "commands.h"
 #include "failure.h"
 #include "port.h"
@@ -49,12 +50,23 @@ class Report {
     std::snprintf(line, sizeof line, "%-12s ", subject.c_str());
     char word[32];
     std::snprintf(word, sizeof word, "%-9s ", kWords[index]);
-    print(line + coloured(kColours[index], word) + finding + (way_out.empty() ? "" : ": " + way_out) + "\n");
+    print(line + coloured(kColours[index], word) + folded(finding + (way_out.empty() ? "" : ": " + way_out)));
   }
 
   Verdict worst() const { return worst_; }
 
  private:
+  // Behind the verdict, or below it on a phone; one line where there is no terminal.
+  static std::string folded(const std::string& text) {
+    constexpr std::size_t kBehind = 23;
+    constexpr std::size_t kNarrow = 60;
+    const auto width = is_terminal() ? terminal_size().columns : 0;
+    if (width == 0) {
+      return text + "\n";
+    }
+    return width < kNarrow ? "\n  " + cli::wrapped(text, 2, width) + "\n" : cli::wrapped(text, kBehind, width) + "\n";
+  }
+
   bool json_;
   Verdict worst_ = Verdict::good;
 };
@@ -108,49 +120,58 @@ void check_line(Report& report, const std::string& path) {
   report.add("line", Verdict::good, "115200 baud, 8 data bits, no parity");
 }
 
+[[noreturn]] void nobody(Report& report, LineFault fault) {
+  constexpr FaultAdvice kSilence{"nothing answers",
+                                 "check the reader's supply, then TX and RX (crossed?), then the port"};
+  const auto& [finding, way_out] = fault == LineFault::none ? kSilence : advice_on(fault);
+  report.add("answer", Verdict::bad, finding, way_out);
+  stop(kNoReader);
+}
+
+// Polls, which end however the reader behaves, before the driver asks, which believes a reader that never ends.
 unsigned short check_answer(Report& report, const Port& port) {
+  constexpr int kTrials = 5;
+  PollFaults faults;
+  bool is_reader = false;
+  for (int i = 0; i < kTrials && !is_reader && !interrupted(); ++i) {
+    const auto poll = port.poll();
+    faults.add(poll.fault);
+    is_reader = poll.fault == LineFault::none;  // also silence: some readers have nothing to say of an empty field
+  }
+  if (!is_reader) {
+    nobody(report, faults.commonest());
+  }
+  const auto begin = Clock::now();
   try {
-    const auto begin = Clock::now();
     const auto power = port.power_or_nobody();
     report.add("answer", Verdict::good, "the reader answers within " + seconds((Clock::now() - begin) * 1000) + " ms");
     return power;
   } catch (const Failure& failure) {
-    const auto poll = port.poll();
-    report.add(
-        "answer", Verdict::bad,
-        poll.problems + poll.wrong_checksums > 0 ? "something answers, but no frame of a reader" : "nothing answers",
-        "check the reader's supply, then TX and RX (crossed?), then the port");
-    stop(failure.status());
+    if (failure.status() != kNoReader) {
+      throw;
+    }
+    nobody(report, port.poll().fault);
   }
 }
 
 Tags check_polls(Report& report, const Port& port) {
   Tags tags;
-  int wrong = 0;
-  int frames = 0;
-  int problems = 0;
+  PollFaults faults;
   for (int i = 0; i < kPolls && !interrupted(); ++i) {
     const auto poll = port.poll();
     if (!poll.answered) {
       port.power();
     }
     tags.add(poll, Clock::now());
-    wrong += poll.wrong_checksums;
-    problems += poll.problems;
-    frames += poll.frames;
+    faults.add(poll.fault);
     progress(std::to_string(i + 1) + " of " + std::to_string(kPolls) + " polls");
   }
   progress("");
-  const int all = frames + wrong + problems;
-  const int bad = wrong + problems;
-  char finding[128];
-  std::snprintf(finding, sizeof finding, "%d wrong checksums and %d other pieces that are no frame, of %d, in %d polls",
-                wrong, problems, all, kPolls);
-  if (bad == 0) {
-    report.add("checksums", Verdict::good, finding);
+  if (faults.bad() == 0) {
+    report.add("polls", Verdict::good, faults.text());
   } else {
-    report.add("checksums", bad * 20 > all ? Verdict::bad : Verdict::doubtful, finding,
-               "shorten the cable, keep it from mains and motors, connect the grounds");
+    report.add("polls", faults.noisy() ? Verdict::bad : Verdict::doubtful, faults.text(),
+               advice_on(faults.commonest()).way_out);
   }
   return tags;
 }

@@ -126,7 +126,8 @@ Scanned cut_off(std::size_t at, Bytes rest) {
           .problem = rest.size() < Frame::MIN_FRAME_SIZE
                          ? "cut off: a frame has at least 7 bytes"
                          : "cut off: its length asks for " + std::to_string(declared_size(rest)) + " bytes, " +
-                               std::to_string(rest.size()) + " are left"};
+                               std::to_string(rest.size()) + " are left",
+          .cut_off = true};
 }
 
 // A whole frame; only the header when it is none and a good frame begins before its end, which it would take along.

@@ -19,6 +19,7 @@ struct Scanned {
   std::unique_ptr<ac::UHF::Frame> frame{};  // null when the bytes are no frame
   std::string problem{};                    // why, when they are none
   bool wrong_checksum = false;              // the problem is that alone
+  bool cut_off = false;                     // the problem is that its end is missing
 };
 
 struct Scan {

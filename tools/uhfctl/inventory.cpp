@@ -2,13 +2,17 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
+#include <memory>
+#include <sstream>
 
-#include "card_value.h"
+#include "cli/paragraph.h"
 #include "commands.h"
 #include "failure.h"
+#include "live_table.h"
 #include "port.h"
 #include "tags.h"
 #include "terminal.h"
+#include "uhfsim/text.h"
 
 namespace uhfctl {
 
@@ -25,11 +29,7 @@ std::string hex(unsigned int value, int digits) {
   return text;
 }
 
-std::uint64_t value_of(const SeenTag& tag, const InventoryOptions& options) {
-  return cardValueOf(tag.epc, options.identification_bits, upper(options.reader_type) == "LSB");
-}
-
-std::string as_table(const Tags& tags, const InventoryOptions& options, Clock::time_point begin) {
+std::string as_table(const Tags& tags, const InventoryOptions& options, const CardForm& form, Clock::time_point begin) {
   std::vector<std::vector<std::string>> rows{{"EPC", "RSSI", "PC", "times", "first", "last"}};
   if (options.card_value) {
     rows.front().push_back("card value");
@@ -38,41 +38,175 @@ std::string as_table(const Tags& tags, const InventoryOptions& options, Clock::t
     rows.push_back({epc, std::to_string(tag.rssi), hex(tag.pc, 4), std::to_string(tag.times),
                     seconds(tag.first - begin) + " s", seconds(tag.last - begin) + " s"});
     if (options.card_value) {
-      rows.back().push_back(std::to_string(value_of(tag, options)));
+      rows.back().push_back(std::to_string(form.value_of(tag)));
     }
   }
   return table(rows);
 }
 
-void print_objects(const Tags& tags, const InventoryOptions& options, Clock::time_point begin) {
-  const auto since_begin = [begin](Clock::time_point time) {
-    return std::chrono::duration<double>(time - begin).count();
-  };
-  for (const auto& [epc, tag] : tags.all()) {
-    nlohmann::ordered_json object{{"epc", epc},
-                                  {"rssi", tag.rssi},
-                                  {"pc", hex(tag.pc, 4)},
-                                  {"times", tag.times},
-                                  {"first", since_begin(tag.first)},
-                                  {"last", since_begin(tag.last)}};
-    if (options.card_value) {
-      object["card_value"] = value_of(tag, options);
-    }
-    print(object);
-  }
-}
-
-// The table on a terminal while the inventory goes on, each in place of the one before.
-class LiveTable {
+// Shows what polls bring, in one of the forms below.
+class Show {
  public:
-  void show(const std::string& text) {
-    print((lines_ == 0 ? "" : "\033[" + std::to_string(lines_) + "A\033[J") + text);
-    lines_ = std::ranges::count(text, '\n');
+  virtual ~Show() = default;
+  virtual void add(const Poll& poll, Clock::time_point at) = 0;  // of a poll
+  virtual void end() = 0;                                        // of all, also when the line has failed
+};
+
+// What every form has.
+struct Seen {
+  Seen(const InventoryOptions& wanted, std::string prefix)
+      : options(wanted),
+        tags(std::move(prefix)),
+        form{.identification_bits = wanted.identification_bits, .from_front = upper(wanted.reader_type) == "LSB"},
+        duration(wanted.seconds) {}
+
+  const InventoryOptions& options;
+  Tags tags;
+  CardForm form;
+  PollFaults faults;
+  Duration duration;
+  Clock::time_point begin = Clock::now();
+};
+
+// True four times a second at most.
+class Rhythm {
+ public:
+  bool is_due(Clock::time_point now) {
+    if (now < next_) {
+      return false;
+    }
+    next_ = now + std::chrono::milliseconds(250);
+    return true;
   }
 
  private:
-  std::ptrdiff_t lines_ = 0;
+  Clock::time_point next_{};
 };
+
+class LiveShow : public Show {
+ public:
+  explicit LiveShow(const Seen& seen) : seen_(seen) {}
+
+  void add(const Poll& /*poll*/, Clock::time_point at) override {
+    if (rhythm_.is_due(at)) {
+      auto size = terminal_size();
+      const auto below = state(size.columns, seen_.faults.noisy() ? "\nnoisy line: " + seen_.faults.text() : "");
+      size.rows -= std::min(size.rows, below.size() + 1);  // and the line on which the cursor stands
+      show(live_table(seen_.tags, seen_.form, at, size), below);
+    }
+  }
+
+  void end() override {
+    const auto columns = terminal_size().columns;
+    show(whole_table(seen_.tags, seen_.form, Clock::now(), columns), state(columns, ""));
+  }
+
+ private:
+  void show(std::vector<LiveLine> lines, const std::vector<LiveLine>& below) {
+    lines.insert(lines.end(), below.begin(), below.end());
+    area_.show(lines);
+  }
+
+  // What stands below the table.
+  std::vector<LiveLine> state(std::size_t columns, const std::string& noise) const {
+    const auto tags = seen_.tags.all().size();
+    const auto text = seconds(seen_.duration.passed()) + " s, " + std::to_string(tags) +
+                      (tags == 1 ? " tag, " : " tags, ") + std::to_string(seen_.faults.polls()) + " polls" +
+                      (seen_.options.seconds > 0 ? "" : ", Ctrl-C ends") + noise;
+    std::vector<LiveLine> lines;
+    std::istringstream parts(text);
+    for (std::string part; std::getline(parts, part);) {
+      std::istringstream folded(cli::wrapped(part, 0, columns));
+      for (std::string line; std::getline(folded, line);) {
+        lines.push_back({line.substr(0, columns)});
+      }
+    }
+    return lines;
+  }
+
+  const Seen& seen_;
+  Rhythm rhythm_;
+  LiveArea area_;
+};
+
+// A table at the end, and on standard error how it goes.
+class PlainShow : public Show {
+ public:
+  explicit PlainShow(const Seen& seen) : seen_(seen) {}
+
+  void add(const Poll& /*poll*/, Clock::time_point at) override {
+    if (rhythm_.is_due(at)) {
+      progress(seconds(seen_.duration.passed()) + " s, " + std::to_string(seen_.tags.all().size()) + " tags, " +
+               std::to_string(seen_.tags.readings()) + " readings");
+    }
+  }
+
+  void end() override {
+    progress("");
+    print(as_table(seen_.tags, seen_.options, seen_.form, seen_.begin));
+  }
+
+ private:
+  const Seen& seen_;
+  Rhythm rhythm_;
+};
+
+// An object a sighting.
+class ObjectShow : public Show {
+ public:
+  explicit ObjectShow(const Seen& seen) : seen_(seen) {}
+
+  void add(const Poll& poll, Clock::time_point at) override {
+    for (const auto& reading : poll.tags) {
+      const auto epc = uhfsim::hex_of(reading.epc);
+      if (const auto found = seen_.tags.all().find(epc); found != seen_.tags.all().end()) {
+        print(nlohmann::ordered_json{{"time", std::chrono::duration<double>(at - seen_.begin).count()},
+                                     {"epc", epc},
+                                     {"card_value", seen_.form.value_of(found->second)},
+                                     {"rssi", reading.rssi},
+                                     {"pc", hex(reading.pc, 4)}});
+      }
+    }
+  }
+
+  void end() override {}
+
+ private:
+  const Seen& seen_;
+};
+
+std::unique_ptr<Show> show_of(const Seen& seen, bool json) {
+  if (json) {
+    return std::make_unique<ObjectShow>(seen);
+  }
+  return can_be_redrawn() ? std::unique_ptr<Show>(std::make_unique<LiveShow>(seen)) : std::make_unique<PlainShow>(seen);
+}
+
+void look(const Port& port, Seen& seen, Show& show) {
+  const auto has_enough = [&seen] {
+    return seen.options.count > 0 && seen.tags.all().size() >= static_cast<std::size_t>(seen.options.count);
+  };
+  do {
+    const auto poll = port.poll();
+    if (!poll.answered) {
+      port.power();
+    }
+    const auto now = Clock::now();
+    seen.tags.add(poll, now);
+    seen.faults.add(poll.fault);
+    show.add(poll, now);
+  } while (!seen.duration.is_over() && !has_enough());
+}
+
+void tell_what_was_wrong(const Seen& seen, const std::string& prefix) {
+  if (seen.faults.noisy()) {
+    note("noisy line: " + seen.faults.text() + ": " + advice_on(seen.faults.commonest()).way_out);
+  }
+  if (seen.tags.all().empty()) {
+    note("no tag" + (prefix.empty() ? std::string() : " that begins with " + prefix) + " in " +
+         seconds(seen.duration.passed()) + " s");
+  }
+}
 
 }  // namespace
 
@@ -83,47 +217,19 @@ void inventory(const Common& common, const InventoryOptions& options) {
                   "\"" + options.filter + "\" is no beginning of an EPC: give hexadecimal digits, such as E200");
   }
   const Port port(common.port, std::chrono::milliseconds(common.timeout));
-  port.power_or_nobody();
   catch_interrupts();
-  Tags tags(prefix);
-  LiveTable live;
-  const bool is_live = is_terminal() && !common.json;
-  const auto begin = Clock::now();
-  auto next_look = begin;
-  const auto is_over = [&] {
-    return interrupted() ||
-           (options.seconds > 0 && Clock::now() - begin >= std::chrono::duration<double>(options.seconds)) ||
-           (options.count > 0 && tags.all().size() >= static_cast<std::size_t>(options.count));
-  };
-  do {
-    const auto poll = port.poll();
-    if (!poll.answered) {
-      port.power();
-    }
-    const auto now = Clock::now();
-    tags.add(poll, now);
-    if (now >= next_look) {
-      next_look = now + std::chrono::milliseconds(250);
-      if (is_live) {
-        live.show(as_table(tags, options, begin));
-      } else {
-        progress(seconds(now - begin) + " s, " + std::to_string(tags.all().size()) + " tags, " +
-                 std::to_string(tags.readings()) + " readings");
-      }
-    }
-  } while (!is_over());
-  progress("");
-  if (common.json) {
-    print_objects(tags, options, begin);
-  } else if (is_live) {
-    live.show(as_table(tags, options, begin));
-  } else {
-    print(as_table(tags, options, begin));
+  port.power_or_nobody();
+  Seen seen(options, prefix);
+  const auto show = show_of(seen, common.json);
+  try {
+    look(port, seen, *show);
+  } catch (const Failure&) {
+    show->end();  // what was found until then is not lost
+    tell_what_was_wrong(seen, prefix);
+    throw;
   }
-  if (tags.all().empty()) {
-    note("no tag" + (prefix.empty() ? std::string() : " that begins with " + prefix) + " in " +
-         seconds(Clock::now() - begin) + " s");
-  }
+  show->end();
+  tell_what_was_wrong(seen, prefix);
 }
 
 }  // namespace uhfctl

@@ -1,7 +1,12 @@
 #include "port.h"
 
+#include <unistd.h>
+
+#include <algorithm>
+
 #include "frame_catalogue.h"
 #include "frame_scan.h"
+#include "terminal.h"
 
 namespace uhfctl {
 
@@ -9,6 +14,9 @@ namespace {
 
 // Bytes that an answer may have before it counts as a flood.
 constexpr std::size_t kLongestAnswer = 65'536;
+
+// How long it may go on then, after the time that it may take to begin.
+constexpr std::chrono::seconds kLongestTime{2};
 
 line::PortGuard guard(const std::string& path) {
   if (path.empty()) {
@@ -21,14 +29,28 @@ line::PortGuard guard(const std::string& path) {
   }
 }
 
+// What is wrong with a piece of an answer to a poll.
+LineFault fault_of(const Scanned& piece) {
+  using Frame = ac::UHF::Frame;
+  if (piece.frame == nullptr) {
+    return piece.wrong_checksum ? LineFault::wrong_checksum : piece.cut_off ? LineFault::cut_off : LineFault::junk;
+  }
+  if (piece.frame->type() == Frame::Type::Command) {
+    return LineFault::echo;
+  }
+  const auto code = piece.frame->command();
+  const bool is_answer = code == Frame::CommandType::InventoryCard || code == Frame::CommandType::CRCError;
+  return is_answer ? LineFault::none : LineFault::out_of_step;
+}
+
 // Sorts what was found; the number of bytes that are not done.
 std::size_t take(std::span<const unsigned char> bytes, bool all, Poll& poll) {
   auto [found, rest] = scan(bytes, all);
-  for (auto& [offset, size, frame, problem, wrong_checksum] : found) {
-    poll.wrong_checksums += wrong_checksum ? 1 : 0;
-    poll.problems += frame == nullptr && !wrong_checksum ? 1 : 0;
-    poll.frames += frame != nullptr ? 1 : 0;
-    if (auto* const notice = dynamic_cast<ac::UHF::InventoryCardNotice*>(frame.get())) {
+  for (const auto& piece : found) {
+    const auto fault = fault_of(piece);
+    poll.fault = std::max(poll.fault, fault);
+    poll.answers += piece.wrong_checksum || (piece.frame != nullptr && fault != LineFault::echo) ? 1 : 0;
+    if (auto* const notice = dynamic_cast<ac::UHF::InventoryCardNotice*>(piece.frame.get())) {
       poll.tags.push_back({notice->rssi(), notice->pc(), std::move(*notice).epc(), notice->crc()});
     }
   }
@@ -37,28 +59,53 @@ std::size_t take(std::span<const unsigned char> bytes, bool all, Poll& poll) {
 
 }  // namespace
 
-Port::Port(const std::string& path, std::chrono::milliseconds timeout) : path_(path), guard_(guard(path)) {
+Port::Port(const std::string& path, std::chrono::milliseconds timeout)
+    : path_(path), timeout_(timeout), guard_(guard(path)) {
   talking(*this, [&] {
     driver_ = std::make_unique<ac::UHF::T640>(path, timeout);
     line_ = std::make_unique<ac::UHF::SerialPort>(path, timeout);
   });
 }
 
-unsigned short Port::power_or_nobody() const {
-  const auto [answered, power] = talking(*this, [&] { return driver_->getTransmitPower(); });
-  if (!answered) {
-    throw Failure(kNoReader, "no reader answers at " + path_ +
-                                 ": is it powered, and is this its port? `uhfctl doctor` looks at one after the other");
+std::string line_failure(const std::string& path, const std::string& reason) {
+  if (access(path.c_str(), F_OK) != 0) {
+    return path +
+           " is gone: was the adapter pulled out? Plug it in, see its name with `ls /dev/serial/by-id`, and begin "
+           "anew";
   }
-  return power;
+  return "the line at " + path + " failed (" + reason + "): pull the adapter out, plug it in, and begin anew";
+}
+
+std::optional<unsigned short> Port::ask_power() const {
+  constexpr int kTrials = 3;
+  for (int trial = 1;; ++trial) {
+    const auto [answered, power] = talking(*this, [&] { return driver_->getTransmitPower(); });
+    if (answered) {
+      return power;
+    }
+    // Where nothing comes at all, asking again takes time and brings nothing.
+    if (trial == kTrials || interrupted() || poll().answers == 0) {
+      return std::nullopt;
+    }
+  }
+}
+
+unsigned short Port::power_or_nobody() const {
+  if (const auto power = ask_power()) {
+    return *power;
+  }
+  throw Failure(kNoReader, "no reader answers at " + path_ +
+                               ": is it powered, and is this its port? `uhfctl doctor` looks at one after the other");
 }
 
 unsigned short Port::power() const {
-  const auto [answered, power] = talking(*this, [&] { return driver_->getTransmitPower(); });
-  if (!answered) {
-    throw Failure(kNoAnswer, "the reader at " + path_ + " has stopped answering: is it still powered and plugged in?");
+  if (const auto power = ask_power()) {
+    return *power;
   }
-  return power;
+  if (access(path_.c_str(), F_OK) != 0) {
+    throw Failure(kFailed, line_failure(path_, ""));
+  }
+  throw Failure(kNoAnswer, "the reader at " + path_ + " has stopped answering: is it still powered and plugged in?");
 }
 
 Poll Port::poll(const Tap& tap) const {
@@ -66,12 +113,13 @@ Poll Port::poll(const Tap& tap) const {
     Poll poll;
     const auto command = ac::UHF::InventoryCardFrame().toData();
     const auto begin = Clock::now();
+    const auto longest = timeout_ + kLongestTime;
     line_->send(command);
     if (tap) {
       tap(Direction::to_reader, command);
     }
     std::vector<unsigned char> rest;  // of which no frame is made yet
-    for (std::size_t received = 0; received < kLongestAnswer;) {
+    for (std::size_t received = 0; received < kLongestAnswer && Clock::now() - begin < longest;) {
       const auto [came, chunk] = line_->receive();
       if (!came) {
         take(rest, true, poll);
@@ -86,11 +134,11 @@ Poll Port::poll(const Tap& tap) const {
       rest.insert(rest.end(), chunk.begin(), chunk.end());
       const auto left = take(rest, false, poll);
       rest.erase(rest.begin(), rest.end() - static_cast<std::ptrdiff_t>(left));
-      if (rest.empty() && poll.frames + poll.wrong_checksums > 0) {
+      if (rest.empty() && poll.answers > 0) {
         return poll;
       }
     }
-    take(rest, true, poll);
+    poll.fault = LineFault::flood;
     return poll;
   });
 }

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -12,6 +13,7 @@
 #include "failure.h"
 #include "inventory_card_info.h"
 #include "line/port_guard.h"
+#include "line_faults.h"
 #include "serial_port.h"
 #include "t640.h"
 
@@ -23,10 +25,9 @@ using Clock = std::chrono::steady_clock;
 struct Poll {
   bool answered = false;  // something came back
   std::vector<ac::UHF::InventoryCardInfo> tags;
-  int frames = 0;           // with a right checksum
-  int wrong_checksums = 0;  // frames with another
-  int problems = 0;         // other pieces that were no frame
-  Clock::duration took{};   // until the last byte
+  int answers = 0;  // frames of the reader, with a right checksum or another
+  LineFault fault = LineFault::none;
+  Clock::duration took{};  // until the last byte
 };
 
 // Which way bytes went.
@@ -47,7 +48,7 @@ class Port {
   // The driver, for all that asks and sets.
   const ac::UHF::T640& driver() const { return *driver_; }
 
-  // The power, as a sign of life. Throws Failure kNoReader when nobody answers.
+  // The power, as a sign of life; a damaged answer is asked for again. Throws Failure kNoReader when nobody answers.
   unsigned short power_or_nobody() const;
 
   // The power of a reader that has answered before; also a sign of life after a poll without an answer, which is what
@@ -55,15 +56,22 @@ class Port {
   unsigned short power() const;
 
   // Asks for the tags in the field and takes every frame of the answer, unlike the driver, which leaves out the older
-  // half of the tag reports. Throws Failure kFailed when the line fails.
+  // half of the tag reports. An answer ends after 64 KiB or 2 s. Throws Failure kFailed when the line fails.
   Poll poll(const Tap& tap = nullptr) const;
 
  private:
+  // Nothing when there is no good answer.
+  std::optional<unsigned short> ask_power() const;
+
   std::string path_;
+  std::chrono::milliseconds timeout_;
   line::PortGuard guard_;
   std::unique_ptr<ac::UHF::T640> driver_;
   std::unique_ptr<ac::UHF::SerialPort> line_;
 };
+
+// What a line that fails means for a person.
+std::string line_failure(const std::string& path, const std::string& reason);
 
 // Runs what talks to the reader; a failure of the line becomes a Failure kFailed that names the port.
 template <typename Work>
@@ -71,7 +79,7 @@ auto talking(const Port& port, const Work& work) {
   try {
     return work();
   } catch (const ac::ac_exception& failure) {
-    throw Failure(kFailed, "the line at " + port.path() + " failed: " + failure.what());
+    throw Failure(kFailed, line_failure(port.path(), failure.what()));
   }
 }
 

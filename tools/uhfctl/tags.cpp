@@ -7,6 +7,10 @@
 namespace uhfctl {
 
 void Tags::add(const Poll& poll, Clock::time_point at) {
+  for (auto& [epc, tag] : tags_) {
+    tag.recent <<= 1U;
+    ++tag.polls;
+  }
   for (const auto& reading : poll.tags) {
     const auto epc = uhfsim::hex_of(reading.epc);
     if (!epc.starts_with(prefix_)) {
@@ -17,6 +21,8 @@ void Tags::add(const Poll& poll, Clock::time_point at) {
         epc, SeenTag{.epc = reading.epc, .least_rssi = rssi, .most_rssi = rssi, .first = at, .last = at});
     SeenTag& tag = place->second;
     tag.pc = reading.pc;
+    tag.recent |= 1U;
+    tag.polls = std::max(tag.polls, 1);
     ++tag.times;
     tag.rssi = rssi;
     tag.least_rssi = std::min(tag.least_rssi, rssi);

@@ -1,6 +1,7 @@
 // The tags that inventories brought.
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <string>
 #include <vector>
@@ -20,6 +21,11 @@ struct SeenTag {
   double rssi_sum = 0;
   Clock::time_point first;
   Clock::time_point last;
+
+  // The last polls since it was first read, the newest in the lowest bit: whether they read it.
+  static constexpr int kRecentPolls = 64;
+  std::uint64_t recent = 0;
+  int polls = 0;  // since it was first read
 };
 
 // By the EPC in hexadecimal.

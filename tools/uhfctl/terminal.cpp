@@ -1,5 +1,6 @@
 #include "terminal.h"
 
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -41,8 +42,21 @@ void note(const std::string& text) { std::fputs(("uhfctl: " + text + "\n").c_str
 bool is_terminal() { return isatty(STDOUT_FILENO) != 0; }
 bool notes_are_seen() { return isatty(STDERR_FILENO) != 0; }
 
+TerminalSize terminal_size() {
+  winsize size{};
+  if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0 || size.ws_row == 0) {
+    return {};
+  }
+  return {.columns = size.ws_col, .rows = size.ws_row};
+}
+
+bool can_be_redrawn() {
+  const char* const kind = std::getenv("TERM");
+  return is_terminal() && kind != nullptr && std::strcmp(kind, "dumb") != 0;
+}
+
 std::string coloured(Colour colour, const std::string& text) {
-  constexpr const char* kCodes[] = {"\033[32m", "\033[33m", "\033[31m", "\033[1m"};
+  constexpr const char* kCodes[] = {"\033[32m", "\033[33m", "\033[31m", "\033[1m", "\033[90m"};
   const char* const no_color = std::getenv("NO_COLOR");
   const bool wanted = is_terminal() && (no_color == nullptr || *no_color == '\0');
   return wanted ? kCodes[static_cast<std::size_t>(colour)] + text + "\033[0m" : text;

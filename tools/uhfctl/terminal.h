@@ -20,10 +20,20 @@ void note(const std::string& text);
 
 // Whether standard output, or standard error, is a terminal.
 bool is_terminal();
+
+// Of the terminal at standard output; 80 by 24 when it does not say.
+struct TerminalSize {
+  std::size_t columns = 80;
+  std::size_t rows = 24;
+};
+TerminalSize terminal_size();
+
+// Whether lines there can be replaced: not where TERM is dumb.
+bool can_be_redrawn();
 bool notes_are_seen();
 
 // Between the text's ends, when standard output takes colours (a terminal, and NO_COLOR not set).
-enum class Colour { green, yellow, red, bold };
+enum class Colour { green, yellow, red, bold, grey };
 std::string coloured(Colour colour, const std::string& text);
 
 // The rows with each column but the last as wide as its widest cell, a line each.

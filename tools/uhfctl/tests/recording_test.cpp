@@ -59,9 +59,9 @@ TEST_F(Recording, IsPlayedAsAReader) {
   uhfsim::testing::Process player(UHFCTL, {"replay", file("r")});
   const auto port = player.read_line();
   const auto tags = objects_of(run({"--port", port, "inventory", "--seconds", "0.3", "--json"}).out);
-  ASSERT_EQ(tags.size(), 2U);
-  EXPECT_EQ(tags[1]["epc"], "E2000001");
-  EXPECT_EQ(tags[1]["rssi"], 180);
+  const auto tag = std::ranges::find(tags, "E2000001", [](const auto& one) { return one["epc"]; });
+  ASSERT_NE(tag, tags.end());
+  EXPECT_EQ((*tag)["rssi"], 180);
   player.signal(SIGINT);
   EXPECT_EQ(player.wait(), 0);
 }
