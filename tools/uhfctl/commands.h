@@ -46,6 +46,7 @@ struct SurveyOptions {
   double seconds = 5;  // at each step
   std::string tag;     // the one to recommend a power for; empty: the one read most
   std::string out = "survey.html";
+  bool overwrite = false;  // files of an earlier one, unasked
   Law law;
 };
 void survey(const Common& common, const SurveyOptions& options);

@@ -1,6 +1,7 @@
 #include "line_faults.h"
 
 #include <algorithm>
+#include <functional>
 #include <numeric>
 
 namespace uhfctl {
@@ -35,6 +36,11 @@ constexpr std::array<Row, kLineFaults> kRows{{
 }  // namespace
 
 FaultAdvice advice_on(LineFault fault) { return kRows[static_cast<std::size_t>(fault)].advice; }
+
+PollFaults& PollFaults::operator+=(const PollFaults& other) {
+  std::ranges::transform(counts_, other.counts_, counts_.begin(), std::plus());
+  return *this;
+}
 
 int PollFaults::polls() const { return std::accumulate(counts_.begin(), counts_.end(), 0); }
 

@@ -32,6 +32,8 @@ class PollFaults {
  public:
   void add(LineFault fault) { ++counts_[static_cast<std::size_t>(fault)]; }
 
+  PollFaults& operator+=(const PollFaults& other);
+
   int polls() const;
   int bad() const { return polls() - counts_[0]; }
   bool noisy() const { return bad() * 20 > polls(); }  // more than 5 %

@@ -122,6 +122,7 @@ void add_survey(CLI::App& app, const Common& common) {
   command.add_option("--out", options->out, "The report; figures go beside it as .csv and .json")
       ->capture_default_str()
       ->type_name("FILE");
+  command.add_flag("--overwrite", options->overwrite, "Overwrite the files of an earlier one without asking");
   add_law(command, std::shared_ptr<uhfctl::Law>(options, &options->law));
 }
 

@@ -3,9 +3,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cctype>
+#include <cstdio>
 #include <ctime>
 #include <exception>
 #include <filesystem>
+#include <iostream>
 #include <sstream>
 
 #include "cli/output_file.h"
@@ -24,6 +27,11 @@ constexpr double kGoodEnough = 0.9;  // of the best share
 std::string number(double value, int decimals) {
   char text[32];
   std::snprintf(text, sizeof text, "%.*f", decimals, value);
+  return text;
+}
+
+std::string upper(std::string text) {
+  std::ranges::transform(text, text.begin(), [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
   return text;
 }
 
@@ -67,7 +75,7 @@ SurveyStep measure(const Port& port, int power, double time, const std::string& 
     throw Failure(kFailed, "the reader was told the power " + power_text(power) + " and has " + power_text(has) +
                                ": is that within what it can do?");
   }
-  SurveyStep step{.power = power, .seconds = 0, .polls = 0, .tags = Tags()};
+  SurveyStep step{.power = power, .seconds = 0, .polls = 0, .tags = Tags(), .faults = {}};
   const auto begin = Clock::now();
   while (!interrupted() && Clock::now() - begin < std::chrono::duration<double>(time)) {
     const auto poll = port.poll();
@@ -75,6 +83,7 @@ SurveyStep measure(const Port& port, int power, double time, const std::string& 
       port.power();
     }
     step.tags.add(poll, Clock::now());
+    step.faults.add(poll.fault);
     ++step.polls;
     progress(place + power_text(power) + ", " + std::to_string(step.tags.all().size()) + " tags, " +
              std::to_string(step.tags.readings()) + " readings");
@@ -89,20 +98,83 @@ void write(const std::filesystem::path& file, const std::string& text) {
   out.close();
 }
 
+std::string reading_of(const SurveyStep& step, const std::string& epc) {
+  const auto rssi = step.rssi_of(epc);
+  return rssi.has_value() ? number(step.share_of(epc) * 100, 0) + "%, RSSI " + number(*rssi, 0) : "-";
+}
+
 std::string as_table(const Survey& survey) {
   std::vector<std::vector<std::string>> rows{{"power"}};
   const auto epcs = survey.epcs();
-  for (const auto& epc : epcs) {
-    rows.front().push_back(epc);
-  }
+  rows.front().insert(rows.front().end(), epcs.begin(), epcs.end());
   for (const auto& step : survey.steps) {
     rows.push_back({power_text(step.power)});
     for (const auto& epc : epcs) {
-      const auto rssi = step.rssi_of(epc);
-      rows.back().push_back(rssi.has_value() ? number(step.rate_of(epc), 1) + "/s, RSSI " + number(*rssi, 0) : "-");
+      rows.back().push_back(reading_of(step, epc));
     }
   }
   return table(rows);
+}
+
+// A line for each tag below its power, where the table is too wide.
+std::string as_list(const Survey& survey) {
+  std::string text;
+  for (const auto& step : survey.steps) {
+    text += power_text(step.power) + (step.tags.all().empty() ? "  no tag\n" : "\n");
+    for (const auto& [epc, tag] : step.tags.all()) {
+      text += "  " + epc + "\n    " + reading_of(step, epc) + "\n";
+    }
+  }
+  return text;
+}
+
+std::string figures_of(const Survey& survey) {
+  const auto table = as_table(survey);
+  return is_terminal() && table.find('\n') > terminal_size().columns ? as_list(survey) : table;
+}
+
+// The report, and its figures beside it.
+struct Files {
+  explicit Files(const std::string& out) : page(out) {}
+
+  std::filesystem::path csv() const { return beside(".csv"); }
+  std::filesystem::path json() const { return beside(".json"); }
+  std::vector<std::filesystem::path> all() const { return {page, csv(), json()}; }
+
+  std::filesystem::path page;
+
+ private:
+  std::filesystem::path beside(const char* extension) const {
+    return std::filesystem::path(page).replace_extension(extension);
+  }
+};
+
+// A yes to a question, where somebody can be asked.
+bool is_agreed(const std::string& question) {
+  std::fputs(("uhfctl: " + question + " [y/N] ").c_str(), stderr);
+  std::string answer;
+  std::getline(std::cin, answer);
+  return answer == "y" || answer == "Y" || answer == "yes";
+}
+
+// Throws Failure when the files of an earlier survey are there, and are not to go.
+void ask_before_overwriting(const Files& files, bool overwrite) {
+  std::string there;
+  for (const auto& file : files.all()) {
+    if (std::filesystem::is_regular_file(file)) {
+      there += (there.empty() ? "" : ", ") + file.string();
+    }
+  }
+  if (there.empty() || overwrite) {
+    return;
+  }
+  if (isatty(STDIN_FILENO) != 0 && notes_are_seen()) {
+    if (is_agreed("overwrite " + there + "?")) {
+      return;
+    }
+    throw Failure(kFailed, "nothing is overwritten: give another --out");
+  }
+  throw Failure(kFailed, "there already: " + there + "; give another --out, or --overwrite");
 }
 
 // Made before the survey, so that its minutes are not lost for a name that cannot be written.
@@ -123,7 +195,7 @@ double SurveyStep::rate_of(const std::string& epc) const {
 
 double SurveyStep::share_of(const std::string& epc) const {
   const auto tag = tags.all().find(epc);
-  return tag == tags.all().end() || polls == 0 ? 0 : static_cast<double>(tag->second.times) / polls;
+  return tag == tags.all().end() || polls == 0 ? 0 : static_cast<double>(tag->second.polls_read) / polls;
 }
 
 std::optional<double> SurveyStep::rssi_of(const std::string& epc) const {
@@ -160,13 +232,26 @@ std::optional<int> recommended_power(const Survey& survey, const std::string& ep
   return least;
 }
 
+bool least_was_enough(const Survey& survey, std::optional<int> recommended) {
+  return recommended.has_value() && *recommended > 0 && survey.steps.size() > 1 &&
+         *recommended == survey.steps.front().power;
+}
+
+PollFaults Survey::faults() const {
+  PollFaults all;
+  for (const auto& step : steps) {
+    all += step.faults;
+  }
+  return all;
+}
+
 std::vector<int> parse_powers(const std::string& text) {
   std::vector<int> numbers;
   std::istringstream parts(text);
   for (std::string part; std::getline(parts, part, ':');) {
     numbers.push_back(power_from(part));
   }
-  if (numbers.size() != 3 || numbers[0] > numbers[1] || numbers[2] == 0) {
+  if (numbers.size() != 3 || text.ends_with(':') || numbers[0] > numbers[1] || numbers[2] == 0) {
     throw Failure(kUsage, "\"" + text + "\" is no range of powers: give FROM:TO:STEP, such as 15dBm:30dBm:2.5dBm");
   }
   std::vector<int> powers;
@@ -192,7 +277,11 @@ std::string csv_of(const Survey& survey) {
 
 nlohmann::ordered_json json_of(const Survey& survey, const std::string& epc) {
   nlohmann::ordered_json object{{"port", survey.port}, {"time", survey.time}, {"tag", epc}};
+  object["planned_steps"] = survey.planned;
+  object["cut_short"] = survey.cut_short();
+  object["polls"] = survey.faults().as_object();
   const auto power = recommended_power(survey, epc);
+  object["least_was_enough"] = least_was_enough(survey, power);
   object["transmit_power"] = power.has_value() ? nlohmann::ordered_json(*power) : nlohmann::ordered_json();
   object["steps"] = nlohmann::ordered_json::array();
   for (const auto& step : survey.steps) {
@@ -206,65 +295,91 @@ nlohmann::ordered_json json_of(const Survey& survey, const std::string& epc) {
                       {"rssi_least", tag.least_rssi},
                       {"rssi_most", tag.most_rssi}});
     }
-    object["steps"].push_back(
-        {{"power", step.power}, {"seconds", step.seconds}, {"polls", step.polls}, {"tags", std::move(tags)}});
+    object["steps"].push_back({{"power", step.power},
+                               {"seconds", step.seconds},
+                               {"polls", step.polls},
+                               {"bad_polls", step.faults.bad()},
+                               {"tags", std::move(tags)}});
   }
   return object;
 }
 
+namespace {
+
+void write_all(const Files& files, const Survey& survey, const std::string& epc) {
+  write(files.page, report_of(survey, epc));
+  write(files.csv(), csv_of(survey));
+  write(files.json(), json_of(survey, epc).dump(2) + "\n");
+}
+
+std::string recommendation_of(const Survey& survey, const std::string& epc) {
+  const auto power = recommended_power(survey, epc);
+  if (!power.has_value()) {
+    return "No recommendation: " + (epc.empty() ? std::string("no tag was read") : epc + " was not read") + "\n";
+  }
+  return "Recommended for " + epc + ": " + coloured(Colour::bold, "transmit_power " + std::to_string(*power)) + ", " +
+         power_text(*power) + "\n(`achost config set transmit_power " + std::to_string(*power) + "`)\n" +
+         (least_was_enough(survey, power) ? "The least power that was surveyed was enough: survey lesser ones, too.\n"
+                                          : "");
+}
+
+// What the figures are to be taken with care for.
+void note_doubts(const Survey& survey) {
+  if (survey.cut_short()) {
+    note((interrupted() ? "interrupted" : "cut short") + std::string(" after ") + std::to_string(survey.steps.size()) +
+         " of " + std::to_string(survey.planned) + " steps: what is recommended is of these alone");
+  }
+  if (const auto faults = survey.faults(); faults.noisy()) {
+    note("noisy line: " + faults.text() + ": " + advice_on(faults.commonest()).way_out);
+  }
+}
+
+// One step after the other; a failure ends it, and what was found until then is kept.
+std::exception_ptr step_through(const Port& port, const std::vector<int>& powers, double seconds, Survey& survey) {
+  try {
+    const PowerRestorer restorer(port, port.power_or_nobody());
+    for (std::size_t i = 0; i < powers.size() && !interrupted(); ++i) {
+      auto step = measure(port, powers[i], seconds,
+                          "step " + std::to_string(i + 1) + " of " + std::to_string(powers.size()) + ", ");
+      if (step.polls > 0) {
+        survey.steps.push_back(std::move(step));
+      }
+    }
+    progress("");
+    return nullptr;
+  } catch (const Failure&) {
+    progress("");
+    return std::current_exception();
+  }
+}
+
+}  // namespace
+
 void survey(const Common& common, const SurveyOptions& options) {
   const auto powers = parse_powers(options.power);
   hold_power_to(options.law, powers.back());
-  std::string epc = options.tag;
-  std::ranges::transform(epc, epc.begin(), [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
-  const std::filesystem::path page(options.out);
-  const auto beside = [&page](const char* extension) {
-    return std::filesystem::path(page).replace_extension(extension);
-  };
-  for (const auto& file : {page, beside(".csv"), beside(".json")}) {
+  const Files files(options.out);
+  for (const auto& file : files.all()) {
     check_writable(file);
   }
   const Port port(common.port, std::chrono::milliseconds(common.timeout));
-  const auto before = port.power_or_nobody();
+  ask_before_overwriting(files, options.overwrite);
   catch_interrupts();
-  Survey result{.port = common.port, .time = local_time(), .steps = {}};
-  std::exception_ptr failure;  // what was found until then is kept all the same
-  try {
-    const PowerRestorer restorer(port, before);
-    for (std::size_t i = 0; i < powers.size() && !interrupted(); ++i) {
-      result.steps.push_back(measure(port, powers[i], options.seconds,
-                                     "step " + std::to_string(i + 1) + " of " + std::to_string(powers.size()) + ", "));
-    }
-    progress("");
-  } catch (const Failure&) {
-    progress("");
-    failure = std::current_exception();
+  Survey result{.port = common.port, .time = local_time(), .steps = {}, .planned = powers.size()};
+  const auto failure = step_through(port, powers, options.seconds, result);
+  if (failure != nullptr && result.steps.empty()) {
+    std::rethrow_exception(failure);
   }
   const auto epcs = result.epcs();
-  if (epc.empty() && !epcs.empty()) {
-    epc = epcs.front();
-  }
-  write(page, report_of(result, epc));
-  write(beside(".csv"), csv_of(result));
-  write(beside(".json"), json_of(result, epc).dump(2) + "\n");
-  if (interrupted()) {
-    note("interrupted after " + std::to_string(result.steps.size()) + " of " + std::to_string(powers.size()) +
-         " steps");
-  }
+  const auto epc = !options.tag.empty() ? upper(options.tag) : epcs.empty() ? "" : epcs.front();
+  write_all(files, result, epc);
   if (common.json) {
     print(json_of(result, epc));
   } else {
-    print(as_table(result));
-    const auto power = recommended_power(result, epc);
-    print(power.has_value()
-              ? "\nRecommended for " + epc + ": " + coloured(Colour::bold, "transmit_power " + std::to_string(*power)) +
-                    ", " + power_text(*power) + " (`achost config set uhf transmit_power " + std::to_string(*power) +
-                    "`)\n"
-              : "\nNo recommendation: " + (epc.empty() ? std::string("no tag was read") : epc + " was not read") +
-                    "\n");
-    print("Report: " + page.string() + "; figures: " + beside(".csv").string() + ", " + beside(".json").string() +
-          "\n");
+    print(figures_of(result) + "\n" + recommendation_of(result, epc) + "Report: " + files.page.string() +
+          "; figures: " + files.csv().string() + ", " + files.json().string() + "\n");
   }
+  note_doubts(result);
   if (failure != nullptr) {
     std::rethrow_exception(failure);
   }

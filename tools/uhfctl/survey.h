@@ -17,10 +17,11 @@ struct SurveyStep {
   double seconds = 0;  // that it took
   int polls = 0;
   Tags tags;
+  PollFaults faults{};
 
   // Readings a second of a tag.
   double rate_of(const std::string& epc) const;
-  // Readings a poll, which other tags in the field do not slow down as they do the rate.
+  // Of the polls, those that read it, 0 to 1; other tags in the field do not lessen it as they do the rate.
   double share_of(const std::string& epc) const;
   // The mean; nothing when it was not read.
   std::optional<double> rssi_of(const std::string& epc) const;
@@ -30,6 +31,10 @@ struct Survey {
   std::string port;
   std::string time;  // when it began
   std::vector<SurveyStep> steps;
+  std::size_t planned = 0;  // steps; fewer were made when it was cut short
+
+  bool cut_short() const { return steps.size() < planned; }
+  PollFaults faults() const;
 
   // Every tag that was read, in upper-case hexadecimal; the one read most often first.
   std::vector<std::string> epcs() const;
@@ -37,6 +42,9 @@ struct Survey {
 
 // The least power at which at least nine tenths as many polls read the tag as at its best; nothing when none did.
 std::optional<int> recommended_power(const Survey& survey, const std::string& epc);
+
+// Whether that is the least power that was surveyed: a lesser one may do as well.
+bool least_was_enough(const Survey& survey, std::optional<int> recommended);
 
 // FROM:TO:STEP as a list of powers, TO included when the steps meet it. Throws Failure kUsage.
 std::vector<int> parse_powers(const std::string& text);

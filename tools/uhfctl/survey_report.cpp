@@ -4,11 +4,14 @@
 #include <cstdio>
 #include <functional>
 
+#include "refhost/radio_limits.h"
 #include "survey.h"
 
 namespace uhfctl {
 
 namespace {
+
+using refhost::power_text;
 
 constexpr int kWidth = 760;
 constexpr int kHeight = 300;
@@ -90,10 +93,10 @@ std::string plot(const Survey& survey, const std::vector<std::string>& epcs, con
   for (std::size_t i = 0; i < survey.steps.size(); i += every) {
     const int power = survey.steps[i].power;
     svg += "<text x=\"" + number(x(power), 1) + "\" y=\"" + std::to_string(kHeight - kBottom + 18) +
-           "\" text-anchor=\"middle\">" + std::to_string(power) + "</text>\n";
+           "\" text-anchor=\"middle\">" + number(power / 100.0, power % 100 == 0 ? 0 : 1) + "</text>\n";
   }
   svg += "<text x=\"" + std::to_string((kLeft + kWidth - kRight) / 2) + "\" y=\"" + std::to_string(kHeight - 4) +
-         "\" text-anchor=\"middle\">power, 0.01 dBm</text>\n";
+         "\" text-anchor=\"middle\">power, dBm</text>\n";
   if (recommended.has_value()) {
     svg += "<line class=\"chosen\" x1=\"" + number(x(*recommended), 1) + "\" x2=\"" + number(x(*recommended), 1) +
            "\" y1=\"" + std::to_string(kTop) + "\" y2=\"" + std::to_string(kHeight - kBottom) + "\"/>\n";
@@ -107,7 +110,7 @@ std::string plot(const Survey& survey, const std::vector<std::string>& epcs, con
         const auto place = number(x(step.power), 1) + "," + number(y(*at), 1);
         points += (points.empty() ? "" : " ") + place;
         dots += "<circle cx=\"" + number(x(step.power), 1) + "\" cy=\"" + number(y(*at), 1) + "\" r=\"3.5\" fill=\"" +
-                colour + "\"><title>" + epcs[i] + " at " + std::to_string(step.power) + ": " + number(*at, 1) +
+                colour + "\"><title>" + epcs[i] + " at " + power_text(step.power) + ": " + number(*at, 1) +
                 "</title></circle>";
       }
     }
@@ -134,15 +137,47 @@ std::string figures(const Survey& survey, const std::vector<std::string>& epcs, 
   html += "</tr></thead><tbody>\n";
   for (const auto& step : survey.steps) {
     html += step.power == recommended ? "<tr class=\"chosen\">" : "<tr>";
-    html += "<td>" + std::to_string(step.power) + "</td>";
+    html += "<td>" + power_text(step.power) + "</td>";
     for (const auto& epc : epcs) {
       const auto rssi = step.rssi_of(epc);
-      html += rssi.has_value() ? "<td>" + number(step.rate_of(epc), 1) + "/s, RSSI " + number(*rssi, 0) + "</td>"
-                               : "<td class=\"none\">not read</td>";
+      html += rssi.has_value()
+                  ? "<td>" + number(step.share_of(epc) * 100, 0) + "&nbsp;%, RSSI " + number(*rssi, 0) + "</td>"
+                  : "<td class=\"none\">not read</td>";
     }
     html += "</tr>\n";
   }
   return html + "</tbody></table>\n";
+}
+
+std::string answer_of(const Survey& survey, const std::string& epc, std::optional<int> recommended) {
+  if (!recommended.has_value()) {
+    return "<p class=\"answer no\">No recommendation: " +
+           (epc.empty() ? std::string("no tag was read") : escaped(epc) + " was not read") +
+           ". Hold the tag where it is to be read, and survey higher powers.</p>\n";
+  }
+  const auto power = std::to_string(*recommended);
+  return "<p class=\"answer\">For " + escaped(epc) + ": <b>transmit_power " + power + "</b> (" +
+         power_text(*recommended) +
+         "), the least at which at least nine tenths as many polls read it as at its best.<br><code>achost config set "
+         "uhf transmit_power " +
+         power + "</code>" +
+         (least_was_enough(survey, recommended) ? "<br>It is the least that was surveyed: survey lesser ones, too."
+                                                : "") +
+         "</p>\n";
+}
+
+// What the figures are to be taken with care for.
+std::string doubts_of(const Survey& survey) {
+  std::string html;
+  if (survey.cut_short()) {
+    html += "<p class=\"answer no\">Cut short after " + std::to_string(survey.steps.size()) + " of " +
+            std::to_string(survey.planned) + " steps: what is recommended is of these alone.</p>\n";
+  }
+  if (const auto faults = survey.faults(); faults.noisy()) {
+    html += "<p class=\"answer no\">Noisy line: " + faults.text() + "; " + advice_on(faults.commonest()).way_out +
+            ".</p>\n";
+  }
+  return html;
 }
 
 constexpr const char* kStyle = R"(<style>
@@ -169,22 +204,12 @@ std::string report_of(const Survey& survey, const std::string& epc) {
       escaped(survey.port) + "</title>\n" + kStyle + "</head><body>\n<h1>Survey of the reader at " +
       escaped(survey.port) + "</h1>\n<p class=\"under\">" + survey.time + ", " + std::to_string(survey.steps.size()) +
       " steps of power, " + std::to_string(epcs.size()) + (epcs.size() == 1 ? " tag" : " tags") + "</p>\n";
-  if (recommended.has_value()) {
-    html += "<p class=\"answer\">For " + escaped(epc) + ": <b>transmit_power " + std::to_string(*recommended) +
-            "</b>, the least at which at least nine tenths as many polls read it as at its best.<br><code>achost "
-            "config set "
-            "uhf transmit_power " +
-            std::to_string(*recommended) + "</code></p>\n";
-  } else {
-    html += "<p class=\"answer no\">No recommendation: " +
-            (epc.empty() ? std::string("no tag was read") : escaped(epc) + " was not read") +
-            ". Hold the tag where it is to be read, and survey higher powers.</p>\n";
-  }
+  html += answer_of(survey, epc, recommended) + doubts_of(survey);
   if (!epcs.empty()) {
-    html += "<h2>Readings a second</h2>\n" +
+    html += "<h2>Share of the polls that read it, in percent</h2>\n" +
             plot(
-                survey, epcs, "readings a second",
-                [](const SurveyStep& step, const std::string& tag) { return std::optional(step.rate_of(tag)); },
+                survey, epcs, "share of polls",
+                [](const SurveyStep& step, const std::string& tag) { return std::optional(step.share_of(tag) * 100); },
                 recommended) +
             legend(epcs) + "<h2>Received signal strength (RSSI, as the reader gives it)</h2>\n" +
             plot(

@@ -21,6 +21,7 @@ void Tags::add(const Poll& poll, Clock::time_point at) {
         epc, SeenTag{.epc = reading.epc, .least_rssi = rssi, .most_rssi = rssi, .first = at, .last = at});
     SeenTag& tag = place->second;
     tag.pc = reading.pc;
+    tag.polls_read += (tag.recent & 1U) == 0 ? 1 : 0;
     tag.recent |= 1U;
     tag.polls = std::max(tag.polls, 1);
     ++tag.times;

@@ -25,7 +25,8 @@ struct SeenTag {
   // The last polls since it was first read, the newest in the lowest bit: whether they read it.
   static constexpr int kRecentPolls = 64;
   std::uint64_t recent = 0;
-  int polls = 0;  // since it was first read
+  int polls = 0;       // since it was first read
+  int polls_read = 0;  // how many of them read it, however often each
 };
 
 // By the EPC in hexadecimal.

@@ -42,13 +42,19 @@ void note(const std::string& text) { std::fputs(("uhfctl: " + text + "\n").c_str
 bool is_terminal() { return isatty(STDOUT_FILENO) != 0; }
 bool notes_are_seen() { return isatty(STDERR_FILENO) != 0; }
 
-TerminalSize terminal_size() {
+namespace {
+
+TerminalSize size_of(int terminal) {
   winsize size{};
-  if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0 || size.ws_row == 0) {
+  if (ioctl(terminal, TIOCGWINSZ, &size) != 0 || size.ws_col == 0 || size.ws_row == 0) {
     return {};
   }
   return {.columns = size.ws_col, .rows = size.ws_row};
 }
+
+}  // namespace
+
+TerminalSize terminal_size() { return size_of(STDOUT_FILENO); }
 
 bool can_be_redrawn() {
   const char* const kind = std::getenv("TERM");
@@ -66,7 +72,8 @@ std::string table(const std::vector<std::vector<std::string>>& rows) { return ac
 
 void progress(const std::string& text) {
   if (notes_are_seen()) {
-    std::fputs(("\r\033[K" + text).c_str(), stderr);
+    // One that is folded would leave its first lines behind.
+    std::fputs(("\r\033[K" + text.substr(0, size_of(STDERR_FILENO).columns - 1)).c_str(), stderr);
   }
 }
 

@@ -54,7 +54,50 @@ TEST_F(SurveyOf, LeavesThePowerAsItWasWhenInterrupted) {
   EXPECT_EQ(process.wait(), 0);
   EXPECT_EQ(reader.state().power, 2600);
   EXPECT_THAT(process.read_all_errors(), HasSubstr("interrupted after 1 of 11 steps"));
-  EXPECT_EQ(nlohmann::json::parse(content_of(file("s.json")))["steps"].size(), 1U) << "what was found is kept";
+  const auto figures = nlohmann::json::parse(content_of(file("s.json")));
+  EXPECT_EQ(figures["steps"].size(), 1U) << "what was found is kept";
+  EXPECT_EQ(figures["cut_short"], true);
+  EXPECT_EQ(figures["planned_steps"], 11);
+  EXPECT_THAT(content_of(file("s.html")), HasSubstr("Cut short after 1 of 11 steps"));
+}
+
+TEST_F(SurveyOf, OverwritesNoEarlierOneUnasked) {
+  const std::vector<std::string> again{"survey", "--power", "2000:2200:200", "--seconds",
+                                       "0.05",   "--out",   file("s.html")};
+  std::ofstream(file("s.csv")) << "mine";
+  const auto refused = uhfctl(again);
+  EXPECT_EQ(refused.status, 1);
+  EXPECT_EQ(refused.err, "uhfctl: there already: " + file("s.csv") + "; give another --out, or --overwrite\n");
+  EXPECT_EQ(content_of(file("s.csv")), "mine");
+  EXPECT_EQ(reader.counters().commands, 0U) << "said before it begins";
+  auto forced = again;
+  forced.emplace_back("--overwrite");
+  EXPECT_EQ(uhfctl(forced).status, 0);
+  EXPECT_THAT(content_of(file("s.csv")), HasSubstr("power,epc"));
+}
+
+TEST_F(SurveyOf, SaysWhenTheLeastPowerWasEnough) {
+  const auto enough =
+      uhfctl({"survey", "--power", "2400:2600:100", "--seconds", "0.1", "--tag", "E2000001", "--out", file("s.html")});
+  EXPECT_THAT(enough.out, HasSubstr("The least power that was surveyed was enough: survey lesser ones, too."));
+  EXPECT_THAT(content_of(file("s.html")), HasSubstr("It is the least that was surveyed"));
+  const auto more =
+      uhfctl({"survey", "--power", "1900:2600:100", "--seconds", "0.1", "--tag", "E2000001", "--out", file("t.html")});
+  EXPECT_THAT(more.out, HasSubstr("transmit_power 2000"));
+  EXPECT_THAT(more.out, Not(HasSubstr("was enough")));
+}
+
+TEST_F(SurveyOf, ANoisyLineIsSaid) {
+  reader.faults().set("corrupt-checksum", 0.3);
+  std::string seen;
+  // Now and then a question for the power is among the damaged ones, thrice, or the answer to a new one.
+  for (int attempt = 0; attempt < 20 && seen.find("noisy line: ") == seen.npos; ++attempt) {
+    seen += uhfctl({"--timeout", "100", "survey", "--power", "2400:2600:200", "--seconds", "0.2", "--overwrite",
+                    "--out", file("s.html")})
+                .err;
+  }
+  EXPECT_THAT(seen, HasSubstr("wrong checksum: shorten the cable"));
+  EXPECT_THAT(content_of(file("s.html")), HasSubstr("Noisy line: "));
 }
 
 TEST_F(SurveyOf, LeavesThePowerAsItWasWhenItsTerminalIsClosed) {
@@ -135,6 +178,30 @@ TEST(RecommendedPower, IsOfPollsAndNotOfTime) {
 TEST(RecommendedPower, IsTheLeastAtNineTenthsOfTheBest) {
   EXPECT_EQ(recommended_power(survey_of({{1000, 0}, {1500, 89}, {2000, 90}, {2500, 100}}), "ABCD"), 2000);
   EXPECT_EQ(recommended_power(survey_of({{1000, 0}, {1500, 0}}), "ABCD"), std::nullopt);
+}
+
+TEST(RecommendedPower, TheLeastOfSeveralMayBeMoreThanIsNeeded) {
+  const auto survey = survey_of({{1000, 100}, {2000, 100}});
+  EXPECT_TRUE(least_was_enough(survey, 1000));
+  EXPECT_FALSE(least_was_enough(survey, 2000));
+  EXPECT_FALSE(least_was_enough(survey, std::nullopt));
+  EXPECT_FALSE(least_was_enough(survey_of({{1000, 100}}), 1000)) << "one power is no survey";
+}
+
+TEST(Report, PlotsTheSharesThatItRecommendsBy) {
+  const auto html = report_of(survey_of({{1000, 25}, {2000, 50}}), "ABCD");
+  EXPECT_THAT(html, HasSubstr("Share of the polls that read it"));
+  EXPECT_THAT(html, HasSubstr("<title>ABCD at 10.00 dBm: 25.0</title>"));
+  EXPECT_THAT(html, HasSubstr("<title>ABCD at 20.00 dBm: 50.0</title>"));
+}
+
+TEST(Share, IsOfPollsAlsoWhenAPollReportsATagTwice) {
+  Tags tags;
+  Poll poll;
+  poll.tags = {{200, 0x0800, {0xAB, 0xCD}, 0}, {200, 0x0800, {0xAB, 0xCD}, 0}};
+  tags.add(poll, Clock::time_point());
+  const SurveyStep step{.power = 1000, .seconds = 1, .polls = 1, .tags = tags};
+  EXPECT_EQ(step.share_of("ABCD"), 1);
 }
 
 TEST(Report, EscapesWhatItNames) {
