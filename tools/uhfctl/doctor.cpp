@@ -138,6 +138,9 @@ unsigned short check_answer(Report& report, const Port& port) {
     faults.add(poll.fault);
     is_reader = poll.fault == LineFault::none;  // also silence: some readers have nothing to say of an empty field
   }
+  if (interrupted()) {
+    throw Failure(kFailed, "interrupted");
+  }
   if (!is_reader) {
     nobody(report, faults.commonest());
   }
@@ -158,10 +161,7 @@ Tags check_polls(Report& report, const Port& port) {
   Tags tags;
   PollFaults faults;
   for (int i = 0; i < kPolls && !interrupted(); ++i) {
-    const auto poll = port.poll();
-    if (!poll.answered) {
-      port.power();
-    }
+    const auto poll = port.poll_living();
     tags.add(poll, Clock::now());
     faults.add(poll.fault);
     progress(std::to_string(i + 1) + " of " + std::to_string(kPolls) + " polls");

@@ -187,10 +187,7 @@ void look(const Port& port, Seen& seen, Show& show) {
     return seen.options.count > 0 && seen.tags.all().size() >= static_cast<std::size_t>(seen.options.count);
   };
   do {
-    const auto poll = port.poll();
-    if (!poll.answered) {
-      port.power();
-    }
+    const auto poll = port.poll_living();
     const auto now = Clock::now();
     seen.tags.add(poll, now);
     seen.faults.add(poll.fault);

@@ -1,4 +1,6 @@
 // uhfctl: the reader tool for people at the door. The command line; the commands stand in the other files.
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <csignal>
 #include <cstdio>
@@ -9,6 +11,7 @@
 #include "commands.h"
 #include "failure.h"
 #include "manual.h"
+#include "port.h"
 #include "version.h"
 
 namespace {
@@ -146,10 +149,7 @@ void add_tape(CLI::App& app, const Common& common) {
       ->required();
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  std::signal(SIGPIPE, SIG_IGN);
+int run(int argc, char** argv) {
   Common common;
   CLI::App app("Looks at a UHF reader, sets it up, and finds out why a card does not read.", "uhfctl");
   cli::set_up_help(app);
@@ -191,4 +191,16 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "uhfctl: %s\n", failure.what());
     return uhfctl::kFailed;
   }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::signal(SIGPIPE, SIG_IGN);
+  const int status = run(argc, argv);
+  if (uhfctl::Port::left_alone()) {
+    std::fflush(nullptr);
+    _exit(status);
+  }
+  return status;
 }

@@ -3,6 +3,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
+#include <thread>
 
 #include "frame_catalogue.h"
 #include "frame_scan.h"
@@ -17,6 +19,22 @@ constexpr std::size_t kLongestAnswer = 65'536;
 
 // How long it may go on then, after the time that it may take to begin.
 constexpr std::chrono::seconds kLongestTime{2};
+
+// How long a call of the driver has beyond that, and after Ctrl-C.
+constexpr std::chrono::seconds kGrace{1};
+
+// Calls of drivers that still go on although nobody waits for them; of the program's first thread.
+int calls_left_alone = 0;
+
+// Ctrl-C is for the program's first thread.
+void start_without_signals(std::function<void()> call) {
+  sigset_t all;
+  sigset_t before;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &before);
+  std::thread(std::move(call)).detach();
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
 
 line::PortGuard guard(const std::string& path) {
   if (path.empty()) {
@@ -61,10 +79,43 @@ std::size_t take(std::span<const unsigned char> bytes, bool all, Poll& poll) {
 
 Port::Port(const std::string& path, std::chrono::milliseconds timeout)
     : path_(path), timeout_(timeout), guard_(guard(path)) {
-  talking(*this, [&] {
+  try {
     driver_ = std::make_unique<ac::UHF::T640>(path, timeout);
     line_ = std::make_unique<ac::UHF::SerialPort>(path, timeout);
-  });
+  } catch (const ac::ac_exception& failure) {
+    throw Failure(kFailed, line_failure(path, failure.what()));
+  }
+}
+
+Port::~Port() {
+  if (left_alone()) {
+    static_cast<void>(driver_.release());  // its call goes on
+  }
+}
+
+bool Port::left_alone() { return calls_left_alone > 0; }
+
+void Port::run_apart(std::function<void()> call, const std::function<bool(std::chrono::milliseconds)>& is_done) const {
+  const auto give_up = [this](const std::string& why) {
+    throw Failure(kNoAnswer, "the reader at " + path_ + why + "; `uhfctl doctor` tells more");
+  };
+  if (left_alone()) {
+    give_up(" still does not stop sending");
+  }
+  const bool was_interrupted = interrupted();
+  const auto begin = Clock::now();
+  // After Ctrl-C something may have to be set back, which is not to take long.
+  auto end = begin + kLongestTime + kGrace + (was_interrupted ? std::chrono::milliseconds(0) : timeout_);
+  start_without_signals(std::move(call));
+  while (!is_done(std::chrono::milliseconds(10))) {
+    if (interrupted() && !was_interrupted) {
+      end = std::min(end, begin + (Clock::now() - begin) + kGrace);
+    }
+    if (Clock::now() >= end) {
+      ++calls_left_alone;
+      give_up(" does not end its answer");
+    }
+  }
 }
 
 std::string line_failure(const std::string& path, const std::string& reason) {
@@ -79,7 +130,7 @@ std::string line_failure(const std::string& path, const std::string& reason) {
 std::optional<unsigned short> Port::ask_power() const {
   constexpr int kTrials = 3;
   for (int trial = 1;; ++trial) {
-    const auto [answered, power] = talking(*this, [&] { return driver_->getTransmitPower(); });
+    const auto [answered, power] = talking(*this, [](const auto& driver) { return driver.getTransmitPower(); });
     if (answered) {
       return power;
     }
@@ -109,38 +160,54 @@ unsigned short Port::power() const {
 }
 
 Poll Port::poll(const Tap& tap) const {
-  return talking(*this, [&] {
-    Poll poll;
-    const auto command = ac::UHF::InventoryCardFrame().toData();
-    const auto begin = Clock::now();
-    const auto longest = timeout_ + kLongestTime;
-    line_->send(command);
+  Poll poll;
+  try {
+    exchange(poll, tap);
+  } catch (const ac::ac_exception& failure) {
+    if (!interrupted()) {  // which ends a wait on the line
+      throw Failure(kFailed, line_failure(path_, failure.what()));
+    }
+  }
+  return poll;
+}
+
+Poll Port::poll_living() const {
+  auto result = poll();
+  if (!result.answered && !interrupted()) {
+    power();
+  }
+  return result;
+}
+
+void Port::exchange(Poll& poll, const Tap& tap) const {
+  const auto command = ac::UHF::InventoryCardFrame().toData();
+  const auto begin = Clock::now();
+  const auto longest = timeout_ + kLongestTime;
+  line_->send(command);
+  if (tap) {
+    tap(Direction::to_reader, command);
+  }
+  std::vector<unsigned char> rest;  // of which no frame is made yet
+  for (std::size_t received = 0; received < kLongestAnswer && Clock::now() - begin < longest && !interrupted();) {
+    const auto [came, chunk] = line_->receive();
+    if (!came) {
+      take(rest, true, poll);
+      return;
+    }
     if (tap) {
-      tap(Direction::to_reader, command);
+      tap(Direction::from_reader, chunk);
     }
-    std::vector<unsigned char> rest;  // of which no frame is made yet
-    for (std::size_t received = 0; received < kLongestAnswer && Clock::now() - begin < longest;) {
-      const auto [came, chunk] = line_->receive();
-      if (!came) {
-        take(rest, true, poll);
-        return poll;
-      }
-      if (tap) {
-        tap(Direction::from_reader, chunk);
-      }
-      poll.answered = true;
-      poll.took = Clock::now() - begin;
-      received += chunk.size();
-      rest.insert(rest.end(), chunk.begin(), chunk.end());
-      const auto left = take(rest, false, poll);
-      rest.erase(rest.begin(), rest.end() - static_cast<std::ptrdiff_t>(left));
-      if (rest.empty() && poll.answers > 0) {
-        return poll;
-      }
+    poll.answered = true;
+    poll.took = Clock::now() - begin;
+    received += chunk.size();
+    rest.insert(rest.end(), chunk.begin(), chunk.end());
+    const auto left = take(rest, false, poll);
+    rest.erase(rest.begin(), rest.end() - static_cast<std::ptrdiff_t>(left));
+    if (rest.empty() && poll.answers > 0) {
+      return;
     }
-    poll.fault = LineFault::flood;
-    return poll;
-  });
+  }
+  poll.fault = interrupted() ? poll.fault : LineFault::flood;
 }
 
 }  // namespace uhfctl

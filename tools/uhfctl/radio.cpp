@@ -25,7 +25,7 @@ Port open(const Common& common) { return Port(common.port, std::chrono::millisec
 std::string milliseconds(Clock::duration time) { return seconds(time * 1000, 1) + " ms"; }
 
 ac::UHF::DemodSensitivityInfo sensitivity_of(const Port& port) {
-  const auto [answered, info] = talking(port, [&] { return port.driver().getDemodulationSensitivity(); });
+  const auto [answered, info] = talking(port, [](const auto& driver) { return driver.getDemodulationSensitivity(); });
   if (!answered) {
     no_answer(port, "to the question for its sensitivity");
   }
@@ -54,7 +54,7 @@ void info(const Common& common) {
   std::vector<Clock::duration> times;
   for (int i = 0; i < kQuestions; ++i) {
     const auto begin = Clock::now();
-    if (!talking(port, [&] { return port.driver().getTransmitPower(); }).first) {
+    if (!talking(port, [](const auto& driver) { return driver.getTransmitPower(); }).first) {
       no_answer(port, "to question " + std::to_string(i + 2) + " of " + std::to_string(kQuestions + 1));
     }
     times.push_back(Clock::now() - begin);
@@ -94,7 +94,7 @@ void set_power(const Common& common, const std::string& power, const Law& law) {
   hold_power_to(law, wanted);
   const auto port = open(common);
   const auto before = port.power_or_nobody();
-  if (!talking(port, [&] { return port.driver().setTransmitPower(wanted); })) {
+  if (!talking(port, [wanted](const auto& driver) { return driver.setTransmitPower(wanted); })) {
     no_answer(port, "to the new power");
   }
   const auto after = port.power();
@@ -111,7 +111,7 @@ void set_region(const Common& common, const std::string& region) {
   const auto wanted = regionOf(name).value();
   const auto port = open(common);
   port.power_or_nobody();
-  if (!talking(port, [&] { return port.driver().setWorkArea(wanted); })) {
+  if (!talking(port, [wanted](const auto& driver) { return driver.setWorkArea(wanted); })) {
     no_answer(port, "to the new region");
   }
   common.json ? print(Object{{"region", name}})
@@ -127,8 +127,8 @@ void set_channels(const Common& common, const std::string& channels, const Law& 
   hold_channels_to(law, channels);
   const auto port = open(common);
   port.power_or_nobody();
-  if (!talking(port, [&] {
-        return port.driver().setWorkChannel(std::vector<unsigned char>(wanted->begin(), wanted->end()));
+  if (!talking(port, [numbers = std::vector<unsigned char>(wanted->begin(), wanted->end())](const auto& driver) {
+        return driver.setWorkChannel(numbers);
       })) {
     no_answer(port, "to the new channels");
   }
@@ -151,7 +151,7 @@ void set_sensitivity(const Common& common, const std::vector<int>& values) {
   const auto port = open(common);
   port.power_or_nobody();
   const auto before = sensitivity_of(port);
-  if (!talking(port, [&] { return port.driver().setDemodulationSensitivity(wanted); })) {
+  if (!talking(port, [wanted](const auto& driver) { return driver.setDemodulationSensitivity(wanted); })) {
     no_answer(port, "to the new sensitivity");
   }
   const auto after = sensitivity_of(port);

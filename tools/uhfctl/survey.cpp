@@ -49,11 +49,11 @@ class PowerRestorer {
   PowerRestorer(const Port& port, unsigned short power) : port_(port), power_(power) {}
   ~PowerRestorer() {
     try {
-      if (port_.driver().setTransmitPower(power_)) {
+      if (talking(port_, [power = power_](const auto& driver) { return driver.setTransmitPower(power); })) {
         note("the power is " + power_text(power_) + " again");
         return;
       }
-    } catch (const ac::ac_exception&) {  // told below
+    } catch (const Failure&) {  // told below
     }
     note("the power could not be set back: `uhfctl power set " + std::to_string(power_) + "` does it");
   }
@@ -67,7 +67,7 @@ class PowerRestorer {
 
 SurveyStep measure(const Port& port, int power, double time, const std::string& place) {
   const auto wanted = static_cast<unsigned short>(power);
-  if (!talking(port, [&] { return port.driver().setTransmitPower(wanted); })) {
+  if (!talking(port, [wanted](const auto& driver) { return driver.setTransmitPower(wanted); })) {
     throw Failure(kNoAnswer,
                   "the reader at " + port.path() + " did not answer in time to the power " + power_text(power));
   }
@@ -78,10 +78,7 @@ SurveyStep measure(const Port& port, int power, double time, const std::string& 
   SurveyStep step{.power = power, .seconds = 0, .polls = 0, .tags = Tags(), .faults = {}};
   const auto begin = Clock::now();
   while (!interrupted() && Clock::now() - begin < std::chrono::duration<double>(time)) {
-    const auto poll = port.poll();
-    if (!poll.answered) {
-      port.power();
-    }
+    const auto poll = port.poll_living();
     step.tags.add(poll, Clock::now());
     step.faults.add(poll.fault);
     ++step.polls;

@@ -79,8 +79,12 @@ void progress(const std::string& text) {
 
 void catch_interrupts() {
   struct sigaction action {};
-  action.sa_handler = [](int) { interrupts = 1; };
-  action.sa_flags = SA_RESTART;  // a read on the line goes on; its end is soon
+  // A wait on the line ends, also one that begins just now: once more after each second.
+  action.sa_handler = [](int) {
+    interrupts = 1;
+    alarm(1);
+  };
+  sigaction(SIGALRM, &action, nullptr);
   sigaction(SIGINT, &action, nullptr);
   sigaction(SIGTERM, &action, nullptr);
   struct sigaction hang_up {};
