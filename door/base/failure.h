@@ -1,33 +1,12 @@
 // How achost ends.
 #pragma once
 
-#include <stdexcept>
-#include <string>
+#include "cli/failure.h"
 
 namespace achost {
 
-// Exit statuses, as the help shows them.
-enum Status : int {
-  kDone = 0,
-  kFailed = 1,
-  kUsage = 2,
-  kNoReader = 3,
-  kPortBusy = 5,
-  kNoPlugin = 6,
-  kWatchdog = 7,
-  kPluginEnded = 8,
-  kNotInForce = 9,
-};
-
-// What ends the program with a status and one line on standard error.
-class Failure : public std::runtime_error {
- public:
-  Failure(Status status, const std::string& text) : std::runtime_error(text), status_(status) {}
-
-  Status status() const { return status_; }
-
- private:
-  Status status_;
-};
+using cli::Failure;
+using cli::Status;
+using enum cli::Status;
 
 }  // namespace achost
