@@ -138,6 +138,7 @@ Pieces pieces_of(ByteView bytes) {
 Bytes frame_of(FrameType type, Code code, ByteView parameters) {
   Bytes bytes = {kHeader, static_cast<std::uint8_t>(type), static_cast<std::uint8_t>(code),
                  static_cast<std::uint8_t>(parameters.size() >> 8U), static_cast<std::uint8_t>(parameters.size())};
+  bytes.reserve(bytes.size() + parameters.size() + 2);
   bytes.insert(bytes.end(), parameters.begin(), parameters.end());
   std::uint8_t sum = 0;
   std::for_each(bytes.begin() + 1, bytes.end(),
