@@ -19,7 +19,7 @@ std::string name_of(const refhost::Setting& setting) {
   return setting.section == kDefaultSection ? setting.key : setting.section + "." + setting.key;
 }
 
-const InForce* find(const ValuesInForce& in_force, const refhost::Setting& setting) {
+const InForce* in_force_of(const ValuesInForce& in_force, const refhost::Setting& setting) {
   const auto found = in_force.find({setting.section, setting.key});
   return found == in_force.end() ? nullptr : &found->second;
 }
@@ -87,7 +87,7 @@ std::string cell(const std::string& text) {
 std::string settings_as_table(const refhost::SettingsStore& store, std::size_t width, const ValuesInForce& in_force) {
   Rows rows = {{"KEY", "VALUE", "FROM", "UNIT", "ALLOWED", "WHAT IT IS"}};
   for (const auto& setting : store.schema().settings()) {
-    rows.push_back(row_of(store, setting, find(in_force, setting)));
+    rows.push_back(row_of(store, setting, in_force_of(in_force, setting)));
   }
   const auto table = aligned(rows);
   return width == 0 || widest_line(table) <= width ? table : folded(rows, width);
@@ -107,7 +107,7 @@ std::string settings_as_json(const refhost::SettingsStore& store, const ValuesIn
                                      {"allowed", setting.allowed()},
                                      {"live", setting.live},
                                      {"help", setting.help}};
-    if (const InForce* const instead = find(in_force, setting); instead != nullptr) {
+    if (const InForce* const instead = in_force_of(in_force, setting); instead != nullptr) {
       object["in_force"] = instead->value;
       object["reason"] = instead->reason;
     }

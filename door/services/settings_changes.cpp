@@ -60,15 +60,15 @@ class Bell {
 // listens writes down that it has changed.
 constexpr std::string_view kOwnSection = "host";
 
-std::string quoted(const std::string& value) { return value.empty() ? "\"\"" : value; }
+std::string or_quotes(const std::string& value) { return value.empty() ? "\"\"" : value; }
 
 }  // namespace
 
 std::string text_of(const SettingsChanges::Awaited& awaited) {
   const std::string what = awaited.in_force == awaited.stored
                                ? ", but not everybody has taken that: "
-                               : ", but not in force (" + quoted(awaited.in_force) + " is): ";
-  return "setting " + awaited.section + "." + awaited.key + " is stored as " + quoted(awaited.stored) + what +
+                               : ", but not in force (" + or_quotes(awaited.in_force) + " is): ";
+  return "setting " + awaited.section + "." + awaited.key + " is stored as " + or_quotes(awaited.stored) + what +
          (awaited.reason.empty() ? "it is being told" : awaited.reason);
 }
 

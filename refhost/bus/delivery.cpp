@@ -8,7 +8,7 @@
 namespace refhost {
 namespace {
 
-thread_local Ticket* current = nullptr;
+thread_local Ticket* current_ticket = nullptr;
 
 std::size_t add_recipient(Delivery::Impl& delivery, const std::string& name) {
   const std::lock_guard lock(delivery.mutex);
@@ -43,18 +43,18 @@ void Ticket::failed(const std::string& reason) {
 }
 
 void Ticket::mark_current() {
-  if (current != nullptr) {
-    const std::lock_guard lock(current->delivery_->mutex);
-    current->delivery_->recipients[current->place_].is_marked = true;
+  if (current_ticket != nullptr) {
+    const std::lock_guard lock(current_ticket->delivery_->mutex);
+    current_ticket->delivery_->recipients[current_ticket->place_].is_marked = true;
   }
 }
 
 Ticket* Ticket::enter() {
   handled_ = true;
-  return std::exchange(current, this);
+  return std::exchange(current_ticket, this);
 }
 
-void Ticket::leave(Ticket* outer) { current = outer; }
+void Ticket::leave(Ticket* outer) { current_ticket = outer; }
 
 Delivery::Delivery(std::shared_ptr<Impl> impl) : impl_(std::move(impl)) {}
 Delivery::~Delivery() = default;
