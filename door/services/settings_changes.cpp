@@ -263,14 +263,13 @@ void SettingsChanges::plugin_has_started() {
 }
 
 std::vector<SettingsChanges::Awaited> SettingsChanges::change(const std::vector<refhost::SettingValue>& wanted) {
-  const auto deadline = Clock::now() + impl_->times.answer;
-  impl_->await_plugin(deadline);
+  impl_->await_plugin(Clock::now() + impl_->times.answer);
   {
     const std::lock_guard lock(impl_->mutex);  // before the change, so that nobody who fails at once is told twice
     std::ranges::for_each(impl_->those_of(wanted), [](Impl::Setting* one) { one->announcements.hurry(); });
   }
   impl_->store.set(wanted);
-  impl_->await_handlers(wanted, deadline);
+  impl_->await_handlers(wanted, Clock::now() + impl_->times.answer);
   impl_->tell_alarms();
   auto failed = awaited();
   std::erase_if(failed,
