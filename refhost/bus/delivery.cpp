@@ -8,7 +8,7 @@
 namespace refhost {
 namespace {
 
-thread_local Ticket* current_ticket = nullptr;
+thread_local Ticket* current_ticket = nullptr;  // whose handlers this thread calls
 
 std::size_t add_recipient(Delivery::Impl& delivery, const std::string& name) {
   const std::lock_guard lock(delivery.mutex);
@@ -49,12 +49,12 @@ void Ticket::mark_current() {
   }
 }
 
-Ticket* Ticket::enter() {
+void Ticket::enter() {
   handled_ = true;
-  return std::exchange(current_ticket, this);
+  current_ticket = this;
 }
 
-void Ticket::leave(Ticket* outer) { current_ticket = outer; }
+void Ticket::leave() { current_ticket = nullptr; }
 
 Delivery::Delivery(std::shared_ptr<Impl> impl) : impl_(std::move(impl)) {}
 Delivery::~Delivery() = default;

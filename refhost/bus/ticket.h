@@ -30,20 +30,24 @@ class Ticket {
   Ticket(const Ticket&) = delete;
   Ticket& operator=(const Ticket&) = delete;
 
-  // While handlers are called, of a message that has a ticket or none: most have none, so that is one look.
+  // While handlers are called, of a message that has a ticket or none: most have none, so that is one look. One within
+  // another has none: what is sent synchronously is not followed.
   class Handling {
    public:
-    explicit Handling(Ticket* ticket) : outer_(ticket == nullptr ? nullptr : ticket->enter()), ticket_(ticket) {}
+    explicit Handling(Ticket* ticket) : ticket_(ticket) {
+      if (ticket_ != nullptr) {
+        ticket_->enter();
+      }
+    }
     ~Handling() {
       if (ticket_ != nullptr) {
-        leave(outer_);
+        leave();
       }
     }
     Handling(const Handling&) = delete;
     Handling& operator=(const Handling&) = delete;
 
    private:
-    Ticket* const outer_;  // of a message whose handler has sent this one synchronously
     Ticket* const ticket_;
   };
 
@@ -56,9 +60,9 @@ class Ticket {
   static void mark_current();
 
  private:
-  // Handlers are called from now on; returns the ticket whose handlers this thread is calling already.
-  Ticket* enter();
-  static void leave(Ticket* outer);
+  // This thread calls the handlers from now on; no longer.
+  void enter();
+  static void leave();
 
   const std::shared_ptr<Delivery::Impl> delivery_;
   const std::size_t place_;  // among the recipients
