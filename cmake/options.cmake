@@ -34,7 +34,9 @@ endif()
 # makes the next, set up as achost has it. A sanitizer brings its own.
 function(link_allocator target)
   if(UHF_SANITIZER STREQUAL "")
-    target_sources(${target} PRIVATE ${PROJECT_SOURCE_DIR}/door/run/allocator.cpp)
+    target_sources(${target} PRIVATE ${PROJECT_SOURCE_DIR}/door/run/allocator.cpp
+                   ${PROJECT_SOURCE_DIR}/door/run/memory_reserve.cpp)
+    target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR})
     target_link_libraries(${target} PRIVATE jemalloc)
   endif()
 endfunction()

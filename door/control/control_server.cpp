@@ -11,6 +11,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <new>
 #include <optional>
 #include <system_error>
 #include <thread>
@@ -189,7 +190,11 @@ struct ControlServer::Impl {
       }
       if (const int socket = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC); socket >= 0) {
         told_of_shortage = false;
-        welcome(socket);
+        try {
+          welcome(socket);
+        } catch (const std::bad_alloc&) {
+          close(socket);
+        }
       } else if (const int reason = errno; is_shortage(reason)) {
         turn_away(std::strerror(reason));
       }
@@ -219,6 +224,8 @@ struct ControlServer::Impl {
     } catch (const std::system_error& failure) {
       send_all(socket, line_of(error(kFailed, std::string("no thread is left for a client: ") + failure.what())));
       places.leave(socket);
+    } catch (const std::bad_alloc&) {
+      places.leave(socket);
     }
   }
 
@@ -246,7 +253,10 @@ struct ControlServer::Impl {
   // The body of a client's thread. It is detached, so that nothing of it is left when its client has gone.
   void serve(int socket) {
     ac::util::set_thread_name("control_client", pthread_self());
-    Connection(socket, table, limits, places, ending).serve();
+    try {
+      Connection(socket, table, limits, places, ending).serve();
+    } catch (const std::bad_alloc&) {  // the client may come again
+    }
     places.leave(socket);
   }
 

@@ -83,6 +83,7 @@ UserStore::~UserStore() = default;
 
 std::optional<std::int64_t> UserStore::owner_of(std::uint64_t card) const {
   return impl_->with([&](SQLite::Database&) -> std::optional<std::int64_t> {
+    impl_->owner->tryReset();  // should the last time have failed
     impl_->owner->bind(1, stored(card));
     const bool found = impl_->owner->executeStep();
     const std::int64_t user = found ? impl_->owner->getColumn(0).getInt64() : 0;

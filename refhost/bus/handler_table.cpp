@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <new>
 #include <span>
 #include <utility>
 
@@ -15,7 +16,10 @@ namespace {
 
 void report_failure(const std::string& recipient, const ac::Message& message, const std::string& reason) {
   count(running_counters.failures);
-  log::error(recipient + ": handler of \"" + message.type() + "\" failed: " + reason);
+  try {
+    log::error(recipient + ": handler of \"" + message.type() + "\" failed: " + reason);
+  } catch (const std::bad_alloc&) {  // the counter tells
+  }
   if (Ticket* const ticket = ac::Message::Impl::of(message).ticket(); ticket != nullptr) {
     ticket->failed(reason);
   }

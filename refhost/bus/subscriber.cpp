@@ -2,9 +2,11 @@
 
 #include <pthread.h>
 
+#include <new>
 #include <utility>
 
 #include "ac/util.h"
+#include "bus/counters.h"
 #include "bus/routes.h"
 #include "bus/subscriber_impl.h"
 
@@ -22,7 +24,11 @@ void Subscriber::Impl::run() {
   ac::util::set_thread_name(inbox.name(), pthread_self());
   while (auto message = inbox.take()) {
     const Work::Step step(work);
-    deliver(std::move(message));
+    try {
+      deliver(std::move(message));
+    } catch (const std::bad_alloc&) {  // to move a message on; the thread goes on
+      count(running_counters.failures);
+    }
   }
 }
 

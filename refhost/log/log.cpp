@@ -7,6 +7,7 @@
 #include <atomic>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <string_view>
 
 #include "ac/vexlog.h"
@@ -63,9 +64,13 @@ void write(Level level, std::string_view text, std::string_view source, std::str
   logger().log(spdlog_level(level), "[{}] {}:{}:{}: {}", escape(thread_name()), source, function, line, text);
 }
 
-void write_own(Level level, const std::string& text, std::string_view file, const char* function, int line) {
-  if (logger().should_log(spdlog_level(level))) {
-    write(level, escape(text), file.substr(file.rfind('/') + 1), function, line);
+// Who says what went wrong must not fail of it: a line that there is no memory for is lost.
+void write_own(Level level, const std::string& text, std::string_view file, const char* function, int line) noexcept {
+  try {
+    if (logger().should_log(spdlog_level(level))) {
+      write(level, escape(text), file.substr(file.rfind('/') + 1), function, line);
+    }
+  } catch (const std::bad_alloc&) {
   }
 }
 

@@ -2,11 +2,18 @@
 
 #include <pthread.h>
 
+#include <new>
 #include <utility>
 
 #include "ac/util.h"
 
 namespace refhost {
+namespace {
+
+// How soon a call is tried again that lacked memory.
+constexpr std::chrono::milliseconds kAgain(50);
+
+}  // namespace
 
 Timer::Timer(std::string name, std::function<void()> on_due)
     : on_due_(std::move(on_due)), work_(name), thread_([this, name = std::move(name)] { run(name); }) {}
@@ -28,6 +35,17 @@ void Timer::start(Clock::time_point due) {
   changed_.notify_one();
 }
 
+// What there is no memory for now is tried again.
+bool Timer::call() {
+  const Work::Step step(work_);
+  try {
+    on_due_();
+    return true;
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+}
+
 void Timer::run(const std::string& name) {
   ac::util::set_thread_name(name, pthread_self());
   std::unique_lock lock(mutex_);
@@ -39,11 +57,11 @@ void Timer::run(const std::string& name) {
     } else {
       due_.reset();
       lock.unlock();
-      {
-        const Work::Step step(work_);
-        on_due_();
-      }
+      const bool is_done = call();
       lock.lock();
+      if (!is_done && !due_.has_value()) {
+        due_ = Clock::now() + kAgain;
+      }
     }
   }
 }

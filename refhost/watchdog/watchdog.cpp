@@ -2,6 +2,7 @@
 
 #include <pthread.h>
 
+#include <new>
 #include <utility>
 
 #include "ac/util.h"
@@ -37,7 +38,10 @@ void Watchdog::run() {
       on_late_(*late);
       return;
     }
-    on_good_();
+    try {
+      on_good_();
+    } catch (const std::bad_alloc&) {  // it is called again soon
+    }
   }
 }
 

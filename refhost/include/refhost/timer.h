@@ -18,8 +18,8 @@ class Timer {
  public:
   using Clock = std::chrono::steady_clock;
 
-  // name: of the thread. on_due: called once for each start() that was not put off; it may find that the reason for it
-  // has gone meanwhile.
+  // name: of the thread. on_due: called once for each start() that was not put off, and again a little later when it
+  // throws std::bad_alloc; it may find that the reason for it has gone meanwhile.
   Timer(std::string name, std::function<void()> on_due);
 
   // Without calling the function again; waits for a call that runs.
@@ -33,6 +33,7 @@ class Timer {
 
  private:
   void run(const std::string& name);
+  bool call();
 
   const std::function<void()> on_due_;
   Work work_;         // a call is a step; the thread's
