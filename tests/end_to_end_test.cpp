@@ -89,7 +89,9 @@ TEST_F(EndToEnd, TheBuiltInScenarioTellsTheWholeStory) {
                                 {{"event", "gpio"}, {"gpio", 1}, {"value", 0}},
                                 {{"event", "config"}, {"key", "read_interval"}, {"value", "300"}},
                                 {{"event", "audit"}, {"type", "config"}},
-                                {{"event", "door_open"}, {"reason", "exit request"}}};
+                                {{"event", "door_open"}, {"reason", "exit request"}},
+                                {{"event", "reader"}, {"state", "silent"}},
+                                {{"event", "reader"}, {"state", "answering"}}};
   for (const auto& step : steps) {
     EXPECT_TRUE(comes(host, step)) << step;
   }
