@@ -49,11 +49,19 @@ StoppedThread::StoppedThread(pid_t thread) : thread_(thread) {
   EXPECT_TRUE(WIFSTOPPED(status));
 }
 
-// One that has ended meanwhile must be taken note of, or its process does not end.
 StoppedThread::~StoppedThread() {
-  if (ptrace(PTRACE_DETACH, thread_, nullptr, nullptr) != 0) {
-    waitpid(thread_, nullptr, __WALL | WNOHANG);
+  if (thread_ > 0) {
+    ptrace(PTRACE_DETACH, thread_, nullptr, nullptr);
   }
+}
+
+// A process does not end before its threads' ends are taken note of.
+void StoppedThread::await_end() {
+  EXPECT_TRUE(comes_true([this] {
+    int status = 0;
+    return waitpid(thread_, &status, __WALL | WNOHANG) == thread_ && !WIFSTOPPED(status);
+  }));
+  thread_ = -1;
 }
 
 HeldHost::HeldHost() {

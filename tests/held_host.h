@@ -44,6 +44,9 @@ class StoppedThread {
   StoppedThread(const StoppedThread&) = delete;
   StoppedThread& operator=(const StoppedThread&) = delete;
 
+  // Wait for the end of its process.
+  void await_end();
+
  private:
   pid_t thread_;
 };

@@ -24,6 +24,7 @@
 #include "refhost/log.h"
 #include "refhost/settings_schema.h"
 #include "refhost/state_file.h"
+#include "refhost/work.h"
 
 namespace achost {
 namespace {
@@ -178,6 +179,12 @@ struct ControlServer::Impl {
     }
   }
 
+  // Whether a client waits to be accepted.
+  bool is_asked() const {
+    pollfd watched{listener, POLLIN, 0};
+    return poll(&watched, 1, 0) == 1;
+  }
+
   void keep_spare() { spare = open("/dev/null", O_RDONLY | O_CLOEXEC); }
 
   // The body of the accepting thread.
@@ -188,6 +195,7 @@ struct ControlServer::Impl {
       if (poll(watched.data(), watched.size(), -1) <= 0 || (watched[0].revents & POLLIN) == 0) {
         continue;
       }
+      const refhost::Work::Step step(*work);
       if (const int socket = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC); socket >= 0) {
         told_of_shortage = false;
         try {
@@ -267,15 +275,17 @@ struct ControlServer::Impl {
   std::atomic<bool> ending = false;
   int listener = -1;
   int wake = -1;
-  int spare = -1;                 // the accepting thread's, once that runs
-  bool told_of_shortage = false;  // the accepting thread's
-  std::thread thread;             // accepts
+  int spare = -1;                     // the accepting thread's, once that runs
+  bool told_of_shortage = false;      // the accepting thread's
+  std::optional<refhost::Work> work;  // a client that is accepted is a step; the accepting thread's
+  std::thread thread;                 // accepts
   ClientPlaces places{kMostClients};
 };
 
 ControlServer::ControlServer(const std::filesystem::path& directory, ControlTable table, ControlLimits limits)
     : impl_(std::make_unique<Impl>(directory, std::move(table), limits)) {
   impl_->listen();
+  impl_->work.emplace("control", 1, [impl = impl_.get()] { return impl->is_asked(); });
   impl_->thread = std::thread([impl = impl_.get()] { impl->accept_all(); });
 }
 

@@ -51,6 +51,11 @@ QueueState Inbox::state() const {
   return {.name = name_, .waiting = waiting_.size(), .bound = bound_, .dropped = dropped_};
 }
 
+bool Inbox::has_waiting() const {
+  const std::unique_lock lock(mutex_, std::try_to_lock);
+  return !lock.owns_lock() || !waiting_.empty();
+}
+
 void Inbox::put(std::unique_ptr<ac::Message> message) {
   std::unique_lock lock(mutex_);
   if (waiting_.size() >= bound_) {

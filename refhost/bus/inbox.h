@@ -38,6 +38,9 @@ class Inbox {
 
   const std::string& name() const { return name_; }
 
+  // Whether a message waits, as far as that can be seen without waiting: who holds the lock has something to do.
+  bool has_waiting() const;
+
   // How it stands now. Any thread may call.
   QueueState state() const;
 

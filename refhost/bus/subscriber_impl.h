@@ -14,7 +14,7 @@ namespace refhost {
 
 struct Subscriber::Impl {
   Impl(const std::string& name, std::size_t bound, int patience)
-      : inbox(name, bound), work("delivery to " + name, patience) {}
+      : inbox(name, bound), work("delivery to " + name, patience, [this] { return inbox.has_waiting(); }) {}
 
   // On the delivery thread, or inline on it by a synchronous send from one of its handlers.
   void deliver(std::unique_ptr<ac::Message> message) const { handlers.deliver(std::move(message), inbox.name()); }

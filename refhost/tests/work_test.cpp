@@ -51,6 +51,30 @@ TEST_F(WorkTime, AStepIsLateAfterTheLimit) {
   EXPECT_EQ(late_at(begin_ + seconds(32)), "the work");
 }
 
+TEST_F(WorkTime, WhatWaitsIsLateAfterTheLimitFromItsComing) {
+  bool waits = false;
+  const Work held("the held work", 1, [&waits] { return waits; });
+  EXPECT_EQ(late_at(begin_ + seconds(1000)), "");
+  waits = true;
+  EXPECT_EQ(late_at(begin_ + seconds(1031)), "");
+  EXPECT_EQ(late_at(begin_ + seconds(1032)), "the held work");
+}
+
+TEST_F(WorkTime, WhatWaitsAtTheFirstCheckHasTheWholeLimit) {
+  const Work held("the held work", 1, [] { return true; });
+  EXPECT_EQ(late_at(begin_ + seconds(31)), "");
+  EXPECT_EQ(late_at(begin_ + seconds(32)), "the held work");
+}
+
+TEST_F(WorkTime, WhatAlwaysHasMoreToDoIsNotLateWhileItWorks) {
+  Work busy("the busy work", 1, [] { return true; });
+  for (int step = 1; step <= 4; ++step) {
+    busy.begin();
+    busy.end();
+    EXPECT_EQ(late_at(begin_ + seconds(25) * step), "");
+  }
+}
+
 TEST_F(WorkTime, EachStepHasTheWholeLimit) {
   for (int step = 1; step <= 3; ++step) {
     work.begin();

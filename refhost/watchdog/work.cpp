@@ -4,7 +4,8 @@
 
 namespace refhost {
 
-Work::Work(std::string name, int patience) : name_(std::move(name)), patience_(patience) {
+Work::Work(std::string name, int patience, std::function<bool()> waits)
+    : name_(std::move(name)), patience_(patience), waits_(std::move(waits)) {
   const std::lock_guard lock(WorkTable::instance().mutex_);
   WorkTable::instance().all_.push_back(this);
 }
@@ -25,12 +26,15 @@ std::optional<WatchdogTable::Late> WorkTable::check(Clock::time_point now, std::
   last_check_ = now;
   for (Work* const work : all_) {
     const auto step = work->step_.load(std::memory_order_relaxed);
-    if (step != work->seen_step_ || was_stopped) {
-      work->seen_step_ = step;
-      work->seen_since_ = now;
+    const bool is_due = step % 2 == 1 || (work->waits_ && work->waits_());
+    if (!is_due) {
+      work->due_since_.reset();
+    } else if (step != work->seen_step_ || was_stopped || !work->due_since_.has_value()) {
+      work->due_since_ = now;
     }
-    const auto length = now - work->seen_since_;
-    if (step % 2 == 1 && length > limit * work->patience_) {
+    work->seen_step_ = step;
+    const auto length = now - work->due_since_.value_or(now);
+    if (length > limit * work->patience_) {
       return WatchdogTable::Late{work->name_, std::chrono::duration_cast<std::chrono::milliseconds>(length)};
     }
   }

@@ -34,13 +34,15 @@ class Timer {
  private:
   void run(const std::string& name);
   bool call();
+  bool is_due();
 
   const std::function<void()> on_due_;
-  Work work_;         // a call is a step; the thread's
   std::mutex mutex_;  // guards everything below
   std::condition_variable changed_;
   std::optional<Clock::time_point> due_;
+  bool missed_ = false;  // an instant has passed, and was put off before the thread has come to look
   bool ending_ = false;
+  Work work_;  // a call is a step; the thread's
   std::thread thread_;
 };
 
