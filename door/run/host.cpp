@@ -265,13 +265,18 @@ void Host::close_and_exit(int status) {
   }
   std::atomic<std::size_t> closed = 0;
   std::promise<void> all_closed;
-  std::thread([&] {
+  const auto close_all = [&] {
     for (const auto& [name, close] : steps) {
       close();
       ++closed;
     }
     all_closed.set_value();
-  }).detach();
+  };
+  try {
+    std::thread(close_all).detach();
+  } catch (const std::exception&) {  // no thread is left
+    close_all();
+  }
   if (all_closed.get_future().wait_for(kLongestClosing) != std::future_status::ready) {
     std::string open;
     for (std::size_t i = closed; i < steps.size(); ++i) {

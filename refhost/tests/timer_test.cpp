@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <new>
+#include <vector>
+
 #include "refhost/tests/support.h"
 
 namespace refhost::test {
@@ -19,6 +22,18 @@ TEST(Timer, CallsAtItsInstantAndNotAgain) {
   EXPECT_GE(calls.wait_for(1).at(0), due);
   timer.start(Clock::now());
   EXPECT_EQ(calls.wait_for(2).size(), 2U);
+}
+
+TEST(Timer, CallsAgainWhatLackedMemory) {
+  Recorder<int> calls;
+  Timer timer("test", [&, missing = 2]() mutable {
+    calls.add(missing);
+    if (missing-- > 0) {
+      throw std::bad_alloc();
+    }
+  });
+  timer.start(Clock::now());
+  EXPECT_EQ(calls.wait_for(3), std::vector<int>({2, 1, 0}));
 }
 
 TEST(Timer, ALaterStartTakesThePlaceOfTheOneBefore) {
