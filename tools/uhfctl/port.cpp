@@ -127,30 +127,40 @@ std::string line_failure(const std::string& path, const std::string& reason) {
   return "the line at " + path + " failed (" + reason + "): pull the adapter out, plug it in, and begin anew";
 }
 
-std::optional<unsigned short> Port::ask_power() const {
+std::optional<unsigned short> Port::ask_power(LineFault& fault) const {
   constexpr int kTrials = 3;
   for (int trial = 1;; ++trial) {
     const auto [answered, power] = talking(*this, [](const auto& driver) { return driver.getTransmitPower(); });
     if (answered) {
       return power;
     }
-    // Where nothing comes at all, asking again takes time and brings nothing.
-    if (trial == kTrials || interrupted() || poll().answers == 0) {
+    if (trial == kTrials || interrupted()) {
+      return std::nullopt;
+    }
+    const auto instead = poll();
+    fault = std::max(fault, instead.fault);
+    if (instead.answers == 0) {  // asking again would take time and bring nothing
       return std::nullopt;
     }
   }
 }
 
 unsigned short Port::power_or_nobody() const {
-  if (const auto power = ask_power()) {
+  LineFault fault = LineFault::none;
+  if (const auto power = ask_power(fault)) {
     return *power;
   }
-  throw Failure(kNoReader, "no reader answers at " + path_ +
-                               ": is it powered, and is this its port? `uhfctl doctor` looks at one after the other");
+  const auto nobody = "no reader answers at " + path_ + ": ";
+  if (fault != LineFault::none) {
+    throw Failure(kNoReader, nobody + advice_on(fault).finding + "; `uhfctl doctor` looks at it");
+  }
+  throw Failure(kNoReader,
+                nobody + "is it powered, and is this its port? `uhfctl doctor` looks at one after the other");
 }
 
 unsigned short Port::power() const {
-  if (const auto power = ask_power()) {
+  LineFault fault = LineFault::none;
+  if (const auto power = ask_power(fault)) {
     return *power;
   }
   if (access(path_.c_str(), F_OK) != 0) {

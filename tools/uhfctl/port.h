@@ -80,8 +80,8 @@ class Port {
   // The bytes of a poll.
   void exchange(Poll& poll, const Tap& tap) const;
 
-  // Nothing when there is no good answer.
-  std::optional<unsigned short> ask_power() const;
+  // Nothing when there is no good answer; fault is then what came instead.
+  std::optional<unsigned short> ask_power(LineFault& fault) const;
 
   std::string path_;
   std::chrono::milliseconds timeout_;

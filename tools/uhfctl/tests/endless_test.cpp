@@ -68,7 +68,7 @@ TEST_P(Endless, ReaderHoldsNoCommandUp) {
   for (auto& word : words) {
     word = word.starts_with("@") ? file(word.substr(1)) : word;
   }
-  words.insert(words.begin(), {"--port", endless.path(), "--timeout", "100"});
+  words.insert(words.begin(), {"--port", endless.path(), "--timeout", "500"});
   const auto begin = std::chrono::steady_clock::now();
   const auto [status, out, err] = run(words);
   EXPECT_LT(std::chrono::steady_clock::now() - begin, kLongest);

@@ -118,6 +118,14 @@ TEST_F(Radio, NobodyAtThePort) {
   EXPECT_THAT(err, StartsWith("uhfctl: no reader answers at " + reader.path()));
 }
 
+TEST_F(Radio, WhatComesInPlaceOfAnAnswerIsSaid) {
+  reader.faults().set("echo", 1);
+  const auto [status, out, err] = uhfctl({"--timeout", "100", "power", "get"});
+  EXPECT_EQ(status, 3);
+  EXPECT_EQ(err, "uhfctl: no reader answers at " + reader.path() +
+                     ": what is sent comes back; `uhfctl doctor` looks at it\n");
+}
+
 TEST_F(Radio, ABusyPortNamesWhoHasIt) {
   // Another process that has the port open, as an achost would.
   const auto& path = reader.path();
