@@ -18,6 +18,7 @@ enum Status : int {
   kWatchdog = 7,
   kPluginEnded = 8,
   kNotInForce = 9,
+  kDamaged = 10,
 };
 
 // What ends the program with a status and one line on standard error.

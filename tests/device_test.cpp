@@ -465,6 +465,31 @@ TEST_F(Device, DamagedDatabasesAreKeptAsideAndSaid) {
   }
 }
 
+TEST_F(Device, ADamagedWriteAheadLogIsAnAlarmAndTheDoorOpens) {
+  start();
+  output({"config", "set", "read_interval", "500"});
+  output({"config", "set", "read_interval", "501"});
+  host().signal(SIGKILL);
+  host().wait();
+  EXPECT_EQ(command({"check"}).status, 0);
+  std::fstream wal(state() + "/settings.db-wal", std::ios::in | std::ios::out | std::ios::binary);
+  constexpr int kInTheFirstFrame = 100;
+  wal.seekg(kInTheFirstFrame);
+  const int byte = wal.get();
+  wal.seekp(kInTheFirstFrame);
+  wal.put(static_cast<char>(byte ^ 1));
+  wal.close();
+  const auto result = command({"check"});
+  EXPECT_EQ(result.status, 10);
+  EXPECT_THAT(result.out, HasSubstr("settings.db-wal cannot be read, because it is damaged"));
+  start();
+  EXPECT_THAT(status().at("alarms").dump(), HasSubstr("1 flipped bit hid"));
+  EXPECT_EQ(output({"config", "get", "read_interval"}), "501\n");
+  output({"rex"});
+  EXPECT_EQ(next_event("door_open").is_null(), false);
+  EXPECT_EQ(command({"check"}).status, 0) << "also beside a host";
+}
+
 TEST_F(Device, ACommandBesideAHostThatMeetsDamageSaysSoAndChangesNothing) {
   std::filesystem::create_directory(state());
   output({"card", "add", "1", "--user", "7"});

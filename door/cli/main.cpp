@@ -32,7 +32,8 @@ constexpr const char* kStatuses =
     "  6  the plug-in cannot be loaded\n"
     "  7  a thread stopped reporting to the watchdog\n"
     "  8  the plug-in ended\n"
-    "  9  the setting is stored, but not in force yet";
+    "  9  the setting is stored, but not in force yet\n"
+    "  10 what is stored is damaged (achost check)";
 
 struct ConfigOptions {
   std::string state;
@@ -165,6 +166,7 @@ int run_command_line(int argc, char** argv) {
   achost::add_reader(app);
   achost::add_audit(app);
   achost::add_user(app);
+  achost::add_check(app);
   // Afterwards, so that the other commands do not take it over.
   app.footer(kStatuses);
   app.get_subcommand("run")->footer(kStatuses);

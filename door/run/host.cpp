@@ -138,8 +138,23 @@ Host::Host(const std::filesystem::path& state, Reader& reader, Printer::Form for
     refhost::announce(entry);
   });
   audit_.retain([this] { return retention(settings_); });
+  tell_of_damage();
   refhost::SettingsStore::make_current(&settings_);
   refhost::AuditLog::make_current(&audit_);
+}
+
+// What the stores have found at their opening, and have logged.
+void Host::tell_of_damage() {
+  for (const auto& [file, faults] :
+       {std::pair{"settings.db", settings_.faults()}, {"audit.db", audit_.faults()}, {"users.db", users_.faults()}}) {
+    std::string text;
+    for (const auto& fault : faults) {
+      text += (text.empty() ? "" : "; ") + fault;
+    }
+    if (!text.empty()) {
+      alarms_.raise(file, text);
+    }
+  }
 }
 
 // Regularly, on the watchdog's thread.

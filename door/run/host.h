@@ -51,6 +51,7 @@ class Host {
   [[noreturn]] void end_process(std::optional<std::chrono::steady_clock::time_point> deadline);
 
  private:
+  void tell_of_damage();
   void see_that_all_is_well();
   void look_at_the_disk();
   void run_plugin(const std::string& path);

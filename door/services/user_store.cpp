@@ -27,6 +27,8 @@ constexpr refhost::DatabaseKind kKind = {
     .way_out = "restore a copy of it, or move it away to begin with nobody",
 };
 
+constexpr const char* kFileName = "users.db";
+
 std::int64_t stored(std::uint64_t card) { return static_cast<std::int64_t>(card); }
 
 }  // namespace
@@ -36,6 +38,7 @@ struct UserStore::Impl {
 
   const std::filesystem::path file;
   refhost::StoreWatch watch;
+  std::vector<std::string> faults;           // of the opening
   std::mutex mutex;                          // guards all below
   std::optional<SQLite::Database> database;  // empty without a file, or once sealed
   std::optional<SQLite::Statement> owner;    // kept, because every identification asks it
@@ -63,10 +66,10 @@ struct UserStore::Impl {
 };
 
 UserStore::UserStore(const std::filesystem::path& directory, Access access)
-    : impl_(std::make_unique<Impl>(directory / "users.db")) {
+    : impl_(std::make_unique<Impl>(directory / kFileName)) {
   if (access == Access::read_write) {
     refhost::make_state_directory(directory);
-    impl_->database.emplace(refhost::open_database(impl_->file, kKind));
+    impl_->database.emplace(refhost::open_database(impl_->file, kKind, nullptr, &impl_->faults));
   } else if (access == Access::beside_owner) {
     impl_->database.emplace(refhost::open_database_beside_owner(impl_->file, kKind));
   } else {
@@ -165,6 +168,21 @@ std::vector<Card> UserStore::cards() const {
     }
     return cards;
   });
+}
+
+const std::vector<std::string>& UserStore::faults() const { return impl_->faults; }
+
+refhost::StoreReport UserStore::inspect(const std::filesystem::path& directory) {
+  const auto look = [](SQLite::Database& open, refhost::StoreReport& report) {
+    const std::int64_t users = open.execAndGet("SELECT count(*) FROM users");
+    const std::int64_t cards = open.execAndGet("SELECT count(*) FROM cards");
+    report.content = refhost::counted(users, "user") + ", " + refhost::counted(cards, "card");
+    SQLite::Statement strays(open, "SELECT user FROM cards WHERE user NOT IN (SELECT id FROM users)");
+    while (strays.executeStep()) {
+      report.faults.push_back("a card is of user " + strays.getColumn(0).getString() + ", who is not there");
+    }
+  };
+  return refhost::inspect_database("users", directory / kFileName, kKind, look);
 }
 
 void UserStore::seal() {

@@ -9,6 +9,8 @@
 #include <utility>
 #include <vector>
 
+#include "refhost/store_report.h"
+
 namespace achost {
 
 struct User {
@@ -63,6 +65,12 @@ class UserStore {
   std::vector<User> users() const;
   std::vector<std::pair<User, std::int64_t>> users_with_cards() const;  // with how many
   std::vector<Card> cards() const;
+
+  // What was wrong with the file when it was opened, a line each.
+  const std::vector<std::string>& faults() const;
+
+  // Examine all of DIRECTORY/users.db, also while a host writes there.
+  static refhost::StoreReport inspect(const std::filesystem::path& directory);
 
   // Close the file for good, at the end of the process. A thread that calls from now on waits for that end.
   void seal();

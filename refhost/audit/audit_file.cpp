@@ -3,7 +3,9 @@
 #include <limits>
 #include <string>
 
+#include "audit/record_check.h"
 #include "refhost/database.h"
+#include "refhost/log.h"
 
 namespace refhost {
 namespace {
@@ -22,20 +24,31 @@ constexpr int kFreePages = 64;
 
 constexpr DatabaseKind kKind = {
     .noun = "audit log",
-    .version = 3,
+    .version = 4,
     .schema =
         "CREATE TABLE audit_logs(id INTEGER PRIMARY KEY AUTOINCREMENT, time TEXT NOT NULL, type INTEGER NOT NULL, "
-        "details TEXT NOT NULL, at INTEGER NOT NULL DEFAULT 0);"
+        "details TEXT NOT NULL, at INTEGER NOT NULL DEFAULT 0, sum INTEGER);"
         "CREATE INDEX audit_logs_by_time ON audit_logs(at)",
     .upgrades =
         {// Version 1 had the written time alone, which is local.
          "ALTER TABLE audit_logs ADD COLUMN at INTEGER NOT NULL DEFAULT 0;"
          "UPDATE audit_logs SET at = coalesce(strftime('%s', time, 'utc') * 1000, 0)",
-         "CREATE INDEX audit_logs_by_time ON audit_logs(at)"},
+         "CREATE INDEX audit_logs_by_time ON audit_logs(at)",
+         // Those of earlier versions stay without: all of them would be written anew.
+         "ALTER TABLE audit_logs ADD COLUMN sum INTEGER"},
     .probe = "SELECT id, time, type, details FROM audit_logs LIMIT 0",
     .way_out = "restore a copy of it, or move it away to begin a new one",
     .shrinks = true,
 };
+
+// The number is a part of what the checksum is over.
+constexpr const char* kInsert =
+    "INSERT INTO audit_logs(id, at, time, type, details, sum) "
+    "SELECT next, ?1, ?2, ?3, ?4, row_sum(next, ?1, ?2, ?3, ?4) FROM (SELECT 1 + "
+    "coalesce((SELECT seq FROM sqlite_sequence WHERE name = 'audit_logs'), 0) AS next)";
+
+// A start looks at so many of the latest records: they are those that a crash or a damaged log can have touched.
+constexpr int kCheckedAtOpen = 1000;
 
 // The records of a time lie together, unless somebody has set the clock: its index tells between which numbers, and the
 // records between them are read in their order.
@@ -58,6 +71,19 @@ std::string question(const AuditFilter& filter) {
                                  : columns + "audit_logs" + where + " ORDER BY id";
 }
 
+// Hand the records after a number to the check.
+void check_from(SQLite::Database& database, const std::string& number, RecordCheck& check) {
+  SQLite::Statement query(database,
+                          "SELECT id, sum, sum = row_sum(id, at, time, type, details) FROM audit_logs NOT INDEXED "
+                          "WHERE id > " +
+                              number + " ORDER BY id");
+  while (query.executeStep()) {
+    check.take(query.getColumn(0),
+               query.getColumn(1).isNull() ? std::nullopt : std::optional(query.getColumn(2).getInt() == 1));
+  }
+  check.end(database.execAndGet("SELECT coalesce((SELECT seq FROM sqlite_sequence WHERE name = 'audit_logs'), 0)"));
+}
+
 void assign(std::string& text, const SQLite::Column& column) {
   const char* const content = column.getText();
   text.assign(content, static_cast<std::size_t>(column.getBytes()));
@@ -66,13 +92,24 @@ void assign(std::string& text, const SQLite::Column& column) {
 }  // namespace
 
 AuditFile::AuditFile(const std::filesystem::path& directory)
-    : file_(directory / kFileName), watch_(file_), database_(open_database(file_, kKind)) {}
+    : file_(directory / kFileName), watch_(file_), database_(open_database(file_, kKind, nullptr, &faults_)) {
+  try {
+    RecordCheck check;
+    check_from(database_, "(SELECT max(id) FROM audit_logs) - " + std::to_string(kCheckedAtOpen), check);
+    for (const auto& fault : check.faults()) {
+      faults_.push_back(file_.string() + ": " + fault);
+      log::error(faults_.back());
+    }
+  } catch (const SQLite::Exception& failure) {
+    throw_database_failure(file_, kKind, failure);
+  }
+}
 
 std::int64_t AuditFile::append(const AuditEntry& entry, const AuditRetention& retention) {
   StoreWatch::Use use(watch_, "an audit record");
   try {
     SQLite::Transaction transaction(database_);
-    SQLite::Statement insert(database_, "INSERT INTO audit_logs(at, time, type, details) VALUES(?, ?, ?, ?)");
+    SQLite::Statement insert(database_, kInsert);
     insert.bind(1, entry.at);
     insert.bind(2, entry.record.time);
     insert.bind(3, entry.record.type);
@@ -138,6 +175,15 @@ void AuditLog::read(const std::filesystem::path& directory, const AuditFilter& f
   } catch (const SQLite::Exception& failure) {
     throw_database_failure(file, kKind, failure);
   }
+}
+
+StoreReport AuditLog::inspect(const std::filesystem::path& directory) {
+  return inspect_database("audit", directory / kFileName, kKind, [](SQLite::Database& database, StoreReport& report) {
+    RecordCheck check;
+    check_from(database, "0", check);
+    report.content = check.summary();
+    report.faults.insert(report.faults.end(), check.faults().begin(), check.faults().end());
+  });
 }
 
 }  // namespace refhost

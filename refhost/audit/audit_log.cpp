@@ -26,13 +26,15 @@ std::int64_t now_ms() {
 struct AuditLog::Impl {
   std::function<void(const AuditEntry&)> on_append;
   std::function<AuditRetention()> rule;
-  std::mutex mutex;               // guards all below
-  std::optional<AuditFile> file;  // empty once sealed
+  std::vector<std::string> faults;  // of the opening
+  std::mutex mutex;                 // guards all below
+  std::optional<AuditFile> file;    // empty once sealed
 };
 
 AuditLog::AuditLog(const std::filesystem::path& directory) : impl_(std::make_unique<Impl>()) {
   make_state_directory(directory);
   impl_->file.emplace(directory);
+  impl_->faults = impl_->file->faults();
 }
 
 AuditLog::~AuditLog() {
@@ -55,6 +57,8 @@ std::int64_t AuditLog::append(const AuditRecord& record) {
   }
   return entry.id;
 }
+
+const std::vector<std::string>& AuditLog::faults() const { return impl_->faults; }
 
 void AuditLog::seal() {
   impl_->mutex.lock();  // for good

@@ -65,7 +65,7 @@ SQLite::Database SettingsFile::open(const std::vector<Row>& safest) {
   if (std::error_code failure; copy_.exists() && !std::filesystem::exists(file_, failure) && !failure) {
     make_sure();
   }
-  return open_database(file_, kKind, make_sure);
+  return open_database(file_, kKind, make_sure, &faults_);
 }
 
 void SettingsFile::recover(const std::vector<Row>& safest) {
@@ -77,9 +77,10 @@ void SettingsFile::recover(const std::vector<Row>& safest) {
     const auto& known = good.has_value() ? *good : safest;
     write_rows(known);
     const std::string file = file_.string();
-    log::error(known == safest ? "what " + file + " held is lost, and there is no good copy: " + text_of(safest) +
-                                     " holds until achost config set says otherwise"
-                               : "the settings of " + file + " are those of the last good copy beside it");
+    faults_.push_back(known == safest ? "what " + file + " held is lost, and there is no good copy: " +
+                                            text_of(safest) + " holds until achost config set says otherwise"
+                                      : "the settings of " + file + " are those of the last good copy beside it");
+    log::error(faults_.back());
   }
   if (is_lost_ || good != rows()) {
     keep_copy();
@@ -97,6 +98,18 @@ void SettingsFile::keep_copy() noexcept {
 std::vector<SettingsFile::Row> SettingsFile::read(const std::filesystem::path& file) {
   auto database = open_database_to_read(file, kKind);
   return database.has_value() ? rows_of(*database, file) : std::vector<Row>();
+}
+
+StoreReport SettingsFile::inspect(const std::filesystem::path& directory) {
+  const SettingsCopy copy(directory);
+  auto report =
+      inspect_database("settings", directory / kName, kKind, [](SQLite::Database& database, StoreReport& found) {
+        found.content = counted(database.execAndGet("SELECT count(*) FROM settings"), "stored setting");
+      });
+  if (copy.exists() && !copy.read().has_value()) {
+    report.faults.push_back("the good copy of the settings is not as it was written: the next change writes it anew");
+  }
+  return report;
 }
 
 std::vector<SettingsFile::Row> SettingsFile::rows() { return rows_of(database_, file_); }

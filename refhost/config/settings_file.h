@@ -9,6 +9,7 @@
 
 #include "config/settings_copy.h"
 #include "refhost/settings_schema.h"
+#include "refhost/store_report.h"
 #include "refhost/store_watch.h"
 
 namespace refhost {
@@ -28,7 +29,13 @@ class SettingsFile {
   // The rows of a file, which stays closed; none when there is no file.
   static std::vector<Row> read(const std::filesystem::path& file);
 
+  // All of a directory's settings, the copy too, examined.
+  static StoreReport inspect(const std::filesystem::path& directory);
+
   std::vector<Row> rows();
+
+  // What was wrong with it when it was opened, a line each.
+  const std::vector<std::string>& faults() const { return faults_; }
 
   // All of them or none; durable on return, and in the copy, or the log says why not.
   void write(const std::vector<Row>& rows);
@@ -42,6 +49,7 @@ class SettingsFile {
   std::filesystem::path file_;
   StoreWatch watch_;
   SettingsCopy copy_;
+  std::vector<std::string> faults_;
   bool is_lost_ = false;  // what was stored; the copy has it, or nobody
   SQLite::Database database_;
 };

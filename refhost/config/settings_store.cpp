@@ -244,6 +244,13 @@ bool SettingsStore::is_overridden(std::string_view section, std::string_view key
   return slot.overridden;
 }
 
+std::vector<std::string> SettingsStore::faults() const {
+  const std::lock_guard lock(impl_->mutex);
+  return impl_->file.has_value() ? impl_->file->faults() : std::vector<std::string>();
+}
+
+StoreReport SettingsStore::inspect(const std::filesystem::path& directory) { return SettingsFile::inspect(directory); }
+
 void SettingsStore::seal() {
   impl_->mutex.lock();  // for good
   impl_->file.reset();

@@ -15,6 +15,7 @@
 
 #include "ac/exception.h"
 #include "ac_dal/audit_logs.h"
+#include "refhost/log.h"
 #include "refhost/tests/support.h"
 
 namespace refhost::test {
@@ -315,8 +316,85 @@ TEST(AuditLog, AFileOfTheSecondVersionIsBroughtUpToDateAndCanShrink) {
   EXPECT_EQ(AuditLog(directory.path()).append({"t", 3, "c"}), 3);
   EXPECT_EQ(read(directory.path(), {.since = 101}), Texts({"2 2 b", "3 3 c"}));
   SQLite::Database database(file);
-  EXPECT_EQ(database.execAndGet("PRAGMA user_version").getInt(), 3);
+  EXPECT_EQ(database.execAndGet("PRAGMA user_version").getInt(), 4);
   EXPECT_EQ(database.execAndGet("PRAGMA auto_vacuum").getInt(), 2) << "in steps";
+  const auto report = AuditLog::inspect(directory.path());
+  EXPECT_TRUE(report.faults.empty()) << report.faults[0];
+  EXPECT_EQ(report.content, "3 records, numbers 1 to 3");
+}
+
+class DamagedAudit : public testing::Test {
+ protected:
+  DamagedAudit() {
+    log::set_threshold(log::Level::off);
+    AuditLog log(directory.path());
+    for (int i = 1; i <= 20; ++i) {
+      log.append({"t", 1, "details " + std::to_string(i)});
+    }
+  }
+
+  ~DamagedAudit() override { log::set_threshold(log::Level::warning); }
+
+  void change(const std::string& sql) const {
+    SQLite::Database(directory.path() / "audit.db", SQLite::OPEN_READWRITE).exec(sql);
+  }
+
+  // What a start and an examination find.
+  void expect_found(const Texts& faults) const {
+    EXPECT_EQ(AuditLog::inspect(directory.path()).faults, faults);
+    Texts at_start;
+    for (const auto& fault : faults) {
+      at_start.push_back(directory.path() / "audit.db: ");
+      at_start.back() += fault;
+    }
+    EXPECT_EQ(AuditLog(directory.path()).faults(), at_start);
+  }
+
+  TemporaryDirectory directory;
+};
+
+TEST_F(DamagedAudit, NothingIsFoundWhereNothingIs) {
+  expect_found({});
+  EXPECT_EQ(AuditLog::inspect(directory.path()).content, "20 records, numbers 1 to 20");
+  change("DELETE FROM audit_logs WHERE id <= 5");
+  expect_found({});
+  EXPECT_EQ(AuditLog::inspect(directory.path()).content, "15 records, numbers 6 to 20") << "the oldest may go";
+}
+
+TEST_F(DamagedAudit, AGapIsFound) {
+  change("DELETE FROM audit_logs WHERE id = 7 OR id BETWEEN 10 AND 12");
+  expect_found({"record 7 is missing", "records 10 to 12 are missing"});
+}
+
+TEST_F(DamagedAudit, ThatTheNewestAreMissingIsFound) {
+  change("DELETE FROM audit_logs WHERE id > 18");
+  expect_found({"records 19 to 20 are missing"});
+  change("DELETE FROM audit_logs");
+  expect_found({"records 1 to 20 are missing"});
+}
+
+TEST_F(DamagedAudit, ARecordThatIsNotAsItWasWrittenIsFound) {
+  for (const char* column :
+       {"time = 'T'", "type = 2", "details = 'details 8'", "at = at + 1", "sum = sum + 1", "sum = NULL"}) {
+    change(std::string("UPDATE audit_logs SET ") + column + " WHERE id = 9");
+    expect_found({"record 9 is not as it was written: its checksum is wrong"});
+    change(
+        "DELETE FROM audit_logs WHERE id = 9; INSERT INTO audit_logs SELECT 9, time, type, details, at, sum FROM "
+        "audit_logs WHERE id = 8");
+    expect_found({"record 9 is not as it was written: its checksum is wrong"});
+    change("DELETE FROM audit_logs; DELETE FROM sqlite_sequence");
+    AuditLog log(directory.path());
+    for (int i = 1; i <= 20; ++i) {
+      log.append({"t", 1, "details " + std::to_string(i)});
+    }
+  }
+}
+
+TEST_F(DamagedAudit, ManyFaultsAreAFewLines) {
+  change("UPDATE audit_logs SET type = 3");
+  const auto faults = AuditLog::inspect(directory.path()).faults;
+  ASSERT_EQ(faults.size(), 11U);
+  EXPECT_EQ(faults.back(), "so are 10 more");
 }
 
 TEST(AuditLog, WithoutAFileThereIsNothingToRead) {

@@ -15,6 +15,8 @@
 #include "ac/exception.h"
 #include "refhost/log.h"
 #include "refhost/state_file.h"
+#include "util/row_sum.h"
+#include "util/wal.h"
 
 namespace refhost {
 namespace {
@@ -33,6 +35,26 @@ struct Damage : std::runtime_error {
 };
 
 bool is_damage(int code) { return code == SQLITE_NOTADB || code == SQLITE_CORRUPT; }
+
+// For SQL: row_sum(VALUE, ...), the checksum of a row.
+void add_row_sum(sqlite3_context* context, int count, sqlite3_value** values) {
+  RowSum sum;
+  for (int i = 0; i < count; ++i) {
+    if (sqlite3_value_type(values[i]) == SQLITE_INTEGER) {
+      sum.add(std::int64_t{sqlite3_value_int64(values[i])});
+    } else {
+      const auto* const text = reinterpret_cast<const char*>(sqlite3_value_text(values[i]));
+      sum.add(std::string_view(text, static_cast<std::size_t>(sqlite3_value_bytes(values[i]))));
+    }
+  }
+  sqlite3_result_int64(context, sum.value());
+}
+
+SQLite::Database connect(const std::filesystem::path& file, int flags) {
+  SQLite::Database database(file.string(), flags, kBusyTimeoutMs);
+  database.createFunction("row_sum", -1, true, nullptr, add_row_sum);
+  return database;
+}
 
 // The version of the file; nothing when it is new: neither a version nor a table.
 std::optional<int> version_of(SQLite::Database& database, const DatabaseKind& kind) {
@@ -108,7 +130,7 @@ void let_it_shrink(SQLite::Database& database, const DatabaseKind& kind) {
 
 SQLite::Database open_sound_database(const std::filesystem::path& file, const DatabaseKind& kind) {
   make_private_file(file);
-  SQLite::Database database(file.string(), SQLite::OPEN_READWRITE, kBusyTimeoutMs);
+  SQLite::Database database = connect(file, SQLite::OPEN_READWRITE);
   const auto version = version_of(database, kind);
   check_pages(database);
   if (kind.shrinks && !version.has_value()) {
@@ -135,8 +157,64 @@ std::filesystem::path name_for_damaged(const std::filesystem::path& file) {
   return name;
 }
 
+void tell(const std::string& fault, std::vector<std::string>* faults) {
+  log::warning(fault);
+  if (faults != nullptr) {
+    faults->push_back(fault);
+  }
+}
+
+std::filesystem::path wal_of(const std::filesystem::path& file) { return file.string() + kSuffixes[0]; }
+
+std::string transactions(std::size_t number) {
+  return counted(static_cast<std::int64_t>(number), "acknowledged transaction");
+}
+
+// What is wrong, for those who cannot mend it; empty when nothing is.
+std::string wal_fault(const std::filesystem::path& file) {
+  const auto damage = find_damage(wal_of(file));
+  const std::size_t unseen = damage.hidden + damage.lost;
+  return unseen == 0 ? ""
+                     : transactions(unseen) + " of " + wal_of(file).string() +
+                           " cannot be read, because it is damaged: the next start of a host mends what can be mended";
+}
+
+// Beside the log, for those who can do more with it; what is left to say of that.
+std::string keep_copy_of(const std::filesystem::path& wal) {
+  const auto aside = name_for_damaged(wal);
+  std::error_code failure;
+  std::filesystem::copy_file(wal, aside, failure);
+  give_to_directorys_owner(aside);
+  return failure ? "; it cannot be kept as it was: " + failure.message()
+                 : "; it is kept as it was as " + aside.string();
+}
+
+// Before SQLite has opened the file, and taken what is behind the damage for something that nobody has written.
+void mend_wal(const std::filesystem::path& file, std::vector<std::string>* faults) {
+  const auto wal = wal_of(file);
+  const auto damage = find_damage(wal);
+  if (damage.hidden + damage.lost == 0) {
+    return;
+  }
+  const std::string kept = keep_copy_of(wal);
+  if (damage.hidden > 0) {
+    const bool is_mended = mend(wal, damage);
+    tell(wal.string() + " was damaged: " + counted(static_cast<std::int64_t>(damage.mends.size()), "flipped bit") +
+             " hid " + transactions(damage.hidden) +
+             (is_mended ? ", which can be read again" : ", which are lost, for it cannot be written") + kept +
+             "; examine the disk and the memory",
+         faults);
+  }
+  if (damage.lost > 0) {
+    tell(transactions(damage.lost) + " or more of " + wal.string() + " cannot be read, because it is damaged" + kept +
+             "; restore a copy of " + file.string() + ", or go on without them",
+         faults);
+  }
+}
+
 // With its log, in which the latest records may be.
-void keep_aside(const std::filesystem::path& file, const DatabaseKind& kind, const char* damage) {
+void keep_aside(const std::filesystem::path& file, const DatabaseKind& kind, const char* damage,
+                std::vector<std::string>* faults) {
   const auto aside = name_for_damaged(file);
   std::filesystem::rename(file, aside);
   for (const char* suffix : kSuffixes) {
@@ -144,13 +222,14 @@ void keep_aside(const std::filesystem::path& file, const DatabaseKind& kind, con
       std::filesystem::rename(file.string() + suffix, aside.string() + suffix);
     }
   }
-  log::warning("the " + std::string(kind.noun) + " " + file.string() + " is damaged (" + damage + "): it is kept as " +
-               aside.string() + ", and a new one is begun");
+  tell("the " + std::string(kind.noun) + " " + file.string() + " is damaged (" + damage + "): it is kept as " +
+           aside.string() + ", and a new one is begun",
+       faults);
 }
 
 // What a crash has cut off in the middle must be rolled back before anybody can read, which takes writing.
 SQLite::Database open_readable(const std::filesystem::path& file) {
-  SQLite::Database database(file.string(), SQLite::OPEN_READONLY, kBusyTimeoutMs);
+  SQLite::Database database = connect(file, SQLite::OPEN_READONLY);
   try {
     database.exec("PRAGMA user_version");
     return database;
@@ -158,7 +237,7 @@ SQLite::Database open_readable(const std::filesystem::path& file) {
     if (failure.getErrorCode() != SQLITE_READONLY) {
       throw;
     }
-    return {file.string(), SQLite::OPEN_READWRITE, kBusyTimeoutMs};
+    return connect(file, SQLite::OPEN_READWRITE);
   }
 }
 
@@ -176,14 +255,15 @@ void refuse_shared(const std::filesystem::path& directory) {
 }  // namespace
 
 SQLite::Database open_database(const std::filesystem::path& file, const DatabaseKind& kind,
-                               const std::function<void()>& on_damage) {
+                               const std::function<void()>& on_damage, std::vector<std::string>* faults) {
   const auto begin_anew = [&](const char* damage) {
     if (on_damage) {
       on_damage();
     }
-    keep_aside(file, kind, damage);
+    keep_aside(file, kind, damage, faults);
   };
   try {
+    mend_wal(file, faults);
     try {
       return open_sound_database(file, kind);
     } catch (const Damage& damage) {
@@ -208,8 +288,11 @@ SQLite::Database open_database_beside_owner(const std::filesystem::path& file, c
     if (!std::filesystem::exists(file, failure_to_look) && !failure_to_look) {
       throw NeedsOwner("there is no " + std::string(kind.noun) + " " + file.string() + " yet");
     }
+    if (const auto fault = wal_fault(file); !fault.empty()) {
+      throw NeedsOwner(fault);
+    }
     make_private_file(file);
-    SQLite::Database database(file.string(), SQLite::OPEN_READWRITE, kBusyTimeoutMs);
+    SQLite::Database database = connect(file, SQLite::OPEN_READWRITE);
     if (version_of(database, kind) != kind.version) {
       throw NeedsOwner(name + " is not up to date");
     }
@@ -226,7 +309,9 @@ SQLite::Database open_database_beside_owner(const std::filesystem::path& file, c
   }
 }
 
-std::optional<SQLite::Database> open_database_to_read(const std::filesystem::path& file, const DatabaseKind& kind) {
+namespace {
+
+std::optional<SQLite::Database> open_to_read(const std::filesystem::path& file, const DatabaseKind& kind) {
   std::error_code failure_to_look;
   if (!std::filesystem::exists(file, failure_to_look) && !failure_to_look) {
     return std::nullopt;
@@ -248,8 +333,6 @@ std::optional<SQLite::Database> open_database_to_read(const std::filesystem::pat
   }
 }
 
-namespace {
-
 // SQLite tells of a file that belongs to somebody else only that it cannot be opened.
 std::string reason_of(const std::filesystem::path& file, const SQLite::Exception& failure) {
   const bool denied = failure.getErrorCode() == SQLITE_CANTOPEN &&
@@ -268,6 +351,42 @@ void throw_database_failure(const std::filesystem::path& file, const DatabaseKin
                              ? file.string() + " is no readable " + noun + " (" + failure.what() + "): " + kind.way_out
                              : "the " + noun + " " + file.string() + " cannot be used: " + reason_of(file, failure),
                          true);
+}
+
+std::optional<SQLite::Database> open_database_to_read(const std::filesystem::path& file, const DatabaseKind& kind) {
+  if (const auto fault = wal_fault(file); !fault.empty()) {
+    log::warning(fault);
+  }
+  return open_to_read(file, kind);
+}
+
+StoreReport inspect_database(const std::string& store, const std::filesystem::path& file, const DatabaseKind& kind,
+                             const std::function<void(SQLite::Database&, StoreReport&)>& look) {
+  constexpr const char* kAllPages = "PRAGMA integrity_check(10)";
+  StoreReport report{.store = store, .content = "nothing is stored"};
+  try {
+    if (auto fault = wal_fault(file); !fault.empty()) {
+      report.faults.push_back(std::move(fault));
+    }
+    auto database = open_to_read(file, kind);
+    if (!database.has_value()) {
+      return report;
+    }
+    try {
+      SQLite::Statement pages(*database, kAllPages);
+      while (pages.executeStep()) {
+        if (const std::string verdict = pages.getColumn(0); verdict != "ok") {
+          report.faults.push_back(file.string() + ": " + verdict);
+        }
+      }
+      look(*database, report);
+    } catch (const SQLite::Exception& failure) {
+      throw_database_failure(file, kind, failure);
+    }
+  } catch (const ac::ac_exception& failure) {
+    report.faults.emplace_back(failure.what());
+  }
+  return report;
 }
 
 void make_state_directory(const std::filesystem::path& directory) {

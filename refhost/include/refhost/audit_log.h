@@ -10,6 +10,8 @@
 #include <string_view>
 #include <vector>
 
+#include "refhost/store_report.h"
+
 namespace refhost {
 
 // What the type codes of the records mean, by code.
@@ -67,6 +69,9 @@ class AuditLog {
   // is changed then, and a later call may succeed.
   std::int64_t append(const AuditRecord& record);
 
+  // What was wrong with the file when it was opened, a line each: damage, and what the newest records lack.
+  const std::vector<std::string>& faults() const;
+
   // Close the file for good, at the end of the process. A thread that appends from now on waits for that end.
   void seal();
 
@@ -79,6 +84,9 @@ class AuditLog {
   // there; without a file there are none. Throws ac::ac_exception, and what the function throws.
   static void read(const std::filesystem::path& directory, const AuditFilter& filter,
                    const std::function<void(const AuditEntry&)>& take);
+
+  // Hold all records of DIRECTORY/audit.db against their numbers and checksums, also while a host writes there.
+  static StoreReport inspect(const std::filesystem::path& directory);
 
  private:
   struct Impl;

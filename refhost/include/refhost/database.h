@@ -8,8 +8,10 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "ac/exception.h"
+#include "refhost/store_report.h"
 
 namespace refhost {
 
@@ -19,7 +21,7 @@ struct DatabaseKind {
   int version;         // kept in the file as user_version
   const char* schema;  // the SQL that makes its tables
   // The SQL that brings a file of version 1 to 2, one of 2 to 3, and so on.
-  std::array<const char*, 2> upgrades = {};
+  std::array<const char*, 3> upgrades = {};
   const char* probe;     // a query that succeeds on a file of this kind
   const char* way_out;   // what a person can do about a file that cannot be read
   bool shrinks = false;  // the room of removed rows can be given back in steps ("PRAGMA incremental_vacuum")
@@ -36,17 +38,25 @@ class NeedsOwner : public ac::ac_exception {
 // brought up to date in one transaction. A damaged file is kept under another name, FILE.damaged-DATE, a new one is
 // begun, and a warning in the log says so. Throws ac::ac_exception, one line that names the file, and changes nothing,
 // when it is of another kind or of a newer version.
-// on_damage: called before a damaged file is touched.
+// A damaged write-ahead log, of which SQLite would read a part, is mended as far as that can be done, and kept as it
+// was as FILE-wal.damaged-DATE. on_damage: called before a damaged file is touched. faults: gets a line for each
+// damage, which is logged too.
 SQLite::Database open_database(const std::filesystem::path& file, const DatabaseKind& kind,
-                               const std::function<void()>& on_damage = nullptr);
+                               const std::function<void()>& on_damage = nullptr,
+                               std::vector<std::string>* faults = nullptr);
 
 // The same for another process beside the owner. Throws NeedsOwner, with nothing changed, when the file is missing, of
 // an older version or damaged.
 SQLite::Database open_database_beside_owner(const std::filesystem::path& file, const DatabaseKind& kind);
 
 // The same for reading only; nothing when there is no file, or one that nobody has come to write to. A damaged file is
-// an exception and stays where it is.
+// an exception and stays where it is; of what a damaged write-ahead log hides, a warning in the log tells.
 std::optional<SQLite::Database> open_database_to_read(const std::filesystem::path& file, const DatabaseKind& kind);
+
+// Examine all pages of the file and its write-ahead log, as open_database_to_read() opens it, then what it holds:
+// look() tells of that in the report, and throws nothing but SQLite's exceptions. All that is wrong is in the report.
+StoreReport inspect_database(const std::string& store, const std::filesystem::path& file, const DatabaseKind& kind,
+                             const std::function<void(SQLite::Database&, StoreReport&)>& look);
 
 // The exception for a failure of that file.
 [[noreturn]] void throw_database_failure(const std::filesystem::path& file, const DatabaseKind& kind,

@@ -12,6 +12,7 @@
 #include "ac/message.h"
 #include "refhost/settings_rule.h"
 #include "refhost/settings_schema.h"
+#include "refhost/store_report.h"
 
 namespace refhost {
 
@@ -77,6 +78,12 @@ class SettingsStore {
 
   // Whether the value is this run's alone. Throws SettingError.
   bool is_overridden(std::string_view section, std::string_view key) const;
+
+  // What was wrong with the file when it was opened, a line each; none when it is read only.
+  std::vector<std::string> faults() const;
+
+  // Examine the stored settings of a directory and their copy, also while a host writes there.
+  static StoreReport inspect(const std::filesystem::path& directory);
 
   // Close the file for good, at the end of the process. A thread that writes from now on waits for that end; reading
   // goes on.
