@@ -32,6 +32,7 @@ class WalLeftBehind : public testing::Test {
       log.append({"t", 1, "record " + std::to_string(i)});
     }
     whole_ = content_of(alive.path() / "audit.db-wal");
+    index_ = content_of(alive.path() / "audit.db-shm");
     database_ = content_of(alive.path() / "audit.db");
     leave_again(whole_);
   }
@@ -39,12 +40,16 @@ class WalLeftBehind : public testing::Test {
   ~WalLeftBehind() override { log::set_threshold(log::Level::warning); }
 
   // As the host has left it, but for the log.
-  void leave_again(const std::string& log) const {
+  enum class Failure { kill, power };  // of power: the index is lost
+  void leave_again(const std::string& log, Failure failure = Failure::kill) const {
     for (const auto& entry : std::filesystem::directory_iterator(directory())) {
       std::filesystem::remove(entry.path());
     }
     std::ofstream(file(), std::ios::binary) << database_;
     std::ofstream(wal(), std::ios::binary) << log;
+    if (failure == Failure::kill) {
+      std::ofstream(directory() / "audit.db-shm", std::ios::binary) << index_;
+    }
   }
 
   std::filesystem::path file() const { return directory_.path() / "audit.db"; }
@@ -81,6 +86,7 @@ class WalLeftBehind : public testing::Test {
  private:
   TemporaryDirectory directory_;
   std::string database_;
+  std::string index_;
   std::string whole_;
 };
 
@@ -118,7 +124,7 @@ TEST_F(WalLeftBehind, EachFlippedBitIsSaidAndTurnedBackWhereItCanBeTold) {
     const auto report = AuditLog::inspect(directory());
     ASSERT_FALSE(report.faults.empty()) << "bit " << bit;
     EXPECT_THAT(report.faults[0], testing::HasSubstr(wal().string() + " cannot be read, because it is damaged"));
-    readable_records();  // as a command does, which changes nothing
+    EXPECT_EQ(failure_of([&] { readable_records(); }), report.faults[0]) << "a command does not make it worse";
     ASSERT_EQ(content_of(wal()), with_flipped(bit)) << "bit " << bit;
     const AuditLog log(directory());
     ASSERT_EQ(log.faults().size(), 1U) << "bit " << bit;
@@ -130,6 +136,16 @@ TEST_F(WalLeftBehind, EachFlippedBitIsSaidAndTurnedBackWhereItCanBeTold) {
   }
   EXPECT_GT(mended, bits.size() / 2) << "the others cannot be told apart";
   std::cout << bits.size() << " flipped bits, each of them said; " << mended << " turned back\n";
+}
+
+// Also where nothing is left of the index.
+TEST_F(WalLeftBehind, AFlippedBitBeforeTheLastTransactionsIsSaidAfterAPowerFailure) {
+  std::mt19937 random(1);
+  for (int i = 0; i < 60; ++i) {
+    const std::size_t bit = random() % (8 * (whole().size() - 7 * kWalFrame));
+    leave_again(with_flipped(bit), Failure::power);
+    EXPECT_EQ(AuditLog(directory()).faults().size(), 1U) << "bit " << bit;
+  }
 }
 
 TEST_F(WalLeftBehind, ADamagedPieceIsSaidAndKept) {
@@ -162,7 +178,7 @@ TEST_F(WalLeftBehind, ATransactionThatACrashHasCutOffIsNoDamage) {
     for (std::size_t at = last + 512; at < content.size(); at += 512) {
       content.replace(at, random() % 2 == 0 ? 0 : std::min<std::size_t>(512, content.size() - at), 0, '0');
     }
-    leave_again(content);
+    leave_again(content, Failure::power);
     EXPECT_TRUE(AuditLog(directory()).faults().empty());
     EXPECT_TRUE(kept_aside().empty());
     EXPECT_LE(readable_records(), kRecords);

@@ -189,12 +189,13 @@ std::string keep_copy_of(const std::filesystem::path& wal) {
                  : "; it is kept as it was as " + aside.string();
 }
 
-// Before SQLite has opened the file, and taken what is behind the damage for something that nobody has written.
-void mend_wal(const std::filesystem::path& file, std::vector<std::string>* faults) {
+// Before SQLite has opened the file, and taken what is behind the damage for something that nobody has written. Whether
+// something there stays lost.
+bool mend_wal(const std::filesystem::path& file, std::vector<std::string>* faults) {
   const auto wal = wal_of(file);
   const auto damage = find_damage(wal);
   if (damage.hidden + damage.lost == 0) {
-    return;
+    return false;
   }
   const std::string kept = keep_copy_of(wal);
   if (damage.hidden > 0) {
@@ -210,6 +211,7 @@ void mend_wal(const std::filesystem::path& file, std::vector<std::string>* fault
              "; restore a copy of " + file.string() + ", or go on without them",
          faults);
   }
+  return damage.lost > 0;
 }
 
 // With its log, in which the latest records may be.
@@ -263,9 +265,13 @@ SQLite::Database open_database(const std::filesystem::path& file, const Database
     keep_aside(file, kind, damage, faults);
   };
   try {
-    mend_wal(file, faults);
+    const bool has_lost = mend_wal(file, faults);
     try {
-      return open_sound_database(file, kind);
+      auto database = open_sound_database(file, kind);
+      if (has_lost) {
+        database.exec("PRAGMA wal_checkpoint(TRUNCATE)");  // said and kept, it is not in the way of others
+      }
+      return database;
     } catch (const Damage& damage) {
       begin_anew(damage.what());
     } catch (const SQLite::Exception& failure) {
@@ -309,12 +315,14 @@ SQLite::Database open_database_beside_owner(const std::filesystem::path& file, c
   }
 }
 
-namespace {
-
-std::optional<SQLite::Database> open_to_read(const std::filesystem::path& file, const DatabaseKind& kind) {
+// SQLite would make a new index of the log, without what the damage hides.
+std::optional<SQLite::Database> open_database_to_read(const std::filesystem::path& file, const DatabaseKind& kind) {
   std::error_code failure_to_look;
   if (!std::filesystem::exists(file, failure_to_look) && !failure_to_look) {
     return std::nullopt;
+  }
+  if (const auto fault = wal_fault(file); !fault.empty()) {
+    throw ac::ac_exception(fault, true);
   }
   try {
     SQLite::Database database = open_readable(file);
@@ -332,6 +340,8 @@ std::optional<SQLite::Database> open_to_read(const std::filesystem::path& file, 
     throw_database_failure(file, kind, failure);
   }
 }
+
+namespace {
 
 // SQLite tells of a file that belongs to somebody else only that it cannot be opened.
 std::string reason_of(const std::filesystem::path& file, const SQLite::Exception& failure) {
@@ -353,23 +363,14 @@ void throw_database_failure(const std::filesystem::path& file, const DatabaseKin
                          true);
 }
 
-std::optional<SQLite::Database> open_database_to_read(const std::filesystem::path& file, const DatabaseKind& kind) {
-  if (const auto fault = wal_fault(file); !fault.empty()) {
-    log::warning(fault);
-  }
-  return open_to_read(file, kind);
-}
-
 StoreReport inspect_database(const std::string& store, const std::filesystem::path& file, const DatabaseKind& kind,
                              const std::function<void(SQLite::Database&, StoreReport&)>& look) {
   constexpr const char* kAllPages = "PRAGMA integrity_check(10)";
-  StoreReport report{.store = store, .content = "nothing is stored"};
+  StoreReport report{.store = store, .content = "cannot be read"};
   try {
-    if (auto fault = wal_fault(file); !fault.empty()) {
-      report.faults.push_back(std::move(fault));
-    }
-    auto database = open_to_read(file, kind);
+    auto database = open_database_to_read(file, kind);
     if (!database.has_value()) {
+      report.content = "nothing is stored";
       return report;
     }
     try {

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <cstring>
 #include <fstream>
 #include <optional>
 #include <span>
@@ -154,12 +155,47 @@ struct Frame {
   }
 };
 
+// The header of the index, as the machine has its numbers; there are two of them, in case that one is half written.
+struct IndexHeader {
+  std::uint32_t version;
+  std::uint32_t unused;
+  std::uint32_t change;
+  std::uint16_t is_big_endian_and_ready;
+  std::uint16_t page;
+  std::uint32_t frames;
+  std::uint32_t pages;
+  std::array<std::uint32_t, 2> frame_sum;
+  std::array<unsigned char, 8> salts;  // as in the log
+  std::array<std::uint32_t, 2> sum;
+  bool operator==(const IndexHeader&) const = default;
+};
+static_assert(sizeof(IndexHeader) == 48);
+
+// How many frames of the log with these salts were acknowledged; 0 when nobody knows.
+std::size_t acknowledged_frames(const std::filesystem::path& wal, Sum salts) {
+  std::string index = wal;
+  index.replace(index.size() - 3, 3, "shm");
+  std::ifstream stream(index, std::ios::binary);
+  std::array<IndexHeader, 2> headers{};
+  if (!stream.read(reinterpret_cast<char*>(headers.data()), sizeof headers) || headers[0] != headers[1]) {
+    return 0;
+  }
+  std::array<unsigned char, sizeof(IndexHeader)> bytes{};
+  std::memcpy(bytes.data(), headers.data(), bytes.size());
+  constexpr bool kIsBigEndian = std::endian::native == std::endian::big;
+  const Sum sum = sum_of(std::span(bytes).first(bytes.size() - sizeof headers[0].sum), kIsBigEndian, {});
+  const bool is_good = headers[0].version == kVersion && sum == Sum{headers[0].sum[0], headers[0].sum[1]} &&
+                       sum_at(headers[0].salts, 0) == salts;
+  return is_good ? headers[0].frames : 0;
+}
+
 // Goes through the file once.
 class Examination {
  public:
   explicit Examination(const std::filesystem::path& wal) : stream_(wal, std::ios::binary) {
     if (read(header_.bytes)) {
       is_readable_ = has_good_header_ = header_.is_good() || find_header();
+      acknowledged_ = acknowledged_frames(wal, header_.salts());
       examine_frames();
     }
   }
@@ -223,31 +259,40 @@ class Examination {
     bool is_right = follows(frame);
     if (is_readable_ && !is_right) {
       const auto bits = frame.flipped(header_.is_big_endian(), header_.salts());
-      is_readable_ = bits.size() == 1;
-      is_certain_ = is_right = !bits.empty();
+      is_readable_ = is_right = bits.size() == 1;
+      is_certain_ = offset < kHeader + acknowledged_ * frame.bytes.size();
       if (is_readable_) {
         turn_back(frame.bytes, bits[0], offset);
+      } else if (is_certain_) {
+        ++damage_.lost;  // its own
       }
     }
     if (!is_right) {
       end_run();
     } else if (frame.commits()) {
-      is_readable_ ? make_visible() : static_cast<void>(++run_);
+      is_readable_ ? pass_commit() : static_cast<void>(++run_);
     }
   }
 
-  // A bit that has hidden no transaction may as well be of one that was never finished.
-  void make_visible() {
-    damage_.mends.insert(damage_.mends.end(), untold_.begin(), untold_.end());
-    untold_.clear();
-    damage_.hidden += damage_.mends.empty() ? 0 : 1;
+  // That what is left of a transaction which a crash has cut off is one bit apart from the whole can be chance, and the
+  // bit another one. A second commit behind it shows that it was no crash.
+  void pass_commit() {
+    hidden_ += untold_.empty() ? 0 : 1;
+    if (hidden_ > 1 || is_certain_) {
+      damage_.mends.insert(damage_.mends.end(), untold_.begin(), untold_.end());
+      untold_.clear();
+      is_certain_ = false;
+    }
+    if (untold_.empty()) {
+      damage_.hidden += damage_.mends.empty() ? 0 : std::max<std::size_t>(hidden_, 1);
+      hidden_ = 0;
+    }
   }
 
   // Frames that follow each other with one commit among them may be left of a transaction that a crash has cut off, the
-  // end of which has arrived and the beginning not; unless a flipped bit is before them.
+  // end of which has arrived and the beginning not.
   void end_run() {
-    damage_.lost += is_certain_ || run_ > 1 ? run_ : 0;
-    is_certain_ = false;
+    damage_.lost += run_ > 1 ? run_ : 0;
     run_ = 0;
   }
 
@@ -257,7 +302,9 @@ class Examination {
   std::vector<WalDamage::Mend> untold_;
   bool is_readable_ = false;  // up to here
   bool has_good_header_ = false;
-  bool is_certain_ = false;  // that what is not readable is damaged; for the run only
+  bool is_certain_ = false;       // that the latest wrong frame was acknowledged
+  std::size_t acknowledged_ = 0;  // frames
+  std::size_t hidden_ = 0;        // commits since the first bit that is not told
   Sum salts_before_;
   std::size_t run_ = 0;  // commits among the latest frames behind the damage that follow each other
 };

@@ -50,7 +50,7 @@ SQLite::Database open_database(const std::filesystem::path& file, const Database
 SQLite::Database open_database_beside_owner(const std::filesystem::path& file, const DatabaseKind& kind);
 
 // The same for reading only; nothing when there is no file, or one that nobody has come to write to. A damaged file is
-// an exception and stays where it is; of what a damaged write-ahead log hides, a warning in the log tells.
+// an exception and stays where it is, one with a damaged write-ahead log too.
 std::optional<SQLite::Database> open_database_to_read(const std::filesystem::path& file, const DatabaseKind& kind);
 
 // Examine all pages of the file and its write-ahead log, as open_database_to_read() opens it, then what it holds:
