@@ -59,6 +59,14 @@ void add_created(int descriptor, const std::string& name) {
   add({.kind = Kind::create, .file = file, .name = name});
 }
 
+// The next file, also one that is not written down, may get its inode.
+void forget(const char* path) {
+  struct stat status {};
+  if (!name_of(path).empty() && stat(path, &status) == 0) {
+    recording().files.erase(status.st_ino);
+  }
+}
+
 template <typename Function>
 Function* real(const char* name) {
   return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
@@ -143,6 +151,7 @@ int synced(int descriptor) {
 int renamed(const char* from, const char* to) {
   static auto* const rename_file = real<int(const char*, const char*)>("rename");
   const std::lock_guard lock(recording().mutex);
+  forget(to);
   const int result = rename_file(from, to);
   if (const auto name = name_of(from); result == 0 && !name.empty()) {
     add({.kind = Kind::rename, .name = name, .to = name_of(to)});
@@ -152,6 +161,7 @@ int renamed(const char* from, const char* to) {
 
 int removed(const char* function, const char* path) {
   const std::lock_guard lock(recording().mutex);
+  forget(path);
   const int result = real<int(const char*)>(function)(path);
   if (const auto name = name_of(path); result == 0 && !name.empty()) {
     add({.kind = Kind::remove, .name = name});
