@@ -72,7 +72,9 @@ void fill_users(const std::string& achost, const fs::path& directory) {
   database.exec("PRAGMA synchronous = OFF");
   SQLite::Transaction transaction(database);
   SQLite::Statement user(database, "INSERT INTO users(id, name) VALUES(?, 'user ' || ?1)");
-  SQLite::Statement card(database, "INSERT INTO cards VALUES(?1 * 7919, ?1, '', '2026-01-02T03:04:05.006+01:00')");
+  SQLite::Statement card(database,
+                         "INSERT INTO cards(value, user, registration, enrolled) "
+                         "VALUES(?1 * 7919, ?1, '', '2026-01-02T03:04:05.006+01:00')");
   for (int i = 2; i <= kUsers; ++i) {
     for (SQLite::Statement* const statement : {&user, &card}) {
       statement->reset();

@@ -520,6 +520,7 @@ TEST_F(Device, StoredSettingsThatWouldDisableTheDoorAreNotUsed) {
     // As an earlier version, which did not refuse them, has stored them.
     SQLite::Database database(state() + "/settings.db", SQLite::OPEN_READWRITE);
     database.exec(
+        "ALTER TABLE settings DROP COLUMN sum; PRAGMA user_version = 1;"
         "INSERT INTO settings VALUES('uhf', 'probe_interval', '31000'), ('uhf', 'watchdog_timeout', "
         "'3600000'), ('uhf', 'tag_detector_enabled', '1'), ('uhf', 'tag_detector_relay', '2')");
   }

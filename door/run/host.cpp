@@ -11,6 +11,7 @@
 #include <exception>
 #include <functional>
 #include <future>
+#include <iterator>
 #include <span>
 #include <thread>
 #include <utility>
@@ -139,14 +140,17 @@ Host::Host(const std::filesystem::path& state, Reader& reader, Printer::Form for
   });
   audit_.retain([this] { return retention(settings_); });
   tell_of_damage();
+  users_.on_damage([this](const std::string& text) { alarms_.raise("users.db", text); });
   refhost::SettingsStore::make_current(&settings_);
   refhost::AuditLog::make_current(&audit_);
 }
 
 // What the stores have found at their opening, and have logged.
 void Host::tell_of_damage() {
+  auto settings_faults = reader_.settings_faults();
+  std::ranges::copy(settings_.faults(), std::back_inserter(settings_faults));
   for (const auto& [file, faults] :
-       {std::pair{"settings.db", settings_.faults()}, {"audit.db", audit_.faults()}, {"users.db", users_.faults()}}) {
+       {std::pair{"settings.db", settings_faults}, {"audit.db", audit_.faults()}, {"users.db", users_.faults()}}) {
     std::string text;
     for (const auto& fault : faults) {
       text += (text.empty() ? "" : "; ") + fault;

@@ -3,9 +3,11 @@
 #include <cstdlib>
 #include <utility>
 
+#include "ac/exception.h"
 #include "default_story.h"  // made by the build from share/story.txt
 #include "door/base/failure.h"
 #include "door/run/reader_reset.h"
+#include "refhost/instance_lock.h"
 #include "refhost/settings_store.h"
 #include "uhfsim/scenario.h"
 
@@ -16,21 +18,34 @@ using refhost::SettingsStore;
 
 constexpr const char* kAlternative = "try --simulate";
 
+// What nobody else can read, because it is damaged or of an earlier version, its owner can.
+std::unique_ptr<SettingsStore> readable_settings(const std::filesystem::path& state, std::vector<std::string>& faults) {
+  try {
+    return std::make_unique<SettingsStore>(state, SettingsStore::Access::read_only);
+  } catch (const ac::ac_exception&) {
+    const refhost::InstanceLock lock(state);
+    faults = SettingsStore(state, SettingsStore::Access::read_write).faults();
+    return std::make_unique<SettingsStore>(state, SettingsStore::Access::read_only);
+  }
+}
+
 // The settings as this run will have them.
 class SettingsOfRun {
  public:
-  SettingsOfRun(const std::filesystem::path& state, const std::vector<Assignment>& assignments)
-      : store_(state, SettingsStore::Access::read_only) {
+  // faults: gets what was wrong with them, if that had to be mended.
+  SettingsOfRun(const std::filesystem::path& state, const std::vector<Assignment>& assignments,
+                std::vector<std::string>& faults)
+      : store_(readable_settings(state, faults)) {
     for (const auto& [section, key, value] : assignments) {
-      store_.override_for_run(section, key, value);
+      store_->override_for_run(section, key, value);
     }
   }
 
-  std::string text(const char* section, const char* key) { return store_.get(section, key).value(); }
-  int number(const char* section, const char* key) { return static_cast<int>(store_.get_int(section, key).value()); }
+  std::string text(const char* section, const char* key) { return store_->get(section, key).value(); }
+  int number(const char* section, const char* key) { return static_cast<int>(store_->get_int(section, key).value()); }
 
  private:
-  SettingsStore store_;
+  std::unique_ptr<SettingsStore> store_;
 };
 
 // A service may begin before its reader is there; a person is told at once.
@@ -75,7 +90,7 @@ Reader::Reader(const RunOptions& options, const std::filesystem::path& state,
     simulated_->play(std::move(scenario));
     real_port_ = simulated_->path();
   } else {
-    real_port_ = options.port.empty() ? SettingsOfRun(state, assignments).text(kDefaultSection, kPortSetting)
+    real_port_ = options.port.empty() ? SettingsOfRun(state, assignments, settings_faults_).text(kDefaultSection, kPortSetting)
                                       : std::filesystem::absolute(options.port).string();
   }
   if (options.direct) {
@@ -90,7 +105,7 @@ Reader::Reader(const RunOptions& options, const std::filesystem::path& state,
 
 std::unique_ptr<line::Line> Reader::make_line(const std::filesystem::path& state,
                                               const std::vector<Assignment>& assignments) {
-  SettingsOfRun settings(state, assignments);
+  SettingsOfRun settings(state, assignments, settings_faults_);
   line::LineOptions line;
   line.path = real_port_;
   line.alternative = kAlternative;

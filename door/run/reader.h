@@ -23,8 +23,8 @@ inline constexpr const char* kPortSetting = "serial_port_path";
 // held for this process.
 class Reader {
  public:
-  // Writes nothing. Throws Failure: kUsage for a scenario that cannot be read, kNoReader or kPortBusy for a port that
-  // is not to be waited for.
+  // Writes nothing, but mends settings that cannot be read otherwise. Throws Failure: kUsage for a scenario that cannot
+  // be read, kNoReader or kPortBusy for a port that is not to be waited for.
   Reader(const RunOptions& options, const std::filesystem::path& state, const std::vector<Assignment>& assignments);
 
   // The device that the plug-in opens.
@@ -42,6 +42,9 @@ class Reader {
   // Who is told what the line says, on the line's thread; what it has said before comes at once.
   void on_event(std::function<void(const line::Event&)> listener);
 
+  // What was wrong with the settings, a line each, when they told the port.
+  const std::vector<std::string>& settings_faults() const { return settings_faults_; }
+
   // What the scenario does to the host; a real reader has none.
   Story& story() { return story_; }
 
@@ -55,6 +58,7 @@ class Reader {
   std::string real_port_;
   std::string plug_in_port_;
   bool is_waited_for_ = false;
+  std::vector<std::string> settings_faults_;
   std::unique_ptr<line::PortGuard> guard_;
   Story story_;
   std::unique_ptr<uhfsim::SimulatedReader> simulated_;  // it stops telling the story before that goes

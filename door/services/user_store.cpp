@@ -3,6 +3,7 @@
 #include <SQLiteCpp/SQLiteCpp.h>
 
 #include <chrono>
+#include <functional>
 #include <mutex>
 #include <utility>
 
@@ -17,12 +18,15 @@ namespace {
 // A card of 64 bits is stored as the signed number of the same bits, the only kind of number that SQLite has.
 constexpr refhost::DatabaseKind kKind = {
     .noun = "user database",
-    .version = 1,
+    .version = 2,
     .schema =
-        "CREATE TABLE users(id INTEGER PRIMARY KEY, name TEXT NOT NULL);"
+        "CREATE TABLE users(id INTEGER PRIMARY KEY, name TEXT NOT NULL, sum INTEGER);"
         "CREATE TABLE cards(value INTEGER PRIMARY KEY, user INTEGER NOT NULL REFERENCES users(id) ON DELETE CASCADE, "
-        "registration TEXT NOT NULL, enrolled TEXT NOT NULL);"
+        "registration TEXT NOT NULL, enrolled TEXT NOT NULL, sum INTEGER);"
         "CREATE INDEX cards_by_user ON cards(user)",
+    .upgrades = {"ALTER TABLE users ADD COLUMN sum INTEGER; UPDATE users SET sum = row_sum(id, name);"
+                 "ALTER TABLE cards ADD COLUMN sum INTEGER;"
+                 "UPDATE cards SET sum = row_sum(value, user, registration, enrolled)"},
     .probe = "SELECT value, user, registration, enrolled FROM cards LIMIT 0",
     .way_out = "restore a copy of it, or move it away to begin with nobody",
 };
@@ -38,7 +42,8 @@ struct UserStore::Impl {
 
   const std::filesystem::path file;
   refhost::StoreWatch watch;
-  std::vector<std::string> faults;           // of the opening
+  std::vector<std::string> faults;  // of the opening
+  std::function<void(const std::string&)> on_damage;
   std::mutex mutex;                          // guards all below
   std::optional<SQLite::Database> database;  // empty without a file, or once sealed
   std::optional<SQLite::Statement> owner;    // kept, because every identification asks it
@@ -77,7 +82,8 @@ UserStore::UserStore(const std::filesystem::path& directory, Access access)
   }
   impl_->with([this](SQLite::Database& open) {
     open.exec("PRAGMA foreign_keys = ON");
-    impl_->owner.emplace(open, "SELECT user FROM cards WHERE value = ?");
+    impl_->owner.emplace(open,
+                         "SELECT user, sum IS row_sum(value, user, registration, enrolled) FROM cards WHERE value = ?");
     return true;
   });
 }
@@ -90,19 +96,25 @@ std::optional<std::int64_t> UserStore::owner_of(std::uint64_t card) const {
     impl_->owner->bind(1, stored(card));
     const bool found = impl_->owner->executeStep();
     const std::int64_t user = found ? impl_->owner->getColumn(0).getInt64() : 0;
+    const bool is_right = found && impl_->owner->getColumn(1).getInt() == 1;
     impl_->owner->reset();
-    return found ? std::optional(user) : std::nullopt;
+    if (found && !is_right && impl_->on_damage) {
+      impl_->on_damage("a card in " + impl_->file.string() +
+                       " is not as it was stored, and opens nothing: achost check tells which; remove and enroll it");
+    }
+    return is_right ? std::optional(user) : std::nullopt;
   });
 }
 
 bool UserStore::bind(std::uint64_t card, std::int64_t user, const std::string& registration) {
   return impl_->with([&](SQLite::Database& open) {
     SQLite::Transaction transaction(open);
-    SQLite::Statement make_user(open, "INSERT OR IGNORE INTO users(id, name) VALUES(?, '')");
+    SQLite::Statement make_user(open, "INSERT OR IGNORE INTO users(id, name, sum) VALUES(?1, '', row_sum(?1, ''))");
     make_user.bind(1, user);
     make_user.exec();
     SQLite::Statement insert(open,
-                             "INSERT OR IGNORE INTO cards(value, user, registration, enrolled) VALUES(?, ?, ?, ?)");
+                             "INSERT OR IGNORE INTO cards(value, user, registration, enrolled, sum) "
+                             "VALUES(?1, ?2, ?3, ?4, row_sum(?1, ?2, ?3, ?4))");
     insert.bind(1, stored(card));
     insert.bind(2, user);
     insert.bind(3, registration);
@@ -117,8 +129,9 @@ bool UserStore::bind(std::uint64_t card, std::int64_t user, const std::string& r
 
 void UserStore::put(const User& user) {
   impl_->with([&](SQLite::Database& open) {
-    SQLite::Statement upsert(
-        open, "INSERT INTO users(id, name) VALUES(?, ?) ON CONFLICT(id) DO UPDATE SET name = excluded.name");
+    SQLite::Statement upsert(open,
+                             "INSERT INTO users(id, name, sum) VALUES(?1, ?2, row_sum(?1, ?2)) "
+                             "ON CONFLICT(id) DO UPDATE SET name = excluded.name, sum = excluded.sum");
     upsert.bind(1, user.id);
     upsert.bind(2, user.name);
     return upsert.exec();
@@ -170,6 +183,8 @@ std::vector<Card> UserStore::cards() const {
   });
 }
 
+void UserStore::on_damage(std::function<void(const std::string&)> callback) { impl_->on_damage = std::move(callback); }
+
 const std::vector<std::string>& UserStore::faults() const { return impl_->faults; }
 
 refhost::StoreReport UserStore::inspect(const std::filesystem::path& directory) {
@@ -177,9 +192,15 @@ refhost::StoreReport UserStore::inspect(const std::filesystem::path& directory) 
     const std::int64_t users = open.execAndGet("SELECT count(*) FROM users");
     const std::int64_t cards = open.execAndGet("SELECT count(*) FROM cards");
     report.content = refhost::counted(users, "user") + ", " + refhost::counted(cards, "card");
-    SQLite::Statement strays(open, "SELECT user FROM cards WHERE user NOT IN (SELECT id FROM users)");
-    while (strays.executeStep()) {
-      report.faults.push_back("a card is of user " + strays.getColumn(0).getString() + ", who is not there");
+    SQLite::Statement wrong(open,
+                            "SELECT 'user ' || id || ' is not as it was stored: put the user again' FROM users "
+                            "WHERE sum IS NOT row_sum(id, name) UNION ALL "
+                            "SELECT 'card ' || value || ' is not as it was stored, and opens nothing: remove it and "
+                            "enroll it again' FROM cards WHERE sum IS NOT row_sum(value, user, registration, enrolled) "
+                            "UNION ALL SELECT 'card ' || value || ' is of user ' || user || ', who is not there' "
+                            "FROM cards WHERE user NOT IN (SELECT id FROM users)");
+    while (wrong.executeStep()) {
+      report.faults.push_back(wrong.getColumn(0));
     }
   };
   return refhost::inspect_database("users", directory / kFileName, kKind, look);

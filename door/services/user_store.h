@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -47,7 +48,7 @@ class UserStore {
   UserStore(const UserStore&) = delete;
   UserStore& operator=(const UserStore&) = delete;
 
-  // Whose card it is; nothing when it is nobody's.
+  // Whose card it is; nothing when it is nobody's, or when what is stored of it is not what was written.
   std::optional<std::int64_t> owner_of(std::uint64_t card) const;
 
   // Give a card that is nobody's to a user, who is made when missing. False, with nothing changed, when it is
@@ -65,6 +66,10 @@ class UserStore {
   std::vector<User> users() const;
   std::vector<std::pair<User, std::int64_t>> users_with_cards() const;  // with how many
   std::vector<Card> cards() const;
+
+  // Called, with the store locked, when a card that is asked for is not as it was written; to be set before other
+  // threads use the store.
+  void on_damage(std::function<void(const std::string&)> callback);
 
   // What was wrong with the file when it was opened, a line each.
   const std::vector<std::string>& faults() const;

@@ -320,7 +320,7 @@ TEST(Achost, WithoutASubcommandIsWrongUsage) {
   EXPECT_EQ(result.status, 2);
   EXPECT_EQ(result.err,
             "achost: give a command: run, config, status, events, gpio, rex, enroll, field, health, recording, audit, "
-            "user, card; see "
+            "user, card, check; see "
             "achost --help\n");
 }
 

@@ -1,10 +1,15 @@
 // The serial port of achost run.
 #include <fcntl.h>
+#include <gmock/gmock.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <SQLiteCpp/SQLiteCpp.h>
+#include <filesystem>
+#include <fstream>
 
 #include "door/tests/run_fixture.h"
 
@@ -39,6 +44,20 @@ TEST_F(AchostRun, PortThatDoesNotExistIsRefused) {
 TEST_F(AchostRun, PortOfTheSettingsIsCheckedToo) {
   expect_refused(run("good", {"--set", "serial_port_path=/dev/ttyNOSUCH1"}), 3,
                  std::string("there is no port /dev/ttyNOSUCH1") + kHowToFind);
+}
+
+// They tell the port before anything else is opened.
+TEST_F(AchostRun, SettingsThatOnlyTheirOwnerCanReadTellThePortToo) {
+  const std::string settings = state() + "/settings.db";
+  const auto store = [&] { achost({"config", "set", "serial_port_path", "/dev/ttyNOSUCH2", "--state", state()}); };
+  std::filesystem::create_directories(state());
+  store();
+  SQLite::Database(settings, SQLite::OPEN_READWRITE)
+      .exec("ALTER TABLE settings DROP COLUMN sum; PRAGMA user_version = 1");
+  EXPECT_THAT(achost(run("good")).err, testing::HasSubstr("there is no port /dev/ttyNOSUCH2"))
+      << "of an earlier version";
+  std::ofstream(settings) << std::string(5000, 'x');
+  EXPECT_THAT(achost(run("good")).err, testing::HasSubstr("there is no port /dev/ttyNOSUCH2")) << "of the good copy";
 }
 
 TEST_F(AchostRun, WhatIsNoSerialPortIsRefused) {

@@ -98,7 +98,8 @@ TEST_F(Users, AnEnrollmentThatAnOlderHostStoredWithoutAZoneGetsThatOfItsDay) {
   tzset();
   SQLite::Database(directory.path() / "users.db", SQLite::OPEN_READWRITE)
       .exec(
-          "INSERT INTO users VALUES(7, ''); INSERT INTO cards VALUES(1, 7, '', '2026-01-02 03:04:05'), "
+          "INSERT INTO users(id, name) VALUES(7, ''); "
+          "INSERT INTO cards(value, user, registration, enrolled) VALUES(1, 7, '', '2026-01-02 03:04:05'), "
           "(2, 7, '', '2026-07-02 03:04:05'), (3, 7, '', 'once')");
   const auto cards = users.cards();
   unsetenv("TZ");
@@ -121,6 +122,57 @@ TEST_F(Users, ManyThreadsMayCall) {
     }
   }
   EXPECT_EQ(users.cards().size(), 40U);
+}
+
+// Each as one flipped bit makes it, which SQLite does not see.
+TEST_F(Users, ACardThatIsNotAsItWasStoredIsNobodysAndSaid) {
+  users.bind(33, 7, "r");
+  users.bind(34, 8, "r");
+  std::vector<std::string> told;
+  users.on_damage([&](const std::string& text) { told.push_back(text); });
+  for (const char* change : {"user = 8 WHERE value = 33", "registration = 's' WHERE value = 33",
+                             "enrolled = '3' || substr(enrolled, 2) WHERE value = 33", "sum = sum + 1 WHERE value = 33",
+                             "sum = NULL WHERE value = 33"}) {
+    SQLite::Database other(directory.path() / "users.db", SQLite::OPEN_READWRITE);
+    other.exec(std::string("UPDATE cards SET ") + change);
+    told.clear();
+    EXPECT_EQ(users.owner_of(33), std::nullopt) << change;
+    EXPECT_EQ(users.owner_of(34), 8);
+    ASSERT_EQ(told.size(), 1U) << change;
+    EXPECT_THAT(told[0], testing::HasSubstr("users.db is not as it was stored, and opens nothing"));
+    EXPECT_THAT(
+        UserStore::inspect(directory.path()).faults,
+        testing::ElementsAre("card 33 is not as it was stored, and opens nothing: remove it and enroll it again"));
+    users.remove_card(33);
+    users.bind(33, 7, "r");
+    EXPECT_EQ(users.owner_of(33), 7);
+    EXPECT_THAT(UserStore::inspect(directory.path()).faults, testing::IsEmpty());
+  }
+}
+
+TEST_F(Users, AUserOrCardWithAnotherNumberThanWasStoredIsFound) {
+  users.bind(33, 7, "r");
+  SQLite::Database other(directory.path() / "users.db", SQLite::OPEN_READWRITE);
+  other.exec("UPDATE cards SET value = 32");
+  EXPECT_EQ(users.owner_of(32), std::nullopt);
+  other.exec("UPDATE users SET id = 6");
+  EXPECT_THAT(UserStore::inspect(directory.path()).faults,
+              testing::UnorderedElementsAre(testing::HasSubstr("user 6 is not as it was stored"),
+                                            testing::HasSubstr("card 32 is not as it was stored"),
+                                            "card 32 is of user 7, who is not there"));
+}
+
+TEST(UserStore, AFileOfTheFirstVersionIsBroughtUpToDate) {
+  const TemporaryDirectory directory;
+  SQLite::Database(directory.path() / "users.db", SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE)
+      .exec(
+          "CREATE TABLE users(id INTEGER PRIMARY KEY, name TEXT NOT NULL);"
+          "CREATE TABLE cards(value INTEGER PRIMARY KEY, user INTEGER NOT NULL REFERENCES users(id) ON DELETE CASCADE, "
+          "registration TEXT NOT NULL, enrolled TEXT NOT NULL); CREATE INDEX cards_by_user ON cards(user);"
+          "INSERT INTO users VALUES(7, 'Ana'); INSERT INTO cards VALUES(33, 7, 'r', '2026'); PRAGMA user_version = 1");
+  const UserStore users(directory.path(), UserStore::Access::read_write);
+  EXPECT_EQ(users.owner_of(33), 7);
+  EXPECT_THAT(UserStore::inspect(directory.path()).faults, testing::IsEmpty());
 }
 
 TEST(UserStore, WithoutAFileThereIsNobodyAndNoneIsMade) {

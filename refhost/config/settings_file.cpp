@@ -12,12 +12,14 @@ namespace {
 
 constexpr DatabaseKind kKind = {
     .noun = "settings database",
-    .version = 1,
+    .version = 2,
     .schema =
-        "CREATE TABLE settings(section TEXT NOT NULL, key TEXT NOT NULL, value TEXT NOT NULL, "
+        "CREATE TABLE settings(section TEXT NOT NULL, key TEXT NOT NULL, value TEXT NOT NULL, sum INTEGER, "
         "PRIMARY KEY(section, key)) WITHOUT ROWID",
+    .upgrades = {"ALTER TABLE settings ADD COLUMN sum INTEGER; UPDATE settings SET sum = row_sum(section, key, value)"},
     .probe = "SELECT section, key, value FROM settings LIMIT 0",
     .way_out = "restore a copy of it, or move it away with settings.good to begin with the defaults",
+    .wrong_rows = "SELECT 1 FROM settings WHERE sum IS NOT row_sum(section, key, value)",
 };
 
 std::vector<SettingsFile::Row> rows_of(SQLite::Database& database, const std::filesystem::path& file) {
@@ -104,6 +106,13 @@ StoreReport SettingsFile::inspect(const std::filesystem::path& directory) {
   const SettingsCopy copy(directory);
   auto report =
       inspect_database("settings", directory / kName, kKind, [](SQLite::Database& database, StoreReport& found) {
+        SQLite::Statement wrong(
+            database,
+            "SELECT section || '.' || key || ' is not as it was stored: the next start of a host takes "
+            "the good copy' FROM settings WHERE sum IS NOT row_sum(section, key, value)");
+        while (wrong.executeStep()) {
+          found.faults.push_back(wrong.getColumn(0));
+        }
         found.content = counted(database.execAndGet("SELECT count(*) FROM settings"), "stored setting");
       });
   if (copy.exists() && !copy.read().has_value()) {
@@ -128,7 +137,9 @@ void SettingsFile::write(const std::vector<Row>& rows) {
 void SettingsFile::write_rows(const std::vector<Row>& rows) {
   try {
     SQLite::Transaction transaction(database_);
-    SQLite::Statement insert(database_, "INSERT OR REPLACE INTO settings(section, key, value) VALUES(?, ?, ?)");
+    SQLite::Statement insert(database_,
+                             "INSERT OR REPLACE INTO settings(section, key, value, sum) "
+                             "VALUES(?1, ?2, ?3, row_sum(?1, ?2, ?3))");
     for (const auto& [section, key, value] : rows) {
       insert.bind(1, section);
       insert.bind(2, key);

@@ -160,7 +160,7 @@ TEST_F(Store, FileIsWrittenThroughALogAndSynchronously) {
   SettingsStore(state(), Access::read_write).set("uhf", "region", "KOREA");
   SQLite::Database database(file().string());
   EXPECT_EQ(database.execAndGet("PRAGMA journal_mode").getString(), "wal");
-  EXPECT_EQ(database.execAndGet("PRAGMA user_version").getInt(), 1);
+  EXPECT_EQ(database.execAndGet("PRAGMA user_version").getInt(), 2);
 }
 
 TEST_F(Store, ReadOnlyWritesNothing) {
@@ -175,6 +175,7 @@ TEST_F(Store, StoredValueThatIsNotAllowedIsLoggedAndCountsAsTheDefault) {
   { const SettingsStore store(state(), Access::read_write); }
   SQLite::Database(file().string(), SQLite::OPEN_READWRITE)
       .exec(
+          "ALTER TABLE settings DROP COLUMN sum; PRAGMA user_version = 1;"  // as an earlier version has it
           "INSERT INTO settings VALUES('uhf', 'transmit_power', 'lots'), ('uhf', 'gone', '1'), "
           "('uhf', 'region', 'KOREA')");
   capture_log();
@@ -207,8 +208,8 @@ TEST_P(DamagedStore, DatabaseOfSomethingElseIsRefused) {
 
 TEST_P(DamagedStore, NewerVersionIsRefused) {
   { const SettingsStore store(state(), Access::read_write); }
-  SQLite::Database(file().string(), SQLite::OPEN_READWRITE).exec("PRAGMA user_version = 2");
-  expect_refusal("is a settings database of version 2, newer than this program knows (1)");
+  SQLite::Database(file().string(), SQLite::OPEN_READWRITE).exec("PRAGMA user_version = 3");
+  expect_refusal("is a settings database of version 3, newer than this program knows (2)");
 }
 
 INSTANTIATE_TEST_SUITE_P(BothWays, DamagedStore, testing::Values(Access::read_only, Access::read_write));
@@ -268,6 +269,17 @@ TEST_F(LostStore, WithoutAGoodCopyHasItsSafestModeUntilSomebodySaysOtherwise) {
   }
   SettingsStore(state(), Access::read_write).set("uhf", "operation_mode", "continuous");
   EXPECT_EQ(mode(), "continuous");
+}
+
+// As a flipped bit makes it, which SQLite does not see.
+TEST_F(LostStore, ASettingThatIsNotAsItWasStoredIsThatOfTheCopy) {
+  SettingsStore(state(), Access::read_write).set("uhf", "operation_mode", "inhibit");
+  SQLite::Database(file().string(), SQLite::OPEN_READWRITE).exec("UPDATE settings SET value = 'trigger'");
+  EXPECT_EQ(SettingsStore::inspect(state()).faults.size(), 1U);
+  capture_log();
+  EXPECT_EQ(mode(), "inhibit");
+  EXPECT_NE(captured_log().find("is damaged (what is stored is not what was written)"), std::string::npos);
+  EXPECT_TRUE(SettingsStore::inspect(state()).faults.empty());
 }
 
 TEST_F(LostStore, WhatACrashDuringTheRepairLeftIsTheCopyToo) {

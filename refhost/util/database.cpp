@@ -139,6 +139,9 @@ SQLite::Database open_sound_database(const std::filesystem::path& file, const Da
   database.exec("PRAGMA journal_mode = WAL");
   database.exec("PRAGMA synchronous = FULL");
   bring_up_to_date(database, kind, version);
+  if (kind.wrong_rows != nullptr && SQLite::Statement(database, kind.wrong_rows).executeStep()) {
+    throw Damage("what is stored is not what was written");
+  }
   let_it_shrink(database, kind);
   return database;
 }

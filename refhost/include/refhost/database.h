@@ -22,8 +22,9 @@ struct DatabaseKind {
   const char* schema;  // the SQL that makes its tables
   // The SQL that brings a file of version 1 to 2, one of 2 to 3, and so on.
   std::array<const char*, 3> upgrades = {};
-  const char* probe;     // a query that succeeds on a file of this kind
-  const char* way_out;   // what a person can do about a file that cannot be read
+  const char* probe;                 // a query that succeeds on a file of this kind
+  const char* way_out;               // what a person can do about a file that cannot be read
+  const char* wrong_rows = nullptr;  // a query that finds rows which are not as they were written: it is damaged then
   bool shrinks = false;  // the room of removed rows can be given back in steps ("PRAGMA incremental_vacuum")
 };
 
@@ -38,9 +39,9 @@ class NeedsOwner : public ac::ac_exception {
 // brought up to date in one transaction. A damaged file is kept under another name, FILE.damaged-DATE, a new one is
 // begun, and a warning in the log says so. Throws ac::ac_exception, one line that names the file, and changes nothing,
 // when it is of another kind or of a newer version.
-// A damaged write-ahead log, of which SQLite would read a part, is mended as far as that can be done, and kept as it
-// was as FILE-wal.damaged-DATE. on_damage: called before a damaged file is touched. faults: gets a line for each
-// damage, which is logged too.
+// SQL has row_sum(VALUE, ...), a checksum for rows. A damaged write-ahead log, of which SQLite would read a part, is
+// mended as far as that can be done, and kept as it was as FILE-wal.damaged-DATE. on_damage: called before a damaged
+// file is touched. faults: gets a line for each damage, which is logged too.
 SQLite::Database open_database(const std::filesystem::path& file, const DatabaseKind& kind,
                                const std::function<void()>& on_damage = nullptr,
                                std::vector<std::string>* faults = nullptr);
