@@ -4,7 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <string>
+#include <array>
+#include <cstdio>
 
 namespace refhost {
 namespace {
@@ -34,23 +35,26 @@ void give(int fd, const std::filesystem::path& directory) noexcept {
   const bool given =
       (file.st_uid == user && file.st_gid == owner.st_gid) || fchownat(fd, "", user, owner.st_gid, AT_EMPTY_PATH) == 0;
   const bool is_shared = given && (owner.st_mode & S_IWGRP) != 0;
-  const std::string place = "/proc/self/fd/" + std::to_string(fd);  // fchmod() takes no place
-  [[maybe_unused]] const int refused = chmod(place.c_str(), is_shared ? kForGroup : kForOwner);
+  std::array<char, 32> place{};  // fchmod() takes no place
+  std::snprintf(place.data(), place.size(), "/proc/self/fd/%d", fd);
+  [[maybe_unused]] const int refused = chmod(place.data(), is_shared ? kForGroup : kForOwner);
 }
 
 }  // namespace
 
 int open_state_file(const std::filesystem::path& file) {
+  const auto directory = file.parent_path();
   const int fd = open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kForOwner);
   if (fd >= 0) {
-    give(fd, file.parent_path());
+    give(fd, directory);
   }
   return fd;
 }
 
-void give_to_directorys_owner(const std::filesystem::path& file) noexcept {
+void give_to_directorys_owner(const std::filesystem::path& file) {
+  const auto directory = file.parent_path();
   if (const int fd = open(file.c_str(), O_PATH | O_CLOEXEC | O_NOFOLLOW); fd >= 0) {
-    give(fd, file.parent_path());
+    give(fd, directory);
     close(fd);
   }
 }

@@ -16,6 +16,6 @@ int open_state_file(const std::filesystem::path& file);
 
 // The same rule for a file or socket that something else has made, if it is there. What the system refuses stays as it
 // is.
-void give_to_directorys_owner(const std::filesystem::path& file) noexcept;
+void give_to_directorys_owner(const std::filesystem::path& file);
 
 }  // namespace refhost
