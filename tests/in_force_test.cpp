@@ -55,6 +55,16 @@ class InForce : public testing::Test {
     return result.status == 0 ? json::parse(result.out) : json::object();
   }
 
+  // The names of those that stand.
+  std::vector<std::string> alarms() const {
+    std::vector<std::string> names;
+    const json now = status();
+    for (const auto& alarm : now.at("alarms")) {
+      names.push_back(alarm.at("name"));
+    }
+    return names;
+  }
+
   // The next event of that name that is such; null when the output ends before it.
   json next_event(
       const std::string& name, const std::function<bool(const json&)>& is_such = [](const json&) { return true; }) {
@@ -103,8 +113,9 @@ class LockedAuditLog {
   SQLite::Database database_;
 };
 
-bool stands(const json& event) { return event.at("standing"); }
-bool is_over(const json& event) { return !stands(event); }
+// The locked audit log is an alarm of its own.
+bool stands(const json& event) { return event.at("standing") && event.at("name") != "disk"; }
+bool is_over(const json& event) { return !event.at("standing") && event.at("name") != "disk"; }
 
 }  // namespace
 
@@ -129,7 +140,7 @@ TEST_F(InForce, AModeWhoseRecordCannotBeWrittenIsToldApartAndComesIntoForceOnce)
   EXPECT_EQ(listed("operation_mode").at("in_force"), "continuous");
   EXPECT_FALSE(listed("region").contains("in_force"));
 
-  EXPECT_EQ(status().at("alarms").at(0).at("name"), "uhf.operation_mode");
+  EXPECT_THAT(alarms(), testing::Contains("uhf.operation_mode"));
   EXPECT_EQ(status().at("not_in_force").at(0).at("in_force"), "continuous");
   EXPECT_THAT(output({"status"}), HasSubstr("inhibit (in force: continuous)"));
   EXPECT_EQ(next_event("alarm", stands).at("name"), "uhf.operation_mode");
@@ -137,7 +148,7 @@ TEST_F(InForce, AModeWhoseRecordCannotBeWrittenIsToldApartAndComesIntoForceOnce)
   lock.release();
   EXPECT_EQ(next_event("alarm", is_over).at("name"), "uhf.operation_mode");
   EXPECT_EQ(command({"config", "get", "operation_mode"}).err, "");
-  EXPECT_EQ(status().at("alarms"), json::array());
+  EXPECT_THAT(alarms(), testing::Not(testing::Contains("uhf.operation_mode")));
   EXPECT_EQ(status().at("not_in_force"), json::array());
   EXPECT_EQ(records_of("Config changed: [uhf]>[operation_mode] [value=inhibit]"), 1U);
 }

@@ -26,10 +26,10 @@ class StalledDisk : public held::HeldHost {
     return ask({{"command", "config_get"}, {"section", "uhf"}, {"key", "read_interval"}}).at("value");
   }
 
-  // The next alarm on standard output.
+  // The next alarm of the disk on standard output: a setting whose record is not written has one too.
   Json next_alarm() {
     for (std::string line; !(line = host().next_line()).empty();) {
-      if (auto event = Json::parse(line); event.at("event") == "alarm") {
+      if (auto event = Json::parse(line); event.at("event") == "alarm" && event.at("name") == "disk") {
         return event;
       }
     }
@@ -50,7 +50,6 @@ TEST_F(StalledDisk, IsAnAlarmWithinFiveSecondsUntilItAnswers) {
   change("700");
   const Json raised = next_alarm();
   EXPECT_LE(steady_clock::now() - begin, seconds(5));
-  EXPECT_EQ(raised.at("name"), "disk");
   EXPECT_EQ(raised.at("standing"), true);
   EXPECT_THAT(std::string(raised.at("text")),
               testing::AllOf(HasSubstr(state() + "/settings.db"), HasSubstr("a setting"), HasSubstr("dmesg")));
