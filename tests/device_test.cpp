@@ -548,7 +548,9 @@ TEST_F(Device, StoredPowerAndChannelsThatTheRegionDoesNotAllowAreNotUsed) {
   output({"config", "set", "read_interval", "3000"});
   {
     SQLite::Database database(state() + "/settings.db", SQLite::OPEN_READWRITE);
-    database.exec("INSERT INTO settings VALUES('uhf', 'region', 'europe'), ('uhf', 'transmit_power', '3000')");
+    database.exec(
+        "ALTER TABLE settings DROP COLUMN sum; PRAGMA user_version = 1;"
+        "INSERT INTO settings VALUES('uhf', 'region', 'europe'), ('uhf', 'transmit_power', '3000')");
   }
   start();
   EXPECT_EQ(output({"config", "get", "transmit_power"}), "2600\n");

@@ -90,8 +90,9 @@ Reader::Reader(const RunOptions& options, const std::filesystem::path& state,
     simulated_->play(std::move(scenario));
     real_port_ = simulated_->path();
   } else {
-    real_port_ = options.port.empty() ? SettingsOfRun(state, assignments, settings_faults_).text(kDefaultSection, kPortSetting)
-                                      : std::filesystem::absolute(options.port).string();
+    real_port_ = options.port.empty()
+                     ? SettingsOfRun(state, assignments, settings_faults_).text(kDefaultSection, kPortSetting)
+                     : std::filesystem::absolute(options.port).string();
   }
   if (options.direct) {
     guard_ = or_fail([&] { return std::make_unique<line::PortGuard>(real_port_, kAlternative); });
