@@ -30,7 +30,7 @@ MemoryReserve& reserve() {
 }
 
 // At the start, while there is memory.
-[[maybe_unused]] const bool is_ready = reserve().owns(reserve_memory);
+[[maybe_unused]] const bool kIsReady = reserve().owns(reserve_memory);
 
 // From the button to the relay and back, and those who watch.
 constexpr std::string_view kWayOut[] = {"control_client", "uhf:inputs", "door",    "gpio",   "door_timer",
