@@ -11,8 +11,6 @@
 #include <exception>
 #include <functional>
 #include <future>
-#include <iterator>
-#include <span>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -59,17 +57,14 @@ double seconds(std::chrono::milliseconds time) { return std::chrono::duration<do
 [[noreturn]] void end_late(const refhost::WatchdogTable::Late& late) {
   using refhost::StoreTable;
   constexpr std::chrono::milliseconds kWorthAWord(100);
-  std::array<char, 1024> line{};
-  std::span<char> rest(line);
-  const auto add = [&rest](const char* format, auto... values) {
-    const int length = std::snprintf(rest.data(), rest.size(), format, values...);
-    rest = rest.subspan(std::min(rest.size() - 1, static_cast<std::size_t>(std::max(length, 0))));
-  };
-  add("achost: watchdog: %s has not reported for %.1f s, ending", late.name.c_str(), seconds(late.silence));
+  std::array<char, 384> disk{};
   if (const auto stall = StoreTable::instance().longest_stall(StoreTable::Clock::now(), kWorthAWord)) {
-    add("; the disk below %s does not answer for %.1f s (%s)", stall->file.data(), seconds(stall->length), stall->what);
+    std::snprintf(disk.data(), disk.size(), "; the disk below %s does not answer for %.1f s (%s)", stall->file.data(),
+                  seconds(stall->length), stall->what);
   }
-  add("\n");
+  std::array<char, 640> line{};
+  std::snprintf(line.data(), line.size(), "achost: watchdog: %s has not reported for %.1f s, ending%s\n",
+                late.name.c_str(), seconds(late.silence), disk.data());
   refhost::write_if_taken(STDERR_FILENO, line.data());
   _exit(kWatchdog);
 }

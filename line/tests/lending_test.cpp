@@ -139,7 +139,7 @@ TEST_F(LineLending, WhoGoesInTheMiddleOfAnythingLeavesThePlugInsSettings) {
     ASSERT_TRUE(wait_until([this] { return is_lent(); }));
     const auto question = power_frame(static_cast<std::uint16_t>(2000 + i));
     const auto part = static_cast<std::size_t>(i) % (question.size() + 1);
-    send(socket, question.data(), part, 0);
+    send(socket, question.data(), part, MSG_NOSIGNAL);
     close(socket);
     ASSERT_TRUE(returned_.get());
     ASSERT_EQ(reader_->state().power, 1750) << i;
