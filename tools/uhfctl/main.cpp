@@ -36,7 +36,7 @@ CLI::App& add(CLI::App& app, const std::string& name, const std::string& help, s
 }
 
 void add_region(CLI::App& command, std::string& region) {
-  command.add_option("--region", region, "Whose limits hold")->envname("UHFCTL_REGION")->capture_default_str();
+  command.add_option("--region", region, "Whose limits hold; BRAZIL unless given")->envname("UHFCTL_REGION");
 }
 
 void add_law(CLI::App& command, const std::shared_ptr<uhfctl::Law>& law) {
@@ -76,7 +76,7 @@ void add_radio(CLI::App& app, const Common& common) {
   set_power.add_option("POWER", *wanted, "21dBm, or 2100, which is the same in hundredths of a dBm")->required();
   add_law(set_power, power_law);
 
-  auto& region = *app.add_subcommand("region", "The regulatory region (a reader cannot be asked for it)");
+  auto& region = *app.add_subcommand("region", "The regulatory region (it cannot be asked for)");
   region.require_subcommand(1);
   add(region, "get", "Say why it cannot be asked for", [] { uhfctl::cannot_be_asked("region", "region"); });
   const auto name = std::make_shared<std::string>();
@@ -84,7 +84,7 @@ void add_radio(CLI::App& app, const Common& common) {
       .add_option("REGION", *name, "BRAZIL, CHINA_900MHZ, CHINA_800MHZ, AMERICA, EUROPE or KOREA")
       ->required();
 
-  auto& channels = *app.add_subcommand("channels", "The working channels (a reader cannot be asked for them)");
+  auto& channels = *app.add_subcommand("channels", "The working channels (they cannot be asked for)");
   channels.require_subcommand(1);
   add(channels, "get", "Say why they cannot be asked for", [] { uhfctl::cannot_be_asked("channels", "work_channel"); });
   const auto list = std::make_shared<std::string>();
@@ -132,13 +132,13 @@ void add_survey(CLI::App& app, const Common& common) {
 void add_tape(CLI::App& app, const Common& common) {
   const auto file = std::make_shared<std::string>();
   const auto time = std::make_shared<double>(0);
-  auto& record = add(app, "record", "Poll, and write every byte with its time and direction",
+  auto& record = add(app, "record", "Poll, and write every byte, its time and way",
                      [&common, file, time] { uhfctl::record(common, *file, *time); });
   record.add_option("FILE", *file, "A name that is not there yet")->required();
   record.add_option("--seconds", *time, "How long; 0 is until Ctrl-C")
       ->capture_default_str()
       ->check(cli::range(0.0, 1e6));
-  auto& replay = add(app, "replay", "Play a recording as a simulated reader; prints its port",
+  auto& replay = add(app, "replay", "Play a recording as a reader; prints its port",
                      [&common, file, time] { uhfctl::replay(common, *file, *time); });
   replay.add_option("FILE", *file, "What record made")->required();
   replay.add_option("--seconds", *time, "How long; 0 is until Ctrl-C")
@@ -163,13 +163,13 @@ int run(int argc, char** argv) {
       ->capture_default_str()
       ->check(cli::range(100, 25500));
   app.add_flag("--json", common.json, "Print JSON, an object a line");
-  add(app, "info", "Whether a reader answers, its power and sensitivity", [&common] { info(common); });
+  add(app, "info", "Whether a reader answers; its settings and speed", [&common] { info(common); });
   add_inventory(app, common);
   add_radio(app, common);
   add_survey(app, common);
   add_tape(app, common);
   const auto region = std::make_shared<std::string>("BRAZIL");
-  add_region(add(app, "doctor", "Look at one thing after the other that can be wrong",
+  add_region(add(app, "doctor", "Look at what can be wrong, one after the other",
                  [&common, region] { doctor(common, *region); }),
              *region);
   try {
