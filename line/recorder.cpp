@@ -62,6 +62,9 @@ void Recorder::drop_oldest() {
 }
 
 void Recorder::copy_in(const void* bytes, std::size_t count) {
+  if (count == 0) {
+    return;
+  }
   const std::size_t to = (first_ + used_) % size_;
   const std::size_t before_end = std::min(count, size_ - to);
   std::memcpy(storage_.get() + to, bytes, before_end);
@@ -72,6 +75,9 @@ void Recorder::copy_in(const void* bytes, std::size_t count) {
 }
 
 void Recorder::copy_out(std::size_t from, void* bytes, std::size_t count) const {
+  if (count == 0) {
+    return;  // and bytes may be null
+  }
   const std::size_t before_end = std::min(count, size_ - from);
   std::memcpy(bytes, storage_.get() + from, before_end);
   if (before_end < count) {
