@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <system_error>
+#include <utility>
 
 namespace line {
 namespace {
@@ -41,5 +42,7 @@ std::size_t Outbox::send(int fd, ByteView bytes) {
   waiting_.insert(waiting_.end(), rest.begin(), rest.end());
   return bytes.size() - written - kept;
 }
+
+std::size_t Outbox::clear() { return std::exchange(waiting_, {}).size(); }
 
 }  // namespace line

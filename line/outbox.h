@@ -20,7 +20,9 @@ class Outbox {
   void go_on(int fd) { send(fd, {}); }
 
   bool is_waiting() const { return !waiting_.empty(); }
-  void clear() { waiting_.clear(); }
+
+  // Drops what waits; the number of bytes.
+  std::size_t clear();
 
  private:
   const std::size_t bound_;  // bytes that may wait

@@ -49,6 +49,7 @@ bool Line::Relay::open_port() {
   }
   watch_.port_back();
   to_port_.clear();
+  drop_unread();
   next_give_back_ = Clock::now();
   const std::lock_guard lock(mutex_);
   shown_port_ = path;
@@ -88,7 +89,7 @@ void Line::Relay::take(Rung rung, Clock::time_point now) {
     case Rung::drop_waiting:
       tcflush(port_->fd(), TCIOFLUSH);
       to_port_.clear();
-      terminal_.drop_unread();
+      drop_unread();
       break;
     case Rung::reopen:
       port_.reset();

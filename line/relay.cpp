@@ -241,12 +241,16 @@ void Line::Relay::say_to_port(Clock::time_point now, ByteView bytes) {
   onlookers_.show(now, Direction::to_reader, bytes);
 }
 
-// By whoever asks next it would be taken for his answer.
 void Line::Relay::drop_stale(Clock::time_point now) {
   if (last_to_plug_in_.has_value() && now - *last_to_plug_in_ > kStale) {
-    watch_.dropped(terminal_.drop_unread());
-    last_to_plug_in_.reset();
+    drop_unread();
   }
+}
+
+// What the plug-in has not read: by whoever asks next it would be taken for his answer.
+void Line::Relay::drop_unread() {
+  watch_.dropped(to_plug_in_.clear() + terminal_.drop_unread());
+  last_to_plug_in_.reset();
 }
 
 void Line::Relay::tick(Clock::time_point now) {

@@ -74,6 +74,7 @@ class Line::Relay {
   void say_to_port(Clock::time_point now, ByteView bytes);
   void done_with(const std::optional<Exchange>& exchange);
   void drop_stale(Clock::time_point now);
+  void drop_unread();
   void tick(Clock::time_point now);
   void see_state(Clock::time_point now);
   void tell(Event::Kind kind, const std::string& text);

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <stdlib.h>
-#include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -59,10 +58,13 @@ Terminal::Terminal()
 }
 
 std::size_t Terminal::drop_unread() const {
-  int count = 0;
-  ioctl(client_.get(), FIONREAD, &count);
-  tcflush(client_.get(), TCIFLUSH);
-  return count < 0 ? 0 : static_cast<std::size_t>(count);
+  // By reading: a flush drops the first 4 KiB alone, and what waits behind them takes their place.
+  std::array<char, 4096> buffer;
+  std::size_t dropped = 0;
+  for (ssize_t count; (count = read(client_.get(), buffer.data(), buffer.size())) > 0;) {
+    dropped += static_cast<std::size_t>(count);
+  }
+  return dropped;
 }
 
 void make_raw(int fd) {
