@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <stdlib.h>
+#include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -57,6 +58,8 @@ Terminal::Terminal()
   make_raw(client_.get());
 }
 
+void Terminal::control() const { checked(ioctl(client_.get(), TIOCSCTTY, 0), "taking a controlling terminal"); }
+
 std::size_t Terminal::drop_unread() const {
   // By reading: a flush drops the first 4 KiB alone, and what waits behind them takes their place.
   std::array<char, 4096> buffer;
@@ -65,6 +68,20 @@ std::size_t Terminal::drop_unread() const {
     dropped += static_cast<std::size_t>(count);
   }
   return dropped;
+}
+
+std::unique_ptr<Terminal> controlling_terminal() {
+  const bool has_one = Descriptor(open("/dev/tty", O_RDWR | O_NOCTTY | O_CLOEXEC)).get() >= 0;
+  if (has_one || getsid(0) != getpid()) {
+    return nullptr;
+  }
+  try {
+    auto terminal = std::make_unique<Terminal>();
+    terminal->control();
+    return terminal;
+  } catch (const std::system_error&) {
+    return nullptr;
+  }
 }
 
 void make_raw(int fd) {

@@ -1,6 +1,7 @@
 // A pseudo-terminal in place of the reader's port.
 #pragma once
 
+#include <memory>
 #include <string>
 
 namespace line {
@@ -33,6 +34,9 @@ class Terminal {
   // Our end; it does not block.
   int fd() const { return master_.get(); }
 
+  // Makes it the controlling terminal of this process.
+  void control() const;
+
   // Drop what the client has not read; the number of bytes.
   std::size_t drop_unread() const;
 
@@ -41,6 +45,11 @@ class Terminal {
   std::string path_;
   Descriptor client_;
 };
+
+// To be kept, by a session's leader that has no controlling terminal, as a service manager starts it: a terminal that
+// is that, and at which nothing happens. Otherwise the next one that anybody opens carelessly would be it, and a reader
+// that hangs up or sends the wrong byte would send a signal. Null when there is no need, or no terminal to be had.
+std::unique_ptr<Terminal> controlling_terminal();
 
 // Raw, 115200 baud, 8 data bits, no parity, one stop bit.
 void make_raw(int fd);

@@ -13,6 +13,7 @@
 #include "door/simulation/story.h"
 #include "line/line.h"
 #include "line/port_guard.h"
+#include "line/terminal.h"
 #include "uhfsim/simulated_reader.h"
 
 namespace achost {
@@ -55,6 +56,7 @@ class Reader {
   std::unique_ptr<line::Line> make_line(const std::filesystem::path& state, const std::vector<Assignment>& assignments);
   void tell(const line::Event& event);
 
+  const std::unique_ptr<line::Terminal> controlling_terminal_ = line::controlling_terminal();
   std::string real_port_;
   std::string plug_in_port_;
   bool is_waited_for_ = false;

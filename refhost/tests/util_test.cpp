@@ -1,5 +1,6 @@
 #include "ac/util.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -72,6 +73,14 @@ TEST(Util, SystemReturnsTheWaitStatus) {
   const int status = ac::util::system("exit 3");
   EXPECT_TRUE(WIFEXITED(status));
   EXPECT_EQ(WEXITSTATUS(status), 3);
+}
+
+TEST(Util, WhatSystemStartsInheritsNothingThatIsOpen) {
+  const int file = open("/dev/null", O_RDONLY);  // as a plug-in opens its reader's port
+  const int status = ac::util::system(("test -e /proc/$$/fd/" + std::to_string(file)).c_str());
+  EXPECT_EQ(WEXITSTATUS(status), 1);
+  EXPECT_EQ(ac::util::system("test -e /proc/$$/fd/1"), 0);
+  EXPECT_EQ(close(file), 0) << "it stays open here";
 }
 
 TEST(InstanceLock, SecondHolderIsRefusedWithThePidOfTheFirst) {

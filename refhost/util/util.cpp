@@ -1,6 +1,8 @@
 #include "ac/util.h"
 
+#include <linux/close_range.h>
 #include <sys/random.h>
+#include <unistd.h>
 
 #include <array>
 #include <cerrno>
@@ -29,7 +31,11 @@ void set_thread_name(const std::string& name, pthread_t thread) {
   pthread_setname_np(thread, name.substr(0, kSystemNameLength).c_str());
 }
 
-int system(const char* command) { return std::system(command); }
+// What it starts is not to have what is open here: a plug-in opens its reader's port without O_CLOEXEC.
+int system(const char* command) {
+  close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
+  return std::system(command);
+}
 
 void get_formatted_date_and_time_ms(char* buffer) {
   using std::chrono::milliseconds;
