@@ -33,6 +33,7 @@ class Events {
   void add(const Event& event) {
     const std::lock_guard lock(mutex_);
     events_.push_back(event);
+    times_.push_back(Clock::now());
     changed_.notify_all();
   }
 
@@ -54,6 +55,16 @@ class Events {
     return wait_for([state](const Event& e) { return e.kind == Event::Kind::state && e.health.state == state; }, from);
   }
 
+  // When the last event of that state was told, from that number on; it must be there.
+  Clock::time_point time_of(State state, std::size_t from) const {
+    const std::lock_guard lock(mutex_);
+    std::size_t last = events_.size();
+    do {
+      --last;
+    } while (last > from && (events_[last].kind != Event::Kind::state || events_[last].health.state != state));
+    return times_[last];
+  }
+
   std::size_t count() const {
     const std::lock_guard lock(mutex_);
     return events_.size();
@@ -69,29 +80,37 @@ class Events {
   }
 
  private:
-  mutable std::mutex mutex_;  // guards events_
+  mutable std::mutex mutex_;  // guards all below
   std::condition_variable changed_;
   std::vector<Event> events_;
+  std::vector<Clock::time_point> times_;
 };
 
-class LineTest : public testing::Test {
- protected:
-  LineTest() {
+// A reader's port, and the line and the driver at it once they are asked for.
+class Place {
+ public:
+  Place() {
     std::string pattern = testing::TempDir() + "line.XXXXXX";
     directory_ = mkdtemp(pattern.data());
     plug_in();
   }
-  ~LineTest() override {
+  ~Place() {
     driver_.reset();
     line_.reset();
     std::filesystem::remove_all(directory_);
   }
 
+  Place(const Place&) = delete;
+  Place& operator=(const Place&) = delete;
+
   std::filesystem::path port() const { return directory_ / "reader"; }
 
   // A reader at the port, which is a link, as those of /dev/serial/by-id are: each has a terminal of its own.
-  void plug_in(uhfsim::Options options = {.baud = 0}) {
+  void plug_in(uhfsim::Options options = {.baud = 0}, const std::vector<Bytes>& tags = {}) {
     reader_ = std::make_unique<uhfsim::SimulatedReader>(std::move(options));
+    for (const Bytes& epc : tags) {
+      reader_->field().add({.epc = epc});
+    }
     std::filesystem::remove(port());
     std::filesystem::create_symlink(reader_->path(), port());
   }
@@ -147,5 +166,7 @@ class LineTest : public testing::Test {
   std::unique_ptr<Line> line_;
   std::unique_ptr<ac::UHF::T640> driver_;
 };
+
+class LineTest : public testing::Test, protected Place {};
 
 }  // namespace line::test
