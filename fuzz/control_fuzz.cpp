@@ -7,8 +7,8 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "cli/line_socket.h"
 #include "door/control/control.h"
-#include "door/control/line_socket.h"
 #include "input.h"
 #include "temporary_directory.h"
 

@@ -10,8 +10,8 @@
 #include <iterator>
 #include <system_error>
 
+#include "cli/line_socket.h"
 #include "door/control/control.h"
-#include "door/control/line_socket.h"
 
 namespace achost {
 namespace {

@@ -17,10 +17,10 @@
 #include <thread>
 
 #include "ac/util.h"
+#include "cli/line_socket.h"
 #include "door/base/failure.h"
 #include "door/control/client_places.h"
 #include "door/control/control.h"
-#include "door/control/line_socket.h"
 #include "refhost/log.h"
 #include "refhost/settings_schema.h"
 #include "refhost/state_file.h"

@@ -13,8 +13,8 @@
 #include <random>
 #include <thread>
 
+#include "cli/line_socket.h"
 #include "door/control/control_events.h"
-#include "door/control/line_socket.h"
 #include "refhost/send.h"
 #include "refhost/settings_schema.h"
 #include "refhost/tests/captured_log.h"

@@ -1,4 +1,4 @@
-#include "door/control/line_socket.h"
+#include "cli/line_socket.h"
 
 #include <fcntl.h>
 #include <poll.h>
