@@ -64,23 +64,29 @@ bool uses(const fs::path& process, dev_t device) {
   return has_open(process, is_device) && !(pseudo && has_open(process, is_other_end));
 }
 
-// "process 123 (name)" of another process that uses the device.
-std::optional<std::string> user_of(dev_t device) {
+// Another process that uses the device.
+std::optional<pid_t> user_of(dev_t device) {
   std::error_code failure;
   for (fs::directory_iterator entry("/proc", failure), end; !failure && entry != end; entry.increment(failure)) {
     const std::string pid = entry->path().filename();
     if (is_number(pid) && pid != std::to_string(getpid()) && uses(entry->path(), device)) {
-      std::string command;
-      std::getline(std::ifstream(entry->path() / "comm"), command);
-      return std::string("process ").append(pid).append(" (").append(command).append(")");
+      return static_cast<pid_t>(std::stol(pid));
     }
   }
   return std::nullopt;
 }
 
-[[noreturn]] void refuse_busy(const std::string& path, const std::string& user) {
-  throw PortError(PortError::Kind::busy,
-                  "the port " + path + " is in use by " + user + ": end it, or use another port");
+// "process 123 (name)".
+std::string name_of(pid_t process) {
+  const std::string pid = std::to_string(process);
+  std::string command;
+  std::getline(std::ifstream("/proc/" + pid + "/comm"), command);
+  return std::string("process ").append(pid).append(" (").append(command).append(")");
+}
+
+[[noreturn]] void refuse_busy(const std::string& path, const std::string& user, pid_t holder = 0) {
+  throw PortError(PortError::Kind::busy, "the port " + path + " is in use by " + user + ": end it, or use another port",
+                  holder);
 }
 
 int open_port(const std::string& path, const std::string& alternative) {
@@ -101,7 +107,7 @@ void check_and_lock(int fd, const std::string& path, const std::string& alternat
     throw PortError(PortError::Kind::unusable, path + " is not a serial port: " + kHowToFind + alternative);
   }
   if (const auto user = user_of(file.st_rdev)) {
-    refuse_busy(path, *user);
+    refuse_busy(path, name_of(*user), *user);
   }
   // Two that start at the same moment: one of them gets the lock. Exclusive use does not keep root from opening.
   int exclusive = 0;

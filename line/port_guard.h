@@ -1,6 +1,8 @@
 // Making sure that a serial port can be used, and by nobody else.
 #pragma once
 
+#include <sys/types.h>
+
 #include <stdexcept>
 #include <string>
 
@@ -14,12 +16,18 @@ class PortError : public std::runtime_error {
     busy,      // somebody else has it
   };
 
-  PortError(Kind kind, const std::string& text) : std::runtime_error(text), kind_(kind) {}
+  // holder: the process that has the port, or 0.
+  PortError(Kind kind, const std::string& text, pid_t holder = 0)
+      : std::runtime_error(text), kind_(kind), holder_(holder) {}
 
   Kind kind() const { return kind_; }
 
+  // The process that has the port; 0 when it is not known: those of other users cannot be looked into.
+  pid_t holder() const { return holder_; }
+
  private:
   Kind kind_;
+  pid_t holder_;
 };
 
 // Holds the port for this process while it lives: two of our programs exclude each other by a lock on the device, and a
