@@ -2,21 +2,14 @@
 // by a Failure when it cannot be done.
 #pragma once
 
-#include <chrono>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "common.h"
 #include "law.h"
 
 namespace uhfctl {
-
-// What every command that talks to a reader takes.
-struct Common {
-  std::string port;
-  int timeout = 1000;  // ms
-  bool json = false;
-};
 
 // Whether a reader answers, its power and sensitivity, how long it takes.
 void info(const Common& common);
@@ -60,6 +53,9 @@ void replay(const Common& common, const std::string& file, double seconds);
 
 // Every frame in a recording, a file of hexadecimal digits, standard input ("-"), or the word itself.
 void decode(const Common& common, const std::string& what);
+
+// Every frame as it goes over the line, for some seconds (0: does not end).
+void decode_live(const Common& common, double seconds);
 
 // One thing after the other that can be wrong.
 void doctor(const Common& common, const std::string& region);

@@ -96,8 +96,9 @@ void check_file(Report& report, const std::string& path) {
 
 std::unique_ptr<Port> claim(Report& report, const Common& common) {
   try {
-    auto port = std::make_unique<Port>(common.port, std::chrono::milliseconds(common.timeout));
-    report.add("use", Verdict::good, "nobody else uses it");
+    auto port = std::make_unique<Port>(common);
+    report.add("use", Verdict::good,
+               port->loan() == nullptr ? "nobody else uses it" : port->loan()->lender() + " has it, and lends it");
     return port;
   } catch (const Failure& failure) {
     if (failure.status() == kUsage) {

@@ -13,6 +13,7 @@
 #include "tags.h"
 #include "terminal.h"
 #include "uhfsim/text.h"
+#include "watch.h"
 
 namespace uhfctl {
 
@@ -182,20 +183,25 @@ std::unique_ptr<Show> show_of(const Seen& seen, bool json) {
   return can_be_redrawn() ? std::unique_ptr<Show>(std::make_unique<LiveShow>(seen)) : std::make_unique<PlainShow>(seen);
 }
 
-void look(const Port& port, Seen& seen, Show& show) {
+void look(Watch& watch, Seen& seen, Show& show) {
   const auto has_enough = [&seen] {
     return seen.options.count > 0 && seen.tags.all().size() >= static_cast<std::size_t>(seen.options.count);
   };
   do {
-    const auto poll = port.poll_living();
+    const auto poll = watch.next();
     const auto now = Clock::now();
-    seen.tags.add(poll, now);
-    seen.faults.add(poll.fault);
-    show.add(poll, now);
+    if (poll.has_value()) {
+      seen.tags.add(*poll, now);
+      seen.faults.add(poll->fault);
+    }
+    show.add(poll.value_or(Poll()), now);
   } while (!seen.duration.is_over() && !has_enough());
 }
 
-void tell_what_was_wrong(const Seen& seen, const std::string& prefix) {
+void tell_what_was_wrong(const Seen& seen, const Watch& watch, const std::string& prefix) {
+  if (seen.faults.polls() == 0 && !watch.whose().empty()) {
+    note(watch.whose() + " has not asked for tags in that time: `achost config get operation_mode` tells when it does");
+  }
   if (seen.faults.noisy()) {
     note("noisy line: " + seen.faults.text() + ": " + advice_on(seen.faults.commonest()).way_out);
   }
@@ -213,20 +219,18 @@ void inventory(const Common& common, const InventoryOptions& options) {
     throw Failure(kUsage,
                   "\"" + options.filter + "\" is no beginning of an EPC: give hexadecimal digits, such as E200");
   }
-  const Port port(common.port, std::chrono::milliseconds(common.timeout));
-  catch_interrupts();
-  port.power_or_nobody();
+  const auto polls = watch(common);
   Seen seen(options, prefix);
   const auto show = show_of(seen, common.json);
   try {
-    look(port, seen, *show);
+    look(*polls, seen, *show);
   } catch (const Failure&) {
     show->end();  // what was found until then is not lost
-    tell_what_was_wrong(seen, prefix);
+    tell_what_was_wrong(seen, *polls, prefix);
     throw;
   }
   show->end();
-  tell_what_was_wrong(seen, prefix);
+  tell_what_was_wrong(seen, *polls, prefix);
 }
 
 }  // namespace uhfctl

@@ -144,9 +144,19 @@ void add_tape(CLI::App& app, const Common& common) {
   replay.add_option("--seconds", *time, "How long; 0 is until Ctrl-C")
       ->capture_default_str()
       ->check(cli::range(0.0, 1e6));
-  add(app, "decode", "Tell every frame, and why bytes are none", [&common, file] { uhfctl::decode(common, *file); })
-      .add_option("WHAT", *file, "A recording, a file of hexadecimal digits, the digits, or - for standard input")
-      ->required();
+  const auto live = std::make_shared<bool>(false);
+  auto& decode = add(app, "decode", "Tell every frame, and why bytes are none", [&common, file, live, time] {
+    *live ? decode_live(common, *time) : uhfctl::decode(common, *file);
+  });
+  auto* const what = decode.add_option(
+      "WHAT", *file, "A recording, a file of hexadecimal digits, the digits, or - for standard input");
+  auto* const is_live = decode.add_flag("--live", *live, "What goes over the line, as it goes");
+  decode.add_option("--seconds", *time, "How long, with --live; 0 is until Ctrl-C")
+      ->capture_default_str()
+      ->check(cli::range(0.0, 1e6))
+      ->needs(is_live);
+  what->excludes(is_live);
+  decode.require_option(1, 2);
 }
 
 int run(int argc, char** argv) {
@@ -157,6 +167,7 @@ int run(int argc, char** argv) {
   app.set_version_flag("--version", UHF_VERSION, "Tell the version");
   app.require_subcommand(1);
   app.fallthrough();
+  app.parse_complete_callback([&app, &common] { common.command = app.get_subcommands().front()->get_name(); });
   app.add_option("--port", common.port, "Serial device of the reader")->envname("UHFCTL_PORT")->type_name("DEVICE");
   app.add_option("--timeout", common.timeout, "Milliseconds that the reader may take to begin its answer")
       ->type_name("MS")

@@ -36,17 +36,6 @@ void start_without_signals(std::function<void()> call) {
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
-line::PortGuard guard(const std::string& path) {
-  if (path.empty()) {
-    throw Failure(kUsage, "no port: give --port DEVICE, or set UHFCTL_PORT; `ls /dev/serial/by-id` lists them");
-  }
-  try {
-    return line::PortGuard(path, "try uhf-sim, which makes one");
-  } catch (const line::PortError& failure) {
-    throw Failure(failure.kind() == line::PortError::Kind::busy ? kPortBusy : kNoReader, failure.what());
-  }
-}
-
 // What is wrong with a piece of an answer to a poll.
 LineFault fault_of(const Scanned& piece) {
   using Frame = ac::UHF::Frame;
@@ -61,8 +50,9 @@ LineFault fault_of(const Scanned& piece) {
   return is_answer ? LineFault::none : LineFault::out_of_step;
 }
 
-// Sorts what was found; the number of bytes that are not done.
-std::size_t take(std::span<const unsigned char> bytes, bool all, Poll& poll) {
+}  // namespace
+
+std::size_t take_frames(std::span<const unsigned char> bytes, bool all, Poll& poll) {
   auto [found, rest] = scan(bytes, all);
   for (const auto& piece : found) {
     const auto fault = fault_of(piece);
@@ -75,15 +65,36 @@ std::size_t take(std::span<const unsigned char> bytes, bool all, Poll& poll) {
   return rest;
 }
 
-}  // namespace
-
-Port::Port(const std::string& path, std::chrono::milliseconds timeout)
-    : path_(path), timeout_(timeout), guard_(guard(path)) {
+Claim::Claim(const std::string& path) {
+  if (path.empty()) {
+    throw Failure(kUsage, "no port: give --port DEVICE, or set UHFCTL_PORT; `ls /dev/serial/by-id` lists them");
+  }
   try {
-    driver_ = std::make_unique<ac::UHF::T640>(path, timeout);
-    line_ = std::make_unique<ac::UHF::SerialPort>(path, timeout);
+    guard = std::make_unique<line::PortGuard>(path, "try uhf-sim, which makes one");
+  } catch (const line::PortError& failure) {
+    if (failure.kind() != line::PortError::Kind::busy) {
+      throw Failure(kNoReader, failure.what());
+    }
+    door = Door::with(path, failure.holder(), failure.what());
+    if (!door.has_value()) {
+      throw Failure(kPortBusy, failure.what());
+    }
+  }
+}
+
+Port::Port(const Common& common, Claim claim)
+    : path_(common.port), timeout_(common.patience()), guard_(std::move(claim.guard)) {
+  if (guard_ == nullptr) {
+    loan_ = std::make_unique<Loan>(claim.door.value(),
+                                   "uhfctl " + common.command + " (process " + std::to_string(getpid()) + ")");
+    note(loan_->lender() + " lends its reader; the door reads no cards until this ends");
+  }
+  const auto& path = loan_ != nullptr ? loan_->path() : path_;
+  try {
+    driver_ = std::make_unique<ac::UHF::T640>(path, timeout_);
+    line_ = std::make_unique<ac::UHF::SerialPort>(path, timeout_);
   } catch (const ac::ac_exception& failure) {
-    throw Failure(kFailed, line_failure(path, failure.what()));
+    fail(failure.what());
   }
 }
 
@@ -116,15 +127,27 @@ void Port::run_apart(std::function<void()> call, const std::function<bool(std::c
       give_up(" does not end its answer");
     }
   }
+  check_loan();
 }
 
-std::string line_failure(const std::string& path, const std::string& reason) {
-  if (access(path.c_str(), F_OK) != 0) {
-    return path +
-           " is gone: was the adapter pulled out? Plug it in, see its name with `ls /dev/serial/by-id`, and begin "
-           "anew";
+void Port::check_loan() const {
+  if (loan_ != nullptr && loan_->is_taken_back()) {
+    throw Failure(kFailed,
+                  loan_->lender() +
+                      " has taken its reader back: it lends it for ten minutes at most, and not beyond its own "
+                      "end or that of the port; `achost health` tells more");
   }
-  return "the line at " + path + " failed (" + reason + "): pull the adapter out, plug it in, and begin anew";
+}
+
+void Port::fail(const std::string& reason) const {
+  check_loan();
+  if (access(path_.c_str(), F_OK) != 0) {
+    throw Failure(kFailed, path_ +
+                               " is gone: was the adapter pulled out? Plug it in, see its name with `ls "
+                               "/dev/serial/by-id`, and begin anew");
+  }
+  throw Failure(kFailed,
+                "the line at " + path_ + " failed (" + reason + "): pull the adapter out, plug it in, and begin anew");
 }
 
 std::optional<unsigned short> Port::ask_power(LineFault& fault) const {
@@ -164,7 +187,7 @@ unsigned short Port::power() const {
     return *power;
   }
   if (access(path_.c_str(), F_OK) != 0) {
-    throw Failure(kFailed, line_failure(path_, ""));
+    fail("");
   }
   throw Failure(kNoAnswer, "the reader at " + path_ + " has stopped answering: is it still powered and plugged in?");
 }
@@ -175,9 +198,10 @@ Poll Port::poll(const Tap& tap) const {
     exchange(poll, tap);
   } catch (const ac::ac_exception& failure) {
     if (!interrupted()) {  // which ends a wait on the line
-      throw Failure(kFailed, line_failure(path_, failure.what()));
+      fail(failure.what());
     }
   }
+  check_loan();
   return poll;
 }
 
@@ -195,23 +219,23 @@ void Port::exchange(Poll& poll, const Tap& tap) const {
   const auto longest = timeout_ + kLongestTime;
   line_->send(command);
   if (tap) {
-    tap(Direction::to_reader, command);
+    tap(begin, Direction::to_reader, command);
   }
   std::vector<unsigned char> rest;  // of which no frame is made yet
   for (std::size_t received = 0; received < kLongestAnswer && Clock::now() - begin < longest && !interrupted();) {
     const auto [came, chunk] = line_->receive();
     if (!came) {
-      take(rest, true, poll);
+      take_frames(rest, true, poll);
       return;
     }
     if (tap) {
-      tap(Direction::from_reader, chunk);
+      tap(Clock::now(), Direction::from_reader, chunk);
     }
     poll.answered = true;
     poll.took = Clock::now() - begin;
     received += chunk.size();
     rest.insert(rest.end(), chunk.begin(), chunk.end());
-    const auto left = take(rest, false, poll);
+    const auto left = take_frames(rest, false, poll);
     rest.erase(rest.begin(), rest.end() - static_cast<std::ptrdiff_t>(left));
     if (rest.empty() && poll.answers > 0) {
       return;

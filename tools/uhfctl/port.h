@@ -12,10 +12,13 @@
 #include <vector>
 
 #include "ac/exception.h"
+#include "common.h"
+#include "door.h"
 #include "failure.h"
 #include "inventory_card_info.h"
 #include "line/port_guard.h"
 #include "line_faults.h"
+#include "loan.h"
 #include "serial_port.h"
 #include "t640.h"
 
@@ -36,14 +39,23 @@ struct Poll {
 enum class Direction { to_reader, from_reader };
 
 // Sees the bytes of polls as they go over the line.
-using Tap = std::function<void(Direction, std::span<const unsigned char>)>;
+using Tap = std::function<void(Clock::time_point, Direction, std::span<const unsigned char>)>;
 
-// Held for this process alone while the object lives. One thread uses it.
+// Who has the port now: this process, or a door.
+struct Claim {
+  // Throws Failure: kNoReader when there is no such port, kPortBusy when somebody has it who does not share it.
+  explicit Claim(const std::string& path);
+
+  std::unique_ptr<line::PortGuard> guard;
+  std::optional<Door> door;  // when there is no guard
+};
+
+// Held for this process alone while the object lives, or borrowed from the door that has it. One thread uses it.
 class Port {
  public:
-  // timeout: how long the reader may take to begin its answer, in tenths of a second of the line. Throws Failure:
-  // kNoReader when there is no such port, kPortBusy when somebody else has it.
-  Port(const std::string& path, std::chrono::milliseconds timeout);
+  // The reader may take the patience to begin its answer, in tenths of a second of the line. Throws Failure.
+  explicit Port(const Common& common) : Port(common, Claim(common.port)) {}
+  Port(const Common& common, Claim claim);
 
   ~Port();
   Port(const Port&) = delete;
@@ -51,8 +63,14 @@ class Port {
 
   const std::string& path() const { return path_; }
 
+  // The door that lends it, whose settings the reader gets back at the end; null when it is nobody else's.
+  const Loan* loan() const { return loan_.get(); }
+
   // For talking().
   const ac::UHF::T640& driver() const { return *driver_; }
+
+  // Throws Failure kFailed that says what a line that fails means for a person.
+  [[noreturn]] void fail(const std::string& reason) const;
 
   // Runs a call of the driver on a thread of its own until it is done, which is_done tells within a time. Throws
   // Failure kNoAnswer when it is left alone, and then each time.
@@ -80,18 +98,22 @@ class Port {
   // The bytes of a poll.
   void exchange(Poll& poll, const Tap& tap) const;
 
+  // Throws when the door has taken the line back.
+  void check_loan() const;
+
   // Nothing when there is no good answer; fault is then what came instead.
   std::optional<unsigned short> ask_power(LineFault& fault) const;
 
   std::string path_;
   std::chrono::milliseconds timeout_;
-  line::PortGuard guard_;
+  std::unique_ptr<line::PortGuard> guard_;
+  std::unique_ptr<Loan> loan_;             // without a guard
   std::unique_ptr<ac::UHF::T640> driver_;  // also of the thread of a call
   std::unique_ptr<ac::UHF::SerialPort> line_;
 };
 
-// What a line that fails means for a person.
-std::string line_failure(const std::string& path, const std::string& reason);
+// Sorts what is found in the bytes of a poll into it; the number of bytes that are not done. all: no more will come.
+std::size_t take_frames(std::span<const unsigned char> bytes, bool all, Poll& poll);
 
 // Runs what talks to the reader by the driver, which goes on as long as an answer does: one that does not end, or that
 // Ctrl-C does not wait for, is left alone. What work needs it has by value. Throws Failure: kFailed, which names the
@@ -107,7 +129,7 @@ auto talking(const Port& port, Work work) {
   try {
     return result.get();
   } catch (const ac::ac_exception& failure) {
-    throw Failure(kFailed, line_failure(port.path(), failure.what()));
+    port.fail(failure.what());
   }
 }
 

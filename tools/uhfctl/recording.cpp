@@ -49,9 +49,10 @@ Recorder::Recorder(const std::filesystem::path& file) : out_(file, achost::Outpu
   out_.write(std::string(kFirstLine) + '\n');
 }
 
-void Recorder::add(Direction direction, std::span<const unsigned char> bytes) {
+void Recorder::add(Clock::time_point at, Direction direction, std::span<const unsigned char> bytes) {
+  begin_ = begin_.value_or(at);
   char time[32];
-  std::snprintf(time, sizeof time, "%.6f", std::chrono::duration<double>(Clock::now() - begin_).count());
+  std::snprintf(time, sizeof time, "%.6f", std::chrono::duration<double>(at - *begin_).count());
   out_.write(time + std::string(direction == Direction::to_reader ? " > " : " < ") + uhfsim::hex_of(bytes) + '\n');
   ++pieces_;
 }

@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -26,7 +27,8 @@ class Recorder {
   // All throw achost::OutputError; the constructor also when the file is there already.
   explicit Recorder(const std::filesystem::path& file);
 
-  void add(Direction direction, std::span<const unsigned char> bytes);
+  // at: not before that of a piece before. The first begins the recording's time.
+  void add(Clock::time_point at, Direction direction, std::span<const unsigned char> bytes);
 
   void close();
 
@@ -34,7 +36,7 @@ class Recorder {
 
  private:
   achost::OutputFile out_;
-  Clock::time_point begin_ = Clock::now();
+  std::optional<Clock::time_point> begin_;
   int pieces_ = 0;
 };
 

@@ -43,11 +43,14 @@ std::string local_time() {
   return text;
 }
 
-// Sets the power back to what it was, also when the survey ends early.
+// Sets the power back to what it was, also when the survey ends early. A door that lends its reader does it by itself.
 class PowerRestorer {
  public:
   PowerRestorer(const Port& port, unsigned short power) : port_(port), power_(power) {}
   ~PowerRestorer() {
+    if (port_.loan() != nullptr) {
+      return;
+    }
     try {
       if (talking(port_, [power = power_](const auto& driver) { return driver.setTransmitPower(power); })) {
         note("the power is " + power_text(power_) + " again");
@@ -359,7 +362,7 @@ void survey(const Common& common, const SurveyOptions& options) {
   for (const auto& file : files.all()) {
     check_writable(file);
   }
-  const Port port(common.port, std::chrono::milliseconds(common.timeout));
+  const Port port(common);
   ask_before_overwriting(files, options.overwrite);
   catch_interrupts();
   Survey result{.port = common.port, .time = local_time(), .steps = {}, .planned = powers.size()};

@@ -20,6 +20,7 @@
 #include "terminal.h"
 #include "uhfsim/pty_link.h"
 #include "uhfsim/text.h"
+#include "watch.h"
 
 namespace uhfctl {
 
@@ -115,22 +116,53 @@ void print_scanned(const Common& common, const Scanned& item, std::size_t base, 
   print(std::string(place) + where + what + "\n");
 }
 
-// Pieces of one direction that follow each other are one stretch: a frame may be cut anywhere.
-void decode_recording(const Common& common, const std::vector<Piece>& pieces) {
-  std::size_t offsets[2] = {0, 0};
-  for (std::size_t i = 0; i < pieces.size();) {
-    const auto direction = pieces[i].direction;
-    const double at = std::chrono::duration<double>(pieces[i].at).count();
-    std::vector<unsigned char> stretch;
-    for (; i < pieces.size() && pieces[i].direction == direction; ++i) {
-      stretch.insert(stretch.end(), pieces[i].bytes.begin(), pieces[i].bytes.end());
+// Prints frames as their bytes come. Pieces of one direction that follow each other are one stretch: a frame may be cut
+// anywhere.
+class Decoder {
+ public:
+  explicit Decoder(const Common& common) : common_(common) {}
+
+  // at: since the beginning, in seconds.
+  void add(double at, Direction direction, std::span<const unsigned char> bytes) {
+    if (direction != direction_) {
+      end();
+      direction_ = direction;
     }
-    auto& offset = offsets[direction == Direction::to_reader ? 0 : 1];
-    for (const auto& item : scan(stretch, true).found) {
-      print_scanned(common, item, offset, direction == Direction::to_reader ? ">" : "<", at);
+    if (stretch_.empty()) {
+      at_ = at;
     }
-    offset += stretch.size();
+    stretch_.insert(stretch_.end(), bytes.begin(), bytes.end());
+    print_found(false);
   }
+
+  // No more bytes come.
+  void end() { print_found(true); }
+
+ private:
+  void print_found(bool all) {
+    const auto [found, rest] = scan(stretch_, all);
+    auto& offset = offsets_[direction_ == Direction::to_reader ? 0 : 1];
+    for (const auto& item : found) {
+      print_scanned(common_, item, offset, direction_ == Direction::to_reader ? ">" : "<", at_);
+    }
+    const auto done = stretch_.size() - rest;
+    offset += done;
+    stretch_.erase(stretch_.begin(), stretch_.begin() + static_cast<std::ptrdiff_t>(done));
+  }
+
+  const Common& common_;
+  Direction direction_ = Direction::to_reader;
+  double at_ = 0;                       // of the first byte below
+  std::vector<unsigned char> stretch_;  // of which no frame is made yet
+  std::size_t offsets_[2] = {0, 0};     // of its first byte, each way
+};
+
+void decode_recording(const Common& common, const std::vector<Piece>& pieces) {
+  Decoder decoder(common);
+  for (const auto& piece : pieces) {
+    decoder.add(std::chrono::duration<double>(piece.at).count(), piece.direction, piece.bytes);
+  }
+  decoder.end();
 }
 
 // Whether a text is meant as bytes rather than as a file's name: at least half of it is digits.
@@ -162,28 +194,51 @@ std::string content_of(const std::string& what) {
 
 }  // namespace
 
-void record(const Common& common, const std::string& file, double time) {
-  const Port port(common.port, std::chrono::milliseconds(common.timeout));
-  port.power_or_nobody();
-  Recorder recorder(file);
-  catch_interrupts();
-  const Duration duration(time);
+namespace {
+
+// What a watch of the line saw of it.
+struct Count {
   int polls = 0;
   int tags = 0;
-  while (!duration.is_over()) {
-    const auto poll =
-        port.poll([&](Direction direction, std::span<const unsigned char> bytes) { recorder.add(direction, bytes); });
-    ++polls;
-    tags += static_cast<int>(poll.tags.size());
-    progress(seconds(duration.passed()) + " s, " + std::to_string(polls) + " polls, " + std::to_string(tags) +
-             " tag reports");
+  Duration duration;
+};
+
+// Shows each piece to the tap until the time is over. on_poll is told how it goes.
+Count show_line(Watch& watch, const Tap& tap, double time, const std::function<void(const Count&)>& on_poll = nullptr) {
+  Count count{.duration = Duration(time)};
+  while (!count.duration.is_over()) {
+    if (const auto poll = watch.next(tap)) {
+      ++count.polls;
+      count.tags += static_cast<int>(poll->tags.size());
+      if (on_poll) {
+        on_poll(count);
+      }
+    }
   }
+  if (watch.left_out() > 0) {
+    note(std::to_string(watch.left_out()) + " bytes are left out: they came faster than they could be written");
+  }
+  return count;
+}
+
+}  // namespace
+
+void record(const Common& common, const std::string& file, double time) {
+  const auto polls = watch(common);
+  Recorder recorder(file);
+  const auto count = show_line(
+      *polls, [&recorder](auto at, auto direction, auto bytes) { recorder.add(at, direction, bytes); }, time,
+      [](const Count& so_far) {
+        progress(seconds(so_far.duration.passed()) + " s, " + std::to_string(so_far.polls) + " polls, " +
+                 std::to_string(so_far.tags) + " tag reports");
+      });
   progress("");
   recorder.close();
-  const nlohmann::ordered_json summary{{"file", file}, {"polls", polls}, {"tag_reports", tags}};
-  common.json ? print(summary)
-              : print(file + ": " + std::to_string(polls) + " polls, " + std::to_string(tags) + " tag reports in " +
-                      seconds(duration.passed()) + " s; `uhfctl decode " + file + "` tells what is in it\n");
+  const nlohmann::ordered_json summary{{"file", file}, {"polls", count.polls}, {"tag_reports", count.tags}};
+  common.json
+      ? print(summary)
+      : print(file + ": " + std::to_string(count.polls) + " polls, " + std::to_string(count.tags) + " tag reports in " +
+              seconds(count.duration.passed()) + " s; `uhfctl decode " + file + "` tells what is in it\n");
 }
 
 void replay(const Common& common, const std::string& file, double time) {
@@ -206,6 +261,20 @@ void decode(const Common& common, const std::string& what) {
   for (const auto& item : scan(bytes, true).found) {
     print_scanned(common, item, 0, "", 0);
   }
+}
+
+void decode_live(const Common& common, double time) {
+  const auto polls = watch(common);
+  Decoder decoder(common);
+  std::optional<Clock::time_point> begin;
+  show_line(
+      *polls,
+      [&](auto at, auto direction, auto bytes) {
+        begin = begin.value_or(at);
+        decoder.add(std::chrono::duration<double>(at - *begin).count(), direction, bytes);
+      },
+      time);
+  decoder.end();
 }
 
 }  // namespace uhfctl
