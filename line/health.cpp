@@ -26,7 +26,7 @@ const char* name_of(State state) {
 
 HealthWatch::HealthWatch(std::string port, Clock::time_point now) : port_(std::move(port)), begin_(now) {
   health_.since = now;
-  explain(State::silent);
+  explain(State::answering);
 }
 
 void HealthWatch::asked(Clock::time_point now) {
@@ -106,7 +106,7 @@ State HealthWatch::state_now(Clock::time_point now) const {
     return State::silent;
   }
   if (!has_answered_) {
-    return health_.state == State::gone || health_.state == State::lent ? health_.state : State::silent;
+    return health_.state == State::noisy ? State::answering : health_.state;  // until something is known
   }
   return window_bad_ >= kFewestBad && health_.bad_share > kNoisyAbove ? State::noisy : State::answering;
 }

@@ -27,7 +27,7 @@ const char* name_of(State state);
 inline constexpr std::chrono::milliseconds kSilentAfter{1500};
 
 struct Health {
-  State state = State::silent;
+  State state = State::answering;              // until more is known
   std::string cause;                           // what is wrong; empty when all is well
   std::string way_out;                         // what to do about it; empty when nothing
   Clock::time_point since;                     // of the state

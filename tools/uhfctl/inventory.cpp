@@ -176,8 +176,8 @@ class ObjectShow : public Show {
   const Seen& seen_;
 };
 
-std::unique_ptr<Show> show_of(const Seen& seen, bool json) {
-  if (json) {
+std::unique_ptr<Show> show_of(const Seen& seen, bool as_objects) {
+  if (as_objects) {
     return std::make_unique<ObjectShow>(seen);
   }
   return can_be_redrawn() ? std::unique_ptr<Show>(std::make_unique<LiveShow>(seen)) : std::make_unique<PlainShow>(seen);
