@@ -32,9 +32,12 @@ using Words = std::vector<std::string>;
 
 class SharedReader : public testing::Test {
  protected:
-  SharedReader() {
-    reader_ = std::make_unique<uhfsim::SimulatedReader>(uhfsim::Options{.seed = 3});
+  SharedReader() { plug_in({.seed = 3}); }
+
+  void plug_in(uhfsim::Options options) {
+    reader_ = std::make_unique<uhfsim::SimulatedReader>(std::move(options));
     reader_->field().add({.epc = {0xE2, 0x00, 0x68, 0x0A, 0x12, 0x34}});
+    fs::remove(port());
     fs::create_symlink(reader_->path(), port());
   }
 
@@ -214,6 +217,7 @@ TEST_F(SharedReader, ABorrowerThatIsKilledLeavesTheDoorsSettings) {
 
 TEST_F(SharedReader, ABorrowerIsToldThatTheDoorTookTheReaderBack) {
   for (const bool pulled_out : {false, true}) {
+    plug_in({.seed = 3});
     auto host = start();
     ASSERT_NE(next_event(host, "identification"), nullptr);
     Achost borrower(UHFCTL, at_port(survey()));
@@ -267,6 +271,22 @@ TEST_F(SharedReader, OthersMayNotHaveTheReader) {
   EXPECT_EQ(result.status, 5) << result.err;
   EXPECT_THAT(result.err, HasSubstr("only its user, root and its group may have its reader: sudo uhfctl"));
   EXPECT_TRUE(becomes([this] { return command({"health"}).status == 0; })) << "the door did not notice";
+}
+
+TEST_F(SharedReader, AReaderThatDoesNotStopSendingHoldsNobodyUp) {
+  plug_in({.seed = 3, .baud = 0});
+  auto host = start();
+  ASSERT_NE(next_event(host, "identification"), nullptr) << host.wait().err;
+  reader_->faults().set("flood", 1);
+  ASSERT_NE(next_event(host, "reader", "silent"), nullptr);
+  EXPECT_THAT(uhfctl({"doctor"}).out, HasSubstr("bytes come without end"));
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_NE(uhfctl({"power", "get"}).status, 0);
+  uhfctl({"record", file("r"), "--seconds", "1"});
+  EXPECT_LE(std::chrono::steady_clock::now() - begin, seconds(15));
+  reader_->faults().clear();
+  EXPECT_TRUE(becomes([this] { return command({"health"}).status == 0; }));
+  EXPECT_EQ(uhfctl({"power", "get"}).status, 0);
 }
 
 TEST_F(SharedReader, ASilentReaderIsSaidByThoseWhoLookOn) {

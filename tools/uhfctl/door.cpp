@@ -21,7 +21,6 @@ namespace uhfctl {
 namespace {
 
 namespace fs = std::filesystem;
-using nlohmann::json;
 
 constexpr const char* kSocketName = "control.sock";
 constexpr std::size_t kLongestLine = 1U << 20U;
@@ -104,7 +103,7 @@ pid_t Connection::process() const {
   return getsockopt(socket_.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 ? peer.pid : 0;
 }
 
-json Connection::ask(const json& request) {
+nlohmann::json Connection::ask(const nlohmann::json& request) {
   achost::send_all(socket_.get(), request.dump() + "\n");  // a door that has closed has said why before
   const auto answer = next(kPatience);
   if (!answer.has_value()) {
@@ -118,11 +117,11 @@ json Connection::ask(const json& request) {
   return *answer;
 }
 
-std::optional<json> Connection::next(std::chrono::milliseconds time) {
+std::optional<nlohmann::json> Connection::next(std::chrono::milliseconds time) {
   std::string line;
   switch (lines_->next(line, kPatience, time)) {
     case achost::LineReader::Outcome::line:
-      return json::parse(line);
+      return nlohmann::json::parse(line);
     case achost::LineReader::Outcome::idle:
       return std::nullopt;
     default:
@@ -130,7 +129,7 @@ std::optional<json> Connection::next(std::chrono::milliseconds time) {
   }
 }
 
-Door::Door(fs::path state, std::string name, json health)
+Door::Door(fs::path state, std::string name, nlohmann::json health)
     : state_(std::move(state)), name_(std::move(name)), health_(std::move(health)) {}
 
 void Door::check_reader() const {

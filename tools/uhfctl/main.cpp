@@ -18,6 +18,8 @@ namespace {
 
 constexpr const char* kFooter =
     "Data goes to standard output, everything else to standard error.\nNO_COLOR is honoured.\n\n"
+    "Beside a running achost that has the port, inventory, record, decode --live\n"
+    "and info look on while it works; the others that need the reader borrow it.\n\n"
     "Exit status:\n"
     "  0  done\n"
     "  1  the operation failed\n"

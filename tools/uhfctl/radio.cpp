@@ -1,6 +1,7 @@
 // What the reader can be asked and told about its radio.
 #include <algorithm>
 #include <cstdio>
+#include <utility>
 
 #include "commands.h"
 #include "config/int_ranges.h"
@@ -110,17 +111,18 @@ Answer answer_by(Connection& connection, const std::string& what) {
 void add_times(Onlooker& line, std::vector<Clock::duration>& times) {
   constexpr std::chrono::milliseconds kPatience{200};
   const auto question = ac::UHF::GetTransmitPowerFrame().toData();
-  std::optional<Clock::time_point> asked;
+  Clock::time_point asked;
+  bool is_asked = false;
   while (std::ssize(times) < kQuestions) {
     const auto piece = line.next(kPatience);
     if (!piece.has_value()) {
       return;
     }
     if (piece->direction == Direction::to_reader) {
-      asked = piece->bytes == question ? std::optional(piece->at) : std::nullopt;
-    } else if (asked.has_value()) {
-      times.push_back(piece->at - *asked);
-      asked.reset();
+      asked = piece->at;
+      is_asked = piece->bytes == question;
+    } else if (std::exchange(is_asked, false)) {
+      times.push_back(piece->at - asked);
     }
   }
 }
