@@ -2,6 +2,7 @@
 
 #include <poll.h>
 #include <pthread.h>
+#include <signal.h>
 #include <sys/eventfd.h>
 #include <termios.h>
 #include <unistd.h>
@@ -70,6 +71,11 @@ Line::Relay::~Relay() {
 
 void Line::Relay::run() {
   pthread_setname_np(pthread_self(), "line");
+  // A borrower that has gone shows as an error of a write.
+  sigset_t broken_pipe;
+  sigemptyset(&broken_pipe);
+  sigaddset(&broken_pipe, SIGPIPE);
+  pthread_sigmask(SIG_BLOCK, &broken_pipe, nullptr);
   for (;;) {
     wait_for_something();
     {

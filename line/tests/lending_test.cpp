@@ -50,7 +50,7 @@ class LineLending : public LineTest {
 
   // The answer to a question of the borrower's.
   static Bytes ask(int socket, const Bytes& question) {
-    EXPECT_EQ(send(socket, question.data(), question.size(), 0), static_cast<ssize_t>(question.size()));
+    EXPECT_EQ(send(socket, question.data(), question.size(), MSG_NOSIGNAL), static_cast<ssize_t>(question.size()));
     Bytes answer(100);
     const auto count = recv(socket, answer.data(), answer.size(), 0);
     answer.resize(count < 0 ? 0 : static_cast<std::size_t>(count));

@@ -155,7 +155,10 @@ class Place {
   }
 
   bool poll_until_state(State state) {
-    return poll_until([this, state] { return line_->health().state == state; });
+    return poll_until([this, state] {
+      const Health health = line_->health();
+      return health.state == state && health.last_good.has_value();
+    });
   }
 
   static inline const Bytes kTag{1, 2, 3, 4};
