@@ -6,7 +6,7 @@ if(UHF_WHOLE)
   set(CMAKE_UNITY_BUILD ON)
   set(CMAKE_UNITY_BUILD_BATCH_SIZE 6)
   # Sees a test's class in an unnamed namespace as a header's.
-  target_compile_options(project_options INTERFACE -Wno-subobject-linkage)
+  target_compile_options(project_options INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)
 endif()
 
 # keep_apart(FILES...): from the others of their target, with whose names theirs collide.

@@ -63,6 +63,10 @@ bool Conversation::is_quiet(Clock::time_point now) const {
   return !open_.has_value() || now - open_->last_byte >= kQuiet;
 }
 
+bool Conversation::is_waiting(Clock::time_point now) const {
+  return open_.has_value() && now - open_->asked <= kLatestAnswer && !is_good(judged().answer.outcome);
+}
+
 Exchange Conversation::judged() const {
   Exchange exchange = *open_;
   exchange.answer = answer_of(exchange.code, exchange.bytes, cut_off_);

@@ -43,6 +43,12 @@ class Conversation {
   // The question that is open is the last; what became of it, if that was not said.
   std::optional<Exchange> end();
 
+  // The question that is open has no good answer yet, and one may still come.
+  bool is_waiting(Clock::time_point now) const;
+
+  // What the open question asks.
+  std::optional<Code> question() const { return open_.has_value() ? std::optional(open_->code) : std::nullopt; }
+
   // Nothing asked is open, or nobody waits for its answer any more.
   bool is_quiet(Clock::time_point now) const;
 

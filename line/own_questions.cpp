@@ -44,23 +44,37 @@ void Line::Relay::start_own(Clock::time_point now) {
 }
 
 void Line::Relay::came_for_own(Clock::time_point now, ByteView bytes) {
-  auto& came = asking_->came;
-  if (came.size() + bytes.size() > kLongestAnswer) {
-    return;  // its time will be over
+  auto [others, answer] = asking_->answer.add(bytes, conversation_.is_waiting(now));
+  if (!others.empty()) {
+    pass_answer(now, others);
   }
-  came.insert(came.end(), bytes.begin(), bytes.end());
-  const auto answer = answer_of(asking_->code, came);
-  if (is_good(answer.outcome)) {
+  if (answer.has_value()) {
     if (!giving_.has_value()) {
-      watch_.answered(now, answer, false);
+      watch_.answered(now, answer_of(asking_->code, *answer), false);
     }
-    finish_own(std::exchange(came, {}));
+    finish_own(std::move(answer));
   }
 }
 
+// A slow reader gives it when nobody but the plug-in waits for anything.
+void Line::Relay::pass_without_overdue(Clock::time_point now, ByteView bytes) {
+  const auto code = overdue_->code;
+  if (now > overdue_->until) {
+    overdue_.reset();
+  }
+  pass_answer(now,
+              conversation_.question() == code ? Bytes(bytes.begin(), bytes.end()) : without_responses(code, bytes));
+}
+
 void Line::Relay::finish_own(std::optional<Bytes> answer) {
-  const Own own = std::move(*asking_);
+  Own own = std::move(*asking_);
   asking_.reset();
+  if (!answer.has_value()) {
+    overdue_ = {.code = own.code, .until = Clock::now() + kLatestAnswer};
+    if (const Bytes rest = own.answer.rest(); !rest.empty() && conversation_.is_waiting(Clock::now())) {
+      pass_answer(Clock::now(), rest);
+    }
+  }
   if (own.done) {
     own.done(std::move(answer));
   }

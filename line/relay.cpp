@@ -196,7 +196,9 @@ void Line::Relay::handle_port(Clock::time_point now) {
       return;
     }
     const bool is_plug_ins = !borrower_.has_value() && !asking_.has_value();
-    if (is_plug_ins) {
+    if (is_plug_ins && overdue_.has_value()) {
+      pass_without_overdue(now, bytes);
+    } else if (is_plug_ins) {
       pass_answer(now, bytes);
     }
     recorder_.add(Direction::from_reader, bytes, now);

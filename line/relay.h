@@ -13,6 +13,7 @@
 #include "line/line.h"
 #include "line/onlookers.h"
 #include "line/outbox.h"
+#include "line/own_answer.h"
 #include "line/port_guard.h"
 #include "line/port_identity.h"
 #include "line/radio_memory.h"
@@ -47,7 +48,7 @@ class Line::Relay {
     Bytes frame;
     Code code = Code::get_power;
     Done done;
-    Bytes came{};
+    OwnAnswer answer{code};
     Clock::time_point deadline{};
   };
 
@@ -91,6 +92,7 @@ class Line::Relay {
 
   // own_questions.cpp: those of the line's own, and lending.
   void start_own(Clock::time_point now);
+  void pass_without_overdue(Clock::time_point now, ByteView bytes);
   void came_for_own(Clock::time_point now, ByteView bytes);
   void finish_own(std::optional<Bytes> answer);
   void give_up_own();
@@ -126,10 +128,15 @@ class Line::Relay {
   Clock::time_point next_open_{};
   Clock::time_point next_give_back_{};
   Clock::time_point next_life_{};
-  std::deque<Own> own_;         // waiting questions of the line's own
-  std::optional<Own> asking_;   // the one that is out
-  Bytes held_;                  // what the plug-in asked meanwhile
-  bool owes_settings_ = false;  // the reader may have lost them, and gets nothing else before it has them again
+  std::deque<Own> own_;        // waiting questions of the line's own
+  std::optional<Own> asking_;  // the one that is out
+  struct Overdue {
+    Code code = Code::get_power;
+    Clock::time_point until{};
+  };
+  std::optional<Overdue> overdue_;  // a question of the line's own whose answer may still come
+  Bytes held_;                      // what the plug-in asked meanwhile
+  bool owes_settings_ = false;      // the reader may have lost them, and gets nothing else before it has them again
   std::optional<std::vector<Bytes>> giving_;  // the commands that it still gets
   std::optional<Borrower> waiting_borrower_;
   std::optional<Borrower> borrower_;

@@ -85,6 +85,30 @@ TEST_F(LineTest, AReaderThatSaysNothingOfAnEmptyFieldIsNotSilent) {
   EXPECT_TRUE(poll_until([this] { return poll() == std::vector<Bytes>{kTag}; }));
 }
 
+TEST_F(LineTest, ASlowAnswerIsThePlugInsThoughTheLineHasAskedMeanwhile) {
+  open();
+  reader_->field().add({.epc = kTag});
+  reader_->faults().set("late", 1);  // by a second, and the line asks after three quarters of one
+  const int client = ::open(line_->terminal().c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK);
+  const auto question = frame_of(FrameType::command, Code::inventory, {});
+  ASSERT_GT(write(client, question.data(), question.size()), 0);
+  Bytes came;
+  const auto end = Clock::now() + milliseconds(2500);
+  while (Clock::now() < end) {
+    pollfd readable{.fd = client, .events = POLLIN, .revents = 0};
+    ::poll(&readable, 1, 50);
+    Bytes buffer(1000);
+    const auto count = read(client, buffer.data(), buffer.size());
+    came.insert(came.end(), buffer.begin(), buffer.begin() + std::max<ssize_t>(count, 0));
+  }
+  close(client);
+  EXPECT_EQ(reader_->counters().commands, 2U) << "the line has not asked";
+  const auto answer = answer_of(Code::inventory, came);
+  ASSERT_EQ(answer.tags.size(), 1U);
+  EXPECT_EQ(answer.tags.front().epc, kTag);
+  EXPECT_EQ(pieces_of(came).frames.size(), 1U) << "what the line asked is the line's";
+}
+
 TEST_F(LineTest, NoiseIsSaidWithItsKind) {
   open();
   reader_->field().add({.epc = kTag});
