@@ -126,11 +126,11 @@ void HealthWatch::explain(State state) {
       health_.way_out = "is it powered, and is this its port? `uhfctl doctor` looks at one after the other";
       break;
     case State::gone:
-      health_.cause = gone_cause_.value_or("");
-      health_.way_out = "plug the adapter in; it is found again by itself";
+      health_.cause = gone_cause_.value_or("the port is back, and the reader has not answered yet");
+      health_.way_out = gone_cause_.has_value() ? "plug the adapter in; it is found again by itself" : "";
       break;
     case State::lent:
-      health_.cause = "lent to " + borrower_.value_or("");
+      health_.cause = borrower_.has_value() ? "lent to " + *borrower_ : "the reader gets its settings again";
       break;
   }
 }

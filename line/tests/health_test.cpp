@@ -150,5 +150,21 @@ TEST_F(LineHealth, CountsPollsAndTheirRate) {
   EXPECT_NEAR(health.bad_share, 0.25, 0.01);
 }
 
+TEST(LineHealthTexts, BetweenThePortAndTheFirstAnswerItIsSaidWhatIsWaitedFor) {
+  const Clock::time_point now{std::chrono::hours(1)};
+  HealthWatch watch("/dev/reader", now);
+  watch.port_gone("pulled out");
+  watch.look(now);
+  watch.port_back();
+  watch.look(now);
+  EXPECT_EQ(watch.health().cause, "the port is back, and the reader has not answered yet");
+  EXPECT_EQ(watch.health().way_out, "");
+  watch.lent("somebody");
+  watch.look(now);
+  watch.returned();
+  watch.look(now);
+  EXPECT_EQ(watch.health().cause, "the reader gets its settings again");
+}
+
 }  // namespace
 }  // namespace line::test
