@@ -17,6 +17,11 @@ Bytes two_bytes(int value) { return {static_cast<std::uint8_t>(value / 256), sta
 }  // namespace
 
 void RadioMemory::will_set(const Frame& command) {
+  // One with more parameters than mean something has another checksum: it could not be said again.
+  const auto again = frame_of(FrameType::command, command.code, command.parameters);
+  if (pieces_of(again).frames.size() != 1) {
+    return;
+  }
   parameters_[command.code] = Bytes(command.parameters.begin(), command.parameters.end());
   if (command.code == Code::set_power) {
     power_ = power_of(command.parameters);
