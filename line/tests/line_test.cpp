@@ -181,6 +181,8 @@ TEST_F(LineTest, RecordsWhatGoesOverTheLine) {
   reader_->field().add({.epc = kTag});
   poll();
   line_->recorder().note("identifier_new_card");
+  const auto has_answer = [this] { return line_->recorder().text().find(" < 7F0222") != std::string::npos; };
+  ASSERT_TRUE(poll_until(has_answer)) << "recorded after it was passed on";
   const auto text = line_->recorder().text();
   EXPECT_THAT(text, HasSubstr(" > 7F00220000227E\n"));
   EXPECT_THAT(text, HasSubstr(" < 7F0222"));
