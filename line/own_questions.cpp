@@ -147,7 +147,9 @@ void Line::Relay::take_back() {
 }
 
 void Line::Relay::start_lending(Clock::time_point now) {
-  if (!waiting_borrower_.has_value() || asking_.has_value() || borrower_.has_value()) {
+  // Who comes right after another finds the settings that the door has, unless the reader does not take them.
+  const bool gives_back = owes_settings_ && watch_.health().state == State::lent;
+  if (!waiting_borrower_.has_value() || asking_.has_value() || borrower_.has_value() || gives_back) {
     return;
   }
   borrower_.emplace(std::move(*waiting_borrower_));

@@ -1,16 +1,15 @@
 // The reader's line, lent by a door.
 #pragma once
 
-#include <atomic>
+#include <optional>
 #include <string>
-#include <thread>
 
 #include "door.h"
-#include "line/terminal.h"
+#include "pump.h"
 
 namespace uhfctl {
 
-// The door's reader at a pseudo-terminal of our own, as if it were there. A thread passes the bytes both ways.
+// The door's reader at a pseudo-terminal of our own, as if it were there.
 class Loan {
  public:
   // who: for those who ask the door. Throws Failure.
@@ -24,21 +23,17 @@ class Loan {
   const std::string& lender() const { return lender_; }
 
   // For the driver to open. It hangs up when the line is taken back.
-  const std::string& path() const { return path_; }
+  const std::string& path() const { return pump_->path(); }
 
   // The door has the line again.
-  bool is_taken_back() const { return taken_back_; }
+  bool is_taken_back() const { return pump_->is_over(); }
 
  private:
-  void pass(line::Terminal terminal);
   void wait_for_the_end() const;
 
   const std::string lender_;
   const Connection connection_;
-  std::string path_;
-  std::atomic<bool> taken_back_ = false;  // written by the thread
-  const line::Descriptor wake_;           // eventfd: the thread is to end
-  std::thread thread_;                    // last: it uses all above
+  std::optional<Pump> pump_;  // always there, but at the end
 };
 
 }  // namespace uhfctl

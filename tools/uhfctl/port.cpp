@@ -88,8 +88,10 @@ Port::Port(const Common& common, Claim claim)
     loan_ = std::make_unique<Loan>(claim.door.value(),
                                    "uhfctl " + common.command + " (process " + std::to_string(getpid()) + ")");
     note(loan_->lender() + " lends its reader; the door reads no cards until this ends");
+  } else {
+    pump_ = std::make_unique<Pump>(guard_->fd());
   }
-  const auto& path = loan_ != nullptr ? loan_->path() : path_;
+  const auto& path = loan_ != nullptr ? loan_->path() : pump_->path();
   try {
     driver_ = std::make_unique<ac::UHF::T640>(path, timeout_);
     line_ = std::make_unique<ac::UHF::SerialPort>(path, timeout_);

@@ -19,6 +19,7 @@
 #include "line/port_guard.h"
 #include "line_faults.h"
 #include "loan.h"
+#include "pump.h"
 #include "serial_port.h"
 #include "t640.h"
 
@@ -107,7 +108,8 @@ class Port {
   std::string path_;
   std::chrono::milliseconds timeout_;
   std::unique_ptr<line::PortGuard> guard_;
-  std::unique_ptr<Loan> loan_;             // without a guard
+  std::unique_ptr<Pump> pump_;             // with a guard
+  std::unique_ptr<Loan> loan_;             // without
   std::unique_ptr<ac::UHF::T640> driver_;  // also of the thread of a call
   std::unique_ptr<ac::UHF::SerialPort> line_;
 };
