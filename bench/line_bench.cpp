@@ -8,6 +8,7 @@
 #include <thread>
 #include <vector>
 
+#include "bare_poll.h"
 #include "line/line.h"
 #include "outside.h"
 #include "reader_end.h"
@@ -97,6 +98,21 @@ void two_of_achost(const std::string& program, std::chrono::seconds time) {
   print_row("of it the line", number(memory - direct_memory, 2) + " MB", "", "6 MB");
 }
 
+// What a line takes at least on this machine, by the same clock: a thread that passes the bytes on.
+void bare_relay(std::chrono::seconds time) {
+  Reader reader(1);
+  Reader direct_reader(1);
+  const Process through(poll_barely_through_a_relay, reader.path(), reader.answer_size());
+  const Process direct(poll_barely, direct_reader.path(), direct_reader.answer_size());
+  serve(reader, direct_reader, std::chrono::steady_clock::now() + std::chrono::seconds(2));
+  const double before = through.cpu();
+  const double direct_before = direct.cpu();
+  serve(reader, direct_reader, std::chrono::steady_clock::now() + time);
+  const double more = (through.cpu() - before) - (direct.cpu() - direct_before);
+  print_row("a bare relay between the same poll and the reader",
+            number(100 * more / static_cast<double>(time.count()), 2) + " % of a core");
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -106,6 +122,8 @@ int main(int argc, char** argv) {
     return 2;
   }
   time_of_an_answer();
-  two_of_achost(words[0], std::chrono::seconds(words.size() > 1 ? std::stol(words[1]) : 20));
+  const std::chrono::seconds time(words.size() > 1 ? std::stol(words[1]) : 20);
+  two_of_achost(words[0], time);
+  bare_relay(time);
   return 0;
 }

@@ -2,19 +2,13 @@
 // of the line answers at once.
 //
 //   uhf-bench-process ACHOST [SECONDS [TAGS]]
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <array>
 #include <chrono>
-#include <condition_variable>
 #include <cstdio>
-#include <mutex>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <vector>
 
+#include "bare_poll.h"
 #include "outside.h"
 #include "store.h"
 #include "table.h"
@@ -24,33 +18,6 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr int kStarts = 11;
-
-// What nobody can do without who polls every 10 ms and looks at the readings on another thread: a pause, a write and
-// reads of the whole answer, and a timed wait. Never returns.
-[[noreturn]] void poll_barely(const std::string& port, std::size_t answer_size) {
-  const int line = open(port.c_str(), O_RDWR | O_NOCTTY);
-  std::thread([] {
-    std::mutex mutex;
-    std::condition_variable readings;
-    for (std::unique_lock lock(mutex);;) {
-      readings.wait_until(lock, Clock::now() + std::chrono::milliseconds(10));
-    }
-  }).detach();
-  for (;;) {
-    usleep(10'000);
-    if (write(line, kInventoryCommand.data(), kInventoryCommand.size()) < 0) {
-      _exit(1);
-    }
-    std::array<unsigned char, 4096> answer{};
-    for (std::size_t received = 0; received < answer_size;) {
-      const auto count = read(line, answer.data(), answer.size());
-      if (count <= 0) {
-        _exit(1);
-      }
-      received += static_cast<std::size_t>(count);
-    }
-  }
-}
 
 std::string time_to_first_poll(const std::string& program, const std::string& state) {
   std::vector<double> times;

@@ -20,13 +20,18 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
+constexpr auto kNever = steady_clock::time_point::max();
+
 // Whether something can be read before the deadline; also true when the peer has gone.
-bool wait_to_read(int socket, std::optional<steady_clock::time_point> deadline) {
+bool wait_to_read(int socket, steady_clock::time_point deadline) {
   for (;;) {
-    const auto left =
-        deadline.has_value() ? std::chrono::ceil<milliseconds>(*deadline - steady_clock::now()).count() : -1;
+    int left = -1;
+    if (deadline != kNever) {
+      left = static_cast<int>(
+          std::max<std::int64_t>(std::chrono::ceil<milliseconds>(deadline - steady_clock::now()).count(), 0));
+    }
     pollfd watched{socket, POLLIN, 0};
-    const int ready = poll(&watched, 1, static_cast<int>(deadline.has_value() ? std::max<std::int64_t>(left, 0) : -1));
+    const int ready = poll(&watched, 1, left);
     if (ready >= 0 || errno != EINTR) {
       return ready > 0;
     }
@@ -80,7 +85,7 @@ bool send_all(int socket, const std::string& text) {
 
 LineReader::Outcome LineReader::next(std::string& line, milliseconds patience, std::optional<milliseconds> idle) {
   const auto after = [](milliseconds time) { return steady_clock::now() + time; };
-  auto deadline = idle.has_value() ? std::optional(after(*idle)) : std::nullopt;
+  auto deadline = idle.has_value() ? after(*idle) : kNever;
   bool has_begun = false;
   std::array<char, 4096> buffer;
   while (!take(line)) {

@@ -7,6 +7,7 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -44,13 +45,26 @@ std::optional<ucred> peer_of(int socket) {
   return getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 ? std::optional(peer) : std::nullopt;
 }
 
+// Whether the peer is in the group, by its own or by another of its groups.
+bool is_in(gid_t group, int socket, const ucred& peer) {
+  std::array<gid_t, 256> others{};
+  socklen_t size = sizeof others;
+  if (getsockopt(socket, SOL_SOCKET, SO_PEERGROUPS, others.data(), &size) != 0) {
+    size = 0;
+  }
+  const auto end = others.begin() + size / sizeof(gid_t);
+  return peer.gid == group || std::find(others.begin(), end, group) != end;
+}
+
 // The host's user, root, and whose the state is anyway: the directory's owner, and its group where that may write in
 // it.
-bool is_trusted(const ucred& peer, const std::filesystem::path& directory) {
+bool is_trusted(int socket, const ucred& peer, const std::filesystem::path& directory) {
+  if (peer.uid == geteuid() || peer.uid == 0) {
+    return true;
+  }
   struct stat owner {};
   const bool known = stat(directory.c_str(), &owner) == 0;
-  return peer.uid == geteuid() || peer.uid == 0 ||
-         (known && (peer.uid == owner.st_uid || ((owner.st_mode & S_IWGRP) != 0 && peer.gid == owner.st_gid)));
+  return known && (peer.uid == owner.st_uid || ((owner.st_mode & S_IWGRP) != 0 && is_in(owner.st_gid, socket, peer)));
 }
 
 bool is_shortage(int reason) { return reason == EMFILE || reason == ENFILE || reason == ENOBUFS || reason == ENOMEM; }
@@ -217,7 +231,7 @@ struct ControlServer::Impl {
   void welcome(int socket) {
     static const std::string kFarewell = line_of(error(kFailed, "others needed this place: connect again"));
     const auto peer = peer_of(socket);
-    if (!peer.has_value() || !is_trusted(*peer, directory)) {
+    if (!peer.has_value() || !is_trusted(socket, *peer, directory)) {
       refuse(socket, "another user's host");
     } else if (!places.take(socket, peer->uid == 0, kFarewell)) {
       refuse(socket, "too many clients: at most " + std::to_string(kMostClients));

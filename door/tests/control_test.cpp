@@ -363,13 +363,14 @@ class ControlOfRoot : public Control {
     std::filesystem::permissions(directory.path() / "control.sock", std::filesystem::perms(0666));
   }
 
-  // What somebody of that group gets, with the directory of that mode.
-  int answer_to(gid_t group, mode_t mode) const {
+  // What somebody of that group gets, who is in the others too, with the directory of that mode.
+  int answer_to(gid_t group, mode_t mode, const std::vector<gid_t>& others = {}) const {
     std::filesystem::permissions(directory.path(), std::filesystem::perms(mode));
     const pid_t child = fork();
     if (child == 0) {
       const int client = socket(AF_UNIX, SOCK_STREAM, 0);
-      const bool connected = setgroups(0, nullptr) == 0 && setgid(group) == 0 && setuid(kSomebody) == 0 &&
+      const bool connected = setgroups(others.size(), others.data()) == 0 && setgid(group) == 0 &&
+                             setuid(kSomebody) == 0 &&
                              SocketPlace(directory.path(), "control.sock").connect(client) == 0;
       send_all(client, "{\"command\":\"echo\",\"text\":\"x\"}\n");
       std::string line;
@@ -387,6 +388,7 @@ TEST_F(ControlOfRoot, AnotherUsersRequestIsRefused) { EXPECT_EQ(answer_to(kSomeb
 
 TEST_F(ControlOfRoot, TheGroupMayAskWhereItMayWrite) {
   EXPECT_EQ(answer_to(kGroup, 0770), taken);
+  EXPECT_EQ(answer_to(kSomebody, 0771, {kSomebody, kGroup}), taken) << "one of several groups";
   EXPECT_EQ(answer_to(kGroup, 0750), refused);
   EXPECT_EQ(answer_to(kSomebody, 0771), refused);
 }
