@@ -123,7 +123,7 @@ void HealthWatch::explain(State state) {
       break;
     case State::silent:
       health_.cause = "the reader at " + port_ + " does not answer";
-      health_.way_out = "is it powered, and is this its port? `uhfctl doctor` looks at one after the other";
+      health_.way_out = "is it powered? `uhfctl doctor` tells more";
       break;
     case State::gone:
       health_.cause = gone_cause_.value_or("the port is back, and the reader has not answered yet");

@@ -15,7 +15,7 @@ constexpr milliseconds kLongestPatience{60'000};
 }  // namespace
 
 const char* name_of(Rung rung) {
-  constexpr std::array kNames = {"what waited on the line is dropped", "the port is closed and opened again",
+  constexpr std::array kNames = {"what waited on the line is dropped", "the port is opened again",
                                  "the reader is reset", "given up"};
   return kNames.at(static_cast<std::size_t>(rung));
 }

@@ -84,7 +84,7 @@ void Line::Relay::climb(Clock::time_point now) {
 }
 
 void Line::Relay::take(Rung rung, Clock::time_point now) {
-  std::string text = std::string("to bring the reader back, ") + name_of(rung);
+  std::string text = std::string("tried: ") + name_of(rung);
   switch (rung) {
     case Rung::drop_waiting:
       tcflush(port_->fd(), TCIOFLUSH);
