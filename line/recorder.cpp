@@ -5,6 +5,7 @@
 #include <cstring>
 #include <ctime>
 #include <optional>
+#include <thread>
 
 namespace line {
 
@@ -36,13 +37,24 @@ struct Recorder::Head {
 Recorder::Recorder(std::size_t size) : size_(size), storage_(std::make_unique_for_overwrite<std::uint8_t[]>(size)) {}
 
 void Recorder::add(Direction direction, ByteView bytes, Clock::time_point now) {
+  const std::lock_guard lock(mutex_);
   put(direction == Direction::to_reader ? Kind::to_reader : Kind::from_reader, now, bytes.data(), bytes.size());
 }
 
-void Recorder::note(std::string_view text, Clock::time_point now) { put(Kind::note, now, text.data(), text.size()); }
+void Recorder::note(std::string_view text, Clock::time_point now) {
+  // Whoever wants to leave waits for no recording: a thread that hangs may hold the lock.
+  constexpr int kTries = 20;
+  constexpr std::chrono::microseconds kPause{50};
+  for (int i = 0; i < kTries; ++i) {
+    if (const std::unique_lock lock(mutex_, std::try_to_lock); lock.owns_lock()) {
+      put(Kind::note, now, text.data(), text.size());
+      return;
+    }
+    std::this_thread::sleep_for(kPause);
+  }
+}
 
 void Recorder::put(Kind kind, Clock::time_point now, const void* bytes, std::size_t count) {
-  const std::lock_guard lock(mutex_);
   count = std::min(count, size_ / 4);
   while (used_ + Head::kSize + count > size_) {
     drop_oldest();

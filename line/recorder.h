@@ -24,7 +24,8 @@ class Recorder {
 
   void add(Direction direction, ByteView bytes, Clock::time_point now = Clock::now());
 
-  // One line of text about what happened beside the line.
+  // One line of text about what happened beside the line. It is left out when the recording is in use for more than
+  // some milliseconds.
   void note(std::string_view text, Clock::time_point now = Clock::now());
 
   // All of it as a recording: a text file that begins "# uhf recording 1", with the wall time of its beginning, then a
@@ -39,6 +40,7 @@ class Recorder {
   enum class Kind : std::uint8_t { to_reader, from_reader, note };
   struct Head;
 
+  // With the lock held.
   void put(Kind kind, Clock::time_point now, const void* bytes, std::size_t count);
   void drop_oldest();
   void copy_in(const void* bytes, std::size_t count);
