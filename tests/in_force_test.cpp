@@ -5,54 +5,23 @@
 
 #include <algorithm>
 #include <fstream>
-#include <nlohmann/json.hpp>
-#include <optional>
 #include <thread>
 
-#include "door/tests/process.h"
-#include "refhost/tests/support.h"
+#include "tests/device_fixture.h"
 
-using achost::test::Achost;
-using achost::test::Result;
 using nlohmann::json;
 using testing::HasSubstr;
 
 namespace {
 
 constexpr int kNotInForce = 9;
-constexpr const char* kCard = "E28011700000020A00000001";
 
-class InForce : public testing::Test {
+class InForce : public device_test::Device {
  protected:
   void SetUp() override {
     std::filesystem::create_directory(state());
     output({"card", "add", "1", "--user", "7"});
-    host_.emplace(std::vector<std::string>{"run", "--plugin", UHF_SO, "--state", state(), "--json", "--simulate",
-                                           "--interactive", "--set", "host.door_open_time=100", "--set",
-                                           "read_interval=250", "--set", "serial_port_timeout=300"});
-    const auto deadline = std::chrono::steady_clock::now() + refhost::test::kPatience;
-    while (status().value("plugin", json()).is_null() && std::chrono::steady_clock::now() < deadline) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-  }
-
-  std::string state() const { return directory_.path() / "state"; }
-
-  Result command(std::vector<std::string> words) const {
-    words.insert(words.end(), {"--state", state()});
-    return achost::test::achost(std::move(words));
-  }
-
-  // The output of a command that succeeds.
-  std::string output(const std::vector<std::string>& words) const {
-    const auto result = command(words);
-    EXPECT_EQ(result.status, 0) << result.err;
-    return result.out;
-  }
-
-  json status() const {
-    const auto result = command({"status", "--json"});
-    return result.status == 0 ? json::parse(result.out) : json::object();
+    start({"--set", "host.door_open_time=100", "--set", "read_interval=250", "--set", "serial_port_timeout=300"});
   }
 
   // The names of those that stand.
@@ -63,17 +32,6 @@ class InForce : public testing::Test {
       names.push_back(alarm.at("name"));
     }
     return names;
-  }
-
-  // The next event of that name that is such; null when the output ends before it.
-  json next_event(
-      const std::string& name, const std::function<bool(const json&)>& is_such = [](const json&) { return true; }) {
-    for (std::string line; !(line = host_->next_line()).empty();) {
-      if (auto object = json::parse(line); object.at("event") == name && is_such(object)) {
-        return object;
-      }
-    }
-    return nullptr;
   }
 
   // The setting's object of config list --json.
@@ -95,10 +53,6 @@ class InForce : public testing::Test {
     }
     return number;
   }
-
- private:
-  refhost::test::TemporaryDirectory directory_;
-  std::optional<Achost> host_;
 };
 
 // What another program does to the audit log.
@@ -158,7 +112,7 @@ TEST_F(InForce, NoCardOpensUntilAStoredInhibitIsButTheExitButtonDoes) {
   LockedAuditLog lock(state());
   EXPECT_EQ(command({"config", "set", "operation_mode", "inhibit"}).status, kNotInForce);
   output({"gpio", "set", "1", "1"});
-  output({"field", "add", kCard});
+  output({"field", "add", device_test::kKnown});
   EXPECT_EQ(next_event("identification").at("outcome"), "mode_awaited");
   output({"field", "clear"});
   output({"rex"});
@@ -166,7 +120,7 @@ TEST_F(InForce, NoCardOpensUntilAStoredInhibitIsButTheExitButtonDoes) {
 
   lock.release();
   next_event("alarm", is_over);
-  output({"field", "add", kCard});
+  output({"field", "add", device_test::kKnown});
   output({"rex"});
   EXPECT_EQ(next_event("door_open").at("reason"), "exit request") << "the plug-in keeps the card back itself";
 }

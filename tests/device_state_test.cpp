@@ -1,0 +1,244 @@
+// What a small door keeps, and what it does when that is damaged, lost or somebody else's.
+#include <SQLiteCpp/SQLiteCpp.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "tests/device_fixture.h"
+
+namespace device_test {
+
+using testing::HasSubstr;
+
+TEST_F(Device, AnImportThatIsKilledIsStoredAsAWholeOrNotAtAll) {
+  start();
+  const std::array<std::string, 2> values = {"600", "700"};
+  std::array<std::string, 2> copies;
+  for (std::size_t i = 0; i < copies.size(); ++i) {
+    copies[i] = state() + values[i] + ".txt";
+    std::ofstream copy(copies[i]);
+    for (const char* const key : {"read_interval", "trigger_timeout", "serial_port_timeout", "host.door_open_time"}) {
+      copy << key << '=' << values[i] << '\n';
+    }
+  }
+  output({"config", "import", copies[1]});
+  for (int i = 0; i < 20; ++i) {
+    Achost import({"config", "import", copies[static_cast<std::size_t>(i % 2)], "--state", state()});
+    std::this_thread::sleep_for(std::chrono::milliseconds(i));  // the moment of the kill, not a wait
+    import.signal(SIGKILL);
+    import.wait();
+    output({"config", "set", "system", "usb_port_enabled", "1"});  // what was asked for before is done by then
+    std::set<std::string> stored;
+    std::istringstream settings(output({"config", "export"}));
+    for (std::string line; std::getline(settings, line);) {
+      if (line.ends_with("=600") || line.ends_with("=700")) {
+        stored.insert(line.substr(line.find('=')));
+      }
+    }
+    EXPECT_EQ(stored.size(), 1U) << "killed after " << i << " ms";
+  }
+}
+
+TEST_F(Device, WhatIsInTheStateDirectoryIsForItsUserAlone) {
+  const mode_t before = umask(0);
+  start();
+  output({"card", "add", "1", "--user", "7"});
+  output({"config", "set", "read_interval", "500"});
+  umask(before);
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(state())) {
+    names.push_back(entry.path().filename());
+    EXPECT_EQ(entry.status().permissions() & std::filesystem::perms(077), std::filesystem::perms::none) << entry.path();
+  }
+  EXPECT_THAT(names, testing::IsSupersetOf({"settings.db", "settings.db-wal", "settings.db-shm", "audit.db",
+                                            "audit.db-wal", "users.db", "lock", "control.sock"}));
+  EXPECT_EQ(std::filesystem::status(state()).permissions(), std::filesystem::perms::owner_all);
+}
+
+TEST_F(Device, UsersAndCardsAreKeptWithoutAHostToo) {
+  std::filesystem::create_directory(state());
+  output({"user", "put", "7", "--name", "Ana \xC3\xA7"});
+  output({"card", "add", "0x21", "--user", "7"});
+  output({"card", "add", "34", "--user", "8"});
+  EXPECT_THAT(output({"user", "list"}), testing::ContainsRegex("7 +1 +Ana \xC3\xA7\n8 +1 +\n"));
+  EXPECT_EQ(json::parse(output({"user", "list", "--json"}).substr(0, output({"user", "list", "--json"}).find('\n'))),
+            json({{"user", 7}, {"name", "Ana \xC3\xA7"}, {"cards", 1}}));
+  EXPECT_THAT(output({"card", "list"}), testing::ContainsRegex("33 +0x21 +7 "));
+  const auto taken = command({"card", "add", "33", "--user", "9"});
+  EXPECT_EQ(taken.status, 1);
+  EXPECT_EQ(taken.err, "achost: card 33 is of user 7 already: remove it first\n");
+  output({"card", "remove", "33"});
+  EXPECT_EQ(command({"card", "remove", "33"}).err, "achost: card 33 is nobody's: achost card list shows all\n");
+  output({"user", "remove", "8"});
+  EXPECT_EQ(output({"card", "list", "--json"}), "");
+  EXPECT_EQ(command({"user", "remove", "8"}).err, "achost: there is no user 8: achost user list shows all\n");
+}
+
+TEST_F(Device, ASecondHostIsRefusedWithTheProcessThatHoldsTheState) {
+  start();
+  const auto result = command({"run", "--plugin", UHF_SO, "--simulate"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.err, HasSubstr("is in use by process " + std::to_string(host().pid())));
+  EXPECT_EQ(status().at("plugin"), "uhf") << "the first one is still reached";
+}
+
+TEST_F(Device, DamagedDatabasesAreKeptAsideAndSaid) {
+  std::filesystem::create_directories(state());
+  for (const char* name : {"settings.db", "audit.db", "users.db"}) {
+    std::ofstream(state() + "/" + name) << std::string(5000, *name);
+  }
+  start();
+  std::map<std::string, int> kept;
+  for (const auto& entry : std::filesystem::directory_iterator(state())) {
+    const std::string name = entry.path().filename();
+    if (name.find(".damaged-") != std::string::npos) {
+      EXPECT_EQ(refhost::test::content_of(entry.path()), std::string(5000, name[0]));
+      ++kept[name.substr(0, name.find('.'))];
+    }
+  }
+  EXPECT_EQ(kept, (std::map<std::string, int>{{"audit", 1}, {"settings", 1}, {"users", 1}}));
+  const auto errors = end().err;
+  for (const char* noun : {"settings database", "audit log", "user database"}) {
+    EXPECT_THAT(errors, testing::ContainsRegex(std::string("the ") + noun + " .* is damaged .*: it is kept as "));
+  }
+}
+
+TEST_F(Device, ADamagedWriteAheadLogIsAnAlarmAndTheDoorOpens) {
+  start();
+  output({"config", "set", "read_interval", "500"});
+  output({"config", "set", "read_interval", "501"});
+  host().signal(SIGKILL);
+  host().wait();
+  EXPECT_EQ(command({"check"}).status, 0);
+  std::fstream wal(state() + "/settings.db-wal", std::ios::in | std::ios::out | std::ios::binary);
+  constexpr int kInTheFirstFrame = 100;
+  wal.seekg(kInTheFirstFrame);
+  const int byte = wal.get();
+  wal.seekp(kInTheFirstFrame);
+  wal.put(static_cast<char>(byte ^ 1));
+  wal.close();
+  const auto result = command({"check"});
+  EXPECT_EQ(result.status, 10);
+  EXPECT_THAT(result.out, HasSubstr("settings.db-wal cannot be read, because it is damaged"));
+  start();
+  EXPECT_THAT(status().at("alarms").dump(), HasSubstr("1 flipped bit hid"));
+  EXPECT_EQ(output({"config", "get", "read_interval"}), "501\n");
+  output({"rex"});
+  EXPECT_EQ(next_event("door_open").is_null(), false);
+  EXPECT_EQ(command({"check"}).status, 0) << "also beside a host";
+}
+
+TEST_F(Device, ACommandBesideAHostThatMeetsDamageSaysSoAndChangesNothing) {
+  std::filesystem::create_directory(state());
+  output({"card", "add", "1", "--user", "7"});
+  start();
+  const std::string users = state() + "/users.db";
+  constexpr int kPage = 4096;
+  std::fstream(users, std::ios::in | std::ios::out | std::ios::binary).seekp(3 * kPage) << std::string(kPage, 'x');
+  const auto before = refhost::test::content_of(users);
+  for (const std::vector<std::string>& words : {std::vector<std::string>{"card", "add", "2", "--user", "7"},
+                                                {"card", "remove", "1"},
+                                                {"user", "put", "8"},
+                                                {"user", "remove", "7"}}) {
+    const auto result = command(words);
+    EXPECT_EQ(result.status, 1) << words[0] << ' ' << words[1];
+    EXPECT_THAT(result.err, testing::ContainsRegex("users.db is damaged .*in use by process " +
+                                                   std::to_string(host().pid()) + ": end it first"));
+  }
+  EXPECT_EQ(refhost::test::content_of(users), before);
+  for (const auto& entry : std::filesystem::directory_iterator(state())) {
+    EXPECT_THAT(entry.path().string(), testing::Not(HasSubstr(".damaged-")));
+  }
+}
+
+TEST_F(Device, StoredSettingsThatWouldDisableTheDoorAreNotUsed) {
+  std::filesystem::create_directory(state());
+  output({"config", "set", "read_interval", "3000"});
+  {
+    // As an earlier version, which did not refuse them, has stored them.
+    SQLite::Database database(state() + "/settings.db", SQLite::OPEN_READWRITE);
+    database.exec(
+        "ALTER TABLE settings DROP COLUMN sum; PRAGMA user_version = 1;"
+        "INSERT INTO settings VALUES('uhf', 'probe_interval', '31000'), ('uhf', 'watchdog_timeout', "
+        "'3600000'), ('uhf', 'tag_detector_enabled', '1'), ('uhf', 'tag_detector_relay', '2')");
+  }
+  start();
+  EXPECT_EQ(output({"config", "get", "probe_interval"}), "10\n");
+  EXPECT_EQ(output({"config", "get", "watchdog_timeout"}), "1000\n");
+  EXPECT_EQ(output({"config", "get", "tag_detector_enabled"}), "0\n");
+  for (const auto& wanted :
+       std::vector<std::vector<std::string>>{{"probe_interval", "30000"}, {"tag_detector_enabled", "1"}}) {
+    EXPECT_EQ(command({"config", "set", wanted[0], wanted[1]}).status, 2) << wanted[0];
+  }
+  // The detector's relay is the one of the start until the next one.
+  output({"config", "set", "tag_detector_relay", "3"});
+  EXPECT_EQ(command({"config", "set", "tag_detector_enabled", "1"}).status, 2);
+  output({"config", "set", "host", "door_relay", "4"});
+  output({"config", "set", "tag_detector_enabled", "1"});
+  const auto errors = end().err;
+  EXPECT_THAT(errors, HasSubstr("probe_interval 31000 with serial_port_timeout 150 is not possible"));
+  EXPECT_THAT(errors, HasSubstr("this run has probe_interval 10"));
+  EXPECT_THAT(errors, HasSubstr("this run has tag_detector_enabled 0"));
+}
+
+TEST_F(Device, StoredPowerAndChannelsThatTheRegionDoesNotAllowAreNotUsed) {
+  std::filesystem::create_directory(state());
+  output({"config", "set", "read_interval", "3000"});
+  {
+    SQLite::Database database(state() + "/settings.db", SQLite::OPEN_READWRITE);
+    database.exec(
+        "ALTER TABLE settings DROP COLUMN sum; PRAGMA user_version = 1;"
+        "INSERT INTO settings VALUES('uhf', 'region', 'europe'), ('uhf', 'transmit_power', '3000')");
+  }
+  start();
+  EXPECT_EQ(output({"config", "get", "transmit_power"}), "2600\n");
+  EXPECT_EQ(output({"config", "get", "work_channel"}), "0-10\n");
+  EXPECT_EQ(output({"config", "set", "work_channel", "0-14"}), "0-14\n");
+  const auto errors = end().err;
+  EXPECT_THAT(errors, HasSubstr("this run has transmit_power 2600"));
+  EXPECT_THAT(errors, HasSubstr("this run has work_channel 0-10"));
+}
+
+TEST_F(Device, ADoorWhoseSettingsAreLostKeepsTheLastGoodOnesOrItsSafestMode) {
+  std::filesystem::create_directory(state());
+  output({"config", "set", "operation_mode", "trigger"});
+  for (const char* const mode : {"trigger", "inhibit"}) {
+    std::ofstream(state() + "/settings.db") << std::string(5000, 'x');
+    start();
+    EXPECT_EQ(output({"config", "get", "operation_mode"}), std::string(mode) + "\n");
+    EXPECT_EQ(status().at("settings").at("operation_mode"), mode);
+    end();
+    std::filesystem::remove(state() + "/settings.good");
+  }
+}
+
+TEST_F(Device, AuditRecordsAreExported) {
+  start();
+  output({"config", "set", "transmit_power", "2500"});
+  next_event("audit");
+  const auto csv = output({"audit", "export", "--format", "csv"});
+  EXPECT_THAT(csv, testing::StartsWith("id,written,type,details,time\r\n1,"));
+  EXPECT_THAT(csv, HasSubstr(",config,Config changed: [uhf]>[transmit_power] [value=2500],"));
+  const auto record = json::parse(output({"audit", "list", "--json", "--last", "1"}));
+  EXPECT_EQ(record.at("type"), "config");
+  EXPECT_EQ(output({"audit", "list", "--json", "--type", "boot"}), "");
+}
+
+TEST_F(Device, ATemporaryStateGoesWithTheRun) {
+  const refhost::test::TemporaryDirectory place;
+  setenv("TMPDIR", place.path().c_str(), 1);
+  const auto result =
+      achost::test::achost({"run", "--plugin", UHF_SO, "--temporary-state", "--simulate", "--seconds", "0.3"});
+  unsetenv("TMPDIR");
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_TRUE(std::filesystem::is_empty(place.path()));
+}
+
+}  // namespace device_test
