@@ -7,25 +7,15 @@
 #include "line/health.h"
 #include "line/radio_memory.h"
 #include "line/recorder.h"
+#include "line/tests/by_codec.h"
 
 namespace {
 
 using line::Bytes;
 using line::ByteView;
 using line::Clock;
+using line::test::size_by_codec;
 using std::chrono::milliseconds;
-
-// A frame as the codec sees it at that place: its size, or 0 when there is none with a right checksum.
-std::size_t size_by_codec(const Bytes& bytes, std::size_t at) {
-  try {
-    const auto [frame, size] = ac::UHF::Frame::fromData({bytes.begin() + static_cast<std::ptrdiff_t>(at), bytes.end()});
-    return frame != nullptr && frame->validateCheckSum() ? size : 0;
-  } catch (const ac::ac_exception&) {
-    return 0;
-  } catch (const std::bad_alloc&) {
-    return 0;  // a tag report of 3 or 4 bytes
-  }
-}
 
 // Frames and gaps in their order, side by side, and the codec's opinion of each place.
 void look_at_pieces(const Bytes& bytes) {

@@ -9,8 +9,9 @@
 
 #include "ac/exception.h"
 #include "frame.h"
+#include "line/tests/by_codec.h"
 
-namespace line {
+namespace line::test {
 namespace {
 
 using testing::ElementsAre;
@@ -110,18 +111,6 @@ TEST(LineFrames, AFalseHeaderHidesNoFrameBehindIt) {
   }
 }
 
-// A frame as the codec sees it at that place: its size, or 0 when there is none with a right checksum.
-std::size_t size_by_codec(const Bytes& bytes, std::size_t at) {
-  try {
-    const auto [frame, size] = ac::UHF::Frame::fromData({bytes.begin() + static_cast<std::ptrdiff_t>(at), bytes.end()});
-    return frame != nullptr && frame->validateCheckSum() ? size : 0;
-  } catch (const ac::ac_exception&) {
-    return 0;
-  } catch (const std::bad_alloc&) {
-    return 0;  // a tag report of 3 or 4 bytes
-  }
-}
-
 // Bytes in which frames, true and false, are not rare.
 Bytes likely_bytes(std::mt19937& random) {
   const auto any = [&](int most) { return static_cast<std::uint8_t>(random() % static_cast<unsigned>(most + 1)); };
@@ -184,4 +173,4 @@ TEST(LineFrames, GapsAndFramesCoverEveryByteOnce) {
 }
 
 }  // namespace
-}  // namespace line
+}  // namespace line::test
