@@ -1,6 +1,7 @@
 #include "line/conversation.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace line {
 namespace {
@@ -28,7 +29,10 @@ std::optional<Exchange> Conversation::ask(Clock::time_point now, ByteView bytes)
 }
 
 std::optional<Exchange> Conversation::end() {
-  auto last = open_.has_value() && !settled_ ? std::optional(judged()) : std::nullopt;
+  auto last = settled_ ? std::nullopt : std::exchange(open_, std::nullopt);
+  if (last.has_value()) {
+    last->answer = answer_of(last->code, last->bytes, cut_off_);
+  }
   open_.reset();
   cut_off_ = false;
   settled_ = false;
