@@ -1,0 +1,96 @@
+// What happened on the device, in order and for good.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "door/journal/entry.h"
+#include "refhost/store_report.h"
+
+namespace achost {
+
+// Which entries are wanted; empty fields leave all in.
+struct JournalQuery {
+  std::vector<Kind> kinds = {};
+  std::optional<std::int64_t> user = {};
+  std::optional<std::uint64_t> card = {};
+  std::optional<std::int64_t> since = {};  // ms since 1970 UTC, included
+  std::optional<std::int64_t> until = {};  // excluded
+  std::optional<std::int64_t> after = {};  // only greater numbers
+  std::optional<std::int64_t> last = {};   // so many, the newest
+};
+
+// What may go.
+struct JournalRetention {
+  std::int64_t keep = 0;    // entries, the newest; 0: all
+  std::int64_t oldest = 0;  // ms: what is older goes; 0: nothing for its age
+  bool knows_ages = true;   // the clock is right; else nothing goes for its age
+};
+
+// The numbered entries in the SQLite file journal.db. Any thread may call.
+//
+// note() is done when the entry is in the spool, a file of fixed size in memory that outlives the process: it waits for
+// no disk. A thread of the journal's moves what is there into the database, many at a time, so that an entry is on the
+// disk 50 ms later at the most, if the disk takes it. At the next start what is still in the spool is moved first.
+// Readers see what is on the disk, so a number that was seen is never given again.
+class Journal {
+ public:
+  // Open DIRECTORY/journal.db; directory (mode 0700) and file are made when missing, a damaged file is kept under
+  // another name. Throws ac::ac_exception when the file is none or is of a newer version.
+  explicit Journal(const std::filesystem::path& directory);
+
+  // Stores what waits, as far as the disk takes it, and ends the thread.
+  ~Journal();
+  Journal(const Journal&) = delete;
+  Journal& operator=(const Journal&) = delete;
+
+  // Note what happens now. False: it is lost, since the spool is full; a later entry will say so.
+  bool note(const Entry& entry);
+
+  // Whether what is noted gets to the disk: nothing has failed or waited for more than a second.
+  bool is_writable() const;
+
+  // Called when something is wrong, with one line that says what and the way out, and with an empty one when that is
+  // over; on any thread. To be set before other threads use the journal.
+  void on_trouble(std::function<void(const std::string&)> callback);
+
+  // What may go, asked now and then. To be set before other threads use the journal; at the start all stays.
+  void retain(std::function<JournalRetention()> rule);
+
+  // To be called about each second: sees jumps of the clock, and a disk that does not answer.
+  void look();
+
+  // The greatest number on the disk.
+  std::int64_t stored() const;
+
+  // Wait until a greater number than that is on the disk, or the time is over; returns stored().
+  std::int64_t wait_beyond(std::int64_t number, std::chrono::milliseconds longest) const;
+
+  // What was wrong with the file when it was opened, a line each.
+  const std::vector<std::string>& faults() const;
+
+  // Store what waits, as far as the disk takes it, and close the file for good, at the end of the process. Entries that
+  // come from now on are lost.
+  void seal();
+
+  // Hand the entries of DIRECTORY/journal.db to a function, oldest first, also while a daemon writes there; without a
+  // file there are none. No lock is held while the function runs. Returns the greatest number that was looked at, for a
+  // query of what comes after. Throws ac::ac_exception, and what the function throws.
+  static std::int64_t read(const std::filesystem::path& directory, const JournalQuery& query,
+                           const std::function<void(const JournalEntry&)>& take);
+
+  // Hold all entries of DIRECTORY/journal.db against their numbers and checksums, also while a daemon writes there.
+  static refhost::StoreReport inspect(const std::filesystem::path& directory);
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace achost
