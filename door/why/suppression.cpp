@@ -1,0 +1,339 @@
+#include "door/why/suppression.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace achost::why {
+
+namespace {
+
+using std::chrono::nanoseconds;
+
+// What the plug-in raises a setting to when it takes one that is changed.
+constexpr milliseconds kLeastReadInterval{250};
+constexpr milliseconds kLeastReadIntervalDiffTags{100};
+
+constexpr nanoseconds kNextInstant{1};
+
+bool is_near(Time one, Time other) { return std::chrono::abs(one - other) <= Suppression::kNear; }
+
+}  // namespace
+
+// The reasons of a verdict as they come together.
+class Suppression::Findings {
+ public:
+  // Time alone decides whether it holds: before its until.
+  void weigh_until(Time at, Because because) {
+    const Time until = *because.until;
+    weigh(at < until, is_near(at, until), std::move(because));
+  }
+  // is_near: whether another time within kNear of that one would have another answer.
+  void weigh(bool holds, bool is_near, Because because) {
+    if (holds) {
+      reasons_.push_back(std::move(because));
+    }
+    is_sure_ = is_sure_ || (holds && !is_near);
+    is_near_ = is_near_ || is_near;
+  }
+  // It is not sure which reasons hold.
+  void doubt() { is_doubtful_ = true; }
+
+  bool at_boundary() const { return is_doubtful_ || (is_near_ && !is_sure_); }
+  std::vector<Because>& reasons() { return reasons_; }
+
+ private:
+  std::vector<Because> reasons_;
+  bool is_sure_ = false;      // one holds and is far from its boundary
+  bool is_near_ = false;      // one is near its boundary
+  bool is_doubtful_ = false;  // all of them are in doubt
+};
+
+Suppression::Suppression(const Settings& settings, Time start)
+    : stored_(settings), in_force_(settings), changed_(start), level_changed_(start), last_{0, start, start} {}
+
+// --- What happens
+
+void Suppression::apply(const Settings& settings, Time at) {
+  change(stored_, settings, at);
+  change(in_force_, settings, at);
+}
+
+void Suppression::store(const Settings& settings, Time at) { change(stored_, settings, at); }
+
+void Suppression::take(Setting setting, Time at) {
+  auto stored = stored_;
+  auto taken = in_force_;
+  switch (setting) {
+    case Setting::kOperationMode:
+      taken.operation_mode = stored.operation_mode;
+      break;
+    case Setting::kTrigIdle:
+      taken.trig_idle = stored.trig_idle;
+      break;
+    case Setting::kTriggerTimeout:
+      taken.trigger_timeout = stored.trigger_timeout;
+      break;
+    case Setting::kReadInterval:
+      taken.read_interval = stored.read_interval = std::max(stored.read_interval, kLeastReadInterval);
+      break;
+    case Setting::kReadIntervalDiffTags:
+      taken.read_interval_diff_tags = stored.read_interval_diff_tags =
+          std::max(stored.read_interval_diff_tags, kLeastReadIntervalDiffTags);
+      break;
+  }
+  change(stored_, stored, at);
+  change(in_force_, taken, at);
+}
+
+void Suppression::change(Settings& settings, const Settings& to, Time at) {
+  if (settings == to) {
+    return;
+  }
+  doubt(at);
+  settings = to;
+  changed_ = at;
+}
+
+void Suppression::input(std::optional<int> level, Time at) {
+  answer(level, at);
+  if (level) {
+    notified(*level, at);
+  }
+}
+
+void Suppression::answer(std::optional<int> level, Time at) {
+  if (level != level_) {
+    doubt(at);
+    level_ = level;
+    level_changed_ = at;
+  }
+}
+
+// By the mode that is stored: the plug-in reads it afresh for each notification.
+void Suppression::notified(int level, Time at) {
+  const bool active = level == active_level();
+  if (stored_.operation_mode == Mode::kTrigger && active) {
+    doubt(at);
+    triggered_ = at;
+  } else if (stored_.operation_mode == Mode::kInhibit) {
+    if (is_inhibited_ && !active) {
+      doubt(at);
+      triggered_ = at;
+    }
+    is_inhibited_ = active;
+  }
+}
+
+void Suppression::read(Card card, Time at) {
+  if (waiting_.size() < kMostCards || waiting_.contains(card)) {
+    waiting_[card] = at;
+  }
+}
+
+std::vector<Verdict> Suppression::round(Time at) {
+  std::vector<Verdict> verdicts;
+  verdicts.reserve(waiting_.size());
+  for (const auto& [card, read_at] : waiting_) {
+    verdicts.push_back(verdict({card, read_at}, at));
+  }
+  waiting_.clear();
+  forget(at);
+  return verdicts;
+}
+
+std::vector<Verdict> Suppression::poll(Time at, std::span<const Card> cards) {
+  for (const Card card : cards) {
+    read(card, at);
+  }
+  return round(at);
+}
+
+Opinion Suppression::settle(std::vector<Verdict>& verdicts, std::optional<Card> announced, Time at) {
+  if (!announced) {
+    const auto missed =
+        std::ranges::any_of(verdicts, [](const Verdict& one) { return one.expected() && !one.at_boundary; });
+    const auto unsure = std::ranges::any_of(verdicts, &Verdict::expected);
+    return missed ? Opinion::kDisagrees : unsure ? Opinion::kAtBoundary : Opinion::kAgrees;
+  }
+  remember(*announced, at);
+  auto opinion = Opinion::kDisagrees;
+  for (auto& one : verdicts) {
+    if (one.reading.card == *announced) {
+      opinion = one.expected() ? Opinion::kAgrees : one.at_boundary ? Opinion::kAtBoundary : Opinion::kDisagrees;
+      one.reasons = {{.reason = Reason::kAnnounced, .since = at}};
+      one.would_have_been_from.reset();
+    } else if (one.expected()) {
+      one.reasons = {{Reason::kLostTurn, at, last_.others_from, last_.interval, *announced}};
+      one.would_have_been_from = announced_from(one.reasons);
+    }
+  }
+  return opinion;
+}
+
+// --- What follows from it
+
+Verdict Suppression::verdict(const Reading& reading, Time at) const {
+  auto findings = findings_at(at);
+  look_at_trigger(findings, reading);
+  look_at_others(findings, reading);
+  look_at_itself(findings, reading, at);
+  const bool at_boundary = findings.at_boundary();
+  const auto from = announced_from(findings.reasons());
+  return {reading, std::move(findings.reasons()), at_boundary, from};
+}
+
+// Whether readings count at all.
+Suppression::Findings Suppression::findings_at(Time at) const {
+  Findings findings;
+  if (at - changed_ <= kNear) {
+    findings.doubt();
+  }
+  look_at_mode(findings, at);
+  return findings;
+}
+
+void Suppression::look_at_mode(Findings& findings, Time at) const {
+  switch (in_force_.operation_mode) {
+    case Mode::kContinuous:
+      break;
+    case Mode::kInhibit:
+      look_at_inhibit(findings, at);
+      break;
+    case Mode::kTrigger:
+      findings.weigh(at > trigger_end(), is_near(at, trigger_end()),
+                     {.reason = has_triggered() ? Reason::kWindowClosed : Reason::kNeverTriggered,
+                      .since = triggered_,
+                      .value = in_force_.trigger_timeout});
+      break;
+    case Mode::kUnknown:
+      findings.weigh(true, false, {.reason = Reason::kModeUnknown, .since = changed_});
+      break;
+  }
+}
+
+void Suppression::look_at_inhibit(Findings& findings, Time at) const {
+  const bool is_fresh = at - level_changed_ <= kNear;
+  findings.weigh(!level_, is_fresh, {.reason = Reason::kInhibitUnanswered, .since = level_changed_});
+  findings.weigh(level_ == active_level(), is_fresh, {.reason = Reason::kInhibitActive, .since = level_changed_});
+  // The last instant belongs to the dead time.
+  findings.weigh_until(at, {Reason::kDeadTime, triggered_, trigger_end() + kNextInstant, in_force_.trigger_timeout});
+}
+
+void Suppression::look_at_trigger(Findings& findings, const Reading& reading) const {
+  if (in_force_.operation_mode == Mode::kTrigger) {
+    findings.weigh_until(reading.at, {.reason = Reason::kReadBeforeTrigger, .since = triggered_, .until = triggered_});
+  }
+}
+
+void Suppression::look_at_others(Findings& findings, const Reading& reading) const {
+  if (reading.card == last_.card) {
+    return;
+  }
+  const auto reason = last_.is_announcement ? Reason::kOtherCardTooSoon : Reason::kReadBeforeStart;
+  findings.weigh_until(reading.at, {reason, last_.at, last_.others_from, last_.interval, last_.card});
+}
+
+// Held against the time of the round, not that of the reading.
+void Suppression::look_at_itself(Findings& findings, const Reading& reading, Time at) const {
+  const auto sent = sent_.find(reading.card);
+  if (sent == sent_.end()) {
+    if (at < left_out_until_) {
+      findings.doubt();
+    }
+    return;
+  }
+  const auto until = sent->second.at + in_force_.read_interval;
+  if (at < until && sent->second.is_doubtful) {
+    findings.doubt();
+  }
+  if (sent->second.is_forgotten) {
+    return;
+  }
+  findings.weigh_until(
+      at,
+      {.reason = Reason::kSameCardTooSoon, .since = sent->second.at, .until = until, .value = in_force_.read_interval});
+}
+
+std::optional<Time> Suppression::announced_from(const std::vector<Because>& reasons) const {
+  std::optional<Time> from;
+  for (const auto& because : reasons) {
+    if (!because.until) {
+      return std::nullopt;
+    }
+    from = std::max(from, because.until);
+  }
+  const bool is_too_late = in_force_.operation_mode == Mode::kTrigger && from > trigger_end();
+  return is_too_late ? std::nullopt : from;
+}
+
+// --- What is remembered
+
+// How long a card announced is remembered.
+milliseconds Suppression::memory() const { return std::max(stored_.read_interval, stored_.read_interval_diff_tags); }
+
+void Suppression::remember(Card card, Time at) {
+  last_ = {card, at, at + in_force_.read_interval_diff_tags, in_force_.read_interval_diff_tags, true};
+  sent_[card] = {at};
+  if (sent_.size() > kMostCards) {
+    const auto oldest = std::ranges::min_element(sent_, {}, [](const auto& entry) { return entry.second.at; });
+    left_out_until_ = std::max(left_out_until_, oldest->second.at + in_force_.read_interval);
+    sent_.erase(oldest);
+  }
+  forget(at);
+}
+
+// The end of a round: who is forgotten counts as never announced. A round that uses no reading forgets nobody.
+void Suppression::forget(Time at) {
+  const auto mode = mode_at(at);
+  for (auto entry = sent_.begin(); entry != sent_.end();) {
+    auto& sent = entry->second;
+    const auto over = at - (sent.at + memory());
+    if (mode == Use::kSure && over >= kNear) {
+      entry = sent_.erase(entry);
+      continue;
+    }
+    sent.is_forgotten = sent.is_forgotten || (over >= nanoseconds(0) && (mode == Use::kSure || mode == Use::kLikely));
+    sent.is_doubtful = sent.is_doubtful || (over >= -kNear && mode != Use::kNone);
+    ++entry;
+  }
+}
+
+// Before something changes: the plug-in makes rounds without readings too, which nobody tells.
+void Suppression::doubt(Time at) {
+  if (mode_at(at) == Use::kNone) {
+    return;
+  }
+  for (auto& [card, sent] : sent_) {
+    sent.is_doubtful = sent.is_doubtful || at - (sent.at + memory()) >= -kNear;
+  }
+}
+
+Suppression::Use Suppression::mode_at(Time at) const {
+  auto findings = findings_at(at);
+  if (findings.at_boundary()) {
+    return findings.reasons().empty() ? Use::kLikely : Use::kUnlikely;
+  }
+  return findings.reasons().empty() ? Use::kSure : Use::kNone;
+}
+
+// --- In words
+
+std::string duration_text(nanoseconds duration) {
+  const auto ms = std::chrono::duration_cast<milliseconds>(duration).count();
+  std::string digits = std::to_string(std::abs(ms) % 1000 + 1000).substr(1);
+  digits.erase(std::max(digits.find_last_not_of('0') + 1, std::size_t{1}));
+  return (ms < 0 ? "-" : "") + std::to_string(std::abs(ms) / 1000) + "." + digits + " s";
+}
+
+Facts facts_of(const Because& because, Time reading, const std::function<std::string(Time)>& show) {
+  Facts facts{{"since", show(because.since)},
+              {"ago", duration_text(reading - because.since)},
+              {"value", duration_text(because.value)},
+              {"card", std::to_string(because.card)}};
+  if (because.until) {
+    facts["until"] = show(*because.until);
+  }
+  return facts;
+}
+
+}  // namespace achost::why

@@ -1,0 +1,394 @@
+#include "reading_story.h"
+
+#include <pthread.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <sstream>
+
+#include "dispatch.h"
+#include "fake_clock.h"
+#include "fake_module.h"
+#include "gpio_events.h"
+#include "live_config.h"
+#include "message_handling.h"
+#include "reading_loop.h"
+#include "second_host.h"
+#include "settings.h"
+
+using second_host::Fields;
+using second_host::host;
+using second_host::SentMessage;
+using std::chrono::milliseconds;
+using std::chrono::nanoseconds;
+
+namespace {
+
+// What happens in each wait of the plug-in's dispatch.
+std::function<void()> in_wait;
+
+}  // namespace
+
+// The linker sends the waits of condition variables and the pauses of the reading loop here (--wrap).
+extern "C" int __real_pthread_cond_clockwait(pthread_cond_t*, pthread_mutex_t*, clockid_t, const timespec*);
+extern "C" int __wrap_pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t clock,
+                                             const timespec* deadline) {
+  if (!in_wait) {
+    return __real_pthread_cond_clockwait(condition, mutex, clock, deadline);
+  }
+  in_wait();
+  return ETIMEDOUT;
+}
+extern "C" int __wrap_usleep(useconds_t) { return 0; }
+
+namespace reading_story {
+
+namespace {
+
+constexpr int kGpio = 5;
+constexpr std::array kKeys{"operation_mode", "trig_idle", "trigger_timeout", "read_interval",
+                           "read_interval_diff_tags"};
+constexpr auto kMode = static_cast<std::size_t>(why::Setting::kOperationMode);
+
+struct End {};
+struct Disagreement {
+  std::string text;
+};
+
+why::Settings settings_of(const std::array<std::int64_t, 5>& values) {
+  constexpr std::array kByPlace{why::Mode::kInhibit, why::Mode::kTrigger, why::Mode::kContinuous,
+                                why::Mode::kContinuous};
+  return {kByPlace.at(static_cast<std::size_t>(values[0])), static_cast<int>(values[1]), milliseconds(values[2]),
+          milliseconds(values[3]), milliseconds(values[4])};
+}
+
+class Play {
+ public:
+  Play(const Start& start, const Next& next, Count& count, std::mt19937_64* jitter)
+      : start_(start), next_(next), count_(count), jitter_(jitter), stored_(start.settings) {
+    host().reset();
+    host().on_call([this](const std::string& call) { has_announced_ |= call == "send identifier_new_card"; });
+    host().answer_with([this](const SentMessage&) { return level_ < 0 ? Fields{} : Fields{{"value", level_}}; });
+    set_up_clock();
+    set_up_plug_in();
+  }
+
+  std::string run() {
+    std::string failure;
+    in_wait = [this] { wait(); };
+    try {
+      dispatchCards(condition_);
+    } catch (const End&) {
+    } catch (const Disagreement& disagreement) {
+      failure = disagreement.text;
+    } catch (const std::exception& error) {
+      failure = std::string("the plug-in failed: ") + error.what();
+    }
+    in_wait = nullptr;
+    fake_clock::release();
+    t640_module.reset();
+    lastCardsRead_.clear();
+    return failure;
+  }
+
+ private:
+  void set_up_clock() {
+    fake_clock::freeze();
+    fake_clock::advance(start_.clock - fake_clock::now().time_since_epoch());
+  }
+
+  void set_up_plug_in() {
+    for (std::size_t place = 0; place < kKeys.size(); ++place) {
+      write(place);
+    }
+    host().set("trig_gpio", kGpio);
+    host().set("watchdog_timeout", 3'600'000);
+    host().set("tag_detector_relay", 3);
+    host().set("identification_bits", bits_);
+    readSettings();
+    tagDetectorEnabled = false;
+    lastCardsRead_.clear();
+    lastCardsSent_.clear();
+    lastTriggerTimePoint = {};
+    inhibitActive = false;
+    level_ = start_.level;
+    reader_ = &FakeModule::install();
+    if (start_.read_before != nanoseconds(0)) {
+      fake_clock::advance(-start_.read_before);
+      read_tags(1, nanoseconds(0));
+      fake_clock::advance(start_.read_before);
+    }
+  }
+
+  void write(std::size_t place) {
+    if (place == kMode) {
+      host().set(kKeys[place], std::string(kModes.at(static_cast<std::size_t>(stored_[place]))));
+    } else {
+      host().set(kKeys[place], static_cast<int>(stored_[place]));
+    }
+  }
+
+  // The plug-in's own time as the model is told it.
+  Time told() {
+    auto time = fake_clock::now();
+    if (jitter_ != nullptr) {
+      time += nanoseconds(static_cast<std::int64_t>((*jitter_)() % 2'000'001) - 1'000'000);
+      time = told_ = std::max(told_, time);
+    }
+    return time;
+  }
+
+  void begin() {
+    const auto start = told();
+    model_.emplace(settings_of(stored_), start);
+    model_->answer(level_, start);
+    if (start_.read_before != nanoseconds(0)) {
+      model_->read(why::card_value(kTags[0], bits_, ""), start - start_.read_before);
+    }
+  }
+
+  void wait() {
+    if (!model_) {
+      begin();
+    } else {
+      compare();
+    }
+    for (;;) {
+      const auto step = next_({fake_clock::now(), marks_});
+      if (!step) {
+        throw End();
+      }
+      if (step->kind == Kind::kRound) {
+        break;
+      }
+      take(*step);
+    }
+    const auto before = *model_;
+    const auto at = told();
+    expected_ = model_->round(at);
+    ++count_.rounds;
+    look_at_promises(before, at);
+  }
+
+  // "It would have been from then on": in what was known then, at that instant and not one before.
+  void look_at_promises(const why::Suppression& before, Time at) {
+    for (const auto& one : expected_) {
+      const auto from = one.would_have_been_from;
+      if (!from || *from <= at) {
+        continue;
+      }
+      const auto earlier = *from - nanoseconds(1);
+      if (!before.verdict({one.reading.card, *from}, *from).expected() ||
+          before.verdict({one.reading.card, earlier}, earlier).expected()) {
+        throw Disagreement{"card " + std::to_string(one.reading.card) + " would not have been announced from " +
+                           std::to_string((*from - start_time()).count()) + " ns on"};
+      }
+    }
+  }
+
+  // What the model expected of the round that is over, and what the plug-in did.
+  void compare() {
+    std::optional<why::Card> announced;
+    if (std::exchange(has_announced_, false)) {
+      const auto messages = host().messages("identifier_new_card");
+      if (messages.size() != announced_before_ + 1) {
+        throw Disagreement{"two cards in one round"};
+      }
+      announced = static_cast<why::Card>(std::get<std::int64_t>(messages.back().fields.at(1).second));
+      announced_before_ = messages.size();
+    }
+    const auto seen = expected_;
+    const auto opinion = model_->settle(expected_, announced, told());
+    if (opinion == why::Opinion::kDisagrees || (jitter_ == nullptr && opinion != why::Opinion::kAgrees)) {
+      throw Disagreement{told_of(seen, announced)};
+    }
+    tell_of(seen, announced, opinion);
+  }
+
+  void tell_of(const std::vector<why::Verdict>& seen, std::optional<why::Card> announced, why::Opinion opinion) {
+    count_.announced += announced.has_value();
+    count_.chosen += std::ranges::count_if(seen, &why::Verdict::expected) > 1;
+    count_.at_boundary += opinion == why::Opinion::kAtBoundary;
+    for (const auto& one : expected_) {
+      for (const auto& because : one.reasons) {
+        ++count_.refused[because.reason];
+      }
+    }
+    if (announced) {
+      const auto now = fake_clock::now();
+      mark(now + milliseconds(same_tag_timeout_));
+      mark(now + milliseconds(different_tag_timeout_));
+      mark(now + milliseconds(std::max(stored_[3], stored_[4])));
+    }
+  }
+
+  std::string told_of(const std::vector<why::Verdict>& seen, std::optional<why::Card> announced) {
+    std::ostringstream text;
+    text << "at " << (fake_clock::now() - start_time()).count() << " ns the plug-in announced ";
+    announced ? text << *announced : text << "nothing";
+    text << "; the model:";
+    for (const auto& one : seen) {
+      text << "\n  card " << one.reading.card << (one.expected() ? " is expected" : " is not:");
+      for (const auto& because : one.reasons) {
+        text << ' ' << why::row_of(because.reason).name;
+      }
+    }
+    return text.str();
+  }
+
+  Time start_time() const { return Time(start_.clock); }
+
+  void mark(Time time) {
+    if (marks_.size() == 8) {
+      marks_.erase(marks_.begin());
+    }
+    marks_.push_back(time);
+  }
+
+  void take(const Step& step) {
+    switch (step.kind) {
+      case Kind::kTime:
+        fake_clock::advance(nanoseconds(step.number));
+        break;
+      case Kind::kInput:
+      case Kind::kAnswer:
+      case Kind::kNotify:
+        change_input(step.kind, static_cast<int>(step.number));
+        break;
+      case Kind::kStore:
+        stored_.at(static_cast<std::size_t>(step.what)) = step.number;
+        write(static_cast<std::size_t>(step.what));
+        model_->store(settings_of(stored_), told());
+        break;
+      case Kind::kTake:
+        take_setting(static_cast<std::size_t>(step.what));
+        break;
+      case Kind::kLoseMode:
+        lose_mode();
+        break;
+      case Kind::kBits:
+        bits_ = static_cast<int>(step.number);
+        host().set("identification_bits", bits_);
+        break;
+      case Kind::kType:
+        type_ = kReaderTypes.at(static_cast<std::size_t>(step.number));
+        host().set("reader_type", std::string(type_));
+        break;
+      case Kind::kPass:
+        pass(static_cast<unsigned>(step.what), nanoseconds(step.number));
+        break;
+      case Kind::kRound:
+        break;
+    }
+  }
+
+  void change_input(Kind kind, int level) {
+    if (kind != Kind::kNotify) {
+      level_ = level;
+      model_->answer(level < 0 ? std::nullopt : std::optional(level), told());
+    }
+    if (kind != Kind::kAnswer) {
+      handle(gpioNotifiedCallback, "gpio_notified", {{"gpio", kGpio}, {"value", level}});
+      model_->notified(level, told());
+      mark(fake_clock::now() + milliseconds(trigger_timeout_));
+      mark(fake_clock::now());
+    }
+  }
+
+  void take_setting(std::size_t place) {
+    handle(configParamSetCallback, "config_param_set",
+           {{"module", std::string("uhf")}, {"param", std::string(kKeys.at(place))}});
+    model_->take(static_cast<why::Setting>(place), told());
+    stored_[3] = std::stoi(host().get("uhf", "read_interval").value_or("0"));
+    stored_[4] = std::stoi(host().get("uhf", "read_interval_diff_tags").value_or("0"));
+  }
+
+  void lose_mode() {
+    uhf_operation_mode_ = 3;
+    auto settings = settings_of(stored_);
+    settings.operation_mode = why::Mode::kUnknown;
+    const auto at = told();
+    model_->store(settings, at);
+    model_->take(why::Setting::kOperationMode, at);
+    model_->store(settings_of(stored_), at);
+  }
+
+  void pass(unsigned tags, nanoseconds takes) {
+    read_tags(tags, takes);
+    const auto at = told();
+    for (std::size_t tag = 0; tag < kTags.size(); ++tag) {
+      if ((tags >> tag & 1) != 0) {
+        model_->read(why::card_value(kTags[tag], bits_, type_), at);
+      }
+    }
+  }
+
+  void read_tags(unsigned tags, nanoseconds takes) {
+    reader_->onInventory = [tags, takes] {
+      fake_clock::advance(takes);
+      FakeModule::Inventory inventory(true, {});
+      for (std::size_t tag = 0; tag < kTags.size(); ++tag) {
+        if ((tags >> tag & 1) != 0) {
+          inventory.second.push_back({200, 0x3000, kTags[tag], 0});
+        }
+      }
+      return inventory;
+    };
+    TimePoint last_seen;
+    readTags(last_seen, condition_);
+  }
+
+  Start start_;
+  const Next& next_;
+  Count& count_;
+  std::mt19937_64* jitter_;
+  Time told_{};
+  std::array<std::int64_t, 5> stored_;
+  int level_ = 0;
+  int bits_ = 32;
+  const char* type_ = "";
+  FakeModule* reader_ = nullptr;
+  std::condition_variable condition_;
+  bool has_announced_ = false;
+  std::size_t announced_before_ = 0;
+  std::vector<Time> marks_;
+  std::optional<why::Suppression> model_;
+  std::vector<why::Verdict> expected_;
+};
+
+}  // namespace
+
+std::string play(const Start& start, const Next& next, Count& count, std::mt19937_64* jitter) {
+  return Play(start, next, count, jitter).run();
+}
+
+std::string play(const Start& start, const std::vector<Step>& steps, std::mt19937_64* jitter) {
+  Count count;
+  std::size_t place = 0;
+  return play(
+      start, [&](const View&) { return place < steps.size() ? std::optional(steps[place++]) : std::nullopt; }, count,
+      jitter);
+}
+
+std::string text_of(const Start& start, const std::vector<Step>& steps) {
+  constexpr std::array kNames{"time",      "input", "answer", "notify", "store", "take",
+                              "lose_mode", "bits",  "type",   "pass",   "round"};
+  std::ostringstream text;
+  text << "start " << start.clock.count() << " ns, level " << start.level << ", read " << start.read_before.count()
+       << " ns before;";
+  for (std::size_t place = 0; place < kKeys.size(); ++place) {
+    text << ' ' << kKeys[place] << '=' << start.settings[place];
+  }
+  for (const auto& step : steps) {
+    text << "\n  " << kNames.at(static_cast<std::size_t>(step.kind));
+    if (step.kind == Kind::kStore || step.kind == Kind::kTake) {
+      text << ' ' << kKeys.at(static_cast<std::size_t>(step.what));
+    } else if (step.kind == Kind::kPass) {
+      text << " tags " << step.what << " in";
+    }
+    text << ' ' << step.number;
+  }
+  return text.str();
+}
+
+}  // namespace reading_story
