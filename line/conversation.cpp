@@ -48,6 +48,8 @@ std::size_t Conversation::take(Clock::time_point now, ByteView bytes) {
   // What begins long after is a stranger; what goes on and on is a flood.
   cut_off_ = taken < bytes.size() && !open_->bytes.empty() && now - open_->last_byte < kQuiet;
   if (taken > 0) {
+    open_->may_have_seemed_whole =
+        open_->may_have_seemed_whole || (!open_->bytes.empty() && open_->bytes.back() == kFrameEnd);
     open_->bytes.insert(open_->bytes.end(), bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(taken));
     open_->last_byte = now;
   }

@@ -23,6 +23,8 @@ struct Exchange {
   Answer answer;
   Clock::time_point asked;
   Clock::time_point last_byte;  // when the last of them came, or the question went
+  // More came after something that may be the end of a frame: who asked may have taken the answer for whole before.
+  bool may_have_seemed_whole = false;
 };
 
 // One thread uses it.

@@ -8,7 +8,6 @@ namespace line {
 namespace {
 
 constexpr std::uint8_t kHeader = 0x7F;
-constexpr std::uint8_t kEnd = 0x7E;
 constexpr std::size_t kBeforeParameters = 5;
 constexpr std::size_t kAround = 7;  // bytes of a frame that are no parameters
 
@@ -87,7 +86,7 @@ Look look_at(ByteView bytes, std::size_t at, const Sums& sums) {
     return {.frame = {}, .flaw = Flaw::truncated};
   }
   const ByteView parameters = bytes.subspan(at + kBeforeParameters, length);
-  if (bytes[at + length + kAround - 1] != kEnd) {
+  if (bytes[at + length + kAround - 1] != kFrameEnd) {
     return {.frame = {}, .flaw = Flaw::wrong_end};
   }
   const auto meant = meant_of(*kind, parameters);
@@ -144,7 +143,7 @@ Bytes frame_of(FrameType type, Code code, ByteView parameters) {
   std::for_each(bytes.begin() + 1, bytes.end(),
                 [&](std::uint8_t byte) { sum = static_cast<std::uint8_t>(sum + byte); });
   bytes.push_back(sum);
-  bytes.push_back(kEnd);
+  bytes.push_back(kFrameEnd);
   return bytes;
 }
 

@@ -17,6 +17,8 @@ namespace line {
 
 enum class FrameType : std::uint8_t { command = 0, response = 1, notice = 2 };
 
+inline constexpr std::uint8_t kFrameEnd = 0x7E;  // the last byte of a frame; it may stand within one, too
+
 enum class Code : std::uint8_t {
   set_region = 0x07,
   inventory = 0x22,

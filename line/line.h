@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "line/bytes.h"
+#include "line/conversation.h"
 #include "line/frames.h"
 #include "line/health.h"
 #include "line/ladder.h"
@@ -28,6 +29,9 @@ struct LineOptions {
   std::function<bool()> reset = nullptr;
   // Called by the line's thread several times a second while it does its work.
   std::function<void()> alive = nullptr;
+  // Called by the line's thread, which passes no bytes meanwhile, for each question of the plug-in's that is done with,
+  // in their order: when the next one goes out, or when nobody waits any more.
+  std::function<void(Exchange)> on_exchange = nullptr;
 };
 
 // Something that whoever runs the door is told.

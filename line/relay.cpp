@@ -182,10 +182,13 @@ void Line::Relay::pass_question(Clock::time_point now, ByteView bytes) {
   watch_.asked(now);
 }
 
-void Line::Relay::done_with(const std::optional<Exchange>& exchange) {
+void Line::Relay::done_with(std::optional<Exchange> exchange) {
   if (exchange.has_value()) {
     watch_.answered(exchange->last_byte, exchange->answer, exchange->code == Code::inventory);
     radio_.saw(*exchange);
+    if (options_.on_exchange) {
+      options_.on_exchange(*std::move(exchange));
+    }
   }
 }
 

@@ -73,7 +73,7 @@ class Line::Relay {
   void pass_answer(Clock::time_point now, ByteView bytes);
   void say_to_plug_in(ByteView bytes);
   void say_to_port(Clock::time_point now, ByteView bytes);
-  void done_with(const std::optional<Exchange>& exchange);
+  void done_with(std::optional<Exchange> exchange);
   void drop_stale(Clock::time_point now);
   void drop_unread();
   void tick(Clock::time_point now);

@@ -94,6 +94,21 @@ TEST(LineConversation, TheLastQuestionIsEndedWithWhatCameForIt) {
   EXPECT_EQ(conversation.take(kStart, kEmpty), 0U) << "nothing is asked any more";
 }
 
+TEST(LineConversation, AnAnswerMaySeemWholeWhenMoreFollowsAFramesLastByte) {
+  Conversation conversation;
+  for (const auto& [first, seems] : {std::pair(kEmpty.size(), true), {kEmpty.size() - 1, false}}) {
+    Bytes two = kEmpty;
+    two.insert(two.end(), kEmpty.begin(), kEmpty.end());
+    conversation.ask(kStart, kPoll);
+    conversation.take(kStart, ByteView(two).first(first));
+    conversation.take(kStart, ByteView(two).subspan(first));
+    EXPECT_EQ(conversation.end().value().may_have_seemed_whole, seems) << "in two pieces, the first of " << first;
+  }
+  conversation.ask(kStart, kPoll);
+  conversation.take(kStart, kEmpty);
+  EXPECT_FALSE(conversation.end().value().may_have_seemed_whole) << "nothing followed";
+}
+
 TEST(LineConversation, AQuestionInTwoPartsIsOne) {
   Conversation conversation;
   conversation.ask(kStart, Bytes(kPoll.begin(), kPoll.begin() + 4));

@@ -203,6 +203,28 @@ TEST_F(LineTest, ShowsPiecesToWhoeverLooksOn) {
   EXPECT_GE(answer->at, question->at);
 }
 
+TEST_F(LineTest, TellsWhatBecameOfEachQuestionOnceTheNextGoesOut) {
+  std::mutex mutex;
+  std::vector<Exchange> exchanges;
+  reader_->field().add({.epc = kTag});
+  open({.on_exchange = [&](Exchange exchange) {
+    const std::lock_guard lock(mutex);
+    exchanges.push_back(std::move(exchange));
+  }});
+  poll();
+  driver().getTransmitPower();
+  ASSERT_TRUE(poll_until([&] {
+    const std::lock_guard lock(mutex);
+    return exchanges.size() >= 2;
+  }));
+  line_.reset();
+  EXPECT_EQ(exchanges[0].code, Code::inventory);
+  EXPECT_THAT(exchanges[0].answer.tags, ElementsAre(testing::Field(&Tag::epc, kTag)));
+  EXPECT_LE(exchanges[0].asked, exchanges[0].last_byte);
+  EXPECT_EQ(exchanges[1].code, Code::get_power);
+  EXPECT_EQ(exchanges[1].answer.outcome, Outcome::answered);
+}
+
 TEST_F(LineTest, ThePortIsRawAndIsNobodysTerminal) {
   open();
   const int fd = ::open(reader_->path().c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK);
