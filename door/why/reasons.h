@@ -19,6 +19,7 @@ enum class Reason : std::uint8_t {
   kReaderLent,
   kBadFrame,
   kAnswerEnded,
+  kAnswerInPieces,
   kHalfNotUsed,
   // What the rules on readings tell (suppression.h).
   kModeUnknown,
@@ -33,6 +34,7 @@ enum class Reason : std::uint8_t {
   kSameCardTooSoon,
   kLostTurn,
   kAnnounced,
+  kUnexplained,
   // What became of the announcement.
   kNobodysCard,
   kUserBlocked,
@@ -56,7 +58,7 @@ struct ReasonRow {
 };
 
 // By reason.
-inline constexpr std::array<ReasonRow, 30> kReasons{{
+inline constexpr std::array<ReasonRow, 32> kReasons{{
     {Reason::kNeverInField, "never_in_field", Stage::kLine, "it was not in the field: no answer of the reader has it"},
     {Reason::kReaderSilent, "reader_silent", Stage::kLine, "the reader was silent from {since} on"},
     {Reason::kReaderNoisy, "reader_noisy", Stage::kLine, "the reader's answers were not good from {since} on: {text}"},
@@ -66,6 +68,8 @@ inline constexpr std::array<ReasonRow, 30> kReasons{{
      "a frame of the answer was bad ({text}), and what comes after one is not used"},
     {Reason::kAnswerEnded, "answer_ended", Stage::kLine,
      "something else than a tag's report stood in the half of the answer that counts, so nothing of it was used"},
+    {Reason::kAnswerInPieces, "answer_in_pieces", Stage::kLine,
+     "the answer came in pieces, and the plug-in may have taken the first of them for all of it"},
     {Reason::kHalfNotUsed, "half_not_used", Stage::kLine,
      "it was report {index} of {count} in the answer, of which only the last half is used, rounded up"},
     {Reason::kModeUnknown, "mode_unknown", Stage::kRules,
@@ -90,6 +94,7 @@ inline constexpr std::array<ReasonRow, 30> kReasons{{
     {Reason::kLostTurn, "lost_turn", Stage::kRules,
      "card {card} was read at the same time and had the turn; it would have been from {until} on"},
     {Reason::kAnnounced, "announced", Stage::kRules, "it was announced at {since}"},
+    {Reason::kUnexplained, "unexplained", Stage::kRules, "no rule held it back, and it was not announced"},
     {Reason::kNobodysCard, "nobodys_card", Stage::kDoor, "it is nobody's card"},
     {Reason::kUserBlocked, "user_blocked", Stage::kDoor, "its user {user} is blocked"},
     {Reason::kNotYetValid, "not_yet_valid", Stage::kDoor, "its user {user} is valid from {since} on"},

@@ -1,0 +1,277 @@
+// Readings as they pass on the line, announcements as they come, and what is told of them.
+#include "door/why/witness.h"
+
+#include <gmock/gmock.h>
+
+#include <numeric>
+
+#include "line/frames.h"
+
+namespace achost::why {
+namespace {
+
+using line::Bytes;
+using line::Code;
+using line::FrameType;
+using std::chrono::hours;
+using std::chrono::microseconds;
+using std::chrono::seconds;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+const Time kStart{hours(1)};              // of the plug-in
+const Time kBegin = kStart + seconds(1);  // of the polls
+const Bytes kFirst{0xE2, 0, 0, 33};
+const Bytes kSecond{0xE2, 0, 0, 44};
+constexpr Card kCard = 33;
+constexpr Card kOther = 44;
+
+Bytes report(const Bytes& epc, std::uint8_t rssi = 200) {
+  Bytes parameters{rssi, 0x30, 0};
+  parameters.insert(parameters.end(), epc.begin(), epc.end());
+  parameters.insert(parameters.end(), {0, 0});
+  return frame_of(FrameType::notice, Code::inventory, parameters);
+}
+
+const Bytes kNothingRead = frame_of(FrameType::response, Code::failure, Bytes{0x17});
+
+line::Exchange poll(Time at, const std::vector<Bytes>& frames) {
+  line::Exchange exchange;
+  exchange.code = Code::inventory;
+  for (const Bytes& frame : frames) {
+    exchange.bytes.insert(exchange.bytes.end(), frame.begin(), frame.end());
+  }
+  exchange.answer = answer_of(Code::inventory, exchange.bytes);
+  exchange.asked = at - milliseconds(3);
+  exchange.last_byte = at;
+  return exchange;
+}
+
+class WitnessTest : public testing::Test {
+ protected:
+  static WitnessSettings settings() {
+    return {.rules = {.read_interval = seconds(3), .read_interval_diff_tags = milliseconds(500)},
+            .identification_bits = 8,
+            .reader_type = "msb"};
+  }
+
+  // Each 20 ms.
+  void poll_until(Time end, const std::vector<Bytes>& frames) {
+    for (; now_ < end; now_ += milliseconds(20)) {
+      witness_.saw(poll(now_, frames));
+    }
+  }
+  void announce(Card card) { witness_.announced(card, now_ - milliseconds(20) + microseconds(200)); }
+
+  Sighting only_one() {
+    const auto all = witness_.sightings();
+    EXPECT_THAT(all, SizeIs(1));
+    return all.empty() ? Sighting{} : all.front();
+  }
+
+  static std::vector<std::pair<Reason, std::int64_t>> fates(const Sighting& sighting) {
+    std::vector<std::pair<Reason, std::int64_t>> all;
+    for (const Fate& fate : sighting.fates) {
+      all.emplace_back(fate.reasons.front().reason, fate.polls);
+    }
+    return all;
+  }
+
+  Time now_ = kBegin;
+  std::vector<Sighting> over_;
+  std::vector<Disagreement> disagreements_;
+  Witness witness_{settings(), kStart, [this](const Sighting& one) { over_.push_back(one); },
+                   [this](const Disagreement& one) { disagreements_.push_back(one); }};
+};
+
+TEST_F(WitnessTest, ACardIsAnnouncedAndThenReadTooSoon) {
+  poll_until(kBegin + milliseconds(20), {report(kFirst, 180)});
+  announce(kCard);
+  poll_until(kBegin + seconds(1), {report(kFirst, 210)});
+  const auto sighting = only_one();
+  EXPECT_EQ(sighting.epc, kFirst);
+  EXPECT_EQ(sighting.card, kCard);
+  EXPECT_EQ(sighting.polls, 50);
+  EXPECT_EQ(sighting.rssi, 210);
+  EXPECT_EQ(sighting.first, kBegin);
+  EXPECT_EQ(sighting.last, kBegin + milliseconds(980));
+  EXPECT_THAT(fates(sighting), ElementsAre(std::pair(Reason::kAnnounced, 1), std::pair(Reason::kSameCardTooSoon, 49)));
+  EXPECT_EQ(sighting.fates[1].from, kBegin + milliseconds(20));
+  EXPECT_EQ(sighting.fates[1].to, kBegin + milliseconds(980));
+  EXPECT_THAT(disagreements_, IsEmpty());
+}
+
+TEST_F(WitnessTest, EachAnnouncementBeginsAChapter) {
+  for (int i = 0; i < 3; ++i) {
+    poll_until(now_ + milliseconds(20), {report(kFirst)});
+    announce(kCard);
+    poll_until(now_ + milliseconds(2960), {report(kFirst)});
+    now_ += milliseconds(30);
+  }
+  EXPECT_THAT(fates(only_one()),
+              ElementsAre(std::pair(Reason::kAnnounced, 1), std::pair(Reason::kSameCardTooSoon, 148),
+                          std::pair(Reason::kAnnounced, 1), std::pair(Reason::kSameCardTooSoon, 148),
+                          std::pair(Reason::kAnnounced, 1), std::pair(Reason::kSameCardTooSoon, 148)));
+  EXPECT_THAT(disagreements_, IsEmpty());
+}
+
+TEST_F(WitnessTest, AnAnnouncementThatIsDueAndDoesNotComeIsADisagreement) {
+  poll_until(kBegin + milliseconds(200), {report(kFirst)});
+  ASSERT_FALSE(disagreements_.empty());
+  EXPECT_EQ(disagreements_.front().card, kCard);
+  EXPECT_FALSE(disagreements_.front().was_announced);
+  EXPECT_EQ(disagreements_.front().at, kBegin);
+  EXPECT_EQ(fates(only_one()).front().first, Reason::kUnexplained);
+}
+
+TEST_F(WitnessTest, AnAnnouncementMayComeARoundLater) {
+  poll_until(kBegin + milliseconds(40), {report(kFirst)});
+  announce(kCard);
+  poll_until(kBegin + milliseconds(200), {report(kFirst)});
+  EXPECT_THAT(disagreements_, IsEmpty());
+  EXPECT_THAT(fates(only_one()), ElementsAre(std::pair(Reason::kAnnounced, 2), std::pair(Reason::kSameCardTooSoon, 8)));
+}
+
+TEST_F(WitnessTest, AnAnnouncementThatIsNotToBeIsADisagreementWithItsReasons) {
+  poll_until(kBegin + milliseconds(20), {report(kFirst)});
+  announce(kCard);
+  poll_until(kBegin + seconds(1), {report(kFirst)});
+  announce(kCard);
+  ASSERT_THAT(disagreements_, SizeIs(1));
+  EXPECT_TRUE(disagreements_.front().was_announced);
+  ASSERT_THAT(disagreements_.front().reasons, SizeIs(1));
+  EXPECT_EQ(disagreements_.front().reasons.front().reason, Reason::kSameCardTooSoon);
+}
+
+TEST_F(WitnessTest, AnAnnouncementOfACardThatNobodyHasReadIsADisagreement) {
+  poll_until(kBegin + milliseconds(200), {kNothingRead});
+  announce(kCard);
+  ASSERT_THAT(disagreements_, SizeIs(1));
+  EXPECT_THAT(disagreements_.front().reasons, IsEmpty());
+}
+
+TEST_F(WitnessTest, AnAnnouncementNearABoundaryIsNone) {
+  poll_until(kBegin + milliseconds(20), {report(kFirst)});
+  announce(kCard);
+  poll_until(kBegin + milliseconds(2990), {report(kFirst)});
+  witness_.saw(poll(kBegin + milliseconds(2999), {report(kFirst)}));
+  witness_.announced(kCard, kBegin + milliseconds(2999));
+  EXPECT_THAT(disagreements_, IsEmpty());
+}
+
+TEST_F(WitnessTest, OneOfTwoCardsLosesItsTurnAndIsThenTooSoonAfterTheOther) {
+  witness_.saw(poll(now_, {report(kFirst), report(kFirst), report(kFirst), report(kSecond)}));
+  now_ += milliseconds(20);
+  announce(kCard);
+  poll_until(kBegin + milliseconds(200), {kNothingRead, report(kFirst), report(kSecond)});
+  const auto all = witness_.sightings();
+  ASSERT_THAT(all, SizeIs(2));
+  const auto& second = all[0].card == kOther ? all[0] : all[1];
+  EXPECT_THAT(fates(second), ElementsAre(std::pair(Reason::kLostTurn, 1), std::pair(Reason::kOtherCardTooSoon, 9)));
+  EXPECT_THAT(disagreements_, IsEmpty());
+}
+
+TEST_F(WitnessTest, TheFirstHalfOfAnAnswerIsNotUsed) {
+  poll_until(kBegin + milliseconds(100), {report(kFirst), report(kSecond)});
+  announce(kOther);
+  const auto all = witness_.sightings();
+  ASSERT_THAT(all, SizeIs(2));
+  const auto& first = all[0].card == kCard ? all[0] : all[1];
+  ASSERT_THAT(fates(first), ElementsAre(std::pair(Reason::kHalfNotUsed, 5)));
+  EXPECT_EQ(first.fates[0].number, 1U);
+  EXPECT_EQ(first.fates[0].count, 2U);
+}
+
+TEST_F(WitnessTest, AResponseInTheHalfThatCountsSpoilsIt) {
+  poll_until(kBegin + milliseconds(100), {report(kFirst), kNothingRead});
+  poll_until(kBegin + milliseconds(200), {report(kFirst), report(kFirst), kNothingRead});
+  EXPECT_THAT(fates(only_one()), ElementsAre(std::pair(Reason::kHalfNotUsed, 10), std::pair(Reason::kAnswerEnded, 5)));
+  EXPECT_THAT(disagreements_, IsEmpty());
+}
+
+TEST_F(WitnessTest, WhatComesAfterABadFrameIsNotUsedNorWhatHasNoEnd) {
+  Bytes bad = report(kSecond);
+  bad[bad.size() - 2] ^= 1U;
+  poll_until(kBegin + milliseconds(100), {bad, report(kFirst)});
+  poll_until(kBegin + milliseconds(200), {report(kFirst), Bytes{0x7F, 2}});
+  EXPECT_THAT(fates(only_one()), ElementsAre(std::pair(Reason::kBadFrame, 10)));
+  EXPECT_THAT(disagreements_, IsEmpty());
+}
+
+TEST_F(WitnessTest, AnAnswerInPiecesSaysSoAndIsNoDisagreement) {
+  for (int i = 0; i < 10; ++i, now_ += milliseconds(20)) {
+    auto exchange = poll(now_, {report(kSecond), report(kFirst)});
+    exchange.may_have_seemed_whole = true;
+    witness_.saw(exchange);
+  }
+  auto all = witness_.sightings();
+  ASSERT_THAT(all, SizeIs(2));
+  EXPECT_THAT(fates(all[0].card == kCard ? all[0] : all[1]), ElementsAre(std::pair(Reason::kAnswerInPieces, 10)));
+  announce(kCard);
+  EXPECT_THAT(disagreements_, IsEmpty());
+}
+
+TEST_F(WitnessTest, ACardThatIsNotReadForTwoSecondsAndTwoPollsHasLeft) {
+  poll_until(kBegin + milliseconds(20), {report(kFirst)});
+  announce(kCard);
+  witness_.pass(kBegin + seconds(3));
+  EXPECT_THAT(over_, IsEmpty()) << "nobody has polled";
+  now_ = kBegin + seconds(3);
+  poll_until(now_ + milliseconds(40), {kNothingRead});
+  witness_.pass(now_);
+  ASSERT_THAT(over_, SizeIs(1));
+  EXPECT_EQ(over_.front().last, kBegin);
+  EXPECT_FALSE(over_.front().goes_on);
+  EXPECT_THAT(witness_.sightings(), IsEmpty());
+}
+
+TEST_F(WitnessTest, ACardThatStaysIsToldEachMinute) {
+  witness_.apply({.rules = {.read_interval = hours(1)}, .identification_bits = 8, .reader_type = ""}, kBegin);
+  poll_until(kBegin + milliseconds(20), {report(kFirst)});
+  announce(kCard);
+  poll_until(kBegin + seconds(121), {report(kFirst)});
+  ASSERT_THAT(over_, SizeIs(2));
+  for (const auto& part : over_) {
+    EXPECT_TRUE(part.goes_on);
+    EXPECT_EQ(part.polls, 3000);
+  }
+  witness_.end();
+  ASSERT_THAT(over_, SizeIs(3));
+  EXPECT_FALSE(over_.back().goes_on);
+}
+
+TEST_F(WitnessTest, TheFatesOfASightingAddUpToItsPolls) {
+  poll_until(kBegin + seconds(30), {report(kFirst), report(kSecond), report(kFirst)});
+  witness_.end();
+  for (const auto& one : over_) {
+    EXPECT_EQ(std::accumulate(one.fates.begin(), one.fates.end(), std::int64_t{0},
+                              [](std::int64_t sum, const Fate& fate) { return sum + fate.polls; }),
+              one.polls);
+    EXPECT_LE(one.fates.size(), Witness::kMostFates + 4);
+  }
+}
+
+TEST_F(WitnessTest, AnotherCardValueIsAnotherSighting) {
+  poll_until(kBegin + milliseconds(20), {report(kFirst)});
+  announce(kCard);
+  auto other = settings();
+  other.identification_bits = 16;
+  witness_.apply(other, now_);
+  now_ += seconds(4);
+  poll_until(now_ + milliseconds(20), {report(Bytes{0xE2, 0, 1, 33})});
+  poll_until(now_ + milliseconds(20), {report(kFirst)});
+  ASSERT_THAT(over_, SizeIs(1));
+  EXPECT_TRUE(over_.front().goes_on);
+}
+
+TEST_F(WitnessTest, MoreTagsThanThereIsRoomForAreLeftOutAndCounted) {
+  for (std::size_t i = 0; i < Witness::kMostSightings + 10; ++i) {
+    witness_.saw(poll(now_, {report({1, static_cast<std::uint8_t>(i >> 8U), static_cast<std::uint8_t>(i), 1})}));
+  }
+  EXPECT_EQ(witness_.sightings().size(), Witness::kMostSightings);
+  EXPECT_EQ(witness_.left_out(), 10U);
+}
+
+}  // namespace
+}  // namespace achost::why
