@@ -45,7 +45,7 @@ inline constexpr std::array kReaderTypes{"msb", "LSB", ""};
 inline const std::vector<std::vector<std::uint8_t>> kTags{{0xE2, 0, 0x68, 0x0A, 1, 2, 3, 4, 0x80, 0x12, 0x34, 0x56},
                                                           {0xE3, 1, 0x69, 0x0B, 1, 2, 3, 4, 0x80, 0x12, 0x34, 0x56},
                                                           {0xE3, 1, 0x69, 0x0B, 9, 9, 9, 9, 0x81, 0x12, 0x34, 0x57},
-                                                          {0xAB, 0xCD},
+                                                          {0x12, 0x34, 0x56},
                                                           {}};
 
 struct Start {

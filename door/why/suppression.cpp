@@ -246,11 +246,8 @@ void Suppression::look_at_itself(Findings& findings, const Reading& reading, Tim
   if (at < until && sent->second.is_doubtful) {
     findings.doubt();
   }
-  if (sent->second.is_forgotten) {
-    return;
-  }
-  findings.weigh_until(
-      at,
+  findings.weigh(
+      at < until && !sent->second.is_forgotten, is_near(at, until),
       {.reason = Reason::kSameCardTooSoon, .since = sent->second.at, .until = until, .value = in_force_.read_interval});
 }
 
@@ -334,6 +331,18 @@ Facts facts_of(const Because& because, Time reading, const std::function<std::st
     facts["until"] = show(*because.until);
   }
   return facts;
+}
+
+std::string text_of(const Verdict& verdict, const std::function<std::string(Time)>& show) {
+  std::string text;
+  for (const auto& because : verdict.reasons) {
+    text += text.empty() ? "" : "; ";
+    text += sentence(because.reason, facts_of(because, verdict.reading.at, show));
+  }
+  if (verdict.would_have_been_from) {
+    text += "; it would have been from " + show(*verdict.would_have_been_from) + " on";
+  }
+  return text;
 }
 
 }  // namespace achost::why

@@ -150,6 +150,9 @@ class Suppression {
 // The facts of a reason for a reading made at that time; show: tells a time.
 Facts facts_of(const Because& because, Time reading, const std::function<std::string(Time)>& show);
 
+// All reasons in words, and from when on the reading would have been announced.
+std::string text_of(const Verdict& verdict, const std::function<std::string(Time)>& show);
+
 // In seconds, with as many digits as it has, and one at least: "3.0 s".
 std::string duration_text(std::chrono::nanoseconds duration);
 
