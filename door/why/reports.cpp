@@ -72,6 +72,7 @@ std::vector<Report> reports_of(const Exchange& exchange) {
       Report report{.tag = &exchange.answer.tags[reports.size()], .number = i + 1, .count = taken.size()};
       if (i >= taken.size()) {
         report.unused = Reason::kBadFrame;
+        report.flaw = name_of(exchange.answer.flaw.value_or(line::Flaw::truncated));
       } else if (i < first) {
         report.unused = none && i >= taken.size() / 2 ? Reason::kAnswerEnded : Reason::kHalfNotUsed;
       }

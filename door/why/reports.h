@@ -15,6 +15,7 @@ struct Report {
   std::optional<Reason> unused{};  // why the plug-in does not use it; nothing: it does
   std::size_t number = 0;          // among the frames of the answer, from 1,
   std::size_t count = 0;           // of so many
+  const char* flaw = "";           // of kBadFrame: which
 };
 
 // All reports of an answer, in the order of their arrival. The tags are the exchange's.

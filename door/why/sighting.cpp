@@ -12,15 +12,18 @@ using Json = nlohmann::ordered_json;
 ToldFate told(const Fate& fate, const std::function<Milliseconds(Time)>& wall) {
   const auto number = [&](Time time) { return wall(time).time_since_epoch().count(); };
   const auto show = [&](Time time) { return local_time(wall(time), "%H:%M:%S.%L"); };
-  ToldFate result{.from = number(fate.from),
-                  .to = number(fate.to),
-                  .polls = fate.polls,
-                  .at_boundary = fate.at_boundary,
-                  .reasons = {}};
+  ToldFate result{
+      .from = number(fate.from),
+      .to = number(fate.to),
+      .polls = fate.polls,
+      .at_boundary = fate.at_boundary,
+      .announced_from = fate.announced_from.has_value() ? std::optional(number(*fate.announced_from)) : std::nullopt,
+      .reasons = {}};
   for (const Because& because : fate.reasons) {
     auto facts = facts_of(because, fate.from, show);
     facts["index"] = std::to_string(fate.number);
     facts["count"] = std::to_string(fate.count);
+    facts["text"] = fate.flaw;
     result.reasons.emplace_back(because.reason, sentence(because.reason, facts));
   }
   return result;
@@ -32,6 +35,9 @@ ToldFate fate_of(const Json& json) {
                 .polls = json.at("polls"),
                 .at_boundary = json.at("at_boundary"),
                 .reasons = {}};
+  if (json.contains("announced_from")) {
+    fate.announced_from = json.at("announced_from").get<std::int64_t>();
+  }
   for (const Json& one : json.at("reasons")) {
     const auto code = one.at("code").get<std::string>();
     const auto reason = reason_of(code);
@@ -64,11 +70,12 @@ Json json_of(const ToldFate& fate) {
   for (const auto& [reason, text] : fate.reasons) {
     reasons.push_back({{"code", row_of(reason).name}, {"text", text}});
   }
-  return {{"from", fate.from},
-          {"to", fate.to},
-          {"polls", fate.polls},
-          {"at_boundary", fate.at_boundary},
-          {"reasons", reasons}};
+  Json json = {{"from", fate.from}, {"to", fate.to}, {"polls", fate.polls}, {"at_boundary", fate.at_boundary}};
+  if (fate.announced_from.has_value()) {
+    json["announced_from"] = *fate.announced_from;
+  }
+  json["reasons"] = reasons;
+  return json;
 }
 
 Json json_of(const ToldSighting& sighting) {

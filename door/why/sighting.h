@@ -18,10 +18,12 @@ struct Fate {
   Time from;  // the first of them, to which the facts of the reasons belong
   Time to;
   std::int64_t polls = 0;
-  bool at_boundary = false;      // something could have gone either way
-  std::vector<Because> reasons;  // the decisive one first
-  std::size_t number = 0;        // of kHalfNotUsed: which report of the answer it was the first time, from 1,
-  std::size_t count = 0;         // and of how many
+  bool at_boundary = false;              // something could have gone either way
+  std::vector<Because> reasons;          // the decisive one first
+  std::size_t number = 0;                // of kHalfNotUsed: which report of the answer it was the first time, from 1,
+  std::size_t count = 0;                 // and of how many
+  std::string flaw{};                    // of kBadFrame
+  std::optional<Time> announced_from{};  // a reading from then on would have been announced
 
   bool is_announcement() const { return !reasons.empty() && reasons.front().reason == Reason::kAnnounced; }
 };
@@ -43,6 +45,7 @@ struct ToldFate {
   std::int64_t to = 0;
   std::int64_t polls = 0;
   bool at_boundary = false;
+  std::optional<std::int64_t> announced_from = {};      // ms since 1970 UTC; a reading from then on would have been
   std::vector<std::pair<Reason, std::string>> reasons;  // the decisive one first
 
   bool is_announcement() const { return !reasons.empty() && reasons.front().first == Reason::kAnnounced; }
@@ -66,7 +69,7 @@ struct ToldSighting {
 ToldSighting told(const Sighting& sighting, const std::function<Milliseconds(Time)>& wall);
 
 // {"epc", "card", "first", "last", "polls", "rssi", "goes_on", "fates": [{"from", "to", "polls", "at_boundary",
-// "reasons": [{"code", "text"}]}]}; times in ms since 1970 UTC.
+// "announced_from", "reasons": [{"code", "text"}]}]}; times in ms since 1970 UTC.
 nlohmann::ordered_json json_of(const ToldSighting& sighting);
 nlohmann::ordered_json json_of(const ToldFate& fate);
 

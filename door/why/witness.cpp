@@ -145,6 +145,7 @@ void Witness::read(Presence& presence, const Report& report, Time at, bool is_su
     if (fate.polls == 0) {
       fate.number = report.number;
       fate.count = report.count;
+      fate.flaw = report.flaw;
     }
     count(fate);
     return;
@@ -198,6 +199,7 @@ void Witness::conclude(Presence& presence, const Verdict& verdict) const {
   fate.to = at;
   fate.polls += std::exchange(presence.waiting, 0);
   fate.at_boundary = fate.at_boundary || verdict.at_boundary;
+  fate.announced_from = verdict.would_have_been_from;
   presence.version = 0;
   if (fate.is_announcement()) {
     presence.chapter = presence.sighting.fates.size();
