@@ -99,9 +99,9 @@ struct EntryTime {
 // An entry of the journal.
 struct JournalEntry {
   std::int64_t number = 0;  // counted from 1; never given twice
-  EntryTime time;
-  std::string boot;  // of the machine: the kernel's random id of it; empty: not known
-  Entry entry;
+  EntryTime time = {};
+  std::string boot = {};  // of the machine: the kernel's random id of it; empty: not known
+  Entry entry = {};
 
   bool operator==(const JournalEntry&) const = default;
 };

@@ -72,7 +72,10 @@ class Journal {
   // Wait until a greater number than that is on the disk, or the time is over; returns stored().
   std::int64_t wait_beyond(std::int64_t number, std::chrono::milliseconds longest) const;
 
-  // What was wrong with the file when it was opened, a line each.
+  // Whether the run before has begun, and not ended.
+  bool found_unended_run() const;
+
+  // What was wrong with the file or the spool when it was opened, a line each.
   const std::vector<std::string>& faults() const;
 
   // Store what waits, as far as the disk takes it, and close the file for good, at the end of the process. Entries that

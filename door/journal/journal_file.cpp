@@ -1,0 +1,316 @@
+#include "door/journal/journal_file.h"
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <random>
+
+#include "door/journal/entry_code.h"
+#include "refhost/log.h"
+
+namespace achost {
+
+using refhost::throw_database_failure;
+
+// The numbers of kinds and boots are what the columns hold. A card of 64 bits is stored as the signed number of the
+// same bits, the only kind of number that SQLite has. `facts` are what the journal knows of itself.
+const refhost::DatabaseKind kJournalKind = {
+    .noun = "journal",
+    .version = 1,
+    .schema =
+        "CREATE TABLE entries(number INTEGER PRIMARY KEY AUTOINCREMENT, kind INTEGER NOT NULL, at INTEGER NOT NULL, "
+        "zone INTEGER NOT NULL, monotonic INTEGER NOT NULL, boot INTEGER NOT NULL, trusted INTEGER NOT NULL, "
+        "user INTEGER, card INTEGER, fields TEXT NOT NULL, sum INTEGER NOT NULL);"
+        "CREATE INDEX entries_by_time ON entries(at);"
+        "CREATE INDEX entries_by_user ON entries(user) WHERE user IS NOT NULL;"
+        "CREATE INDEX entries_by_card ON entries(card) WHERE card IS NOT NULL;"
+        "CREATE TABLE boots(number INTEGER PRIMARY KEY, id TEXT NOT NULL UNIQUE);"
+        "CREATE TABLE facts(name TEXT PRIMARY KEY, value TEXT NOT NULL) WITHOUT ROWID",
+    .probe = "SELECT number, kind, at, zone, monotonic, boot, trusted, user, card, fields, sum FROM entries LIMIT 0",
+    .way_out = "restore a copy of it, or move it away to begin a new one",
+    .shrinks = true,
+};
+
+namespace {
+
+constexpr const char* kInsert =
+    "INSERT INTO entries(number, kind, at, zone, monotonic, boot, trusted, user, card, fields, sum) "
+    "VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, row_sum(?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10))";
+
+constexpr const char* kLast = "SELECT coalesce((SELECT seq FROM sqlite_sequence WHERE name = 'entries'), 0)";
+
+// What one step removes at the most, and gives back to the disk: entries that come meanwhile wait for it.
+constexpr int kMostToGo = 100;
+constexpr int kPagesBack = 12;
+constexpr int kFreePages = 64;
+
+// A start looks at so many of the latest entries: they are those that a crash can have touched.
+constexpr std::int64_t kCheckedAtOpen = 1000;
+
+constexpr const char* kIdFact = "id";
+constexpr const char* kSpoolFact = "spool";
+constexpr const char* kRunningFact = "running";
+constexpr const char* kSaidFact = "gone_and_said";
+
+std::string random_id() {
+  std::random_device random;
+  std::string id;
+  for (int i = 0; i < 4; ++i) {
+    std::array<char, 16> part{};
+    std::snprintf(part.data(), part.size(), "%08x", random());
+    id += part.data();
+  }
+  return id;
+}
+
+// The greatest number of a file that is damaged, as far as it can be read. Else one that no file has come to: so none
+// is given twice in any case.
+std::int64_t last_number_of(const std::filesystem::path& file) {
+  try {
+    SQLite::Database damaged(file.string(), SQLite::OPEN_READONLY);
+    return damaged.execAndGet(kLast).getInt64();
+  } catch (const SQLite::Exception&) {
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
+  }
+}
+
+template <typename Number>
+void bind(SQLite::Statement& statement, int index, const std::optional<Number>& number) {
+  if (number.has_value()) {
+    statement.bind(index, static_cast<std::int64_t>(*number));
+  } else {
+    statement.bind(index);
+  }
+}
+
+}  // namespace
+
+JournalFile::JournalFile(const std::filesystem::path& directory)
+    : file_(directory / kJournalFileName),
+      watch_(file_),
+      database_(refhost::open_database(
+          file_, kJournalKind, [this] { last_ = last_number_of(file_); }, &faults_)),
+      insert_(database_, kInsert) {
+  try {
+    id_ = fact(kIdFact);
+    if (id_.empty()) {
+      begin(last_);
+    }
+    last_ = database_.execAndGet(kLast).getInt64();
+    spool_ = fact(kSpoolFact);
+    is_running_ = fact(kRunningFact) == "1";
+    check_latest();
+  } catch (const SQLite::Exception& failure) {
+    throw_database_failure(file_, kJournalKind, failure);
+  }
+}
+
+// A new file, whose numbers go on behind those of the one before.
+void JournalFile::begin(std::int64_t last) {
+  SQLite::Transaction transaction(database_);
+  id_ = random_id();
+  set_fact(kIdFact, id_);
+  set_fact(kSaidFact, std::to_string(last));
+  SQLite::Statement number(database_, "INSERT INTO sqlite_sequence(name, seq) VALUES('entries', ?)");
+  number.bind(1, last);
+  number.exec();
+  transaction.commit();
+}
+
+void JournalFile::check_latest() {
+  refhost::StoreReport report;
+  check_entries(database_, last_ - kCheckedAtOpen, report);
+  for (const auto& fault : report.faults) {
+    faults_.push_back(file_.string() + ": " + fault);
+    refhost::log::error(faults_.back());
+  }
+}
+
+void JournalFile::set_spool(const std::string& file) {
+  if (file == spool_) {
+    return;
+  }
+  try {
+    set_fact(kSpoolFact, file);
+    spool_ = file;
+  } catch (const SQLite::Exception& failure) {
+    throw_database_failure(file_, kJournalKind, failure);
+  }
+}
+
+void JournalFile::store(const std::vector<JournalEntry>& entries) {
+  refhost::StoreWatch::Use use(watch_, "entries of the journal");
+  try {
+    boot_.clear();  // what a transaction that failed has made is not there
+    SQLite::Transaction transaction(database_, SQLite::TransactionBehavior::IMMEDIATE);
+    std::int64_t last = last_;
+    for (const auto& entry : entries) {
+      if (entry.number > last) {
+        insert(entry);
+        take_note_of(entry);
+        last = entry.number;
+      }
+    }
+    transaction.commit();
+    last_ = last;
+  } catch (const SQLite::Exception& failure) {
+    use.fail(failure.what());
+    throw_database_failure(file_, kJournalKind, failure);
+  }
+}
+
+void JournalFile::insert(const JournalEntry& entry) {
+  insert_.tryReset();  // should the last time have failed
+  insert_.bind(1, entry.number);
+  insert_.bind(2, static_cast<int>(entry.entry.kind));
+  insert_.bind(3, entry.time.wall);
+  insert_.bind(4, entry.time.offset);
+  insert_.bind(5, entry.time.monotonic);
+  insert_.bind(6, boot(entry.boot));
+  insert_.bind(7, entry.time.is_trusted ? 1 : 0);
+  bind(insert_, 8, entry.entry.user);
+  bind(insert_, 9, entry.entry.card);
+  insert_.bind(10, json_of_fields(entry.entry.fields));
+  insert_.exec();
+  insert_.reset();
+}
+
+// What an entry says of the journal itself is remembered with it.
+void JournalFile::take_note_of(const JournalEntry& entry) {
+  if (entry.entry.kind == Kind::start || entry.entry.kind == Kind::end) {
+    set_fact(kRunningFact, entry.entry.kind == Kind::start ? "1" : "0");
+  } else if (entry.entry.kind == Kind::retention) {
+    for (const auto& [name, value] : entry.entry.fields) {
+      if (name == "last") {
+        set_fact(kSaidFact, std::to_string(std::get<std::int64_t>(value)));
+      }
+    }
+  }
+}
+
+std::int64_t JournalFile::boot(const std::string& text) {
+  if (text != boot_ || boot_number_ == 0) {
+    SQLite::Statement add(database_, "INSERT OR IGNORE INTO boots(id) VALUES(?)");
+    add.bind(1, text);
+    add.exec();
+    SQLite::Statement find(database_, "SELECT number FROM boots WHERE id = ?");
+    find.bind(1, text);
+    find.executeStep();
+    boot_ = text;
+    boot_number_ = find.getColumn(0).getInt64();
+  }
+  return boot_number_;
+}
+
+std::string JournalFile::fact(const char* name) {
+  SQLite::Statement query(database_, "SELECT value FROM facts WHERE name = ?");
+  query.bind(1, name);
+  return query.executeStep() ? query.getColumn(0).getString() : "";
+}
+
+void JournalFile::set_fact(const char* name, const std::string& value) {
+  SQLite::Statement put(database_, "INSERT OR REPLACE INTO facts(name, value) VALUES(?, ?)");
+  put.bind(1, name);
+  put.bind(2, value);
+  put.exec();
+}
+
+// The oldest, up to the first that may stay: so the numbers that are there follow each other.
+bool JournalFile::remove_some(const JournalRetention& rule) {
+  refhost::StoreWatch::Use use(watch_, "old entries of the journal");
+  try {
+    SQLite::Statement oldest(database_, "SELECT number, at FROM entries ORDER BY number LIMIT ?");
+    oldest.bind(1, kMostToGo);
+    const std::int64_t too_many = rule.keep > 0 ? last_ - rule.keep : 0;
+    const std::int64_t too_old = rule.knows_ages ? rule.oldest : 0;
+    int found = 0;
+    std::int64_t last = 0;
+    while (oldest.executeStep()) {
+      const std::int64_t number = oldest.getColumn(0);
+      if (number > too_many && oldest.getColumn(1).getInt64() >= too_old) {
+        break;
+      }
+      last = number;
+      ++found;
+    }
+    oldest.reset();
+    const bool has_room = database_.execAndGet("PRAGMA freelist_count").getInt() > kFreePages;
+    if (found == 0 && !has_room) {
+      return false;
+    }
+    SQLite::Transaction transaction(database_, SQLite::TransactionBehavior::IMMEDIATE);
+    SQLite::Statement remove(database_, "DELETE FROM entries WHERE number <= ?");
+    remove.bind(1, last);
+    remove.exec();
+    if (has_room) {
+      database_.exec("PRAGMA incremental_vacuum(" + std::to_string(kPagesBack) + ")");
+    }
+    transaction.commit();
+    return found == kMostToGo || has_room;
+  } catch (const SQLite::Exception& failure) {
+    use.fail(failure.what());
+    throw_database_failure(file_, kJournalKind, failure);
+  }
+}
+
+std::optional<JournalFile::Gone> JournalFile::gone() {
+  try {
+    const std::string said = fact(kSaidFact);
+    const Gone gone{
+        .first = 1 + (said.empty() ? 0 : std::stoll(said)),
+        .last =
+            database_.execAndGet("SELECT coalesce((SELECT min(number) FROM entries), 1 + (" + std::string(kLast) + "))")
+                .getInt64() -
+            1};
+    return gone.last < gone.first ? std::nullopt : std::optional(gone);
+  } catch (const SQLite::Exception& failure) {
+    throw_database_failure(file_, kJournalKind, failure);
+  }
+}
+
+// The numbers that are there follow each other: the oldest go, and nothing else does.
+void check_entries(SQLite::Database& database, std::int64_t after, refhost::StoreReport& report) {
+  constexpr std::size_t kMost = 10;
+  SQLite::Statement query(database,
+                          "SELECT number, sum = row_sum(number, kind, at, zone, monotonic, boot, trusted, user, card, "
+                          "fields) FROM entries NOT INDEXED WHERE number > ? ORDER BY number");
+  query.bind(1, after);
+  std::int64_t first = 0;
+  std::int64_t last = 0;
+  std::int64_t count = 0;
+  std::int64_t unsaid = 0;
+  const auto add = [&](const std::string& fault) {
+    report.faults.size() < kMost ? report.faults.push_back(fault) : void(++unsaid);
+  };
+  const auto miss = [&](std::int64_t from, std::int64_t to) {
+    if (from <= to) {
+      add(from == to ? "entry " + refhost::grouped(from) + " is missing"
+                     : "entries " + refhost::grouped(from) + " to " + refhost::grouped(to) + " are missing");
+    }
+  };
+  for (; query.executeStep(); ++count) {
+    const std::int64_t number = query.getColumn(0);
+    count == 0 ? void(first = number) : miss(last + 1, number - 1);
+    last = number;
+    if (query.getColumn(1).getInt() != 1) {
+      add("entry " + refhost::grouped(number) + " is not as it was written: its checksum is wrong");
+    }
+  }
+  if (count > 0) {
+    miss(last + 1, database.execAndGet(kLast).getInt64());
+  }
+  if (unsaid > 0) {
+    report.faults.push_back("so are " + refhost::grouped(unsaid) + " more");
+  }
+  report.content = (count == 1 ? "1 entry" : refhost::grouped(count) + " entries") +
+                   (count == 0 ? "" : ", numbers " + refhost::grouped(first) + " to " + refhost::grouped(last));
+}
+
+refhost::StoreReport Journal::inspect(const std::filesystem::path& directory) {
+  return refhost::inspect_database(
+      "journal", directory / kJournalFileName, kJournalKind,
+      [](SQLite::Database& database, refhost::StoreReport& report) { check_entries(database, 0, report); });
+}
+
+}  // namespace achost
