@@ -4,6 +4,7 @@
 #include "door/base/state_directory.h"
 #include "door/cli/cli.h"
 #include "door/control/control.h"
+#include "door/journal/journal.h"
 #include "door/services/user_store.h"
 #include "refhost/audit_log.h"
 #include "refhost/log_entry.h"
@@ -36,7 +37,8 @@ std::string json_of(const StoreReport& report) {
 void check(const std::string& state, bool json) {
   const auto directory = existing_state(state);
   std::string damaged;
-  for (const auto& inspect : {refhost::SettingsStore::inspect, UserStore::inspect, refhost::AuditLog::inspect}) {
+  for (const auto& inspect :
+       {refhost::SettingsStore::inspect, UserStore::inspect, refhost::AuditLog::inspect, Journal::inspect}) {
     const StoreReport report = inspect(directory);
     print(json ? json_of(report) : text_of(report));
     if (!report.faults.empty()) {
@@ -51,7 +53,8 @@ void check(const std::string& state, bool json) {
 }  // namespace
 
 void add_check(CLI::App& app) {
-  CLI::App& command = *app.add_subcommand("check", "Examine all that is stored: settings, users and audit log");
+  CLI::App& command =
+      *app.add_subcommand("check", "Examine all that is stored: settings, users, audit log and journal");
   const auto state = add_state(command);
   const auto json = std::make_shared<bool>();
   command.add_flag("--json", *json, "One JSON object a line");

@@ -86,8 +86,7 @@ struct Journal::Impl {
 
   const std::filesystem::path directory;
   const std::string boot = boot_id();
-  std::function<JournalRetention()> rule;
-  std::function<void(const std::string&)> on_trouble;
+  std::function<void(const std::string&)> on_trouble;          // with `telling` held
   std::vector<std::string> faults;                             // of the opening
   std::optional<JournalFile> file;                             // the thread's; before it and after it the owner's
   bool found_unended_run = false;                              // set when it is made
@@ -101,6 +100,7 @@ struct Journal::Impl {
   mutable std::mutex mutex;  // guards everything below
   std::condition_variable changed;
   mutable std::condition_variable more_stored;
+  std::function<JournalRetention()> rule;
   std::int64_t next_number = 1;
   std::int64_t stored = 0;
   std::int64_t lost = 0;        // entries, since that was last said
@@ -300,10 +300,11 @@ bool Journal::Impl::store_some(std::unique_lock<std::mutex>& lock) {
 
 // One step; what waits is stored before the next.
 void Journal::Impl::prune(std::unique_lock<std::mutex>& lock) {
+  const auto lets_go = rule;
   lock.unlock();
   bool has_more = false;
   try {
-    has_more = rule && file->remove_some(rule());
+    has_more = lets_go && file->remove_some(lets_go());
     if (const auto gone = has_more ? std::nullopt : file->gone()) {
       put({.kind = Kind::retention, .fields = {{"first", gone->first}, {"last", gone->last}}});
     }
@@ -372,7 +373,10 @@ void Journal::on_trouble(std::function<void(const std::string&)> callback) {
   impl_->on_trouble = std::move(callback);
 }
 
-void Journal::retain(std::function<JournalRetention()> rule) { impl_->rule = std::move(rule); }
+void Journal::retain(std::function<JournalRetention()> rule) {
+  const std::lock_guard lock(impl_->mutex);
+  impl_->rule = std::move(rule);
+}
 
 void Journal::look() {
   impl_->is_trusted = refhost::clock_is_trusted();

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "ac/util.h"
+#include "door/base/maker.h"
 #include "door/base/settings_rules.h"
 #include "door/run/temporary_state.h"
 #include "refhost/clock.h"
@@ -26,6 +27,7 @@
 #include "refhost/send.h"
 #include "refhost/store_watch.h"
 #include "refhost/work.h"
+#include "version.h"
 
 namespace achost {
 namespace {
@@ -39,6 +41,7 @@ std::chrono::milliseconds checking_period(std::chrono::milliseconds limit) {
 }
 
 constexpr const char* kDiskAlarm = "disk";
+constexpr const char* kJournalAlarm = "journal";
 
 // How long the disk may take before it is an alarm; with the time to the next look less than five seconds. In any case
 // it comes before the watchdog's end.
@@ -103,6 +106,28 @@ refhost::AuditRetention retention(const refhost::SettingsStore& settings) {
           .knows_ages = refhost::clock_is_trusted()};
 }
 
+JournalRetention journal_retention(const refhost::SettingsStore& settings) {
+  constexpr std::int64_t kDay = 24LL * 60 * 60 * 1000;
+  const auto now = std::chrono::system_clock::now().time_since_epoch();
+  const auto days = settings.get_int("host", "journal_keep_days").value();
+  return {.keep = settings.get_int("host", "journal_keep").value(),
+          .oldest = days == 0 ? 0 : std::chrono::duration_cast<std::chrono::milliseconds>(now).count() - days * kDay,
+          .knows_ages = refhost::clock_is_trusted()};
+}
+
+// Without a maker the device has changed it by itself.
+Entry entry_of(const refhost::SettingsStore::Change& change) {
+  Entry entry = {.kind = Kind::setting_change,
+                 .fields = {{"setting", change.setting.section + "." + change.setting.key},
+                            {"value", change.value},
+                            {"previous_value", change.previous_value}}};
+  if (const auto& maker = MakerScope::current()) {
+    entry.fields.emplace_back("by_uid", maker->uid);
+    entry.fields.emplace_back("by", maker->name);
+  }
+  return entry;
+}
+
 }  // namespace
 
 Host::Host(const std::filesystem::path& state, Reader& reader, Printer::Form form,
@@ -116,6 +141,7 @@ Host::Host(const std::filesystem::path& state, Reader& reader, Printer::Form for
       settings_(state, refhost::SettingsStore::Access::read_write),
       audit_(state),
       users_(state, UserStore::Access::read_write),
+      journal_(state),
       printer_(form, [this](int reason) { output_lost(reason); }),
       reader_watch_(reader, supervisor_, state,
                     [this](const std::string& reason) { ending_.request({.status = kPluginEnded, .reason = reason}); }),
@@ -135,6 +161,7 @@ Host::Host(const std::filesystem::path& state, Reader& reader, Printer::Form for
   });
   audit_.retain([this] { return retention(settings_); });
   tell_of_damage();
+  begin_journal();
   users_.on_damage([this](const std::string& text) { alarms_.raise("users.db", text); });
   refhost::SettingsStore::make_current(&settings_);
   refhost::AuditLog::make_current(&audit_);
@@ -144,8 +171,10 @@ Host::Host(const std::filesystem::path& state, Reader& reader, Printer::Form for
 void Host::tell_of_damage() {
   auto settings_faults = reader_.settings_faults();
   std::ranges::copy(settings_.faults(), std::back_inserter(settings_faults));
-  for (const auto& [file, faults] :
-       {std::pair{"settings.db", settings_faults}, {"audit.db", audit_.faults()}, {"users.db", users_.faults()}}) {
+  for (const auto& [file, faults] : {std::pair{"settings.db", settings_faults},
+                                     {"audit.db", audit_.faults()},
+                                     {"users.db", users_.faults()},
+                                     {"journal.db", journal_.faults()}}) {
     std::string text;
     for (const auto& fault : faults) {
       text += (text.empty() ? "" : "; ") + fault;
@@ -156,11 +185,28 @@ void Host::tell_of_damage() {
   }
 }
 
+void Host::begin_journal() {
+  journal_.on_trouble([this](const std::string& trouble) {
+    trouble.empty() ? alarms_.clear(kJournalAlarm) : alarms_.raise(kJournalAlarm, trouble);
+  });
+  journal_.retain([this] { return journal_retention(settings_); });
+  changes_.on_stored([this](const refhost::SettingsStore::Change& change) { journal_.note(entry_of(change)); });
+  journal_.note({.kind = Kind::start,
+                 .fields = {{"version", UHF_VERSION},
+                            {"run_before", journal_.found_unended_run() ? "without an end" : "ended"}}});
+}
+
+// For a card; who wants to leave is not asked for.
+bool Host::lets_open() const {
+  return settings_.get_int("host", "journal_required").value() == 0 || journal_.is_writable();
+}
+
 // Regularly, on the watchdog's thread.
 void Host::see_that_all_is_well() {
   supervisor_.tell("WATCHDOG=1");
   door_.close_when_due();  // should its timer's thread not come to it
   look_at_the_disk();
+  journal_.look();
 }
 
 void Host::look_at_the_disk() {
@@ -269,10 +315,9 @@ void Host::print_end(const Ending::Outcome& outcome) {
 // nothing that was acknowledged is lost.
 void Host::close_and_exit(int status) {
   std::vector<std::pair<const char*, std::function<void()>>> steps = {
-      {"the control socket", [this] { control_.unlink(); }},
-      {"the settings", [this] { settings_.seal(); }},
-      {"the audit log", [this] { audit_.seal(); }},
-      {"users and cards", [this] { users_.seal(); }},
+      {"the control socket", [this] { control_.unlink(); }}, {"the settings", [this] { settings_.seal(); }},
+      {"the audit log", [this] { audit_.seal(); }},          {"users and cards", [this] { users_.seal(); }},
+      {"the journal", [this] { journal_.seal(); }},
   };
   if (state_is_temporary_) {
     steps.emplace_back("the temporary state", [this] { remove_temporary_state(state_); });
@@ -304,6 +349,9 @@ void Host::close_and_exit(int status) {
 
 void Host::end_process(std::optional<std::chrono::steady_clock::time_point> deadline) {
   const auto outcome = ending_.wait(deadline);
+  journal_.note({.kind = Kind::end,
+                 .fields = {{"reason", outcome.reason.empty() ? "asked for" : outcome.reason},
+                            {"status", static_cast<std::int64_t>(outcome.status)}}});
   supervisor_.tell("STOPPING=1");
   print_end(outcome);
   close_and_exit(outcome.status);

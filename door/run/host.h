@@ -9,6 +9,9 @@
 
 #include "door/control/control.h"
 #include "door/control/control_commands.h"
+#include "door/journal/bookkeeping.h"
+#include "door/journal/journal.h"
+#include "door/journal/journal_feed.h"
 #include "door/run/ending.h"
 #include "door/run/printer.h"
 #include "door/run/reader.h"
@@ -52,6 +55,8 @@ class Host {
 
  private:
   void tell_of_damage();
+  void begin_journal();
+  bool lets_open() const;
   void see_that_all_is_well();
   void look_at_the_disk();
   void run_plugin(const std::string& path);
@@ -73,15 +78,19 @@ class Host {
   refhost::SettingsStore settings_;
   refhost::AuditLog audit_;
   UserStore users_;
+  Journal journal_;
+  const Bookkeeping books_{.note = [this](const Entry& entry) { journal_.note(entry); },
+                           .lets_open = [this] { return lets_open(); }};
   Ending ending_;
   const Supervisor supervisor_;
   Printer printer_;
   Alarms alarms_;
   SettingsChanges changes_{settings_, alarms_};
   GpioService gpio_;
-  DoorService door_;
-  IdentifierService identifier_{users_, changes_};
+  DoorService door_{books_};
+  IdentifierService identifier_{users_, changes_, books_};
   EnrollerService enroller_{users_};
+  const JournalFeed journal_feed_{books_.note};  // before who tells of the reader's states
   const ReaderWatch reader_watch_;
   const refhost::Subscriber way_out_;  // for as long as no plug-in handles exit requests
   refhost::Watchdog watchdog_;

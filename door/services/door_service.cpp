@@ -23,8 +23,20 @@ void tell_state(int open, int reason) {
 
 }  // namespace
 
-DoorService::DoorService()
-    : timers_{{{"door_timer", [this] { close_when_due(); }}, {"door_timer_2", [this] { close_when_due(); }}}},
+std::string text_of(DoorReason reason) {
+  switch (reason) {
+    case kIdentification:
+      return "identification";
+    case kExitRequest:
+      return "exit request";
+    default:
+      return "reason " + std::to_string(reason);
+  }
+}
+
+DoorService::DoorService(const Bookkeeping& books)
+    : books_(books),
+      timers_{{{"door_timer", [this] { close_when_due(); }}, {"door_timer_2", [this] { close_when_due(); }}}},
       subscriber_("door", {{"actuator_open_door", [this](ac::Message* message) { request(*message); }, false}}) {}
 
 DoorService::~DoorService() {
@@ -58,6 +70,8 @@ void DoorService::open_or_prolong(int reason) {
                             " shows the tag detector: give the door another one with host.door_relay");
       return;
     }
+    books_.note({.kind = Kind::opening,
+                 .fields = {{"door", kDoor}, {"reason", text_of(static_cast<DoorReason>(reason))}, {"relay", relay}}});
     opening_ = {.relay = relay, .reason = reason, .until = until};
     switch_relay(relay, 1);
     tell_state(1, reason);

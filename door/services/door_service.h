@@ -4,8 +4,10 @@
 #include <array>
 #include <mutex>
 #include <optional>
+#include <string>
 
 #include "ac/message.h"
+#include "door/journal/bookkeeping.h"
 #include "refhost/subscriber.h"
 #include "refhost/timer.h"
 
@@ -17,14 +19,18 @@ enum DoorReason : int {
   kExitRequest = 1,
 };
 
+// For a person and for a program: "identification", "exit request", "reason 5".
+std::string text_of(DoorReason reason);
+
 // Door 1, as a user of the bus. "actuator_open_door" {int "id", int "reason"} switches the relay of setting
 // host.door_relay on, until host.door_open_time after the latest request; the relay that was switched on is the one
 // that is switched off. It sends "gpio_set_value" for the relay's line, and "door_state" {int "id", int "open", int
 // "reason"} at each opening and closing. A relay that the host may not use, an unknown door and a message without its
-// fields are logged, and nothing opens.
+// fields are logged, and nothing opens. An opening is noted in the journal before the relay moves.
 class DoorService {
  public:
-  DoorService();
+  // books must outlive it.
+  explicit DoorService(const Bookkeeping& books);
 
   // Closes the door.
   ~DoorService();
@@ -47,6 +53,7 @@ class DoorService {
   void open_or_prolong(int reason);
   void close();
 
+  const Bookkeeping& books_;
   std::mutex mutex_;  // guards opening_; the bus's thread and the timers' share it
   std::optional<Opening> opening_;
   std::array<refhost::Timer, 2> timers_;  // two threads, each of which closes: either may be held up

@@ -82,7 +82,8 @@ std::optional<Event> identification(const ac::Message& message) {
       {"unknown", {"refused, nobody's card", Weight::bad}},
       {"held_back", {"held back, a card is being enrolled", Weight::plain}},
       {"mode_awaited", {"held back, the stored operation mode is not in force yet", Weight::bad}},
-      {"failed", {"refused, the users cannot be read", Weight::bad}}};
+      {"failed", {"refused, the users cannot be read", Weight::bad}},
+      {"journal_unwritable", {"refused, the journal cannot be written", Weight::bad}}};
   const auto found = outcomes.find(outcome);
   const auto& [words, weight] = found == outcomes.end() ? std::pair(escape(outcome), Weight::plain) : found->second;
   return event("identification", card_text(card), words, weight, std::move(fields));
@@ -93,9 +94,7 @@ std::optional<Event> door_open(const ac::Message& message) {
     return std::nullopt;  // its relay tells
   }
   const int reason = number(message, "reason");
-  const std::string words = reason == kExitRequest      ? "exit request"
-                            : reason == kIdentification ? "identification"
-                                                        : "reason " + std::to_string(reason);
+  const std::string words = text_of(static_cast<DoorReason>(reason));
   return event("door_open", "door " + std::to_string(number(message, "id")), "opens: " + words, Weight::good,
                {{"door", number(message, "id")}, {"reason", words}});
 }

@@ -19,9 +19,10 @@ constexpr const char* kOpens = "opens";
 
 }  // namespace
 
-IdentifierService::IdentifierService(const UserStore& users, const SettingsChanges& changes)
+IdentifierService::IdentifierService(const UserStore& users, const SettingsChanges& changes, const Bookkeeping& books)
     : users_(users),
       changes_(changes),
+      books_(books),
       subscriber_("identifier", {{"identifier_new_card", [this](ac::Message* message) { identify(*message); }, false},
                                  {"identifier_supress_actions", [this](ac::Message*) { ++suppressions_; }, false},
                                  {"identifier_allow_actions",
@@ -37,7 +38,9 @@ void IdentifierService::identify(const ac::Message& message) const {
   }
   message.get_int64("device_id", &device);
   message.get_string("uuid", &uuid);
-  const auto [outcome, owner] = decide(static_cast<std::uint64_t>(card));
+  const auto found = decide(static_cast<std::uint64_t>(card));
+  note(static_cast<std::uint64_t>(card), found);
+  const auto& [outcome, owner] = found;
   std::vector<std::pair<std::string, refhost::FieldValue>> decision{
       {"value", card}, {"device_id", device}, {"uuid", uuid}, {"outcome", outcome}};
   if (owner.has_value()) {
@@ -47,6 +50,11 @@ void IdentifierService::identify(const ac::Message& message) const {
   if (outcome == kOpens) {
     refhost::send("actuator_open_door", {{"id", kDoor}, {"reason", kIdentification}});
   }
+}
+
+void IdentifierService::note(std::uint64_t card, const Decision& decision) const {
+  books_.note(
+      {.kind = Kind::identification, .user = decision.owner, .card = card, .fields = {{"outcome", decision.outcome}}});
 }
 
 IdentifierService::Decision IdentifierService::decide(std::uint64_t card) const {
@@ -66,7 +74,10 @@ std::string IdentifierService::outcome_for(bool known) const {
   if (!known) {
     return "unknown";
   }
-  return is_stricter_mode_awaited() ? "mode_awaited" : kOpens;
+  if (is_stricter_mode_awaited()) {
+    return "mode_awaited";
+  }
+  return books_.lets_open() ? kOpens : "journal_unwritable";
 }
 
 // The plug-in decides by the mode whether a reading counts, so until it has taken the stored one it may announce cards

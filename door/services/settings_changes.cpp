@@ -104,9 +104,10 @@ struct SettingsChanges::Impl {
   Alarms& alarms;
   const RetryTimes times;
   const std::shared_ptr<Bell> bell = std::make_shared<Bell>();
-  std::mutex mutex;                   // guards the next two; the routes of the bus and the bell are locked within it
+  std::mutex mutex;                   // guards the next three; the routes of the bus and the bell are locked within it
   std::map<Place, Setting> settings;  // those that are awaited
   bool plugin_has_started = false;
+  std::function<void(const refhost::SettingsStore::Change&)> on_stored;
   std::mutex alarms_mutex;       // held while the alarms are told, so that the latest word is the last; guards raised
   std::set<std::string> raised;  // names of the alarms that stand
   refhost::Work work{"settings"};
@@ -116,6 +117,9 @@ struct SettingsChanges::Impl {
 void SettingsChanges::Impl::announce(const refhost::SettingsStore::Change& change) {
   const std::lock_guard lock(mutex);
   const auto& [setting, value, previous] = change;
+  if (on_stored) {
+    on_stored(change);
+  }
   auto& entry = settings
                     .try_emplace(Place(setting.section, setting.key),
                                  Setting{value, previous, Announcements(times, [bell = bell] { bell->ring(); })})
@@ -254,6 +258,11 @@ SettingsChanges::~SettingsChanges() {
   impl_->store.on_change(nullptr);
   impl_->bell->ring(true);
   impl_->thread.join();
+}
+
+void SettingsChanges::on_stored(std::function<void(const refhost::SettingsStore::Change&)> callback) {
+  const std::lock_guard lock(impl_->mutex);
+  impl_->on_stored = std::move(callback);
 }
 
 void SettingsChanges::plugin_has_started() {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -39,6 +40,10 @@ class SettingsChanges {
   ~SettingsChanges();
   SettingsChanges(const SettingsChanges&) = delete;
   SettingsChanges& operator=(const SettingsChanges&) = delete;
+
+  // Called for each change that is stored, on the thread that made it; it must not call this. To be set before other
+  // threads change settings.
+  void on_stored(std::function<void(const refhost::SettingsStore::Change&)> callback);
 
   // The plug-in hears of changes from now on; before, none is made by change(), as it would never hear of that.
   void plugin_has_started();

@@ -4,6 +4,7 @@
 
 #include "ac/config_util.h"
 #include "door/tests/service_fixture.h"
+#include "refhost/bus_view.h"
 #include "refhost/tests/captured_log.h"
 
 namespace achost::test {
@@ -26,7 +27,11 @@ class Door : public Services {
     refhost::send("actuator_open_door", {{"id", door}, {"reason", reason}});
   }
 
-  std::optional<DoorService> door{std::in_place};
+  Recorder<std::string> order;  // what was noted and what was sent, in their order
+  Bookkeeping books{.note = [this](const Entry& entry) {
+    order.add(std::string(name_of(entry.kind)) + " " + std::get<std::string>(entry.fields.at(1).second));
+  }};
+  std::optional<DoorService> door{std::in_place, books};
 };
 
 TEST_F(Door, OpensAndClosesAfterItsTime) {
@@ -77,6 +82,18 @@ TEST_F(Door, ARequestThatIsNoneIsLogged) {
   const std::string log = refhost::test::captured_log();
   EXPECT_NE(log.find("there is no door 2: there is door 1"), std::string::npos) << log;
   EXPECT_NE(log.find("without an int \"id\" or \"reason\""), std::string::npos) << log;
+}
+
+TEST_F(Door, AnOpeningIsNotedBeforeTheRelayMoves) {
+  const refhost::BusTap tap([this](const ac::Message& message) {
+    if (message.type() == "gpio_set_value") {
+      order.add(text_of(message, {"value"}));
+    }
+  });
+  request();
+  EXPECT_EQ(order.wait_for(3), Texts({"opening identification", "gpio_set_value value=1", "gpio_set_value value=0"}));
+  request(kExitRequest);
+  EXPECT_EQ(order.wait_for(5).at(3), "opening exit request");
 }
 
 TEST_F(Door, ClosesWhenTheServiceEnds) {

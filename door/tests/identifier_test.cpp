@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "door/tests/service_fixture.h"
+#include "refhost/bus_view.h"
 #include "refhost/tests/captured_log.h"
 
 namespace achost::test {
@@ -28,7 +29,17 @@ class Identifier : public Services {
   UserStore users{directory(), UserStore::Access::read_write};
   Alarms alarms;
   SettingsChanges changes{settings(), alarms};
-  const IdentifierService identifier{users, changes};
+  std::atomic<bool> lets_open = true;
+  Recorder<std::string> order;  // what was noted and what was sent, in their order
+  const Bookkeeping books{.note = [this](const Entry& entry) { order.add(text_of_entry(entry)); },
+                          .lets_open = [this] { return lets_open.load(); }};
+  const IdentifierService identifier{users, changes, books};
+
+ private:
+  static std::string text_of_entry(const Entry& entry) {
+    return std::string(name_of(entry.kind)) + " " + std::to_string(entry.card.value()) + " " +
+           std::to_string(entry.user.value_or(0)) + " " + std::get<std::string>(entry.fields.at(0).second);
+  }
 };
 
 const std::string kKnownOpens = "identifier_decision value=-1 device_id=1 uuid=u outcome=opens user_id=7";
@@ -43,6 +54,30 @@ TEST_F(Identifier, AnUnknownCardIsReported) {
   present(-1);
   EXPECT_EQ(seen(3), Texts({"identifier_decision value=33 device_id=1 uuid=u outcome=unknown", kKnownOpens,
                             "actuator_open_door id=1 reason=0"}));
+}
+
+TEST_F(Identifier, EachIdentificationIsNotedBeforeAnythingComesOfIt) {
+  const refhost::BusTap tap([this](const ac::Message& message) {
+    if (message.type() == "identifier_decision" || message.type() == "actuator_open_door") {
+      order.add(message.type());
+    }
+  });
+  present(33);
+  present(-1);
+  EXPECT_EQ(order.wait_for(5),
+            Texts({"identification 33 0 unknown", "identifier_decision", "identification 18446744073709551615 7 opens",
+                   "identifier_decision", "actuator_open_door"}));
+}
+
+TEST_F(Identifier, WhereTheJournalIsRequiredAndCannotBeWrittenNothingOpens) {
+  lets_open = false;
+  present(-1);
+  seen(1);
+  lets_open = true;
+  present(-1);
+  EXPECT_EQ(seen(3), Texts({"identifier_decision value=-1 device_id=1 uuid=u outcome=journal_unwritable user_id=7",
+                            kKnownOpens, "actuator_open_door id=1 reason=0"}));
+  EXPECT_EQ(order.wait_for(1).at(0), "identification 18446744073709551615 7 journal_unwritable");
 }
 
 TEST_F(Identifier, SuppressedActionsAreHeldBackUntilAllowed) {
