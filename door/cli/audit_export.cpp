@@ -1,8 +1,6 @@
 #include "door/cli/audit_export.h"
 
 #include <algorithm>
-#include <cstring>
-#include <ctime>
 #include <filesystem>
 #include <functional>
 #include <string_view>
@@ -11,7 +9,6 @@
 #include "door/base/failure.h"
 #include "door/base/output.h"
 #include "door/base/state_directory.h"
-#include "refhost/log_entry.h"
 
 namespace achost {
 namespace {
@@ -72,27 +69,6 @@ void write_file(const AuditOptions& options) {
 }
 
 }  // namespace
-
-std::int64_t time_of(const std::string& text) {
-  for (const char* format : {"%Y-%m-%d", "%Y-%m-%d %H:%M", "%Y-%m-%d %H:%M:%S", "%Y-%m-%dT%H:%M:%S%z"}) {
-    std::tm fields{};
-    fields.tm_isdst = -1;
-    const char* const end = strptime(text.c_str(), format, &fields);
-    if (end == nullptr || *end != '\0') {
-      continue;
-    }
-    const long offset = fields.tm_gmtoff;
-    const int day = fields.tm_mday;
-    const bool has_zone = std::strstr(format, "%z") != nullptr;
-    const std::time_t seconds = has_zone ? timegm(&fields) - offset : std::mktime(&fields);
-    if (fields.tm_mday == day) {  // else there is no such day
-      return static_cast<std::int64_t>(seconds) * 1000;
-    }
-  }
-  throw Failure(kUsage, "\"" + refhost::log::escape(text) +
-                            "\" is no time: give 2026-01-31, \"2026-01-31 08:30\", \"2026-01-31 08:30:00\" or "
-                            "2026-01-31T08:30:00+01:00");
-}
 
 void export_audit(const AuditOptions& options) {
   if (!options.output.empty()) {

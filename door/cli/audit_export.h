@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "door/cli/audit_lines.h"
+#include "door/cli/time_of.h"
 
 namespace achost {
 
@@ -19,10 +20,6 @@ struct AuditOptions {
   AuditForm form = AuditForm::table;
   std::string output;  // a file; empty: standard output
 };
-
-// ms since 1970 UTC of "YYYY-MM-DD" (its beginning), "YYYY-MM-DD HH:MM[:SS]", both local, or ISO 8601 with a zone
-// ("2026-01-02T03:04:05Z", "...+01:00"). Throws Failure (kUsage).
-std::int64_t time_of(const std::string& text);
 
 // Write the records. A file is written beside its name and then takes its place. Throws Failure, or ac::ac_exception
 // when the log cannot be read.

@@ -2,11 +2,11 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <charconv>
 #include <nlohmann/json.hpp>
 #include <string_view>
 
+#include "door/cli/csv_cell.h"
 #include "refhost/log_entry.h"
 
 namespace achost {
@@ -45,38 +45,6 @@ void take_zone(std::string& time, const std::string& written) {
   } else {
     time = with_zone(time);
   }
-}
-
-bool is_number(const std::string& text) {
-  double number = 0;
-  const std::size_t sign = text.starts_with('+') || text.starts_with('-') ? 1 : 0;
-  const auto result = std::from_chars(text.data() + sign, text.data() + text.size(), number);
-  return result.ec == std::errc() && result.ptr == text.data() + text.size() &&
-         std::isdigit(static_cast<unsigned char>(text[sign])) != 0;
-}
-
-// A spreadsheet takes a cell that begins like this for a formula, and runs it. Behind an apostrophe it is a text. One
-// of the text's own gets another, so that a reader takes the first away and has the text.
-bool is_formula(const std::string& text) {
-  return !text.empty() && std::string_view("=+-@\t\r\n'").find(text[0]) != std::string_view::npos && !is_number(text);
-}
-
-bool separates(char c) { return c == ',' || c == '"' || c == '\r' || c == '\n'; }
-
-// As RFC 4180 has it.
-void append_cell(std::string& text, const std::string& content) {
-  const std::string_view apostrophe = is_formula(content) ? "'" : "";
-  if (std::ranges::none_of(content, separates)) {
-    text += apostrophe;
-    text += content;
-    return;
-  }
-  text += '"';
-  text += apostrophe;
-  for (const char c : content) {
-    text.append(c == '"' ? 2 : 1, c);
-  }
-  text += '"';
 }
 
 // Whether it is the same in a table and in JSON. No loop that ends early: this one takes many characters at a time.

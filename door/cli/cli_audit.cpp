@@ -17,9 +17,7 @@ std::shared_ptr<AuditOptions> add_filters(CLI::App& command) {
   command.add_option("--last", options->last, "Only the newest N of them")
       ->type_name("N")
       ->check(cli::range<std::size_t>(0, 1'000'000'000));
-  command.footer(
-      "TIME is 2026-01-31, \"2026-01-31 08:30\" or 2026-01-31T08:30:00+01:00;\n"
-      "without a zone it is local.");
+  command.footer(kTimesHelp);
   return options;
 }
 

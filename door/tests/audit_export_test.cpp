@@ -4,6 +4,7 @@
 #include <stdlib.h>
 
 #include <algorithm>
+#include <chrono>
 #include <ctime>
 #include <fstream>
 
@@ -36,11 +37,41 @@ TEST_F(AuditExport, TimesAreLocalUnlessTheyHaveAZone) {
 }
 
 TEST_F(AuditExport, ATimeThatIsNoneIsRefused) {
-  for (const char* text : {"", "yesterday", "2026-13-01", "2026-02-30", "2026-01-02 25:00", "2026-01-02x", "03:00"}) {
+  for (const char* text : {"", "2026-13-01", "2026-02-30", "2026-01-02 25:00", "2026-01-02x", "25:00", "-", " ago", "-1", "-1x",
+                           "-h", "1 hour", "ago", "1 hour ago ago", "-999999999999999999d", "next week", "-1h-1h"}) {
     EXPECT_THROW(time_of(text), Failure) << text;
   }
   EXPECT_THAT(refhost::test::failure_of([] { time_of("soon"); }),
               testing::StartsWith("\"soon\" is no time: give 2026-01-31"));
+}
+
+TEST_F(AuditExport, TimesMayBeGivenFromNowOn) {
+  const auto now = std::chrono::system_clock::time_point(std::chrono::milliseconds(1767323045006));  // 05:04:05 there
+  constexpr std::int64_t kMidnight = 1767304800000;
+  constexpr std::int64_t kDay = 86400000;
+  EXPECT_EQ(time_of("now", now), 1767323045000);
+  EXPECT_EQ(time_of("today", now), kMidnight);
+  EXPECT_EQ(time_of("yesterday", now), kMidnight - kDay);
+  EXPECT_EQ(time_of("tomorrow", now), kMidnight + kDay);
+  EXPECT_EQ(time_of("08:30", now), kMidnight + (8 * 60 + 30) * 60000);
+  EXPECT_EQ(time_of("08:30:01", now), kMidnight + (8 * 60 + 30) * 60000 + 1000);
+  EXPECT_EQ(time_of("-1h", now), 1767323045006 - 3600000);
+  EXPECT_EQ(time_of("-1h30min", now), 1767323045006 - 5400000);
+  EXPECT_EQ(time_of("-10s", now), 1767323045006 - 10000);
+  EXPECT_EQ(time_of("1 hour ago", now), 1767323045006 - 3600000);
+  EXPECT_EQ(time_of("2 days 3 hours ago", now), 1767323045006 - 2 * kDay - 3 * 3600000);
+  EXPECT_EQ(time_of("1week ago", now), 1767323045006 - 7 * kDay);
+}
+
+// The day on which summer time begins has an hour less.
+TEST(TimesOfDays, BeginWhereTheClockSaysSo) {
+  setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
+  tzset();
+  const auto noon = std::chrono::system_clock::time_point(std::chrono::seconds(1774778400));  // 2026-03-29 12:00
+  EXPECT_EQ(time_of("today", noon), 1774738800000);
+  EXPECT_EQ(time_of("tomorrow", noon) - time_of("today", noon), 23 * 3600000);
+  unsetenv("TZ");
+  tzset();
 }
 
 TEST_F(AuditExport, AFileTakesItsPlaceWhole) {
