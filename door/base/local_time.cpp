@@ -51,6 +51,13 @@ void append_iso(std::string& text, std::int64_t local, int milliseconds, long of
   put(27, 2, static_cast<unsigned>(std::labs(offset) % kHour / kMinute));
 }
 
+// Whether it is, wherever one is, in one of those years; ms since 1970 UTC.
+bool has_four_digits(std::int64_t time) {
+  constexpr std::int64_t kBegin = kDay * 1000;            // 1970-01-02, which is after 1970 began everywhere
+  constexpr std::int64_t kEnd = 2'932'896 * kDay * 1000;  // 9999-12-31, which is before 10000 begins anywhere
+  return time >= kBegin && time < kEnd;
+}
+
 }  // namespace
 
 std::string local_time(Milliseconds time, std::string format) {
@@ -71,6 +78,16 @@ std::string local_time(Milliseconds time, std::string format) {
 std::string iso_time(Milliseconds time) {
   std::string text = local_time(time, "%Y-%m-%dT%H:%M:%S.%L%z");
   return text.insert(text.size() - 2, ":");
+}
+
+std::string iso_time(std::int64_t time, std::int64_t offset) {
+  const std::int64_t local = time + offset * 1000;
+  if (!has_four_digits(local)) {
+    return iso_time(Milliseconds(std::chrono::milliseconds(time)));
+  }
+  std::string text;
+  append_iso(text, local / 1000, static_cast<int>(local % 1000), static_cast<long>(offset));
+  return text;
 }
 
 std::string with_zone(const std::string& text) {
@@ -95,9 +112,7 @@ long LocalTimes::offset_at(std::int64_t seconds) {
 }
 
 void LocalTimes::append(std::string& text, std::int64_t time) {
-  constexpr std::int64_t kBegin = kDay * 1000;            // 1970-01-02, which is after 1970 began everywhere
-  constexpr std::int64_t kEnd = 2'932'896 * kDay * 1000;  // 9999-12-31, which is before 10000 begins anywhere
-  if (time < kBegin || time >= kEnd) {
+  if (!has_four_digits(time)) {
     text += iso_time(Milliseconds(std::chrono::milliseconds(time)));
     return;
   }

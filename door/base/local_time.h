@@ -17,6 +17,9 @@ std::string local_time(Milliseconds time, std::string format);
 // ISO 8601 with milliseconds and zone: "2026-01-02T03:04:05.006+01:00".
 std::string iso_time(Milliseconds time);
 
+// The same of a time, in ms since 1970 UTC, where the clock is so many seconds east of UTC.
+std::string iso_time(std::int64_t time, std::int64_t offset);
+
 // iso_time() of many times, one after the other: the zone's offset is looked up once for all of a day. For one thread.
 class LocalTimes {
  public:

@@ -1,6 +1,7 @@
 #include "door/cli/manual.h"
 
 #include "door/base/assignment.h"
+#include "door/journal/entry.h"
 #include "refhost/audit_log.h"
 #include "refhost/settings_schema.h"
 
@@ -57,6 +58,11 @@ std::vector<cli::Offer> offers() {
   }
   all.push_back({"run", "--set", assignments});
   const Words types(std::begin(refhost::kAuditTypes) + 1, std::end(refhost::kAuditTypes));
+  Words kinds;
+  for (const auto& kind : kKinds) {
+    kinds.emplace_back(kind.name);
+  }
+  all.push_back({"journal", "--kind", kinds});
   all.push_back({"audit list", "--type", types});
   all.push_back({"audit export", "--type", types});
   all.push_back({"audit export", "--format", {"csv", "jsonl"}});
@@ -70,19 +76,21 @@ std::vector<cli::Offer> offers() {
 }  // namespace
 
 cli::Manual manual() {
-  return {.examples = {{"achost run --simulate --temporary-state", "The whole story with a simulated reader."},
-                       {"achost run --port /dev/uhf-reader", "A real reader."},
-                       {"achost config set read_interval 500", "Change a setting, also of a host that runs."},
-                       {"achost enroll --user 7", "Give the next card that the reader sees to user 7."},
-                       {"achost audit export --format csv --output audit.csv", "The audit log, for a spreadsheet."},
-                       {"achost check", "Whether all that is stored is whole."}},
-          .files = {{"/var/lib/achost", "Settings, users and audit log, for root and the service."},
-                    {"~/.local/state/achost", "The same for everybody else."},
-                    {"/etc/default/achost", "The port and the options of the service."},
-                    {"/usr/lib/uhf/uhf.so", "The plug-in."}},
-          .environment = {{"ACHOST_STATE", "Directory of settings, users and audit log, unless --state gives it."},
-                          {"NO_COLOR", "If set, nothing is coloured."}},
-          .offers = offers()};
+  return {
+      .examples = {{"achost run --simulate --temporary-state", "The whole story with a simulated reader."},
+                   {"achost run --port /dev/uhf-reader", "A real reader."},
+                   {"achost config set read_interval 500", "Change a setting, also of a host that runs."},
+                   {"achost enroll --user 7", "Give the next card that the reader sees to user 7."},
+                   {"achost journal --since yesterday", "Who came in, and what else happened."},
+                   {"achost audit export --format csv --output audit.csv", "The audit log, for a spreadsheet."},
+                   {"achost check", "Whether all that is stored is whole."}},
+      .files = {{"/var/lib/achost", "Settings, users, audit log and journal, for root and the service."},
+                {"~/.local/state/achost", "The same for everybody else."},
+                {"/etc/default/achost", "The port and the options of the service."},
+                {"/usr/lib/uhf/uhf.so", "The plug-in."}},
+      .environment = {{"ACHOST_STATE", "Directory of settings, users, audit log and journal, unless --state gives it."},
+                      {"NO_COLOR", "If set, nothing is coloured."}},
+      .offers = offers()};
 }
 
 }  // namespace achost

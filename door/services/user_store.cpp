@@ -106,6 +106,14 @@ std::optional<std::int64_t> UserStore::owner_of(std::uint64_t card) const {
   });
 }
 
+std::string UserStore::name_of(std::int64_t user) const {
+  return impl_->with([&](SQLite::Database& open) -> std::string {
+    SQLite::Statement query(open, "SELECT name FROM users WHERE id = ?");
+    query.bind(1, user);
+    return query.executeStep() ? query.getColumn(0).getString() : "";
+  });
+}
+
 bool UserStore::bind(std::uint64_t card, std::int64_t user, const std::string& registration) {
   return impl_->with([&](SQLite::Database& open) {
     SQLite::Transaction transaction(open);

@@ -51,6 +51,9 @@ class UserStore {
   // Whose card it is; nothing when it is nobody's, or when what is stored of it is not what was written.
   std::optional<std::int64_t> owner_of(std::uint64_t card) const;
 
+  // The name of that user; empty when he has none, or is not there.
+  std::string name_of(std::int64_t user) const;
+
   // Give a card that is nobody's to a user, who is made when missing. False, with nothing changed, when it is
   // somebody's already.
   bool bind(std::uint64_t card, std::int64_t user, const std::string& registration);

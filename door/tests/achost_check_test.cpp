@@ -38,7 +38,8 @@ TEST_F(AchostCheck, TellsOfEachStoreThatItIsWhole) {
   EXPECT_EQ(result.out,
             "settings: 1 stored setting, whole\n"
             "users: 1 user, 1 card, whole\n"
-            "audit: 2 records, numbers 1 to 2, whole\n");
+            "audit: 2 records, numbers 1 to 2, whole\n"
+            "journal: nothing is stored, whole\n");
 }
 
 TEST_F(AchostCheck, TellsItAsJson) {

@@ -13,6 +13,8 @@
 #include <iostream>
 #include <optional>
 
+#include "door/journal/entry_code.h"
+#include "door/journal/journal.h"
 #include "door/services/user_store.h"
 #include "door/tests/disk_recorder.h"
 #include "refhost/audit_log.h"
@@ -32,6 +34,7 @@ struct Content {
   std::string records;
   std::string users;
   std::string settings;
+  std::string journal;  // a line each
 };
 
 Content stored(const std::filesystem::path& directory) {
@@ -53,7 +56,17 @@ Content stored(const std::filesystem::path& directory) {
       content.settings.append(setting.key).append("=").append(value).append(" ");
     }
   }
+  Journal::read(directory, {}, [&](const JournalEntry& entry) {
+    content.journal += std::to_string(entry.number) + "=" + std::to_string(entry.entry.user.value_or(0)) + ":" +
+                       json_of_fields(entry.entry.fields).substr(0, 20) + "\n";
+  });
   return content;
+}
+
+// What is noted is acknowledged when it is on the disk, where it is 50 ms later at the most if the disk takes it; what
+// was noted with it may be there or not, in its order.
+bool is_between(const std::string& found, const std::string& before, const std::string& after) {
+  return found.starts_with(before) && after.starts_with(found) && (found.empty() || found.ends_with('\n'));
 }
 
 // The story and what it has acknowledged. An enrollment is a bind(), an import is a set() of several.
@@ -75,6 +88,7 @@ class Story {
       append("a record " + std::to_string(i));
     }
     use_users(100);
+    use_journal(10);
     use_settings(500);
     append(std::string(20'000, 'x'));
     checkpoint();
@@ -82,11 +96,13 @@ class Story {
       append("one after the checkpoint " + std::to_string(i));
     }
     use_users(200);
+    use_journal(20);
     use_settings(600);
     close_all();
     open_all();  // whose first record removes the oldest
     append("one after the start");
     use_users(300);
+    use_journal(30);
     use_settings(700);
     checkpoint();
     append("the last");
@@ -106,6 +122,7 @@ class Story {
     acknowledge([this] { log_.emplace(directory_.path()); });
     acknowledge([this] { users_.emplace(directory_.path(), UserStore::Access::read_write); });
     acknowledge([this] { settings_.emplace(directory_.path(), SettingsStore::Access::read_write); });
+    acknowledge([this] { journal_.emplace(directory_.path()); });
     log_->retain([] { return refhost::AuditRetention{.keep = 5, .youngest_to_go = 0}; });
   }
 
@@ -113,6 +130,7 @@ class Story {
     acknowledge([this] { log_.reset(); });
     acknowledge([this] { users_.reset(); });
     acknowledge([this] { settings_.reset(); });
+    acknowledge([this] { journal_.reset(); });
   }
 
   void append(const std::string& details) {
@@ -129,6 +147,25 @@ class Story {
     acknowledge([&] { users_->bind(number + 2, user, "another"); });
   }
 
+  // One after the other, several at once, and more than a page.
+  void use_journal(std::int64_t number) {
+    const auto note = [&](int count, const std::string& text) {
+      acknowledge([&] {
+        const auto before = journal_->stored();
+        for (int i = 0; i < count; ++i) {
+          journal_->note({.kind = Kind::opening, .user = number + i, .fields = {{"text", text}}});
+        }
+        while (journal_->stored() < before + count) {
+          journal_->wait_beyond(before + count - 1, std::chrono::seconds(1));
+        }
+      });
+    };
+    note(1, "a");
+    note(1, "b");
+    note(5, "several");
+    note(3, std::string(4000, 'x'));
+  }
+
   void use_settings(int number) {
     acknowledge([&] { settings_->set("uhf", "read_interval", std::to_string(number)); });
     acknowledge([&] {
@@ -140,7 +177,7 @@ class Story {
 
   // As SQLite does by itself, after a thousand pages.
   void checkpoint() {
-    for (const char* file : {"audit.db", "users.db", "settings.db"}) {
+    for (const char* file : {"audit.db", "users.db", "settings.db", "journal.db"}) {
       acknowledge([&] {
         SQLite::Database(directory_.path() / file, SQLite::OPEN_READWRITE).exec("PRAGMA wal_checkpoint(RESTART)");
       });
@@ -152,6 +189,7 @@ class Story {
   std::optional<AuditLog> log_;
   std::optional<UserStore> users_;
   std::optional<SettingsStore> settings_;
+  std::optional<Journal> journal_;
   std::vector<Step> steps_;
 };
 
@@ -164,12 +202,13 @@ std::vector<std::string> faults_of(const std::filesystem::path& directory, const
       const AuditLog log(directory);
       const UserStore users(directory, UserStore::Access::read_write);
       const SettingsStore settings(directory, SettingsStore::Access::read_write);
-      for (const auto& found : {log.faults(), users.faults(), settings.faults()}) {
+      const Journal journal(directory);
+      for (const auto& found : {log.faults(), users.faults(), settings.faults(), journal.faults()}) {
         faults.insert(faults.end(), found.begin(), found.end());
       }
     }
-    for (const auto& report :
-         {AuditLog::inspect(directory), UserStore::inspect(directory), SettingsStore::inspect(directory)}) {
+    for (const auto& report : {AuditLog::inspect(directory), UserStore::inspect(directory),
+                               SettingsStore::inspect(directory), Journal::inspect(directory)}) {
       faults.insert(faults.end(), report.faults.begin(), report.faults.end());
     }
     const auto found = stored(directory);
@@ -177,6 +216,10 @@ std::vector<std::string> faults_of(const std::filesystem::path& directory, const
       if (found.*text != before.*text && found.*text != after.*text) {
         faults.push_back("found \"" + found.*text + "\", not \"" + before.*text + "\" or \"" + after.*text + "\"");
       }
+    }
+    if (!is_between(found.journal, before.journal, after.journal)) {
+      faults.push_back("the journal has\n" + found.journal + "and not between\n" + before.journal + "and\n" +
+                       after.journal);
     }
   } catch (const std::exception& failure) {
     faults.emplace_back(failure.what());

@@ -1,0 +1,301 @@
+#include "door/cli/journal_lines.h"
+
+#include <array>
+#include <chrono>
+#include <cstdio>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <string_view>
+
+#include "door/base/local_time.h"
+#include "door/cli/csv_cell.h"
+#include "door/journal/entry_code.h"
+#include "refhost/log_entry.h"
+#include "refhost/store_report.h"
+
+namespace achost {
+namespace {
+
+using refhost::grouped;
+using refhost::log::escape;
+
+std::string text_in(const Entry& entry, std::string_view name) {
+  for (const auto& [field, value] : entry.fields) {
+    if (field == name) {
+      const auto* const text = std::get_if<std::string>(&value);
+      return text != nullptr ? *text : std::to_string(std::get<std::int64_t>(value));
+    }
+  }
+  return "";
+}
+
+std::int64_t number_in(const Entry& entry, std::string_view name) {
+  for (const auto& [field, value] : entry.fields) {
+    if (field == name && std::holds_alternative<std::int64_t>(value)) {
+      return std::get<std::int64_t>(value);
+    }
+  }
+  return 0;
+}
+
+// "Ana (7)", "user 7", or somebody whom nobody knows.
+std::string user_in(const Entry& entry, const JournalStyle& style, const char* otherwise = "somebody") {
+  if (!entry.user.has_value()) {
+    return otherwise;
+  }
+  const std::string number = std::to_string(*entry.user);
+  const std::string name = escape(style.name_of(*entry.user));
+  return name.empty() ? "user " + number : name + " (" + number + ")";
+}
+
+std::string card_in(const Entry& entry, const JournalStyle& style) {
+  if (!entry.card.has_value()) {
+    return "a card";
+  }
+  const std::string digits = std::to_string(*entry.card);
+  return "card " + (style.shows_cards ? digits : refhost::log::mask_digits(digits));
+}
+
+std::string maker_in(const Entry& entry) {
+  const std::string name = escape(text_in(entry, "by"));
+  const std::string uid = text_in(entry, "by_uid");
+  return !name.empty() ? name : uid.empty() ? "the device" : "uid " + uid;
+}
+
+// All that an entry has to say that no sentence is made for: "change=made name=Ana".
+std::string rest_of(const Entry& entry, std::string_view without = "") {
+  std::string text;
+  for (const auto& [name, value] : entry.fields) {
+    if (name != "by" && name != "by_uid" && name != without) {
+      text += (text.empty() ? "" : " ") + name + "=" + escape(text_in(entry, name));
+    }
+  }
+  return text;
+}
+
+std::string with_reason(const Entry& entry, const char* field) {
+  const std::string reason = escape(text_in(entry, field));
+  return reason.empty() ? "" : ": " + reason;
+}
+
+Sentence identification(const Entry& entry, const JournalStyle& style) {
+  static const std::map<std::string, const char*> kRefusals = {
+      {"unknown", "was refused: it is nobody's"},
+      {"held_back", "held back: a card is being enrolled"},
+      {"mode_awaited", "was refused: the stored operation mode is not in force yet"},
+      {"failed", "was refused: the users cannot be read"},
+      {"journal_unwritable", "was refused: the journal cannot be written"}};
+  const std::string outcome = text_in(entry, "outcome");
+  if (outcome == "opens") {
+    return {user_in(entry, style), "came in with " + card_in(entry, style)};
+  }
+  const auto found = kRefusals.find(outcome);
+  const std::string what = found == kRefusals.end() ? escape(outcome) : found->second;
+  return {user_in(entry, style), card_in(entry, style) + " " + what};
+}
+
+Sentence opening(const Entry& entry, const JournalStyle&) { return {"door", "opens" + with_reason(entry, "reason")}; }
+
+Sentence closing(const Entry&, const JournalStyle&) { return {"door", "closes"}; }
+
+Sentence exit_request(const Entry&, const JournalStyle&) { return {"somebody", "wants to leave"}; }
+
+Sentence enrollment(const Entry& entry, const JournalStyle& style) {
+  static const std::map<std::string, std::string> kOutcomes = {
+      {"timeout", "got no card: none came in time"}, {"given_up", "got no card"}, {"failed", "got no card"}};
+  const std::string outcome = text_in(entry, "outcome");
+  if (outcome == "done") {
+    return {user_in(entry, style), "was given " + card_in(entry, style)};
+  }
+  const auto found = kOutcomes.find(outcome);
+  return {user_in(entry, style),
+          (found == kOutcomes.end() ? escape(outcome) : found->second) + with_reason(entry, "reason")};
+}
+
+Sentence user_change(const Entry& entry, const JournalStyle& style) {
+  return {maker_in(entry), escape(text_in(entry, "change")) + " " + user_in(entry, style) +
+                               with_reason({.fields = {{"rest", rest_of(entry, "change")}}}, "rest")};
+}
+
+Sentence card_change(const Entry& entry, const JournalStyle& style) {
+  const std::string user = entry.user.has_value() ? " of " + user_in(entry, style) : "";
+  return {maker_in(entry), escape(text_in(entry, "change")) + " " + card_in(entry, style) + user};
+}
+
+Sentence setting_change(const Entry& entry, const JournalStyle&) {
+  const auto shown = [&](const char* field) {
+    const std::string value = escape(text_in(entry, field));
+    return value.empty() ? "nothing" : value;
+  };
+  return {maker_in(entry), "set " + escape(text_in(entry, "setting")) + " to " + shown("value") + " (was " +
+                               shown("previous_value") + ")"};
+}
+
+Sentence reader_state(const Entry& entry, const JournalStyle&) {
+  return {"reader", escape(text_in(entry, "state")) + with_reason(entry, "cause")};
+}
+
+Sentence alarm(const Entry& entry, const JournalStyle&) {
+  const bool is_over = text_in(entry, "state") == "over";
+  return {"alarm " + escape(text_in(entry, "name")), (is_over ? "over: " : "") + escape(text_in(entry, "text"))};
+}
+
+Sentence start(const Entry& entry, const JournalStyle&) {
+  const bool is_first = text_in(entry, "run_before") == "ended";
+  return {"achost", "begins, version " + escape(text_in(entry, "version")) +
+                        (is_first ? "" : "; the run before " + escape(text_in(entry, "run_before")))};
+}
+
+Sentence end(const Entry& entry, const JournalStyle&) {
+  return {"achost", "ends" + with_reason(entry, "reason") + " (status " + text_in(entry, "status") + ")"};
+}
+
+Sentence clock_jump(const Entry& entry, const JournalStyle&) {
+  std::array<char, 64> text{};
+  const double seconds = static_cast<double>(number_in(entry, "by_ms")) / 1000;
+  std::snprintf(text.data(), text.size(), "was set %s by %.1f s", seconds < 0 ? "back" : "forward",
+                seconds < 0 ? -seconds : seconds);
+  return {"clock", text.data()};
+}
+
+Sentence gap(const Entry& entry, const JournalStyle&) {
+  const auto lost = number_in(entry, "lost");
+  return {"journal", (lost == 0   ? "may lack entries"
+                      : lost == 1 ? "lacks an entry"
+                                  : "lacks " + grouped(lost) + " entries") +
+                         with_reason(entry, "reason")};
+}
+
+Sentence retention(const Entry& entry, const JournalStyle&) {
+  return {"journal",
+          "let entries " + grouped(number_in(entry, "first")) + " to " + grouped(number_in(entry, "last")) + " go"};
+}
+
+Sentence sighting(const Entry& entry, const JournalStyle& style) {
+  return {card_in(entry, style), "was in the field: " + rest_of(entry)};
+}
+
+Sentence audit(const Entry& entry, const JournalStyle&) {
+  return {"audit log", "record " + text_in(entry, "audit") + " (" + escape(text_in(entry, "type")) + ")"};
+}
+
+// By number of the kind.
+constexpr Sentence (*kSentences[])(const Entry&, const JournalStyle&) = {
+    identification, opening, closing, exit_request, enrollment, user_change, card_change, setting_change, reader_state,
+    alarm,          start,   end,     clock_jump,   gap,        retention,   sighting,    audit};
+static_assert(std::size(kSentences) == kKinds.size());
+
+// The time as it was there and then.
+std::string time_of(const JournalEntry& entry, const char* format) {
+  const std::time_t seconds = entry.time.wall / 1000 + entry.time.offset;
+  std::tm fields{};
+  gmtime_r(&seconds, &fields);
+  std::array<char, 64> text{};
+  std::strftime(text.data(), text.size(), format, &fields);
+  return text.data();
+}
+
+const char* colour_of(const Entry& entry) {
+  switch (entry.kind) {
+    case Kind::identification:
+      return text_in(entry, "outcome") == "opens" ? "\x1b[32m" : "\x1b[31m";
+    case Kind::alarm:
+    case Kind::gap:
+      return "\x1b[31m";
+    case Kind::closing:
+    case Kind::audit:
+      return "\x1b[2m";
+    default:
+      return "";
+  }
+}
+
+void pad(std::string& text, std::size_t length, std::size_t width) {
+  text.append(std::max(length, width) - length, ' ');
+}
+
+// Of letters; their bytes may be more.
+std::size_t length_of(std::string_view text) {
+  std::size_t length = 0;
+  for (const char c : text) {
+    length += (static_cast<unsigned char>(c) & 0xc0) == 0x80 ? 0 : 1;
+  }
+  return length;
+}
+
+}  // namespace
+
+Sentence sentence_of(const Entry& entry, const JournalStyle& style) {
+  return kSentences[static_cast<std::size_t>(entry.kind) - 1](entry, style);
+}
+
+std::string JournalLines::heading() const {
+  return style_.form == JournalForm::csv ? "number,time,kind,user,card,text,fields,clock_trusted,monotonic_ms,boot\r\n"
+                                         : "";
+}
+
+void JournalLines::append(std::string& text, const JournalEntry& entry) {
+  switch (style_.form) {
+    case JournalForm::csv:
+      return append_csv(text, entry);
+    case JournalForm::json:
+      return append_json(text, entry);
+    default:
+      return append_diary(text, entry);
+  }
+}
+
+void JournalLines::append_diary(std::string& text, const JournalEntry& entry) {
+  constexpr std::size_t kWho = 20;
+  if (style_.form == JournalForm::diary) {
+    if (auto day = time_of(entry, "%A, %Y-%m-%d"); day != day_) {
+      text += (day_.empty() ? "" : "\n") + day + "\n";
+      day_ = std::move(day);
+    }
+    text += time_of(entry, "%a %H:%M:%S");
+  } else {
+    text += time_of(entry, "%Y-%m-%d %a %H:%M:%S");
+  }
+  text += entry.time.is_trusted ? "  " : "? ";
+  const auto [who, what] = sentence_of(entry.entry, style_);
+  const char* const colour = style_.has_colour ? colour_of(entry.entry) : "";
+  text += colour;
+  text += who;
+  pad(text, length_of(who), kWho);
+  text += "  " + what;
+  text += *colour == '\0' ? "\n" : "\x1b[0m\n";
+}
+
+void JournalLines::append_csv(std::string& text, const JournalEntry& entry) const {
+  const auto& [kind, user, card, fields] = entry.entry;
+  const auto [who, what] = sentence_of(entry.entry, style_);
+  text += std::to_string(entry.number) + "," + iso_time(entry.time.wall, entry.time.offset) + "," +
+          std::string(name_of(kind)) + "," + (user.has_value() ? std::to_string(*user) : "") + "," +
+          (card.has_value() ? std::to_string(*card) : "") + ",";
+  append_cell(text, who + " " + what);
+  text += ',';
+  append_cell(text, json_of_fields(fields));
+  text += std::string(entry.time.is_trusted ? ",1," : ",0,") + std::to_string(entry.time.monotonic) + ",";
+  append_cell(text, entry.boot);
+  text += "\r\n";
+}
+
+void JournalLines::append_json(std::string& text, const JournalEntry& entry) const {
+  using Json = nlohmann::ordered_json;
+  const auto& [kind, user, card, fields] = entry.entry;
+  Json object = {
+      {"number", entry.number}, {"time", iso_time(entry.time.wall, entry.time.offset)}, {"kind", name_of(kind)}};
+  if (user.has_value()) {
+    object["user"] = *user;
+  }
+  if (card.has_value()) {
+    object["card"] = *card;
+  }
+  object["fields"] = Json::parse(json_of_fields(fields));
+  object["clock_trusted"] = entry.time.is_trusted;
+  object["monotonic_ms"] = entry.time.monotonic;
+  object["boot"] = entry.boot;
+  text += object.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+}  // namespace achost

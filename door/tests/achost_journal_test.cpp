@@ -1,0 +1,102 @@
+// The command "achost journal", as a process of its own.
+#include <nlohmann/json.hpp>
+
+#include "door/journal/journal.h"
+#include "door/services/user_store.h"
+#include "door/tests/journal_fixture.h"
+#include "door/tests/process.h"
+
+namespace achost::test {
+namespace {
+
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+class AchostJournal : public JournalFixture {
+ protected:
+  AchostJournal() {
+    UserStore(state(), UserStore::Access::read_write).put({.id = 7, .name = "Ana"});
+    Journal journal(state());
+    journal.note({.kind = Kind::start, .fields = {{"version", "1"}, {"run_before", "ended"}}});
+    journal.note({.kind = Kind::identification, .user = 7, .card = 1234567, .fields = {{"outcome", "opens"}}});
+    journal.note({.kind = Kind::opening, .fields = {{"reason", "identification"}}});
+  }
+
+  std::vector<std::string> words(std::vector<std::string> options) const {
+    options.insert(options.begin(), {"journal", "--state", state()});
+    return options;
+  }
+
+  Result run(const std::vector<std::string>& options) const { return achost(words(options)); }
+};
+
+TEST_F(AchostJournal, TellsWhoCameInByName) {
+  const auto result = run({});
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_THAT(result.out, HasSubstr("Ana (7)               came in with card ***4567\n"));
+  EXPECT_THAT(run({"--show-cards"}).out, HasSubstr("came in with card 1234567\n"));
+}
+
+TEST_F(AchostJournal, IsADiaryAtATerminal) {
+  Achost command(words({}), Output::terminal);
+  const auto text = command.wait().out;
+  EXPECT_THAT(text, HasSubstr("day, 2"));
+  EXPECT_THAT(text, HasSubstr("came in with card 1234567"));
+}
+
+TEST_F(AchostJournal, TakesEachFilter) {
+  const auto count = [this](const std::vector<std::string>& options) {
+    const auto result = run(options);
+    EXPECT_EQ(result.status, 0) << result.err;
+    return std::ranges::count(result.out, '\n');
+  };
+  EXPECT_EQ(count({}), 3);
+  EXPECT_EQ(count({"--last", "2"}), 2);
+  EXPECT_EQ(count({"--after", "2"}), 1);
+  EXPECT_EQ(count({"--user", "7"}), 1);
+  EXPECT_EQ(count({"--card", "0x12d687"}), 1);
+  EXPECT_EQ(count({"--card", "33"}), 0);
+  EXPECT_EQ(count({"--kind", "opening", "--kind", "start"}), 2);
+  EXPECT_EQ(count({"--since", "-1h"}), 3);
+  EXPECT_EQ(count({"--until", "yesterday"}), 0);
+  EXPECT_EQ(count({"--csv"}), 4);
+}
+
+TEST_F(AchostJournal, WhatIsNoneIsRefusedWithWhatThereIs) {
+  EXPECT_EQ(run({"--kind", "openings"}).err,
+            "achost: there is no kind \"openings\": there are identification, opening, "
+            "closing, exit_request, enrollment, user_change, card_change, "
+            "setting_change, reader_state, alarm, start, end, clock_jump, gap, "
+            "retention, sighting, audit\n");
+  EXPECT_THAT(run({"--card", "x"}).err, StartsWith("achost: \"x\" is no card"));
+  EXPECT_THAT(run({"--since", "soon"}).err, StartsWith("achost: \"soon\" is no time"));
+  EXPECT_EQ(run({"--since", "soon"}).status, 2);
+}
+
+TEST_F(AchostJournal, FollowsWhatHappensOnceItIsOnTheDisk) {
+  Achost follower(words({"--follow", "--json", "--last", "1"}));
+  EXPECT_EQ(nlohmann::json::parse(follower.next_line()).at("number"), 3);
+  Journal journal(state());
+  for (std::int64_t number = 4; number < 8; ++number) {
+    journal.note({.kind = Kind::closing});
+    EXPECT_EQ(nlohmann::json::parse(follower.next_line()).at("number"), number);
+    EXPECT_GE(journal.stored(), number);
+  }
+  follower.close_output();
+  EXPECT_EQ(follower.wait().status, 0);
+}
+
+TEST_F(AchostJournal, AReaderWhoHasSeenEnoughEndsIt) {
+  Achost command(words({"--follow"}));
+  command.next_line();
+  command.close_output();
+  EXPECT_EQ(command.wait().status, 0);
+}
+
+TEST_F(AchostJournal, IsExaminedByCheck) {
+  EXPECT_THAT(achost({"check", "--state", state()}).out, EndsWith("journal: 3 entries, numbers 1 to 3, whole\n"));
+}
+
+}  // namespace
+}  // namespace achost::test
