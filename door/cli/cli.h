@@ -13,6 +13,7 @@ void add_control(CLI::App& app);  // status, events, gpio, rex, enroll and field
 void add_journal(CLI::App& app);  // journal
 void add_reader(CLI::App& app);   // health and recording
 void add_user(CLI::App& app);     // user and card
+void add_why(CLI::App& app);      // why
 
 // Adds --state; the text is filled in before the command runs.
 std::shared_ptr<std::string> add_state(CLI::App& command);

@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <charconv>
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -12,6 +11,7 @@
 #include "door/base/failure.h"
 #include "door/base/output.h"
 #include "door/base/state_directory.h"
+#include "door/cli/card_argument.h"
 #include "door/cli/journal_lines.h"
 #include "door/cli/time_of.h"
 #include "door/journal/journal.h"
@@ -23,17 +23,6 @@ namespace {
 
 // Nobody reads any more.
 struct NobodyReads {};
-
-std::uint64_t asked_card(const std::string& text) {
-  const bool is_hexadecimal = text.starts_with("0x") || text.starts_with("0X");
-  const std::string digits = is_hexadecimal ? text.substr(2) : text;
-  std::uint64_t card = 0;
-  const auto result = std::from_chars(digits.data(), digits.data() + digits.size(), card, is_hexadecimal ? 16 : 10);
-  if (result.ec != std::errc() || result.ptr != digits.data() + digits.size()) {
-    throw Failure(kUsage, "\"" + refhost::log::escape(text) + "\" is no card: a number such as 33 or 0x21");
-  }
-  return card;
-}
 
 Kind asked_kind(const std::string& name) {
   if (const auto kind = kind_of(name)) {

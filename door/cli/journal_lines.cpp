@@ -172,17 +172,31 @@ Sentence retention(const Entry& entry, const JournalStyle&) {
 }
 
 Sentence sighting(const Entry& entry, const JournalStyle& style) {
-  return {card_in(entry, style), "was in the field: " + rest_of(entry)};
+  const auto polls = number_in(entry, "polls");
+  std::array<char, 96> text{};
+  std::snprintf(text.data(), text.size(), "was in the field for %.1f s, read %s",
+                static_cast<double>(number_in(entry, "last") - number_in(entry, "first")) / 1000,
+                polls == 1 ? "once" : (grouped(polls) + " times").c_str());
+  return {card_in(entry, style), std::string(text.data()) + (number_in(entry, "goes_on") != 0 ? ", and stays" : "")};
 }
 
 Sentence audit(const Entry& entry, const JournalStyle&) {
   return {"audit log", "record " + text_in(entry, "audit") + " (" + escape(text_in(entry, "type")) + ")"};
 }
 
+Sentence refusal(const Entry& entry, const JournalStyle&) {
+  return {"door", "stays shut" + with_reason(entry, "reason")};
+}
+
+Sentence disagreement(const Entry& entry, const JournalStyle& style) {
+  return {"second opinion", card_in(entry, style) + " " + escape(text_in(entry, "text"))};
+}
+
 // By number of the kind.
 constexpr Sentence (*kSentences[])(const Entry&, const JournalStyle&) = {
-    identification, opening, closing, exit_request, enrollment, user_change, card_change, setting_change, reader_state,
-    alarm,          start,   end,     clock_jump,   gap,        retention,   sighting,    audit};
+    identification, opening,      closing, exit_request, enrollment,  user_change, card_change,
+    setting_change, reader_state, alarm,   start,        end,         clock_jump,  gap,
+    retention,      sighting,     audit,   refusal,      disagreement};
 static_assert(std::size(kSentences) == kKinds.size());
 
 // The time as it was there and then.

@@ -165,6 +165,7 @@ int run_command_line(int argc, char** argv) {
   achost::add_control(app);
   achost::add_reader(app);
   achost::add_journal(app);
+  achost::add_why(app);
   achost::add_audit(app);
   achost::add_user(app);
   achost::add_check(app);

@@ -69,6 +69,10 @@ std::string alarms(const Json& list) {
   return rows.empty() ? "" : "ALARMS\n" + aligned(rows);
 }
 
+std::string second_opinion(const Json& counters) {
+  return counters.is_null() ? "" : "SECOND OPINION ON THE READINGS\n" + aligned(pairs_of(counters));
+}
+
 }  // namespace
 
 std::string status_table(const Json& status) {
@@ -81,7 +85,8 @@ std::string status_table(const Json& status) {
                   {"  reader", text_of(status.at("reader"))},
                   {"  state", text_of(status.at("state"))}}) +
          "SETTINGS OF THE READER\n" + aligned(settings(status)) + threads(status.at("threads")) +
-         queues(status.at("queues")) + "MESSAGES\n" + aligned(pairs_of(status.at("bus")));
+         queues(status.at("queues")) + "MESSAGES\n" + aligned(pairs_of(status.at("bus"))) +
+         second_opinion(status.at("second_opinion"));
 }
 
 }  // namespace achost

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "door/control/control.h"
+#include "door/control/why_commands.h"
 #include "door/services/alarms.h"
 #include "door/services/enroller_service.h"
 #include "door/services/gpio_service.h"
@@ -26,14 +27,17 @@ struct ControlledHost {
   const Alarms& alarms;
   const GpioService& gpio;
   EnrollerService& enroller;
-  std::string reader;                   // where it is, for a person
-  line::Line* line;                     // null when the plug-in has the port itself
-  uhfsim::SimulatedReader* simulated;   // null when the reader is a real one
-  std::function<std::string()> plugin;  // the name of the plug-in that runs; empty until it has started
+  std::string reader;                  // where it is, for a person
+  line::Line* line;                    // null when the plug-in has the port itself
+  uhfsim::SimulatedReader* simulated;  // null when the reader is a real one
+  WhySources why;
+  std::function<Json()> second_opinion;  // its counters; null without a line
+  std::function<std::string()> plugin;   // the name of the plug-in that runs; empty until it has started
 };
 
 // health, recording, look_on, ask_reader, borrow, config_list, config_get, config_set, config_import, gpio_list,
-// gpio_set, rex, enroll, field, field_show, status and events.
+// gpio_set, rex, enroll, field, field_show, status, why,
+// why_now and events.
 ControlTable control_table(const ControlledHost& host);
 
 }  // namespace achost

@@ -76,6 +76,7 @@ Json status_of(const ControlledHost& host) {
           {"health", health_of(host.line)},
           {"alarms", alarms(host.alarms)},
           {"settings", reader_settings(host.settings)},
+          {"second_opinion", host.second_opinion()},
           {"not_in_force", not_in_force(host.changes)},
           {"threads", threads()},
           {"queues", queues()},

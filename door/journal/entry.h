@@ -31,6 +31,8 @@ enum class Kind : int {
   retention = 15,
   sighting = 16,
   audit = 17,
+  refusal = 18,
+  disagreement = 19,
 };
 
 struct KindName {
@@ -58,6 +60,8 @@ inline constexpr auto kKinds = std::to_array<KindName>({
     {Kind::retention, "retention", "the oldest entries have gone, as the settings say"},
     {Kind::sighting, "sighting", "a card was in the reader's field, from when to when"},
     {Kind::audit, "audit", "the audit log has a record of that number"},
+    {Kind::refusal, "refusal", "the door was to open, and could not"},
+    {Kind::disagreement, "disagreement", "the plug-in has announced, or not, what the rules on readings say otherwise"},
 });
 
 static_assert([] {

@@ -221,6 +221,10 @@ void Host::look_at_the_disk() {
 void Host::start_plugin(const std::string& path) {
   settings_.check_rules();
   settings_.begin_run();
+  if (reader_.line() != nullptr) {
+    second_opinion_.begin();
+    reader_.on_exchange([this](line::Exchange exchange) { second_opinion_.saw(std::move(exchange)); });
+  }
   std::set_terminate(end_terminated);
   std::thread([this, path] { run_plugin(path); }).detach();
 }
@@ -236,6 +240,11 @@ ControlledHost Host::controlled() {
           .reader = reader_.description(),
           .line = reader_.line(),
           .simulated = reader_.simulated(),
+          .why = {.state = state_,
+                  .name_of = [this](std::int64_t user) { return users_.name_of(user); },
+                  .live = reader_.line() == nullptr ? std::function<std::vector<why::ToldSighting>()>()
+                                                    : [this] { return second_opinion_.sightings(); }},
+          .second_opinion = [this] { return second_opinion(); },
           .plugin = [this] { return plugin(); }};
 }
 
@@ -315,9 +324,9 @@ void Host::print_end(const Ending::Outcome& outcome) {
 // nothing that was acknowledged is lost.
 void Host::close_and_exit(int status) {
   std::vector<std::pair<const char*, std::function<void()>>> steps = {
-      {"the control socket", [this] { control_.unlink(); }}, {"the settings", [this] { settings_.seal(); }},
-      {"the audit log", [this] { audit_.seal(); }},          {"users and cards", [this] { users_.seal(); }},
-      {"the journal", [this] { journal_.seal(); }},
+      {"the control socket", [this] { control_.unlink(); }}, {"the sightings", [this] { second_opinion_.end(); }},
+      {"the settings", [this] { settings_.seal(); }},        {"the audit log", [this] { audit_.seal(); }},
+      {"users and cards", [this] { users_.seal(); }},        {"the journal", [this] { journal_.seal(); }},
   };
   if (state_is_temporary_) {
     steps.emplace_back("the temporary state", [this] { remove_temporary_state(state_); });
@@ -345,6 +354,15 @@ void Host::close_and_exit(int status) {
     refhost::log::drain(kLongestEnd);
   }
   _exit(status);
+}
+
+// Nothing where nobody looks at the readings.
+Json Host::second_opinion() const {
+  if (reader_.line() == nullptr) {
+    return nullptr;
+  }
+  const auto [readings, disagreements, left_out] = second_opinion_.counters();
+  return {{"readings", readings}, {"disagreements", disagreements}, {"left_out", left_out}};
 }
 
 void Host::end_process(std::optional<std::chrono::steady_clock::time_point> deadline) {

@@ -114,6 +114,12 @@ std::unique_ptr<line::Line> Reader::make_line(const std::filesystem::path& state
   line.give_up_after = std::chrono::seconds(settings.number("host", "reader_give_up"));
   line.reset = reader_reset(real_port_, settings.number("host", "reader_reset_line"));
   line.alive = report_line_alive;
+  line.on_exchange = [this](line::Exchange exchange) {
+    const std::lock_guard lock(mutex_);
+    if (exchange_listener_) {
+      exchange_listener_(std::move(exchange));
+    }
+  };
   return std::make_unique<line::Line>(std::move(line), [this](const line::Event& event) { tell(event); });
 }
 
@@ -123,6 +129,11 @@ void Reader::on_event(std::function<void(const line::Event&)> listener) {
   for (const auto& event : std::exchange(early_, {})) {
     listener_(event);
   }
+}
+
+void Reader::on_exchange(std::function<void(line::Exchange)> listener) {
+  const std::lock_guard lock(mutex_);
+  exchange_listener_ = std::move(listener);
 }
 
 void Reader::tell(const line::Event& event) {

@@ -43,6 +43,10 @@ class Reader {
   // Who is told what the line says, on the line's thread; what it has said before comes at once.
   void on_event(std::function<void(const line::Event&)> listener);
 
+  // Who is told what became of each question of the plug-in's, on the line's thread. To be set before the plug-in
+  // starts.
+  void on_exchange(std::function<void(line::Exchange)> listener);
+
   // What was wrong with the settings, a line each, when they told the port.
   const std::vector<std::string>& settings_faults() const { return settings_faults_; }
 
@@ -64,8 +68,9 @@ class Reader {
   std::unique_ptr<line::PortGuard> guard_;
   Story story_;
   std::unique_ptr<uhfsim::SimulatedReader> simulated_;  // it stops telling the story before that goes
-  std::mutex mutex_;                                    // guards the next two
+  std::mutex mutex_;                                    // guards the next three
   std::function<void(const line::Event&)> listener_;
+  std::function<void(line::Exchange)> exchange_listener_;
   std::vector<line::Event> early_;    // told before there was a listener
   std::unique_ptr<line::Line> line_;  // last: its thread uses the others
 };

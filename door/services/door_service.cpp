@@ -66,8 +66,9 @@ void DoorService::open_or_prolong(int reason) {
   } else {
     const int relay = ac::config_util::get_int("host", "door_relay", true);
     if (!refhost::relay_is_enabled(relay)) {
-      refhost::log::warning("door: stays shut, relay " + std::to_string(relay) +
-                            " shows the tag detector: give the door another one with host.door_relay");
+      const std::string cause = "relay " + std::to_string(relay) + " shows the tag detector";
+      refhost::log::warning("door: stays shut, " + cause + ": give the door another one with host.door_relay");
+      books_.note({.kind = Kind::refusal, .fields = {{"door", kDoor}, {"reason", cause}}});
       return;
     }
     books_.note({.kind = Kind::opening,

@@ -165,6 +165,12 @@ std::optional<Event> setting_changed(const ac::Message& message) {
                Weight::plain, {{"module", module}, {"key", key}, {"value", value}, {"previous_value", previous}});
 }
 
+std::optional<Event> second_opinion(const ac::Message& message) {
+  const std::uint64_t card = card_of(message, "value");
+  return event("second_opinion", card_text(card), escape(text(message, "text")), Weight::bad,
+               {{"card", card}, {"card_hex", hexadecimal(card)}, {"text", text(message, "text")}});
+}
+
 std::optional<Event> record_written(const ac::Message& message) {
   const auto type = static_cast<std::size_t>(number(message, "type"));
   const std::string label = std::string(type < std::size(refhost::kAuditTypes) ? refhost::kAuditTypes[type] : "?");
@@ -205,7 +211,8 @@ const std::map<std::string, Maker>& makers() {
       {"enroll_timeout", enrollment_late},     {"enroller_error", enrollment_failed},
       {"gpio_notified", line_changed},         {"config_param_set", setting_changed},
       {"audit_log_created", record_written},   {"alarm", alarm},
-      {"reader_state", reader_state},          {"reader_recovery", reader_recovery}};
+      {"second_opinion", second_opinion},      {"reader_state", reader_state},
+      {"reader_recovery", reader_recovery}};
   return table;
 }
 

@@ -17,6 +17,7 @@ enum class Reason : std::uint8_t {
   kReaderNoisy,
   kReaderGone,
   kReaderLent,
+  kNotRunning,
   kBadFrame,
   kAnswerEnded,
   kAnswerInPieces,
@@ -58,12 +59,13 @@ struct ReasonRow {
 };
 
 // By reason.
-inline constexpr std::array<ReasonRow, 32> kReasons{{
+inline constexpr std::array<ReasonRow, 33> kReasons{{
     {Reason::kNeverInField, "never_in_field", Stage::kLine, "it was not in the field: no answer of the reader has it"},
     {Reason::kReaderSilent, "reader_silent", Stage::kLine, "the reader was silent from {since} on"},
     {Reason::kReaderNoisy, "reader_noisy", Stage::kLine, "the reader's answers were not good from {since} on: {text}"},
     {Reason::kReaderGone, "reader_gone", Stage::kLine, "the reader's port was gone from {since} on"},
     {Reason::kReaderLent, "reader_lent", Stage::kLine, "the reader was lent to {text} from {since} on"},
+    {Reason::kNotRunning, "not_running", Stage::kLine, "the door daemon did not run from {since} to {until}"},
     {Reason::kBadFrame, "bad_frame", Stage::kLine,
      "a frame of the answer was bad ({text}), and what comes after one is not used"},
     {Reason::kAnswerEnded, "answer_ended", Stage::kLine,

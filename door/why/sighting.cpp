@@ -49,6 +49,34 @@ ToldFate fate_of(const Json& json) {
   return fate;
 }
 
+Json json_of(const ToldFate& fate) {
+  Json reasons = Json::array();
+  for (const auto& [reason, text] : fate.reasons) {
+    reasons.push_back({{"code", row_of(reason).name}, {"text", text}});
+  }
+  Json json = {{"from", fate.from}, {"to", fate.to}, {"polls", fate.polls}, {"at_boundary", fate.at_boundary}};
+  if (fate.announced_from.has_value()) {
+    json["announced_from"] = *fate.announced_from;
+  }
+  json["reasons"] = reasons;
+  return json;
+}
+
+Json json_of(const std::vector<ToldFate>& fates) {
+  Json all = Json::array();
+  std::ranges::transform(fates, std::back_inserter(all), [](const ToldFate& fate) { return json_of(fate); });
+  return all;
+}
+
+template <typename Value>
+Value field_of(const Entry& entry, std::string_view name) {
+  const auto found = std::ranges::find(entry.fields, name, &EntryField::first);
+  if (found == entry.fields.end() || !std::holds_alternative<Value>(found->second)) {
+    throw std::runtime_error("a sighting without \"" + std::string(name) + "\"");
+  }
+  return std::get<Value>(found->second);
+}
+
 }  // namespace
 
 ToldSighting told(const Sighting& sighting, const std::function<Milliseconds(Time)>& wall) {
@@ -65,43 +93,53 @@ ToldSighting told(const Sighting& sighting, const std::function<Milliseconds(Tim
   return result;
 }
 
-Json json_of(const ToldFate& fate) {
-  Json reasons = Json::array();
-  for (const auto& [reason, text] : fate.reasons) {
-    reasons.push_back({{"code", row_of(reason).name}, {"text", text}});
-  }
-  Json json = {{"from", fate.from}, {"to", fate.to}, {"polls", fate.polls}, {"at_boundary", fate.at_boundary}};
-  if (fate.announced_from.has_value()) {
-    json["announced_from"] = *fate.announced_from;
-  }
-  json["reasons"] = reasons;
-  return json;
-}
-
 Json json_of(const ToldSighting& sighting) {
-  Json fates = Json::array();
-  for (const ToldFate& fate : sighting.fates) {
-    fates.push_back(json_of(fate));
+  return {{"epc", sighting.epc},         {"card", sighting.card},           {"first", sighting.first},
+          {"last", sighting.last},       {"polls", sighting.polls},         {"rssi", sighting.rssi},
+          {"goes_on", sighting.goes_on}, {"fates", json_of(sighting.fates)}};
+}
+
+namespace {
+
+// The journal keeps texts of so many bytes; with the decisive reason of each fate alone all of them fit.
+std::string stored(std::vector<ToldFate> fates) {
+  constexpr std::size_t kMost = 4000;
+  auto text = json_of(fates).dump();
+  if (text.size() > kMost) {
+    for (ToldFate& fate : fates) {
+      fate.reasons.resize(std::min<std::size_t>(fate.reasons.size(), 1), {Reason::kUnexplained, ""});
+    }
+    text = json_of(fates).dump();
   }
-  return {{"epc", sighting.epc},     {"card", sighting.card}, {"first", sighting.first},     {"last", sighting.last},
-          {"polls", sighting.polls}, {"rssi", sighting.rssi}, {"goes_on", sighting.goes_on}, {"fates", fates}};
+  return text;
 }
 
-std::vector<ToldFate> fates_of(const Json& json) {
-  std::vector<ToldFate> fates;
-  std::ranges::transform(json, std::back_inserter(fates), fate_of);
-  return fates;
+}  // namespace
+
+Entry entry_of(const ToldSighting& sighting) {
+  return {.kind = Kind::sighting,
+          .card = sighting.card,
+          .fields = {{"epc", sighting.epc},
+                     {"first", sighting.first},
+                     {"last", sighting.last},
+                     {"polls", sighting.polls},
+                     {"rssi", std::int64_t{sighting.rssi}},
+                     {"goes_on", std::int64_t{sighting.goes_on}},
+                     {"fates", stored(sighting.fates)}}};
 }
 
-ToldSighting sighting_of(const Json& json) {
-  return {.epc = json.at("epc"),
-          .card = json.at("card"),
-          .first = json.at("first"),
-          .last = json.at("last"),
-          .polls = json.at("polls"),
-          .rssi = json.at("rssi"),
-          .goes_on = json.at("goes_on"),
-          .fates = fates_of(json.at("fates"))};
+ToldSighting sighting_of(const Entry& entry) {
+  const auto fates = Json::parse(field_of<std::string>(entry, "fates"));
+  ToldSighting sighting{.epc = field_of<std::string>(entry, "epc"),
+                        .card = entry.card.value_or(0),
+                        .first = field_of<std::int64_t>(entry, "first"),
+                        .last = field_of<std::int64_t>(entry, "last"),
+                        .polls = field_of<std::int64_t>(entry, "polls"),
+                        .rssi = static_cast<int>(field_of<std::int64_t>(entry, "rssi")),
+                        .goes_on = field_of<std::int64_t>(entry, "goes_on") != 0,
+                        .fates = {}};
+  std::ranges::transform(fates, std::back_inserter(sighting.fates), fate_of);
+  return sighting;
 }
 
 std::string hexadecimal(std::span<const std::uint8_t> bytes) {

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "door/base/local_time.h"
+#include "door/journal/entry.h"
 #include "door/why/suppression.h"
 
 namespace achost::why {
@@ -18,7 +19,7 @@ struct Fate {
   Time from;  // the first of them, to which the facts of the reasons belong
   Time to;
   std::int64_t polls = 0;
-  bool at_boundary = false;              // something could have gone either way
+  bool at_boundary = false;              // each of them could have gone either way
   std::vector<Because> reasons;          // the decisive one first
   std::size_t number = 0;                // of kHalfNotUsed: which report of the answer it was the first time, from 1,
   std::size_t count = 0;                 // and of how many
@@ -71,11 +72,12 @@ ToldSighting told(const Sighting& sighting, const std::function<Milliseconds(Tim
 // {"epc", "card", "first", "last", "polls", "rssi", "goes_on", "fates": [{"from", "to", "polls", "at_boundary",
 // "announced_from", "reasons": [{"code", "text"}]}]}; times in ms since 1970 UTC.
 nlohmann::ordered_json json_of(const ToldSighting& sighting);
-nlohmann::ordered_json json_of(const ToldFate& fate);
+
+// As the journal keeps it: the same fields, the fates as JSON.
+Entry entry_of(const ToldSighting& sighting);
 
 // Throws nlohmann::json::exception or std::runtime_error when it is none.
-ToldSighting sighting_of(const nlohmann::ordered_json& json);
-std::vector<ToldFate> fates_of(const nlohmann::ordered_json& json);
+ToldSighting sighting_of(const Entry& entry);
 
 std::string hexadecimal(std::span<const std::uint8_t> bytes);
 

@@ -90,13 +90,14 @@ void Witness::saw(const line::Exchange& exchange) {
 
 // Nothing when there are too many.
 Witness::Presence* Witness::presence_of(const line::Tag& tag, Time at) {
-  auto found = presences_.find(std::string(key_of(tag.epc)));
+  const std::string key(key_of(tag.epc));
+  auto found = presences_.find(key);
   if (found == presences_.end()) {
-    if (presences_.size() >= kMostSightings) {
+    if (presences_.size() >= kMostSightings || tag.epc.size() > kLongestEpc) {
       ++left_out_;
       return nullptr;
     }
-    found = presences_.emplace(key_of(tag.epc), std::make_unique<Presence>()).first;
+    found = presences_.emplace(key, std::make_unique<Presence>()).first;
     found->second->sighting.epc = tag.epc;
     begin(*found->second, at);
   }
@@ -196,9 +197,9 @@ void Witness::conclude(const Verdict& verdict) {
 void Witness::conclude(Presence& presence, const Verdict& verdict) const {
   const Time at = verdict.reading.at;
   Fate& fate = presence.fate_with(verdict.reasons, presence.waiting > 0 ? presence.waiting_since : at);
+  fate.at_boundary = verdict.at_boundary && (fate.polls == 0 || fate.at_boundary);
   fate.to = at;
   fate.polls += std::exchange(presence.waiting, 0);
-  fate.at_boundary = fate.at_boundary || verdict.at_boundary;
   fate.announced_from = verdict.would_have_been_from;
   presence.version = 0;
   if (fate.is_announcement()) {

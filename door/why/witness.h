@@ -39,7 +39,8 @@ struct Disagreement {
 class Witness {
  public:
   static constexpr std::size_t kMostSightings = 4096;  // under way; a card beyond is counted and left out
-  static constexpr std::size_t kMostFates = 16;        // of a sighting, which goes on in another one then,
+  static constexpr std::size_t kLongestEpc = 62;       // bytes, as the standard has it; a longer one is left out, too
+  static constexpr std::size_t kMostFates = 10;        // of a sighting, which goes on in another one then,
   static constexpr std::chrono::minutes kLongest{1};   // as it does after that time
   static constexpr std::chrono::seconds kLeft{2};      // a card that was not read for so long has left
   static constexpr milliseconds kPatience{50};         // with an announcement that is due

@@ -1,0 +1,259 @@
+#include "door/run/second_opinion.h"
+
+#include <pthread.h>
+#include <strings.h>
+
+#include <algorithm>
+#include <atomic>
+#include <iterator>
+#include <string_view>
+#include <utility>
+
+#include "refhost/send.h"
+
+namespace achost {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+// How often the thread looks for something to do; a wake for each poll would cost more than the look.
+constexpr milliseconds kPeriod{250};
+constexpr milliseconds kPeriodWhenWanted{20};
+
+// How long a reader of the sightings waits at most; the journal has those that are over by then.
+constexpr std::chrono::seconds kPatience{2};
+
+constexpr std::chrono::seconds kBetweenWords{10};
+
+// More than can be over while the journal takes one to the disk.
+constexpr std::size_t kMostJustOver = 256;
+
+// Between the two clocks. Looked at each time, it would differ a little; it is another one when the wall clock was set.
+std::chrono::nanoseconds wall_clock_ahead() {
+  constexpr milliseconds kSame{20};
+  static std::atomic<std::int64_t> known = 0;  // ns; 0: not yet
+  const auto now = std::chrono::system_clock::now().time_since_epoch() - steady_clock::now().time_since_epoch();
+  const auto before = std::chrono::nanoseconds(known.load());
+  if (std::chrono::abs(now - before) < kSame) {
+    return before;
+  }
+  known = std::chrono::nanoseconds(now).count();
+  return now;
+}
+
+Milliseconds wall_time(why::Time time) {
+  return std::chrono::floor<milliseconds>(Milliseconds::clock::time_point(
+      std::chrono::duration_cast<std::chrono::system_clock::duration>(time.time_since_epoch() + wall_clock_ahead())));
+}
+
+why::Mode mode_of(const std::string& text) {
+  constexpr std::pair<const char*, why::Mode> kModes[] = {
+      {"inhibit", why::Mode::kInhibit}, {"trigger", why::Mode::kTrigger}, {"continuous", why::Mode::kContinuous}};
+  for (const auto& [name, mode] : kModes) {
+    if (strcasecmp(name, text.c_str()) == 0) {
+      return mode;
+    }
+  }
+  return why::Mode::kUnknown;
+}
+
+}  // namespace
+
+SecondOpinion::SecondOpinion(const refhost::SettingsStore& settings, const GpioService& gpio,
+                             std::function<void(const Entry&)> note)
+    : settings_(settings), gpio_(gpio), note_(std::move(note)) {}
+
+SecondOpinion::~SecondOpinion() {
+  tap_.reset();
+  end();
+  if (thread_.joinable()) {
+    thread_.join();
+  }
+}
+
+void SecondOpinion::begin() {
+  trigger_line_ = settings_.get_int("uhf", "trig_gpio").value_or(-1);
+  {
+    const std::lock_guard lock(mutex_);
+    known_settings_ = settings_now();
+  }
+  thread_ = std::thread([this] { run(); });
+  tap_ = std::make_unique<refhost::BusTap>([this](const ac::Message& message) { see(message); });
+}
+
+why::WitnessSettings SecondOpinion::settings_now() const {
+  const auto number = [this](const char* key) { return settings_.get_int("uhf", key).value_or(0); };
+  return {.rules = {.operation_mode = mode_of(settings_.get("uhf", "operation_mode").value_or("")),
+                    .trig_idle = number("trig_idle"),
+                    .trigger_timeout = milliseconds(number("trigger_timeout")),
+                    .read_interval = milliseconds(number("read_interval")),
+                    .read_interval_diff_tags = milliseconds(number("read_interval_diff_tags"))},
+          .identification_bits = number("identification_bits"),
+          .reader_type = settings_.get("uhf", "reader_type").value_or("")};
+}
+
+// On the sender's thread.
+void SecondOpinion::see(const ac::Message& message) {
+  const std::string_view type = message.type();
+  std::int64_t value = 0;
+  int line = 0;
+  int level = 0;
+  std::string module;
+  if (type == "identifier_new_card" && message.get_int64("value", &value)) {
+    put(steady_clock::now(), Announced{static_cast<why::Card>(value)}, 0);
+  } else if (type == "gpio_notified" && message.get_int("gpio", &line) && line == trigger_line_ &&
+             message.get_int("value", &level)) {
+    put(steady_clock::now(), Level{level}, 0);
+  } else if (type == "config_param_set" && message.get_string("module", &module) && module == "uhf") {
+    put(steady_clock::now(), settings_now(), 0);
+  }
+}
+
+void SecondOpinion::saw(line::Exchange exchange) {
+  const auto at = exchange.last_byte;
+  const auto bytes = sizeof(Fact) + 2 * exchange.bytes.size();
+  put(at, std::move(exchange), bytes);
+}
+
+void SecondOpinion::put(Time at, decltype(Fact::what) what, std::size_t bytes) {
+  const std::lock_guard lock(facts_mutex_);
+  if (bytes_ + bytes > kMostBytes) {
+    ++left_out_;
+    return;
+  }
+  bytes_ += bytes;
+  facts_.push_back({.at = at, .what = std::move(what)});
+}
+
+void SecondOpinion::run() {
+  pthread_setname_np(pthread_self(), "second_opinion");
+  for (std::unique_lock lock(mutex_); !ending_;) {
+    changed_.wait_for(lock, is_wanted_ ? kPeriodWhenWanted : kPeriod);
+    const refhost::Work::Step step(work_);
+    std::vector<Fact> facts;
+    {
+      const std::lock_guard facts_lock(facts_mutex_);
+      facts.swap(facts_);
+      bytes_ = 0;
+    }
+    take(facts, steady_clock::now() - kHeld);
+  }
+}
+
+// In the order of their times.
+void SecondOpinion::take(std::vector<Fact>& facts, Time horizon) {
+  std::ranges::move(facts, std::back_inserter(held_));
+  std::ranges::stable_sort(held_, {}, &Fact::at);
+  const auto end = std::ranges::find_if(held_, [horizon](const Fact& fact) { return fact.at >= horizon; });
+  std::for_each(held_.begin(), end, [this](const Fact& fact) { handle(fact); });
+  held_.erase(held_.begin(), end);
+  if (witness_ != nullptr) {
+    witness_->pass(horizon);
+  }
+  horizon_ = horizon;
+  is_wanted_ = false;
+  changed_.notify_all();
+}
+
+void SecondOpinion::handle(const Fact& fact) {
+  if (const auto* const exchange = std::get_if<line::Exchange>(&fact.what)) {
+    if (witness_ == nullptr && exchange->code == line::Code::inventory) {
+      witness_ = std::make_unique<why::Witness>(
+          known_settings_, exchange->asked, [this](const why::Sighting& sighting) { note(sighting); },
+          [this](const why::Disagreement& disagreement) { tell(disagreement); });
+      const int line = trigger_line_;
+      const bool is_there = line >= 0 && line < GpioService::kLines;
+      const auto now = is_there ? std::optional(gpio_.levels().at(static_cast<std::size_t>(line))) : std::nullopt;
+      witness_->input(known_level_.has_value() ? known_level_ : now, exchange->asked);
+    }
+    if (witness_ != nullptr) {
+      witness_->saw(*exchange);
+      counters_.readings += exchange->answer.tags.size();
+    }
+  } else if (const auto* const announced = std::get_if<Announced>(&fact.what)) {
+    if (witness_ != nullptr) {
+      witness_->announced(announced->card, fact.at);
+    }
+  } else if (const auto* const level = std::get_if<Level>(&fact.what)) {
+    known_level_ = level->level;
+    if (witness_ != nullptr) {
+      witness_->input(known_level_, fact.at);
+    }
+  } else {
+    known_settings_ = std::get<why::WitnessSettings>(fact.what);
+    if (witness_ != nullptr) {
+      witness_->apply(known_settings_, fact.at);
+    }
+  }
+}
+
+void SecondOpinion::note(const why::Sighting& sighting) {
+  just_over_.push_back(told(sighting, wall_time));
+  if (just_over_.size() > kMostJustOver) {
+    just_over_.pop_front();
+  }
+  note_(entry_of(just_over_.back()));
+}
+
+void SecondOpinion::tell(const why::Disagreement& disagreement) {
+  ++counters_.disagreements;
+  const auto now = steady_clock::now();
+  if (now < next_word_) {
+    return;
+  }
+  next_word_ = now + kBetweenWords;
+  std::string text = disagreement.was_announced ? "was announced against the rules on readings"
+                                                : "was to be announced by the rules on readings, and was not";
+  for (const auto& because : disagreement.reasons) {
+    text += std::string(": ") + std::string(row_of(because.reason).name);
+  }
+  note_({.kind = Kind::disagreement, .card = disagreement.card, .fields = {{"text", text}}});
+  refhost::send("second_opinion", {{"value", static_cast<std::int64_t>(disagreement.card)}, {"text", text}});
+}
+
+std::vector<why::ToldSighting> SecondOpinion::sightings() const {
+  const auto asked = steady_clock::now();
+  std::unique_lock lock(mutex_);
+  const auto is_there = [&] {
+    is_wanted_ = horizon_ < asked;
+    return !is_wanted_ || ending_;
+  };
+  is_there();
+  changed_.notify_all();
+  changed_.wait_for(lock, kPatience, is_there);
+  std::vector<why::ToldSighting> all(just_over_.begin(), just_over_.end());
+  if (witness_ != nullptr) {
+    std::ranges::transform(witness_->sightings(), std::back_inserter(all),
+                           [](const why::Sighting& sighting) { return told(sighting, wall_time); });
+  }
+  return all;
+}
+
+SecondOpinion::Counters SecondOpinion::counters() const {
+  const std::lock_guard lock(mutex_);
+  Counters counters = counters_;
+  const std::lock_guard facts_lock(facts_mutex_);
+  counters.left_out = left_out_;
+  return counters;
+}
+
+void SecondOpinion::end() {
+  const std::lock_guard lock(mutex_);
+  if (ending_) {
+    return;
+  }
+  ending_ = true;
+  if (witness_ != nullptr) {
+    std::vector<Fact> facts;
+    {
+      const std::lock_guard facts_lock(facts_mutex_);
+      facts.swap(facts_);
+    }
+    take(facts, steady_clock::now());
+    witness_->end();
+  }
+  changed_.notify_all();
+}
+
+}  // namespace achost

@@ -1,0 +1,114 @@
+// Looks on at what the plug-in does with the readings.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <variant>
+#include <vector>
+
+#include "door/journal/entry.h"
+#include "door/services/gpio_service.h"
+#include "door/why/witness.h"
+#include "refhost/bus_view.h"
+#include "refhost/settings_store.h"
+#include "refhost/work.h"
+
+namespace achost {
+
+// Says of each reading what must become of it, on a thread of its own, a moment later: it has no part in what the door
+// does. Keeps the sightings, and notes those that are over; where the plug-in does something else than the rules say it
+// sends "second_opinion" {int64 "value", string "text"}, a few times a minute at most, and counts.
+class SecondOpinion {
+ public:
+  // What is held for the thread; an answer beyond is left out and counted.
+  static constexpr std::size_t kMostBytes = 4U << 20U;
+
+  // How long what happens is held, so that all of it is there and can be put in order.
+  static constexpr std::chrono::milliseconds kHeld{300};
+
+  // Does nothing before begin(). note: gets the sightings that are over, and the disagreements. All must outlive it.
+  SecondOpinion(const refhost::SettingsStore& settings, const GpioService& gpio,
+                std::function<void(const Entry&)> note);
+  ~SecondOpinion();
+  SecondOpinion(const SecondOpinion&) = delete;
+  SecondOpinion& operator=(const SecondOpinion&) = delete;
+
+  // Before the plug-in starts, with the settings of the run.
+  void begin();
+
+  // A question of the plug-in's that is done with. The line's thread.
+  void saw(line::Exchange exchange);
+
+  // The cards in the field, and those that have left lately, which the journal has or is about to have; all that
+  // happened until now is known. Any thread.
+  std::vector<why::ToldSighting> sightings() const;
+
+  struct Counters {
+    std::uint64_t readings = 0;  // looked at
+    std::uint64_t disagreements = 0;
+    std::uint64_t left_out = 0;  // answers, for want of room
+  };
+  Counters counters() const;
+
+  // The cards in the field are noted, at the end of the process; nothing is looked at any more.
+  void end();
+
+ private:
+  using Time = why::Time;
+
+  struct Announced {
+    why::Card card;
+  };
+  struct Level {
+    int level;
+  };
+  struct Fact {
+    Time at;
+    std::variant<line::Exchange, Announced, Level, why::WitnessSettings> what;
+  };
+
+  void see(const ac::Message& message);
+  void put(Time at, decltype(Fact::what) what, std::size_t bytes);
+  why::WitnessSettings settings_now() const;
+  void run();
+  void take(std::vector<Fact>& facts, Time horizon);
+  void handle(const Fact& fact);
+  void note(const why::Sighting& sighting);
+  void tell(const why::Disagreement& disagreement);
+
+  const refhost::SettingsStore& settings_;
+  const GpioService& gpio_;
+  const std::function<void(const Entry&)> note_;
+  std::atomic<int> trigger_line_ = -1;  // set by begin()
+
+  mutable std::mutex facts_mutex_;  // guards the next three
+  std::vector<Fact> facts_;
+  std::size_t bytes_ = 0;
+  std::uint64_t left_out_ = 0;
+
+  mutable std::mutex mutex_;                 // guards all below but the thread
+  mutable std::condition_variable changed_;  // of horizon_, wanted_ and ending_
+  std::vector<Fact> held_;
+  std::unique_ptr<why::Witness> witness_;  // once the plug-in polls
+  why::WitnessSettings known_settings_;
+  std::optional<int> known_level_;
+  std::deque<why::ToldSighting> just_over_;  // the journal may not have them yet
+  Time horizon_{};                           // all before it has been handled
+  mutable bool is_wanted_ = false;           // somebody waits for the horizon
+  bool ending_ = false;
+  Counters counters_;
+  Time next_word_{};  // about a disagreement
+  refhost::Work work_{"second opinion"};
+  std::thread thread_;                    // once it has begun
+  std::unique_ptr<refhost::BusTap> tap_;  // last: it uses the others
+};
+
+}  // namespace achost
