@@ -64,8 +64,8 @@ why::Settings settings_of(const std::array<std::int64_t, 5>& values) {
 
 class Play {
  public:
-  Play(const Start& start, const Next& next, Count& count, std::mt19937_64* jitter)
-      : start_(start), next_(next), count_(count), jitter_(jitter), stored_(start.settings) {
+  Play(const Start& start, const Next& next, Count& count, Telling telling, std::uint64_t seed)
+      : start_(start), next_(next), count_(count), telling_(telling), random_(seed), stored_(start.settings) {
     host().reset();
     host().on_call([this](const std::string& call) { has_announced_ |= call == "send identifier_new_card"; });
     host().answer_with([this](const SentMessage&) { return level_ < 0 ? Fields{} : Fields{{"value", level_}}; });
@@ -128,34 +128,49 @@ class Play {
     }
   }
 
+  // Who tells: each in the order in which it happened.
+  enum class Teller { kChanges, kPolls, kAnnouncements };
+
   // The plug-in's own time as the model is told it.
-  Time told() {
+  Time told(Teller teller = Teller::kChanges) {
     auto time = fake_clock::now();
-    if (jitter_ != nullptr) {
-      time += nanoseconds(static_cast<std::int64_t>((*jitter_)() % 2'000'001) - 1'000'000);
-      time = told_ = std::max(told_, time);
+    if (telling_ != Telling::kExactly) {
+      time += nanoseconds(static_cast<std::int64_t>(random_() % 2'000'001) - 1'000'000);
     }
-    return time;
+    auto& latest = told_.at(telling_ == Telling::kFromAfar ? static_cast<std::size_t>(teller) : 0);
+    return latest = std::max(latest, time);
+  }
+
+  // To whichever of the two plays.
+  template <typename What>
+  void tell(What what) {
+    afar_ ? what(*afar_) : what(*model_);
   }
 
   void begin() {
     const auto start = told();
-    model_.emplace(settings_of(stored_), start);
-    model_->answer(level_, start);
-    if (start_.read_before != nanoseconds(0)) {
+    last_round_ = fake_clock::now();
+    if (telling_ == Telling::kFromAfar) {
+      afar_.emplace(settings_of(stored_), kPeriod, start);
+    } else {
+      model_.emplace(settings_of(stored_), start);
+    }
+    tell([&](auto& model) { model.answer(level_, start); });
+    if (model_ && start_.read_before != nanoseconds(0)) {
       model_->read(why::card_value(kTags[0], bits_, ""), start - start_.read_before);
     }
   }
 
   void wait() {
-    if (!model_) {
+    if (!model_ && !afar_) {
       begin();
     } else {
       compare();
     }
     for (;;) {
-      const auto step = next_({fake_clock::now(), marks_});
+      const auto step = telling_ == Telling::kFromAfar ? next_of_plug_in() : next_({fake_clock::now(), marks_});
       if (!step) {
+        look_at_outcomes(fake_clock::now() + std::chrono::hours(1));
         throw End();
       }
       if (step->kind == Kind::kRound) {
@@ -163,11 +178,42 @@ class Play {
       }
       take(*step);
     }
-    const auto before = *model_;
-    const auto at = told();
-    expected_ = model_->round(at);
+    last_round_ = fake_clock::now();
     ++count_.rounds;
-    look_at_promises(before, at);
+    if (model_) {
+      const auto before = *model_;
+      const auto at = told();
+      expected_ = model_->round(at);
+      look_at_promises(before, at);
+    }
+  }
+
+  // The next step, or as much of it as the plug-in's period leaves; or the round that the plug-in has anyway.
+  std::optional<Step> next_of_plug_in() {
+    const auto due = (last_round_ + kPeriod - fake_clock::now()).count();
+    if (due <= 0 || std::exchange(wakes_, false)) {
+      return Step{Kind::kRound};
+    }
+    if (!step_ && !is_last_) {
+      step_ = next_({fake_clock::now(), marks_});
+      is_last_ = !step_;
+      if (is_last_) {
+        return Step{Kind::kTime, 0, due};  // to a last round
+      }
+      if (step_->kind == Kind::kPass || step_->kind == Kind::kMissedPass) {
+        step_->number = std::max(step_->number, nanoseconds(kLeastPass).count());
+      }
+    }
+    if (step_ && takes_time(*step_) && step_->number > due) {
+      step_->number -= due;
+      return Step{Kind::kTime, 0, due};
+    }
+    wakes_ = step_ && step_->kind == Kind::kPass;
+    return std::exchange(step_, std::nullopt);
+  }
+
+  static bool takes_time(const Step& step) {
+    return step.kind == Kind::kTime || step.kind == Kind::kPass || step.kind == Kind::kMissedPass;
   }
 
   // "It would have been from then on": in what was known then, at that instant and not one before.
@@ -186,39 +232,66 @@ class Play {
     }
   }
 
-  // What the model expected of the round that is over, and what the plug-in did.
+  // What the plug-in did in the round that is over, and what the model expected of it.
   void compare() {
-    std::optional<why::Card> announced;
-    if (std::exchange(has_announced_, false)) {
-      const auto messages = host().messages("identifier_new_card");
-      if (messages.size() != announced_before_ + 1) {
-        throw Disagreement{"two cards in one round"};
+    const auto announced = take_announcement();
+    if (announced) {
+      mark_ends();
+    }
+    if (afar_) {
+      if (announced) {
+        afar_->announced(*announced, told(Teller::kAnnouncements));
       }
-      announced = static_cast<why::Card>(std::get<std::int64_t>(messages.back().fields.at(1).second));
-      announced_before_ = messages.size();
+      look_at_outcomes(fake_clock::now());
+      return;
     }
     const auto seen = expected_;
     const auto opinion = model_->settle(expected_, announced, told());
-    if (opinion == why::Opinion::kDisagrees || (jitter_ == nullptr && opinion != why::Opinion::kAgrees)) {
+    if (opinion == why::Opinion::kDisagrees || (telling_ == Telling::kExactly && opinion != why::Opinion::kAgrees)) {
       throw Disagreement{told_of(seen, announced)};
     }
-    tell_of(seen, announced, opinion);
+    tell_of({{}, expected_, announced, opinion});
+    count_.chosen += std::ranges::count_if(seen, &why::Verdict::expected) > 1;
   }
 
-  void tell_of(const std::vector<why::Verdict>& seen, std::optional<why::Card> announced, why::Opinion opinion) {
-    count_.announced += announced.has_value();
-    count_.chosen += std::ranges::count_if(seen, &why::Verdict::expected) > 1;
-    count_.at_boundary += opinion == why::Opinion::kAtBoundary;
-    for (const auto& one : expected_) {
+  void look_at_outcomes(Time now) {
+    if (!afar_) {
+      return;
+    }
+    for (const auto& outcome : afar_->settle(now)) {
+      if (outcome.opinion == why::Opinion::kDisagrees) {
+        throw Disagreement{told_of(outcome.verdicts, outcome.announced)};
+      }
+      tell_of(outcome);
+    }
+  }
+
+  std::optional<why::Card> take_announcement() {
+    if (!std::exchange(has_announced_, false)) {
+      return std::nullopt;
+    }
+    const auto messages = host().messages("identifier_new_card");
+    if (messages.size() != announced_before_ + 1) {
+      throw Disagreement{"two cards in one round"};
+    }
+    announced_before_ = messages.size();
+    return static_cast<why::Card>(std::get<std::int64_t>(messages.back().fields.at(1).second));
+  }
+
+  void mark_ends() {
+    const auto now = fake_clock::now();
+    mark(now + milliseconds(same_tag_timeout_));
+    mark(now + milliseconds(different_tag_timeout_));
+    mark(now + milliseconds(std::max(stored_[3], stored_[4])));
+  }
+
+  void tell_of(const why::Outcome& outcome) {
+    count_.announced += outcome.announced.has_value();
+    count_.at_boundary += outcome.opinion == why::Opinion::kAtBoundary;
+    for (const auto& one : outcome.verdicts) {
       for (const auto& because : one.reasons) {
         ++count_.refused[because.reason];
       }
-    }
-    if (announced) {
-      const auto now = fake_clock::now();
-      mark(now + milliseconds(same_tag_timeout_));
-      mark(now + milliseconds(different_tag_timeout_));
-      mark(now + milliseconds(std::max(stored_[3], stored_[4])));
     }
   }
 
@@ -258,7 +331,7 @@ class Play {
       case Kind::kStore:
         stored_.at(static_cast<std::size_t>(step.what)) = step.number;
         write(static_cast<std::size_t>(step.what));
-        model_->store(settings_of(stored_), told());
+        tell([this](auto& model) { model.store(settings_of(stored_), told()); });
         break;
       case Kind::kTake:
         take_setting(static_cast<std::size_t>(step.what));
@@ -275,6 +348,7 @@ class Play {
         host().set("reader_type", std::string(type_));
         break;
       case Kind::kPass:
+      case Kind::kMissedPass:
         pass(static_cast<unsigned>(step.what), nanoseconds(step.number));
         break;
       case Kind::kRound:
@@ -285,11 +359,11 @@ class Play {
   void change_input(Kind kind, int level) {
     if (kind != Kind::kNotify) {
       level_ = level;
-      model_->answer(level < 0 ? std::nullopt : std::optional(level), told());
+      tell([&](auto& model) { model.answer(level < 0 ? std::nullopt : std::optional(level), told()); });
     }
     if (kind != Kind::kAnswer) {
       handle(gpioNotifiedCallback, "gpio_notified", {{"gpio", kGpio}, {"value", level}});
-      model_->notified(level, told());
+      tell([&](auto& model) { model.notified(level, told()); });
       mark(fake_clock::now() + milliseconds(trigger_timeout_));
       mark(fake_clock::now());
     }
@@ -298,7 +372,7 @@ class Play {
   void take_setting(std::size_t place) {
     handle(configParamSetCallback, "config_param_set",
            {{"module", std::string("uhf")}, {"param", std::string(kKeys.at(place))}});
-    model_->take(static_cast<why::Setting>(place), told());
+    tell([&](auto& model) { model.take(static_cast<why::Setting>(place), told()); });
     stored_[3] = std::stoi(host().get("uhf", "read_interval").value_or("0"));
     stored_[4] = std::stoi(host().get("uhf", "read_interval_diff_tags").value_or("0"));
   }
@@ -307,19 +381,28 @@ class Play {
     uhf_operation_mode_ = 3;
     auto settings = settings_of(stored_);
     settings.operation_mode = why::Mode::kUnknown;
-    const auto at = told();
-    model_->store(settings, at);
-    model_->take(why::Setting::kOperationMode, at);
-    model_->store(settings_of(stored_), at);
+    tell([&, at = told()](auto& model) {
+      model.store(settings, at);
+      model.take(why::Setting::kOperationMode, at);
+      model.store(settings_of(stored_), at);
+    });
   }
 
   void pass(unsigned tags, nanoseconds takes) {
     read_tags(tags, takes);
-    const auto at = told();
+    std::vector<why::Card> cards;
     for (std::size_t tag = 0; tag < kTags.size(); ++tag) {
       if ((tags >> tag & 1) != 0) {
-        model_->read(why::card_value(kTags[tag], bits_, type_), at);
+        cards.push_back(why::card_value(kTags[tag], bits_, type_));
       }
+    }
+    if (afar_) {
+      afar_->poll(cards, told(Teller::kPolls));
+      return;
+    }
+    const auto at = told();
+    for (const auto card : cards) {
+      model_->read(card, at);
     }
   }
 
@@ -341,8 +424,9 @@ class Play {
   Start start_;
   const Next& next_;
   Count& count_;
-  std::mt19937_64* jitter_;
-  Time told_{};
+  Telling telling_;
+  std::mt19937_64 random_;
+  std::array<Time, 3> told_{};  // the latest of each teller
   std::array<std::int64_t, 5> stored_;
   int level_ = 0;
   int bits_ = 32;
@@ -352,27 +436,32 @@ class Play {
   bool has_announced_ = false;
   std::size_t announced_before_ = 0;
   std::vector<Time> marks_;
-  std::optional<why::Suppression> model_;
+  Time last_round_{};
+  std::optional<Step> step_;  // what is left of it
+  bool wakes_ = false;
+  bool is_last_ = false;
+  std::optional<why::Suppression> model_;  // or:
+  std::optional<why::SecondOpinion> afar_;
   std::vector<why::Verdict> expected_;
 };
 
 }  // namespace
 
-std::string play(const Start& start, const Next& next, Count& count, std::mt19937_64* jitter) {
-  return Play(start, next, count, jitter).run();
+std::string play(const Start& start, const Next& next, Count& count, Telling telling, std::uint64_t seed) {
+  return Play(start, next, count, telling, seed).run();
 }
 
-std::string play(const Start& start, const std::vector<Step>& steps, std::mt19937_64* jitter) {
+std::string play(const Start& start, const std::vector<Step>& steps, Telling telling, std::uint64_t seed) {
   Count count;
   std::size_t place = 0;
   return play(
       start, [&](const View&) { return place < steps.size() ? std::optional(steps[place++]) : std::nullopt; }, count,
-      jitter);
+      telling, seed);
 }
 
 std::string text_of(const Start& start, const std::vector<Step>& steps) {
-  constexpr std::array kNames{"time",      "input", "answer", "notify", "store", "take",
-                              "lose_mode", "bits",  "type",   "pass",   "round"};
+  constexpr std::array kNames{"time",      "input", "answer", "notify", "store",       "take",
+                              "lose_mode", "bits",  "type",   "pass",   "missed pass", "round"};
   std::ostringstream text;
   text << "start " << start.clock.count() << " ns, level " << start.level << ", read " << start.read_before.count()
        << " ns before;";
@@ -383,7 +472,7 @@ std::string text_of(const Start& start, const std::vector<Step>& steps) {
     text << "\n  " << kNames.at(static_cast<std::size_t>(step.kind));
     if (step.kind == Kind::kStore || step.kind == Kind::kTake) {
       text << ' ' << kKeys.at(static_cast<std::size_t>(step.what));
-    } else if (step.kind == Kind::kPass) {
+    } else if (step.kind == Kind::kPass || step.kind == Kind::kMissedPass) {
       text << " tags " << step.what << " in";
     }
     text << ' ' << step.number;

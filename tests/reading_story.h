@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "door/why/suppression.h"
+#include "door/why/second_opinion.h"
 
 namespace reading_story {
 
@@ -20,17 +20,18 @@ namespace why = achost::why;
 using why::Time;
 
 enum class Kind {
-  kTime,      // goes on by number ns
-  kInput,     // has level number, and the plug-in hears of it
-  kAnswer,    // has level number as the host answers it; a negative one: the answer does not tell it
-  kNotify,    // is notified of level number, whatever it is
-  kStore,     // setting what has value number in the store
-  kTake,      // the plug-in is told that setting what has changed
-  kLoseMode,  // the plug-in has a mode that is none
-  kBits,      // identification_bits is number
-  kType,      // reader_type is kReaderTypes[number]
-  kPass,      // an inventory takes number ns and has the tags whose bits are set in what
-  kRound,     // the plug-in looks at what was read
+  kTime,        // goes on by number ns
+  kInput,       // has level number, and the plug-in hears of it
+  kAnswer,      // has level number as the host answers it; a negative one: the answer does not tell it
+  kNotify,      // is notified of level number, whatever it is
+  kStore,       // setting what has value number in the store
+  kTake,        // the plug-in is told that setting what has changed
+  kLoseMode,    // the plug-in has a mode that is none
+  kBits,        // identification_bits is number
+  kType,        // reader_type is kReaderTypes[number]
+  kPass,        // an inventory takes number ns and has the tags whose bits are set in what
+  kMissedPass,  // the same, and from afar: the plug-in does not notice, and looks when its period has passed
+  kRound,       // the plug-in looks at what was read
 };
 
 struct Step {
@@ -72,12 +73,23 @@ struct View {
 
 using Next = std::function<std::optional<Step>(const View&)>;
 
-// Plays until there is no next step. Returns the first disagreement, or nothing. jitter: of the times that the model
-// is told, each off by up to a millisecond; it is held to what it says away from its boundaries then.
-std::string play(const Start& start, const Next& next, Count& count, std::mt19937_64* jitter = nullptr);
+// How the model is told. But for the first it is held to what it says away from its boundaries only.
+enum class Telling {
+  kExactly,
+  kNearly,    // times are off by up to a millisecond, in their order
+  kFromAfar,  // the same, and out of order; rounds are not told, nor is it when each was (why::SecondOpinion)
+};
+
+// Told from afar, a story is given what the plug-in does besides: a round in each period, and one after each pass,
+// which takes its time.
+inline constexpr std::chrono::milliseconds kPeriod{50};
+inline constexpr std::chrono::milliseconds kLeastPass{5};
+
+// Plays until there is no next step. Returns the first disagreement, or nothing. seed: of what times are off by.
+std::string play(const Start& start, const Next& next, Count& count, Telling telling, std::uint64_t seed);
 
 // The same with steps that are known.
-std::string play(const Start& start, const std::vector<Step>& steps, std::mt19937_64* jitter = nullptr);
+std::string play(const Start& start, const std::vector<Step>& steps, Telling telling, std::uint64_t seed);
 
 // For a person.
 std::string text_of(const Start& start, const std::vector<Step>& steps);

@@ -90,8 +90,20 @@ void Suppression::change(Settings& settings, const Settings& to, Time at) {
     return;
   }
   doubt(at);
-  settings = to;
+  const auto interval = std::exchange(settings, to).read_interval_diff_tags;
   changed_ = at;
+  if (&settings == &in_force_ && interval != to.read_interval_diff_tags) {
+    interval_changed_ = at;
+    interval_before_ = interval;
+    doubt_interval();
+  }
+}
+
+// Near a change it is not sure which of the two intervals an announcement had.
+void Suppression::doubt_interval() {
+  if (is_near(interval_changed_, last_.at)) {
+    last_.doubtful_until = last_.at + std::max(interval_before_, in_force_.read_interval_diff_tags) + kNear;
+  }
 }
 
 void Suppression::input(std::optional<int> level, Time at) {
@@ -160,7 +172,7 @@ Opinion Suppression::settle(std::vector<Verdict>& verdicts, std::optional<Card> 
   for (auto& one : verdicts) {
     if (one.reading.card == *announced) {
       opinion = one.expected() ? Opinion::kAgrees : one.at_boundary ? Opinion::kAtBoundary : Opinion::kDisagrees;
-      one.reasons = {{.reason = Reason::kAnnounced, .since = at}};
+      one.reasons.insert(one.reasons.begin(), {.reason = Reason::kAnnounced, .since = at});
       one.would_have_been_from.reset();
     } else if (one.expected()) {
       one.reasons = {{Reason::kLostTurn, at, last_.others_from, last_.interval, *announced}};
@@ -185,7 +197,8 @@ Verdict Suppression::verdict(const Reading& reading, Time at) const {
 // Whether readings count at all.
 Suppression::Findings Suppression::findings_at(Time at) const {
   Findings findings;
-  if (at - changed_ <= kNear) {
+  const bool has_input = in_force_.operation_mode == Mode::kTrigger || in_force_.operation_mode == Mode::kInhibit;
+  if (at - changed_ <= kNear || (has_input && has_triggered() && at - triggered_ <= kNear)) {
     findings.doubt();
   }
   look_at_mode(findings, at);
@@ -230,25 +243,24 @@ void Suppression::look_at_others(Findings& findings, const Reading& reading) con
     return;
   }
   const auto reason = last_.is_announcement ? Reason::kOtherCardTooSoon : Reason::kReadBeforeStart;
-  findings.weigh_until(reading.at, {reason, last_.at, last_.others_from, last_.interval, last_.card});
+  const auto from = last_.others_from;
+  findings.weigh(reading.at < from, is_near(reading.at, from) || reading.at < last_.doubtful_until,
+                 {reason, last_.at, from, last_.interval, last_.card});
 }
 
 // Held against the time of the round, not that of the reading.
 void Suppression::look_at_itself(Findings& findings, const Reading& reading, Time at) const {
-  const auto sent = sent_.find(reading.card);
-  if (sent == sent_.end()) {
-    if (at < left_out_until_) {
-      findings.doubt();
-    }
+  const auto found = sent_.find(reading.card);
+  if (found == sent_.end()) {
+    findings.weigh(false, at < left_out_until_, {.reason = Reason::kSameCardTooSoon});
     return;
   }
-  const auto until = sent->second.at + in_force_.read_interval;
-  if (at < until && sent->second.is_doubtful) {
-    findings.doubt();
-  }
+  const auto& sent = found->second;
+  const auto until = sent.at + in_force_.read_interval;
+  const bool may_be_forgotten = sent.is_doubtful || at - (sent.at + memory()) >= -kNear;
   findings.weigh(
-      at < until && !sent->second.is_forgotten, is_near(at, until),
-      {.reason = Reason::kSameCardTooSoon, .since = sent->second.at, .until = until, .value = in_force_.read_interval});
+      at < until && !sent.is_forgotten, is_near(at, until) || (at < until && may_be_forgotten),
+      {.reason = Reason::kSameCardTooSoon, .since = sent.at, .until = until, .value = in_force_.read_interval});
 }
 
 std::optional<Time> Suppression::announced_from(const std::vector<Because>& reasons) const {
@@ -269,8 +281,9 @@ std::optional<Time> Suppression::announced_from(const std::vector<Because>& reas
 milliseconds Suppression::memory() const { return std::max(stored_.read_interval, stored_.read_interval_diff_tags); }
 
 void Suppression::remember(Card card, Time at) {
-  last_ = {card, at, at + in_force_.read_interval_diff_tags, in_force_.read_interval_diff_tags, true};
-  sent_[card] = {at};
+  last_ = {card, at, at + in_force_.read_interval_diff_tags, in_force_.read_interval_diff_tags, true, {}};
+  doubt_interval();
+  sent_[card] = {.at = at, .is_doubtful = at - changed_ <= kNear};
   if (sent_.size() > kMostCards) {
     const auto oldest = std::ranges::min_element(sent_, {}, [](const auto& entry) { return entry.second.at; });
     left_out_until_ = std::max(left_out_until_, oldest->second.at + in_force_.read_interval);

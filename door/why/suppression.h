@@ -89,11 +89,14 @@ class Suppression {
   std::vector<Verdict> round(Time at);
   // An answer of the reader, and its round.
   std::vector<Verdict> poll(Time at, std::span<const Card> cards);
-  // What came of a round: the card announced, if any. Completes the verdicts: it was announced, others lost their turn.
+  // What came of a round: the card announced, if any. Completes the verdicts: it was announced, before
+  // the reasons why it should not have been, and others lost their turn.
   Opinion settle(std::vector<Verdict>& verdicts, std::optional<Card> announced, Time at);
 
   // What must become of a reading that is looked at then, if it is the only one.
   Verdict verdict(const Reading& reading, Time at) const;
+
+  bool is_waiting(Card card) const { return waiting_.contains(card); }
 
   // Cards announced that are remembered.
   std::size_t cards() const { return sent_.size(); }
@@ -111,6 +114,7 @@ class Suppression {
     Time others_from;  // from when on another card may have been read
     milliseconds interval{0};
     bool is_announcement = false;
+    Time doubtful_until{};  // another interval may have been in force
   };
   enum class Use : std::uint8_t { kNone, kUnlikely, kLikely, kSure };  // of readings
   class Findings;
@@ -132,11 +136,14 @@ class Suppression {
   void remember(Card card, Time at);
   void forget(Time at);
   void doubt(Time at);
+  void doubt_interval();
   void change(Settings& settings, const Settings& to, Time at);
 
   Settings stored_;
   Settings in_force_;
-  Time changed_;               // a setting
+  Time changed_;             // a setting
+  Time interval_changed_{};  // read_interval_diff_tags in force
+  milliseconds interval_before_{0};
   Time triggered_{};           // the input went active (trigger) or idle (inhibit); at first when the machine started
   bool is_inhibited_ = false;  // as far as notifications have told in inhibit mode
   std::optional<int> level_;   // of the input, as the host tells it
