@@ -124,10 +124,11 @@ void SecondOpinion::postpone(const Outcome& outcome, const Ahead& ahead) {
     const auto& reading = verdict.reading;
     const auto first = std::ranges::find(before, reading.card, [](const Postponed& one) { return one.reading.card; });
     // Who is expected all the time cannot be missed for longer than a period.
-    const bool goes_on = first != before.end() && first->is_expected && verdict.expected();
+    const bool is_expected = verdict.expected() && !verdict.at_boundary;
+    const bool goes_on = first != before.end() && first->is_expected && is_expected;
     const auto since = goes_on ? first->since : reading.at;
     if (*ahead.next_poll <= since + period_ + Suppression::kNear) {
-      postponed_.push_back({reading, since, verdict.expected()});
+      postponed_.push_back({reading, since, is_expected});
     }
   }
 }
