@@ -11,7 +11,7 @@ constexpr milliseconds kLeastPeriod{10};
 }  // namespace
 
 SecondOpinion::SecondOpinion(const Settings& settings, milliseconds probe_interval, Time start)
-    : model_(settings, start), period_(std::max(probe_interval, kLeastPeriod)), latest_(start) {}
+    : model_(settings, start), period_(std::max(probe_interval, kLeastPeriod)), latest_(start), changed_(start) {}
 
 void SecondOpinion::probe_interval(milliseconds interval) { period_ = std::max(interval, kLeastPeriod); }
 
@@ -59,8 +59,13 @@ std::vector<Outcome> SecondOpinion::settle(Time now) {
 }
 
 void SecondOpinion::handle(Time at, Change& change) {
-  make_silent_round(at);
+  forget_before(at);
+  make(change, at);
+}
+
+void SecondOpinion::make(Change& change, Time at) {
   change.make(model_, at);
+  changed_ = at;
 }
 
 void SecondOpinion::handle(Time at, Announcement& announcement) {
@@ -77,7 +82,7 @@ void SecondOpinion::handle(Time at, Announcement& announcement) {
 }
 
 void SecondOpinion::handle(Time at, Poll& poll) {
-  make_silent_round(at);
+  forget_before(at);
   for (const auto& one : postponed_) {
     model_.read(one.reading.card, one.reading.at);
   }
@@ -88,7 +93,7 @@ void SecondOpinion::handle(Time at, Poll& poll) {
   const auto announced = poll.announced ? poll.announced : ahead.announced;
   const auto decided = announced ? std::max(at, announced->second) : at;
   make_changes(decided);
-  Outcome outcome{at, model_.round(decided), std::nullopt, Opinion::kAgrees};
+  Outcome outcome{at, model_.look(decided), std::nullopt, Opinion::kAgrees};
   doubt(outcome.verdicts, at, decided);
   if (announced) {
     outcome.announced = announced->first;
@@ -154,11 +159,11 @@ SecondOpinion::Poll* SecondOpinion::answer_beside(Time at, Card card) {
   return nullptr;
 }
 
-// The plug-in makes rounds without readings too. The last one before is a period ago, or less.
-void SecondOpinion::make_silent_round(Time at) {
+// The plug-in makes rounds without readings too: the last one was a period ago, or less.
+void SecondOpinion::forget_before(Time at) {
   const auto before = at - period_ - Suppression::kNear;
-  if (before > latest_) {
-    model_.round(before);
+  if (before > changed_) {
+    model_.forget(before);
   }
 }
 
@@ -189,7 +194,7 @@ void SecondOpinion::make_changes(Time until) {
   while (!events_.empty() && events_.begin()->first <= until &&
          std::holds_alternative<Change>(events_.begin()->second)) {
     auto first = events_.extract(events_.begin());
-    std::get<Change>(first.mapped()).make(model_, first.key());
+    make(std::get<Change>(first.mapped()), first.key());
   }
   latest_ = std::max(latest_, until);
 }

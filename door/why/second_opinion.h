@@ -84,7 +84,8 @@ class SecondOpinion {
   void handle(Time at, Poll& poll);
   void handle(Time at, Announcement& announcement);
   Poll* answer_beside(Time at, Card card);
-  void make_silent_round(Time at);
+  void forget_before(Time at);
+  void make(Change& change, Time at);
   Ahead look_ahead(Time until);
   void make_changes(Time until);
   bool has_change(Time until) const;
@@ -95,6 +96,7 @@ class SecondOpinion {
   Suppression model_;
   milliseconds period_;                // between the rounds of the plug-in, at most
   Time latest_;                        // put in order up to then
+  Time changed_;                       // the latest change
   std::multimap<Time, Event> events_;  // to be put in order
   std::vector<Postponed> postponed_;
   Time excused_until_{};  // until then an announcement that nobody expected any more may come

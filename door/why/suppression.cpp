@@ -143,13 +143,18 @@ void Suppression::read(Card card, Time at) {
 }
 
 std::vector<Verdict> Suppression::round(Time at) {
+  auto verdicts = look(at);
+  forget(at);
+  return verdicts;
+}
+
+std::vector<Verdict> Suppression::look(Time at) {
   std::vector<Verdict> verdicts;
   verdicts.reserve(waiting_.size());
   for (const auto& [card, read_at] : waiting_) {
     verdicts.push_back(verdict({card, read_at}, at));
   }
   waiting_.clear();
-  forget(at);
   return verdicts;
 }
 
@@ -283,6 +288,7 @@ milliseconds Suppression::memory() const { return std::max(stored_.read_interval
 void Suppression::remember(Card card, Time at) {
   last_ = {card, at, at + in_force_.read_interval_diff_tags, in_force_.read_interval_diff_tags, true, {}};
   doubt_interval();
+  first_sent_ = sent_.empty() ? at : std::min(first_sent_, at);
   sent_[card] = {.at = at, .is_doubtful = at - changed_ <= kNear};
   if (sent_.size() > kMostCards) {
     const auto oldest = std::ranges::min_element(sent_, {}, [](const auto& entry) { return entry.second.at; });
@@ -294,7 +300,11 @@ void Suppression::remember(Card card, Time at) {
 
 // The end of a round: who is forgotten counts as never announced. A round that uses no reading forgets nobody.
 void Suppression::forget(Time at) {
+  if (sent_.empty() || at - (first_sent_ + memory()) < -kNear) {
+    return;
+  }
   const auto mode = mode_at(at);
+  first_sent_ = at;
   for (auto entry = sent_.begin(); entry != sent_.end();) {
     auto& sent = entry->second;
     const auto over = at - (sent.at + memory());
@@ -304,6 +314,7 @@ void Suppression::forget(Time at) {
     }
     sent.is_forgotten = sent.is_forgotten || (over >= nanoseconds(0) && (mode == Use::kSure || mode == Use::kLikely));
     sent.is_doubtful = sent.is_doubtful || (over >= -kNear && mode != Use::kNone);
+    first_sent_ = std::min(first_sent_, sent.at);
     ++entry;
   }
 }

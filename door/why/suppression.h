@@ -87,6 +87,9 @@ class Suppression {
   void read(Card card, Time at);
   // The plug-in looks at all that waits: what must become of each card, by card. Of those expected one is announced.
   std::vector<Verdict> round(Time at);
+  // The two halves of that: the verdicts, and the end of a round, which forgets who was announced long ago.
+  std::vector<Verdict> look(Time at);
+  void forget(Time at);
   // An answer of the reader, and its round.
   std::vector<Verdict> poll(Time at, std::span<const Card> cards);
   // What came of a round: the card announced, if any. Completes the verdicts: it was announced, before
@@ -134,7 +137,6 @@ class Suppression {
   std::optional<Time> announced_from(const std::vector<Because>& reasons) const;
 
   void remember(Card card, Time at);
-  void forget(Time at);
   void doubt(Time at);
   void doubt_interval();
   void change(Settings& settings, const Settings& to, Time at);
@@ -150,6 +152,7 @@ class Suppression {
   Time level_changed_;
   std::map<Card, Time> waiting_;
   std::unordered_map<Card, Sent> sent_;
+  Time first_sent_;        // none of them was before
   Time left_out_until_{};  // until then a card that is not remembered may be one for which there was no place
   Last last_;
 };
