@@ -148,7 +148,8 @@ Host::Host(const std::filesystem::path& state, Reader& reader, Printer::Form for
       way_out_("way_out", {{"sec_box_rex_changed", [this](ac::Message* request) { let_out(*request); }, false}}),
       watchdog_(refhost::WatchdogTable::instance(), checking_period(watchdog_limit), end_late,
                 [this] { see_that_all_is_well(); }),
-      control_(state, control_table(controlled())) {
+      control_(state, control_table(controlled())),
+      upkeep_("upkeep", [this] { return audit_.tidy(); }) {
   refhost::WatchdogTable::instance().set_limit(watchdog_limit);
   settings_.keep(settings_rules(watchdog_limit));
   for (const auto& fault : settings_.make_safe_for_run()) {
@@ -159,6 +160,7 @@ Host::Host(const std::filesystem::path& state, Reader& reader, Printer::Form for
     refhost::Delivery::mark();  // a handler that fails afterwards is not to write another one
     refhost::announce(entry);
   });
+  audit_.on_damage([this](const std::vector<std::string>& faults) { tell_of_damage("audit.db", faults); });
   audit_.retain([this] { return retention(settings_); });
   tell_of_damage();
   begin_journal();
@@ -171,17 +173,19 @@ Host::Host(const std::filesystem::path& state, Reader& reader, Printer::Form for
 void Host::tell_of_damage() {
   auto settings_faults = reader_.settings_faults();
   std::ranges::copy(settings_.faults(), std::back_inserter(settings_faults));
-  for (const auto& [file, faults] : {std::pair{"settings.db", settings_faults},
-                                     {"audit.db", audit_.faults()},
-                                     {"users.db", users_.faults()},
-                                     {"journal.db", journal_.faults()}}) {
-    std::string text;
-    for (const auto& fault : faults) {
-      text += (text.empty() ? "" : "; ") + fault;
-    }
-    if (!text.empty()) {
-      alarms_.raise(file, text);
-    }
+  tell_of_damage("settings.db", settings_faults);
+  tell_of_damage("audit.db", audit_.faults());
+  tell_of_damage("users.db", users_.faults());
+  tell_of_damage("journal.db", journal_.faults());
+}
+
+void Host::tell_of_damage(const std::string& file, const std::vector<std::string>& faults) {
+  std::string text;
+  for (const auto& fault : faults) {
+    text += (text.empty() ? "" : "; ") + fault;
+  }
+  if (!text.empty()) {
+    alarms_.raise(file, text);
   }
 }
 

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "door/control/control.h"
 #include "door/control/control_commands.h"
@@ -29,6 +30,7 @@
 #include "refhost/instance_lock.h"
 #include "refhost/loader.h"
 #include "refhost/settings_store.h"
+#include "refhost/upkeep.h"
 #include "refhost/watchdog.h"
 
 namespace achost {
@@ -56,6 +58,7 @@ class Host {
 
  private:
   void tell_of_damage();
+  void tell_of_damage(const std::string& file, const std::vector<std::string>& faults);
   void begin_journal();
   bool lets_open() const;
   void see_that_all_is_well();
@@ -99,6 +102,7 @@ class Host {
   refhost::Watchdog watchdog_;
   std::atomic<const refhost::LoadedPlugin*> plugin_ = nullptr;  // once it has started; written by its thread
   ControlServer control_;
+  refhost::Upkeep upkeep_;  // last, so that the stores outlive it
 };
 
 }  // namespace achost

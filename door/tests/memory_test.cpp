@@ -53,6 +53,10 @@ class Story {
     for (int i = 1; i <= 3; ++i) {
       attempt("record", [this] { log_->append({"now", 1, "a record that is too long to be kept in the string"}); });
     }
+    attempt("audit.db", [this] {
+      while (log_->tidy()) {
+      }
+    });
     attempt("user", [this] { users_->put({.id = 7, .name = "Ana"}); });
     attempt("card", [this] { users_->bind(33, 7, "a registration that is too long to be kept in the string"); });
     attempt("owner", [this] { EXPECT_EQ(users_->owner_of(33), 7); });

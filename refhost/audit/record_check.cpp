@@ -1,5 +1,6 @@
 #include "audit/record_check.h"
 
+#include "audit/audit_kind.h"
 #include "refhost/store_report.h"
 
 namespace refhost {
@@ -44,6 +45,18 @@ void RecordCheck::add(const std::string& fault) {
 
 std::string RecordCheck::summary() const {
   return counted(count_, "record") + (count_ == 0 ? "" : ", numbers " + grouped(first_) + " to " + grouped(last_));
+}
+
+void check_records(SQLite::Database& database, const std::string& number, RecordCheck& check) {
+  SQLite::Statement query(database,
+                          "SELECT id, sum, sum = row_sum(id, at, time, type, details) FROM audit_logs "
+                          "WHERE id > " +
+                              number + " ORDER BY id");
+  while (query.executeStep()) {
+    check.take(query.getColumn(0),
+               query.getColumn(1).isNull() ? std::nullopt : std::optional(query.getColumn(2).getInt() == 1));
+  }
+  check.end(database.execAndGet(kLastNumber));
 }
 
 }  // namespace refhost

@@ -1,6 +1,8 @@
 // Audit records held against their numbers and checksums.
 #pragma once
 
+#include <SQLiteCpp/SQLiteCpp.h>
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -35,5 +37,8 @@ class RecordCheck {
   std::int64_t unsaid_ = 0;
   std::vector<std::string> faults_;
 };
+
+// Hand the records after a number to the check. Throws SQLite::Exception.
+void check_records(SQLite::Database& database, const std::string& number, RecordCheck& check);
 
 }  // namespace refhost

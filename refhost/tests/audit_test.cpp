@@ -16,34 +16,11 @@
 #include "ac/exception.h"
 #include "ac_dal/audit_logs.h"
 #include "refhost/log.h"
+#include "refhost/tests/audit_fixture.h"
 #include "refhost/tests/support.h"
 
 namespace refhost::test {
 namespace {
-
-class Audit : public testing::Test {
- protected:
-  Audit() : log_(directory_.path()) { AuditLog::make_current(&log_); }
-  ~Audit() override { AuditLog::make_current(nullptr); }
-
-  std::string file() const { return directory_.path() / "audit.db"; }
-
-  // The records as another process sees them: "id|time|type|details".
-  std::vector<std::string> records() const {
-    std::vector<std::string> result;
-    SQLite::Database database(file());
-    SQLite::Statement query(database,
-                            "SELECT id || '|' || time || '|' || type || '|' || details FROM audit_logs "
-                            "ORDER BY id");
-    while (query.executeStep()) {
-      result.push_back(query.getColumn(0).getString());
-    }
-    return result;
-  }
-
-  TemporaryDirectory directory_;
-  AuditLog log_;
-};
 
 TEST_F(Audit, CreatedRecordIsInTheFileWhenCreateReturns) {
   ac_dal::audit_logs record;
@@ -94,22 +71,6 @@ TEST_F(Audit, ManyThreadsMayAppend) {
   EXPECT_EQ(records().size(), 40U);
 }
 
-// What read() hands out: "id type details".
-std::vector<std::string> read(const std::filesystem::path& directory, const AuditFilter& filter) {
-  std::vector<std::string> found;
-  AuditLog::read(directory, filter, [&](const AuditEntry& entry) {
-    found.push_back(std::to_string(entry.id) + " " + std::to_string(entry.record.type) + " " + entry.record.details);
-  });
-  return found;
-}
-
-std::int64_t now_ms() {
-  return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::system_clock::now().time_since_epoch())
-      .count();
-}
-
-using Texts = std::vector<std::string>;
-
 TEST_F(Audit, ReadHandsOutWhatTheFilterLeaves) {
   log_.append({"t", 1, "a"});
   log_.append({"t", 2, "b"});
@@ -146,111 +107,6 @@ TEST_F(Audit, EachRecordIsToldOnceItIsInTheFile) {
   log_.append({"t", 1, "a"});
   log_.append({"u", 2, "b"});
   EXPECT_EQ(told, Texts({"1t1a", "2u2b"}));
-}
-
-TEST_F(Audit, TheOldestBeyondTheCountGoInTime) {
-  log_.retain([] { return AuditRetention{.keep = 10, .youngest_to_go = 0}; });
-  for (std::size_t i = 1; i <= 300; ++i) {
-    log_.append({"t", 1, std::to_string(i)});
-    ASSERT_GE(read(directory_.path(), {}).size(), std::min<std::size_t>(i, 10)) << "not one more than may go";
-  }
-  const auto left = read(directory_.path(), {});
-  EXPECT_LT(left.size(), 10U + 100U);
-  EXPECT_EQ(left.back(), "300 1 300");
-}
-
-TEST_F(Audit, ARecordTooYoungToGoStaysWhateverTheirNumber) {
-  log_.retain([] { return AuditRetention{.keep = 10, .youngest_to_go = 3'600'000}; });
-  for (int i = 1; i <= 300; ++i) {
-    log_.append({"t", 1, std::to_string(i)});
-  }
-  EXPECT_EQ(records().size(), 300U);
-}
-
-TEST_F(Audit, WithoutACountAllStay) {
-  log_.retain([] { return AuditRetention{.keep = 0, .youngest_to_go = 0}; });
-  for (int i = 1; i <= 250; ++i) {
-    log_.append({"t", 1, ""});
-  }
-  EXPECT_EQ(records().size(), 250U);
-}
-
-class BigAudit : public Audit {
- protected:
-  // So many records of long ago, in one transaction.
-  void fill(int records) {
-    SQLite::Database other(file(), SQLite::OPEN_READWRITE);
-    other.exec(
-        "INSERT INTO audit_logs(time, type, details, at) WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 "
-        "FROM n WHERE i < " +
-        std::to_string(records) + ") SELECT 't', 1, 'details that take some room in a page ' || i, i FROM n");
-    other.exec("PRAGMA wal_checkpoint(TRUNCATE)");
-  }
-
-  std::int64_t count() const {
-    return SQLite::Database(file()).execAndGet("SELECT count(*) FROM audit_logs").getInt64();
-  }
-
-  std::uintmax_t size() const {
-    SQLite::Database(file(), SQLite::OPEN_READWRITE).exec("PRAGMA wal_checkpoint(TRUNCATE)");
-    return std::filesystem::file_size(file());
-  }
-};
-
-TEST_F(BigAudit, OneAppendRemovesAFewAndTheNextGoesOn) {
-  constexpr std::int64_t kMost = 250;
-  fill(5000);
-  log_.retain([] { return AuditRetention{.keep = 10, .youngest_to_go = 0}; });
-  std::int64_t before = count();
-  int appends = 0;
-  for (; before > 110; ++appends) {
-    ASSERT_LT(appends, 30);
-    log_.append({"t", 1, "new"});
-    const std::int64_t after = count();
-    ASSERT_GE(after, before + 1 - kMost);
-    ASSERT_GE(after, 10);
-    before = after;
-  }
-  EXPECT_GE(appends, 5000 / kMost - 1);
-}
-
-// Records of just now look as old by a clock that runs years ahead as these do.
-TEST_F(BigAudit, ByAClockThatMayBeWrongTheNumberAloneDecides) {
-  constexpr std::int64_t kDay = 86'400'000;
-  fill(1500);
-  log_.retain([] { return AuditRetention{.keep = 1000, .youngest_to_go = 30 * kDay, .knows_ages = false}; });
-  log_.append({"t", 1, "new"});
-  EXPECT_EQ(count(), 1501) << "young ones may be among those beyond the number";
-  fill(1500);
-  for (int i = 0; i < 300; ++i) {
-    log_.append({"t", 1, "new"});
-  }
-  EXPECT_GE(count(), 2000);
-  EXPECT_LE(count(), 2100) << "the disk has an end";
-}
-
-TEST_F(BigAudit, TheFileShrinksAfterThem) {
-  fill(20000);
-  const auto before = size();
-  log_.retain([] { return AuditRetention{.keep = 10, .youngest_to_go = 0}; });
-  for (int i = 0; i < 200; ++i) {
-    log_.append({"t", 1, "new"});
-  }
-  EXPECT_LT(size(), before / 4) << "of " << before;
-  EXPECT_EQ(SQLite::Database(file()).execAndGet("PRAGMA integrity_check").getString(), "ok");
-}
-
-TEST_F(BigAudit, RecordsOfATimeAreFoundAlsoWhereTheClockWasSetBack) {
-  SQLite::Database(file(), SQLite::OPEN_READWRITE)
-      .exec(
-          "INSERT INTO audit_logs(time, type, details, at) VALUES('t', 1, 'a', 100), ('t', 1, 'b', 300), "
-          "('t', 1, 'c', 200), ('t', 1, 'd', 250), ('t', 1, 'e', 400)");
-  EXPECT_EQ(read(directory_.path(), {.since = 250}), Texts({"2 1 b", "4 1 d", "5 1 e"}));
-  EXPECT_EQ(read(directory_.path(), {.until = 300}), Texts({"1 1 a", "3 1 c", "4 1 d"}));
-  EXPECT_EQ(read(directory_.path(), {.since = 200, .until = 300}), Texts({"3 1 c", "4 1 d"}));
-  EXPECT_EQ(read(directory_.path(), {.since = 200, .until = 301, .last = 2}), Texts({"3 1 c", "4 1 d"}));
-  EXPECT_EQ(read(directory_.path(), {.since = 401}), Texts());
-  EXPECT_EQ(read(directory_.path(), {.until = 100}), Texts());
 }
 
 TEST_F(Audit, AfterAFailureItWritesAgain) {
@@ -316,7 +172,7 @@ TEST(AuditLog, AFileOfTheSecondVersionIsBroughtUpToDateAndCanShrink) {
   EXPECT_EQ(AuditLog(directory.path()).append({"t", 3, "c"}), 3);
   EXPECT_EQ(read(directory.path(), {.since = 101}), Texts({"2 2 b", "3 3 c"}));
   SQLite::Database database(file);
-  EXPECT_EQ(database.execAndGet("PRAGMA user_version").getInt(), 4);
+  EXPECT_EQ(database.execAndGet("PRAGMA user_version").getInt(), 5);
   EXPECT_EQ(database.execAndGet("PRAGMA auto_vacuum").getInt(), 2) << "in steps";
   const auto report = AuditLog::inspect(directory.path());
   EXPECT_TRUE(report.faults.empty()) << report.faults[0];

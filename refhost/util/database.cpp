@@ -15,8 +15,8 @@
 #include "ac/exception.h"
 #include "refhost/log.h"
 #include "refhost/state_file.h"
+#include "util/damage.h"
 #include "util/row_sum.h"
-#include "util/wal.h"
 
 namespace refhost {
 namespace {
@@ -26,15 +26,10 @@ constexpr int kBusyTimeoutMs = 2000;
 
 constexpr const char* kMakeShrinkable = "PRAGMA auto_vacuum = INCREMENTAL";
 
-// The files that SQLite keeps beside the database.
-constexpr std::array kSuffixes = {"-wal", "-shm"};
-
 // Thrown for a file that SQLite can open but that is broken inside.
 struct Damage : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
-
-bool is_damage(int code) { return code == SQLITE_NOTADB || code == SQLITE_CORRUPT; }
 
 // For SQL: row_sum(VALUE, ...), the checksum of a row.
 void add_row_sum(sqlite3_context* context, int count, sqlite3_value** values) {
@@ -87,7 +82,7 @@ void make_private_file(const std::filesystem::path& file) {
   if (const int fd = open_state_file(file); fd >= 0) {
     close(fd);
   }
-  for (const char* suffix : kSuffixes) {
+  for (const char* suffix : kDatabaseSuffixes) {
     give_to_directorys_owner(file.string() + suffix);
   }
 }
@@ -107,6 +102,7 @@ void bring_up_to_date(SQLite::Database& database, const DatabaseKind& kind, std:
   }
   database.exec("PRAGMA user_version = " + std::to_string(kind.version));
   transaction.commit();
+  database.exec("PRAGMA wal_checkpoint(TRUNCATE)");  // it may be much, which no later transaction is to wait for
 }
 
 // Only a file that has a map of its pages can shrink in steps. One that an older host has made is written anew once,
@@ -120,7 +116,7 @@ void let_it_shrink(SQLite::Database& database, const DatabaseKind& kind) {
     database.exec(kMakeShrinkable);
     database.exec("VACUUM; PRAGMA wal_checkpoint(TRUNCATE)");
   } catch (const SQLite::Exception& failure) {
-    if (is_damage(failure.getErrorCode())) {
+    if (is_damage(failure)) {
       throw;
     }
     log::warning("the " + std::string(kind.noun) + " " + database.getFilename() +
@@ -132,7 +128,9 @@ SQLite::Database open_sound_database(const std::filesystem::path& file, const Da
   make_private_file(file);
   SQLite::Database database = connect(file, SQLite::OPEN_READWRITE);
   const auto version = version_of(database, kind);
-  check_pages(database);
+  if (!kind.is_big) {
+    check_pages(database);
+  }
   if (kind.shrinks && !version.has_value()) {
     database.exec(kMakeShrinkable);  // before the file's first page
   }
@@ -144,92 +142,6 @@ SQLite::Database open_sound_database(const std::filesystem::path& file, const Da
   }
   let_it_shrink(database, kind);
   return database;
-}
-
-// A name beside the file that nothing has yet.
-std::filesystem::path name_for_damaged(const std::filesystem::path& file) {
-  std::array<char, 32> date{};
-  const std::time_t now = std::time(nullptr);
-  std::tm local{};
-  std::strftime(date.data(), date.size(), ".damaged-%Y%m%dT%H%M%S", localtime_r(&now, &local));
-  const std::filesystem::path wanted = file.string() + date.data();
-  std::filesystem::path name = wanted;
-  for (int i = 2; std::filesystem::exists(name); ++i) {
-    name = wanted.string() + "-" + std::to_string(i);
-  }
-  return name;
-}
-
-void tell(const std::string& fault, std::vector<std::string>* faults) {
-  log::warning(fault);
-  if (faults != nullptr) {
-    faults->push_back(fault);
-  }
-}
-
-std::filesystem::path wal_of(const std::filesystem::path& file) { return file.string() + kSuffixes[0]; }
-
-std::string transactions(std::size_t number) {
-  return counted(static_cast<std::int64_t>(number), "acknowledged transaction");
-}
-
-// What is wrong, for those who cannot mend it; empty when nothing is.
-std::string wal_fault(const std::filesystem::path& file) {
-  const auto damage = find_damage(wal_of(file));
-  const std::size_t unseen = damage.hidden + damage.lost;
-  return unseen == 0 ? ""
-                     : transactions(unseen) + " of " + wal_of(file).string() +
-                           " cannot be read, because it is damaged: the next start of a host mends what can be mended";
-}
-
-// Beside the log, for those who can do more with it; what is left to say of that.
-std::string keep_copy_of(const std::filesystem::path& wal) {
-  const auto aside = name_for_damaged(wal);
-  std::error_code failure;
-  std::filesystem::copy_file(wal, aside, failure);
-  give_to_directorys_owner(aside);
-  return failure ? "; it cannot be kept as it was: " + failure.message()
-                 : "; it is kept as it was as " + aside.string();
-}
-
-// Before SQLite has opened the file, and taken what is behind the damage for something that nobody has written. Whether
-// something there stays lost.
-bool mend_wal(const std::filesystem::path& file, std::vector<std::string>* faults) {
-  const auto wal = wal_of(file);
-  const auto damage = find_damage(wal);
-  if (damage.hidden + damage.lost == 0) {
-    return false;
-  }
-  const std::string kept = keep_copy_of(wal);
-  if (damage.hidden > 0) {
-    const bool is_mended = mend(wal, damage);
-    tell(wal.string() + " was damaged: " + counted(static_cast<std::int64_t>(damage.mends.size()), "flipped bit") +
-             " hid " + transactions(damage.hidden) +
-             (is_mended ? ", which can be read again" : ", which are lost, for it cannot be written") + kept +
-             "; examine the disk and the memory",
-         faults);
-  }
-  if (damage.lost > 0) {
-    tell(transactions(damage.lost) + " or more of " + wal.string() + " cannot be read, because it is damaged" + kept +
-             "; restore a copy of " + file.string() + ", or go on without them",
-         faults);
-  }
-  return damage.lost > 0;
-}
-
-// With its log, in which the latest records may be.
-void keep_aside(const std::filesystem::path& file, const DatabaseKind& kind, const char* damage,
-                std::vector<std::string>* faults) {
-  const auto aside = name_for_damaged(file);
-  std::filesystem::rename(file, aside);
-  for (const char* suffix : kSuffixes) {
-    if (std::filesystem::exists(file.string() + suffix)) {
-      std::filesystem::rename(file.string() + suffix, aside.string() + suffix);
-    }
-  }
-  tell("the " + std::string(kind.noun) + " " + file.string() + " is damaged (" + damage + "): it is kept as " +
-           aside.string() + ", and a new one is begun",
-       faults);
 }
 
 // What a crash has cut off in the middle must be rolled back before anybody can read, which takes writing.
@@ -259,13 +171,17 @@ void refuse_shared(const std::filesystem::path& directory) {
 
 }  // namespace
 
+bool is_damage(const SQLite::Exception& failure) {
+  return failure.getErrorCode() == SQLITE_NOTADB || failure.getErrorCode() == SQLITE_CORRUPT;
+}
+
 SQLite::Database open_database(const std::filesystem::path& file, const DatabaseKind& kind,
                                const std::function<void()>& on_damage, std::vector<std::string>* faults) {
-  const auto begin_anew = [&](const char* damage) {
+  const auto put_aside = [&](const char* damage) {
     if (on_damage) {
       on_damage();
     }
-    keep_aside(file, kind, damage, faults);
+    keep_aside(file, kind.noun, damage, faults);
   };
   try {
     const bool has_lost = mend_wal(file, faults);
@@ -276,17 +192,31 @@ SQLite::Database open_database(const std::filesystem::path& file, const Database
       }
       return database;
     } catch (const Damage& damage) {
-      begin_anew(damage.what());
+      put_aside(damage.what());
     } catch (const SQLite::Exception& failure) {
-      if (!is_damage(failure.getErrorCode())) {
+      if (!is_damage(failure)) {
         throw;
       }
-      begin_anew(failure.what());
+      put_aside(failure.what());
     }
     return open_sound_database(file, kind);
   } catch (const SQLite::Exception& failure) {
     throw_database_failure(file, kind, failure);
   }
+}
+
+SQLite::Database begin_database_anew(const std::filesystem::path& file, const DatabaseKind& kind,
+                                     const std::string& damage, std::vector<std::string>* faults) {
+  keep_aside(file, kind.noun, damage, faults);
+  try {
+    return open_sound_database(file, kind);
+  } catch (const SQLite::Exception& failure) {
+    throw_database_failure(file, kind, failure);
+  }
+}
+
+SQLite::Database open_database_again(const std::filesystem::path& file) {
+  return connect(file, SQLite::OPEN_READWRITE);
 }
 
 SQLite::Database open_database_beside_owner(const std::filesystem::path& file, const DatabaseKind& kind) {
@@ -311,7 +241,7 @@ SQLite::Database open_database_beside_owner(const std::filesystem::path& file, c
   } catch (const Damage& damage) {
     throw damaged(damage.what());
   } catch (const SQLite::Exception& failure) {
-    if (is_damage(failure.getErrorCode())) {
+    if (is_damage(failure)) {
       throw damaged(failure.what());
     }
     throw_database_failure(file, kind, failure);
@@ -360,7 +290,7 @@ void throw_database_failure(const std::filesystem::path& file, const DatabaseKin
                             const SQLite::Exception& failure) {
   const int code = failure.getErrorCode();
   const std::string noun = std::string(kind.noun);
-  throw ac::ac_exception(is_damage(code) || code == SQLITE_ERROR
+  throw ac::ac_exception(is_damage(failure) || code == SQLITE_ERROR
                              ? file.string() + " is no readable " + noun + " (" + failure.what() + "): " + kind.way_out
                              : "the " + noun + " " + file.string() + " cannot be used: " + reason_of(file, failure),
                          true);

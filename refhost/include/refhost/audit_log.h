@@ -50,8 +50,8 @@ struct AuditRetention {
 class AuditLog {
  public:
   // Open DIRECTORY/audit.db; directory (mode 0700) and file are made when missing, a file of an older version is
-  // brought up to date, a damaged one kept under another name. Throws ac::ac_exception, with nothing changed, when the
-  // file is no audit log or is of a newer version.
+  // brought up to date, one that shows its damage kept under another name. Throws ac::ac_exception, with nothing
+  // changed, when the file is no audit log or is of a newer version.
   explicit AuditLog(const std::filesystem::path& directory);
   ~AuditLog();
   AuditLog(const AuditLog&) = delete;
@@ -61,16 +61,26 @@ class AuditLog {
   // not append. To be set before other threads use the log.
   void on_append(std::function<void(const AuditEntry&)> callback);
 
-  // What append() may remove, asked at each call. To be set before other threads use the log; at the start all stays.
+  // Called with all faults(), with the log locked, when another one is found. To be set before other threads use the
+  // log.
+  void on_damage(std::function<void(const std::vector<std::string>&)> callback);
+
+  // What tidy() may remove, asked at each call. To be set before other threads use the log; at the start all stays.
   void retain(std::function<AuditRetention()> rule);
 
-  // Append a record; it is on the disk when the call returns. Returns its number. Now and then, in the same
-  // transaction, it removes the oldest records beyond the rule. Throws ac::ac_exception, which names the file; nothing
-  // is changed then, and a later call may succeed.
+  // Append a record; it is on the disk when the call returns. Returns its number. A file that
+  // proves damaged is kept under another name first, and a new one begun. Throws ac::ac_exception, which names the
+  // file; nothing is changed then, and a later call may succeed.
   std::int64_t append(const AuditRecord& record);
 
-  // What was wrong with the file when it was opened, a line each: damage, and what the newest records lack.
-  const std::vector<std::string>& faults() const;
+  // Do a little of what can wait, and tell whether there is more; to be called again and again, see upkeep.h. Who
+  // appends waits for a part of it that takes a millisecond or so. The first call examines all pages, which opening
+  // does not: a damaged file is kept under another name, and a new one begun. The others remove some of the oldest
+  // records beyond the rule, and note between which times the new ones lie. Throws ac::ac_exception.
+  bool tidy();
+
+  // What was wrong with the file when it was opened, and since, a line each: damage, and what the newest records lack.
+  std::vector<std::string> faults() const;
 
   // Close the file for good, at the end of the process. A thread that appends from now on waits for that end.
   void seal();
@@ -89,6 +99,9 @@ class AuditLog {
   static StoreReport inspect(const std::filesystem::path& directory);
 
  private:
+  bool tidy_file();
+  void examine();
+
   struct Impl;
   std::unique_ptr<Impl> impl_;
 };

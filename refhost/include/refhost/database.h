@@ -21,11 +21,12 @@ struct DatabaseKind {
   int version;         // kept in the file as user_version
   const char* schema;  // the SQL that makes its tables
   // The SQL that brings a file of version 1 to 2, one of 2 to 3, and so on.
-  std::array<const char*, 3> upgrades = {};
+  std::array<const char*, 4> upgrades = {};
   const char* probe;                 // a query that succeeds on a file of this kind
   const char* way_out;               // what a person can do about a file that cannot be read
   const char* wrong_rows = nullptr;  // a query that finds rows which are not as they were written: it is damaged then
   bool shrinks = false;  // the room of removed rows can be given back in steps ("PRAGMA incremental_vacuum")
+  bool is_big = false;   // opening it does not read all of it: its pages are examined beside the work (store_care.h)
 };
 
 // A file that only the owner of the state directory (instance_lock.h) may make, bring up to date or keep aside.
@@ -46,8 +47,19 @@ SQLite::Database open_database(const std::filesystem::path& file, const Database
                                const std::function<void()>& on_damage = nullptr,
                                std::vector<std::string>* faults = nullptr);
 
-// The same for another process beside the owner. Throws NeedsOwner, with nothing changed, when the file is missing, of
-// an older version or damaged.
+// For the owner, once it has the file open and finds it damaged: what open_database() does with a damaged one. What is
+// open of it stays so, under the other name.
+SQLite::Database begin_database_anew(const std::filesystem::path& file, const DatabaseKind& kind,
+                                     const std::string& damage, std::vector<std::string>* faults);
+
+// Another connection of whoever has the file open already.
+SQLite::Database open_database_again(const std::filesystem::path& file);
+
+// Whether the file itself is broken, and not the disk, the memory or the statement.
+bool is_damage(const SQLite::Exception& failure);
+
+// The same as open_database() for another process beside the owner. Throws NeedsOwner, with nothing changed, when the
+// file is missing, of an older version or damaged.
 SQLite::Database open_database_beside_owner(const std::filesystem::path& file, const DatabaseKind& kind);
 
 // The same for reading only; nothing when there is no file, or one that nobody has come to write to. A damaged file is
