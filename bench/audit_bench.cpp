@@ -9,6 +9,7 @@
 
 #include "ac_dal/audit_logs.h"
 #include "refhost/audit_log.h"
+#include "refhost/upkeep.h"
 #include "store.h"
 #include "table.h"
 
@@ -69,6 +70,7 @@ int main() {
   refhost::AuditLog log(directory.path());
   log.on_append([](const refhost::AuditEntry& entry) { refhost::announce(entry); });
   log.retain([] { return refhost::AuditRetention{.keep = 100'000, .youngest_to_go = 86'400'000}; });
+  const refhost::Upkeep upkeep("upkeep", [&log] { return log.tidy(); });
   refhost::AuditLog::make_current(&log);
   std::vector<double> of_bare;
   std::vector<double> of_host;
@@ -78,7 +80,7 @@ int main() {
   }
   const auto micro = [](double time) { return number(time) + " µs"; };
   print_row("host: an audit record, on the disk", micro(median(of_host)), ratio_of(median(of_host), median(of_bare)),
-            "ratio 1.15");
+            "ratio 1.08");
   print_row("a bare SQLite insert with the same pragmas", micro(median(of_bare)));
   return 0;
 }
