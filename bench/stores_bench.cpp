@@ -16,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include "full_log.h"
 #include "refhost/audit_log.h"
 #include "refhost/upkeep.h"
 #include "store.h"
@@ -54,23 +55,6 @@ void run(std::vector<std::string> words) {
     throw std::runtime_error(words[0] + " " + words[1] + " " + words[2] + " failed");
   }
   posix_spawn_file_actions_destroy(&actions);
-}
-
-// One record in five seconds, the times as older hosts wrote them, without a zone.
-void fill_log(const fs::path& directory) {
-  { const refhost::AuditLog log(directory); }
-  SQLite::Database database(directory / "audit.db", SQLite::OPEN_READWRITE);
-  database.exec("PRAGMA synchronous = OFF");
-  database.exec(
-      "INSERT INTO audit_logs(time, type, details, at) WITH RECURSIVE records(i) AS (SELECT 0 UNION ALL SELECT i + 1 "
-      "FROM records WHERE i < " +
-      std::to_string(kRecords - 1) +
-      ") SELECT strftime('%Y-%m-%d %H:%M:%S', 1767323045 + 5 * i, 'unixepoch', 'localtime') || '.006', 1 + i % 8, "
-      "'Config changed: [uhf]>[read_interval] [value=' || i || ']', (1767323045 + 5 * i) * 1000 + 6 FROM records");
-  database.exec("PRAGMA wal_checkpoint(TRUNCATE)");
-  refhost::AuditLog log(directory);
-  while (log.tidy()) {
-  }
 }
 
 void fill_users(const std::string& achost, const fs::path& directory) {
@@ -199,7 +183,7 @@ void retention(const fs::path& directory) {
 
 int main(int, char** arguments) {
   const TemporaryDirectory directory;
-  fill_log(directory.path());
+  fill_log(directory.path(), kRecords);
   fill_users(arguments[1], directory.path());
   lists(arguments[1], directory.path());
   retention(directory.path());
