@@ -110,6 +110,25 @@ TEST_F(Device, DamagedDatabasesAreKeptAsideAndSaid) {
   }
 }
 
+TEST_F(Device, AnAuditLogWithADamagedPageIsAnAlarmOnceTheDoorReadsAndIsBegunAnew) {
+  start();
+  end();
+  const auto file = state() + "/audit.db";
+  SQLite::Database(file, SQLite::OPEN_READWRITE)
+      .exec(
+          "INSERT INTO audit_logs(time, type, details) WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n "
+          "WHERE i < 20000) SELECT 't', 1, 'details that take some room in a page' FROM n");
+  std::fstream(file, std::ios::in | std::ios::out).seekp(100 * 4096) << std::string(4096, 'x');
+  start();
+  const auto alarm = next_event("alarm");
+  EXPECT_EQ(alarm.at("name"), "audit.db");
+  EXPECT_THAT(std::string(alarm.at("text")), HasSubstr("the audit log " + file + " is damaged ("));
+  EXPECT_THAT(status().at("alarms").dump(), HasSubstr("it is kept as " + file + ".damaged-"));
+  output({"config", "set", "read_interval", "500"});
+  EXPECT_THAT(output({"audit", "list"}), HasSubstr("[value=500]"));
+  EXPECT_EQ(command({"check"}).status, 0);
+}
+
 TEST_F(Device, ADamagedWriteAheadLogIsAnAlarmAndTheDoorOpens) {
   start();
   output({"config", "set", "read_interval", "500"});
