@@ -3,6 +3,7 @@
 #include <pthread.h>
 
 #include <exception>
+#include <new>
 #include <utility>
 
 #include "ac/util.h"
@@ -38,12 +39,21 @@ bool Upkeep::take_step() {
   const Work::Step step(work_);
   try {
     return step_();
-  } catch (const std::exception& failure) {
-    if (last_failure_ != failure.what()) {
-      log::warning(failure.what());
-      last_failure_ = failure.what();
-    }
+  } catch (const std::bad_alloc&) {  // there will be memory again, which saying it needs too
     return false;
+  } catch (const std::exception& failure) {
+    say(failure.what());
+    return false;
+  }
+}
+
+void Upkeep::say(const char* failure) noexcept {
+  try {
+    if (last_failure_ != failure) {
+      log::warning(failure);
+      last_failure_ = failure;
+    }
+  } catch (const std::bad_alloc&) {  // said the next time
   }
 }
 

@@ -29,6 +29,7 @@ class Upkeep {
  private:
   void run(const std::string& name);
   bool take_step();
+  void say(const char* failure) noexcept;
 
   const std::function<bool()> step_;
   const std::chrono::milliseconds rest_;
