@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <new>
 #include <stdexcept>
 #include <vector>
 
@@ -45,6 +46,22 @@ TEST(Upkeep, SaysAFailureOnceAndTriesAgain) {
   const auto first = log.find("the disk is full");
   EXPECT_NE(first, std::string::npos);
   EXPECT_EQ(log.find("the disk is full", first + 1), std::string::npos) << log;
+}
+
+TEST(Upkeep, TriesAgainWhatLackedMemoryAndNeedsNoneToSaySo) {
+  Recorder<int> steps;
+  capture_log();
+  {
+    const Upkeep upkeep(
+        "test",
+        [&]() -> bool {
+          steps.add(0);
+          throw std::bad_alloc();
+        },
+        milliseconds(1));
+    EXPECT_EQ(steps.wait_for(3).size() >= 3, true);
+  }
+  EXPECT_EQ(captured_log(), "");
 }
 
 TEST(Upkeep, EndsWithoutAStepThatIsNotDue) {
