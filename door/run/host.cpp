@@ -226,8 +226,8 @@ void Host::start_plugin(const std::string& path) {
   settings_.check_rules();
   settings_.begin_run();
   if (reader_.line() != nullptr) {
-    second_opinion_.begin();
-    reader_.on_exchange([this](line::Exchange exchange) { second_opinion_.saw(std::move(exchange)); });
+    readings_.begin();
+    reader_.on_exchange([this](line::Exchange exchange) { readings_.saw(std::move(exchange)); });
   }
   std::set_terminate(end_terminated);
   std::thread([this, path] { run_plugin(path); }).detach();
@@ -247,7 +247,7 @@ ControlledHost Host::controlled() {
           .why = {.state = state_,
                   .name_of = [this](std::int64_t user) { return users_.name_of(user); },
                   .live = reader_.line() == nullptr ? std::function<std::vector<why::ToldSighting>()>()
-                                                    : [this] { return second_opinion_.sightings(); }},
+                                                    : [this] { return readings_.sightings(); }},
           .second_opinion = [this] { return second_opinion(); },
           .plugin = [this] { return plugin(); }};
 }
@@ -328,7 +328,7 @@ void Host::print_end(const Ending::Outcome& outcome) {
 // nothing that was acknowledged is lost.
 void Host::close_and_exit(int status) {
   std::vector<std::pair<const char*, std::function<void()>>> steps = {
-      {"the control socket", [this] { control_.unlink(); }}, {"the sightings", [this] { second_opinion_.end(); }},
+      {"the control socket", [this] { control_.unlink(); }}, {"the sightings", [this] { readings_.end(); }},
       {"the settings", [this] { settings_.seal(); }},        {"the audit log", [this] { audit_.seal(); }},
       {"users and cards", [this] { users_.seal(); }},        {"the journal", [this] { journal_.seal(); }},
   };
@@ -365,7 +365,7 @@ Json Host::second_opinion() const {
   if (reader_.line() == nullptr) {
     return nullptr;
   }
-  const auto [readings, disagreements, left_out] = second_opinion_.counters();
+  const auto [readings, disagreements, left_out] = readings_.counters();
   return {{"readings", readings}, {"disagreements", disagreements}, {"left_out", left_out}};
 }
 

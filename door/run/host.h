@@ -17,7 +17,7 @@
 #include "door/run/printer.h"
 #include "door/run/reader.h"
 #include "door/run/reader_watch.h"
-#include "door/run/second_opinion.h"
+#include "door/run/reading_watch.h"
 #include "door/run/supervisor.h"
 #include "door/services/alarms.h"
 #include "door/services/door_service.h"
@@ -96,7 +96,7 @@ class Host {
   IdentifierService identifier_{users_, changes_, books_};
   EnrollerService enroller_{users_};
   const JournalFeed journal_feed_{books_.note};  // before who tells of the reader's states
-  SecondOpinion second_opinion_{settings_, gpio_, books_.note};
+  ReadingWatch readings_{settings_, gpio_, books_.note};
   const ReaderWatch reader_watch_;
   const refhost::Subscriber way_out_;  // for as long as no plug-in handles exit requests
   refhost::Watchdog watchdog_;

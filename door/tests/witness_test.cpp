@@ -60,12 +60,18 @@ class WitnessTest : public testing::Test {
   void poll_until(Time end, const std::vector<Bytes>& frames) {
     for (; now_ < end; now_ += milliseconds(20)) {
       witness_.saw(poll(now_, frames));
+      witness_.pass(now_);
     }
   }
   void announce(Card card) { witness_.announced(card, now_ - milliseconds(20) + microseconds(200)); }
 
+  // Until all that has happened is known.
+  std::vector<Sighting> sightings() {
+    witness_.pass(now_ + SecondOpinion::kPatience);
+    return witness_.sightings();
+  }
   Sighting only_one() {
-    const auto all = witness_.sightings();
+    const auto all = sightings();
     EXPECT_THAT(all, SizeIs(1));
     return all.empty() ? Sighting{} : all.front();
   }
@@ -99,6 +105,7 @@ TEST_F(WitnessTest, ACardIsAnnouncedAndThenReadTooSoon) {
   EXPECT_THAT(fates(sighting), ElementsAre(std::pair(Reason::kAnnounced, 1), std::pair(Reason::kSameCardTooSoon, 49)));
   EXPECT_EQ(sighting.fates[1].from, kBegin + milliseconds(20));
   EXPECT_EQ(sighting.fates[1].to, kBegin + milliseconds(980));
+  sightings();
   EXPECT_THAT(disagreements_, IsEmpty());
 }
 
@@ -113,15 +120,16 @@ TEST_F(WitnessTest, EachAnnouncementBeginsAChapter) {
               ElementsAre(std::pair(Reason::kAnnounced, 1), std::pair(Reason::kSameCardTooSoon, 148),
                           std::pair(Reason::kAnnounced, 1), std::pair(Reason::kSameCardTooSoon, 148),
                           std::pair(Reason::kAnnounced, 1), std::pair(Reason::kSameCardTooSoon, 148)));
+  sightings();
   EXPECT_THAT(disagreements_, IsEmpty());
 }
 
 TEST_F(WitnessTest, AnAnnouncementThatIsDueAndDoesNotComeIsADisagreement) {
-  poll_until(kBegin + milliseconds(200), {report(kFirst)});
+  poll_until(kBegin + seconds(1), {report(kFirst)});
   ASSERT_FALSE(disagreements_.empty());
   EXPECT_EQ(disagreements_.front().card, kCard);
   EXPECT_FALSE(disagreements_.front().was_announced);
-  EXPECT_EQ(disagreements_.front().at, kBegin);
+  EXPECT_LE(disagreements_.front().at, kBegin + 2 * Witness::kLate);
   EXPECT_EQ(fates(only_one()).front().first, Reason::kUnexplained);
 }
 
@@ -138,6 +146,7 @@ TEST_F(WitnessTest, AnAnnouncementThatIsNotToBeIsADisagreementWithItsReasons) {
   announce(kCard);
   poll_until(kBegin + seconds(1), {report(kFirst)});
   announce(kCard);
+  sightings();
   ASSERT_THAT(disagreements_, SizeIs(1));
   EXPECT_TRUE(disagreements_.front().was_announced);
   ASSERT_THAT(disagreements_.front().reasons, SizeIs(1));
@@ -147,6 +156,7 @@ TEST_F(WitnessTest, AnAnnouncementThatIsNotToBeIsADisagreementWithItsReasons) {
 TEST_F(WitnessTest, AnAnnouncementOfACardThatNobodyHasReadIsADisagreement) {
   poll_until(kBegin + milliseconds(200), {kNothingRead});
   announce(kCard);
+  sightings();
   ASSERT_THAT(disagreements_, SizeIs(1));
   EXPECT_THAT(disagreements_.front().reasons, IsEmpty());
 }
@@ -157,6 +167,7 @@ TEST_F(WitnessTest, AnAnnouncementNearABoundaryIsNone) {
   poll_until(kBegin + milliseconds(2990), {report(kFirst)});
   witness_.saw(poll(kBegin + milliseconds(2999), {report(kFirst)}));
   witness_.announced(kCard, kBegin + milliseconds(2999));
+  sightings();
   EXPECT_THAT(disagreements_, IsEmpty());
 }
 
@@ -165,17 +176,18 @@ TEST_F(WitnessTest, OneOfTwoCardsLosesItsTurnAndIsThenTooSoonAfterTheOther) {
   now_ += milliseconds(20);
   announce(kCard);
   poll_until(kBegin + milliseconds(200), {kNothingRead, report(kFirst), report(kSecond)});
-  const auto all = witness_.sightings();
+  const auto all = sightings();
   ASSERT_THAT(all, SizeIs(2));
   const auto& second = all[0].card == kOther ? all[0] : all[1];
   EXPECT_THAT(fates(second), ElementsAre(std::pair(Reason::kLostTurn, 1), std::pair(Reason::kOtherCardTooSoon, 9)));
+  sightings();
   EXPECT_THAT(disagreements_, IsEmpty());
 }
 
 TEST_F(WitnessTest, TheFirstHalfOfAnAnswerIsNotUsed) {
   poll_until(kBegin + milliseconds(100), {report(kFirst), report(kSecond)});
   announce(kOther);
-  const auto all = witness_.sightings();
+  const auto all = sightings();
   ASSERT_THAT(all, SizeIs(2));
   const auto& first = all[0].card == kCard ? all[0] : all[1];
   ASSERT_THAT(fates(first), ElementsAre(std::pair(Reason::kHalfNotUsed, 5)));
@@ -187,6 +199,7 @@ TEST_F(WitnessTest, AResponseInTheHalfThatCountsSpoilsIt) {
   poll_until(kBegin + milliseconds(100), {report(kFirst), kNothingRead});
   poll_until(kBegin + milliseconds(200), {report(kFirst), report(kFirst), kNothingRead});
   EXPECT_THAT(fates(only_one()), ElementsAre(std::pair(Reason::kHalfNotUsed, 10), std::pair(Reason::kAnswerEnded, 5)));
+  sightings();
   EXPECT_THAT(disagreements_, IsEmpty());
 }
 
@@ -196,6 +209,7 @@ TEST_F(WitnessTest, WhatComesAfterABadFrameIsNotUsedNorWhatHasNoEnd) {
   poll_until(kBegin + milliseconds(100), {bad, report(kFirst)});
   poll_until(kBegin + milliseconds(200), {report(kFirst), Bytes{0x7F, 2}});
   EXPECT_THAT(fates(only_one()), ElementsAre(std::pair(Reason::kBadFrame, 10)));
+  sightings();
   EXPECT_THAT(disagreements_, IsEmpty());
 }
 
@@ -205,10 +219,11 @@ TEST_F(WitnessTest, AnAnswerInPiecesSaysSoAndIsNoDisagreement) {
     exchange.may_have_seemed_whole = true;
     witness_.saw(exchange);
   }
-  auto all = witness_.sightings();
+  auto all = sightings();
   ASSERT_THAT(all, SizeIs(2));
   EXPECT_THAT(fates(all[0].card == kCard ? all[0] : all[1]), ElementsAre(std::pair(Reason::kAnswerInPieces, 10)));
   announce(kCard);
+  sightings();
   EXPECT_THAT(disagreements_, IsEmpty());
 }
 
@@ -234,11 +249,12 @@ TEST_F(WitnessTest, ACardThatStaysIsToldEachMinute) {
   ASSERT_THAT(over_, SizeIs(2));
   for (const auto& part : over_) {
     EXPECT_TRUE(part.goes_on);
-    EXPECT_EQ(part.polls, 3000);
+    EXPECT_EQ(part.last - part.first, std::chrono::minutes(1));
   }
   witness_.end();
   ASSERT_THAT(over_, SizeIs(3));
   EXPECT_FALSE(over_.back().goes_on);
+  EXPECT_EQ(over_[0].polls + over_[1].polls + over_[2].polls, 121 * 50);
 }
 
 TEST_F(WitnessTest, TheFatesOfASightingAddUpToItsPolls) {
@@ -261,7 +277,9 @@ TEST_F(WitnessTest, AnotherCardValueIsAnotherSighting) {
   now_ += seconds(4);
   poll_until(now_ + milliseconds(20), {report(Bytes{0xE2, 0, 1, 33})});
   poll_until(now_ + milliseconds(20), {report(kFirst)});
+  sightings();
   ASSERT_THAT(over_, SizeIs(1));
+  EXPECT_EQ(over_.front().card, kCard);
   EXPECT_TRUE(over_.front().goes_on);
 }
 
@@ -269,7 +287,8 @@ TEST_F(WitnessTest, MoreTagsThanThereIsRoomForAreLeftOutAndCounted) {
   for (std::size_t i = 0; i < Witness::kMostSightings + 10; ++i) {
     witness_.saw(poll(now_, {report({1, static_cast<std::uint8_t>(i >> 8U), static_cast<std::uint8_t>(i), 1})}));
   }
-  EXPECT_EQ(witness_.sightings().size(), Witness::kMostSightings);
+  witness_.end();
+  EXPECT_EQ(over_.size(), Witness::kMostSightings);
   EXPECT_EQ(witness_.left_out(), 10U);
 }
 

@@ -1,46 +1,34 @@
 #include "door/why/witness.h"
 
 #include <algorithm>
-#include <string_view>
 #include <utility>
 
 namespace achost::why {
 namespace {
 
-// A fate holds at least until something happens, or the first of its reasons ends; and it is looked up now and then.
-constexpr milliseconds kLookAgain{100};
-
 // A card that has left is seen to have in two polls, unless nobody polls any more.
 constexpr std::uint64_t kPollsWithout = 2;
 constexpr std::chrono::seconds kNobodyPolls{30};
 
-std::string_view key_of(const line::Bytes& epc) { return {reinterpret_cast<const char*>(epc.data()), epc.size()}; }
+// What the plug-in has left of an answer it may take for the next one, for as long as the line lets it lie.
+constexpr std::chrono::seconds kOutOfStep{1};
 
 }  // namespace
 
 struct Witness::Presence {
   Sighting sighting;
-  WitnessSettings settings;       // that its card value was made with
-  std::uint64_t last_poll = 0;    // that read it
-  std::optional<Time> last_used;  // the last reading that the plug-in takes,
-  bool is_sure = true;            // or may take
-
-  std::size_t chapter = 0;  // the first fate since it was announced last
-
-  // The fate of its readings until then, while the version is the same.
-  std::size_t fate = 0;
-  std::uint64_t version = 0;
-  Time until;
-
-  // Readings whose fate is not known yet.
-  std::int64_t waiting = 0;
-  Time waiting_since;
+  WitnessSettings settings;     // that its card value was made with
+  std::uint64_t last_poll = 0;  // that read it,
+  Time last_read;               // and when
+  std::size_t chapter = 0;      // the first fate since it was announced last
+  std::int64_t waiting = 0;     // readings that the plug-in has missed so far, and may still look at,
+  Time waiting_since;           // from then on
 
   // The fate with these reasons, in this chapter.
   Fate& fate_with(const std::vector<Because>& reasons, Time at) {
     auto& fates = sighting.fates;
-    const auto begin = fates.begin() + static_cast<std::ptrdiff_t>(chapter);
-    const auto found = std::find_if(begin, fates.end(), [&](const Fate& one) {
+    const auto first = fates.begin() + static_cast<std::ptrdiff_t>(chapter);
+    const auto found = std::find_if(first, fates.end(), [&](const Fate& one) {
       return std::ranges::equal(one.reasons, reasons, {}, &Because::reason, &Because::reason);
     });
     return found != fates.end() ? *found : fates.emplace_back(Fate{.from = at, .to = at, .reasons = reasons});
@@ -50,47 +38,53 @@ struct Witness::Presence {
 Witness::Witness(WitnessSettings settings, Time start, std::function<void(const Sighting&)> on_sighting,
                  std::function<void(const Disagreement&)> on_disagreement)
     : settings_(std::move(settings)),
-      model_(settings_.rules, start),
+      second_opinion_(settings_.rules, std::max(settings_.probe_interval, kLate), start),
       on_sighting_(std::move(on_sighting)),
       on_disagreement_(std::move(on_disagreement)),
-      now_(start) {}
+      latest_(start) {}
 
 Witness::~Witness() = default;
 
-Time Witness::forward(Time at) {
-  now_ = std::max(now_, at);
-  return now_;
-}
-
 void Witness::apply(const WitnessSettings& settings, Time at) {
   settings_ = settings;
-  model_.apply(settings.rules, forward(at));
-  ++version_;
+  second_opinion_.apply(settings.rules, at);
+  second_opinion_.probe_interval(std::max(settings.probe_interval, kLate));
 }
 
-void Witness::input(std::optional<int> level, Time at) {
-  model_.input(level, forward(at));
-  ++version_;
-}
+void Witness::input(std::optional<int> level, Time at) { second_opinion_.input(level, at); }
+
+void Witness::announced(Card card, Time at) { second_opinion_.announced(card, at); }
 
 void Witness::saw(const line::Exchange& exchange) {
   if (exchange.code != line::Code::inventory) {
     return;
   }
-  const Time at = forward(exchange.last_byte);
-  settle(at);
-  ++polls_;
+  ++number_of_polls_;
+  // No two at the same time: it tells one from the other.
+  const Time at = latest_ = std::max(exchange.last_byte, latest_ + std::chrono::nanoseconds(1));
+  if (exchange.may_have_seemed_whole) {
+    unsure_until_ = at + kOutOfStep;
+  }
+  Poll poll{.at = at, .is_sure = at >= unsure_until_, .readings = {}};
+  std::vector<Card> cards;
   for (const Report& report : reports_of(exchange)) {
-    if (Presence* const presence = presence_of(*report.tag, at)) {
-      read(*presence, report, at, !exchange.may_have_seemed_whole);
+    Presence* const presence = presence_of(*report.tag, at);
+    if (presence != nullptr && report.unused.has_value()) {
+      put_unused(*presence, report, at);
+    } else if (presence != nullptr) {
+      poll.readings.emplace(presence->sighting.card, presence);
+      cards.push_back(presence->sighting.card);
     }
   }
-  look(at);
+  if (!cards.empty()) {
+    second_opinion_.poll(std::move(cards), at);
+    polls_.push_back(std::move(poll));
+  }
 }
 
 // Nothing when there are too many.
 Witness::Presence* Witness::presence_of(const line::Tag& tag, Time at) {
-  const std::string key(key_of(tag.epc));
+  const std::string key(tag.epc.begin(), tag.epc.end());
   auto found = presences_.find(key);
   if (found == presences_.end()) {
     if (presences_.size() >= kMostSightings || tag.epc.size() > kLongestEpc) {
@@ -99,199 +93,138 @@ Witness::Presence* Witness::presence_of(const line::Tag& tag, Time at) {
     }
     found = presences_.emplace(key, std::make_unique<Presence>()).first;
     found->second->sighting.epc = tag.epc;
-    begin(*found->second, at);
+    begin(*found->second);
   }
   Presence& presence = *found->second;
-  const bool has_other_value = presence.settings.identification_bits != settings_.identification_bits ||
-                               presence.settings.reader_type != settings_.reader_type;
-  const bool is_long = presence.sighting.fates.size() >= kMostFates || at - presence.sighting.first >= kLongest;
-  if (has_other_value || is_long) {
+  const auto& [rules, interval, bits, type] = settings_;
+  if (presence.settings.identification_bits != bits || presence.settings.reader_type != type) {
     close(presence, true);
-    begin(presence, at);
+    begin(presence);
   }
+  presence.last_poll = number_of_polls_;
+  presence.last_read = at;
+  presence.sighting.rssi = std::max(presence.sighting.rssi, tag.rssi);
   return &presence;
 }
 
-void Witness::begin(Presence& presence, Time at) const {
+void Witness::begin(Presence& presence) const {
   auto epc = std::move(presence.sighting.epc);
   const auto card = card_value(epc, settings_.identification_bits, settings_.reader_type);
-  presence.sighting = {.epc = std::move(epc), .card = card, .first = at, .last = at, .fates = {}};
+  presence.sighting = {.epc = std::move(epc), .card = card, .first = {}, .last = {}, .fates = {}};
   presence.settings = settings_;
   presence.chapter = 0;
-  presence.version = 0;
 }
 
 void Witness::close(Presence& presence, bool goes_on) const {
   if (presence.waiting > 0 && !goes_on) {
     Fate& fate = presence.fate_with({{.reason = Reason::kUnexplained}}, presence.waiting_since);
-    fate.polls += std::exchange(presence.waiting, 0);
     fate.at_boundary = true;
+    count(presence, fate, std::exchange(presence.waiting, 0), presence.waiting_since);
   }
-  presence.sighting.goes_on = goes_on;
-  on_sighting_(presence.sighting);
+  if (presence.sighting.polls > 0) {
+    presence.sighting.goes_on = goes_on;
+    on_sighting_(presence.sighting);
+  }
 }
 
-void Witness::read(Presence& presence, const Report& report, Time at, bool is_sure) {
+void Witness::count(Presence& presence, Fate& fate, std::int64_t polls, Time at) const {
   Sighting& sighting = presence.sighting;
-  const auto count = [at](Fate& fate) {
-    fate.to = at;
-    ++fate.polls;
-  };
-  sighting.last = at;
-  sighting.rssi = std::max(sighting.rssi, report.tag->rssi);
-  ++sighting.polls;
-  presence.last_poll = polls_;
-  if (report.unused.has_value()) {
-    Fate& fate = presence.fate_with({{.reason = *report.unused}}, at);
-    if (fate.polls == 0) {
-      fate.number = report.number;
-      fate.count = report.count;
-      fate.flaw = report.flaw;
-    }
-    count(fate);
-    return;
+  fate.from = std::min(fate.from, at);
+  fate.to = std::max(fate.to, at);
+  fate.polls += polls;
+  sighting.first = sighting.polls == 0 ? fate.from : std::min(sighting.first, fate.from);
+  sighting.last = std::max(sighting.last, fate.to);
+  sighting.polls += polls;
+}
+
+void Witness::put_unused(Presence& presence, const Report& report, Time at) const {
+  Fate& fate = presence.fate_with({{.reason = *report.unused}}, at);
+  if (fate.polls == 0) {
+    fate.number = report.number;
+    fate.count = report.count;
+    fate.flaw = report.flaw;
   }
-  presence.last_used = at;
-  presence.is_sure = is_sure;
-  if (!is_sure) {
-    auto verdict = model_.verdict({sighting.card, at}, at);
-    if (verdict.expected()) {
-      verdict.reasons = {{.reason = Reason::kAnswerInPieces}};
-    }
-    Fate& fate = presence.fate_with(verdict.reasons, at);
-    fate.at_boundary = true;
-    count(fate);
-  } else if (presence.version == version_ && at < presence.until) {
-    count(sighting.fates[presence.fate]);
-  } else {
-    presence.waiting_since = presence.waiting == 0 ? at : presence.waiting_since;
-    ++presence.waiting;
-    looked_at_.emplace(sighting.card, &presence);
+  count(presence, fate, 1, at);
+}
+
+void Witness::conclude(const Outcome& outcome) {
+  const auto poll = std::ranges::find(polls_, outcome.at, &Poll::at);
+  const bool is_sure = poll == polls_.end() ? outcome.at >= unsure_until_ : poll->is_sure;
+  if (poll != polls_.end()) {
+    conclude(*poll, outcome);
+    polls_.erase(polls_.begin(), std::next(poll));
+  }
+  if (outcome.opinion == Opinion::kDisagrees && is_sure) {
+    tell(outcome);
   }
 }
 
-// What becomes of the readings of this poll whose fate is not known from before.
-void Witness::look(Time at) {
-  if (looked_at_.empty()) {
-    return;
-  }
-  std::vector<Card> cards;
-  for (const auto& [card, presence] : looked_at_) {
-    cards.push_back(card);
-  }
-  for (const Verdict& verdict : model_.poll(at, cards)) {
-    if (verdict.expected()) {
-      open_.push_back(verdict);
-    } else {
-      conclude(verdict);
-      due_.erase(verdict.reading.card);
-    }
-  }
-}
-
-void Witness::conclude(const Verdict& verdict) {
-  const auto [first, last] = looked_at_.equal_range(verdict.reading.card);
-  std::for_each(first, last, [&](const auto& entry) { conclude(*entry.second, verdict); });
-}
-
-void Witness::conclude(Presence& presence, const Verdict& verdict) const {
-  const Time at = verdict.reading.at;
-  Fate& fate = presence.fate_with(verdict.reasons, presence.waiting > 0 ? presence.waiting_since : at);
-  fate.at_boundary = verdict.at_boundary && (fate.polls == 0 || fate.at_boundary);
-  fate.to = at;
-  fate.polls += std::exchange(presence.waiting, 0);
-  fate.announced_from = verdict.would_have_been_from;
-  presence.version = 0;
-  if (fate.is_announcement()) {
-    presence.chapter = presence.sighting.fates.size();
-  } else if (!verdict.at_boundary && fate.reasons.front().reason != Reason::kLostTurn) {
-    presence.fate = static_cast<std::size_t>(&fate - presence.sighting.fates.data());
-    presence.version = version_;
-    presence.until = at + kLookAgain;
-    for (const Because& because : verdict.reasons) {
-      presence.until = std::min(presence.until, because.until.value_or(Time::max()) - 2 * Suppression::kNear);
-    }
-  }
-}
-
-void Witness::announced(Card card, Time at) {
-  forward(at);
-  const auto is_its = [card](const Verdict& verdict) { return verdict.reading.card == card; };
-  if (std::ranges::none_of(open_, is_its)) {
-    open_late(card);
-  }
-  const auto its = std::ranges::find_if(open_, is_its);
-  Disagreement disagreement{.card = card, .at = now_, .was_announced = true, .reasons = {}};
-  if (its != open_.end()) {
-    disagreement.reasons = its->reasons;
-  }
-  const auto opinion = model_.settle(open_, card, now_);
-  ++version_;
-  for (const Verdict& verdict : open_) {
-    conclude(verdict);
-  }
-  open_.clear();
-  due_.clear();
-  if (opinion == Opinion::kDisagrees) {
-    on_disagreement_(disagreement);
-  }
-}
-
-// A card that was read before the last poll, or was not to be announced.
-void Witness::open_late(Card card) {
-  std::optional<Verdict> verdict;
-  for (auto& [epc, presence] : presences_) {
-    if (presence->sighting.card != card || !presence->last_used.has_value()) {
-      continue;
-    }
-    const auto [first, last] = looked_at_.equal_range(card);
-    if (std::none_of(first, last, [&](const auto& entry) { return entry.second == presence.get(); })) {
-      looked_at_.emplace(card, presence.get());
-    }
-    verdict = model_.verdict({card, *presence->last_used}, now_);
-    verdict->at_boundary = verdict->at_boundary || !presence->is_sure;
-  }
-  if (verdict.has_value()) {
-    open_.push_back(*std::move(verdict));
-  }
-}
-
-// Nobody was announced since the last poll: its round may be late, or is doubtful, or the plug-in does otherwise.
-void Witness::settle(Time at) {
-  for (const Verdict& verdict : open_) {
-    if (!verdict.at_boundary) {
-      due_.try_emplace(verdict.reading.card, verdict.reading.at);
-    }
-  }
-  for (auto entry = due_.begin(); entry != due_.end();) {
-    const auto [card, since] = *entry;
-    if (at - since <= kPatience) {
-      ++entry;
-      continue;
-    }
-    for (auto& [epc, presence] : presences_) {
-      if (presence->sighting.card == card) {
-        conclude(*presence,
-                 {.reading = {card, since}, .reasons = {{.reason = Reason::kUnexplained}}, .would_have_been_from = {}});
+void Witness::conclude(Poll& poll, const Outcome& outcome) {
+  for (Verdict verdict : outcome.verdicts) {
+    if (!poll.is_sure) {
+      verdict.at_boundary = true;
+      if (verdict.expected()) {
+        verdict.reasons = {{.reason = Reason::kAnswerInPieces}};
       }
     }
-    on_disagreement_({.card = card, .at = since, .reasons = {}});
-    entry = due_.erase(entry);
+    const auto [first, last] = poll.readings.equal_range(verdict.reading.card);
+    std::for_each(first, last, [&](const auto& entry) { conclude(*entry.second, verdict, outcome.opinion); });
   }
-  open_.clear();
-  looked_at_.clear();
+}
+
+void Witness::conclude(Presence& presence, const Verdict& verdict, Opinion opinion) const {
+  const Time at = verdict.reading.at;
+  if (verdict.expected() && opinion != Opinion::kDisagrees) {
+    presence.waiting_since = presence.waiting == 0 ? at : presence.waiting_since;
+    ++presence.waiting;
+    return;
+  }
+  const std::vector<Because> unexplained{{.reason = Reason::kUnexplained}};
+  Fate& fate = presence.fate_with(verdict.expected() ? unexplained : verdict.reasons,
+                                  presence.waiting > 0 ? presence.waiting_since : at);
+  fate.at_boundary = verdict.at_boundary && (fate.polls == 0 || fate.at_boundary);
+  fate.announced_from = verdict.would_have_been_from;
+  const bool is_announcement = fate.is_announcement();
+  count(presence, fate, 1 + std::exchange(presence.waiting, 0), at);
+  const bool is_long = presence.sighting.last - presence.sighting.first >= kLongest;
+  if (is_long || presence.sighting.fates.size() > kMostFates) {
+    close(presence, true);
+    begin(presence);
+  } else if (is_announcement) {
+    presence.chapter = presence.sighting.fates.size();
+  }
+}
+
+void Witness::tell(const Outcome& outcome) const {
+  if (outcome.announced.has_value()) {
+    Disagreement disagreement{.card = *outcome.announced, .at = outcome.at, .was_announced = true, .reasons = {}};
+    for (const Verdict& verdict : outcome.verdicts) {
+      if (verdict.reading.card == *outcome.announced) {
+        disagreement.reasons.assign(verdict.reasons.begin() + 1, verdict.reasons.end());  // behind that it was
+      }
+    }
+    on_disagreement_(disagreement);
+    return;
+  }
+  const auto missed = std::ranges::find_if(outcome.verdicts, &Verdict::expected);
+  if (missed != outcome.verdicts.end()) {
+    on_disagreement_({.card = missed->reading.card, .at = outcome.at, .reasons = {}});
+  }
 }
 
 void Witness::pass(Time now) {
-  settle(forward(now));
-  end_over();
+  for (const Outcome& outcome : second_opinion_.settle(now)) {
+    conclude(outcome);
+  }
+  end_over(now);
 }
 
-void Witness::end_over() {
-  std::erase_if(presences_, [this](const auto& entry) {
+void Witness::end_over(Time now) {
+  std::erase_if(presences_, [&](const auto& entry) {
     Presence& presence = *entry.second;
-    const auto away = now_ - presence.sighting.last;
-    const bool has_left = away > kLeft && (polls_ - presence.last_poll >= kPollsWithout || away > kNobodyPolls);
+    const auto away = now - presence.last_read;
+    const bool has_left =
+        away > kLeft && (number_of_polls_ - presence.last_poll >= kPollsWithout || away > kNobodyPolls);
     if (has_left) {
       close(presence, false);
     }
@@ -302,14 +235,19 @@ void Witness::end_over() {
 std::vector<Sighting> Witness::sightings() const {
   std::vector<Sighting> all;
   for (const auto& [epc, presence] : presences_) {
-    all.push_back(presence->sighting);
+    if (presence->sighting.polls > 0) {
+      all.push_back(presence->sighting);
+    }
   }
   std::ranges::sort(all, {}, &Sighting::first);
   return all;
 }
 
 void Witness::end() {
-  settle(now_);
+  for (const Outcome& outcome : second_opinion_.settle(latest_ + 2 * SecondOpinion::kPatience)) {
+    conclude(outcome);
+  }
+  polls_.clear();
   for (const auto& [epc, presence] : presences_) {
     close(*presence, false);
   }

@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
@@ -12,8 +13,8 @@
 #include <vector>
 
 #include "door/why/reports.h"
+#include "door/why/second_opinion.h"
 #include "door/why/sighting.h"
-#include "door/why/suppression.h"
 #include "line/conversation.h"
 
 namespace achost::why {
@@ -21,6 +22,7 @@ namespace achost::why {
 // What card values and rules are made from.
 struct WitnessSettings {
   Settings rules;
+  milliseconds probe_interval{0};
   int identification_bits = 0;
   std::string reader_type;
 
@@ -35,7 +37,8 @@ struct Disagreement {
   std::vector<Because> reasons;  // why it was not to be; none: nobody has read it
 };
 
-// Fed with what happens, in the order of time. For one thread.
+// Fed with what happens, in any order within SecondOpinion::kPatience: what it says of a time is known that much later.
+// For one thread.
 class Witness {
  public:
   static constexpr std::size_t kMostSightings = 4096;  // under way; a card beyond is counted and left out
@@ -43,7 +46,9 @@ class Witness {
   static constexpr std::size_t kMostFates = 10;        // of a sighting, which goes on in another one then,
   static constexpr std::chrono::minutes kLongest{1};   // as it does after that time
   static constexpr std::chrono::seconds kLeft{2};      // a card that was not read for so long has left
-  static constexpr milliseconds kPatience{50};         // with an announcement that is due
+
+  // The plug-in may be held up for so long by a busy machine: it is no disagreement when an announcement comes as late.
+  static constexpr milliseconds kLate{100};
 
   // start: when the plug-in begins to look at readings. on_sighting gets those that are over.
   Witness(WitnessSettings settings, Time start, std::function<void(const Sighting&)> on_sighting,
@@ -58,7 +63,7 @@ class Witness {
   void apply(const WitnessSettings& settings, Time at);
   void input(std::optional<int> level, Time at);
 
-  // Nothing else happened until then.
+  // It is that time now.
   void pass(Time now);
 
   // Those that are under way, in the order of their beginning.
@@ -72,29 +77,33 @@ class Witness {
  private:
   struct Presence;
 
+  // Readings of an answer whose fate is not known yet, by card.
+  struct Poll {
+    Time at;
+    bool is_sure = true;  // that the plug-in takes the answer for what it is
+    std::multimap<Card, Presence*> readings;
+  };
+
   Presence* presence_of(const line::Tag& tag, Time at);
-  void begin(Presence& presence, Time at) const;
+  void begin(Presence& presence) const;
   void close(Presence& presence, bool goes_on) const;
-  void read(Presence& presence, const Report& report, Time at, bool is_sure);
-  void look(Time at);
-  void open_late(Card card);
-  void settle(Time at);
-  void conclude(const Verdict& verdict);
-  void conclude(Presence& presence, const Verdict& verdict) const;
-  void end_over();
-  Time forward(Time at);
+  void count(Presence& presence, Fate& fate, std::int64_t polls, Time at) const;
+  void put_unused(Presence& presence, const Report& report, Time at) const;
+  void conclude(const Outcome& outcome);
+  void conclude(Poll& poll, const Outcome& outcome);
+  void conclude(Presence& presence, const Verdict& verdict, Opinion opinion) const;
+  void tell(const Outcome& outcome) const;
+  void end_over(Time now);
 
   WitnessSettings settings_;
-  Suppression model_;
+  SecondOpinion second_opinion_;
   const std::function<void(const Sighting&)> on_sighting_;
   const std::function<void(const Disagreement&)> on_disagreement_;
-  Time now_;
-  std::uint64_t version_ = 1;  // of what the model knows beside the readings: when it changes, so may every fate
+  Time latest_;                                                           // answer
   std::unordered_map<std::string, std::unique_ptr<Presence>> presences_;  // by the bytes of the EPC
-  std::multimap<Card, Presence*> looked_at_;  // in the last poll: those whose fate was not known from before
-  std::vector<Verdict> open_;                 // of these who expect an announcement
-  std::map<Card, Time> due_;                  // announcements that have not come, since when
-  std::uint64_t polls_ = 0;
+  std::deque<Poll> polls_;                                                // that wait for their outcome
+  Time unsure_until_{};                                                   // after an answer that came in pieces
+  std::uint64_t number_of_polls_ = 0;
   std::uint64_t left_out_ = 0;
 };
 

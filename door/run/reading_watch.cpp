@@ -1,4 +1,4 @@
-#include "door/run/second_opinion.h"
+#include "door/run/reading_watch.h"
 
 #include <pthread.h>
 #include <strings.h>
@@ -60,11 +60,11 @@ why::Mode mode_of(const std::string& text) {
 
 }  // namespace
 
-SecondOpinion::SecondOpinion(const refhost::SettingsStore& settings, const GpioService& gpio,
-                             std::function<void(const Entry&)> note)
+ReadingWatch::ReadingWatch(const refhost::SettingsStore& settings, const GpioService& gpio,
+                           std::function<void(const Entry&)> note)
     : settings_(settings), gpio_(gpio), note_(std::move(note)) {}
 
-SecondOpinion::~SecondOpinion() {
+ReadingWatch::~ReadingWatch() {
   tap_.reset();
   end();
   if (thread_.joinable()) {
@@ -72,7 +72,7 @@ SecondOpinion::~SecondOpinion() {
   }
 }
 
-void SecondOpinion::begin() {
+void ReadingWatch::begin() {
   trigger_line_ = settings_.get_int("uhf", "trig_gpio").value_or(-1);
   {
     const std::lock_guard lock(mutex_);
@@ -82,19 +82,20 @@ void SecondOpinion::begin() {
   tap_ = std::make_unique<refhost::BusTap>([this](const ac::Message& message) { see(message); });
 }
 
-why::WitnessSettings SecondOpinion::settings_now() const {
+why::WitnessSettings ReadingWatch::settings_now() const {
   const auto number = [this](const char* key) { return settings_.get_int("uhf", key).value_or(0); };
   return {.rules = {.operation_mode = mode_of(settings_.get("uhf", "operation_mode").value_or("")),
                     .trig_idle = number("trig_idle"),
                     .trigger_timeout = milliseconds(number("trigger_timeout")),
                     .read_interval = milliseconds(number("read_interval")),
                     .read_interval_diff_tags = milliseconds(number("read_interval_diff_tags"))},
+          .probe_interval = milliseconds(number("probe_interval")),
           .identification_bits = number("identification_bits"),
           .reader_type = settings_.get("uhf", "reader_type").value_or("")};
 }
 
 // On the sender's thread.
-void SecondOpinion::see(const ac::Message& message) {
+void ReadingWatch::see(const ac::Message& message) {
   const std::string_view type = message.type();
   std::int64_t value = 0;
   int line = 0;
@@ -110,13 +111,13 @@ void SecondOpinion::see(const ac::Message& message) {
   }
 }
 
-void SecondOpinion::saw(line::Exchange exchange) {
+void ReadingWatch::saw(line::Exchange exchange) {
   const auto at = exchange.last_byte;
   const auto bytes = sizeof(Fact) + 2 * exchange.bytes.size();
   put(at, std::move(exchange), bytes);
 }
 
-void SecondOpinion::put(Time at, decltype(Fact::what) what, std::size_t bytes) {
+void ReadingWatch::put(Time at, decltype(Fact::what) what, std::size_t bytes) {
   const std::lock_guard lock(facts_mutex_);
   if (bytes_ + bytes > kMostBytes) {
     ++left_out_;
@@ -126,37 +127,36 @@ void SecondOpinion::put(Time at, decltype(Fact::what) what, std::size_t bytes) {
   facts_.push_back({.at = at, .what = std::move(what)});
 }
 
-void SecondOpinion::run() {
-  pthread_setname_np(pthread_self(), "second_opinion");
+void ReadingWatch::run() {
+  pthread_setname_np(pthread_self(), "reading_watch");
   for (std::unique_lock lock(mutex_); !ending_;) {
     changed_.wait_for(lock, is_wanted_ ? kPeriodWhenWanted : kPeriod);
     const refhost::Work::Step step(work_);
-    std::vector<Fact> facts;
-    {
-      const std::lock_guard facts_lock(facts_mutex_);
-      facts.swap(facts_);
-      bytes_ = 0;
-    }
-    take(facts, steady_clock::now() - kHeld);
+    take_facts();
   }
 }
 
-// In the order of their times.
-void SecondOpinion::take(std::vector<Fact>& facts, Time horizon) {
-  std::ranges::move(facts, std::back_inserter(held_));
-  std::ranges::stable_sort(held_, {}, &Fact::at);
-  const auto end = std::ranges::find_if(held_, [horizon](const Fact& fact) { return fact.at >= horizon; });
-  std::for_each(held_.begin(), end, [this](const Fact& fact) { handle(fact); });
-  held_.erase(held_.begin(), end);
-  if (witness_ != nullptr) {
-    witness_->pass(horizon);
+// With mutex_ held.
+void ReadingWatch::take_facts() {
+  // An answer is told when the line is quiet, at the latest; what it brought is known a moment after that.
+  constexpr milliseconds kToldLate{300};
+  const auto now = steady_clock::now();
+  std::vector<Fact> facts;
+  {
+    const std::lock_guard lock(facts_mutex_);
+    facts.swap(facts_);
+    bytes_ = 0;
   }
-  horizon_ = horizon;
+  std::ranges::for_each(facts, [this](const Fact& fact) { handle(fact); });
+  if (witness_ != nullptr) {
+    witness_->pass(now);
+  }
+  known_until_ = now - std::max(kToldLate, why::SecondOpinion::kPatience);
   is_wanted_ = false;
   changed_.notify_all();
 }
 
-void SecondOpinion::handle(const Fact& fact) {
+void ReadingWatch::handle(const Fact& fact) {
   if (const auto* const exchange = std::get_if<line::Exchange>(&fact.what)) {
     if (witness_ == nullptr && exchange->code == line::Code::inventory) {
       witness_ = std::make_unique<why::Witness>(
@@ -188,7 +188,7 @@ void SecondOpinion::handle(const Fact& fact) {
   }
 }
 
-void SecondOpinion::note(const why::Sighting& sighting) {
+void ReadingWatch::note(const why::Sighting& sighting) {
   just_over_.push_back(told(sighting, wall_time));
   if (just_over_.size() > kMostJustOver) {
     just_over_.pop_front();
@@ -196,7 +196,7 @@ void SecondOpinion::note(const why::Sighting& sighting) {
   note_(entry_of(just_over_.back()));
 }
 
-void SecondOpinion::tell(const why::Disagreement& disagreement) {
+void ReadingWatch::tell(const why::Disagreement& disagreement) {
   ++counters_.disagreements;
   const auto now = steady_clock::now();
   if (now < next_word_) {
@@ -212,11 +212,11 @@ void SecondOpinion::tell(const why::Disagreement& disagreement) {
   refhost::send("second_opinion", {{"value", static_cast<std::int64_t>(disagreement.card)}, {"text", text}});
 }
 
-std::vector<why::ToldSighting> SecondOpinion::sightings() const {
+std::vector<why::ToldSighting> ReadingWatch::sightings() const {
   const auto asked = steady_clock::now();
   std::unique_lock lock(mutex_);
   const auto is_there = [&] {
-    is_wanted_ = horizon_ < asked;
+    is_wanted_ = known_until_ < asked;
     return !is_wanted_ || ending_;
   };
   is_there();
@@ -230,7 +230,7 @@ std::vector<why::ToldSighting> SecondOpinion::sightings() const {
   return all;
 }
 
-SecondOpinion::Counters SecondOpinion::counters() const {
+ReadingWatch::Counters ReadingWatch::counters() const {
   const std::lock_guard lock(mutex_);
   Counters counters = counters_;
   const std::lock_guard facts_lock(facts_mutex_);
@@ -238,19 +238,14 @@ SecondOpinion::Counters SecondOpinion::counters() const {
   return counters;
 }
 
-void SecondOpinion::end() {
+void ReadingWatch::end() {
   const std::lock_guard lock(mutex_);
   if (ending_) {
     return;
   }
   ending_ = true;
+  take_facts();
   if (witness_ != nullptr) {
-    std::vector<Fact> facts;
-    {
-      const std::lock_guard facts_lock(facts_mutex_);
-      facts.swap(facts_);
-    }
-    take(facts, steady_clock::now());
     witness_->end();
   }
   changed_.notify_all();

@@ -26,20 +26,16 @@ namespace achost {
 // Says of each reading what must become of it, on a thread of its own, a moment later: it has no part in what the door
 // does. Keeps the sightings, and notes those that are over; where the plug-in does something else than the rules say it
 // sends "second_opinion" {int64 "value", string "text"}, a few times a minute at most, and counts.
-class SecondOpinion {
+class ReadingWatch {
  public:
   // What is held for the thread; an answer beyond is left out and counted.
   static constexpr std::size_t kMostBytes = 4U << 20U;
 
-  // How long what happens is held, so that all of it is there and can be put in order.
-  static constexpr std::chrono::milliseconds kHeld{300};
-
   // Does nothing before begin(). note: gets the sightings that are over, and the disagreements. All must outlive it.
-  SecondOpinion(const refhost::SettingsStore& settings, const GpioService& gpio,
-                std::function<void(const Entry&)> note);
-  ~SecondOpinion();
-  SecondOpinion(const SecondOpinion&) = delete;
-  SecondOpinion& operator=(const SecondOpinion&) = delete;
+  ReadingWatch(const refhost::SettingsStore& settings, const GpioService& gpio, std::function<void(const Entry&)> note);
+  ~ReadingWatch();
+  ReadingWatch(const ReadingWatch&) = delete;
+  ReadingWatch& operator=(const ReadingWatch&) = delete;
 
   // Before the plug-in starts, with the settings of the run.
   void begin();
@@ -79,7 +75,7 @@ class SecondOpinion {
   void put(Time at, decltype(Fact::what) what, std::size_t bytes);
   why::WitnessSettings settings_now() const;
   void run();
-  void take(std::vector<Fact>& facts, Time horizon);
+  void take_facts();
   void handle(const Fact& fact);
   void note(const why::Sighting& sighting);
   void tell(const why::Disagreement& disagreement);
@@ -95,14 +91,13 @@ class SecondOpinion {
   std::uint64_t left_out_ = 0;
 
   mutable std::mutex mutex_;                 // guards all below but the thread
-  mutable std::condition_variable changed_;  // of horizon_, wanted_ and ending_
-  std::vector<Fact> held_;
-  std::unique_ptr<why::Witness> witness_;  // once the plug-in polls
+  mutable std::condition_variable changed_;  // of known_until_, is_wanted_ and ending_
+  std::unique_ptr<why::Witness> witness_;    // once the plug-in polls
   why::WitnessSettings known_settings_;
   std::optional<int> known_level_;
   std::deque<why::ToldSighting> just_over_;  // the journal may not have them yet
-  Time horizon_{};                           // all before it has been handled
-  mutable bool is_wanted_ = false;           // somebody waits for the horizon
+  Time known_until_{};                       // what became of all readings before it is known
+  mutable bool is_wanted_ = false;           // somebody waits for known_until_
   bool ending_ = false;
   Counters counters_;
   Time next_word_{};  // about a disagreement
