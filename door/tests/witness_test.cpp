@@ -26,6 +26,7 @@ const Bytes kFirst{0xE2, 0, 0, 33};
 const Bytes kSecond{0xE2, 0, 0, 44};
 constexpr Card kCard = 33;
 constexpr Card kOther = 44;
+constexpr milliseconds kProbeInterval{17};
 
 Bytes report(const Bytes& epc, std::uint8_t rssi = 200) {
   Bytes parameters{rssi, 0x30, 0};
@@ -52,6 +53,7 @@ class WitnessTest : public testing::Test {
  protected:
   static WitnessSettings settings() {
     return {.rules = {.read_interval = seconds(3), .read_interval_diff_tags = milliseconds(500)},
+            .probe_interval = kProbeInterval,
             .identification_bits = 8,
             .reader_type = "msb"};
   }
@@ -169,6 +171,26 @@ TEST_F(WitnessTest, AnAnnouncementNearABoundaryIsNone) {
   witness_.announced(kCard, kBegin + milliseconds(2999));
   sightings();
   EXPECT_THAT(disagreements_, IsEmpty());
+}
+
+TEST_F(WitnessTest, AnAnnouncementOfAReadingThatWasNotedLateIsNone) {
+  poll_until(kBegin + milliseconds(20), {report(kFirst)});
+  announce(kCard);
+  // Another card may be announced from 500 ms on; it was read 10 ms before, and the next question is as much too late.
+  for (const auto& [late, disagrees] : {std::pair(milliseconds(0), true), {milliseconds(15), false}}) {
+    poll_until(now_ + milliseconds(20), {report(kFirst)});
+    announce(kCard);
+    now_ += milliseconds(470);
+    witness_.saw(poll(now_, {report(kSecond)}));
+    witness_.announced(kOther, now_ + milliseconds(11));
+    auto next = poll(now_ + milliseconds(23) + late, {kNothingRead});
+    next.asked = now_ + kProbeInterval + late;
+    witness_.saw(next);
+    now_ += milliseconds(600);
+    witness_.pass(now_);
+    EXPECT_EQ(disagreements_.size(), 1U) << (disagrees ? "it was noted at once" : "it was noted late");
+    now_ += seconds(4);
+  }
 }
 
 TEST_F(WitnessTest, OneOfTwoCardsLosesItsTurnAndIsThenTooSoonAfterTheOther) {

@@ -60,12 +60,13 @@ void Witness::saw(const line::Exchange& exchange) {
     return;
   }
   ++number_of_polls_;
+  look_back(exchange.asked);
   // No two at the same time: it tells one from the other.
   const Time at = latest_ = std::max(exchange.last_byte, latest_ + std::chrono::nanoseconds(1));
   if (exchange.may_have_seemed_whole) {
     unsure_until_ = at + kOutOfStep;
   }
-  Poll poll{.at = at, .is_sure = at >= unsure_until_, .readings = {}};
+  Poll poll{.at = at, .is_whole = at >= unsure_until_, .readings = {}};
   std::vector<Card> cards;
   for (const Report& report : reports_of(exchange)) {
     Presence* const presence = presence_of(*report.tag, at);
@@ -79,6 +80,16 @@ void Witness::saw(const line::Exchange& exchange) {
   if (!cards.empty()) {
     second_opinion_.poll(std::move(cards), at);
     polls_.push_back(std::move(poll));
+  }
+}
+
+// The plug-in notes its readings, pauses for the probe interval and asks again: so it tells when it noted them, at the
+// latest. On a busy machine that may be long after the answer was there.
+void Witness::look_back(Time asked) {
+  if (!polls_.empty() && polls_.back().at == latest_ &&
+      asked - settings_.probe_interval - polls_.back().at > Suppression::kNear) {
+    polls_.back().is_timely = false;
+    untimely_until_ = asked + kLate;
   }
 }
 
@@ -149,7 +160,8 @@ void Witness::put_unused(Presence& presence, const Report& report, Time at) cons
 
 void Witness::conclude(const Outcome& outcome) {
   const auto poll = std::ranges::find(polls_, outcome.at, &Poll::at);
-  const bool is_sure = poll == polls_.end() ? outcome.at >= unsure_until_ : poll->is_sure;
+  const bool is_sure =
+      poll == polls_.end() ? outcome.at >= std::max(unsure_until_, untimely_until_) : poll->is_whole && poll->is_timely;
   if (poll != polls_.end()) {
     conclude(*poll, outcome);
     polls_.erase(polls_.begin(), std::next(poll));
@@ -161,11 +173,9 @@ void Witness::conclude(const Outcome& outcome) {
 
 void Witness::conclude(Poll& poll, const Outcome& outcome) {
   for (Verdict verdict : outcome.verdicts) {
-    if (!poll.is_sure) {
-      verdict.at_boundary = true;
-      if (verdict.expected()) {
-        verdict.reasons = {{.reason = Reason::kAnswerInPieces}};
-      }
+    verdict.at_boundary = verdict.at_boundary || !poll.is_whole || !poll.is_timely;
+    if (!poll.is_whole && verdict.expected()) {
+      verdict.reasons = {{.reason = Reason::kAnswerInPieces}};
     }
     const auto [first, last] = poll.readings.equal_range(verdict.reading.card);
     std::for_each(first, last, [&](const auto& entry) { conclude(*entry.second, verdict, outcome.opinion); });

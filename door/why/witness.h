@@ -80,10 +80,12 @@ class Witness {
   // Readings of an answer whose fate is not known yet, by card.
   struct Poll {
     Time at;
-    bool is_sure = true;  // that the plug-in takes the answer for what it is
+    bool is_whole = true;   // the plug-in takes the answer for what it is,
+    bool is_timely = true;  // and as soon as it is there
     std::multimap<Card, Presence*> readings;
   };
 
+  void look_back(Time asked);
   Presence* presence_of(const line::Tag& tag, Time at);
   void begin(Presence& presence) const;
   void close(Presence& presence, bool goes_on) const;
@@ -102,7 +104,8 @@ class Witness {
   Time latest_;                                                           // answer
   std::unordered_map<std::string, std::unique_ptr<Presence>> presences_;  // by the bytes of the EPC
   std::deque<Poll> polls_;                                                // that wait for their outcome
-  Time unsure_until_{};                                                   // after an answer that came in pieces
+  Time unsure_until_{};                                                   // after an answer that came in pieces,
+  Time untimely_until_{};                                                 // and after one that was taken late
   std::uint64_t number_of_polls_ = 0;
   std::uint64_t left_out_ = 0;
 };
