@@ -17,8 +17,8 @@ std::string json_of_fields(const std::vector<EntryField>& fields);
 std::vector<EntryField> fields_of_json(std::string_view json);
 
 // An entry as the spool holds it, in the machine's own byte order: it outlives the process and not the machine's run.
-// The number comes first and can be written later.
-std::string encoded(const JournalEntry& entry);
+// The number can be written later.
+std::string encoded(const Entry& entry, const EntryTime& time, std::string_view boot, std::int64_t number = 0);
 void set_number(std::string& code, std::int64_t number);
 
 // Nothing when these are no such bytes.

@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "ac/util.h"
+#include "door/journal/alarm_clock.h"
 #include "door/journal/clock_jumps.h"
 #include "door/journal/entry_code.h"
 #include "door/journal/journal_file.h"
@@ -58,12 +59,12 @@ std::string boot_id() {
 
 std::int64_t count(auto time) { return std::chrono::duration_cast<milliseconds>(time.time_since_epoch()).count(); }
 
-EntryTime now(bool is_trusted) {
-  const auto wall = std::chrono::system_clock::now();
-  const std::time_t seconds = std::chrono::system_clock::to_time_t(wall);
+// Of the local time, in seconds east of UTC.
+std::int64_t zone_offset() {
+  const std::time_t seconds = std::time(nullptr);
   std::tm local{};
   localtime_r(&seconds, &local);
-  return {.wall = count(wall), .offset = local.tm_gmtoff, .monotonic = count(Clock::now()), .is_trusted = is_trusted};
+  return local.tm_gmtoff;
 }
 
 }  // namespace
@@ -73,6 +74,7 @@ struct Journal::Impl {
 
   std::unique_ptr<Spool> recovered_spool();
   std::unique_ptr<Spool> new_spool();
+  EntryTime now() const;
   bool put(const Entry& entry);
   bool put_locked(std::string& code);
   bool give_number(std::string& code);
@@ -92,13 +94,14 @@ struct Journal::Impl {
   bool found_unended_run = false;                              // set when it is made
   std::unique_ptr<Spool> spool;                                // put with the lock held, taken by the thread
   std::atomic<bool> is_trusted = refhost::clock_is_trusted();  // the machine's clock, as of the last look
+  std::atomic<std::int64_t> offset = zone_offset();            // of the local time, the same
   ClockJumps jumps;                                            // of who looks
   Clock::time_point next_prune = Clock::now() + kPrunePeriod;  // the same
   std::mutex telling;  // held while trouble is told, so that it is told in order
   std::string told;    // with `telling` held: the latest trouble that was told
 
+  AlarmClock alarm_clock;    // the thread's; set with the lock held, or to end
   mutable std::mutex mutex;  // guards everything below
-  std::condition_variable changed;
   mutable std::condition_variable more_stored;
   std::function<JournalRetention()> rule;
   std::int64_t next_number = 1;
@@ -126,6 +129,10 @@ Journal::Impl::Impl(const std::filesystem::path& the_directory) : directory(the_
   }
   stored = file->last();
   next_number = std::max(next_number, stored + 1);
+  if (!spool->is_empty()) {
+    waiting_since = Clock::now();
+    alarm_clock.set(kAgain);
+  }
   for (const auto& fault : faults) {
     put({.kind = Kind::gap, .fields = {{"reason", fault}}});
   }
@@ -189,26 +196,28 @@ std::unique_ptr<Spool> Journal::Impl::new_spool() {
   return result;
 }
 
+// What takes its time to find out is known from the last look.
+EntryTime Journal::Impl::now() const {
+  return {.wall = count(std::chrono::system_clock::now()),
+          .offset = offset,
+          .monotonic = count(Clock::now()),
+          .is_trusted = is_trusted};
+}
+
 // False when it is lost.
 bool Journal::Impl::put(const Entry& entry) {
-  auto code = encoded({.number = 0, .time = now(is_trusted), .boot = boot, .entry = entry});
-  bool wakes = false;
-  {
-    const std::lock_guard lock(mutex);
-    if (ending) {
-      return false;
-    }
-    if (!put_locked(code)) {
-      lost_since = lost++ == 0 ? count(std::chrono::system_clock::now()) : lost_since;
-      return false;
-    }
-    wakes = !waiting_since.has_value();
-    if (wakes) {
-      waiting_since = Clock::now();
-    }
+  auto code = encoded(entry, now(), boot);
+  const std::lock_guard lock(mutex);
+  if (ending) {
+    return false;
   }
-  if (wakes) {
-    changed.notify_one();
+  if (!put_locked(code)) {
+    lost_since = lost++ == 0 ? count(std::chrono::system_clock::now()) : lost_since;
+    return false;
+  }
+  if (!waiting_since.has_value()) {
+    waiting_since = Clock::now();
+    alarm_clock.set(kGathering);
   }
   return true;
 }
@@ -236,7 +245,7 @@ bool Journal::Impl::put_gap() {
   }
   const Entry gap = {.kind = Kind::gap,
                      .fields = {{"lost", lost}, {"since", lost_since}, {"reason", "too many waited for the disk"}}};
-  auto code = encoded({.number = 0, .time = now(is_trusted), .boot = boot, .entry = gap});
+  auto code = encoded(gap, now(), boot);
   const bool is_said = give_number(code);
   lost = is_said ? 0 : lost;
   return is_said;
@@ -244,24 +253,28 @@ bool Journal::Impl::put_gap() {
 
 void Journal::Impl::run() {
   ac::util::set_thread_name("journal", pthread_self());
-  std::unique_lock lock(mutex);
   while (true) {
-    changed.wait(lock, [this] { return ending || wants_pruning || !spool->is_empty(); });
-    changed.wait_for(lock, kGathering, [this] { return ending; });
+    alarm_clock.wait();
     is_held_up = true;
-    const bool is_stored = store_some(lock);
-    if (is_stored && wants_pruning && !ending) {
+    std::unique_lock lock(mutex);
+    bool is_stored = false;
+    do {
+      is_stored = store_some(lock);
+    } while (ending && is_stored && !spool->is_empty());
+    if (ending) {
+      break;
+    }
+    if (is_stored && wants_pruning) {
       prune(lock);
     }
-    if (ending && (!is_stored || spool->is_empty())) {
-      is_held_up = false;
-      return;
-    }
     if (!is_stored) {
-      changed.wait_for(lock, kAgain, [this] { return ending; });
+      alarm_clock.set(kAgain);
+    } else if (wants_pruning || waiting_since.has_value()) {
+      alarm_clock.set(kGathering);
     }
-    is_held_up = false;
+    is_held_up = !is_stored;
   }
+  is_held_up = false;
 }
 
 // What waits in the spool, but for what is put meanwhile. The lock is not held while the disk is used.
@@ -346,7 +359,7 @@ void Journal::Impl::end() {
     const std::lock_guard lock(mutex);
     ending = true;
   }
-  changed.notify_one();
+  alarm_clock.set({});
   if (!thread.joinable()) {
     return;
   }
@@ -380,7 +393,8 @@ void Journal::retain(std::function<JournalRetention()> rule) {
 
 void Journal::look() {
   impl_->is_trusted = refhost::clock_is_trusted();
-  const auto time = now(impl_->is_trusted);
+  impl_->offset = zone_offset();
+  const auto time = impl_->now();
   if (const auto jump = impl_->jumps.look(time.wall, time.monotonic)) {
     note({.kind = Kind::clock_jump, .fields = {{"by_ms", *jump}}});
   }
@@ -388,7 +402,7 @@ void Journal::look() {
     impl_->next_prune = Clock::now() + kPrunePeriod;
     const std::lock_guard lock(impl_->mutex);
     impl_->wants_pruning = true;
-    impl_->changed.notify_one();
+    impl_->alarm_clock.set({});
   }
   impl_->tell_trouble();
 }

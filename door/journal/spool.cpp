@@ -80,8 +80,8 @@ Spool::Spool(const std::filesystem::path& file, std::size_t size) : file_(file) 
   }
   map(fd, size);
   close(fd);
-  if (is_new || !is_sound()) {
-    is_damaged_ = !is_new;
+  if (!is_sound()) {
+    is_damaged_ = !is_new && header_->magic != decltype(header_->magic){};
     begin_anew();
   }
 }
@@ -108,10 +108,14 @@ void Spool::map(int fd, std::size_t size) {
   ring_size_ = size - sizeof(Header);
 }
 
+// The mark comes last: without it nothing has been put yet.
 void Spool::begin_anew() {
+  header_->magic = {};
+  std::atomic_signal_fence(std::memory_order_seq_cst);
   header_->put.store(0);
   header_->taken.store(0);
   header_->ring_size = ring_size_;
+  std::atomic_thread_fence(std::memory_order_seq_cst);
   header_->magic = kMagic;
 }
 
