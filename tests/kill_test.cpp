@@ -1,5 +1,6 @@
-// The host is killed, without a chance to do anything, while settings, audit records and enrollments are written. What
-// it had acknowledged is there afterwards, and the databases open clean.
+// The host is killed, without a chance to do anything, while settings, audit records and enrollments are written and
+// the door opens. What it had acknowledged is there afterwards, every opening is in the journal, and the databases open
+// clean.
 //
 // The environment variable KILLS gives how often.
 #include <gmock/gmock.h>
@@ -14,6 +15,7 @@
 #include <thread>
 
 #include "door/control/control.h"
+#include "door/journal/journal.h"
 #include "door/services/user_store.h"
 #include "door/tests/process.h"
 #include "refhost/audit_log.h"
@@ -34,6 +36,8 @@ struct Acknowledged {
   std::map<std::int64_t, std::string> records;  // details by number
   std::map<std::uint64_t, std::int64_t> cards;  // users
   std::string setting, attempted;
+  int changes = 0;   // of settings
+  int openings = 0;  // of the door, that were seen
 };
 
 // Each request with its answer, until the host has gone.
@@ -57,6 +61,7 @@ void change_settings(const std::filesystem::path& state, std::size_t& number, Ac
                  {"value", acknowledged.attempted}});
     if (client.receive().at("ok").get<bool>()) {
       acknowledged.setting = acknowledged.attempted;
+      ++acknowledged.changes;
     }
   });
 }
@@ -71,6 +76,25 @@ void follow_records(const std::filesystem::path& state, Acknowledged& acknowledg
       if (event.contains("fields")) {
         const auto& fields = event.at("fields");
         acknowledged.records[fields.at("id")] = fields.at("details");
+      }
+    }
+  });
+}
+
+// The exit button, each time that the door has closed again.
+void open_door(const std::filesystem::path& state, Acknowledged& acknowledged) {
+  until_the_end(state, [&](ControlClient& button) {
+    ControlClient door(state);
+    static const Json kWatch{{"command", "events"}, {"types", "door_state"}};
+    door.send(kWatch);
+    door.receive();
+    for (;;) {
+      button.send({{"command", "rex"}});
+      button.receive();
+      for (bool is_open = true; is_open;) {
+        const Json event = door.receive();
+        is_open = event.at("fields").at("open") == 1;
+        acknowledged.openings += is_open ? 1 : 0;
       }
     }
   });
@@ -105,9 +129,10 @@ class Kill : public testing::Test {
 
   // A host that answers, with its plug-in running.
   std::unique_ptr<Achost> start() const {
-    auto host = std::make_unique<Achost>(std::vector<std::string>{
-        "run", "--plugin", UHF_SO, "--state", state(), "--json", "--simulate", "--interactive", "--set",
-        "probe_interval=1", "--set", "read_interval=250", "--set", "host.enroll_timeout=1000"});
+    auto host = std::make_unique<Achost>(
+        std::vector<std::string>{"run", "--plugin", UHF_SO, "--state", state(), "--json", "--simulate", "--interactive",
+                                 "--set", "probe_interval=1", "--set", "read_interval=250", "--set",
+                                 "host.enroll_timeout=1000", "--set", "host.door_open_time=20"});
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
     while (std::chrono::steady_clock::now() < deadline && !is_ready()) {
       std::this_thread::sleep_for(milliseconds(2));
@@ -121,12 +146,14 @@ class Kill : public testing::Test {
     Acknowledged acknowledged;
     std::thread settings([&] { change_settings(state(), settings_, acknowledged); });
     std::thread records([&] { follow_records(state(), acknowledged); });
+    std::thread door([&] { open_door(state(), acknowledged); });
     std::thread cards([&] { enroll(state(), users_, acknowledged); });
     std::this_thread::sleep_for(life);
     host->signal(SIGKILL);
     settings.join();
     records.join();
     cards.join();
+    door.join();
     host->wait();
     return acknowledged;
   }
@@ -149,12 +176,27 @@ class Kill : public testing::Test {
     if (!acknowledged.setting.empty()) {
       EXPECT_THAT(stored, testing::AnyOf(acknowledged.setting, acknowledged.attempted));
     }
+    check_journal(acknowledged);
     for (const auto& entry : std::filesystem::directory_iterator(state())) {
       EXPECT_EQ(entry.path().string().find("damaged"), std::string::npos) << entry.path();
     }
   }
 
  private:
+  // Of what was noted nothing is lost: neither an opening whose relay has moved, nor a change that was answered.
+  void check_journal(const Acknowledged& acknowledged) {
+    { const achost::Journal takes_what_the_spool_has(state()); }
+    std::map<achost::Kind, int> counts;
+    last_entry_ = achost::Journal::read(state(), {.after = last_entry_},
+                                        [&](const achost::JournalEntry& entry) { ++counts[entry.entry.kind]; });
+    EXPECT_GE(counts[achost::Kind::opening], acknowledged.openings);
+    EXPECT_LE(counts[achost::Kind::opening], acknowledged.openings + 1) << "one may have been under way";
+    EXPECT_GE(counts[achost::Kind::setting_change], acknowledged.changes);
+    EXPECT_EQ(counts[achost::Kind::start], 1);
+    EXPECT_EQ(counts[achost::Kind::gap], 0);
+    EXPECT_THAT(achost::Journal::inspect(state()).faults, testing::IsEmpty());
+  }
+
   bool is_ready() const {
     try {
       ControlClient client(state());
@@ -168,6 +210,7 @@ class Kill : public testing::Test {
   refhost::test::TemporaryDirectory directory_;
   std::size_t settings_ = 0;
   std::size_t users_ = 0;
+  std::int64_t last_entry_ = 0;
 };
 
 }  // namespace
@@ -179,17 +222,20 @@ TEST_F(Kill, WhatWasAcknowledgedIsThereAfterwards) {
   std::size_t records = 0;
   std::size_t cards = 0;
   int settings = 0;
+  int openings = 0;
   for (int i = 0; i < kills; ++i) {
     const auto acknowledged = live_and_die(milliseconds(random() % static_cast<unsigned>(kLongestLife.count())));
     check(acknowledged);
     ASSERT_FALSE(HasFailure()) << "kill " << i;
     records += acknowledged.records.size();
     cards += acknowledged.cards.size();
+    openings += acknowledged.openings;
     settings += acknowledged.setting.empty() ? 0 : 1;
   }
   std::cout << kills << " kills: " << records << " audit records, " << cards << " enrolled cards and " << settings
-            << " last settings were acknowledged, and none was lost\n";
+            << " last settings were acknowledged, the door opened " << openings << " times, and none was lost\n";
   EXPECT_GT(records, static_cast<std::size_t>(kills));
   EXPECT_GT(cards, static_cast<std::size_t>(kills) / 10);
   EXPECT_GT(settings, kills / 2);
+  EXPECT_GT(openings, kills / 2);
 }

@@ -3,11 +3,15 @@
 #include <SQLiteCpp/SQLiteCpp.h>
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
 #include <functional>
 #include <set>
 #include <string>
 
 #include "ac/exception.h"
+#include "door/journal/journal.h"
 #include "door/services/enroller_service.h"
 #include "door/services/user_store.h"
 #include "door/tests/failing_vfs.h"
@@ -157,6 +161,76 @@ TEST_P(DiskFault, LosesNoRecordOfALogThatIsBroughtUpToDateAndShrinks) {
     ASSERT_GE(ids.back(), 3000) << "call " << call;
   }
   EXPECT_GT(failures, 50) << "the story is too short to tell anything";
+}
+
+// Note a few things and let old ones go, each once the one before is on the disk or has failed. Returns how many were
+// noted; none when the file cannot be opened.
+std::int64_t keep_journal(const std::filesystem::path& state, std::vector<std::string>& errors) {
+  std::int64_t noted = 0;
+  try {
+    Journal journal(state);
+    journal.on_trouble([&](const std::string& text) { errors.push_back(text); });
+    journal.retain([] { return JournalRetention{.keep = 1000, .oldest = 0}; });
+    const auto before = journal.stored();
+    for (; noted < 4; ++noted) {
+      EXPECT_TRUE(journal.note({.kind = Kind::opening, .user = noted}));
+      while (journal.is_writable() && journal.stored() <= before + noted) {
+        journal.wait_beyond(before + noted, std::chrono::milliseconds(10));
+      }
+    }
+  } catch (const ac::ac_exception& failure) {
+    errors.emplace_back(failure.what());
+  }
+  return noted;
+}
+
+// A journal whose next entries make the oldest go.
+void make_full_journal(const std::filesystem::path& state) {
+  Journal journal(state);
+  for (int i = 0; i < 1998; ++i) {
+    journal.note({.kind = Kind::closing});
+  }
+}
+
+TEST_P(DiskFault, LosesNothingThatWasNotedInTheJournal) {
+  refhost::log::set_threshold(refhost::log::Level::off);
+  const TemporaryDirectory full;
+  setenv("RUNTIME_DIRECTORY", full.path().c_str(), 1);
+  make_full_journal(full.path());
+  std::size_t failures = 0;
+  bool failed = true;
+  // Each of the first, where the steps are, and then every seventh.
+  for (int call = 1; failed && !HasFailure(); call += call < 60 ? 1 : 7) {
+    const TemporaryDirectory directory;
+    setenv("RUNTIME_DIRECTORY", directory.path().c_str(), 1);
+    std::filesystem::copy(full.path(), directory.path(), std::filesystem::copy_options::recursive);
+    std::vector<std::string> errors;
+    disk_.fail_at(call, GetParam());
+    const auto noted = keep_journal(directory.path(), errors);
+    failed = disk_.calls() >= call;
+    failures += errors.size();
+    for (const auto& error : errors) {
+      EXPECT_TRUE(error.empty() || error.find((directory.path() / "journal.db").string()) != std::string::npos)
+          << error;
+    }
+    disk_.fail_at(0, SQLITE_OK);
+    { const Journal again(directory.path()); }
+    std::vector<std::int64_t> users;
+    std::int64_t last = 0;
+    Journal::read(directory.path(), {}, [&](const JournalEntry& entry) {
+      EXPECT_TRUE(last == 0 || entry.number == last + 1) << "a hole before " << entry.number << ", call " << call;
+      last = entry.number;
+      if (entry.entry.kind == Kind::opening) {
+        users.push_back(entry.entry.user.value());
+      }
+    });
+    EXPECT_EQ(static_cast<std::int64_t>(users.size()), noted) << "call " << call;
+    EXPECT_TRUE(std::ranges::is_sorted(users));
+    EXPECT_FALSE(std::filesystem::exists(directory.path() / "journal.db.damaged")) << "call " << call;
+  }
+  EXPECT_GT(failures, 10U) << "the story is too short to tell anything";
+  unsetenv("RUNTIME_DIRECTORY");
+  refhost::log::set_threshold(refhost::log::Level::warning);
 }
 
 class FullDisk : public Services {
