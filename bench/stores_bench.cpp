@@ -1,9 +1,6 @@
 // Lists and exports of stores as full as they get, beside bare SQLite, and what appending costs while the audit log's
 // surplus goes. The argument is achost.
 #include <SQLiteCpp/SQLiteCpp.h>
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -16,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "commands.h"
 #include "full_log.h"
 #include "refhost/audit_log.h"
 #include "refhost/upkeep.h"
@@ -33,29 +31,6 @@ constexpr int kMostAppends = 200'000;
 constexpr int kKept = 1'000;
 constexpr int kTurns = 3;
 constexpr double kLongest = 5;  // ms, of an append
-
-template <typename Work>
-double milliseconds(const Work& work) {
-  const auto begin = std::chrono::steady_clock::now();
-  work();
-  return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - begin).count();
-}
-
-void run(std::vector<std::string> words) {
-  std::vector<char*> arguments;
-  std::ranges::transform(words, std::back_inserter(arguments), [](std::string& word) { return word.data(); });
-  arguments.push_back(nullptr);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-  pid_t id = 0;
-  int status = 0;
-  if (posix_spawn(&id, arguments.front(), &actions, nullptr, arguments.data(), environ) != 0 ||
-      waitpid(id, &status, 0) != id || status != 0) {
-    throw std::runtime_error(words[0] + " " + words[1] + " " + words[2] + " failed");
-  }
-  posix_spawn_file_actions_destroy(&actions);
-}
 
 void fill_users(const std::string& achost, const fs::path& directory) {
   run({achost, "card", "add", "7919", "--user", "1", "--state", directory});  // makes the file

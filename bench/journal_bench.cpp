@@ -1,0 +1,141 @@
+// The journal: what noting costs, how soon an entry is on the disk, and questions to one as full as it gets, beside
+// bare SQLite. The argument is achost.
+#include <SQLiteCpp/SQLiteCpp.h>
+
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "commands.h"
+#include "door/journal/journal.h"
+#include "store.h"
+#include "table.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using achost::Entry;
+using achost::Journal;
+using achost::Kind;
+
+constexpr int kEntries = 2'000'000;
+constexpr int kNotes = 2'000;
+constexpr int kStored = 300;
+constexpr int kTurns = 21;
+
+const Entry kEntry = {.kind = Kind::identification, .user = 7, .card = 33, .fields = {{"outcome", "opens"}}};
+
+void noting(const fs::path& directory) {
+  Journal journal(directory);
+  std::vector<double> notes;
+  for (int i = 0; i < kNotes; ++i) {
+    notes.push_back(milliseconds([&] { journal.note(kEntry); }) * 1000);
+  }
+  journal.wait_beyond(kNotes - 1, std::chrono::seconds(10));
+  print_row("noting an entry in the journal, median", number(median(notes), 2) + " µs");
+  print_row("noting an entry in the journal, 99 of 100", number(quantile(notes, 0.99), 2) + " µs");
+}
+
+// An entry by itself each time, at any moment of what the journal does otherwise; beside it a bare insert of the same.
+void storing(const fs::path& directory) {
+  const TemporaryDirectory beside;
+  { const Journal makes_the_file(beside.path()); }
+  SQLite::Database bare(beside.path() / "journal.db", SQLite::OPEN_READWRITE);
+  bare.exec("PRAGMA synchronous = FULL");
+  SQLite::Statement insert(bare,
+                           "INSERT INTO entries(kind, at, zone, monotonic, boot, trusted, user, card, fields, sum) "
+                           "VALUES(1, 0, 0, 0, 1, 0, 7, 33, '{\"outcome\":\"opens\"}', 0)");
+  Journal journal(directory);
+  std::vector<double> times;
+  std::vector<double> bare_times;
+  for (int i = 0; i < kStored; ++i) {
+    const auto before = journal.stored();
+    times.push_back(milliseconds([&] {
+      journal.note(kEntry);
+      journal.wait_beyond(before, std::chrono::seconds(10));
+    }));
+    bare_times.push_back(milliseconds([&] {
+      insert.exec();
+      insert.reset();
+    }));
+  }
+  print_row("from noting an entry to the disk, median", number(median(times)) + " ms", "", "50 ms");
+  print_row("from noting an entry to the disk, the longest of 300", number(quantile(times, 1)) + " ms", "", "50 ms");
+  print_row("bare SQLite: the same inserted, the longest of 300", number(quantile(bare_times, 1)) + " ms");
+}
+
+// An entry in 15 seconds, up to now, of 1,000 users. Nobody looks at the checksums.
+void fill(const fs::path& directory) {
+  { const Journal makes_the_file(directory); }
+  SQLite::Database database(directory / "journal.db", SQLite::OPEN_READWRITE);
+  database.exec("PRAGMA synchronous = OFF");
+  database.exec(
+      "INSERT INTO entries(number, kind, at, zone, monotonic, boot, trusted, user, card, fields, sum) WITH RECURSIVE "
+      "n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < " +
+      std::to_string(kEntries) + ") SELECT i, 1 + i % 3, (strftime('%s', 'now') - 15 * (" + std::to_string(kEntries) +
+      " - i)) * 1000, 0, 0, 1, 0, CASE WHEN i % 3 = 0 THEN 1 + i / 3 % 1000 END, "
+      "CASE WHEN i % 3 = 0 THEN (1 + i / 3 % 1000) * 7919 END, '{\"outcome\":\"opens\"}', 0 FROM n");
+  database.exec("PRAGMA wal_checkpoint(TRUNCATE)");
+}
+
+struct Question {
+  std::vector<std::string> words;
+  std::string bare;
+  std::string target;
+};
+
+// All fields of all rows, and nothing done with them.
+std::size_t walk(const fs::path& file, const std::string& question) {
+  const SQLite::Database database(file, SQLite::OPEN_READONLY);
+  SQLite::Statement query(database, question);
+  std::size_t size = 0;
+  while (query.executeStep()) {
+    for (int i = 0; i < query.getColumnCount(); ++i) {
+      size += static_cast<std::size_t>(query.getColumn(i).getBytes());
+    }
+  }
+  return size;
+}
+
+// Each command beside the bare question, turn by turn.
+void ask(const std::string& achost, const fs::path& directory) {
+  const std::string all = "SELECT * FROM entries ";
+  for (const auto& [words, bare, target] :
+       {Question{{"--last", "10"}, all + "ORDER BY number DESC LIMIT 10", "20 ms"},
+        Question{{"--since", "today"},
+                 all + "WHERE at >= strftime('%s', 'now', 'localtime', 'start of day', 'utc') * 1000 ORDER BY at",
+                 "50 ms"},
+        Question{{"--user", "7"}, all + "WHERE user = 7 ORDER BY number", "50 ms"}}) {
+    std::vector<std::string> command = {achost, "journal", "--state", directory};
+    command.insert(command.end(), words.begin(), words.end());
+    std::vector<double> times;
+    std::vector<double> bare_times;
+    for (int i = 0; i < kTurns; ++i) {
+      times.push_back(milliseconds([&] { run(command); }));
+      bare_times.push_back(milliseconds([&] { walk(directory / "journal.db", bare); }));
+    }
+    const std::string name = words[0] + " " + words[1];
+    print_row("`achost journal " + name + "`, 2,000,000 entries", number(median(times)) + " ms",
+              ratio_of(times, bare_times), target);
+    print_row("bare SQLite: the entries of `" + name + "` read", number(median(bare_times)) + " ms");
+  }
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+  if (count != 2) {
+    std::fputs("usage: uhf-bench-journal ACHOST\n", stderr);
+    return 2;
+  }
+  const TemporaryDirectory small;
+  noting(small.path());
+  storing(small.path());
+  const TemporaryDirectory full;
+  fill(full.path());
+  ask(arguments[1], full.path());
+  return 0;
+}
