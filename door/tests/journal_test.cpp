@@ -427,6 +427,14 @@ TEST(EntryCode, EachKindHasANameOfItsOwn) {
   EXPECT_EQ(kind_of("none"), std::nullopt);
 }
 
+TEST(EntryCode, TheKindsAreThoseThatArePublished) {
+  std::string rows;
+  for (const auto& kind : kKinds) {
+    rows += "| `" + std::string(kind.name) + "` | " + std::string(kind.meaning) + " |\n";
+  }
+  EXPECT_THAT(content_of(JOURNAL_DOCUMENT), testing::HasSubstr("|---|---|\n" + rows + "\n"));
+}
+
 TEST(ClockJumpsTest, AreSeenInBothDirectionsAndOnceEach) {
   ClockJumps jumps;
   EXPECT_EQ(jumps.look(1'000'000, 5000), std::nullopt) << "nothing to hold it against";
