@@ -83,7 +83,7 @@ TEST_F(StalledDisk, KeepsNoEndWaiting) {
   EXPECT_THAT(
       result.err,
       HasSubstr("not closed, as the disk does not answer: the control socket, the settings, the audit log, users "
-                "and cards; nothing that was stored is lost\n"));
+                "and cards, the journal; nothing that was stored is lost\n"));
   let_disk_go();
   start();
   EXPECT_THAT(stored_interval(), testing::AnyOf("650", "700"));

@@ -312,6 +312,8 @@ constexpr NamedThread kThreads[] = {
     {"enroller", 0, "Enroller"},
     {"watchdog", 0, "Watchdog"},
     {"control", 0, "Control"},
+    {"journal", 0, "Journal"},
+    {"journal_feed", 0, "JournalFeed"},
     {"plugin", 0, "ReadingLoop"},
     {"plugin", 1, "Story"},
     {"plugin", 2, "Dispatch"},

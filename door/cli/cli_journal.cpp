@@ -1,4 +1,7 @@
 // The journal.
+#include <csignal>
+#include <cstdlib>
+
 #include "cli/command_line.h"
 #include "door/cli/cli.h"
 #include "door/cli/journal_command.h"
@@ -36,6 +39,11 @@ void add_journal(CLI::App& app) {
   command.footer(kTimesHelp);
   command.callback([=] {
     options->state = *state;
+    if (options->follows) {
+      // Ctrl-C is the way out, so it is no failure.
+      std::signal(SIGINT, [](int) { std::_Exit(0); });
+      std::signal(SIGTERM, [](int) { std::_Exit(0); });
+    }
     print_journal(*options);
   });
 }

@@ -9,6 +9,7 @@
 #include <ctime>
 #include <fstream>
 #include <mutex>
+#include <new>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -80,6 +81,7 @@ struct Journal::Impl {
   bool give_number(std::string& code);
   bool put_gap();
   void run();
+  bool store_and_prune();
   bool store_some(std::unique_lock<std::mutex>& lock);
   void prune(std::unique_lock<std::mutex>& lock);
   std::string trouble() const;
@@ -206,12 +208,16 @@ EntryTime Journal::Impl::now() const {
 
 // False when it is lost.
 bool Journal::Impl::put(const Entry& entry) {
-  auto code = encoded(entry, now(), boot);
+  std::string code;
+  try {
+    code = encoded(entry, now(), boot);
+  } catch (const std::bad_alloc&) {  // it counts as one that finds no room
+  }
   const std::lock_guard lock(mutex);
   if (ending) {
     return false;
   }
-  if (!put_locked(code)) {
+  if (code.empty() || !put_locked(code)) {
     lost_since = lost++ == 0 ? count(std::chrono::system_clock::now()) : lost_since;
     return false;
   }
@@ -243,8 +249,9 @@ bool Journal::Impl::put_gap() {
   if (lost == 0) {
     return true;
   }
-  const Entry gap = {.kind = Kind::gap,
-                     .fields = {{"lost", lost}, {"since", lost_since}, {"reason", "too many waited for the disk"}}};
+  const Entry gap = {
+      .kind = Kind::gap,
+      .fields = {{"lost", lost}, {"since", lost_since}, {"reason", "there was no room for them in memory"}}};
   auto code = encoded(gap, now(), boot);
   const bool is_said = give_number(code);
   lost = is_said ? 0 : lost;
@@ -253,28 +260,37 @@ bool Journal::Impl::put_gap() {
 
 void Journal::Impl::run() {
   ac::util::set_thread_name("journal", pthread_self());
-  while (true) {
+  for (bool goes_on = true; goes_on;) {
     alarm_clock.wait();
     is_held_up = true;
-    std::unique_lock lock(mutex);
-    bool is_stored = false;
-    do {
-      is_stored = store_some(lock);
-    } while (ending && is_stored && !spool->is_empty());
-    if (ending) {
-      break;
-    }
-    if (is_stored && wants_pruning) {
-      prune(lock);
-    }
-    if (!is_stored) {
+    try {
+      goes_on = store_and_prune();
+    } catch (const std::bad_alloc&) {  // what waits, waits on
       alarm_clock.set(kAgain);
-    } else if (wants_pruning || waiting_since.has_value()) {
-      alarm_clock.set(kGathering);
     }
-    is_held_up = !is_stored;
   }
-  is_held_up = false;
+}
+
+// False when it is the end.
+bool Journal::Impl::store_and_prune() {
+  std::unique_lock lock(mutex);
+  bool is_stored = false;
+  do {
+    is_stored = store_some(lock);
+  } while (ending && is_stored && !spool->is_empty());
+  if (ending) {
+    return false;
+  }
+  if (is_stored && wants_pruning) {
+    prune(lock);
+  }
+  if (!is_stored) {
+    alarm_clock.set(kAgain);
+  } else if (wants_pruning || waiting_since.has_value()) {
+    alarm_clock.set(kGathering);
+  }
+  is_held_up = !is_stored;
+  return true;
 }
 
 // What waits in the spool, but for what is put meanwhile. The lock is not held while the disk is used.
@@ -282,13 +298,13 @@ bool Journal::Impl::store_some(std::unique_lock<std::mutex>& lock) {
   const auto begin = Clock::now();
   lock.unlock();
   std::string reason;
-  std::vector<JournalEntry> entries;
-  const auto place = spool->look(kMostAtOnce, [&](std::string_view code) {
-    if (auto entry = decoded(code)) {
-      entries.push_back(std::move(*entry));
-    }
-  });
   try {
+    std::vector<JournalEntry> entries;
+    const auto place = spool->look(kMostAtOnce, [&](std::string_view code) {
+      if (auto entry = decoded(code)) {
+        entries.push_back(std::move(*entry));
+      }
+    });
     if (!entries.empty()) {
       file->store(entries);
     }
@@ -331,7 +347,8 @@ void Journal::Impl::prune(std::unique_lock<std::mutex>& lock) {
 // With the lock held.
 std::string Journal::Impl::trouble() const {
   const std::string name = (directory / kJournalFileName).string();
-  const std::string what = lost > 0 ? "entries are lost, as too many wait in memory" : "what happens waits in memory";
+  const std::string what =
+      lost > 0 ? "entries are lost, as there is no more room for them in memory" : "what happens waits in memory";
   if (!failure.empty()) {
     return "the journal cannot be written, " + what + ": " + failure + "; see who has it open (fuser " + name +
            ") and what room there is (df)";
@@ -339,7 +356,7 @@ std::string Journal::Impl::trouble() const {
   if (waiting_since.has_value() && Clock::now() - *waiting_since > kPatience) {
     return "the disk below " + name + " does not answer, " + what + "; see what the kernel says of it (dmesg)";
   }
-  return lost > 0 ? "the journal has lost entries, as too many waited in memory" : "";
+  return lost > 0 ? "the journal has lost entries, as there was no room for them in memory" : "";
 }
 
 void Journal::Impl::tell_trouble() {

@@ -1,6 +1,7 @@
 #include "door/services/door_service.h"
 
 #include <chrono>
+#include <new>
 #include <string>
 
 #include "ac/config_util.h"
@@ -71,14 +72,23 @@ void DoorService::open_or_prolong(int reason) {
       books_.note({.kind = Kind::refusal, .fields = {{"door", kDoor}, {"reason", cause}}});
       return;
     }
-    books_.note({.kind = Kind::opening,
-                 .fields = {{"door", kDoor}, {"reason", text_of(static_cast<DoorReason>(reason))}, {"relay", relay}}});
+    note_opening(relay, reason);
     opening_ = {.relay = relay, .reason = reason, .until = until};
     switch_relay(relay, 1);
     tell_state(1, reason);
   }
   for (auto& timer : timers_) {
     timer.start(until);
+  }
+}
+
+// Whoever wants out gets out also when there is no memory to say so.
+void DoorService::note_opening(int relay, int reason) const {
+  try {
+    books_.note({.kind = Kind::opening,
+                 .fields = {{"door", kDoor}, {"reason", text_of(static_cast<DoorReason>(reason))}, {"relay", relay}}});
+  } catch (const std::bad_alloc&) {
+    refhost::log::error("door: there is no memory to note that it opens");
   }
 }
 

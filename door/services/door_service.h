@@ -51,6 +51,7 @@ class DoorService {
 
   void request(const ac::Message& message);
   void open_or_prolong(int reason);
+  void note_opening(int relay, int reason) const;
   void close();
 
   const Bookkeeping& books_;

@@ -1,4 +1,6 @@
 // The command "achost journal", as a process of its own.
+#include <signal.h>
+
 #include <nlohmann/json.hpp>
 
 #include "door/journal/journal.h"
@@ -91,6 +93,13 @@ TEST_F(AchostJournal, AReaderWhoHasSeenEnoughEndsIt) {
   Achost command(words({"--follow"}));
   command.next_line();
   command.close_output();
+  EXPECT_EQ(command.wait().status, 0);
+}
+
+TEST_F(AchostJournal, CtrlCEndsTheFollowingInOrder) {
+  Achost command(words({"--follow"}));
+  EXPECT_NE(command.next_line(), "");
+  command.signal(SIGINT);
   EXPECT_EQ(command.wait().status, 0);
 }
 

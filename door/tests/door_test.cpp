@@ -1,6 +1,9 @@
 #include "door/services/door_service.h"
 
+#include <gmock/gmock.h>
+
 #include <chrono>
+#include <new>
 
 #include "ac/config_util.h"
 #include "door/tests/service_fixture.h"
@@ -94,6 +97,14 @@ TEST_F(Door, AnOpeningIsNotedBeforeTheRelayMoves) {
   EXPECT_EQ(order.wait_for(3), Texts({"opening identification", "gpio_set_value value=1", "gpio_set_value value=0"}));
   request(kExitRequest);
   EXPECT_EQ(order.wait_for(5).at(3), "opening exit request");
+}
+
+TEST_F(Door, OpensAlsoWhenThereIsNoMemoryToNoteIt) {
+  books.note = [](const Entry&) { throw std::bad_alloc(); };
+  refhost::test::capture_log();
+  request(kExitRequest);
+  EXPECT_EQ(seen(1).at(0), "gpio_set_value gpio=18 value=1");
+  EXPECT_THAT(refhost::test::captured_log(), testing::HasSubstr("no memory to note that it opens"));
 }
 
 TEST_F(Door, ClosesWhenTheServiceEnds) {
