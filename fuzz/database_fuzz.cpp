@@ -3,6 +3,7 @@
 #include <fstream>
 
 #include "ac/exception.h"
+#include "door/journal/journal.h"
 #include "door/services/user_store.h"
 #include "input.h"
 #include "refhost/audit_log.h"
@@ -34,20 +35,29 @@ void use_users(const path& directory) {
   users.cards();
 }
 
-struct Kind {
+void use_journal(const path& directory) {
+  achost::Journal journal(directory);
+  journal.note({.kind = achost::Kind::alarm, .user = 7, .fields = {{"text", "a"}}});
+  journal.seal();
+  achost::Journal::read(directory, {.user = 7}, [](const auto&) {});
+  achost::Journal::read(directory, {.last = 3}, [](const auto&) {});
+  achost::Journal::inspect(directory);
+}
+
+struct Store {
   const char* file;
   void (*use)(const path& directory);
 };
 
-constexpr std::array kKinds{Kind{"settings.db", use_settings}, Kind{"audit.db", use_audit},
-                            Kind{"users.db", use_users}};
+constexpr std::array kStores{Store{"settings.db", use_settings}, Store{"audit.db", use_audit},
+                             Store{"users.db", use_users}, Store{"journal.db", use_journal}};
 
 }  // namespace
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   refhost::log::set_threshold(refhost::log::Level::off);
   fuzz::Input input(data, size);
-  const Kind& kind = kKinds[input.below(kKinds.size())];
+  const Store& kind = kStores[input.below(kStores.size())];
   const auto directory = fuzz::empty_directory();
   const auto content = input.all_text();
   std::ofstream(directory / kind.file, std::ios::binary) << content;

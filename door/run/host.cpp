@@ -16,8 +16,8 @@
 #include <vector>
 
 #include "ac/util.h"
-#include "door/base/maker.h"
 #include "door/base/settings_rules.h"
+#include "door/journal/changes.h"
 #include "door/run/temporary_state.h"
 #include "refhost/clock.h"
 #include "refhost/delivery.h"
@@ -115,19 +115,6 @@ JournalRetention journal_retention(const refhost::SettingsStore& settings) {
           .knows_ages = refhost::clock_is_trusted()};
 }
 
-// Without a maker the device has changed it by itself.
-Entry entry_of(const refhost::SettingsStore::Change& change) {
-  Entry entry = {.kind = Kind::setting_change,
-                 .fields = {{"setting", change.setting.section + "." + change.setting.key},
-                            {"value", change.value},
-                            {"previous_value", change.previous_value}}};
-  if (const auto& maker = MakerScope::current()) {
-    entry.fields.emplace_back("by_uid", maker->uid);
-    entry.fields.emplace_back("by", maker->name);
-  }
-  return entry;
-}
-
 }  // namespace
 
 Host::Host(const std::filesystem::path& state, Reader& reader, Printer::Form form,
@@ -194,7 +181,10 @@ void Host::begin_journal() {
     trouble.empty() ? alarms_.clear(kJournalAlarm) : alarms_.raise(kJournalAlarm, trouble);
   });
   journal_.retain([this] { return journal_retention(settings_); });
-  changes_.on_stored([this](const refhost::SettingsStore::Change& change) { journal_.note(entry_of(change)); });
+  changes_.on_stored([this](const refhost::SettingsStore::Change& change) {
+    journal_.note(
+        setting_change(change.setting.section + "." + change.setting.key, change.value, change.previous_value));
+  });
   journal_.note({.kind = Kind::start,
                  .fields = {{"version", UHF_VERSION},
                             {"run_before", journal_.found_unended_run() ? "without an end" : "ended"}}});

@@ -5,6 +5,8 @@
 
 #include <thread>
 
+#include "door/journal/changes.h"
+
 namespace achost::test {
 namespace {
 
@@ -23,6 +25,23 @@ TEST(MakerTest, HoldsForTheBlockAndTheThread) {
     std::thread([] { EXPECT_FALSE(MakerScope::current().has_value()); }).join();
   }
   EXPECT_EQ(MakerScope::current()->name, "ana");
+}
+
+TEST(Changes, HaveTheirMaker) {
+  EXPECT_EQ(setting_change("uhf.region", "EUROPE", ""),
+            (Entry{.kind = Kind::setting_change,
+                   .fields = {{"setting", "uhf.region"}, {"value", "EUROPE"}, {"previous_value", ""}}}))
+      << "the device by itself";
+  const MakerScope scope({.uid = 5, .name = "ana"});
+  EXPECT_EQ(user_change("changed", 7, {{"name", "Eve"}}),
+            (Entry{.kind = Kind::user_change,
+                   .user = 7,
+                   .fields = {{"change", "changed"}, {"name", "Eve"}, {"by_uid", std::int64_t{5}}, {"by", "ana"}}}));
+  EXPECT_EQ(card_change("added", 33, 7),
+            (Entry{.kind = Kind::card_change,
+                   .user = 7,
+                   .card = 33,
+                   .fields = {{"change", "added"}, {"by_uid", std::int64_t{5}}, {"by", "ana"}}}));
 }
 
 }  // namespace

@@ -1,0 +1,34 @@
+#include "door/journal/changes.h"
+
+#include <utility>
+
+#include "door/base/maker.h"
+
+namespace achost {
+namespace {
+
+Entry with_maker(Entry entry) {
+  if (const auto& maker = MakerScope::current()) {
+    entry.fields.emplace_back("by_uid", maker->uid);
+    entry.fields.emplace_back("by", maker->name);
+  }
+  return entry;
+}
+
+}  // namespace
+
+Entry setting_change(const std::string& setting, const std::string& value, const std::string& previous_value) {
+  return with_maker({.kind = Kind::setting_change,
+                     .fields = {{"setting", setting}, {"value", value}, {"previous_value", previous_value}}});
+}
+
+Entry user_change(const std::string& change, std::int64_t user, std::vector<EntryField> fields) {
+  fields.insert(fields.begin(), {"change", change});
+  return with_maker({.kind = Kind::user_change, .user = user, .fields = std::move(fields)});
+}
+
+Entry card_change(const std::string& change, std::uint64_t card, std::optional<std::int64_t> user) {
+  return with_maker({.kind = Kind::card_change, .user = user, .card = card, .fields = {{"change", change}}});
+}
+
+}  // namespace achost
