@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -15,7 +14,7 @@
 namespace achost {
 namespace {
 
-constexpr std::array<char, 8> kMagic = {'j', 's', 'p', 'o', 'o', 'l', '0', '1'};
+constexpr std::uint64_t kMark = 0x31306c6f6f70736a;  // "jspool01" in a file of most machines
 
 // Before each record.
 struct Prefix {
@@ -56,7 +55,7 @@ int open_own(const std::filesystem::path& file) {
 
 // The positions count the bytes that were ever put and taken.
 struct Spool::Header {
-  std::array<char, 8> magic;
+  std::atomic<std::uint64_t> mark;
   std::uint64_t ring_size;
   alignas(64) std::atomic<std::uint64_t> put;    // written by who puts, behind the record itself
   alignas(64) std::atomic<std::uint64_t> taken;  // written by who takes
@@ -81,7 +80,7 @@ Spool::Spool(const std::filesystem::path& file, std::size_t size) : file_(file) 
   map(fd, size);
   close(fd);
   if (!is_sound()) {
-    is_damaged_ = !is_new && header_->magic != decltype(header_->magic){};
+    is_damaged_ = !is_new && header_->mark.load() != 0;
     begin_anew();
   }
 }
@@ -110,19 +109,17 @@ void Spool::map(int fd, std::size_t size) {
 
 // The mark comes last: without it nothing has been put yet.
 void Spool::begin_anew() {
-  header_->magic = {};
-  std::atomic_signal_fence(std::memory_order_seq_cst);
+  header_->mark.store(0);
   header_->put.store(0);
   header_->taken.store(0);
   header_->ring_size = ring_size_;
-  std::atomic_thread_fence(std::memory_order_seq_cst);
-  header_->magic = kMagic;
+  header_->mark.store(kMark);
 }
 
 bool Spool::is_sound() const {
   const std::uint64_t put = header_->put.load(std::memory_order_acquire);
   const std::uint64_t taken = header_->taken.load(std::memory_order_acquire);
-  return header_->magic == kMagic && header_->ring_size == ring_size_ && taken <= put && put - taken <= ring_size_;
+  return header_->mark.load() == kMark && header_->ring_size == ring_size_ && taken <= put && put - taken <= ring_size_;
 }
 
 void Spool::copy_in(std::uint64_t place, const void* data, std::size_t size) {
