@@ -11,10 +11,7 @@
 #include "refhost/instance_lock.h"
 #include "refhost/log_entry.h"
 
-#include <array>
 #include <charconv>
-#include <cinttypes>
-#include <cstdio>
 #include <memory>
 #include <optional>
 
@@ -25,12 +22,6 @@ using refhost::log::escape;
 using Access = UserStore::Access;
 
 std::string dump(const Json& json) { return json.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n"; }
-
-std::string hexadecimal(std::uint64_t card) {
-  std::array<char, 24> buffer{};
-  std::snprintf(buffer.data(), buffer.size(), "0x%" PRIx64, card);
-  return buffer.data();
-}
 
 // A card as the events show it: decimal, or hexadecimal behind 0x.
 std::uint64_t card_of(const std::string& text) {
@@ -110,7 +101,8 @@ std::unique_ptr<UserStore> open_to_change(const std::filesystem::path& directory
 
 void put_user(const UserOptions& options) {
   check_user(options.id);
-  open_to_change(writable_state(*options.state))->put({.id = options.id, .name = options.name});
+  open_to_change(writable_state(*options.state))
+      ->change_user({.id = options.id, .name = options.name}, UserStore::Which::any);
 }
 
 void remove_user(const UserOptions& options) {

@@ -58,9 +58,8 @@ Json enroll(const Json& request, const std::string& plugin, EnrollerService& enr
   if (user < 1) {
     throw RequestError("a user has a number of 1 or more, not " + std::to_string(user));
   }
-  if (registration.size() > EnrollerService::kLongestRegistration) {
-    throw RequestError("a registration has at most " + std::to_string(EnrollerService::kLongestRegistration) +
-                       " bytes");
+  if (registration.size() > kLongestRegistration) {
+    throw RequestError("a registration has at most " + std::to_string(kLongestRegistration) + " bytes");
   }
   if (!request.value("wait", false)) {
     reserve(enroller, user, nullptr);

@@ -42,8 +42,6 @@ class EnrollerBusy : public std::runtime_error {
 // and it ends with the one who asked. Any thread may call.
 class EnrollerService {
  public:
-  static constexpr std::size_t kLongestRegistration = 256;  // bytes
-
   struct Outcome {
     std::optional<std::uint64_t> card;
     std::string failure;  // without a card, in words

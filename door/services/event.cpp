@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cinttypes>
-#include <cstdio>
 #include <map>
 #include <utility>
 
@@ -16,11 +14,6 @@
 
 namespace achost {
 
-std::string hexadecimal(std::uint64_t value) {
-  std::array<char, 24> buffer{};
-  std::snprintf(buffer.data(), buffer.size(), "0x%" PRIx64, value);
-  return buffer.data();
-}
 namespace {
 
 using refhost::log::escape;
@@ -51,9 +44,9 @@ std::uint64_t card_of(const ac::Message& message, const char* field) {
   return static_cast<std::uint64_t>(long_number(message, field));
 }
 
-std::string card_text(std::uint64_t card) { return "card " + std::to_string(card) + " (" + hexadecimal(card) + ")"; }
-
-std::string user_text(const ac::Message& message) { return "user " + std::to_string(long_number(message, "user_id")); }
+std::string user_text(const ac::Message& message) {
+  return named(long_number(message, "user_id"), text(message, "user_name"));
+}
 
 Event event(const char* name, std::string subject, std::string words, Weight weight, nlohmann::ordered_json fields) {
   return {.time = {},
@@ -76,17 +69,23 @@ std::optional<Event> identification(const ac::Message& message) {
   const bool known = message.get_int64("user_id", &user);
   if (known) {
     fields["user_id"] = user;
+    if (std::string name; message.get_string("user_name", &name)) {
+      fields["user_name"] = name;
+    }
   }
   const std::map<std::string, std::pair<std::string, Weight>> outcomes = {
       {"opens", {"welcome, " + user_text(message), Weight::good}},
       {"unknown", {"refused, nobody's card", Weight::bad}},
+      {"blocked", {"refused, " + user_text(message) + " is blocked", Weight::bad}},
+      {"not_yet_valid", {"refused, the time of " + user_text(message) + " has not come", Weight::bad}},
+      {"no_longer_valid", {"refused, the time of " + user_text(message) + " is over", Weight::bad}},
       {"held_back", {"held back, a card is being enrolled", Weight::plain}},
       {"mode_awaited", {"held back, the stored operation mode is not in force yet", Weight::bad}},
       {"failed", {"refused, the users cannot be read", Weight::bad}},
       {"journal_unwritable", {"refused, the journal cannot be written", Weight::bad}}};
   const auto found = outcomes.find(outcome);
   const auto& [words, weight] = found == outcomes.end() ? std::pair(escape(outcome), Weight::plain) : found->second;
-  return event("identification", card_text(card), words, weight, std::move(fields));
+  return event("identification", named_card(card), words, weight, std::move(fields));
 }
 
 std::optional<Event> door_open(const ac::Message& message) {
@@ -108,7 +107,7 @@ std::optional<Event> enrollment_begun(const ac::Message& message) {
 
 std::optional<Event> enrollment_done(const ac::Message& message) {
   const std::uint64_t card = card_of(message, "user_card");
-  return event("enrollment", "enrollment", card_text(card) + " is now of " + user_text(message), Weight::good,
+  return event("enrollment", "enrollment", named_card(card) + " is now of " + user_text(message), Weight::good,
                {{"state", "done"},
                 {"card", card},
                 {"card_hex", hexadecimal(card)},
@@ -220,7 +219,7 @@ const std::map<std::string, Maker>& makers() {
 std::string without_card(std::string words, const nlohmann::ordered_json& fields) {
   if (fields.contains("card")) {
     const auto card = fields.at("card").get<std::uint64_t>();
-    const std::string full = card_text(card);
+    const std::string full = named_card(card);
     std::string masked = "card " + refhost::log::mask_digits(std::to_string(card));
     if (const auto place = words.find(full); place != std::string::npos) {
       masked.resize(std::max(masked.size(), place == 0 ? full.size() : 0), ' ');

@@ -9,11 +9,9 @@
 #include <vector>
 
 #include "ac/message.h"
+#include "door/services/user.h"
 
 namespace achost {
-
-// A card as hexadecimal digits: "0x21".
-std::string hexadecimal(std::uint64_t card);
 
 // One thing that happened, made from one message of the bus.
 struct Event {

@@ -3,9 +3,11 @@
 #include <strings.h>
 
 #include <algorithm>
+#include <chrono>
 #include <exception>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "door/services/door_service.h"
 #include "refhost/log.h"
@@ -19,10 +21,12 @@ constexpr const char* kOpens = "opens";
 
 }  // namespace
 
-IdentifierService::IdentifierService(const UserStore& users, const SettingsChanges& changes, const Bookkeeping& books)
+IdentifierService::IdentifierService(const UserStore& users, const SettingsChanges& changes, const Bookkeeping& books,
+                                     WallClock now)
     : users_(users),
       changes_(changes),
       books_(books),
+      now_(std::move(now)),
       subscriber_("identifier", {{"identifier_new_card", [this](ac::Message* message) { identify(*message); }, false},
                                  {"identifier_supress_actions", [this](ac::Message*) { ++suppressions_; }, false},
                                  {"identifier_allow_actions",
@@ -40,11 +44,14 @@ void IdentifierService::identify(const ac::Message& message) const {
   message.get_string("uuid", &uuid);
   const auto found = decide(static_cast<std::uint64_t>(card));
   note(static_cast<std::uint64_t>(card), found);
-  const auto& [outcome, owner] = found;
+  const auto& [outcome, holder] = found;
   std::vector<std::pair<std::string, refhost::FieldValue>> decision{
       {"value", card}, {"device_id", device}, {"uuid", uuid}, {"outcome", outcome}};
-  if (owner.has_value()) {
-    decision.emplace_back("user_id", *owner);
+  if (holder.has_value()) {
+    decision.emplace_back("user_id", holder->id);
+    if (!holder->name.empty()) {
+      decision.emplace_back("user_name", holder->name);
+    }
   }
   refhost::send("identifier_decision", decision);
   if (outcome == kOpens) {
@@ -53,26 +60,44 @@ void IdentifierService::identify(const ac::Message& message) const {
 }
 
 void IdentifierService::note(std::uint64_t card, const Decision& decision) const {
-  books_.note(
-      {.kind = Kind::identification, .user = decision.owner, .card = card, .fields = {{"outcome", decision.outcome}}});
+  const auto& holder = decision.holder;
+  books_.note({.kind = Kind::identification,
+               .user = holder.has_value() ? std::optional(holder->id) : std::nullopt,
+               .card = card,
+               .fields = {{"outcome", decision.outcome}}});
+}
+
+std::int64_t IdentifierService::system_time() {
+  using std::chrono::milliseconds;
+  return std::chrono::floor<milliseconds>(std::chrono::system_clock::now()).time_since_epoch().count();
 }
 
 IdentifierService::Decision IdentifierService::decide(std::uint64_t card) const {
   try {
-    const auto owner = users_.owner_of(card);
-    return {.outcome = outcome_for(owner.has_value()), .owner = owner};
+    auto holder = users_.holder_of(card);
+    return {.outcome = outcome_for(holder), .holder = std::move(holder)};
   } catch (const std::exception& failure) {
     refhost::log::error(std::string("identifier: the door stays shut: ") + failure.what());
-    return {.outcome = "failed", .owner = std::nullopt};
+    return {.outcome = "failed", .holder = std::nullopt};
   }
 }
 
-std::string IdentifierService::outcome_for(bool known) const {
+std::string IdentifierService::outcome_for(const std::optional<User>& holder) const {
   if (suppressions_ > 0) {
     return "held_back";
   }
-  if (!known) {
+  if (!holder.has_value()) {
     return "unknown";
+  }
+  if (holder->blocked) {
+    return "blocked";
+  }
+  const std::int64_t now = now_();
+  if (holder->from != 0 && now < holder->from) {
+    return "not_yet_valid";
+  }
+  if (holder->until != 0 && now >= holder->until) {
+    return "no_longer_valid";
   }
   if (is_stricter_mode_awaited()) {
     return "mode_awaited";

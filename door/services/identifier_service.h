@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -15,36 +16,45 @@ namespace achost {
 
 // Decides about each "identifier_new_card" {int64 "value", int64 "device_id", string "uuid"}, as a user of the bus. It
 // sends "identifier_decision" with these fields, then string "outcome" and, of a card that is somebody's, int64
-// "user_id"; the outcomes:
-//   "opens"      the card is somebody's: "actuator_open_door" of door 1 follows
-//   "unknown"    it is nobody's
-//   "held_back"  actions are suppressed
-//   "mode_awaited"  an operation mode is stored that lets fewer cards in, and it is not in force yet
-//   "failed"     the users cannot be read; logged
+// "user_id" and, if he has one, string "user_name"; the outcomes, of which the first that holds is told:
+//   "failed"           the users cannot be read; logged
+//   "held_back"        actions are suppressed
+//   "unknown"          the card is nobody's
+//   "blocked"          its user is blocked
+//   "not_yet_valid"    his time has not come
+//   "no_longer_valid"  his time is over
+//   "mode_awaited"     an operation mode is stored that lets fewer cards in, and it is not in force yet
 //   "journal_unwritable"  the journal is required, and cannot be written
+//   "opens"            "actuator_open_door" of door 1 follows
 // Each is noted in the journal before anything comes of it.
 // Actions are suppressed from "identifier_supress_actions" until as many "identifier_allow_actions" have come, so that
 // a second enrollment which is refused does not end the suppression of the one that runs.
 class IdentifierService {
  public:
+  // ms since 1970 UTC; called on the service's delivery thread.
+  using WallClock = std::function<std::int64_t()>;
+
   // All must outlive the service.
-  IdentifierService(const UserStore& users, const SettingsChanges& changes, const Bookkeeping& books);
+  IdentifierService(const UserStore& users, const SettingsChanges& changes, const Bookkeeping& books,
+                    WallClock now = system_time);
 
  private:
   struct Decision {
     std::string outcome;
-    std::optional<std::int64_t> owner;
+    std::optional<User> holder;
   };
 
+  static std::int64_t system_time();
   void identify(const ac::Message& message) const;
   void note(std::uint64_t card, const Decision& decision) const;
   Decision decide(std::uint64_t card) const;
-  std::string outcome_for(bool known) const;
+  std::string outcome_for(const std::optional<User>& holder) const;
   bool is_stricter_mode_awaited() const;
 
   const UserStore& users_;
   const SettingsChanges& changes_;
   const Bookkeeping& books_;
+  const WallClock now_;
   int suppressions_ = 0;            // used by the subscriber's delivery thread only
   refhost::Subscriber subscriber_;  // last: it stops using the others before they go
 };

@@ -2,38 +2,46 @@
 
 #include <SQLiteCpp/SQLiteCpp.h>
 
+#include <algorithm>
 #include <chrono>
+#include <exception>
 #include <functional>
 #include <mutex>
 #include <utility>
 
 #include "ac/exception.h"
 #include "door/base/local_time.h"
+#include "door/services/user_memory.h"
+#include "door/services/user_rows.h"
 #include "refhost/database.h"
 #include "refhost/store_watch.h"
 
 namespace achost {
 namespace {
 
-// A card of 64 bits is stored as the signed number of the same bits, the only kind of number that SQLite has.
-constexpr refhost::DatabaseKind kKind = {
-    .noun = "user database",
-    .version = 2,
-    .schema =
-        "CREATE TABLE users(id INTEGER PRIMARY KEY, name TEXT NOT NULL, sum INTEGER);"
-        "CREATE TABLE cards(value INTEGER PRIMARY KEY, user INTEGER NOT NULL REFERENCES users(id) ON DELETE CASCADE, "
-        "registration TEXT NOT NULL, enrolled TEXT NOT NULL, sum INTEGER);"
-        "CREATE INDEX cards_by_user ON cards(user)",
-    .upgrades = {"ALTER TABLE users ADD COLUMN sum INTEGER; UPDATE users SET sum = row_sum(id, name);"
-                 "ALTER TABLE cards ADD COLUMN sum INTEGER;"
-                 "UPDATE cards SET sum = row_sum(value, user, registration, enrolled)"},
-    .probe = "SELECT value, user, registration, enrolled FROM cards LIMIT 0",
-    .way_out = "restore a copy of it, or move it away to begin with nobody",
-};
+using rows::kKind;
 
 constexpr const char* kFileName = "users.db";
 
-std::int64_t stored(std::uint64_t card) { return static_cast<std::int64_t>(card); }
+// A number that is another one after somebody else has written the file. In memory that all processes share: no disk
+// is read for it, and no lock of a writer is in the way.
+class FileVersion {
+ public:
+  explicit FileVersion(SQLite::Database& database) : query_(database, "PRAGMA data_version") {}
+
+  std::int64_t value() {
+    query_.tryReset();  // should the last time have failed
+    query_.executeStep();
+    const std::int64_t version = query_.getColumn(0).getInt64();
+    query_.reset();
+    return version;
+  }
+
+ private:
+  SQLite::Statement query_;
+};
+
+std::string now() { return iso_time(std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now())); }
 
 }  // namespace
 
@@ -44,121 +52,319 @@ struct UserStore::Impl {
   refhost::StoreWatch watch;
   std::vector<std::string> faults;  // of the opening
   std::function<void(const std::string&)> on_damage;
-  std::mutex mutex;                          // guards all below
+
+  std::mutex mutex;                          // guards the next three; its holder may wait for the disk
   std::optional<SQLite::Database> database;  // empty without a file, or once sealed
-  std::optional<SQLite::Statement> owner;    // kept, because every identification asks it
+  std::optional<FileVersion> own_version;    // does not change with what this object writes
+  std::int64_t own_loaded = 0;               // at the last loading
+
+  std::mutex memory_mutex;  // guards the rest; taken after the other one; its holder does not wait for the disk
+  UserMemory memory;
+  std::optional<SQLite::Database> observer;    // another connection, so that nobody's writing is in its way
+  std::optional<FileVersion> version;          // of the observer: changes with what this object writes, too
+  std::optional<std::int64_t> memory_version;  // that the memory is of; nothing before the first loading
+
+  // What action() returns; SQLite's failures name the file.
+  template <typename Action>
+  auto named(Action action) {
+    try {
+      return action();
+    } catch (const SQLite::Exception& failure) {
+      refhost::throw_database_failure(file, kKind, failure);
+    }
+  }
 
   // What action(database) returns, with the mutex held; without a file the result type's nothing.
   template <typename Action>
   auto with(Action action) {
     const std::lock_guard lock(mutex);
     const refhost::StoreWatch::Use use(watch, "users and cards");
-    try {
-      return database.has_value() ? action(*database) : decltype(action(*database))();
-    } catch (const SQLite::Exception& failure) {
-      refhost::throw_database_failure(file, kKind, failure);
-    }
+    return named([&] { return database.has_value() ? action(*database) : decltype(action(*database))(); });
   }
 
-  // How many rows the statement, with one number, has changed.
-  bool change(const char* sql, std::int64_t number) {
+  // The same in a transaction that writes: no other process comes between what it reads and what it writes. learn():
+  // the same for the memory, once it is on the disk.
+  template <typename Action, typename Learn>
+  auto change(Action action, Learn learn) {
     return with([&](SQLite::Database& open) {
-      SQLite::Statement statement(open, sql);
-      statement.bind(1, number);
-      return statement.exec() != 0;
+      rows::Transaction transaction(open, rows::Transaction::For::writing);
+      auto result = action(open);
+      transaction.commit();
+      try {
+        learn(open, result);
+      } catch (const std::exception&) {  // what is written is written; who asks next loads it
+      }
+      return result;
     });
   }
+
+  // The same for what changes a few rows of a memory that is of all before it.
+  template <typename Action, typename Learn>
+  auto change_few(Action action, Learn learn) {
+    return change(action, [&](SQLite::Database&, const auto& result) {
+      const std::lock_guard lock(memory_mutex);
+      if (memory_version.has_value()) {
+        const std::int64_t written = version->value();
+        if (own_version->value() == own_loaded) {  // up to then nobody else has written
+          learn(result);
+          memory_version = written;
+        }
+      }
+    });
+  }
+
+  // With memory_mutex held.
+  bool is_current() { return memory_version.has_value() && memory_version == version->value(); }
+
+  bool is_loaded() {
+    const std::lock_guard lock(memory_mutex);
+    return memory_version.has_value();
+  }
+
+  void load(SQLite::Database& open);
+  void bring_up_to_date(SQLite::Database& open);
+  std::optional<User> held(std::uint64_t card);
 };
+
+// With the mutex held. What another process writes meanwhile makes the observer's version another one.
+void UserStore::Impl::load(SQLite::Database& open) {
+  std::int64_t before = 0;
+  {
+    const std::lock_guard lock(memory_mutex);
+    before = version->value();
+  }
+  const rows::Transaction transaction(open, rows::Transaction::For::reading);
+  own_loaded = own_version->value();
+  UserMemory fresh;
+  fresh.reserve(static_cast<std::size_t>(open.execAndGet("SELECT count(*) FROM users").getInt64()),
+                static_cast<std::size_t>(open.execAndGet("SELECT count(*) FROM cards").getInt64()));
+  rows::each_user(open, [&](User user, bool is_right) { fresh.add_user(std::move(user), is_right); });
+  rows::each_cards_user(
+      open, [&](std::uint64_t card, std::int64_t user, bool is_right) { fresh.add_card(card, user, is_right); });
+  const std::lock_guard lock(memory_mutex);
+  memory = std::move(fresh);
+  memory_version = before;
+}
+
+// With the mutex held.
+void UserStore::Impl::bring_up_to_date(SQLite::Database& open) {
+  {
+    const std::lock_guard lock(memory_mutex);
+    if (is_current()) {
+      return;
+    }
+  }
+  load(open);
+}
+
+// With memory_mutex held.
+std::optional<User> UserStore::Impl::held(std::uint64_t card) {
+  using Kind = UserMemory::Holder::Kind;
+  const auto holder = memory.holder_of(card);
+  const std::string where = " in " + file.string() + " is not as it was stored, ";
+  if (holder.kind == Kind::damaged_card && on_damage) {
+    on_damage("a card" + where + "and opens nothing: achost check tells which; remove and enroll it");
+  } else if (holder.kind == Kind::damaged_user && on_damage) {
+    on_damage("user " + std::to_string(holder.id) + where + "and no card of his opens: put and unblock him");
+  }
+  return holder.kind == Kind::user ? std::optional(*holder.user) : std::nullopt;
+}
 
 UserStore::UserStore(const std::filesystem::path& directory, Access access)
     : impl_(std::make_unique<Impl>(directory / kFileName)) {
+  Impl& my = *impl_;
   if (access == Access::read_write) {
     refhost::make_state_directory(directory);
-    impl_->database.emplace(refhost::open_database(impl_->file, kKind, nullptr, &impl_->faults));
+    my.database.emplace(refhost::open_database(my.file, kKind, nullptr, &my.faults));
   } else if (access == Access::beside_owner) {
-    impl_->database.emplace(refhost::open_database_beside_owner(impl_->file, kKind));
+    my.database.emplace(refhost::open_database_beside_owner(my.file, kKind));
   } else {
-    impl_->database = refhost::open_database_to_read(impl_->file, kKind);
+    my.database = refhost::open_database_to_read(my.file, kKind);
   }
-  impl_->with([this](SQLite::Database& open) {
+  my.with([&](SQLite::Database& open) {
     open.exec("PRAGMA foreign_keys = ON");
-    impl_->owner.emplace(open,
-                         "SELECT user, sum IS row_sum(value, user, registration, enrolled) FROM cards WHERE value = ?");
+    my.own_version.emplace(open);
+    my.observer.emplace(my.file.string(), SQLite::OPEN_READONLY);
+    my.version.emplace(*my.observer);
+    if (access == Access::read_write) {
+      my.load(open);  // nobody waits for it yet
+    }
     return true;
   });
 }
 
 UserStore::~UserStore() = default;
 
-std::optional<std::int64_t> UserStore::owner_of(std::uint64_t card) const {
-  return impl_->with([&](SQLite::Database&) -> std::optional<std::int64_t> {
-    impl_->owner->tryReset();  // should the last time have failed
-    impl_->owner->bind(1, stored(card));
-    const bool found = impl_->owner->executeStep();
-    const std::int64_t user = found ? impl_->owner->getColumn(0).getInt64() : 0;
-    const bool is_right = found && impl_->owner->getColumn(1).getInt() == 1;
-    impl_->owner->reset();
-    if (found && !is_right && impl_->on_damage) {
-      impl_->on_damage("a card in " + impl_->file.string() +
-                       " is not as it was stored, and opens nothing: achost check tells which; remove and enroll it");
+std::optional<User> UserStore::holder_of(std::uint64_t card) const {
+  {
+    const std::lock_guard lock(impl_->memory_mutex);
+    if (!impl_->version.has_value()) {
+      return std::nullopt;  // there is no file
     }
-    return is_right ? std::optional(user) : std::nullopt;
+    if (impl_->named([&] { return impl_->is_current(); })) {
+      return impl_->held(card);
+    }
+  }
+  return impl_->with([&](SQLite::Database& open) {
+    impl_->bring_up_to_date(open);
+    const std::lock_guard lock(impl_->memory_mutex);
+    return impl_->held(card);
   });
+}
+
+std::optional<std::int64_t> UserStore::owner_of(std::uint64_t card) const {
+  const auto holder = holder_of(card);
+  return holder.has_value() ? std::optional(holder->id) : std::nullopt;
 }
 
 std::string UserStore::name_of(std::int64_t user) const {
-  return impl_->with([&](SQLite::Database& open) -> std::string {
-    SQLite::Statement query(open, "SELECT name FROM users WHERE id = ?");
-    query.bind(1, user);
-    return query.executeStep() ? query.getColumn(0).getString() : "";
-  });
+  const auto found = this->user(user);
+  return found.has_value() ? found->name : "";
 }
 
 bool UserStore::bind(std::uint64_t card, std::int64_t user, const std::string& registration) {
-  return impl_->with([&](SQLite::Database& open) {
-    SQLite::Transaction transaction(open);
-    SQLite::Statement make_user(open, "INSERT OR IGNORE INTO users(id, name, sum) VALUES(?1, '', row_sum(?1, ''))");
-    make_user.bind(1, user);
-    make_user.exec();
-    SQLite::Statement insert(open,
-                             "INSERT OR IGNORE INTO cards(value, user, registration, enrolled, sum) "
-                             "VALUES(?1, ?2, ?3, ?4, row_sum(?1, ?2, ?3, ?4))");
-    insert.bind(1, stored(card));
-    insert.bind(2, user);
-    insert.bind(3, registration);
-    insert.bind(4, iso_time(std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now())));
-    const bool is_new = insert.exec() != 0;
-    if (is_new) {
-      transaction.commit();
+  struct Bound {
+    bool is_new = false;
+    bool made_user = false;
+  };
+  const auto write = [&](SQLite::Database& open) {
+    if (rows::card(open, card).has_value()) {
+      return Bound{};
     }
-    return is_new;
-  });
+    rows::UserWriter writer(open);
+    const bool makes_user = !rows::user(open, user).has_value();
+    if (makes_user) {
+      writer.put(User{.id = user});
+    }
+    writer.put(Card{.value = card, .user = user, .registration = registration, .enrolled = now()});
+    return Bound{.is_new = true, .made_user = makes_user};
+  };
+  const auto learn = [&](const Bound& bound) {
+    if (bound.made_user) {
+      impl_->memory.add_user(User{.id = user}, true);
+    }
+    if (bound.is_new) {
+      impl_->memory.add_card(card, user, true);
+    }
+  };
+  return impl_->change_few(write, learn).is_new;
 }
 
 void UserStore::put(const User& user) {
-  impl_->with([&](SQLite::Database& open) {
-    SQLite::Statement upsert(open,
-                             "INSERT INTO users(id, name, sum) VALUES(?1, ?2, row_sum(?1, ?2)) "
-                             "ON CONFLICT(id) DO UPDATE SET name = excluded.name, sum = excluded.sum");
-    upsert.bind(1, user.id);
-    upsert.bind(2, user.name);
-    return upsert.exec();
+  const auto write = [&](SQLite::Database& open) {
+    rows::UserWriter(open).put(user);
+    return true;
+  };
+  impl_->change_few(write, [&](bool) { impl_->memory.add_user(user, true); });
+}
+
+std::optional<UserStore::Changed> UserStore::change_user(const UserChange& change, Which which) {
+  const auto write = [&](SQLite::Database& open) -> std::optional<Changed> {
+    const auto stored = rows::user(open, change.id);
+    if (which == (stored.has_value() ? Which::missing : Which::there)) {
+      return std::nullopt;
+    }
+    const bool is_damaged = stored.has_value() && !stored->second;
+    Changed result;
+    result.before = stored.has_value() ? std::optional(stored->first) : std::nullopt;
+    result.after = changed(stored.has_value() ? &stored->first : nullptr, is_damaged, change);
+    if (const auto fault = fault_of(result.after); !fault.empty()) {
+      throw ac::ac_exception(fault, true);
+    }
+    rows::UserWriter(open).put(result.after);
+    return result;
+  };
+  const auto learn = [this](const std::optional<Changed>& result) {
+    if (result.has_value()) {
+      impl_->memory.add_user(result->after, true);
+    }
+  };
+  return impl_->change_few(write, learn);
+}
+
+std::optional<UserStore::Removed> UserStore::remove_user(std::int64_t id) {
+  const auto write = [&](SQLite::Database& open) -> std::optional<Removed> {
+    const auto stored = rows::user(open, id);
+    if (!stored.has_value()) {
+      return std::nullopt;
+    }
+    Removed removed{.user = stored->first, .cards = rows::cards_of(open, id)};
+    rows::remove_user(open, id);
+    return removed;
+  };
+  return impl_->change_few(write, [&](const auto&) { impl_->memory.remove_user(id); });
+}
+
+std::optional<Card> UserStore::remove_card(std::uint64_t value) {
+  const auto write = [&](SQLite::Database& open) {
+    auto stored = rows::card(open, value);
+    rows::remove_card(open, value);
+    return stored;
+  };
+  return impl_->change_few(write, [&](const auto&) { impl_->memory.remove_card(value); });
+}
+
+namespace {
+
+People all_people(SQLite::Database& open) {
+  People people;
+  rows::each_user(open, [&](User user, bool is_right) {
+    if (!is_right) {
+      people.damaged_users.insert(user.id);
+    }
+    people.users.push_back(std::move(user));
+  });
+  rows::each_card(open, [&](Card card, bool is_right) {
+    if (!is_right) {
+      people.damaged_cards.insert(card.value);
+    }
+    people.cards.push_back(std::move(card));
+  });
+  return people;
+}
+
+void write_all(SQLite::Database& open, const PeopleChange& change) {
+  for (const auto card : change.cards_removed) {
+    rows::remove_card(open, card);
+  }
+  for (const auto id : change.users_removed) {
+    rows::remove_user(open, id);
+  }
+  rows::UserWriter writer(open);
+  for (const auto& user : change.users) {
+    writer.put(user);
+  }
+  for (const auto& card : change.cards) {
+    writer.put(card);
+  }
+}
+
+}  // namespace
+
+// Many rows are loaded anew sooner than one by one.
+void UserStore::change_all(const std::function<PeopleChange(const People&)>& plan) {
+  const auto write = [&](SQLite::Database& open) {
+    write_all(open, plan(all_people(open)));
+    return true;
+  };
+  impl_->change(write, [this](SQLite::Database& open, bool) {
+    if (impl_->is_loaded()) {
+      impl_->bring_up_to_date(open);
+    }
   });
 }
 
-bool UserStore::remove_user(std::int64_t id) { return impl_->change("DELETE FROM users WHERE id = ?", id); }
-
-bool UserStore::remove_card(std::uint64_t card) {
-  return impl_->change("DELETE FROM cards WHERE value = ?", stored(card));
+People UserStore::people() const {
+  return impl_->with([](SQLite::Database& open) {
+    const rows::Transaction transaction(open, rows::Transaction::For::reading);  // both tables as of one moment
+    return all_people(open);
+  });
 }
 
 std::vector<User> UserStore::users() const {
   return impl_->with([](SQLite::Database& open) {
     std::vector<User> users;
-    SQLite::Statement query(open, "SELECT id, name FROM users ORDER BY id");
-    while (query.executeStep()) {
-      users.push_back({.id = query.getColumn(0).getInt64(), .name = query.getColumn(1)});
-    }
+    rows::each_user(open, [&](User user, bool) { users.push_back(std::move(user)); });
     return users;
   });
 }
@@ -166,12 +372,15 @@ std::vector<User> UserStore::users() const {
 std::vector<std::pair<User, std::int64_t>> UserStore::users_with_cards() const {
   return impl_->with([](SQLite::Database& open) {
     std::vector<std::pair<User, std::int64_t>> users;
-    SQLite::Statement query(
-        open, "SELECT id, name, (SELECT count(*) FROM cards WHERE user = users.id) FROM users ORDER BY id");
-    while (query.executeStep()) {
-      users.emplace_back(User{.id = query.getColumn(0).getInt64(), .name = query.getColumn(1)},
-                         query.getColumn(2).getInt64());
-    }
+    const rows::Transaction transaction(open, rows::Transaction::For::reading);  // both tables as of one moment
+    rows::each_user(open, [&](User user, bool) { users.emplace_back(std::move(user), 0); });
+    auto at = users.begin();
+    rows::each_count(open, [&](std::int64_t id, std::int64_t cards) {
+      at = std::find_if(at, users.end(), [id](const auto& user) { return user.first.id >= id; });
+      if (at != users.end() && at->first.id == id) {
+        at->second = cards;
+      }
+    });
     return users;
   });
 }
@@ -179,15 +388,18 @@ std::vector<std::pair<User, std::int64_t>> UserStore::users_with_cards() const {
 std::vector<Card> UserStore::cards() const {
   return impl_->with([](SQLite::Database& open) {
     std::vector<Card> cards;
-    // The cards with the highest bit set, negative in the file, come last, as unsigned numbers do.
-    SQLite::Statement query(open, "SELECT value, user, registration, enrolled FROM cards ORDER BY value < 0, value");
-    while (query.executeStep()) {
-      cards.push_back({.value = static_cast<std::uint64_t>(query.getColumn(0).getInt64()),
-                       .user = query.getColumn(1).getInt64(),
-                       .registration = query.getColumn(2),
-                       .enrolled = with_zone(query.getColumn(3))});
-    }
+    rows::each_card(open, [&](Card card, bool) {
+      card.enrolled = with_zone(card.enrolled);
+      cards.push_back(std::move(card));
+    });
     return cards;
+  });
+}
+
+std::optional<User> UserStore::user(std::int64_t id) const {
+  return impl_->with([id](SQLite::Database& open) {
+    auto found = rows::user(open, id);
+    return found.has_value() ? std::optional(std::move(found->first)) : std::nullopt;
   });
 }
 
@@ -200,24 +412,18 @@ refhost::StoreReport UserStore::inspect(const std::filesystem::path& directory) 
     const std::int64_t users = open.execAndGet("SELECT count(*) FROM users");
     const std::int64_t cards = open.execAndGet("SELECT count(*) FROM cards");
     report.content = refhost::counted(users, "user") + ", " + refhost::counted(cards, "card");
-    SQLite::Statement wrong(open,
-                            "SELECT 'user ' || id || ' is not as it was stored: put the user again' FROM users "
-                            "WHERE sum IS NOT row_sum(id, name) UNION ALL "
-                            "SELECT 'card ' || value || ' is not as it was stored, and opens nothing: remove it and "
-                            "enroll it again' FROM cards WHERE sum IS NOT row_sum(value, user, registration, enrolled) "
-                            "UNION ALL SELECT 'card ' || value || ' is of user ' || user || ', who is not there' "
-                            "FROM cards WHERE user NOT IN (SELECT id FROM users)");
-    while (wrong.executeStep()) {
-      report.faults.push_back(wrong.getColumn(0));
-    }
+    report.faults = rows::faults(open);
   };
   return refhost::inspect_database("users", directory / kFileName, kKind, look);
 }
 
 void UserStore::seal() {
-  impl_->mutex.lock();  // for good
-  impl_->owner.reset();
+  impl_->mutex.lock();  // both for good
+  impl_->memory_mutex.lock();
+  impl_->own_version.reset();
   impl_->database.reset();
+  impl_->version.reset();
+  impl_->observer.reset();
 }
 
 }  // namespace achost

@@ -10,29 +10,15 @@
 #include <utility>
 #include <vector>
 
+#include "door/services/user.h"
 #include "refhost/store_report.h"
 
 namespace achost {
 
-struct User {
-  std::int64_t id = 0;  // 1 or more
-  std::string name;     // may be empty
-
-  bool operator==(const User&) const = default;
-};
-
-struct Card {
-  std::uint64_t value = 0;
-  std::int64_t user = 0;
-  std::string registration;  // as whoever enrolled it gave it; may be empty
-  std::string enrolled;      // ISO 8601 with milliseconds and zone
-
-  bool operator==(const Card&) const = default;
-};
-
-// Who may open: kept in the SQLite file users.db. Every change is durable before the call returns. Any thread may call,
-// and other processes may use the same file. Each operation throws ac::ac_exception, which names the file, when the
-// file cannot be read or written; nothing is changed then.
+// Who may open: kept in the SQLite file users.db, and in memory for those who ask whose a card is. Every change is
+// durable before the call returns. Any thread may call, and other processes may use the same file: what they have
+// changed counts from then on. Each operation throws ac::ac_exception, which names the file, when the file cannot be
+// read or written; nothing is changed then.
 class UserStore {
  public:
   enum class Access {
@@ -48,7 +34,9 @@ class UserStore {
   UserStore(const UserStore&) = delete;
   UserStore& operator=(const UserStore&) = delete;
 
-  // Whose card it is; nothing when it is nobody's, or when what is stored of it is not what was written.
+  // Whose card it is; nothing when it is nobody's, or when what is stored of it or of its user is not what was written.
+  // Answered from memory: it waits for nobody's writing, and reads the disk once after another process has written.
+  std::optional<User> holder_of(std::uint64_t card) const;
   std::optional<std::int64_t> owner_of(std::uint64_t card) const;
 
   // The name of that user; empty when he has none, or is not there.
@@ -58,20 +46,45 @@ class UserStore {
   // somebody's already.
   bool bind(std::uint64_t card, std::int64_t user, const std::string& registration);
 
-  // Make a user, or change the name of one.
+  // Make a user, or make one like this.
   void put(const User& user);
 
-  // Remove a user with all of his cards, or one card; false when there is none.
-  bool remove_user(std::int64_t id);
-  bool remove_card(std::uint64_t card);
+  struct Changed {
+    std::optional<User> before;  // nothing: he is new
+    User after;
+  };
+
+  enum class Which {
+    any,
+    there,    // nothing is done when he is missing
+    missing,  // nothing is done when he is there
+  };
+
+  // Change a user as changed() has it, or make one. Nothing when nothing is done.
+  std::optional<Changed> change_user(const UserChange& change, Which which);
+
+  struct Removed {
+    User user;
+    std::int64_t cards = 0;  // that went with him
+  };
+
+  // Remove a user with all of his cards, or one card; nothing when there is none.
+  std::optional<Removed> remove_user(std::int64_t id);
+  std::optional<Card> remove_card(std::uint64_t card);
+
+  // In one transaction: hand over all that is stored, and do what the function makes of it. Nothing is done when it
+  // throws; so does this then.
+  void change_all(const std::function<PeopleChange(const People&)>& plan);
 
   // In the order of their numbers.
+  People people() const;
   std::vector<User> users() const;
   std::vector<std::pair<User, std::int64_t>> users_with_cards() const;  // with how many
   std::vector<Card> cards() const;
+  std::optional<User> user(std::int64_t id) const;
 
-  // Called, with the store locked, when a card that is asked for is not as it was written; to be set before other
-  // threads use the store.
+  // Called, with the store locked, when a card is asked for that, or whose user, is not as it was written; to be set
+  // before other threads use the store.
   void on_damage(std::function<void(const std::string&)> callback);
 
   // What was wrong with the file when it was opened, a line each.

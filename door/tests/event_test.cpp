@@ -47,6 +47,22 @@ TEST_F(EventTest, AKnownCardIsWelcome) {
             R"("device_id":7,"uuid":"a-uuid","outcome":"opens","user_id":4})");
 }
 
+TEST_F(EventTest, AUserWithANameIsSaidByIt) {
+  const std::vector<std::pair<std::string, std::string>> outcomes = {
+      {"opens", "welcome, Ana\\n (4)"},
+      {"blocked", "refused, Ana\\n (4) is blocked"},
+      {"not_yet_valid", "refused, the time of Ana\\n (4) has not come"},
+      {"no_longer_valid", "refused, the time of Ana\\n (4) is over"}};
+  for (const auto& [outcome, words] : outcomes) {
+    ac::Message message("identifier_decision");
+    decide(message, 33, outcome);
+    message.add_int64("user_id", 4);
+    message.add_string("user_name", "Ana\n");
+    EXPECT_TRUE(line(message).ends_with("  " + words)) << line(message);
+    EXPECT_NE(json(message).find(R"("user_id":4,"user_name":"Ana\n"})"), std::string::npos) << json(message);
+  }
+}
+
 TEST_F(EventTest, TheOtherOutcomesAreSaid) {
   const std::vector<std::pair<std::string, std::string>> outcomes = {
       {"unknown", "refused, nobody's card"},

@@ -18,7 +18,7 @@ class Identifier : public Services {
  protected:
   Identifier() {
     users.bind(0xFFFFFFFFFFFFFFFF, 7, "");
-    watch({{"identifier_decision", {"value", "device_id", "uuid", "outcome", "user_id"}},
+    watch({{"identifier_decision", {"value", "device_id", "uuid", "outcome", "user_id", "user_name"}},
            {"actuator_open_door", {"id", "reason"}}});
   }
 
@@ -33,7 +33,8 @@ class Identifier : public Services {
   Recorder<std::string> order;  // what was noted and what was sent, in their order
   const Bookkeeping books{.note = [this](const Entry& entry) { order.add(text_of_entry(entry)); },
                           .lets_open = [this] { return lets_open.load(); }};
-  const IdentifierService identifier{users, changes, books};
+  std::atomic<std::int64_t> now = 1000;  // ms since 1970
+  const IdentifierService identifier{users, changes, books, [this] { return now.load(); }};
 
  private:
   static std::string text_of_entry(const Entry& entry) {
@@ -47,6 +48,53 @@ const std::string kKnownOpens = "identifier_decision value=-1 device_id=1 uuid=u
 TEST_F(Identifier, AKnownCardOpensTheDoor) {
   present(-1);
   EXPECT_EQ(seen(2), Texts({kKnownOpens, "actuator_open_door id=1 reason=0"}));
+}
+
+// The decision about the card of user 7.
+std::string decision(const std::string& outcome, const std::string& name = "") {
+  return "identifier_decision value=-1 device_id=1 uuid=u outcome=" + outcome + " user_id=7" +
+         (name.empty() ? "" : " user_name=" + name);
+}
+
+TEST_F(Identifier, ABlockedUsersCardOpensNothing) {
+  users.put({.id = 7, .name = "Ana", .blocked = true});
+  present(-1);
+  users.put({.id = 7, .name = "Ana"});
+  present(-1);
+  EXPECT_EQ(seen(3), Texts({decision("blocked", "Ana"), decision("opens", "Ana"), "actuator_open_door id=1 reason=0"}));
+}
+
+TEST_F(Identifier, ACardOpensFromItsUsersFirstMomentOnAndUntilHisLast) {
+  users.put({.id = 7, .from = 1000, .until = 2000});
+  const std::pair<std::int64_t, const char*> moments[] = {
+      {999, "not_yet_valid"}, {1000, "opens"}, {1999, "opens"}, {2000, "no_longer_valid"}};
+  Texts expected;
+  for (const auto& [moment, outcome] : moments) {
+    now = moment;
+    present(-1);
+    expected.push_back(decision(outcome));
+    if (std::string(outcome) == "opens") {
+      expected.emplace_back("actuator_open_door id=1 reason=0");
+    }
+    EXPECT_EQ(seen(expected.size()), expected) << moment;
+  }
+}
+
+TEST_F(Identifier, WithoutALimitAUserIsValidAtAnyTime) {
+  for (const std::int64_t moment : {std::int64_t{0}, std::int64_t{1} << 60U}) {
+    now = moment;
+    present(-1);
+  }
+  EXPECT_EQ(seen(4)[2], decision("opens"));
+}
+
+TEST_F(Identifier, ABlockIsToldBeforeATimeAndASuppressionBeforeBoth) {
+  users.put({.id = 7, .until = 1, .blocked = true});
+  present(-1);
+  EXPECT_EQ(seen(1).back(), decision("blocked"));
+  refhost::send("identifier_supress_actions");
+  present(-1);
+  EXPECT_EQ(seen(2).back(), decision("held_back"));
 }
 
 TEST_F(Identifier, AnUnknownCardIsReported) {

@@ -4,10 +4,14 @@
 #include <gmock/gmock.h>
 #include <stdlib.h>
 
+#include <chrono>
 #include <ctime>
 #include <limits>
 #include <thread>
 
+#include "ac/exception.h"
+#include "refhost/database.h"
+#include "refhost/store_watch.h"
 #include "refhost/tests/support.h"
 
 namespace achost::test {
@@ -109,6 +113,113 @@ TEST_F(Users, AnEnrollmentThatAnOlderHostStoredWithoutAZoneGetsThatOfItsDay) {
   EXPECT_EQ(cards[2].enrolled, "once");
 }
 
+TEST_F(Users, AUserIsKeptWithHisTimesAndWhetherHeIsBlocked) {
+  const User ana{.id = 7, .name = "Ana", .from = 1000, .until = 2000, .blocked = true};
+  users.put(ana);
+  users.bind(33, 7, "");
+  EXPECT_EQ(users.user(7), ana);
+  EXPECT_EQ(users.holder_of(33), ana);
+  UserStore other(directory.path(), UserStore::Access::read_only);
+  EXPECT_EQ(other.holder_of(33), ana) << "who has not loaded them yet";
+}
+
+TEST_F(Users, AChangeTouchesWhatItNamesAlone) {
+  using Which = UserStore::Which;
+  EXPECT_FALSE(users.change_user({.id = 7, .name = "Ana"}, Which::there).has_value());
+  EXPECT_EQ(users.change_user({.id = 7, .name = "Ana", .until = 2000}, Which::missing)->before, std::nullopt);
+  EXPECT_FALSE(users.change_user({.id = 7}, Which::missing).has_value());
+  users.bind(33, 7, "");
+  const auto changed = users.change_user({.id = 7, .blocked = true}, Which::any);
+  EXPECT_EQ(changed->before, (User{.id = 7, .name = "Ana", .until = 2000}));
+  EXPECT_EQ(changed->after, (User{.id = 7, .name = "Ana", .until = 2000, .blocked = true}));
+  EXPECT_EQ(users.holder_of(33), changed->after);
+}
+
+TEST_F(Users, AChangeThatMakesAUserWrongIsRefusedAndChangesNothing) {
+  users.put({.id = 7, .from = 1000});
+  EXPECT_THROW(users.change_user({.id = 7, .name = "Ana", .until = 1000}, UserStore::Which::any), ac::ac_exception);
+  EXPECT_EQ(users.user(7), (User{.id = 7, .from = 1000}));
+}
+
+TEST_F(Users, WhoIsRemovedIsToldWithHisCards) {
+  users.put({7, "Ana"});
+  users.bind(33, 7, "r");
+  users.bind(34, 7, "");
+  const auto card = users.remove_card(33);
+  EXPECT_EQ(card->user, 7);
+  EXPECT_EQ(card->registration, "r");
+  const auto removed = users.remove_user(7);
+  EXPECT_EQ(removed->user.name, "Ana");
+  EXPECT_EQ(removed->cards, 1);
+  EXPECT_EQ(users.owner_of(34), std::nullopt);
+}
+
+TEST_F(Users, AllAreChangedAtOnceOrNobody) {
+  users.bind(33, 7, "");
+  users.bind(34, 8, "");
+  const auto change = [](const People& people) {
+    EXPECT_EQ(people.users.size(), 2U);
+    EXPECT_EQ(people.cards.size(), 2U);
+    return PeopleChange{.cards_removed = {33},
+                        .users_removed = {8},
+                        .users = {{9, "Ben"}},
+                        .cards = {{.value = 34, .user = 9}, {.value = 35, .user = 7}}};
+  };
+  EXPECT_THROW(users.change_all([&](const People& people) -> PeopleChange {
+    change(people);
+    throw std::runtime_error("no");
+  }),
+               std::runtime_error);
+  EXPECT_EQ(users.owner_of(33), 7);
+  users.change_all(change);
+  EXPECT_EQ(users.owner_of(33), std::nullopt);
+  EXPECT_EQ(users.holder_of(34), (User{9, "Ben"}));
+  EXPECT_EQ(users.owner_of(35), 7);
+  EXPECT_EQ(users.users(), std::vector<User>({{7, ""}, {9, "Ben"}}));
+}
+
+TEST_F(Users, AChangeOfAllThatTheFileRefusesChangesNothing) {
+  users.bind(33, 7, "");
+  EXPECT_THROW(users.change_all([](const People&) {
+    return PeopleChange{.cards_removed = {33}, .users_removed = {}, .users = {}, .cards = {{.value = 34, .user = 9}}};
+  }),
+               ac::ac_exception)
+      << "there is no user 9";
+  EXPECT_EQ(users.owner_of(33), 7);
+  EXPECT_EQ(users.owner_of(34), std::nullopt);
+}
+
+// From memory: the writer has the database.
+TEST_F(Users, WhoAsksForACardWaitsForNobodysWriting) {
+  users.bind(33, 7, "");
+  SQLite::Database other(directory.path() / "users.db", SQLite::OPEN_READWRITE);
+  other.exec("BEGIN IMMEDIATE");  // whoever writes waits for it, up to two seconds
+  std::jthread writer([this] { EXPECT_TRUE(users.bind(34, 7, "")); });
+  using refhost::StoreTable;
+  while (!StoreTable::instance().longest_stall(StoreTable::Clock::now(), std::chrono::milliseconds(1))) {
+    std::this_thread::yield();
+  }
+  EXPECT_EQ(users.owner_of(33), 7);
+  EXPECT_TRUE(StoreTable::instance().longest_stall(StoreTable::Clock::now(), std::chrono::milliseconds(1)).has_value())
+      << "it waits still";
+  other.exec("ROLLBACK");
+  writer.join();
+  EXPECT_EQ(users.owner_of(34), 7);
+}
+
+TEST_F(Users, WhatAnotherProcessWritesBetweenTwoOwnChangesCounts) {
+  UserStore other(directory.path(), UserStore::Access::beside_owner);
+  users.bind(33, 7, "");
+  for (int i = 0; i < 20; ++i) {
+    other.remove_card(33);
+    users.put({8, std::to_string(i)});  // what the own change teaches must not hide the other one
+    EXPECT_EQ(users.owner_of(33), std::nullopt);
+    other.bind(33, 7, "");
+    users.put({8, ""});
+    EXPECT_EQ(users.owner_of(33), 7);
+  }
+}
+
 TEST_F(Users, ManyThreadsMayCall) {
   {
     std::vector<std::jthread> threads;
@@ -160,6 +271,60 @@ TEST_F(Users, AUserOrCardWithAnotherNumberThanWasStoredIsFound) {
               testing::UnorderedElementsAre(testing::HasSubstr("user 6 is not as it was stored"),
                                             testing::HasSubstr("card 32 is not as it was stored"),
                                             "card 32 is of user 7, who is not there"));
+}
+
+TEST_F(Users, AUserWhoIsNotAsHeWasStoredLetsNoCardOpenUntilHeIsPutAndUnblocked) {
+  std::vector<std::string> told;
+  users.on_damage([&](const std::string& text) { told.push_back(text); });
+  for (const char* change : {"name = 'Bna'", "valid_from = 1", "valid_until = 1", "blocked = 0", "sum = NULL"}) {
+    users.put({.id = 7, .name = "Ana", .from = 5, .until = 9, .blocked = true});
+    users.bind(33, 7, "");
+    SQLite::Database other(directory.path() / "users.db", SQLite::OPEN_READWRITE);
+    other.exec(std::string("UPDATE users SET ") + change);
+    told.clear();
+    EXPECT_EQ(users.holder_of(33), std::nullopt) << change;
+    ASSERT_EQ(told.size(), 1U) << change;
+    EXPECT_THAT(told[0], testing::HasSubstr("user 7 in "));
+    EXPECT_THAT(UserStore::inspect(directory.path()).faults,
+                testing::ElementsAre(testing::StartsWith("user 7 is not as it was stored")));
+    users.change_user({.id = 7, .name = "Ana"}, UserStore::Which::any);
+    EXPECT_EQ(users.holder_of(33), (User{.id = 7, .name = "Ana", .blocked = true})) << change;
+    EXPECT_THAT(UserStore::inspect(directory.path()).faults, testing::IsEmpty());
+  }
+}
+
+TEST_F(Users, ADamagedCardThatHasGoneWithItsUserIsFreeAgain) {
+  users.bind(33, 7, "");
+  SQLite::Database(directory.path() / "users.db", SQLite::OPEN_READWRITE).exec("UPDATE cards SET registration = 'x'");
+  EXPECT_EQ(users.owner_of(33), std::nullopt);
+  users.remove_user(7);
+  EXPECT_TRUE(users.bind(33, 8, ""));
+  EXPECT_EQ(users.owner_of(33), 8);
+}
+
+TEST(UserStore, AFileOfTheSecondVersionIsBroughtUpToDateAndWhatIsDamagedThereStaysSo) {
+  const TemporaryDirectory directory;
+  refhost::DatabaseKind old{.noun = "user database",
+                            .version = 2,
+                            .schema =
+                                "CREATE TABLE users(id INTEGER PRIMARY KEY, name TEXT NOT NULL, sum INTEGER);"
+                                "CREATE TABLE cards(value INTEGER PRIMARY KEY, user INTEGER NOT NULL REFERENCES "
+                                "users(id) ON DELETE CASCADE, registration TEXT NOT NULL, enrolled TEXT NOT NULL, sum "
+                                "INTEGER); CREATE INDEX cards_by_user ON cards(user)",
+                            .probe = "SELECT 1",
+                            .way_out = ""};
+  refhost::open_database(directory.path() / "users.db", old)
+      .exec(
+          "INSERT INTO users VALUES(7, 'Ana', row_sum(7, 'Ana')), (8, 'Ben', row_sum(8, 'Bem'));"
+          "INSERT INTO cards VALUES(33, 7, 'r', '2026', row_sum(33, 7, 'r', '2026')), "
+          "(34, 8, 'r', '2026', row_sum(34, 8, 'r', '2026')), (35, 7, 'r', '2026', 1)");
+  const UserStore users(directory.path(), UserStore::Access::read_write);
+  EXPECT_EQ(users.holder_of(33), (User{7, "Ana"}));
+  EXPECT_EQ(users.holder_of(34), std::nullopt);
+  EXPECT_EQ(users.holder_of(35), std::nullopt);
+  EXPECT_THAT(UserStore::inspect(directory.path()).faults,
+              testing::UnorderedElementsAre(testing::StartsWith("user 8 is not as it was stored"),
+                                            testing::StartsWith("card 35 is not as it was stored")));
 }
 
 TEST(UserStore, AFileOfTheFirstVersionIsBroughtUpToDate) {

@@ -1,0 +1,86 @@
+// Users and their cards, as values.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace achost {
+
+struct User {
+  std::int64_t id = 0;     // 1 or more
+  std::string name = {};   // UTF-8; may be empty
+  std::int64_t from = 0;   // ms since 1970 UTC: from then on his cards open; 0: no limit
+  std::int64_t until = 0;  // from then on they do not open any more; 0: no limit
+  bool blocked = false;
+
+  bool operator==(const User&) const = default;
+};
+
+struct Card {
+  std::uint64_t value = 0;
+  std::int64_t user = 0;
+  std::string registration = {};  // as whoever enrolled it gave it; may be empty
+  std::string enrolled = {};      // ISO 8601 with milliseconds and zone
+
+  bool operator==(const Card&) const = default;
+};
+
+// What is to be different about a user; the rest stays.
+struct UserChange {
+  std::int64_t id = 0;
+  std::optional<std::string> name = {};
+  std::optional<std::int64_t> from = {};
+  std::optional<std::int64_t> until = {};
+  std::optional<bool> blocked = {};
+};
+
+// The user with the change; before: null of a new one. Of one who is not as he was stored nothing is believed but the
+// name: what is not given is as of a new one, and he is blocked.
+User changed(const User* before, bool is_damaged, const UserChange& change);
+
+// All that is stored, in the order of the numbers.
+struct People {
+  std::vector<User> users;
+  std::vector<Card> cards;
+  std::set<std::int64_t> damaged_users;   // of them, those that are not as they were stored
+  std::set<std::uint64_t> damaged_cards;  // likewise
+};
+
+// What is to become of it, in this order.
+struct PeopleChange {
+  std::vector<std::uint64_t> cards_removed;
+  std::vector<std::int64_t> users_removed;  // with the cards they have then
+  std::vector<User> users;                  // made, or as they are from now on
+  std::vector<Card> cards;                  // likewise; their users are there by then
+
+  bool is_nothing() const;
+};
+
+inline constexpr std::size_t kLongestName = 256;          // bytes
+inline constexpr std::size_t kLongestRegistration = 256;  // bytes
+
+// What is wrong with a user, for a person, with the way out; empty when nothing is.
+std::string fault_of(const User& user);
+
+// From what a person writes: 33 or 0x21 for a card, 1 or more for a user. Nothing when it is none.
+std::optional<std::uint64_t> card_number(std::string_view text);
+std::optional<std::int64_t> user_number(std::string_view text);
+
+// For a person, in one line: "Ana (7)", or "user 7" of one without a name. Control characters are escaped.
+std::string named(std::int64_t id, const std::string& name);
+std::string named(const User& user);
+
+// A card as hexadecimal digits: "0x21".
+std::string hexadecimal(std::uint64_t card);
+
+// "card 33 (0x21)".
+std::string named_card(std::uint64_t card);
+
+// When his cards open, for a person: "from 2026-01-01 00:00 until 2027-01-01 00:00, blocked"; empty without any limit.
+std::string validity_of(const User& user);
+
+}  // namespace achost

@@ -1,0 +1,191 @@
+#include "door/services/user_rows.h"
+
+#include <sqlite3.h>
+
+#include <utility>
+
+namespace achost::rows {
+namespace {
+
+// A card of 64 bits is stored as the signed number of the same bits, the only kind of number that SQLite has.
+std::int64_t stored(std::uint64_t card) { return static_cast<std::int64_t>(card); }
+
+// What stands first says whether the row is as it was written.
+User user_of(SQLite::Statement& row) {
+  return {.id = row.getColumn(1).getInt64(),
+          .name = row.getColumn(2).getString(),
+          .from = row.getColumn(3).getInt64(),
+          .until = row.getColumn(4).getInt64(),
+          .blocked = row.getColumn(5).getInt64() != 0};
+}
+
+Card card_of(SQLite::Statement& row) {
+  return {.value = static_cast<std::uint64_t>(row.getColumn(1).getInt64()),
+          .user = row.getColumn(2).getInt64(),
+          .registration = row.getColumn(3).getString(),
+          .enrolled = row.getColumn(4).getString()};
+}
+
+#define USER_COLUMNS "id, name, valid_from, valid_until, blocked"
+#define CARD_COLUMNS "value, user, registration, enrolled"
+
+// The cards with the highest bit set, negative in the file, come last, as unsigned numbers do. Two walks in the order
+// of the file take no sorting.
+template <typename Take>
+void walk_cards(SQLite::Database& database, const std::string& columns, Take take) {
+  for (const char* const half : {"value >= 0", "value < 0"}) {
+    SQLite::Statement row(database, "SELECT sum IS row_sum(" CARD_COLUMNS "), " + columns + " FROM cards WHERE " +
+                                        half + " ORDER BY value");
+    while (row.executeStep()) {
+      take(row, row.getColumn(0).getInt() == 1);
+    }
+  }
+}
+
+void run_with(SQLite::Database& database, const char* sql, std::int64_t number) {
+  SQLite::Statement statement(database, sql);
+  statement.bind(1, number);
+  statement.exec();
+}
+
+}  // namespace
+
+// 0 stands for no limit, and not NULL: one flipped bit makes one of the other, which the sum would not see.
+const refhost::DatabaseKind kKind = {
+    .noun = "user database",
+    .version = 3,
+    .schema =
+        "CREATE TABLE users(id INTEGER PRIMARY KEY, name TEXT NOT NULL, sum INTEGER, "
+        "valid_from INTEGER NOT NULL DEFAULT 0, valid_until INTEGER NOT NULL DEFAULT 0, "
+        "blocked INTEGER NOT NULL DEFAULT 0);"
+        "CREATE TABLE cards(value INTEGER PRIMARY KEY, user INTEGER NOT NULL REFERENCES users(id) ON DELETE CASCADE, "
+        "registration TEXT NOT NULL, enrolled TEXT NOT NULL, sum INTEGER);"
+        "CREATE INDEX cards_by_user ON cards(user)",
+    .upgrades = {"ALTER TABLE users ADD COLUMN sum INTEGER; UPDATE users SET sum = row_sum(id, name);"
+                 "ALTER TABLE cards ADD COLUMN sum INTEGER;"
+                 "UPDATE cards SET sum = row_sum(" CARD_COLUMNS ")",
+                 // A row that was damaged stays so.
+                 "ALTER TABLE users ADD COLUMN valid_from INTEGER NOT NULL DEFAULT 0;"
+                 "ALTER TABLE users ADD COLUMN valid_until INTEGER NOT NULL DEFAULT 0;"
+                 "ALTER TABLE users ADD COLUMN blocked INTEGER NOT NULL DEFAULT 0;"
+                 "UPDATE users SET sum = CASE WHEN sum IS row_sum(id, name) THEN row_sum(" USER_COLUMNS ") END"},
+    .probe = "SELECT value, user, registration, enrolled FROM cards LIMIT 0",
+    .way_out = "restore a copy of it, or move it away to begin with nobody",
+};
+
+void each_user(SQLite::Database& database, const std::function<void(User user, bool is_right)>& take) {
+  SQLite::Statement row(database, "SELECT sum IS row_sum(" USER_COLUMNS "), " USER_COLUMNS " FROM users ORDER BY id");
+  while (row.executeStep()) {
+    take(user_of(row), row.getColumn(0).getInt() == 1);
+  }
+}
+
+void each_card(SQLite::Database& database, const std::function<void(Card card, bool is_right)>& take) {
+  walk_cards(database, CARD_COLUMNS, [&](SQLite::Statement& row, bool is_right) { take(card_of(row), is_right); });
+}
+
+void each_cards_user(SQLite::Database& database,
+                     const std::function<void(std::uint64_t card, std::int64_t user, bool is_right)>& take) {
+  walk_cards(database, "value, user", [&](SQLite::Statement& row, bool is_right) {
+    take(static_cast<std::uint64_t>(row.getColumn(1).getInt64()), row.getColumn(2).getInt64(), is_right);
+  });
+}
+
+void each_count(SQLite::Database& database, const std::function<void(std::int64_t user, std::int64_t cards)>& take) {
+  SQLite::Statement row(database, "SELECT user, count(*) FROM cards GROUP BY user");
+  while (row.executeStep()) {
+    take(row.getColumn(0).getInt64(), row.getColumn(1).getInt64());
+  }
+}
+
+std::optional<std::pair<User, bool>> user(SQLite::Database& database, std::int64_t id) {
+  SQLite::Statement row(database, "SELECT sum IS row_sum(" USER_COLUMNS "), " USER_COLUMNS " FROM users WHERE id = ?");
+  row.bind(1, id);
+  return row.executeStep() ? std::optional(std::pair(user_of(row), row.getColumn(0).getInt() == 1)) : std::nullopt;
+}
+
+std::optional<Card> card(SQLite::Database& database, std::uint64_t value) {
+  SQLite::Statement row(database, "SELECT 1, " CARD_COLUMNS " FROM cards WHERE value = ?");
+  row.bind(1, stored(value));
+  return row.executeStep() ? std::optional(card_of(row)) : std::nullopt;
+}
+
+std::int64_t cards_of(SQLite::Database& database, std::int64_t user) {
+  SQLite::Statement row(database, "SELECT count(*) FROM cards WHERE user = ?");
+  row.bind(1, user);
+  row.executeStep();
+  return row.getColumn(0).getInt64();
+}
+
+Transaction::Transaction(SQLite::Database& database, For what) : database_(database) {
+  try {
+    database_.exec(what == For::writing ? "BEGIN IMMEDIATE" : "BEGIN");
+  } catch (...) {
+    roll_back();
+    throw;
+  }
+}
+
+Transaction::~Transaction() { roll_back(); }
+
+void Transaction::commit() { database_.exec("COMMIT"); }
+
+void Transaction::roll_back() {
+  if (sqlite3_get_autocommit(database_.getHandle()) == 0) {  // none is open otherwise
+    database_.tryExec("ROLLBACK");
+  }
+}
+
+void UserWriter::put(const User& user) {
+  user_.reset();
+  user_.bind(1, user.id);
+  user_.bind(2, user.name);
+  user_.bind(3, user.from);
+  user_.bind(4, user.until);
+  user_.bind(5, user.blocked ? 1 : 0);
+  user_.exec();
+}
+
+void UserWriter::put(const Card& card) {
+  card_.reset();
+  card_.bind(1, stored(card.value));
+  card_.bind(2, card.user);
+  card_.bind(3, card.registration);
+  card_.bind(4, card.enrolled);
+  card_.exec();
+}
+
+void remove_user(SQLite::Database& database, std::int64_t id) {
+  run_with(database, "DELETE FROM users WHERE id = ?", id);
+}
+
+void remove_card(SQLite::Database& database, std::uint64_t card) {
+  run_with(database, "DELETE FROM cards WHERE value = ?", stored(card));
+}
+
+UserWriter::UserWriter(SQLite::Database& database)
+    : user_(database, "INSERT INTO users(" USER_COLUMNS
+                      ", sum) VALUES(?1, ?2, ?3, ?4, ?5, row_sum(?1, ?2, ?3, ?4, ?5)) ON CONFLICT(id) DO UPDATE SET "
+                      "name = excluded.name, valid_from = excluded.valid_from, valid_until = excluded.valid_until, "
+                      "blocked = excluded.blocked, sum = excluded.sum"),
+      card_(database, "INSERT INTO cards(" CARD_COLUMNS
+                      ", sum) VALUES(?1, ?2, ?3, ?4, row_sum(?1, ?2, ?3, ?4)) ON CONFLICT(value) DO UPDATE SET "
+                      "user = excluded.user, registration = excluded.registration, enrolled = excluded.enrolled, "
+                      "sum = excluded.sum") {}
+
+std::vector<std::string> faults(SQLite::Database& database) {
+  std::vector<std::string> all;
+  SQLite::Statement wrong(database,
+                          "SELECT 'user ' || id || ' is not as it was stored, and no card of his opens: put the user "
+                          "again, and unblock him' FROM users WHERE sum IS NOT row_sum(" USER_COLUMNS
+                          ") UNION ALL SELECT 'card ' || value || ' is not as it was stored, and opens nothing: remove "
+                          "it and enroll it again' FROM cards WHERE sum IS NOT row_sum(" CARD_COLUMNS
+                          ") UNION ALL SELECT 'card ' || value || ' is of user ' || user || ', who is not there' "
+                          "FROM cards WHERE user NOT IN (SELECT id FROM users)");
+  while (wrong.executeStep()) {
+    all.push_back(wrong.getColumn(0).getString());
+  }
+  return all;
+}
+
+}  // namespace achost::rows

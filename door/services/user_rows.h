@@ -1,0 +1,74 @@
+// Users and cards as rows of their database. Each function uses the database for the time of its call.
+#pragma once
+
+#include <SQLiteCpp/SQLiteCpp.h>
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "door/services/user.h"
+#include "refhost/database.h"
+
+namespace achost::rows {
+
+extern const refhost::DatabaseKind kKind;
+
+// In the order of their numbers; is_right: the row is as it was written.
+void each_user(SQLite::Database& database, const std::function<void(User user, bool is_right)>& take);
+void each_card(SQLite::Database& database, const std::function<void(Card card, bool is_right)>& take);
+
+// As each_card(), without what only a list tells.
+void each_cards_user(SQLite::Database& database,
+                     const std::function<void(std::uint64_t card, std::int64_t user, bool is_right)>& take);
+
+// Of each user who has cards, how many.
+void each_count(SQLite::Database& database, const std::function<void(std::int64_t user, std::int64_t cards)>& take);
+
+// Nothing when there is none; second: the row is as it was written.
+std::optional<std::pair<User, bool>> user(SQLite::Database& database, std::int64_t id);
+std::optional<Card> card(SQLite::Database& database, std::uint64_t value);
+std::int64_t cards_of(SQLite::Database& database, std::int64_t user);
+
+// Ends with its block, undone unless it was committed; also where SQLite has begun it and then failed for want of
+// memory, which would leave the file locked.
+class Transaction {
+ public:
+  enum class For { reading, writing };
+
+  Transaction(SQLite::Database& database, For what);
+  ~Transaction();
+  Transaction(const Transaction&) = delete;
+  Transaction& operator=(const Transaction&) = delete;
+
+  void commit();
+
+ private:
+  void roll_back();
+
+  SQLite::Database& database_;
+};
+
+// Writes many with statements that are compiled once. Over the one that is there; a card's user must be there.
+class UserWriter {
+ public:
+  explicit UserWriter(SQLite::Database& database);
+
+  void put(const User& user);
+  void put(const Card& card);
+
+ private:
+  SQLite::Statement user_;
+  SQLite::Statement card_;
+};
+
+void remove_user(SQLite::Database& database, std::int64_t id);
+void remove_card(SQLite::Database& database, std::uint64_t card);
+
+// What is not as it was written, a line each.
+std::vector<std::string> faults(SQLite::Database& database);
+
+}  // namespace achost::rows
