@@ -64,19 +64,24 @@ TEST_F(Device, WhatIsInTheStateDirectoryIsForItsUserAlone) {
 
 TEST_F(Device, UsersAndCardsAreKeptWithoutAHostToo) {
   std::filesystem::create_directory(state());
-  output({"user", "put", "7", "--name", "Ana \xC3\xA7"});
-  output({"card", "add", "0x21", "--user", "7"});
-  output({"card", "add", "34", "--user", "8"});
+  EXPECT_EQ(output({"user", "put", "7", "--name", "Ana \xC3\xA7"}), "Ana \xC3\xA7 (7) is added\n");
+  EXPECT_EQ(output({"card", "add", "0x21", "--user", "7"}), "card 33 (0x21) is now of Ana \xC3\xA7 (7)\n");
+  EXPECT_EQ(output({"card", "add", "34", "--user", "8"}), "card 34 (0x22) is now of user 8, who is new\n");
   EXPECT_THAT(output({"user", "list"}), testing::ContainsRegex("7 +1 +Ana \xC3\xA7\n8 +1 +\n"));
   EXPECT_EQ(json::parse(output({"user", "list", "--json"}).substr(0, output({"user", "list", "--json"}).find('\n'))),
-            json({{"user", 7}, {"name", "Ana \xC3\xA7"}, {"cards", 1}}));
+            json({{"user", 7},
+                  {"name", "Ana \xC3\xA7"},
+                  {"cards", 1},
+                  {"from", nullptr},
+                  {"until", nullptr},
+                  {"blocked", false}}));
   EXPECT_THAT(output({"card", "list"}), testing::ContainsRegex("33 +0x21 +7 "));
   const auto taken = command({"card", "add", "33", "--user", "9"});
   EXPECT_EQ(taken.status, 1);
-  EXPECT_EQ(taken.err, "achost: card 33 is of user 7 already: remove it first\n");
-  output({"card", "remove", "33"});
-  EXPECT_EQ(command({"card", "remove", "33"}).err, "achost: card 33 is nobody's: achost card list shows all\n");
-  output({"user", "remove", "8"});
+  EXPECT_EQ(taken.err, "achost: card 33 (0x21) is of Ana \xC3\xA7 (7) already: remove it first\n");
+  EXPECT_EQ(output({"card", "remove", "33"}), "card 33 (0x21) is taken from Ana \xC3\xA7 (7)\n");
+  EXPECT_EQ(command({"card", "remove", "33"}).err, "achost: card 33 (0x21) is nobody's: achost card list shows all\n");
+  EXPECT_EQ(output({"user", "remove", "8"}), "user 8 is removed, with 1 card\n");
   EXPECT_EQ(output({"card", "list", "--json"}), "");
   EXPECT_EQ(command({"user", "remove", "8"}).err, "achost: there is no user 8: achost user list shows all\n");
 }

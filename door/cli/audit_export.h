@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "door/cli/audit_lines.h"
-#include "door/cli/time_of.h"
+#include "door/base/time_of.h"
 
 namespace achost {
 

@@ -5,7 +5,7 @@
 #include "cli/command_line.h"
 #include "door/cli/cli.h"
 #include "door/cli/journal_command.h"
-#include "door/cli/time_of.h"
+#include "door/base/time_of.h"
 
 namespace achost {
 

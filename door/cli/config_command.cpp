@@ -1,13 +1,8 @@
 #include "door/cli/config_command.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iostream>
-#include <sstream>
 #include <utility>
 
 #include "cli/paragraph.h"
@@ -16,6 +11,7 @@
 #include "door/base/output.h"
 #include "door/base/settings_rules.h"
 #include "door/base/state_directory.h"
+#include "door/cli/file_content.h"
 #include "door/cli/request.h"
 #include "door/cli/settings_table.h"
 #include "door/cli/settings_text.h"
@@ -134,23 +130,6 @@ void store_all(const std::filesystem::path& directory, const std::vector<Assignm
   }
 }
 
-std::string content_of(const std::string& file) {
-  std::ostringstream content;
-  if (file == "-") {
-    content << std::cin.rdbuf();
-    return content.str();
-  }
-  if (std::filesystem::is_directory(file)) {
-    throw Failure(kUsage, "cannot read " + file + ": " + std::strerror(EISDIR));
-  }
-  std::ifstream stream(file);
-  content << stream.rdbuf();
-  if (!stream) {
-    throw Failure(kUsage, "cannot read " + file + ": " + std::strerror(errno));
-  }
-  return content.str();
-}
-
 }  // namespace
 
 void list_settings(const std::string& state, bool json) {
@@ -199,7 +178,7 @@ void export_settings(const std::string& state) {
 }
 
 void import_settings(const std::string& state, const std::string& file) {
-  const auto settings = parse_settings_text(content_of(file), file == "-" ? "standard input" : file);
+  const auto settings = parse_settings_text(content_of(file), name_of_input(file));
   store_all(writable_state(state), settings);
   print(std::to_string(settings.size()) + (settings.size() == 1 ? " setting is" : " settings are") + " stored\n");
 }

@@ -13,7 +13,7 @@
 #include "door/base/state_directory.h"
 #include "door/cli/card_argument.h"
 #include "door/cli/journal_lines.h"
-#include "door/cli/time_of.h"
+#include "door/base/time_of.h"
 #include "door/journal/journal.h"
 #include "door/services/user_store.h"
 #include "refhost/log_entry.h"

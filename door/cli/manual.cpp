@@ -66,6 +66,9 @@ std::vector<cli::Offer> offers() {
   all.push_back({"audit list", "--type", types});
   all.push_back({"audit export", "--type", types});
   all.push_back({"audit export", "--format", {"csv", "jsonl"}});
+  for (const char* const command : {"user import", "user export"}) {
+    all.push_back({command, "--format", {"csv", "jsonl"}});
+  }
   all.push_back({"gpio set", "", kLines});
   for (const auto& line : kLines) {
     all.push_back({"gpio set " + line, "", {"0", "1"}});
@@ -82,6 +85,7 @@ cli::Manual manual() {
                    {"achost config set read_interval 500", "Change a setting, also of a host that runs."},
                    {"achost enroll --user 7", "Give the next card that the reader sees to user 7."},
                    {"achost journal --since yesterday", "Who came in, and what else happened."},
+                   {"achost user import people.csv", "Users with their cards, from a spreadsheet."},
                    {"achost audit export --format csv --output audit.csv", "The audit log, for a spreadsheet."},
                    {"achost check", "Whether all that is stored is whole."}},
       .files = {{"/var/lib/achost", "Settings, users, audit log and journal, for root and the service."},

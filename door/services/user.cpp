@@ -6,8 +6,8 @@
 #include <cinttypes>
 #include <cstdio>
 
-#include "door/base/local_time.h"
 #include "door/base/encoding.h"
+#include "door/base/local_time.h"
 #include "refhost/log_entry.h"
 
 namespace achost {

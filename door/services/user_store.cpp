@@ -420,10 +420,10 @@ refhost::StoreReport UserStore::inspect(const std::filesystem::path& directory) 
 void UserStore::seal() {
   impl_->mutex.lock();  // both for good
   impl_->memory_mutex.lock();
+  impl_->version.reset();
+  impl_->observer.reset();  // before the one that can remove the write-ahead log
   impl_->own_version.reset();
   impl_->database.reset();
-  impl_->version.reset();
-  impl_->observer.reset();
 }
 
 }  // namespace achost

@@ -45,7 +45,7 @@ Content stored(const std::filesystem::path& directory) {
   });
   const UserStore users(directory, UserStore::Access::read_only);
   for (const auto& user : users.users()) {
-    content.users += std::to_string(user.id) + user.name + " ";
+    content.users += std::to_string(user.id) + user.name + std::to_string(user.until) + (user.blocked ? "!" : "") + " ";
   }
   for (const auto& card : users.cards()) {
     content.users += std::to_string(card.value) + "->" + std::to_string(card.user) + card.registration + " ";
@@ -146,6 +146,21 @@ class Story {
     acknowledge([&] { users_->remove_card(number); });
     acknowledge([&] { users_->remove_user(user + 1); });
     acknowledge([&] { users_->bind(number + 2, user, "another"); });
+    acknowledge([&] { users_->change_user({.id = user, .blocked = true}, UserStore::Which::there); });
+    acknowledge([&] { import(number); });
+  }
+
+  // Enough for many pages.
+  void import(std::uint64_t number) {
+    users_->change_all([number](const People& stored) {
+      PeopleChange change{.cards_removed = {number + 2}, .users_removed = {}, .users = stored.users, .cards = {}};
+      for (std::uint64_t i = 0; i < 50; ++i) {
+        const std::uint64_t id = number + 10 + i;
+        change.users.push_back({.id = static_cast<std::int64_t>(id), .name = std::string(100, 'x'), .until = 5});
+        change.cards.push_back({.value = id, .user = static_cast<std::int64_t>(id), .registration = "import"});
+      }
+      return change;
+    });
   }
 
   // One after the other, several at once, and more than a page.

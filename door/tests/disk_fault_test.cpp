@@ -13,6 +13,8 @@
 #include "ac/exception.h"
 #include "door/journal/journal.h"
 #include "door/services/enroller_service.h"
+#include "door/services/people_import.h"
+#include "door/services/people_text.h"
 #include "door/services/user_store.h"
 #include "door/tests/failing_vfs.h"
 #include "door/tests/service_fixture.h"
@@ -52,6 +54,15 @@ void tell(Story& story) {
     refhost::SettingsStore(story.state, refhost::SettingsStore::Access::read_write).set("uhf", "read_interval", "777");
   });
   story.attempt("card", [&] { UserStore(story.state, UserStore::Access::read_write).bind(33, 7, "r"); });
+  story.attempt("import", [&] {
+    UserStore users(story.state, UserStore::Access::read_write);
+    std::string text = "id,name,card\n";
+    for (int id = 100; id < 200; ++id) {
+      text += std::to_string(id) + "," + std::string(100, 'x') + "," + std::to_string(id) + "\n";
+    }
+    import_people(users, parse_people(text, "f"), {});
+    EXPECT_EQ(users.owner_of(199), 199);
+  });
 }
 
 // What is in the files.
@@ -64,7 +75,12 @@ std::set<std::string> found(const std::filesystem::path& state) {
   const UserStore users(state, UserStore::Access::read_only);
   if (users.owner_of(33) == 7) {
     things.insert("card");
-    EXPECT_EQ(users.users().size(), 1U) << "a card without its user";
+    EXPECT_TRUE(users.user(7).has_value()) << "a card without its user";
+  }
+  if (const auto imported = users.users().size() - (things.contains("card") ? 1 : 0); imported != 0) {
+    things.insert("import");
+    EXPECT_EQ(imported, 100U) << "a part of an import";
+    EXPECT_EQ(users.cards().size() - (things.contains("card") ? 1 : 0), 100U);
   }
   return things;
 }

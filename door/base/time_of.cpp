@@ -1,5 +1,6 @@
-#include "door/cli/time_of.h"
+#include "door/base/time_of.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cstring>
@@ -32,18 +33,35 @@ Milliseconds day_of(std::time_t now, int later) {
   return static_cast<Milliseconds>(std::mktime(&fields)) * 1000;
 }
 
-std::optional<Milliseconds> word(const std::string& text, std::time_t now) {
+// more: as many days later, of a day.
+std::optional<Milliseconds> word(const std::string& text, std::time_t now, int more) {
   constexpr std::pair<std::string_view, int> kDays[] = {{"yesterday", -1}, {"today", 0}, {"tomorrow", 1}};
   for (const auto& [name, later] : kDays) {
     if (text == name) {
-      return day_of(now, later);
+      return day_of(now, later + more);
     }
   }
   return text == "now" ? std::optional(static_cast<Milliseconds>(now) * 1000) : std::nullopt;
 }
 
-// A date, a time of today, or both.
-std::optional<Milliseconds> moment(const std::string& text, std::time_t now) {
+// Takes ".006" out of the text, where the milliseconds stand of a time with a date.
+Milliseconds take_milliseconds(std::string& text) {
+  constexpr std::size_t kPoint = 19;
+  constexpr std::size_t kDigits = 3;
+  const auto digits = std::string_view(text).substr(std::min(kPoint + 1, text.size()), kDigits);
+  if (text.size() <= kPoint || text[kPoint] != '.' || digits.size() < kDigits ||
+      digits.find_first_not_of("0123456789") != digits.npos) {
+    return 0;
+  }
+  Milliseconds milliseconds = 0;
+  std::from_chars(digits.data(), digits.data() + kDigits, milliseconds);
+  text.erase(kPoint, 1 + kDigits);
+  return milliseconds;
+}
+
+// A date, a time of today, or both; more: as many days later, of a date alone.
+std::optional<Milliseconds> moment(std::string text, std::time_t now, int more) {
+  const Milliseconds milliseconds = take_milliseconds(text);
   for (const char* format :
        {"%Y-%m-%d", "%Y-%m-%d %H:%M", "%Y-%m-%d %H:%M:%S", "%Y-%m-%dT%H:%M:%S%z", "%H:%M", "%H:%M:%S"}) {
     std::tm fields{};
@@ -60,9 +78,11 @@ std::optional<Milliseconds> moment(const std::string& text, std::time_t now) {
     const int day = fields.tm_mday;
     const bool has_zone = std::strstr(format, "%z") != nullptr;
     const std::time_t seconds = has_zone ? timegm(&fields) - offset : std::mktime(&fields);
-    if (fields.tm_mday == day) {  // else there is no such day
-      return static_cast<Milliseconds>(seconds) * 1000;
+    if (fields.tm_mday != day) {
+      continue;  // there is no such day
     }
+    const bool is_date = std::string_view(format) == "%Y-%m-%d";
+    return is_date ? day_of(seconds, more) : static_cast<Milliseconds>(seconds) * 1000 + milliseconds;
   }
   return std::nullopt;
 }
@@ -129,15 +149,13 @@ std::optional<Milliseconds> before_now(const std::string& text, Milliseconds now
   return seconds.has_value() ? std::optional(now - *seconds * 1000) : std::nullopt;
 }
 
-}  // namespace
-
-std::int64_t time_of(const std::string& text, std::chrono::system_clock::time_point now) {
+std::int64_t time_with(const std::string& text, std::chrono::system_clock::time_point now, int more) {
   const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
   const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count();
-  if (const auto time = word(text, seconds)) {
+  if (const auto time = word(text, seconds, more)) {
     return *time;
   }
-  if (const auto time = moment(text, seconds)) {
+  if (const auto time = moment(text, seconds, more)) {
     return *time;
   }
   if (const auto time = before_now(text, milliseconds)) {
@@ -146,6 +164,16 @@ std::int64_t time_of(const std::string& text, std::chrono::system_clock::time_po
   throw Failure(kUsage, "\"" + refhost::log::escape(text) +
                             "\" is no time: give 2026-01-31, \"2026-01-31 08:30\", \"2026-01-31 08:30:00\", 08:30, "
                             "today, yesterday, -1h, \"2 days ago\" or 2026-01-31T08:30:00+01:00");
+}
+
+}  // namespace
+
+std::int64_t time_of(const std::string& text, std::chrono::system_clock::time_point now) {
+  return time_with(text, now, 0);
+}
+
+std::int64_t end_of(const std::string& text, std::chrono::system_clock::time_point now) {
+  return time_with(text, now, 1);
 }
 
 }  // namespace achost

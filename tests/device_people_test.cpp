@@ -1,0 +1,113 @@
+// Users and cards of a small door, changed by commands beside the host that runs.
+#include <signal.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+#include "tests/device_fixture.h"
+
+namespace device_test {
+
+using testing::HasSubstr;
+
+class People : public Device {
+ protected:
+  // The outcome of the card of user 7, held to the reader.
+  json present() {
+    output({"field", "add", kKnown});
+    auto event = next_event("identification");
+    output({"field", "clear"});
+    return event;
+  }
+
+  // A file with that content, beside the state.
+  std::string file(const std::string& name, const std::string& content) const {
+    const std::string path = state() + "-" + name;
+    std::ofstream(path, std::ios::binary) << content;
+    return path;
+  }
+
+  void start_fast() { start({"--set", "read_interval=250"}); }
+};
+
+TEST_F(People, WhatACommandChangesCountsForTheNextCardOfAHostThatRuns) {
+  start_fast();
+  output({"card", "add", "1", "--user", "7"});
+  for (int i = 0; i < 5; ++i) {
+    EXPECT_EQ(present().at("outcome"), "opens");
+    output({"card", "remove", "1"});
+    EXPECT_EQ(present().at("outcome"), "unknown");
+    output({"card", "add", "1", "--user", "7"});
+    output({"user", "block", "7"});
+    EXPECT_EQ(present().at("outcome"), "blocked");
+    output({"user", "unblock", "7"});
+  }
+  output({"user", "put", "7", "--name", "Ana", "--until", "2020-01-01"});
+  const auto late = present();
+  EXPECT_EQ(late.at("outcome"), "no_longer_valid");
+  EXPECT_EQ(late.at("user_name"), "Ana");
+  output({"user", "put", "7", "--from", "2200-01-01", "--until", "none"});
+  EXPECT_EQ(present().at("outcome"), "not_yet_valid");
+  output({"user", "put", "7", "--from", "none"});
+  EXPECT_EQ(present().at("outcome"), "opens");
+}
+
+TEST_F(People, AreExportedAndImportedAsTheyWere) {
+  std::filesystem::create_directory(state());
+  const auto text = file("in.csv", "id,name,card,until\r\n7,\"Ana, \"\"x\"\"\",33,2026-01-31\r\n8,'=B,0x22,\r\n");
+  EXPECT_EQ(output({"user", "import", text, "--dry-run"}).substr(0, 20), "add Ana, \"x\" (7), un");
+  EXPECT_EQ(output({"user", "list", "--json"}), "");
+  EXPECT_THAT(output({"user", "import", text}), testing::StartsWith("users: 2 added, 0 changed, 0 removed"));
+  EXPECT_THAT(output({"user", "list"}), HasSubstr("=B"));
+  for (const char* const form : {"csv", "jsonl"}) {
+    const auto exported = output({"user", "export", "--format", form});
+    output({"user", "remove", "7"});
+    EXPECT_THAT(output({"user", "import", file("out", exported)}), HasSubstr("users: 1 added"));
+    EXPECT_EQ(output({"user", "export", "--format", form}), exported);
+  }
+}
+
+TEST_F(People, AnImportWithAnErrorNamesTheLineAndStoresNothing) {
+  std::filesystem::create_directory(state());
+  const auto text = file("in.csv", "id,name,card\n7,Ana,33\n8,Ben,x\n");
+  const auto result = command({"user", "import", text});
+  EXPECT_EQ(result.status, 2);
+  EXPECT_EQ(result.err, "achost: " + text + ":3: \"x\" is no card: give a number such as 33 or 0x21\n");
+  EXPECT_EQ(output({"user", "list", "--json"}), "");
+  EXPECT_EQ(command({"user", "import", state() + "-none"}).err,
+            "achost: cannot read " + state() + "-none: No such file or directory\n");
+}
+
+std::string many_people(const std::string& name) {
+  std::string text = "id,name,card\n";
+  for (int i = 1; i <= 3000; ++i) {
+    text += std::to_string(i) + "," + name + "," + std::to_string(i) + "\n";
+  }
+  return text;
+}
+
+TEST_F(People, AnImportThatIsKilledIsStoredAsAWholeOrNotAtAll) {
+  start();
+  const std::string files[] = {file("a.csv", many_people("A")), file("b.csv", many_people("B"))};
+  output({"user", "import", files[1]});
+  int whole = 0;
+  std::string last = "B";
+  for (int i = 0; i < 20; ++i) {
+    Achost import({"user", "import", files[static_cast<std::size_t>(i % 2)], "--state", state()});
+    std::this_thread::sleep_for(std::chrono::milliseconds(3 * i));  // the moment of the kill, not a wait
+    import.signal(SIGKILL);
+    import.wait();
+    const auto exported = output({"user", "export"});
+    const bool has_a = exported.find(",A,") != std::string::npos;
+    const bool has_b = exported.find(",B,") != std::string::npos;
+    EXPECT_NE(has_a, has_b) << "killed after " << 3 * i << " ms";
+    whole += last == (has_a ? "A" : "B") ? 0 : 1;
+    last = has_a ? "A" : "B";
+    EXPECT_EQ(command({"check"}).status, 0);
+  }
+  std::cout << whole << " of 20 imports were stored before they were killed\n";
+}
+
+}  // namespace device_test
