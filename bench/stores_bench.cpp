@@ -8,7 +8,6 @@
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
-#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -25,65 +24,11 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr int kRecords = 2'000'000;
-constexpr int kUsers = 100'000;
 constexpr int kAppends = 10'000;  // the least, and as many more as it takes until all have gone
 constexpr int kMostAppends = 200'000;
 constexpr int kKept = 1'000;
-constexpr int kTurns = 3;
 constexpr double kLongest = 5;  // ms, of an append
 
-void fill_users(const std::string& achost, const fs::path& directory) {
-  run({achost, "card", "add", "7919", "--user", "1", "--state", directory});  // makes the file
-  SQLite::Database database(directory / "users.db", SQLite::OPEN_READWRITE);
-  database.exec("PRAGMA synchronous = OFF");
-  SQLite::Transaction transaction(database);
-  SQLite::Statement user(database, "INSERT INTO users(id, name) VALUES(?, 'user ' || ?1)");
-  SQLite::Statement card(database,
-                         "INSERT INTO cards(value, user, registration, enrolled) "
-                         "VALUES(?1 * 7919, ?1, '', '2026-01-02T03:04:05.006+01:00')");
-  for (int i = 2; i <= kUsers; ++i) {
-    for (SQLite::Statement* const statement : {&user, &card}) {
-      statement->reset();
-      statement->bind(1, i);
-      statement->exec();
-    }
-  }
-  transaction.commit();
-}
-
-// All fields of all rows, and nothing done with them.
-std::size_t walk(const fs::path& file, const char* question) {
-  const SQLite::Database database(file, SQLite::OPEN_READONLY);
-  SQLite::Statement query(database, question);
-  std::size_t size = 0;
-  while (query.executeStep()) {
-    for (int i = 0; i < query.getColumnCount(); ++i) {
-      size += static_cast<std::size_t>(query.getColumn(i).getBytes());
-    }
-  }
-  return size;
-}
-
-struct Command {
-  std::string what;
-  std::vector<std::string> words;
-  std::vector<double> times = {};
-};
-
-// Each command beside the bare question, turn by turn.
-void compare(std::vector<Command> commands, const fs::path& file, const std::string& what, const char* question) {
-  std::vector<double> bare;
-  for (int i = 0; i < kTurns; ++i) {
-    bare.push_back(milliseconds([&] { walk(file, question); }));
-    for (auto& command : commands) {
-      command.times.push_back(milliseconds([&] { run(command.words); }));
-    }
-  }
-  for (const auto& command : commands) {
-    print_row(command.what, number(median(command.times)) + " ms", ratio_of(command.times, bare));
-  }
-  print_row("bare SQLite: " + what, number(median(bare)) + " ms");
-}
 
 void lists(const std::string& achost, const fs::path& directory) {
   const std::string many = ", 2,000,000 records";
@@ -99,9 +44,6 @@ void lists(const std::string& achost, const fs::path& directory) {
             {achost, "audit", "list", "--since", "2026-04-27T20:50:05Z", "--state", directory}},
            {"`achost --version`, which reads nothing", {achost, "--version"}}},
           log, "the same 8 records read", "SELECT id, at, time, type, details FROM audit_logs WHERE id > 1999992");
-  compare({{"`achost user list`, 100,000 users", {achost, "user", "list", "--state", directory}}},
-          directory / "users.db", "100,000 users read, their cards counted",
-          "SELECT id, name, (SELECT count(*) FROM cards WHERE user = users.id) FROM users ORDER BY id");
 }
 
 double append(refhost::AuditLog& log) {
@@ -159,7 +101,6 @@ void retention(const fs::path& directory) {
 int main(int, char** arguments) {
   const TemporaryDirectory directory;
   fill_log(directory.path(), kRecords);
-  fill_users(arguments[1], directory.path());
   lists(arguments[1], directory.path());
   retention(directory.path());
   return 0;

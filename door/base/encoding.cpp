@@ -1,5 +1,7 @@
 #include "door/base/encoding.h"
 
+#include "refhost/log_entry.h"
+
 namespace achost {
 namespace {
 
@@ -27,6 +29,13 @@ std::size_t character_length(std::string_view text) {
 }
 
 }  // namespace
+
+std::string_view without_blanks(std::string_view text) {
+  const auto begin = text.find_first_not_of(" \t");
+  return begin == text.npos ? "" : text.substr(begin, text.find_last_not_of(" \t") - begin + 1);
+}
+
+std::string in_quotes(std::string_view text) { return "\"" + refhost::log::escape(text) + "\""; }
 
 std::size_t utf8_end(std::string_view text) {
   std::size_t place = 0;

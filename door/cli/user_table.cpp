@@ -2,24 +2,19 @@
 
 #include <algorithm>
 #include <chrono>
-#include <nlohmann/json.hpp>
 
 #include "cli/text_table.h"
 #include "door/base/local_time.h"
+#include "door/control/control.h"
 #include "refhost/log_entry.h"
 
 namespace achost {
 namespace {
 
-using nlohmann::ordered_json;
 using refhost::log::escape;
 
-std::string line_of(const ordered_json& object) {
-  return object.dump(-1, ' ', false, ordered_json::error_handler_t::replace) + "\n";
-}
-
-ordered_json limit(std::int64_t time) {
-  return time == 0 ? ordered_json(nullptr) : ordered_json(iso_time(Milliseconds(std::chrono::milliseconds(time))));
+Json limit(std::int64_t time) {
+  return time == 0 ? Json(nullptr) : Json(iso_time(Milliseconds(std::chrono::milliseconds(time))));
 }
 
 // users: in the order of their numbers.

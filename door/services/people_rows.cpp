@@ -2,9 +2,9 @@
 
 #include <utility>
 
+#include "door/base/encoding.h"
 #include "door/base/failure.h"
 #include "door/base/time_of.h"
-#include "refhost/log_entry.h"
 
 namespace achost {
 namespace {
@@ -17,22 +17,15 @@ struct CellError : Failure {
   explicit CellError(const std::string& text) : Failure(kUsage, text) {}
 };
 
-std::string quoted(const std::string& text) { return "\"" + refhost::log::escape(text) + "\""; }
-
-std::string trimmed(const std::string& text) {
-  const auto begin = text.find_first_not_of(" \t");
-  return begin == text.npos ? "" : text.substr(begin, text.find_last_not_of(" \t") - begin + 1);
-}
-
 // 0 of an empty cell: no limit.
 std::optional<std::int64_t> limit_of(const std::optional<std::string>& cell,
                                      TimeParser parse) {
-  if (!cell.has_value() || trimmed(*cell).empty()) {
+  if (!cell.has_value() || without_blanks(*cell).empty()) {
     return cell.has_value() ? std::optional(std::int64_t{0}) : std::nullopt;
   }
-  const std::int64_t time = parse(trimmed(*cell), std::chrono::system_clock::now());
+  const std::int64_t time = parse(std::string(without_blanks(*cell)), std::chrono::system_clock::now());
   if (time <= 0) {
-    throw CellError(quoted(*cell) + " is before 1970: give a later time, or nothing for no limit");
+    throw CellError(in_quotes(*cell) + " is before 1970: give a later time, or nothing for no limit");
   }
   return time;
 }
@@ -41,21 +34,21 @@ std::optional<bool> flag_of(const std::optional<std::string>& cell) {
   if (!cell.has_value()) {
     return std::nullopt;
   }
-  const std::string word = trimmed(*cell);
+  const auto word = without_blanks(*cell);
   if (word.empty() || word == "0" || word == "no" || word == "false") {
     return false;
   }
   if (word == "1" || word == "yes" || word == "true") {
     return true;
   }
-  throw CellError("blocked cannot be " + quoted(*cell) + ": give 1 or 0");
+  throw CellError("blocked cannot be " + in_quotes(*cell) + ": give 1 or 0");
 }
 
 std::int64_t id_of(const std::optional<std::string>& cell) {
-  if (const auto id = user_number(trimmed(cell.value_or("")))) {
+  if (const auto id = user_number(without_blanks(cell.has_value() ? *cell : ""))) {
     return *id;
   }
-  throw CellError(quoted(cell.value_or("")) + " is no user: give a number of 1 or more as id");
+  throw CellError(in_quotes(cell.value_or("")) + " is no user: give a number of 1 or more as id");
 }
 
 UserChange change_of(const PeopleCells& cells) {
@@ -115,13 +108,13 @@ void PeopleRows::take_user(UserChange change, std::size_t line) {
 }
 
 void PeopleRows::take_card(const PeopleCells& cells, std::int64_t user, std::size_t line) {
-  const std::string text = trimmed(cells[kCard].value_or(""));
+  const std::string text(without_blanks(cells[kCard].has_value() ? *cells[kCard] : ""));
   if (text.empty()) {
     return;
   }
   const auto card = card_number(text);
   if (!card.has_value()) {
-    throw CellError(quoted(text) + " is no card: give a number such as 33 or 0x21");
+    throw CellError(in_quotes(text) + " is no card: give a number such as 33 or 0x21");
   }
   const auto [place, is_new] = cards_.try_emplace(*card, import_.cards.size());
   if (!is_new) {

@@ -10,14 +10,11 @@
 #include "door/base/encoding.h"
 #include "door/base/failure.h"
 #include "door/base/local_time.h"
-#include "refhost/log_entry.h"
 
 namespace achost {
 namespace {
 
 using nlohmann::json;
-
-std::string quoted(const std::string& text) { return "\"" + refhost::log::escape(text) + "\""; }
 
 std::string all_columns() {
   std::string all;
@@ -29,9 +26,7 @@ std::string all_columns() {
 
 // Its place in kPeopleColumns.
 std::optional<std::size_t> column_of(const std::string& text) {
-  const auto begin = text.find_first_not_of(" \t");
-  const auto word = begin == text.npos ? "" : text.substr(begin, text.find_last_not_of(" \t") - begin + 1);
-  const auto* const found = std::ranges::find(kPeopleColumns, word);
+  const auto* const found = std::ranges::find(kPeopleColumns, without_blanks(text));
   return found == kPeopleColumns.end() ? std::nullopt : std::optional<std::size_t>(found - kPeopleColumns.begin());
 }
 
@@ -66,11 +61,11 @@ class CsvPeople {
       const auto column = column_of(cell);
       if (!column.has_value()) {
         refuse_line(name_, reader_.line(),
-                    "there is no column " + quoted(cell) + ": the first line names the columns, " +
+                    "there is no column " + in_quotes(cell) + ": the first line names the columns, " +
                         "separated by commas, of " + all_columns());
       }
       if (std::ranges::find(columns_, *column) != columns_.end()) {
-        refuse_line(name_, reader_.line(), "the column " + quoted(cell) + " is there twice: give it once");
+        refuse_line(name_, reader_.line(), "the column " + in_quotes(cell) + " is there twice: give it once");
       }
       columns_.push_back(*column);
     }
@@ -119,7 +114,7 @@ PeopleCells cells_of(std::string_view text) {
     const auto column = column_of(key);
     auto cell = cell_of(value);
     if (!column.has_value()) {
-      throw Failure(kUsage, "there is no key " + quoted(key) + ": there are " + all_columns());
+      throw Failure(kUsage, "there is no key " + in_quotes(key) + ": there are " + all_columns());
     }
     if (!cell.has_value()) {
       throw Failure(kUsage, key + " cannot be " + value.dump(-1, ' ', true) + ": give a text or a whole number");

@@ -7,7 +7,7 @@
 namespace achost {
 namespace {
 
-constexpr auto number_of = [](const auto& stored) { return stored.user.id; };
+constexpr auto kUserId = [](const auto& stored) { return stored.user.id; };
 
 // Where it stands, or would stand.
 template <typename Table, typename Number, typename NumberOf>
@@ -48,7 +48,7 @@ UserMemory::Holder UserMemory::holder_of(std::uint64_t card) const {
     const bool is_damaged = has(damaged_cards_, card, &StoredCard::value);
     return {.kind = is_damaged ? Holder::Kind::damaged_card : Holder::Kind::nobody};
   }
-  const auto owner = place(users_, found->user, number_of);
+  const auto owner = place(users_, found->user, kUserId);
   if (owner == users_.end() || owner->user.id != found->user) {
     return {.kind = Holder::Kind::damaged_card};
   }
@@ -56,7 +56,7 @@ UserMemory::Holder UserMemory::holder_of(std::uint64_t card) const {
                          : Holder{.kind = Holder::Kind::damaged_user, .id = found->user};
 }
 
-void UserMemory::add_user(User user, bool is_right) { put(users_, StoredUser{std::move(user), is_right}, number_of); }
+void UserMemory::add_user(User user, bool is_right) { put(users_, StoredUser{std::move(user), is_right}, kUserId); }
 
 void UserMemory::add_card(std::uint64_t card, std::int64_t user, bool is_right) {
   erase(is_right ? damaged_cards_ : cards_, card, &StoredCard::value);
@@ -69,7 +69,7 @@ void UserMemory::reserve(std::size_t users, std::size_t cards) {
 }
 
 void UserMemory::remove_user(std::int64_t id) {
-  erase(users_, id, number_of);
+  erase(users_, id, kUserId);
   for (auto* const table : {&cards_, &damaged_cards_}) {
     std::erase_if(*table, [id](const StoredCard& card) { return card.user == id; });
   }
