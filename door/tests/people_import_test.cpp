@@ -127,6 +127,13 @@ TEST_F(Import, MendsWhatIsDamagedWithoutBelievingIt) {
   EXPECT_EQ(export_people(users, PeopleForm::csv).warning, "");
 }
 
+TEST_F(Import, MendsADamagedRowThatIsAsItWouldBe) {
+  users.put({.id = 9, .blocked = true});
+  SQLite::Database(directory.path() / "users.db", SQLite::OPEN_READWRITE).exec("UPDATE users SET sum = 1 WHERE id = 9");
+  EXPECT_THAT(import("id\n9\n"), HasSubstr("users: 0 added, 1 changed"));
+  EXPECT_THAT(UserStore::inspect(directory.path()).faults, testing::IsEmpty());
+}
+
 class Actions : public Import {};
 
 TEST_F(Actions, SayWhatTheyDid) {

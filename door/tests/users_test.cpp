@@ -298,6 +298,8 @@ TEST_F(Users, ADamagedCardThatHasGoneWithItsUserIsFreeAgain) {
   SQLite::Database(directory.path() / "users.db", SQLite::OPEN_READWRITE).exec("UPDATE cards SET registration = 'x'");
   EXPECT_EQ(users.owner_of(33), std::nullopt);
   users.remove_user(7);
+  users.on_damage([](const std::string& text) { ADD_FAILURE() << text; });
+  EXPECT_EQ(users.owner_of(33), std::nullopt);
   EXPECT_TRUE(users.bind(33, 8, ""));
   EXPECT_EQ(users.owner_of(33), 8);
 }
