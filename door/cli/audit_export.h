@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "door/cli/audit_lines.h"
 #include "door/base/time_of.h"
+#include "door/cli/audit_lines.h"
 
 namespace achost {
 

@@ -3,9 +3,9 @@
 #include <cstdlib>
 
 #include "cli/command_line.h"
+#include "door/base/time_of.h"
 #include "door/cli/cli.h"
 #include "door/cli/journal_command.h"
-#include "door/base/time_of.h"
 
 namespace achost {
 

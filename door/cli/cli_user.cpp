@@ -6,9 +6,9 @@
 #include "cli/command_line.h"
 #include "cli/output_file.h"
 #include "door/base/failure.h"
-#include "door/base/time_of.h"
 #include "door/base/output.h"
 #include "door/base/state_directory.h"
+#include "door/base/time_of.h"
 #include "door/cli/cli.h"
 #include "door/cli/file_content.h"
 #include "door/cli/user_table.h"
@@ -49,8 +49,7 @@ std::uint64_t card_of(const std::string& text) {
 }
 
 // "none" and an empty text are no limit.
-std::optional<std::int64_t> limit_of(const std::optional<std::string>& text,
-                                     TimeParser parse) {
+std::optional<std::int64_t> limit_of(const std::optional<std::string>& text, TimeParser parse) {
   if (!text.has_value()) {
     return std::nullopt;
   }

@@ -96,10 +96,10 @@ std::vector<Assignment> assignments_of_pairs(const std::vector<std::string>& wor
       throw Failure(kUsage, "\"" + word + "\" is no setting: give [SECTION.]KEY=VALUE");
     }
     wanted.push_back(checked_assignment(word.substr(0, equals), word.substr(equals + 1)));
-    const auto& [section, key, value] = wanted.back();
-    if (std::ranges::count_if(wanted, [&](const Assignment& one) { return one.section == section && one.key == key; }) >
-        1) {
-      throw Failure(kUsage, section + "." + key + " is given twice");
+    const Assignment& last = wanted.back();
+    const auto is_same = [&](const Assignment& one) { return one.section == last.section && one.key == last.key; };
+    if (std::ranges::count_if(wanted, is_same) > 1) {
+      throw Failure(kUsage, last.section + "." + last.key + " is given twice");
     }
   }
   return wanted;

@@ -18,8 +18,7 @@ struct CellError : Failure {
 };
 
 // 0 of an empty cell: no limit.
-std::optional<std::int64_t> limit_of(const std::optional<std::string>& cell,
-                                     TimeParser parse) {
+std::optional<std::int64_t> limit_of(const std::optional<std::string>& cell, TimeParser parse) {
   if (!cell.has_value() || without_blanks(*cell).empty()) {
     return cell.has_value() ? std::optional(std::int64_t{0}) : std::nullopt;
   }
