@@ -29,7 +29,6 @@ constexpr int kMostAppends = 200'000;
 constexpr int kKept = 1'000;
 constexpr double kLongest = 5;  // ms, of an append
 
-
 void lists(const std::string& achost, const fs::path& directory) {
   const std::string many = ", 2,000,000 records";
   const auto log = directory / "audit.db";

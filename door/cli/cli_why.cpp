@@ -7,10 +7,10 @@
 #include "door/base/failure.h"
 #include "door/base/output.h"
 #include "door/base/state_directory.h"
+#include "door/base/time_of.h"
 #include "door/cli/card_argument.h"
 #include "door/cli/cli.h"
 #include "door/cli/request.h"
-#include "door/cli/time_of.h"
 #include "door/control/why_commands.h"
 #include "door/services/user_store.h"
 

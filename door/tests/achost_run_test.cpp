@@ -118,7 +118,8 @@ TEST_F(AchostRun, ClosedStoresLeaveNoLogFilesBehind) {
   for (const auto& entry : std::filesystem::directory_iterator(state())) {
     files.insert(entry.path().filename());
   }
-  EXPECT_EQ(files, std::set<std::string>({"audit.db", "journal.db", "lock", "settings.db", "settings.good", "users.db"}));
+  EXPECT_EQ(files,
+            std::set<std::string>({"audit.db", "journal.db", "lock", "settings.db", "settings.good", "users.db"}));
 }
 
 TEST_F(AchostRun, SecondHostOnTheStateIsRefusedWithThePidOfTheFirst) {
