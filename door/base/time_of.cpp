@@ -16,7 +16,7 @@
 namespace achost {
 namespace {
 
-using Milliseconds = std::int64_t;
+using Time = std::int64_t;
 
 std::tm local_of(std::time_t time) {
   std::tm fields{};
@@ -25,27 +25,27 @@ std::tm local_of(std::time_t time) {
 }
 
 // The beginning of today, or of a day so many days later.
-Milliseconds day_of(std::time_t now, int later) {
+Time day_of(std::time_t now, int later) {
   auto fields = local_of(now);
   fields.tm_hour = fields.tm_min = fields.tm_sec = 0;
   fields.tm_mday += later;
   fields.tm_isdst = -1;
-  return static_cast<Milliseconds>(std::mktime(&fields)) * 1000;
+  return static_cast<Time>(std::mktime(&fields)) * 1000;
 }
 
 // more: as many days later, of a day.
-std::optional<Milliseconds> word(const std::string& text, std::time_t now, int more) {
+std::optional<Time> word(const std::string& text, std::time_t now, int more) {
   constexpr std::pair<std::string_view, int> kDays[] = {{"yesterday", -1}, {"today", 0}, {"tomorrow", 1}};
   for (const auto& [name, later] : kDays) {
     if (text == name) {
       return day_of(now, later + more);
     }
   }
-  return text == "now" ? std::optional(static_cast<Milliseconds>(now) * 1000) : std::nullopt;
+  return text == "now" ? std::optional(static_cast<Time>(now) * 1000) : std::nullopt;
 }
 
 // Takes ".006" out of the text, where the milliseconds stand of a time with a date.
-Milliseconds take_milliseconds(std::string& text) {
+Time take_milliseconds(std::string& text) {
   constexpr std::size_t kPoint = 19;
   constexpr std::size_t kDigits = 3;
   const auto digits = std::string_view(text).substr(std::min(kPoint + 1, text.size()), kDigits);
@@ -53,15 +53,15 @@ Milliseconds take_milliseconds(std::string& text) {
       digits.find_first_not_of("0123456789") != digits.npos) {
     return 0;
   }
-  Milliseconds milliseconds = 0;
+  Time milliseconds = 0;
   std::from_chars(digits.data(), digits.data() + kDigits, milliseconds);
   text.erase(kPoint, 1 + kDigits);
   return milliseconds;
 }
 
 // A date, a time of today, or both; more: as many days later, of a date alone.
-std::optional<Milliseconds> moment(std::string text, std::time_t now, int more) {
-  const Milliseconds milliseconds = take_milliseconds(text);
+std::optional<Time> moment(std::string text, std::time_t now, int more) {
+  const Time milliseconds = take_milliseconds(text);
   for (const char* format :
        {"%Y-%m-%d", "%Y-%m-%d %H:%M", "%Y-%m-%d %H:%M:%S", "%Y-%m-%dT%H:%M:%S%z", "%H:%M", "%H:%M:%S"}) {
     std::tm fields{};
@@ -82,7 +82,7 @@ std::optional<Milliseconds> moment(std::string text, std::time_t now, int more) 
       continue;  // there is no such day
     }
     const bool is_date = std::string_view(format) == "%Y-%m-%d";
-    return is_date ? day_of(seconds, more) : static_cast<Milliseconds>(seconds) * 1000 + milliseconds;
+    return is_date ? day_of(seconds, more) : static_cast<Time>(seconds) * 1000 + milliseconds;
   }
   return std::nullopt;
 }
@@ -138,7 +138,7 @@ std::optional<std::int64_t> duration(std::string_view text) {
   return seconds;
 }
 
-std::optional<Milliseconds> before_now(const std::string& text, Milliseconds now) {
+std::optional<Time> before_now(const std::string& text, Time now) {
   constexpr std::string_view kAgo = " ago";
   std::optional<std::int64_t> seconds;
   if (text.size() > 1 && text[0] == '-') {
