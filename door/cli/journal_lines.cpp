@@ -295,9 +295,9 @@ void JournalLines::append_csv(std::string& text, const JournalEntry& entry) cons
 }
 
 void JournalLines::append_json(std::string& text, const JournalEntry& entry) const {
-  using Json = nlohmann::ordered_json;
+  using Object = nlohmann::ordered_json;
   const auto& [kind, user, card, fields] = entry.entry;
-  Json object = {
+  Object object = {
       {"number", entry.number}, {"time", iso_time(entry.time.wall, entry.time.offset)}, {"kind", name_of(kind)}};
   if (user.has_value()) {
     object["user"] = *user;
@@ -305,11 +305,11 @@ void JournalLines::append_json(std::string& text, const JournalEntry& entry) con
   if (card.has_value()) {
     object["card"] = *card;
   }
-  object["fields"] = Json::parse(json_of_fields(fields));
+  object["fields"] = Object::parse(json_of_fields(fields));
   object["clock_trusted"] = entry.time.is_trusted;
   object["monotonic_ms"] = entry.time.monotonic;
   object["boot"] = entry.boot;
-  text += object.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
+  text += object.dump(-1, ' ', false, Object::error_handler_t::replace) + "\n";
 }
 
 }  // namespace achost

@@ -166,7 +166,7 @@ std::optional<Event> setting_changed(const ac::Message& message) {
 
 std::optional<Event> second_opinion(const ac::Message& message) {
   const std::uint64_t card = card_of(message, "value");
-  return event("second_opinion", card_text(card), escape(text(message, "text")), Weight::bad,
+  return event("second_opinion", named_card(card), escape(text(message, "text")), Weight::bad,
                {{"card", card}, {"card_hex", hexadecimal(card)}, {"text", text(message, "text")}});
 }
 
