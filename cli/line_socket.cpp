@@ -72,7 +72,7 @@ int SocketPlace::make_private() const { return fchmodat(directory_, name_.c_str(
 
 std::string SocketPlace::path() const { return "/proc/self/fd/" + std::to_string(directory_) + "/" + name_; }
 
-bool send_all(int socket, const std::string& text) {
+bool send_all(int socket, std::string_view text) {
   for (std::size_t done = 0; done < text.size();) {
     const ssize_t sent = ::send(socket, text.data() + done, text.size() - done, MSG_NOSIGNAL);
     if (sent < 0 && errno != EINTR) {
@@ -105,6 +105,24 @@ LineReader::Outcome LineReader::next(std::string& line, milliseconds patience, s
     pending_.append(buffer.data(), static_cast<std::size_t>(std::max<ssize_t>(received, 0)));
   }
   return line.size() < longest_ ? Outcome::line : Outcome::too_long;
+}
+
+LineReader::Outcome LineReader::next_bytes(std::string& bytes, std::size_t count, milliseconds patience) {
+  bytes = pending_.substr(0, count);
+  pending_.erase(0, bytes.size());
+  for (std::size_t begin = bytes.size(); begin < count; begin = bytes.size()) {
+    if (!wait_to_read(socket_, steady_clock::now() + patience)) {
+      return Outcome::too_late;
+    }
+    bytes.resize(count);
+    const ssize_t received = recv(socket_, bytes.data() + begin, count - begin, 0);
+    const int reason = errno;
+    bytes.resize(begin + static_cast<std::size_t>(std::max<ssize_t>(received, 0)));
+    if (received == 0 || (received < 0 && reason != EINTR)) {
+      return Outcome::end;
+    }
+  }
+  return Outcome::line;
 }
 
 bool LineReader::take(std::string& line) {

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace achost {
 
@@ -33,7 +34,7 @@ class SocketPlace {
 };
 
 // Send all of the text; false when the peer has gone or takes longer than the socket's SO_SNDTIMEO.
-bool send_all(int socket, const std::string& text);
+bool send_all(int socket, std::string_view text);
 
 // Cuts what arrives into lines.
 class LineReader {
@@ -47,6 +48,9 @@ class LineReader {
   // begin within `idle`, where that is given.
   Outcome next(std::string& line, std::chrono::milliseconds patience,
                std::optional<std::chrono::milliseconds> idle = std::nullopt);
+
+  // Wait for so many bytes, whatever they are, in place of a line. Each part of them must come within `patience`.
+  Outcome next_bytes(std::string& bytes, std::size_t count, std::chrono::milliseconds patience);
 
  private:
   bool take(std::string& line);

@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "ac/exception.h"
@@ -29,7 +30,10 @@ struct ControlField {
   bool required = true;
 };
 
-// The other end of a connection, for a command that answers with more than one line.
+// Bytes that go with a request or an answer come in pieces of at most so many.
+inline constexpr std::size_t kLongestPiece = std::size_t{128} * 1024;
+
+// The other end of a connection, for a command that answers with more than one line, or gets more than one.
 class ControlStream {
  public:
   virtual ~ControlStream() = default;
@@ -39,6 +43,13 @@ class ControlStream {
 
   // The same with a line as line_of() makes it.
   virtual bool send_line(const std::string& line) = 0;
+
+  // Send a piece of bytes, behind a line with what the header has and their number in "bytes". False as of send().
+  virtual bool send_bytes(Json header, std::string_view bytes) = 0;
+
+  // The next piece of the bytes that go with the request; empty at their end. Throws Failure when the client has gone
+  // before, so that what it began is not done.
+  virtual std::string receive_bytes() = 0;
 
   // Whether the client has gone, or the server ends.
   virtual bool is_over() = 0;
@@ -53,8 +64,11 @@ struct ControlCommand {
   std::string name;
   std::vector<ControlField> fields;
   // Returns what the answer holds besides "ok": true. What it throws becomes the error. Called on a thread of the
-  // connection's, so several at a time; it may use the stream before it returns.
+  // connection's, so several at a time; it may use the stream before it returns. What it changes is the client's change
+  // (MakerScope).
   std::function<Json(const Json& request, ControlStream& stream)> run;
+  bool changes = false;      // what is stored
+  bool takes_bytes = false;  // pieces of bytes follow the request, the last of them empty
 };
 
 // A request that is none; what() says what was found and what would be right.
@@ -89,6 +103,9 @@ struct ControlLimits {
 // longer than the limit: then nobody can tell where the next one begins. A client that asks for nothing goes, at the
 // limit or when another needs its place; so none keep others out but those that follow something, and root has a place
 // of its own beside these.
+//
+// Bytes go as {"bytes": N}, with a newline, and N bytes. They come with a request whose command takes them until a
+// piece of 0, and with an answer before its last line.
 class ControlServer {
  public:
   static constexpr std::size_t kLongestRequest = 65536;  // bytes, with its newline
@@ -118,6 +135,12 @@ class NoHost : public ac::ac_exception {
   explicit NoHost(const std::filesystem::path& directory);
 };
 
+// It has closed the connection.
+class HostGone : public ac::ac_exception {
+ public:
+  HostGone();
+};
+
 // A connection to the server of a state directory. For one thread.
 class ControlClient {
  public:
@@ -133,11 +156,20 @@ class ControlClient {
   // Send a request.
   void send(const Json& request);
 
-  // The next line of the server. Throws ac::ac_exception when it has gone, says no JSON, or says nothing for that long;
-  // then the exception names the process.
+  // Send a piece of the bytes that go with it; an empty one is their end. False when the server does not want them: its
+  // answer says why.
+  bool send_bytes(std::string_view bytes);
+
+  // The next line of the server. Throws HostGone, or ac::ac_exception when it says no JSON, or says nothing for that
+  // long; then the exception names the process.
   Json receive(std::optional<std::chrono::milliseconds> patience = std::nullopt);
 
+  // The bytes behind a line that says how many they are. Throws as receive() does.
+  std::string receive_bytes(const Json& line, std::optional<std::chrono::milliseconds> patience = std::nullopt);
+
  private:
+  void read_more(std::optional<std::chrono::milliseconds> patience);
+
   const std::filesystem::path directory_;
   int socket_;
   std::string pending_;

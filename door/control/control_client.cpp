@@ -3,6 +3,7 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -80,6 +81,8 @@ NoHost::NoHost(const std::filesystem::path& directory)
           "no host runs on " + directory.string() + ": start one with achost run --state " + directory.string(), true) {
 }
 
+HostGone::HostGone() : ac_exception("the host has gone", true) {}
+
 ControlClient::ControlClient(const std::filesystem::path& directory)
     : directory_(directory), socket_(connected(directory)) {}
 
@@ -90,27 +93,44 @@ void ControlClient::send(const Json& request) {
   send_all(socket_, line_of(request));
 }
 
-Json ControlClient::receive(std::optional<std::chrono::milliseconds> patience) {
+bool ControlClient::send_bytes(std::string_view bytes) {
+  return send_all(socket_, line_of({{"bytes", bytes.size()}})) && send_all(socket_, bytes);
+}
+
+void ControlClient::read_more(std::optional<std::chrono::milliseconds> patience) {
   std::array<char, 4096> buffer;
-  for (;;) {
-    if (const std::size_t end = pending_.find('\n'); end != std::string::npos) {
-      const std::string line = pending_.substr(0, end);
-      pending_.erase(0, end + 1);
-      return Json::parse(line);
-    }
+  ssize_t received = -1;
+  do {
     if (!can_be_read(socket_, patience)) {
       throw ac::ac_exception("the host on " + directory_.string() + " does not answer: it is " + process_at(socket_),
                              true);
     }
-    const ssize_t received = recv(socket_, buffer.data(), buffer.size(), 0);
-    if (received < 0 && errno == EINTR) {
-      continue;
-    }
-    if (received <= 0) {
-      throw ac::ac_exception("the host has gone", true);
-    }
-    pending_.append(buffer.data(), static_cast<std::size_t>(received));
+    received = recv(socket_, buffer.data(), buffer.size(), 0);
+  } while (received < 0 && errno == EINTR);
+  if (received <= 0) {
+    throw HostGone();
   }
+  pending_.append(buffer.data(), static_cast<std::size_t>(received));
+}
+
+Json ControlClient::receive(std::optional<std::chrono::milliseconds> patience) {
+  std::size_t end = 0;
+  while ((end = pending_.find('\n')) == std::string::npos) {
+    read_more(patience);
+  }
+  const std::string line = pending_.substr(0, end);
+  pending_.erase(0, end + 1);
+  return Json::parse(line);
+}
+
+std::string ControlClient::receive_bytes(const Json& line, std::optional<std::chrono::milliseconds> patience) {
+  const auto count = std::min(line.at("bytes").get<std::size_t>(), kLongestPiece);
+  while (pending_.size() < count) {
+    read_more(patience);
+  }
+  std::string bytes = pending_.substr(0, count);
+  pending_.erase(0, count);
+  return bytes;
 }
 
 }  // namespace achost

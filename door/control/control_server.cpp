@@ -20,6 +20,7 @@
 #include "ac/util.h"
 #include "cli/line_socket.h"
 #include "door/base/failure.h"
+#include "door/base/maker.h"
 #include "door/control/client_places.h"
 #include "door/control/control.h"
 #include "refhost/log.h"
@@ -33,6 +34,13 @@ namespace {
 constexpr const char* kSocketName = "control.sock";
 
 Json error(int status, const std::string& text) { return {{"ok", false}, {"status", status}, {"error", text}}; }
+
+// Of a connection that ends without anything done: the client may ask again on another.
+Json farewell(const std::string& text) {
+  auto line = error(kFailed, text);
+  line["again"] = true;
+  return line;
+}
 
 [[noreturn]] void fail(const std::filesystem::path& directory, const std::string& what, int reason) {
   throw ac::ac_exception(
@@ -72,25 +80,30 @@ bool is_shortage(int reason) { return reason == EMFILE || reason == ENFILE || re
 // One client, on a thread of its own.
 class Connection : public ControlStream {
  public:
-  Connection(int socket, const ControlTable& table, ControlLimits limits, ClientPlaces& places,
+  Connection(int socket, uid_t user, const ControlTable& table, ControlLimits limits, ClientPlaces& places,
              const std::atomic<bool>& ending)
-      : socket_(socket), table_(table), limits_(limits), places_(places), ending_(ending) {
+      : socket_(socket),
+        user_(user),
+        table_(table),
+        limits_(limits),
+        places_(places),
+        ending_(ending),
+        reader_(socket, ControlServer::kLongestRequest) {
     const auto patience = std::chrono::duration_cast<std::chrono::microseconds>(limits.patience).count();
     const timeval time{.tv_sec = patience / 1'000'000, .tv_usec = patience % 1'000'000};
     setsockopt(socket_, SOL_SOCKET, SO_SNDTIMEO, &time, sizeof time);
   }
 
   void serve() {
-    LineReader reader(socket_, ControlServer::kLongestRequest);
     std::string line;
     for (;;) {
-      switch (reader.next(line, limits_.patience, limits_.idle)) {
+      switch (reader_.next(line, limits_.patience, limits_.idle)) {
         case LineReader::Outcome::line:
           if (!places_.begin_request(socket_)) {
             return;
           }
-          if (const Json result = answer(line); handed_over_ || !send(result)) {
-            return;
+          if (const Json result = answer(line); handed_over_ || !send(result) || awaits_bytes_) {
+            return;  // of bytes that nobody has taken, no request can be told
           }
           places_.end_request(socket_);
           break;
@@ -101,7 +114,7 @@ class Connection : public ControlStream {
           send(error(kUsage, "the request has no end: a newline ends it"));
           return;
         case LineReader::Outcome::idle:
-          send(error(kFailed, "no request came for too long: connect again"));
+          send(farewell("no request came for too long: connect again"));
           return;
         case LineReader::Outcome::end:
           return;
@@ -111,14 +124,34 @@ class Connection : public ControlStream {
 
   bool send(const Json& line) override { return send_line(line_of(line)); }
 
-  bool send_line(const std::string& line) override {
-    if (send_all(socket_, line)) {
+  bool send_line(const std::string& line) override { return send_text(line); }
+
+  bool send_text(std::string_view text) {
+    if (send_all(socket_, text)) {
       return true;
     }
     if (errno == EAGAIN) {
       refhost::log::warning("a client of the control socket does not read what it has asked for: its connection ends");
     }
     return false;
+  }
+
+  bool send_bytes(Json header, std::string_view bytes) override {
+    header["bytes"] = bytes.size();
+    return send_line(line_of(header)) && send_text(bytes);
+  }
+
+  std::string receive_bytes() override {
+    std::string bytes;
+    if (awaits_bytes_) {
+      const auto outcome = next_piece(bytes);
+      if (outcome != LineReader::Outcome::line) {
+        throw Failure(kFailed, outcome == LineReader::Outcome::end ? "the client has gone: nothing is changed"
+                                                                   : "the client says nothing: nothing is changed");
+      }
+      awaits_bytes_ = !bytes.empty();
+    }
+    return bytes;
   }
 
   int hand_over() override {
@@ -137,11 +170,36 @@ class Connection : public ControlStream {
   }
 
  private:
+  // Into an empty text, which stays empty when it is the last.
+  LineReader::Outcome next_piece(std::string& bytes) {
+    std::string line;
+    if (const auto outcome = reader_.next(line, limits_.patience, limits_.patience);
+        outcome != LineReader::Outcome::line) {
+      return outcome;
+    }
+    const Json header = Json::parse(line);
+    if (!header.is_object() || !header.contains("bytes") || !header["bytes"].is_number_unsigned() ||
+        header["bytes"] > kLongestPiece) {
+      throw RequestError("bytes come in pieces, {\"bytes\": N} before each, of at most " +
+                         std::to_string(kLongestPiece));
+    }
+    return reader_.next_bytes(bytes, header["bytes"], limits_.patience);
+  }
+
+  Json run(const Json& request) {
+    const ControlCommand& command = table_.check(request);
+    awaits_bytes_ = command.takes_bytes;
+    if (!command.changes) {
+      return command.run(request, *this);
+    }
+    const MakerScope scope(maker_of(user_));
+    return command.run(request, *this);
+  }
+
   Json answer(const std::string& line) {
     try {
-      const Json request = Json::parse(line);
       Json result = {{"ok", true}};
-      result.update(table_.check(request).run(request, *this));
+      result.update(run(Json::parse(line)));
       return result;
     } catch (const Json::parse_error&) {
       return error(kUsage, "the request is no JSON");
@@ -157,11 +215,14 @@ class Connection : public ControlStream {
   }
 
   const int socket_;  // the server's
+  const uid_t user_;  // the client's
   const ControlTable& table_;
   const ControlLimits limits_;
   ClientPlaces& places_;
   const std::atomic<bool>& ending_;
+  LineReader reader_;
   bool handed_over_ = false;
+  bool awaits_bytes_ = false;  // those of the request under way have not come to their end
 };
 
 }  // namespace
@@ -229,20 +290,20 @@ struct ControlServer::Impl {
   }
 
   void welcome(int socket) {
-    static const std::string kFarewell = line_of(error(kFailed, "others needed this place: connect again"));
+    static const std::string kFarewell = line_of(farewell("others needed this place: connect again"));
     const auto peer = peer_of(socket);
     if (!peer.has_value() || !is_trusted(socket, *peer, directory)) {
       refuse(socket, "another user's host");
     } else if (!places.take(socket, peer->uid == 0, kFarewell)) {
       refuse(socket, "too many clients: at most " + std::to_string(kMostClients));
     } else {
-      start_serving(socket);
+      start_serving(socket, peer->uid);
     }
   }
 
-  void start_serving(int socket) {
+  void start_serving(int socket, uid_t user) {
     try {
-      std::thread([this, socket] { serve(socket); }).detach();
+      std::thread([this, socket, user] { serve(socket, user); }).detach();
     } catch (const std::system_error& failure) {
       send_all(socket, line_of(error(kFailed, std::string("no thread is left for a client: ") + failure.what())));
       places.leave(socket);
@@ -273,10 +334,10 @@ struct ControlServer::Impl {
   }
 
   // The body of a client's thread. It is detached, so that nothing of it is left when its client has gone.
-  void serve(int socket) {
+  void serve(int socket, uid_t user) {
     ac::util::set_thread_name("control_client", pthread_self());
     try {
-      Connection(socket, table, limits, places, ending).serve();
+      Connection(socket, user, table, limits, places, ending).serve();
     } catch (const std::bad_alloc&) {  // the client may come again
     }
     places.leave(socket);
