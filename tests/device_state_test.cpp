@@ -5,9 +5,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <sstream>
 #include <thread>
 
@@ -159,27 +161,20 @@ TEST_F(Device, ADamagedWriteAheadLogIsAnAlarmAndTheDoorOpens) {
   EXPECT_EQ(command({"check"}).status, 0) << "also beside a host";
 }
 
-TEST_F(Device, ACommandBesideAHostThatMeetsDamageSaysSoAndChangesNothing) {
+TEST_F(Device, CommandsWithoutAHostWaitForEachOther) {
   std::filesystem::create_directory(state());
-  output({"card", "add", "1", "--user", "7"});
-  start();
-  const std::string users = state() + "/users.db";
-  constexpr int kPage = 4096;
-  std::fstream(users, std::ios::in | std::ios::out | std::ios::binary).seekp(3 * kPage) << std::string(kPage, 'x');
-  const auto before = refhost::test::content_of(users);
-  for (const std::vector<std::string>& words : {std::vector<std::string>{"card", "add", "2", "--user", "7"},
-                                                {"card", "remove", "1"},
-                                                {"user", "put", "8"},
-                                                {"user", "remove", "7"}}) {
-    const auto result = command(words);
-    EXPECT_EQ(result.status, 1) << words[0] << ' ' << words[1];
-    EXPECT_THAT(result.err, testing::ContainsRegex("users.db is damaged .*in use by process " +
-                                                   std::to_string(host().pid()) + ": end it first"));
+  std::vector<std::unique_ptr<Achost>> commands;
+  for (int i = 1; i <= 8; ++i) {
+    const auto number = std::to_string(i);
+    commands.push_back(std::make_unique<Achost>(
+        std::vector<std::string>{"card", "add", number, "--user", number, "--state", state()}));
   }
-  EXPECT_EQ(refhost::test::content_of(users), before);
-  for (const auto& entry : std::filesystem::directory_iterator(state())) {
-    EXPECT_THAT(entry.path().string(), testing::Not(HasSubstr(".damaged-")));
+  for (auto& command : commands) {
+    const auto result = command->wait();
+    EXPECT_EQ(result.status, 0) << result.err;
   }
+  const auto cards = output({"card", "list", "--json"});
+  EXPECT_EQ(std::ranges::count(cards, '\n'), 8) << cards;
 }
 
 TEST_F(Device, StoredSettingsThatWouldDisableTheDoorAreNotUsed) {

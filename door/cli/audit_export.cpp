@@ -4,38 +4,26 @@
 #include <filesystem>
 #include <functional>
 #include <string_view>
+#include <utility>
 
 #include "cli/output_file.h"
 #include "door/base/failure.h"
 #include "door/base/output.h"
 #include "door/base/state_directory.h"
+#include "door/cli/request.h"
+#include "door/control/audit_commands.h"
 
 namespace achost {
 namespace {
 
 using refhost::AuditEntry;
-using refhost::kAuditTypes;
 
 // Nobody reads any more.
 struct NoReader {};
 
-int type_of(const std::string& label) {
-  const auto* const found = std::ranges::find(kAuditTypes, label);
-  if (found == std::end(kAuditTypes)) {
-    std::string all;
-    for (const auto known : kAuditTypes) {
-      all += (all.empty() ? "" : ", ") + std::string(known);
-    }
-    throw Failure(kUsage, "there is no audit type \"" + label + "\": there are " + all);
-  }
-  return static_cast<int>(found - std::begin(kAuditTypes));
-}
-
-refhost::AuditFilter filter_of(const AuditOptions& options) {
+Json request_of(const AuditOptions& options) {
+  std::ranges::for_each(options.types, audit_type_of);  // what is none is said before anything else
   refhost::AuditFilter filter;
-  for (const auto& type : options.types) {
-    filter.types.push_back(type_of(type));
-  }
   if (!options.since.empty()) {
     filter.since = time_of(options.since);
   }
@@ -43,23 +31,29 @@ refhost::AuditFilter filter_of(const AuditOptions& options) {
     filter.until = time_of(options.until);
   }
   filter.last = options.last;
-  return filter;
+  return audit_request(options.types, filter);
 }
 
-// In pieces: a call of the system for each record would take longer than the record.
+// In pieces: a call of the system for each record would take longer than the record. The owner of the log looks for
+// the next ones meanwhile.
 void write_all(const AuditOptions& options, const std::function<void(const std::string&)>& write) {
-  constexpr std::size_t kPiece = 64UL * 1024;
-  const auto filter = filter_of(options);
+  const Json request = request_of(options);
+  StoreOwner owner(existing_state(options.state));
   AuditLines lines(options.form);
   std::string piece = lines.heading();
-  refhost::AuditLog::read(existing_state(options.state), filter, [&](const AuditEntry& entry) {
-    lines.append(piece, entry);
-    if (piece.size() >= kPiece) {
-      write(piece);
-      piece.clear();
+  std::string bytes;
+  const Exchange exchange{.take = [&bytes](std::string_view more) { bytes += more; }};
+  Json answer;
+  owner.begin(request);
+  do {
+    bytes.clear();
+    answer = owner.finish(exchange);
+    if (answer.at("more")) {
+      owner.begin(audit_request_behind(request, answer));
     }
-  });
-  write(piece);
+    unpack_audit(answer, bytes, [&](const AuditEntry& entry) { lines.append(piece, entry); });
+    write(std::exchange(piece, ""));
+  } while (answer.at("more"));
 }
 
 void write_file(const AuditOptions& options) {

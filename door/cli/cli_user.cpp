@@ -1,7 +1,8 @@
-// Users and cards. The database is used directly, whether a host runs or not: both see each other's changes.
+// Users and cards.
 #include <cstdio>
 #include <memory>
 #include <optional>
+#include <utility>
 
 #include "cli/command_line.h"
 #include "cli/output_file.h"
@@ -11,18 +12,14 @@
 #include "door/base/time_of.h"
 #include "door/cli/cli.h"
 #include "door/cli/file_content.h"
+#include "door/cli/request.h"
 #include "door/cli/user_table.h"
-#include "door/services/people_actions.h"
+#include "door/control/packed_people.h"
 #include "door/services/people_import.h"
-#include "door/services/user_store.h"
-#include "refhost/database.h"
-#include "refhost/instance_lock.h"
-#include "refhost/log_entry.h"
+#include "door/services/people_text.h"
 
 namespace achost {
 namespace {
-
-using Access = UserStore::Access;
 
 struct UserOptions {
   std::shared_ptr<std::string> state;
@@ -39,15 +36,6 @@ struct UserOptions {
 
 using Options = std::shared_ptr<UserOptions>;
 
-// A card as the events show it: decimal, or hexadecimal behind 0x.
-std::uint64_t card_of(const std::string& text) {
-  const auto card = card_number(text);
-  if (!card.has_value()) {
-    throw Failure(kUsage, "\"" + refhost::log::escape(text) + "\" is no card: a number such as 33 or 0x21");
-  }
-  return *card;
-}
-
 // "none" and an empty text are no limit.
 std::optional<std::int64_t> limit_of(const std::optional<std::string>& text, TimeParser parse) {
   if (!text.has_value()) {
@@ -60,77 +48,90 @@ std::optional<std::int64_t> limit_of(const std::optional<std::string>& text, Tim
   return time;
 }
 
-UserChange change_of(const UserOptions& options) {
-  return {.id = options.id,
-          .name = options.name,
-          .from = limit_of(options.from, time_of),
-          .until = limit_of(options.until, end_of)};
-}
-
-// The store, for changes. What only the owner of the state directory may do to the file is done as such, and not at all
-// beside a host.
-std::unique_ptr<UserStore> open_to_change(const std::filesystem::path& directory) {
-  try {
-    return std::make_unique<UserStore>(directory, Access::beside_owner);
-  } catch (const refhost::NeedsOwner& reason) {
-    std::optional<refhost::InstanceLock> lock;
-    try {
-      lock.emplace(directory);
-    } catch (const std::exception& failure) {
-      throw Failure(kFailed, std::string(reason.what()) + ", and " + failure.what());
-    }
-    return std::make_unique<UserStore>(directory, Access::read_write);
+Json request_for(const char* command, const UserOptions& options) {
+  Json request = {{"command", command}, {"user", options.id}};
+  if (options.name.has_value()) {
+    request["name"] = *options.name;
   }
+  const std::pair<const char*, std::optional<std::int64_t>> limits[] = {{"from", limit_of(options.from, time_of)},
+                                                                        {"until", limit_of(options.until, end_of)}};
+  for (const auto& [name, limit] : limits) {
+    if (limit.has_value()) {
+      request[name] = *limit;
+    }
+  }
+  return request;
 }
 
-std::unique_ptr<UserStore> store_to_add(const UserOptions& options) {
-  return open_to_change(writable_state(*options.state));
+// Have it done, and say so. is_new: it makes something, also before a host has run.
+void change(const UserOptions& options, const Json& request, bool is_new) {
+  StoreOwner owner(is_new ? writable_state(*options.state) : existing_state(*options.state));
+  print(owner.ask(request).at("done").get<std::string>() + "\n");
 }
 
-std::unique_ptr<UserStore> store_to_change(const UserOptions& options) {
-  return open_to_change(existing_state(*options.state));
+// The answer and its bytes.
+std::pair<Json, std::string> ask_with_bytes(StoreOwner& owner, const Json& request) {
+  std::string bytes;
+  auto answer = owner.ask(request, {.take = [&bytes](std::string_view more) { bytes += more; }});
+  return {std::move(answer), std::move(bytes)};
 }
 
-std::unique_ptr<UserStore> store_to_read(const UserOptions& options) {
-  return std::make_unique<UserStore>(existing_state(*options.state), Access::read_only);
+UsersWithCards users_of(StoreOwner& owner) {
+  const auto [answer, bytes] = ask_with_bytes(owner, {{"command", "user_list"}});
+  return unpack_users(answer.at("columns"), bytes);
 }
 
 void list_users(const UserOptions& options) {
-  const auto users = store_to_read(options)->users_with_cards();
+  StoreOwner owner(existing_state(*options.state));
+  const auto users = users_of(owner);
   print(options.json ? users_as_json(users) : users_as_table(users));
 }
 
 void list_cards(const UserOptions& options) {
-  const auto store = store_to_read(options);
-  const auto cards = store->cards();
-  print(options.json ? cards_as_json(cards, store->users()) : cards_as_table(cards, store->users()));
+  StoreOwner owner(existing_state(*options.state));
+  const auto [answer, bytes] = ask_with_bytes(owner, {{"command", "card_list"}});
+  const auto cards = unpack_cards(answer.at("columns"), bytes);
+  std::vector<User> users;
+  for (auto& [user, count] : users_of(owner)) {
+    users.push_back(std::move(user));
+  }
+  print(options.json ? cards_as_json(cards, users) : cards_as_table(cards, users));
 }
 
+// It is parsed here: times without a zone are those of whoever gives them.
 void import_file(const UserOptions& options) {
   const auto form = people_form(CLI::detail::to_lower(options.format));
-  const auto wanted = parse_people(content_of(options.file), name_of_input(options.file), form);
-  const auto store = options.import.dry_run ? store_to_read(options) : store_to_add(options);
-  const auto outcome = import_people(*store, wanted, options.import);
-  for (const auto& line : outcome.lines) {
-    if (!print(line + "\n")) {
-      return;
-    }
-  }
-  print((options.import.dry_run ? "nothing is stored; it would be " : "") + outcome.text() + "\n");
+  const auto packed = pack_import(parse_people(content_of(options.file), name_of_input(options.file), form));
+  const bool dry_run = options.import.dry_run;
+  StoreOwner owner(dry_run ? existing_state(*options.state) : writable_state(*options.state));
+  std::string lines;
+  std::string_view left = packed;
+  const auto answer = owner.ask({{"command", dry_run ? "user_plan" : "user_import"},
+                                 {"replace", options.import.replace},
+                                 {"move", options.import.move}},
+                                {.give =
+                                     [&left] {
+                                       const auto piece = left.substr(0, kLongestPiece);
+                                       left.remove_prefix(piece.size());
+                                       return std::string(piece);
+                                     },
+                                 .take = [&lines](std::string_view more) { lines += more; }});
+  print(lines + (dry_run ? "nothing is stored; it would be " : "") + answer.at("done").get<std::string>() + "\n");
 }
 
 void export_file(const UserOptions& options) {
-  const auto exported =
-      export_people(*store_to_read(options), people_form(CLI::detail::to_lower(options.format)).value());
+  StoreOwner owner(existing_state(*options.state));
+  const auto [answer, text] =
+      ask_with_bytes(owner, {{"command", "user_export"}, {"format", CLI::detail::to_lower(options.format)}});
   if (options.file.empty()) {
-    print(exported.text);
+    print(text);
   } else {
     OutputFile file(options.file, OutputFile::Form::whole);
-    file.write(exported.text);
+    file.write(text);
     file.close();
   }
-  if (!exported.warning.empty()) {
-    std::fprintf(stderr, "achost: %s\n", exported.warning.c_str());
+  if (const std::string warning = answer.at("warning"); !warning.empty()) {
+    std::fprintf(stderr, "achost: %s\n", warning.c_str());
   }
 }
 
@@ -162,29 +163,30 @@ void add_fields(CLI::App& command, const Options& options) {
   command.footer(kTimesHelp);
 }
 
-void say(const std::string& done) { print(done + "\n"); }
-
 void add_one_user(CLI::App& user) {
   CLI::App* command = nullptr;
-  auto options = subcommand(command, user, "add", "Make a user",
-                            [](const UserOptions& given) { say(add_user(*store_to_add(given), change_of(given))); });
+  auto options = subcommand(command, user, "add", "Make a user", [](const UserOptions& given) {
+    change(given, request_for("user_add", given), true);
+  });
   add_fields(*command, options);
   options = subcommand(command, user, "put", "Make a user, or change what is given of one",
-                       [](const UserOptions& given) { say(put_user(*store_to_add(given), change_of(given))); });
+                       [](const UserOptions& given) { change(given, request_for("user_put", given), true); });
   add_fields(*command, options);
-  options = subcommand(command, user, "rename", "Change the name of a user", [](const UserOptions& given) {
-    say(rename_user(*store_to_change(given), given.id, given.name.value()));
-  });
+  options = subcommand(command, user, "rename", "Change the name of a user",
+                       [](const UserOptions& given) { change(given, request_for("user_rename", given), false); });
   add_id(*command, options);
   command->add_option("NAME", options->name, "The new name")->required();
-  options = subcommand(command, user, "block", "Let no card of a user open, until unblock",
-                       [](const UserOptions& given) { say(block_user(*store_to_change(given), given.id, true)); });
+  options = subcommand(command, user, "block", "Let no card of a user open, until unblock", [](const UserOptions& given) {
+    change(given, {{"command", "user_block"}, {"user", given.id}, {"blocked", true}}, false);
+  });
   add_id(*command, options);
-  options = subcommand(command, user, "unblock", "Let the cards of a user open again",
-                       [](const UserOptions& given) { say(block_user(*store_to_change(given), given.id, false)); });
+  options =
+      subcommand(command, user, "unblock", "Let the cards of a user open again", [](const UserOptions& given) {
+        change(given, {{"command", "user_block"}, {"user", given.id}, {"blocked", false}}, false);
+      });
   add_id(*command, options);
   options = subcommand(command, user, "remove", "Remove a user with all of his cards",
-                       [](const UserOptions& given) { say(remove_user(*store_to_change(given), given.id)); });
+                       [](const UserOptions& given) { change(given, request_for("user_remove", given), false); });
   add_id(*command, options);
 }
 
@@ -218,8 +220,7 @@ void add_cards(CLI::App& app) {
   add_json(*command, options);
   options = subcommand(command, card, "add", "Give a card to a user without holding it to the reader",
                        [](const UserOptions& given) {
-                         const auto number = card_of(given.card);
-                         say(add_card(*store_to_add(given), number, given.id));
+                         change(given, {{"command", "card_add"}, {"card", given.card}, {"user", given.id}}, true);
                        });
   command->add_option("CARD", options->card, "Number of the card, such as 33 or 0x21")->required();
   command->add_option("--user", options->id, "Number of the user, who is made when missing")
@@ -227,8 +228,7 @@ void add_cards(CLI::App& app) {
       ->type_name("N")
       ->check(cli::whole_number());
   options = subcommand(command, card, "remove", "Take a card from its user", [](const UserOptions& given) {
-    const auto number = card_of(given.card);
-    say(remove_card(*store_to_change(given), number));
+    change(given, {{"command", "card_remove"}, {"card", given.card}}, false);
   });
   command->add_option("CARD", options->card, "Number of the card")->required();
 }

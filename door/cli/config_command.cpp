@@ -3,30 +3,24 @@
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
+#include <optional>
 #include <utility>
 
 #include "cli/paragraph.h"
 #include "door/base/assignment.h"
 #include "door/base/failure.h"
 #include "door/base/output.h"
-#include "door/base/settings_rules.h"
 #include "door/base/state_directory.h"
 #include "door/cli/file_content.h"
 #include "door/cli/request.h"
 #include "door/cli/settings_table.h"
 #include "door/cli/settings_text.h"
 #include "door/services/settings_changes.h"
-#include "refhost/instance_lock.h"
 #include "refhost/log_entry.h"
-#include "refhost/settings_store.h"
+#include "refhost/settings_schema.h"
 
 namespace achost {
 namespace {
-
-using refhost::SettingsStore;
-
-// How long a host may take to tell its plug-in of changes: it may wait for a reader that does not answer.
-constexpr std::chrono::seconds kHandling(60);
 
 // The setting by [SECTION] KEY, the first `count` words of the command line.
 const refhost::Setting& named(const std::vector<std::string>& words, std::size_t count) {
@@ -34,57 +28,33 @@ const refhost::Setting& named(const std::vector<std::string>& words, std::size_t
   return refhost::SettingsSchema::builtin().at(section, words[count - 1]);
 }
 
-// What is overridden for the run of a host that runs there, into the store; what it has in force instead of what is
-// stored, as the result.
-ValuesInForce take_from_host(SettingsStore& store, const std::filesystem::path& directory) {
-  ValuesInForce in_force;
-  const auto answer = ask_if_running(directory, {{"command", "config_list"}});
-  for (const auto& setting : answer.has_value() ? answer->at("settings") : Json::array()) {
-    const auto section = setting.at("section").get<std::string>();
-    const auto key = setting.at("key").get<std::string>();
-    if (setting.at("overridden")) {
-      store.override_for_run(section, key, setting.at("value"));
-    }
-    if (setting.contains("in_force")) {
-      in_force[{section, key}] = {.value = setting.at("in_force"), .reason = setting.value("reason", "")};
-    }
+// A setting as the owner of the stores tells it; nothing when this program does not know it.
+std::optional<SettingState> state_of(const Json& told) {
+  const auto& all = refhost::SettingsSchema::builtin().settings();
+  const auto found = std::ranges::find_if(all, [&told](const refhost::Setting& setting) {
+    return setting.section == told.at("section") && setting.key == told.at("key");
+  });
+  if (found == all.end()) {
+    return std::nullopt;
   }
-  return in_force;
-}
-
-// The settings of a directory that no host runs on.
-struct OwnStore {
-  explicit OwnStore(const std::filesystem::path& directory)
-      : lock(directory), store(directory, SettingsStore::Access::read_write) {
-    store.keep(settings_rules(kUsualWatchdogLimit));
+  SettingState state{.setting = *found, .value = told.at("value"), .is_overridden = told.at("overridden")};
+  if (told.contains("in_force")) {
+    state.in_force = {.value = told.at("in_force"), .reason = told.value("reason", "")};
   }
-
-  refhost::InstanceLock lock;
-  SettingsStore store;
-};
-
-// The stored value, and whether a host that runs has stored it.
-std::pair<std::string, bool> store_value(const std::filesystem::path& directory, const Assignment& wanted) {
-  const auto& [section, key, value] = wanted;
-  const auto answer = ask_if_running(
-      directory, {{"command", "config_set"}, {"section", section}, {"key", key}, {"value", value}}, kHandling);
-  if (answer.has_value()) {
-    return {answer->at("value").get<std::string>(), true};
-  }
-  OwnStore own(directory);
-  SettingsStore& store = own.store;
-  store.set(section, key, value);
-  return {store.get(section, key).value(), false};
+  return state;
 }
 
 void set_and_tell(const std::filesystem::path& directory, const Assignment& wanted) {
-  const auto [stored, by_host] = store_value(directory, wanted);
+  const auto& [section, key, value] = wanted;
+  StoreOwner owner(directory);
+  const auto answer = owner.ask({{"command", "config_set"}, {"section", section}, {"key", key}, {"value", value}});
+  const std::string stored = answer.at("value");
   print(stored + "\n");
-  if (stored != wanted.value) {
-    std::fprintf(stderr, "achost: %s: %s was asked for, the plug-in has made it %s\n", wanted.key.c_str(),
-                 wanted.value.c_str(), stored.c_str());
-  } else if (by_host && !refhost::SettingsSchema::builtin().at(wanted.section, wanted.key).live) {
-    std::fprintf(stderr, "achost: %s applies at the next start of the host\n", wanted.key.c_str());
+  if (stored != value) {
+    std::fprintf(stderr, "achost: %s: %s was asked for, the plug-in has made it %s\n", key.c_str(), value.c_str(),
+                 stored.c_str());
+  } else if (owner.is_daemon() && !refhost::SettingsSchema::builtin().at(section, key).live) {
+    std::fprintf(stderr, "achost: %s applies at the next start of the host\n", key.c_str());
   }
 }
 
@@ -125,34 +95,37 @@ void store_all(const std::filesystem::path& directory, const std::vector<Assignm
   for (const auto& [section, key, value] : settings) {
     texts.push_back(section + "." + key + "=" + value);
   }
-  if (!ask_if_running(directory, {{"command", "config_import"}, {"settings", texts}}, kHandling).has_value()) {
-    OwnStore(directory).store.set(settings);
-  }
+  StoreOwner(directory).ask({{"command", "config_import"}, {"settings", texts}});
 }
 
 }  // namespace
 
 void list_settings(const std::string& state, bool json) {
-  const auto directory = settings_state(state);
-  SettingsStore store(directory, SettingsStore::Access::read_only);
-  const auto in_force = take_from_host(store, directory);
-  print(json ? settings_as_json(store, in_force) : settings_as_table(store, cli::terminal_width(), in_force));
+  StoreOwner owner(settings_state(state));
+  SettingStates settings;
+  const auto answer = owner.ask({{"command", "config_list"}}, {}, ControlClient::kPatience);
+  for (const auto& told : answer.at("settings")) {
+    if (auto known = state_of(told); known.has_value()) {
+      settings.push_back(std::move(*known));
+    }
+  }
+  print(json ? settings_as_json(settings) : settings_as_table(settings, cli::terminal_width()));
 }
 
 void document_settings() { print(settings_as_markdown(refhost::SettingsSchema::builtin())); }
 
 void get_setting(const std::string& state, const std::vector<std::string>& name) {
   const auto& setting = named(name, name.size());
-  const auto directory = settings_state(state);
-  SettingsStore store(directory, SettingsStore::Access::read_only);
-  const auto in_force = take_from_host(store, directory);
-  print(store.get(setting.section, setting.key).value() + "\n");
-  if (const auto instead = in_force.find({setting.section, setting.key}); instead != in_force.end()) {
+  StoreOwner owner(settings_state(state));
+  const auto told = state_of(owner.ask({{"command", "config_get"}, {"section", setting.section}, {"key", setting.key}},
+                                       {}, ControlClient::kPatience));
+  print(told.value().value + "\n");
+  if (told->in_force.has_value()) {
     const auto text = text_of({.section = setting.section,
                                .key = setting.key,
-                               .stored = store.get(setting.section, setting.key).value(),
-                               .in_force = instead->second.value,
-                               .reason = instead->second.reason});
+                               .stored = told->value,
+                               .in_force = told->in_force->value,
+                               .reason = told->in_force->reason});
     std::fprintf(stderr, "achost: %s\n", refhost::log::escape(text).c_str());
   }
 }
@@ -174,7 +147,13 @@ void set_setting(const std::string& state, const std::vector<std::string>& words
 }
 
 void export_settings(const std::string& state) {
-  print(settings_as_text(SettingsStore(settings_state(state), SettingsStore::Access::read_only)));
+  StoreOwner owner(settings_state(state));
+  std::vector<Assignment> settings;
+  const auto answer = owner.ask({{"command", "config_export"}});
+  for (const auto& one : answer.at("settings")) {
+    settings.push_back({.section = one.at("section"), .key = one.at("key"), .value = one.at("value")});
+  }
+  print(settings_as_text(settings));
 }
 
 void import_settings(const std::string& state, const std::string& file) {

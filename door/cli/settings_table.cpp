@@ -19,30 +19,20 @@ std::string name_of(const refhost::Setting& setting) {
   return setting.section == kDefaultSection ? setting.key : setting.section + "." + setting.key;
 }
 
-const InForce* in_force_of(const ValuesInForce& in_force, const refhost::Setting& setting) {
-  const auto found = in_force.find({setting.section, setting.key});
-  return found == in_force.end() ? nullptr : &found->second;
-}
-
-std::string origin(const refhost::SettingsStore& store, const refhost::Setting& setting, const InForce* instead) {
-  const std::string value = store.get(setting.section, setting.key).value();
-  const std::string from = store.is_overridden(setting.section, setting.key) ? "this run"
-                           : value == setting.default_value                  ? "default"
-                                                                             : "set";
-  return instead == nullptr || instead->value == value
+std::string origin(const SettingState& state) {
+  const std::string from = state.is_overridden                          ? "this run"
+                           : state.value == state.setting.default_value ? "default"
+                                                                        : "set";
+  return !state.in_force.has_value() || state.in_force->value == state.value
              ? from
-             : from + ", but " + (instead->value.empty() ? "-" : instead->value) + " is in force";
+             : from + ", but " + (state.in_force->value.empty() ? "-" : state.in_force->value) + " is in force";
 }
 
-std::vector<std::string> row_of(const refhost::SettingsStore& store, const refhost::Setting& setting,
-                                const InForce* instead) {
-  const std::string value = store.get(setting.section, setting.key).value();
-  return {name_of(setting),
-          value.empty() ? "-" : value,
-          origin(store, setting, instead),
-          setting.unit.empty() ? "-" : setting.unit,
-          setting.allowed(),
-          setting.help + (setting.live ? "" : " (applies at the next start)")};
+std::vector<std::string> row_of(const SettingState& state) {
+  const auto& setting = state.setting;
+  return {name_of(setting),  state.value.empty() ? "-" : state.value,
+          origin(state),     setting.unit.empty() ? "-" : setting.unit,
+          setting.allowed(), setting.help + (setting.live ? "" : " (applies at the next start)")};
 }
 
 std::size_t widest_line(const std::string& text) {
@@ -84,32 +74,31 @@ std::string cell(const std::string& text) {
 
 }  // namespace
 
-std::string settings_as_table(const refhost::SettingsStore& store, std::size_t width, const ValuesInForce& in_force) {
+std::string settings_as_table(const SettingStates& settings, std::size_t width) {
   Rows rows = {{"KEY", "VALUE", "FROM", "UNIT", "ALLOWED", "WHAT IT IS"}};
-  for (const auto& setting : store.schema().settings()) {
-    rows.push_back(row_of(store, setting, in_force_of(in_force, setting)));
+  for (const auto& state : settings) {
+    rows.push_back(row_of(state));
   }
   const auto table = aligned(rows);
   return width == 0 || widest_line(table) <= width ? table : folded(rows, width);
 }
 
-std::string settings_as_json(const refhost::SettingsStore& store, const ValuesInForce& in_force) {
+std::string settings_as_json(const SettingStates& settings) {
   std::string text;
-  for (const auto& setting : store.schema().settings()) {
-    const auto value = store.get(setting.section, setting.key).value();
+  for (const auto& [setting, value, is_overridden, in_force] : settings) {
     nlohmann::ordered_json object = {{"section", setting.section},
                                      {"key", setting.key},
                                      {"value", value},
                                      {"default", setting.default_value},
                                      {"is_default", value == setting.default_value},
-                                     {"overridden", store.is_overridden(setting.section, setting.key)},
+                                     {"overridden", is_overridden},
                                      {"unit", setting.unit},
                                      {"allowed", setting.allowed()},
                                      {"live", setting.live},
                                      {"help", setting.help}};
-    if (const InForce* const instead = in_force_of(in_force, setting); instead != nullptr) {
-      object["in_force"] = instead->value;
-      object["reason"] = instead->reason;
+    if (in_force.has_value()) {
+      object["in_force"] = in_force->value;
+      object["reason"] = in_force->reason;
     }
     text += object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
   }

@@ -59,13 +59,10 @@ class Reader {
 
 }  // namespace
 
-std::string settings_as_text(const refhost::SettingsStore& store) {
+std::string settings_as_text(const std::vector<Assignment>& settings) {
   std::string text = "# The settings that are not the default; achost config import reads them.\n";
-  for (const auto& setting : store.schema().settings()) {
-    const auto value = store.get(setting.section, setting.key).value();
-    if (value != setting.default_value) {
-      text += setting.section + "." + setting.key + "=" + value + "\n";
-    }
+  for (const auto& [section, key, value] : settings) {
+    text += section + "." + key + "=" + value + "\n";
   }
   return text;
 }

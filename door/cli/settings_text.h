@@ -6,12 +6,11 @@
 #include <vector>
 
 #include "door/base/assignment.h"
-#include "refhost/settings_store.h"
 
 namespace achost {
 
-// The settings that are not the default, a line each, SECTION.KEY=VALUE, behind a comment that says what to do with it.
-std::string settings_as_text(const refhost::SettingsStore& store);
+// The settings, a line each, SECTION.KEY=VALUE, behind a comment that says what to do with it.
+std::string settings_as_text(const std::vector<Assignment>& settings);
 
 // The settings of such a text. Blank lines and lines that begin with # say nothing; blanks around the name and the
 // value do not count; a name without a section is of the plug-in. Throws Failure (kUsage), one line that begins with

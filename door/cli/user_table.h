@@ -6,11 +6,10 @@
 #include <utility>
 #include <vector>
 
+#include "door/control/packed_people.h"
 #include "door/services/user.h"
 
 namespace achost {
-
-using UsersWithCards = std::vector<std::pair<User, std::int64_t>>;
 
 // In columns, with a heading.
 std::string users_as_table(const UsersWithCards& users);

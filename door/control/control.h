@@ -44,8 +44,8 @@ class ControlStream {
   // The same with a line as line_of() makes it.
   virtual bool send_line(const std::string& line) = 0;
 
-  // Send a piece of bytes, behind a line with what the header has and their number in "bytes". False as of send().
-  virtual bool send_bytes(Json header, std::string_view bytes) = 0;
+  // Send bytes that are no lines, before the answer. False as of send().
+  virtual bool send_bytes(std::string_view bytes) = 0;
 
   // The next piece of the bytes that go with the request; empty at their end. Throws Failure when the client has gone
   // before, so that what it began is not done.

@@ -1,8 +1,5 @@
 #include "door/control/control_commands.h"
 
-#include <tuple>
-
-#include "door/base/assignment.h"
 #include "door/base/failure.h"
 #include "door/control/control_events.h"
 #include "door/control/control_status.h"
@@ -16,65 +13,6 @@ namespace achost {
 namespace {
 
 using Type = ControlField::Type;
-
-// With what is in force in place of the value, and why, where they differ.
-Json setting_json(const ControlledHost& host, const refhost::Setting& setting) {
-  const auto& [section, key] = std::tie(setting.section, setting.key);
-  Json result = {{"section", section},
-                 {"key", key},
-                 {"value", host.settings.get(section, key).value()},
-                 {"overridden", host.settings.is_overridden(section, key)}};
-  if (const auto awaited = host.changes.awaited(section, key); awaited.has_value()) {
-    result["in_force"] = awaited->in_force;
-    result["reason"] = awaited->reason;
-  }
-  return result;
-}
-
-Json list_settings(const ControlledHost& host) {
-  Json list = Json::array();
-  for (const auto& setting : host.settings.schema().settings()) {
-    list.push_back(setting_json(host, setting));
-  }
-  return {{"settings", list}};
-}
-
-const refhost::Setting& setting_of(const refhost::SettingsStore& store, const Json& request) {
-  return store.schema().at(request["section"].get<std::string>(), request["key"].get<std::string>());
-}
-
-// Throws Failure when any of them does not come into force.
-void change_settings(SettingsChanges& changes, const std::vector<refhost::SettingValue>& wanted) {
-  std::string told;
-  for (const auto& awaited : changes.change(wanted)) {
-    told += (told.empty() ? "" : "; ") + text_of(awaited);
-  }
-  if (!told.empty()) {
-    throw Failure(kNotInForce, told + "; the host tries again until it is");
-  }
-}
-
-// The answer has what the store holds once the plug-in has heard of the change: it may have written a bound back.
-Json set_setting(const ControlledHost& host, const Json& request) {
-  const auto& setting = setting_of(host.settings, request);
-  change_settings(host.changes,
-                  {{setting.section, setting.key, stored_form(setting, request["value"].get<std::string>())}});
-  return setting_json(host, setting);
-}
-
-Json import_settings(const ControlledHost& host, const Json& request) {
-  std::vector<Assignment> wanted;
-  for (const auto& one : request["settings"]) {
-    const auto text = one.get<std::string>();
-    const auto equals = text.find('=');
-    if (equals == std::string::npos) {
-      throw RequestError("\"" + text + "\" is no setting: give SECTION.KEY=VALUE");
-    }
-    wanted.push_back(checked_assignment(text.substr(0, equals), text.substr(equals + 1)));
-  }
-  change_settings(host.changes, wanted);
-  return {{"count", wanted.size()}};
-}
 
 Json list_lines(const GpioService& gpio) {
   Json lines = Json::array();
@@ -139,22 +77,12 @@ Json show_field(const ControlledHost& host) {
 }  // namespace
 
 ControlTable control_table(const ControlledHost& host) {
-  auto commands = reader_commands(host.line);
+  auto commands = store_commands(host.stores);
+  const auto of_the_reader = reader_commands(host.line);
+  commands.insert(commands.end(), of_the_reader.begin(), of_the_reader.end());
   commands.insert(
       commands.end(),
       {
-          {"config_list", {}, [host](const Json&, ControlStream&) { return list_settings(host); }},
-          {"config_get",
-           {{"section"}, {"key"}},
-           [host](const Json& request, ControlStream&) {
-             return setting_json(host, setting_of(host.settings, request));
-           }},
-          {"config_set",
-           {{"section"}, {"key"}, {"value"}},
-           [host](const Json& request, ControlStream&) { return set_setting(host, request); }},
-          {"config_import",
-           {{"settings", Type::texts}},
-           [host](const Json& request, ControlStream&) { return import_settings(host, request); }},
           {"gpio_list", {}, [host](const Json&, ControlStream&) { return list_lines(host.gpio); }},
           {"gpio_set",
            {{"line", Type::integer}, {"value", Type::integer}},

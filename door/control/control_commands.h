@@ -7,6 +7,7 @@
 #include <string>
 
 #include "door/control/control.h"
+#include "door/control/stores.h"
 #include "door/control/why_commands.h"
 #include "door/services/alarms.h"
 #include "door/services/enroller_service.h"
@@ -23,7 +24,8 @@ struct ControlledHost {
   std::filesystem::path state;
   std::chrono::steady_clock::time_point started;
   const refhost::SettingsStore& settings;
-  SettingsChanges& changes;
+  const SettingsChanges& changes;
+  Stores& stores;
   const Alarms& alarms;
   const GpioService& gpio;
   EnrollerService& enroller;
@@ -35,9 +37,8 @@ struct ControlledHost {
   std::function<std::string()> plugin;   // the name of the plug-in that runs; empty until it has started
 };
 
-// health, recording, look_on, ask_reader, borrow, config_list, config_get, config_set, config_import, gpio_list,
-// gpio_set, rex, enroll, field, field_show, status, why,
-// why_now and events.
+// store_commands() and reader_commands(), gpio_list, gpio_set, rex, enroll, field, field_show, status, why, why_now and
+// events.
 ControlTable control_table(const ControlledHost& host);
 
 }  // namespace achost

@@ -136,9 +136,13 @@ class Connection : public ControlStream {
     return false;
   }
 
-  bool send_bytes(Json header, std::string_view bytes) override {
-    header["bytes"] = bytes.size();
-    return send_line(line_of(header)) && send_text(bytes);
+  bool send_bytes(std::string_view bytes) override {
+    bool sent = true;
+    for (; sent && !bytes.empty(); bytes.remove_prefix(std::min(bytes.size(), kLongestPiece))) {
+      const auto piece = bytes.substr(0, kLongestPiece);
+      sent = send({{"bytes", piece.size()}}) && send_text(piece);
+    }
+    return sent;
   }
 
   std::string receive_bytes() override {

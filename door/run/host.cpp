@@ -50,6 +50,9 @@ constexpr std::chrono::milliseconds kDiskPatience(3000);
 // How long a reader that is there takes to answer at the start.
 constexpr std::chrono::seconds kFirstAnswer(1);
 
+// How long a command without a host takes at the most, in general: it holds the directory meanwhile.
+constexpr std::chrono::milliseconds kCommand(1000);
+
 // How long an end waits for the stores.
 constexpr std::chrono::milliseconds kLongestClosing(2000);
 
@@ -124,7 +127,7 @@ Host::Host(const std::filesystem::path& state, Reader& reader, Printer::Form for
       disk_patience_(std::min(kDiskPatience, watchdog_limit / 2)),
       form_(form),
       reader_(reader),
-      lock_(state),
+      lock_(state, kCommand),
       settings_(state, refhost::SettingsStore::Access::read_write),
       audit_(state),
       users_(state, UserStore::Access::read_write),
@@ -228,6 +231,7 @@ ControlledHost Host::controlled() {
           .started = started_,
           .settings = settings_,
           .changes = changes_,
+          .stores = stores_,
           .alarms = alarms_,
           .gpio = gpio_,
           .enroller = enroller_,
@@ -318,9 +322,16 @@ void Host::print_end(const Ending::Outcome& outcome) {
 // nothing that was acknowledged is lost.
 void Host::close_and_exit(int status) {
   std::vector<std::pair<const char*, std::function<void()>>> steps = {
-      {"the control socket", [this] { control_.unlink(); }}, {"the sightings", [this] { readings_.end(); }},
-      {"the settings", [this] { settings_.seal(); }},        {"the audit log", [this] { audit_.seal(); }},
-      {"users and cards", [this] { users_.seal(); }},        {"the journal", [this] { journal_.seal(); }},
+      {"the control socket", [this] { control_.unlink(); }},
+      {"the sightings", [this] { readings_.end(); }},
+      {"the settings", [this] { settings_.seal(); }},
+      {"the audit log",
+       [this] {
+         stores_.audit().seal();  // first: who is the last to close the file leaves it without a log beside it
+         audit_.seal();
+       }},
+      {"users and cards", [this] { users_.seal(); }},
+      {"the journal", [this] { journal_.seal(); }},
   };
   if (state_is_temporary_) {
     steps.emplace_back("the temporary state", [this] { remove_temporary_state(state_); });

@@ -14,6 +14,7 @@
 #include "door/journal/journal.h"
 #include "door/journal/journal_feed.h"
 #include "door/run/ending.h"
+#include "door/run/host_stores.h"
 #include "door/run/printer.h"
 #include "door/run/reader.h"
 #include "door/run/reader_watch.h"
@@ -91,6 +92,7 @@ class Host {
   Printer printer_;
   Alarms alarms_;
   SettingsChanges changes_{settings_, alarms_};
+  HostStores stores_{state_, settings_, changes_, users_};
   GpioService gpio_;
   DoorService door_{books_};
   IdentifierService identifier_{users_, changes_, books_};

@@ -24,7 +24,7 @@ class NoStream : public ControlStream {
  public:
   bool send(const Json& /*line*/) override { return false; }
   bool send_line(const std::string& /*line*/) override { return false; }
-  bool send_bytes(Json /*header*/, std::string_view /*bytes*/) override { return false; }
+  bool send_bytes(std::string_view /*bytes*/) override { return false; }
   std::string receive_bytes() override { return ""; }
   bool is_over() override { return true; }
   int hand_over() override { throw std::logic_error("a story has no connection"); }

@@ -166,5 +166,28 @@ TEST_F(AchostUsualState, OfARunOfRootIsAskedByItsOwner) {
   EXPECT_EQ(host.wait().status, 0);
 }
 
+// The files are root's alone here, and the socket is the owner's: what works goes through the host.
+TEST_F(AchostUsualState, OfARunOfRootIsChangedThroughTheHostAlone) {
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "only root can run on another's state";
+  }
+  Achost host({"run", "--plugin", TEST_PLUGINS "/plugin_good.so", "--simulate", "--state", directory});
+  EXPECT_NE(host.next_line(), "");
+  for (const auto& entry : std::filesystem::directory_iterator(directory)) {
+    if (entry.path().filename().string().find(".db") != std::string::npos) {
+      ASSERT_EQ(chown(entry.path().c_str(), 0, 0), 0);
+    }
+  }
+  for (Words words : {Words{"user", "put", "7", "--name", "Ana"}, Words{"card", "add", "33", "--user", "7"},
+                      Words{"config", "set", "host", "device_id", "12"}, Words{"user", "list"}, Words{"card", "list"},
+                      Words{"config", "get", "region"}, Words{"config", "list"}, Words{"config", "export"},
+                      Words{"audit", "list"}, Words{"card", "remove", "33"}, Words{"user", "remove", "7"}}) {
+    words.insert(words.end(), {"--state", directory});
+    EXPECT_EQ(as_somebody(words), "") << words[0] << ' ' << words[1];
+  }
+  host.signal(SIGTERM);
+  EXPECT_EQ(host.wait().status, 0);
+}
+
 }  // namespace
 }  // namespace achost::test

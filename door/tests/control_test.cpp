@@ -87,7 +87,7 @@ ControlTable commands_with_bytes(std::function<void(const Json&)> taken = [](con
        .run =
            [](const Json& request, ControlStream& stream) {
              const std::string piece(kLongestPiece, '\n');
-             for (int i = 0; i < request["pieces"] && stream.send_bytes({{"number", i}}, piece); ++i) {
+             for (int i = 0; i < request["pieces"] && stream.send_bytes(piece); ++i) {
              }
              return Json::object();
            }},
@@ -274,7 +274,7 @@ TEST_F(ControlBytes, GoWithAnAnswerInPieces) {
   client.send({{"command", "give"}, {"pieces", 40}});
   for (int i = 0; i < 40; ++i) {
     const Json line = client.receive();
-    EXPECT_EQ(line, Json({{"number", i}, {"bytes", kLongestPiece}}));
+    EXPECT_EQ(line, Json({{"bytes", kLongestPiece}}));
     EXPECT_EQ(client.receive_bytes(line), std::string(kLongestPiece, '\n'));
   }
   EXPECT_EQ(client.receive(), Json({{"ok", true}}));

@@ -10,17 +10,18 @@
 namespace achost {
 namespace {
 
-using refhost::SettingsStore;
 using ::testing::HasSubstr;
 
-class SettingsTable : public testing::Test {
- protected:
-  refhost::test::TemporaryDirectory directory;
-  SettingsStore store{directory.path(), SettingsStore::Access::read_write};
-};
+SettingStates defaults() {
+  SettingStates states;
+  for (const auto& setting : refhost::SettingsSchema::builtin().settings()) {
+    states.push_back({.setting = setting, .value = setting.default_value});
+  }
+  return states;
+}
 
-TEST_F(SettingsTable, IsFoldedWhereATerminalIsTooNarrowForIt) {
-  const auto text = settings_as_table(store, 80);
+TEST(SettingsTable, IsFoldedWhereATerminalIsTooNarrowForIt) {
+  const auto text = settings_as_table(defaults(), 80);
   std::istringstream lines(text);
   for (std::string line; std::getline(lines, line);) {
     EXPECT_LE(line.size(), 80U) << line;
@@ -28,15 +29,15 @@ TEST_F(SettingsTable, IsFoldedWhereATerminalIsTooNarrowForIt) {
   EXPECT_THAT(text, HasSubstr("\ntransmit_power                    2600          default\n"
                               "    transmit power at the module, in hundredths of a dBm; 21dBm is taken too.\n"
                               "    Allowed: 0 to 65535 (0.01 dBm).\n"));
-  for (const auto& setting : store.schema().settings()) {
+  for (const auto& setting : refhost::SettingsSchema::builtin().settings()) {
     EXPECT_THAT(text, HasSubstr("\n" + (setting.section == "uhf" ? "" : setting.section + ".") + setting.key + " "));
   }
 }
 
-TEST_F(SettingsTable, HasALineForEachWhereThereIsRoomAndWhereThereIsNoTerminal) {
-  const auto all = store.schema().settings().size() + 1;
+TEST(SettingsTable, HasALineForEachWhereThereIsRoomAndWhereThereIsNoTerminal) {
+  const auto all = refhost::SettingsSchema::builtin().settings().size() + 1;
   for (const std::size_t width : {0U, 1000U}) {
-    const auto text = settings_as_table(store, width);
+    const auto text = settings_as_table(defaults(), width);
     EXPECT_EQ(static_cast<std::size_t>(std::ranges::count(text, '\n')), all) << width;
   }
 }

@@ -83,6 +83,78 @@ TEST_F(Audit, ReadHandsOutWhatTheFilterLeaves) {
   EXPECT_EQ(read(directory_.path(), {.types = {7}}), Texts());
 }
 
+// What a reader hands out, so many at a time.
+Texts read_in_parts(const std::filesystem::path& directory, AuditFilter filter, std::size_t most) {
+  AuditReader reader(directory);
+  filter.range = reader.range_of(filter);
+  filter.last.reset();
+  Texts found;
+  for (std::size_t before = 1; std::exchange(before, found.size()) != found.size();) {
+    std::size_t taken = 0;
+    reader.read(filter, [&](const AuditEntry& entry) {
+      found.push_back(std::to_string(entry.id) + " " + std::to_string(entry.record.type) + " " + entry.record.details);
+      filter.range->after = entry.id;
+      return ++taken < most;
+    });
+  }
+  return found;
+}
+
+TEST_F(Audit, AReaderHandsOutTheSameInParts) {
+  for (int i = 0; i < 20; ++i) {
+    log_.append({"t", i % 3, std::to_string(i)});
+  }
+  for (const AuditFilter& filter :
+       {AuditFilter{}, AuditFilter{.types = {1, 2}}, AuditFilter{.last = 5}, AuditFilter{.types = {2}, .last = 3},
+        AuditFilter{.since = now_ms() + 60'000}, AuditFilter{.until = now_ms() + 60'000, .last = 100},
+        AuditFilter{.last = 0}, AuditFilter{.types = {7}}}) {
+    for (const std::size_t most : {1U, 3U, 100U}) {
+      EXPECT_EQ(read_in_parts(directory_.path(), filter, most), read(directory_.path(), filter)) << most;
+    }
+  }
+}
+
+TEST_F(Audit, AReaderHandsOutNothingThatCameAfterItLookedWhere) {
+  log_.append({"t", 1, "a"});
+  AuditReader reader(directory_.path());
+  const AuditFilter filter{.range = reader.range_of({})};
+  log_.append({"t", 1, "b"});
+  Texts found;
+  reader.read(filter, [&found](const AuditEntry& entry) {
+    found.push_back(entry.record.details);
+    return true;
+  });
+  EXPECT_EQ(found, Texts({"a"}));
+}
+
+// Else what is written would stay beside the file for as long as somebody leaves a page on the screen.
+TEST_F(Audit, AReaderHoldsNothingBetweenItsParts) {
+  AuditReader reader(directory_.path());
+  log_.append({"t", 1, "a"});
+  reader.read({}, [](const AuditEntry&) { return false; });
+  EXPECT_EQ(SQLite::Database(directory_.path() / "audit.db", SQLite::OPEN_READWRITE)
+                .execAndGet("PRAGMA wal_checkpoint(TRUNCATE)")
+                .getInt(),
+            0)
+      << "busy";
+}
+
+TEST_F(Audit, AReaderSeesTheFileThatHasTakenTheOthersPlace) {
+  log_.append({"t", 1, "a"});
+  AuditReader reader(directory_.path());
+  EXPECT_EQ(reader.range_of({}), (AuditRange{.after = 0, .to = 1}));
+  const TemporaryDirectory other;
+  {
+    AuditLog log(other.path());
+    log.append({"t", 1, "b"});
+    log.append({"t", 1, "c"});
+  }
+  std::filesystem::remove(directory_.path() / "audit.db-wal");
+  std::filesystem::remove(directory_.path() / "audit.db-shm");
+  std::filesystem::rename(other.path() / "audit.db", directory_.path() / "audit.db");
+  EXPECT_EQ(reader.range_of({}), (AuditRange{.after = 0, .to = 2}));
+}
+
 TEST_F(Audit, TimesOfTheFilterAreIncludedAndExcluded) {
   const auto before = now_ms();
   log_.append({"t", 1, "a"});

@@ -31,12 +31,21 @@ struct AuditEntry {
   AuditRecord record;
 };
 
+// Numbers of records.
+struct AuditRange {
+  std::int64_t after = 0;  // excluded
+  std::int64_t to = 0;     // included
+
+  bool operator==(const AuditRange&) const = default;
+};
+
 // Which records are wanted; empty fields leave all in.
 struct AuditFilter {
   std::vector<int> types = {};
   std::optional<std::int64_t> since = std::nullopt;  // ms since 1970 UTC, included
   std::optional<std::int64_t> until = std::nullopt;  // excluded
   std::optional<std::int64_t> last = std::nullopt;   // so many, the newest
+  std::optional<AuditRange> range = std::nullopt;    // where all the others lie: nothing is looked for then
 };
 
 // What may go when there are too many records.
@@ -102,6 +111,29 @@ class AuditLog {
   bool tidy_file();
   void examine();
 
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+// Reads DIRECTORY/audit.db in parts, for one who takes his time: between the calls nothing of the file is held, and no
+// call waits for anything but the disk. Any thread may call; each throws ac::ac_exception, which names the file.
+class AuditReader {
+ public:
+  explicit AuditReader(const std::filesystem::path& directory);
+  ~AuditReader();
+  AuditReader(const AuditReader&) = delete;
+  AuditReader& operator=(const AuditReader&) = delete;
+
+  // Where the records lie that the filter lets pass, of those that are there now; read() takes it in the filter.
+  AuditRange range_of(const AuditFilter& filter);
+
+  // Hand the records to a function, oldest first, until it returns false.
+  void read(const AuditFilter& filter, const std::function<bool(const AuditEntry&)>& take);
+
+  // Close the file for good, at the end of the process. A thread that reads from now on waits for that end.
+  void seal();
+
+ private:
   struct Impl;
   std::unique_ptr<Impl> impl_;
 };

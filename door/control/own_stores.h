@@ -1,0 +1,40 @@
+// The stores of a directory on which no daemon runs.
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <optional>
+
+#include "door/control/stores.h"
+#include "refhost/instance_lock.h"
+
+namespace achost {
+
+// Each store is opened when it is first asked for; one of a directory that is not locked is opened to be read only. For
+// one thread.
+class OwnStores : public Stores {
+ public:
+  explicit OwnStores(std::filesystem::path directory) : directory_(std::move(directory)), audit_(directory_) {}
+
+  // Take the directory for this process alone, before a store is asked for, so that they can be changed. Throws
+  // refhost::DirectoryInUse, or ac::ac_exception.
+  void lock() { lock_.emplace(directory_); }
+
+  const std::filesystem::path& directory() const override { return directory_; }
+  const refhost::SettingsStore& settings() override { return open_settings(); }
+  UserStore& users() override;
+  refhost::AuditReader& audit() override { return audit_; }
+  std::vector<SettingsChanges::Awaited> change(const std::vector<refhost::SettingValue>& wanted) override;
+  std::vector<SettingsChanges::Awaited> awaited() override { return {}; }
+
+ private:
+  refhost::SettingsStore& open_settings();
+
+  const std::filesystem::path directory_;
+  std::optional<refhost::InstanceLock> lock_;  // let go last
+  std::optional<refhost::SettingsStore> settings_;
+  std::optional<UserStore> users_;
+  refhost::AuditReader audit_;
+};
+
+}  // namespace achost

@@ -1,0 +1,16 @@
+#include "door/control/audit_commands.h"
+#include "door/control/setting_commands.h"
+#include "door/control/stores.h"
+#include "door/control/user_commands.h"
+
+namespace achost {
+
+std::vector<ControlCommand> store_commands(Stores& stores) {
+  auto commands = setting_commands(stores);
+  for (auto& more : {user_commands(stores), audit_commands(stores)}) {
+    commands.insert(commands.end(), more.begin(), more.end());
+  }
+  return commands;
+}
+
+}  // namespace achost

@@ -1,0 +1,144 @@
+#include "door/control/user_commands.h"
+
+#include <functional>
+#include <optional>
+
+#include "door/base/failure.h"
+#include "door/control/packed_people.h"
+#include "door/services/people_actions.h"
+#include "door/services/people_import.h"
+#include "refhost/log_entry.h"
+
+namespace achost {
+namespace {
+
+using Type = ControlField::Type;
+
+// What an import may take on its way: a million users with cards.
+constexpr std::size_t kLargestImport = std::size_t{256} << 20;
+
+std::uint64_t card_of(const Json& request) {
+  const auto text = request["card"].get<std::string>();
+  const auto card = card_number(text);
+  if (!card.has_value()) {
+    throw Failure(kUsage, "\"" + refhost::log::escape(text) + "\" is no card: a number such as 33 or 0x21");
+  }
+  return *card;
+}
+
+std::int64_t user_of(const Json& request) { return request["user"].get<std::int64_t>(); }
+
+template <typename Value>
+std::optional<Value> given(const Json& request, const char* field) {
+  return request.contains(field) ? std::optional(request[field].get<Value>()) : std::nullopt;
+}
+
+UserChange change_of(const Json& request) {
+  return {.id = user_of(request),
+          .name = given<std::string>(request, "name"),
+          .from = given<std::int64_t>(request, "from"),
+          .until = given<std::int64_t>(request, "until")};
+}
+
+// The change of one thing: its function says what it did.
+ControlCommand change(Stores& stores, std::string name, std::vector<ControlField> fields,
+                      std::string (*run)(UserStore&, const Json&)) {
+  return {.name = std::move(name),
+          .fields = std::move(fields),
+          .run = [&stores, run](const Json& request, ControlStream&) -> Json {
+            return {{"done", run(stores.users(), request)}};
+          },
+          .changes = true};
+}
+
+Json run_import(UserStore& store, const ImportOptions& options, ControlStream& stream) {
+  std::string bytes;
+  for (std::string piece; !(piece = stream.receive_bytes()).empty();) {
+    bytes += piece;
+    if (bytes.size() > kLargestImport) {
+      throw Failure(kUsage, "this is too much for one import: take several");
+    }
+  }
+  const auto outcome = import_people(store, unpack_import(bytes), options);
+  std::string lines;
+  for (const auto& line : outcome.lines) {
+    lines += line + "\n";
+  }
+  stream.send_bytes(lines);
+  return {{"done", outcome.text()}};
+}
+
+ControlCommand import_command(Stores& stores, const char* name, bool dry_run) {
+  return {.name = name,
+          .fields = {{"replace", Type::flag}, {"move", Type::flag}},
+          .run =
+              [&stores, dry_run](const Json& request, ControlStream& stream) {
+                return run_import(stores.users(),
+                                  {.replace = request["replace"], .move = request["move"], .dry_run = dry_run}, stream);
+              },
+          .changes = !dry_run,
+          .takes_bytes = true};
+}
+
+Json run_export(UserStore& store, const Json& request, ControlStream& stream) {
+  const auto form = people_form(request["format"]);
+  if (!form.has_value()) {
+    throw RequestError("\"format\" is csv or jsonl");
+  }
+  const auto exported = export_people(store, *form);
+  stream.send_bytes(exported.text);
+  return {{"warning", exported.warning}};
+}
+
+std::vector<ControlCommand> card_commands(Stores& stores, const ControlField& user) {
+  return {{"card_list",
+           {},
+           [&stores](const Json&, ControlStream& stream) -> Json {
+             stream.send_bytes(pack_cards(stores.users().cards()));
+             return {{"columns", card_columns()}};
+           }},
+          change(stores, "card_add", {{"card"}, user},
+                 [](UserStore& store, const Json& request) {
+                   return add_card(store, card_of(request), user_of(request));
+                 }),
+          change(stores, "card_remove", {{"card"}},
+                 [](UserStore& store, const Json& request) { return remove_card(store, card_of(request)); })};
+}
+
+}  // namespace
+
+std::vector<ControlCommand> user_commands(Stores& stores) {
+  const ControlField user{"user", Type::integer};
+  const std::vector<ControlField> all = {
+      user, {"name", Type::text, false}, {"from", Type::integer, false}, {"until", Type::integer, false}};
+  auto commands = card_commands(stores, user);
+  commands.insert(
+      commands.end(),
+      {{"user_list",
+        {},
+        [&stores](const Json&, ControlStream& stream) -> Json {
+          stream.send_bytes(pack_users(stores.users().users_with_cards()));
+          return {{"columns", user_columns()}};
+        }},
+       change(stores, "user_add", all,
+              [](UserStore& store, const Json& request) { return add_user(store, change_of(request)); }),
+       change(stores, "user_put", all,
+              [](UserStore& store, const Json& request) { return put_user(store, change_of(request)); }),
+       change(stores, "user_rename", {user, {"name"}},
+              [](UserStore& store, const Json& request) {
+                return rename_user(store, user_of(request), request["name"]);
+              }),
+       change(stores, "user_block", {user, {"blocked", Type::flag}},
+              [](UserStore& store, const Json& request) {
+                return block_user(store, user_of(request), request["blocked"]);
+              }),
+       change(stores, "user_remove", {user},
+              [](UserStore& store, const Json& request) { return remove_user(store, user_of(request)); }),
+       import_command(stores, "user_import", false), import_command(stores, "user_plan", true),
+       {"user_export", {{"format"}}, [&stores](const Json& request, ControlStream& stream) {
+          return run_export(stores.users(), request, stream);
+        }}});
+  return commands;
+}
+
+}  // namespace achost
