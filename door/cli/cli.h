@@ -8,6 +8,7 @@
 namespace achost {
 
 void add_audit(CLI::App& app);    // audit list and export
+void add_backup(CLI::App& app);   // backup and restore
 void add_check(CLI::App& app);    // check
 void add_control(CLI::App& app);  // status, events, gpio, rex, enroll and field
 void add_journal(CLI::App& app);  // journal

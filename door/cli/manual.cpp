@@ -87,6 +87,7 @@ cli::Manual manual() {
                    {"achost journal --since yesterday", "Who came in, and what else happened."},
                    {"achost user import people.csv", "Users with their cards, from a spreadsheet."},
                    {"achost audit export --format csv --output audit.csv", "The audit log, for a spreadsheet."},
+                   {"achost backup /media/door.backup", "A copy of all that is stored; achost restore reads it."},
                    {"achost check", "Whether all that is stored is whole."}},
       .files = {{"/var/lib/achost", "Settings, users, audit log and journal, for root and the service."},
                 {"~/.local/state/achost", "The same for everybody else."},

@@ -67,7 +67,7 @@ struct ControlCommand {
   // connection's, so several at a time; it may use the stream before it returns. What it changes is the client's change
   // (MakerScope).
   std::function<Json(const Json& request, ControlStream& stream)> run;
-  bool changes = false;      // what is stored
+  bool changes = false;      // what is stored; or it needs the state directory for itself
   bool takes_bytes = false;  // pieces of bytes follow the request, the last of them empty
 };
 

@@ -1,8 +1,14 @@
 #include "door/control/own_stores.h"
 
+#include "door/backup/take_over.h"
 #include "door/base/settings_rules.h"
 
 namespace achost {
+
+void OwnStores::lock() {
+  lock_.emplace(directory_);
+  take_over(directory_);
+}
 
 refhost::SettingsStore& OwnStores::open_settings() {
   using Access = refhost::SettingsStore::Access;

@@ -18,7 +18,7 @@ class OwnStores : public Stores {
 
   // Take the directory for this process alone, before a store is asked for, so that they can be changed. Throws
   // refhost::DirectoryInUse, or ac::ac_exception.
-  void lock() { lock_.emplace(directory_); }
+  void lock();
 
   const std::filesystem::path& directory() const override { return directory_; }
   const refhost::SettingsStore& settings() override { return open_settings(); }

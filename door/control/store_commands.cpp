@@ -1,4 +1,5 @@
 #include "door/control/audit_commands.h"
+#include "door/control/backup_command.h"
 #include "door/control/setting_commands.h"
 #include "door/control/stores.h"
 #include "door/control/user_commands.h"
@@ -10,6 +11,7 @@ std::vector<ControlCommand> store_commands(Stores& stores) {
   for (auto& more : {user_commands(stores), audit_commands(stores)}) {
     commands.insert(commands.end(), more.begin(), more.end());
   }
+  commands.push_back(backup_command(stores));
   return commands;
 }
 

@@ -31,7 +31,7 @@ class Stores {
 };
 
 // config_list, config_get, config_set, config_import, config_export, user_list, user_put, user_remove, card_list,
-// card_add, card_remove and audit_query. The stores outlive them.
+// card_add, card_remove, audit_query and backup. The stores outlive them.
 std::vector<ControlCommand> store_commands(Stores& stores);
 
 }  // namespace achost

@@ -118,6 +118,21 @@ void JournalFile::begin(std::int64_t last) {
   transaction.commit();
 }
 
+void JournalFile::part() {
+  try {
+    SQLite::Transaction transaction(database_);
+    id_ = random_id();
+    set_fact(kIdFact, id_);
+    set_fact(kSpoolFact, "");
+    set_fact(kRunningFact, "0");
+    transaction.commit();
+  } catch (const SQLite::Exception& failure) {
+    throw_database_failure(file_, kJournalKind, failure);
+  }
+  spool_.clear();
+  is_running_ = false;
+}
+
 void JournalFile::check_latest() {
   refhost::StoreReport report;
   check_entries(database_, last_ - kCheckedAtOpen, report);

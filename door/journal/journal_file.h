@@ -37,6 +37,9 @@ class JournalFile {
   const std::string& spool() const { return spool_; }
   void set_spool(const std::string& file);
 
+  // Make it a journal of its own, which no spool belongs to: it is a copy of one that has gone on elsewhere.
+  void part();
+
   // Store the entries, in the order of their numbers; those whose numbers are there already are left out. All are on
   // the disk when it returns, or none.
   void store(const std::vector<JournalEntry>& entries);

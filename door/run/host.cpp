@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "ac/util.h"
+#include "door/backup/take_over.h"
 #include "door/base/settings_rules.h"
 #include "door/journal/changes.h"
 #include "door/run/temporary_state.h"
@@ -128,7 +129,7 @@ Host::Host(const std::filesystem::path& state, Reader& reader, Printer::Form for
       form_(form),
       reader_(reader),
       lock_(state, kCommand),
-      settings_(state, refhost::SettingsStore::Access::read_write),
+      settings_((take_over(state), state), refhost::SettingsStore::Access::read_write),
       audit_(state),
       users_(state, UserStore::Access::read_write),
       journal_(state),

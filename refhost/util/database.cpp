@@ -32,7 +32,7 @@ struct Damage : std::runtime_error {
 };
 
 // For SQL: row_sum(VALUE, ...), the checksum of a row.
-void add_row_sum(sqlite3_context* context, int count, sqlite3_value** values) {
+void row_sum(sqlite3_context* context, int count, sqlite3_value** values) {
   RowSum sum;
   for (int i = 0; i < count; ++i) {
     if (sqlite3_value_type(values[i]) == SQLITE_INTEGER) {
@@ -47,7 +47,7 @@ void add_row_sum(sqlite3_context* context, int count, sqlite3_value** values) {
 
 SQLite::Database connect(const std::filesystem::path& file, int flags) {
   SQLite::Database database(file.string(), flags, kBusyTimeoutMs);
-  database.createFunction("row_sum", -1, true, nullptr, add_row_sum);
+  add_row_sum(database);
   return database;
 }
 
@@ -174,6 +174,8 @@ void refuse_shared(const std::filesystem::path& directory) {
 bool is_damage(const SQLite::Exception& failure) {
   return failure.getErrorCode() == SQLITE_NOTADB || failure.getErrorCode() == SQLITE_CORRUPT;
 }
+
+void add_row_sum(SQLite::Database& database) { database.createFunction("row_sum", -1, true, nullptr, row_sum); }
 
 SQLite::Database open_database(const std::filesystem::path& file, const DatabaseKind& kind,
                                const std::function<void()>& on_damage, std::vector<std::string>* faults) {

@@ -71,6 +71,9 @@ std::optional<SQLite::Database> open_database_to_read(const std::filesystem::pat
 StoreReport inspect_database(const std::string& store, const std::filesystem::path& file, const DatabaseKind& kind,
                              const std::function<void(SQLite::Database&, StoreReport&)>& look);
 
+// Teach a connection row_sum(), which those of this header know.
+void add_row_sum(SQLite::Database& database);
+
 // The exception for a failure of that file.
 [[noreturn]] void throw_database_failure(const std::filesystem::path& file, const DatabaseKind& kind,
                                          const SQLite::Exception& failure);
