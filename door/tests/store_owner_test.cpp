@@ -12,7 +12,7 @@ namespace achost::test {
 using namespace refhost::test;  // NOLINT: the helpers of tests/support.h
 namespace {
 
-constexpr int kRecords = 3000;  // of more than one answer
+constexpr int kRecords = 1200;  // of more than one answer
 
 class Owner : public testing::Test {
  protected:
@@ -20,7 +20,7 @@ class Owner : public testing::Test {
     refhost::AuditLog log(directory.path());
     log.append({.time = "t", .type = 1, .details = std::string(3 * kLongestPiece, 'x')});  // longer than a piece
     for (int i = 2; i <= kRecords; ++i) {
-      log.append({.time = "t", .type = 1, .details = std::string(100, 'x')});
+      log.append({.time = "t", .type = 1, .details = std::string(300, 'x')});
     }
   }
 
@@ -136,7 +136,7 @@ TEST_F(Owner, RefusesTheSameInBothCases) {
              {{{"command", "user_put"}, {"user", 0}, {"name", ""}}, "a user has a number of 1 or more, not 0"},
              {{{"command", "user_remove"}, {"user", 9}}, "there is no user 9: achost user list shows all"},
              {{{"command", "card_add"}, {"card", "x"}, {"user", 7}}, "\"x\" is no card: a number such as 33 or 0x21"},
-             {{{"command", "user_put"}, {"user", 7}}, "\"user_put\" without \"name\", a text"}}) {
+             {{{"command", "user_rename"}, {"user", 7}}, "\"user_rename\" without \"name\", a text"}}) {
       EXPECT_EQ(failure_of([&, &wanted = request] { owner.ask(wanted); }), text) << runs;
     }
     EXPECT_EQ(owner.is_daemon(), runs);
