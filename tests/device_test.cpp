@@ -178,7 +178,7 @@ TEST_F(Device, BadRequestsAreNamedAndChangeNothing) {
 
 TEST_F(Device, ControlCharactersReachNoTerminal) {
   start();
-  EXPECT_EQ(output({"user", "put", "7", "--name", "a\x1b[2Jb"}), "");
+  EXPECT_EQ(output({"user", "put", "7", "--name", "a\x1b[2Jb"}), "a\\x1b[2Jb (7) is added\n");
   EXPECT_THAT(output({"user", "list"}), HasSubstr("a\\x1b[2Jb"));
   EXPECT_THAT(command({"config", "get", "a\x1b[2Jb"}).err, HasSubstr("a\\x1b[2Jb"));
   EXPECT_THAT(command({"gpio", "set", "\x1b[2J", "1"}).err, testing::Not(HasSubstr("\x1b")));

@@ -165,9 +165,8 @@ void add_fields(CLI::App& command, const Options& options) {
 
 void add_one_user(CLI::App& user) {
   CLI::App* command = nullptr;
-  auto options = subcommand(command, user, "add", "Make a user", [](const UserOptions& given) {
-    change(given, request_for("user_add", given), true);
-  });
+  auto options = subcommand(command, user, "add", "Make a user",
+                            [](const UserOptions& given) { change(given, request_for("user_add", given), true); });
   add_fields(*command, options);
   options = subcommand(command, user, "put", "Make a user, or change what is given of one",
                        [](const UserOptions& given) { change(given, request_for("user_put", given), true); });
@@ -176,14 +175,14 @@ void add_one_user(CLI::App& user) {
                        [](const UserOptions& given) { change(given, request_for("user_rename", given), false); });
   add_id(*command, options);
   command->add_option("NAME", options->name, "The new name")->required();
-  options = subcommand(command, user, "block", "Let no card of a user open, until unblock", [](const UserOptions& given) {
-    change(given, {{"command", "user_block"}, {"user", given.id}, {"blocked", true}}, false);
-  });
-  add_id(*command, options);
   options =
-      subcommand(command, user, "unblock", "Let the cards of a user open again", [](const UserOptions& given) {
-        change(given, {{"command", "user_block"}, {"user", given.id}, {"blocked", false}}, false);
+      subcommand(command, user, "block", "Let no card of a user open, until unblock", [](const UserOptions& given) {
+        change(given, {{"command", "user_block"}, {"user", given.id}, {"blocked", true}}, false);
       });
+  add_id(*command, options);
+  options = subcommand(command, user, "unblock", "Let the cards of a user open again", [](const UserOptions& given) {
+    change(given, {{"command", "user_block"}, {"user", given.id}, {"blocked", false}}, false);
+  });
   add_id(*command, options);
   options = subcommand(command, user, "remove", "Remove a user with all of his cards",
                        [](const UserOptions& given) { change(given, request_for("user_remove", given), false); });

@@ -61,6 +61,14 @@ Json ask(const std::filesystem::path& state, const Json& request, Patience patie
   return checked(client.receive(patience));
 }
 
+std::optional<Json> ask_if_running(const std::filesystem::path& state, const Json& request, Patience patience) {
+  try {
+    return ask(state, request, patience);
+  } catch (const NoHost&) {
+    return std::nullopt;
+  }
+}
+
 void follow(const std::filesystem::path& state, const Json& request, const std::function<bool(const Json&)>& take) {
   ControlClient client(state);
   client.send(request);

@@ -18,6 +18,10 @@ using Patience = std::optional<std::chrono::milliseconds>;
 // when it refuses, and ac::ac_exception when it takes longer.
 Json ask(const std::filesystem::path& state, const Json& request, Patience patience = ControlClient::kPatience);
 
+// The same; nothing when no host runs there.
+std::optional<Json> ask_if_running(const std::filesystem::path& state, const Json& request,
+                                   Patience patience = ControlClient::kPatience);
+
 // Hand each line that comes before the answer to a function, until it returns false. Throws as ask() does.
 void follow(const std::filesystem::path& state, const Json& request, const std::function<bool(const Json&)>& take);
 

@@ -91,18 +91,17 @@ Json run_export(UserStore& store, const Json& request, ControlStream& stream) {
 }
 
 std::vector<ControlCommand> card_commands(Stores& stores, const ControlField& user) {
-  return {{"card_list",
-           {},
-           [&stores](const Json&, ControlStream& stream) -> Json {
-             stream.send_bytes(pack_cards(stores.users().cards()));
-             return {{"columns", card_columns()}};
-           }},
-          change(stores, "card_add", {{"card"}, user},
-                 [](UserStore& store, const Json& request) {
-                   return add_card(store, card_of(request), user_of(request));
-                 }),
-          change(stores, "card_remove", {{"card"}},
-                 [](UserStore& store, const Json& request) { return remove_card(store, card_of(request)); })};
+  return {
+      {"card_list",
+       {},
+       [&stores](const Json&, ControlStream& stream) -> Json {
+         stream.send_bytes(pack_cards(stores.users().cards()));
+         return {{"columns", card_columns()}};
+       }},
+      change(stores, "card_add", {{"card"}, user},
+             [](UserStore& store, const Json& request) { return add_card(store, card_of(request), user_of(request)); }),
+      change(stores, "card_remove", {{"card"}},
+             [](UserStore& store, const Json& request) { return remove_card(store, card_of(request)); })};
 }
 
 }  // namespace
@@ -112,32 +111,32 @@ std::vector<ControlCommand> user_commands(Stores& stores) {
   const std::vector<ControlField> all = {
       user, {"name", Type::text, false}, {"from", Type::integer, false}, {"until", Type::integer, false}};
   auto commands = card_commands(stores, user);
-  commands.insert(
-      commands.end(),
-      {{"user_list",
-        {},
-        [&stores](const Json&, ControlStream& stream) -> Json {
-          stream.send_bytes(pack_users(stores.users().users_with_cards()));
-          return {{"columns", user_columns()}};
-        }},
-       change(stores, "user_add", all,
-              [](UserStore& store, const Json& request) { return add_user(store, change_of(request)); }),
-       change(stores, "user_put", all,
-              [](UserStore& store, const Json& request) { return put_user(store, change_of(request)); }),
-       change(stores, "user_rename", {user, {"name"}},
-              [](UserStore& store, const Json& request) {
-                return rename_user(store, user_of(request), request["name"]);
-              }),
-       change(stores, "user_block", {user, {"blocked", Type::flag}},
-              [](UserStore& store, const Json& request) {
-                return block_user(store, user_of(request), request["blocked"]);
-              }),
-       change(stores, "user_remove", {user},
-              [](UserStore& store, const Json& request) { return remove_user(store, user_of(request)); }),
-       import_command(stores, "user_import", false), import_command(stores, "user_plan", true),
-       {"user_export", {{"format"}}, [&stores](const Json& request, ControlStream& stream) {
-          return run_export(stores.users(), request, stream);
-        }}});
+  commands.insert(commands.end(),
+                  {{"user_list",
+                    {},
+                    [&stores](const Json&, ControlStream& stream) -> Json {
+                      stream.send_bytes(pack_users(stores.users().users_with_cards()));
+                      return {{"columns", user_columns()}};
+                    }},
+                   change(stores, "user_add", all,
+                          [](UserStore& store, const Json& request) { return add_user(store, change_of(request)); }),
+                   change(stores, "user_put", all,
+                          [](UserStore& store, const Json& request) { return put_user(store, change_of(request)); }),
+                   change(stores, "user_rename", {user, {"name"}},
+                          [](UserStore& store, const Json& request) {
+                            return rename_user(store, user_of(request), request["name"]);
+                          }),
+                   change(stores, "user_block", {user, {"blocked", Type::flag}},
+                          [](UserStore& store, const Json& request) {
+                            return block_user(store, user_of(request), request["blocked"]);
+                          }),
+                   change(stores, "user_remove", {user},
+                          [](UserStore& store, const Json& request) { return remove_user(store, user_of(request)); }),
+                   import_command(stores, "user_import", false),
+                   import_command(stores, "user_plan", true),
+                   {"user_export", {{"format"}}, [&stores](const Json& request, ControlStream& stream) {
+                      return run_export(stores.users(), request, stream);
+                    }}});
   return commands;
 }
 
