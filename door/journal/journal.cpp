@@ -115,8 +115,7 @@ struct Journal::Impl {
   std::optional<Clock::time_point> waiting_since;  // the oldest entry that is not on the disk, or a little earlier
   std::string failure;                             // of the latest attempt to store
 
-  std::atomic<bool> is_held_up =
-      true;  // the thread waits for the disk, which has an alarm of its own, or for its spool
+  std::atomic<bool> is_held_up = true;  // the thread waits for the disk, which has an alarm of its own
   refhost::Work work{"journal", 1, [this] { return !is_held_up && !spool->is_empty(); }};
   std::thread thread;  // last: it uses all of it
 };
