@@ -30,7 +30,7 @@ void run(std::vector<std::string> words) {
 
 namespace {
 
-constexpr int kTurns = 3;
+constexpr int kTurnsOfACommand = 3;
 
 // All fields of all rows, and nothing done with them.
 std::size_t walk(const std::filesystem::path& file, const char* question) {
@@ -50,7 +50,7 @@ std::size_t walk(const std::filesystem::path& file, const char* question) {
 void compare(std::vector<Command> commands, const std::filesystem::path& file, const std::string& what,
              const char* question) {
   std::vector<double> bare;
-  for (int i = 0; i < kTurns; ++i) {
+  for (int i = 0; i < kTurnsOfACommand; ++i) {
     bare.push_back(milliseconds([&] { walk(file, question); }));
     for (auto& command : commands) {
       command.times.push_back(milliseconds([&] { run(command.words); }));

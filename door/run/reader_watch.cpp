@@ -24,13 +24,13 @@ ReaderWatch::~ReaderWatch() {
 }
 
 void ReaderWatch::tell(const line::Event& event) const {
-  using Kind = line::Event::Kind;
-  if (event.kind == Kind::state) {
+  using EventKind = line::Event::Kind;
+  if (event.kind == EventKind::state) {
     refhost::send("reader_state", {{"state", std::string(name_of(event.health.state))},
                                    {"cause", event.health.cause},
                                    {"way_out", event.health.way_out}});
     supervisor_.tell("STATUS=" + event.text);
-  } else if (event.kind == Kind::given_up) {
+  } else if (event.kind == EventKind::given_up) {
     give_up_(event.text);
   } else {
     refhost::send("reader_recovery", {{"text", event.text}});
