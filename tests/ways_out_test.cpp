@@ -314,6 +314,8 @@ constexpr NamedThread kThreads[] = {
     {"control", 0, "Control"},
     {"journal", 0, "Journal"},
     {"journal_feed", 0, "JournalFeed"},
+    {"reading_watch", 0, "ReadingWatch"},
+    {"upkeep", 0, "Upkeep"},
     {"plugin", 0, "ReadingLoop"},
     {"plugin", 1, "Story"},
     {"plugin", 2, "Dispatch"},

@@ -324,7 +324,6 @@ void Host::print_end(const Ending::Outcome& outcome) {
 void Host::close_and_exit(int status) {
   std::vector<std::pair<const char*, std::function<void()>>> steps = {
       {"the control socket", [this] { control_.unlink(); }},
-      {"the sightings", [this] { readings_.end(); }},
       {"the settings", [this] { settings_.seal(); }},
       {"the audit log",
        [this] {
@@ -332,7 +331,7 @@ void Host::close_and_exit(int status) {
          audit_.seal();
        }},
       {"users and cards", [this] { users_.seal(); }},
-      {"the journal", [this] { journal_.seal(); }},
+      {"the journal", [this] { close_journal(); }},
   };
   if (state_is_temporary_) {
     steps.emplace_back("the temporary state", [this] { remove_temporary_state(state_); });
@@ -369,6 +368,12 @@ Json Host::second_opinion() const {
   }
   const auto [readings, disagreements, left_out] = readings_.counters();
   return {{"readings", readings}, {"disagreements", disagreements}, {"left_out", left_out}};
+}
+
+// With the cards that are in the field.
+void Host::close_journal() {
+  readings_.end();
+  journal_.seal();
 }
 
 void Host::end_process(std::optional<std::chrono::steady_clock::time_point> deadline) {

@@ -71,6 +71,7 @@ class Host {
   ControlledHost controlled();
   void output_lost(int reason);
   Json second_opinion() const;
+  void close_journal();
   void print_end(const Ending::Outcome& outcome);
   [[noreturn]] void close_and_exit(int status);
 

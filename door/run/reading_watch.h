@@ -85,10 +85,10 @@ class ReadingWatch {
   const std::function<void(const Entry&)> note_;
   std::atomic<int> trigger_line_ = -1;  // set by begin()
 
-  mutable std::mutex facts_mutex_;  // guards the next three
+  std::mutex facts_mutex_;  // guards the next two; nobody waits for it for long
   std::vector<Fact> facts_;
   std::size_t bytes_ = 0;
-  std::uint64_t left_out_ = 0;
+  std::atomic<std::uint64_t> left_out_ = 0;
 
   mutable std::mutex mutex_;                 // guards all below but the thread
   mutable std::condition_variable changed_;  // of known_until_, is_wanted_ and ending_

@@ -103,7 +103,8 @@ struct UserStore::Impl {
   auto change_few(Action action, Learn learn) {
     return change(action, [&](SQLite::Database&, const auto& result) {
       const std::lock_guard lock(memory_mutex);
-      if (memory_version.has_value()) {
+      // Should it fail midway, what comes later must not be put upon what is missing.
+      if (std::exchange(memory_version, std::nullopt).has_value()) {
         const std::int64_t written = version->value();
         if (own_version->value() == own_loaded) {  // up to then nobody else has written
           learn(result);

@@ -70,7 +70,7 @@ TEST_F(AchostJournal, WhatIsNoneIsRefusedWithWhatThereIs) {
             "achost: there is no kind \"openings\": there are identification, opening, "
             "closing, exit_request, enrollment, user_change, card_change, "
             "setting_change, reader_state, alarm, start, end, clock_jump, gap, "
-            "retention, sighting, audit\n");
+            "retention, sighting, audit, refusal, disagreement\n");
   EXPECT_THAT(run({"--card", "x"}).err, StartsWith("achost: \"x\" is no card"));
   EXPECT_THAT(run({"--since", "soon"}).err, StartsWith("achost: \"soon\" is no time"));
   EXPECT_EQ(run({"--since", "soon"}).status, 2);

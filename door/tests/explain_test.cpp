@@ -1,0 +1,171 @@
+// The answer to why, from what is known.
+#include "door/why/explain.h"
+
+#include <gmock/gmock.h>
+
+namespace achost::why {
+namespace {
+
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+constexpr std::int64_t kSecondMs = 1000;
+constexpr std::int64_t kTen = 36'000'000;  // in the morning of 1970-01-01, UTC
+
+class ExplainTest : public testing::Test {
+ protected:
+  ExplainTest() {
+    setenv("TZ", "UTC", 1);
+    tzset();
+  }
+
+  void entry(Kind kind, std::int64_t time, std::vector<EntryField> fields = {}, std::optional<Card> card = {},
+             std::optional<std::int64_t> user = {}) {
+    JournalEntry entry;
+    entry.number = static_cast<std::int64_t>(evidence_.entries.size()) + 1;
+    entry.time.wall = time;
+    entry.entry = {.kind = kind, .user = user, .card = card, .fields = std::move(fields)};
+    evidence_.entries.push_back(std::move(entry));
+  }
+  void fate(std::int64_t from, std::int64_t polls, Reason reason) {
+    evidence_.sightings.push_back({.epc = "E2",
+                                   .card = 33,
+                                   .first = from,
+                                   .last = from + polls - 1,
+                                   .polls = polls,
+                                   .rssi = 200,
+                                   .fates = {{.from = from,
+                                              .to = from + polls - 1,
+                                              .polls = polls,
+                                              .reasons = {{reason, std::string(row_of(reason).name)}}}}});
+  }
+  Explanation ask(std::optional<std::int64_t> at = {}, Card card = 33) const {
+    return explain({.card = card, .from = kTen, .to = kTen + 600 * kSecondMs, .at = at}, evidence_,
+                   [](std::int64_t user) { return user == 7 ? "Ana" : ""; });
+  }
+  static std::vector<Reason> reasons(const Explanation& explanation) {
+    std::vector<Reason> all;
+    for (const auto& [reason, text] : explanation.reasons) {
+      all.push_back(reason);
+    }
+    return all;
+  }
+
+  Evidence evidence_;
+};
+
+TEST_F(ExplainTest, AnOpeningIsToldWithTheTimeOfTheRelay) {
+  fate(kTen + 5000, 1, Reason::kAnnounced);
+  entry(Kind::identification, kTen + 5001, {{"outcome", "opens"}}, 33, 7);
+  entry(Kind::opening, kTen + 5002);
+  entry(Kind::closing, kTen + 8002);
+  const auto answer = ask();
+  EXPECT_TRUE(answer.opened);
+  EXPECT_THAT(reasons(answer), ElementsAre(Reason::kRelayOn, Reason::kAnnounced));
+  EXPECT_EQ(answer.answer,
+            "Card 33 of Ana (7) opened the door at 10:00:05.000: the relay was on from 10:00:05.002 to 10:00:08.002.");
+}
+
+TEST_F(ExplainTest, ADoorThatWasOpenAlreadyStayedSo) {
+  entry(Kind::opening, kTen + 4000);
+  fate(kTen + 5000, 1, Reason::kAnnounced);
+  entry(Kind::identification, kTen + 5001, {{"outcome", "opens"}}, 33, 8);
+  entry(Kind::closing, kTen + 8002);
+  EXPECT_EQ(ask().answer,
+            "Card 33 of 8 opened the door at 10:00:05.000: the relay was on from 10:00:04.000 to 10:00:08.002.");
+}
+
+TEST_F(ExplainTest, EachOutcomeThatDoesNotOpenIsAReason) {
+  const std::pair<const char*, Reason> outcomes[] = {
+      {"unknown", Reason::kNobodysCard},        {"blocked", Reason::kUserBlocked},
+      {"not_yet_valid", Reason::kNotYetValid},  {"no_longer_valid", Reason::kNoLongerValid},
+      {"held_back", Reason::kHeldByEnrollment}, {"failed", Reason::kUsersUnreadable},
+      {"mode_awaited", Reason::kModeAwaited},   {"journal_unwritable", Reason::kJournalUnwritable}};
+  std::int64_t time = kTen;
+  for (const auto& [outcome, reason] : outcomes) {
+    time += 10 * kSecondMs;
+    fate(time, 1, Reason::kAnnounced);
+    entry(Kind::identification, time, {{"outcome", outcome}}, 33, 7);
+    const auto answer = ask();
+    EXPECT_FALSE(answer.opened);
+    EXPECT_THAT(reasons(answer), ElementsAre(reason, Reason::kAnnounced)) << outcome;
+  }
+}
+
+TEST_F(ExplainTest, ARelayOfTheDetectorIsToldByItsRefusal) {
+  fate(kTen + 5000, 1, Reason::kAnnounced);
+  entry(Kind::identification, kTen + 5001, {{"outcome", "opens"}}, 33, 7);
+  entry(Kind::refusal, kTen + 5002);
+  EXPECT_THAT(reasons(ask()), ElementsAre(Reason::kRelayOfDetector, Reason::kAnnounced));
+}
+
+TEST_F(ExplainTest, TheLastAnnouncementIsTheAnswerAndWithATimeWhatLiesNearest) {
+  fate(kTen + 1000, 1, Reason::kAnnounced);
+  fate(kTen + 2000, 100, Reason::kSameCardTooSoon);
+  fate(kTen + 60000, 5, Reason::kInhibitActive);
+  EXPECT_EQ(reasons(ask()).front(), Reason::kAnnounced);
+  EXPECT_EQ(reasons(ask(kTen + 2050)).front(), Reason::kSameCardTooSoon);
+  EXPECT_EQ(reasons(ask(kTen + 300000)).front(), Reason::kInhibitActive);
+  EXPECT_EQ(ask().timeline.size(), 3U);
+}
+
+TEST_F(ExplainTest, ACardThatWasNotReadIsToldWithWhatHinderedIt) {
+  EXPECT_THAT(reasons(ask()), ElementsAre(Reason::kNeverInField));
+  entry(Kind::reader_state, kTen - 5000, {{"state", "silent"}, {"cause", ""}});
+  entry(Kind::reader_state, kTen + 5000, {{"state", "answering"}});
+  entry(Kind::reader_state, kTen + 60000, {{"state", "gone"}, {"cause", "pulled"}});
+  EXPECT_THAT(reasons(ask()), ElementsAre(Reason::kReaderGone, Reason::kNeverInField, Reason::kReaderSilent));
+  EXPECT_THAT(reasons(ask(kTen + 1000)),
+              ElementsAre(Reason::kReaderSilent, Reason::kNeverInField, Reason::kReaderGone));
+  EXPECT_THAT(reasons(ask(kTen + 30000)),
+              ElementsAre(Reason::kNeverInField, Reason::kReaderSilent, Reason::kReaderGone));
+}
+
+TEST_F(ExplainTest, ADaemonThatDidNotRunIsToldAlsoAfterACrash) {
+  entry(Kind::end, kTen + 1000);
+  entry(Kind::start, kTen + 2000, {{"run_before", "ended"}});
+  entry(Kind::opening, kTen + 9000);
+  entry(Kind::start, kTen + 60000, {{"run_before", "without an end"}});
+  const auto answer = ask(kTen + 30000);
+  EXPECT_THAT(reasons(answer), ElementsAre(Reason::kNotRunning, Reason::kNeverInField, Reason::kNotRunning));
+  EXPECT_THAT(answer.answer, HasSubstr("the door daemon did not run from 10:00:09.000 to 10:01:00.000"));
+}
+
+TEST_F(ExplainTest, OtherCardsAndTimesAreNotAskedFor) {
+  fate(kTen - 5000, 10, Reason::kAnnounced);
+  fate(kTen + 700 * kSecondMs, 10, Reason::kAnnounced);
+  EXPECT_THAT(reasons(ask()), ElementsAre(Reason::kNeverInField));
+  fate(kTen + 5000, 1, Reason::kAnnounced);
+  EXPECT_THAT(reasons(ask({}, 34)), ElementsAre(Reason::kNeverInField));
+  EXPECT_THAT(ask({}, 34).timeline, IsEmpty());
+}
+
+TEST_F(ExplainTest, ReadsAsSentencesWithTheTimelineBehind) {
+  fate(kTen + 5000, 1, Reason::kAnnounced);
+  entry(Kind::identification, kTen + 5001, {{"outcome", "unknown"}}, 33);
+  fate(kTen + 5020, 14, Reason::kSameCardTooSoon);
+  evidence_.sightings.back().fates.front().announced_from = kTen + 8000;
+  EXPECT_EQ(text_of(ask(), "1970-01-02"),
+            "Card 33 did not open the door at 10:00:05.000: it is nobody's card.\n"
+            "\n"
+            "1970-01-01\n"
+            "10:00:05.000  read once, RSSI 200; announced:\n"
+            "              it is nobody's card\n"
+            "10:00:05.020  read 14 times until 10:00:05.033, RSSI 200; not announced:\n"
+            "              same_card_too_soon; it would have been from 10:00:08.000 on\n");
+}
+
+TEST_F(ExplainTest, ASightingIsReadFromTheJournalAsItWasWritten) {
+  fate(kTen + 5020, 14, Reason::kSameCardTooSoon);
+  auto sighting = evidence_.sightings.back();
+  sighting.fates.front().announced_from = kTen + 8000;
+  sighting.fates.front().at_boundary = true;
+  sighting.goes_on = true;
+  EXPECT_EQ(sighting_of(entry_of(sighting)), sighting);
+  EXPECT_THROW(sighting_of(Entry{.kind = Kind::sighting}), std::runtime_error);
+}
+
+}  // namespace
+}  // namespace achost::why
