@@ -110,4 +110,27 @@ TEST_F(People, AnImportThatIsKilledIsStoredAsAWholeOrNotAtAll) {
   std::cout << whole << " of 20 imports were stored before they were killed\n";
 }
 
+TEST_F(People, AnImportWhoseHostIsKilledIsStoredAsAWholeOrNotAtAllAndIsThereWhenItWasSaid) {
+  std::filesystem::create_directory(state());
+  const std::string files[] = {file("a.csv", many_people("A")), file("b.csv", many_people("B"))};
+  output({"user", "import", files[1]});
+  int said = 0;
+  for (int i = 0; i < 10; ++i) {
+    start();
+    const char* const name = i % 2 == 0 ? ",A," : ",B,";
+    Achost import({"user", "import", files[static_cast<std::size_t>(i % 2)], "--state", state()});
+    std::this_thread::sleep_for(std::chrono::milliseconds(6 * i));  // the moment of the kill, not a wait
+    host().signal(SIGKILL);
+    host().wait();
+    const bool is_said = import.wait().status == 0;
+    const auto exported = output({"user", "export"});
+    const bool has_a = exported.find(",A,") != std::string::npos;
+    const bool has_b = exported.find(",B,") != std::string::npos;
+    EXPECT_NE(has_a, has_b) << "killed after " << 6 * i << " ms";
+    EXPECT_TRUE(!is_said || exported.find(name) != std::string::npos) << "killed after " << 6 * i << " ms";
+    said += is_said ? 1 : 0;
+  }
+  std::cout << said << " of 10 imports were said to be stored before the host was killed\n";
+}
+
 }  // namespace device_test
