@@ -23,7 +23,7 @@ namespace fs = std::filesystem;
 
 // A directory for what is restored, whose files belong to whom those of the state belong to.
 fs::path make_place(const fs::path& state) {
-  const auto place = state / kRestoreName;
+  auto place = state / kRestoreName;
   struct stat status {};
   if (stat(state.c_str(), &status) != 0 || mkdir(place.c_str(), 0700) != 0 ||
       chmod(place.c_str(), status.st_mode & 0770U) != 0 ||
