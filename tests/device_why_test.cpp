@@ -77,6 +77,7 @@ TEST_F(Why, ABlockedUserAndAnInhibitedReaderAreTold) {
   next_event("identification");
   EXPECT_EQ(decisive(why("1")), "user_blocked");
   output({"gpio", "set", "1", "1"});
+  output({"field", "clear"});
   output({"field", "add", kUnknown});
   const auto answer = why("33");
   EXPECT_EQ(decisive(answer), "inhibit_active") << answer;
@@ -88,7 +89,7 @@ TEST_F(Why, ACardThatWasNeverThereIsToldAsThatAndASilentReaderToo) {
   next_event("identification");
   EXPECT_EQ(codes(why("44").at("reasons")).front(), "never_in_field");
   output({"field", "fault", "silence", "1"});
-  next_event("reader_state", [](const json& event) { return event.at("state") == "silent"; });
+  next_event("reader", [](const json& event) { return event.at("state") == "silent"; });
   const auto answer = why("44", {"--at", "now"});
   EXPECT_THAT(codes(answer.at("reasons")), testing::ElementsAre("reader_silent", "never_in_field")) << answer;
 }

@@ -41,7 +41,7 @@ std::optional<Time> word(const std::string& text, std::time_t now, int more) {
       return day_of(now, later + more);
     }
   }
-  return text == "now" ? std::optional(static_cast<Time>(now) * 1000) : std::nullopt;
+  return std::nullopt;
 }
 
 // Takes ".006" out of the text, where the milliseconds stand of a time with a date.
@@ -139,6 +139,9 @@ std::optional<std::int64_t> duration(std::string_view text) {
 }
 
 std::optional<Time> before_now(const std::string& text, Time now) {
+  if (text == "now") {
+    return now;
+  }
   constexpr std::string_view kAgo = " ago";
   std::optional<std::int64_t> seconds;
   if (text.size() > 1 && text[0] == '-') {
