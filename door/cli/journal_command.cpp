@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -104,7 +105,8 @@ std::int64_t print_entries(const std::filesystem::path& state, const JournalQuer
   return looked;
 }
 
-// Whether the journal has been written since the last look.
+// Whether the journal may have been written since the last look. The time of a file goes in ticks, so what was written
+// lately may have been written again.
 class Changes {
  public:
   explicit Changes(const std::filesystem::path& state) : log_(state / "journal.db-wal") {}
@@ -112,7 +114,8 @@ class Changes {
   bool look() {
     std::error_code none;
     const auto time = std::filesystem::last_write_time(log_, none);
-    const bool is_new = none || time != seen_;
+    const bool is_new =
+        none || time != seen_ || std::filesystem::file_time_type::clock::now() - time < std::chrono::seconds(1);
     seen_ = none ? std::filesystem::file_time_type() : time;
     return is_new;
   }
