@@ -55,10 +55,10 @@ int open_own(const std::filesystem::path& file) {
 
 // The positions count the bytes that were ever put and taken.
 struct Spool::Header {
-  std::atomic<std::uint64_t> mark;
-  std::uint64_t ring_size;
   alignas(64) std::atomic<std::uint64_t> put;    // written by who puts, behind the record itself
   alignas(64) std::atomic<std::uint64_t> taken;  // written by who takes
+  std::atomic<std::uint64_t> mark;
+  std::uint64_t ring_size;
 };
 
 static_assert(std::atomic<std::uint64_t>::is_always_lock_free, "another process reads them");
@@ -190,9 +190,9 @@ void Spool::remove() {
 
 std::vector<std::filesystem::path> spool_files(const std::filesystem::path& state, const std::string& name) {
   std::vector<std::filesystem::path> files;
-  const auto add = [&](std::filesystem::path directory) {
+  const auto add = [&](const std::filesystem::path& directory) {
     if (directory.is_absolute()) {
-      files.push_back(std::move(directory) / name);
+      files.push_back(directory / name);
     }
   };
   const auto variable = [](const char* which) {
