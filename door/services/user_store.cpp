@@ -23,46 +23,26 @@ using rows::kKind;
 
 constexpr const char* kFileName = "users.db";
 
-// A number that is another one after somebody else has written the file. In memory that all processes share: no disk
-// is read for it, and no lock of a writer is in the way.
-class FileVersion {
- public:
-  explicit FileVersion(SQLite::Database& database) : query_(database, "PRAGMA data_version") {}
-
-  std::int64_t value() {
-    query_.tryReset();  // should the last time have failed
-    query_.executeStep();
-    const std::int64_t version = query_.getColumn(0).getInt64();
-    query_.reset();
-    return version;
-  }
-
- private:
-  SQLite::Statement query_;
-};
-
 std::string now() { return iso_time(std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now())); }
 
 }  // namespace
 
 struct UserStore::Impl {
-  explicit Impl(const std::filesystem::path& the_file) : file(the_file), watch(the_file) {}
+  Impl(const std::filesystem::path& the_file, Access access)
+      : file(the_file), is_owner(access == Access::read_write), watch(the_file) {}
 
   const std::filesystem::path file;
+  const bool is_owner;  // else others write it
   refhost::StoreWatch watch;
   std::vector<std::string> faults;  // of the opening
   std::function<void(const std::string&)> on_damage;
 
-  std::mutex mutex;                          // guards the next three; its holder may wait for the disk
+  std::mutex mutex;                          // guards the next one; its holder may wait for the disk
   std::optional<SQLite::Database> database;  // empty without a file, or once sealed
-  std::optional<FileVersion> own_version;    // does not change with what this object writes
-  std::int64_t own_loaded = 0;               // at the last loading
 
   std::mutex memory_mutex;  // guards the rest; taken after the other one; its holder does not wait for the disk
   UserMemory memory;
-  std::optional<SQLite::Database> observer;    // another connection, so that nobody's writing is in its way
-  std::optional<FileVersion> version;          // of the observer: changes with what this object writes, too
-  std::optional<std::int64_t> memory_version;  // that the memory is of; nothing before the first loading
+  bool is_loaded = false;  // the memory is of all that is stored; the owner's, as nobody else writes
 
   // What action() returns; SQLite's failures name the file.
   template <typename Action>
@@ -104,38 +84,20 @@ struct UserStore::Impl {
     return change(action, [&](SQLite::Database&, const auto& result) {
       const std::lock_guard lock(memory_mutex);
       // Should it fail midway, what comes later must not be put upon what is missing.
-      if (std::exchange(memory_version, std::nullopt).has_value()) {
-        const std::int64_t written = version->value();
-        if (own_version->value() == own_loaded) {  // up to then nobody else has written
-          learn(result);
-          memory_version = written;
-        }
+      if (std::exchange(is_loaded, false)) {
+        learn(result);
+        is_loaded = true;
       }
     });
   }
 
-  // With memory_mutex held.
-  bool is_current() { return memory_version.has_value() && memory_version == version->value(); }
-
-  bool is_loaded() {
-    const std::lock_guard lock(memory_mutex);
-    return memory_version.has_value();
-  }
-
   void load(SQLite::Database& open);
-  void bring_up_to_date(SQLite::Database& open);
   std::optional<User> held(std::uint64_t card);
 };
 
-// With the mutex held. What another process writes meanwhile makes the observer's version another one.
+// With the mutex held.
 void UserStore::Impl::load(SQLite::Database& open) {
-  std::int64_t before = 0;
-  {
-    const std::lock_guard lock(memory_mutex);
-    before = version->value();
-  }
   const rows::Transaction transaction(open, rows::Transaction::For::reading);
-  own_loaded = own_version->value();
   UserMemory fresh;
   fresh.reserve(static_cast<std::size_t>(open.execAndGet("SELECT count(*) FROM users").getInt64()),
                 static_cast<std::size_t>(open.execAndGet("SELECT count(*) FROM cards").getInt64()));
@@ -144,18 +106,7 @@ void UserStore::Impl::load(SQLite::Database& open) {
       open, [&](std::uint64_t card, std::int64_t user, bool is_right) { fresh.add_card(card, user, is_right); });
   const std::lock_guard lock(memory_mutex);
   memory = std::move(fresh);
-  memory_version = before;
-}
-
-// With the mutex held.
-void UserStore::Impl::bring_up_to_date(SQLite::Database& open) {
-  {
-    const std::lock_guard lock(memory_mutex);
-    if (is_current()) {
-      return;
-    }
-  }
-  load(open);
+  is_loaded = is_owner;
 }
 
 // With memory_mutex held.
@@ -172,22 +123,17 @@ std::optional<User> UserStore::Impl::held(std::uint64_t card) {
 }
 
 UserStore::UserStore(const std::filesystem::path& directory, Access access)
-    : impl_(std::make_unique<Impl>(directory / kFileName)) {
+    : impl_(std::make_unique<Impl>(directory / kFileName, access)) {
   Impl& my = *impl_;
   if (access == Access::read_write) {
     refhost::make_state_directory(directory);
     my.database.emplace(refhost::open_database(my.file, kKind, nullptr, &my.faults));
-  } else if (access == Access::beside_owner) {
-    my.database.emplace(refhost::open_database_beside_owner(my.file, kKind));
   } else {
     my.database = refhost::open_database_to_read(my.file, kKind);
   }
   my.with([&](SQLite::Database& open) {
     open.exec("PRAGMA foreign_keys = ON");
-    my.own_version.emplace(open);
-    my.observer.emplace(my.file.string(), SQLite::OPEN_READONLY);
-    my.version.emplace(*my.observer);
-    if (access == Access::read_write) {
+    if (my.is_owner) {
       my.load(open);  // nobody waits for it yet
     }
     return true;
@@ -199,15 +145,12 @@ UserStore::~UserStore() = default;
 std::optional<User> UserStore::holder_of(std::uint64_t card) const {
   {
     const std::lock_guard lock(impl_->memory_mutex);
-    if (!impl_->version.has_value()) {
-      return std::nullopt;  // there is no file
-    }
-    if (impl_->named([&] { return impl_->is_current(); })) {
+    if (impl_->is_loaded) {
       return impl_->held(card);
     }
   }
   return impl_->with([&](SQLite::Database& open) {
-    impl_->bring_up_to_date(open);
+    impl_->load(open);
     const std::lock_guard lock(impl_->memory_mutex);
     return impl_->held(card);
   });
@@ -349,9 +292,11 @@ void UserStore::change_all(const std::function<PeopleChange(const People&)>& pla
     return true;
   };
   impl_->change(write, [this](SQLite::Database& open, bool) {
-    if (impl_->is_loaded()) {
-      impl_->bring_up_to_date(open);
+    {
+      const std::lock_guard lock(impl_->memory_mutex);
+      impl_->is_loaded = false;
     }
+    impl_->load(open);
   });
 }
 
@@ -421,9 +366,6 @@ refhost::StoreReport UserStore::inspect(const std::filesystem::path& directory) 
 void UserStore::seal() {
   impl_->mutex.lock();  // both for good
   impl_->memory_mutex.lock();
-  impl_->version.reset();
-  impl_->observer.reset();  // before the one that can remove the write-ahead log
-  impl_->own_version.reset();
   impl_->database.reset();
 }
 

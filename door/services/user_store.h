@@ -16,26 +16,25 @@
 namespace achost {
 
 // Who may open: kept in the SQLite file users.db, and in memory for those who ask whose a card is. Every change is
-// durable before the call returns. Any thread may call, and other processes may use the same file: what they have
-// changed counts from then on. Each operation throws ac::ac_exception, which names the file, when the file cannot be
-// read or written; nothing is changed then.
+// durable before the call returns. Any thread may call. Other processes may read the file, and write it only while
+// nobody owns it. Each operation throws ac::ac_exception, which names the file, when the file cannot be read or
+// written; nothing is changed then.
 class UserStore {
  public:
   enum class Access {
     read_only,   // nothing is written; without a file there is nobody
     read_write,  // for the owner of the directory's lock: the directory (mode 0700) and the file are made when missing,
                  // and a damaged file is kept under another name
-    beside_owner,  // for others: the file must be there and sound
   };
 
-  // Open DIRECTORY/users.db. Throws refhost::NeedsOwner when only the owner can.
+  // Open DIRECTORY/users.db.
   UserStore(const std::filesystem::path& directory, Access access);
   ~UserStore();
   UserStore(const UserStore&) = delete;
   UserStore& operator=(const UserStore&) = delete;
 
   // Whose card it is; nothing when it is nobody's, or when what is stored of it or of its user is not what was written.
-  // Answered from memory: it waits for nobody's writing, and reads the disk once after another process has written.
+  // Its owner answers from memory, and waits for nobody's writing.
   std::optional<User> holder_of(std::uint64_t card) const;
   std::optional<std::int64_t> owner_of(std::uint64_t card) const;
 

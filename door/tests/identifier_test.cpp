@@ -18,6 +18,7 @@ class Identifier : public Services {
  protected:
   Identifier() {
     users.bind(0xFFFFFFFFFFFFFFFF, 7, "");
+    identify_by(users);
     watch({{"identifier_decision", {"value", "device_id", "uuid", "outcome", "user_id", "user_name"}},
            {"actuator_open_door", {"id", "reason"}}});
   }
@@ -34,7 +35,11 @@ class Identifier : public Services {
   const Bookkeeping books{.note = [this](const Entry& entry) { order.add(text_of_entry(entry)); },
                           .lets_open = [this] { return lets_open.load(); }};
   std::atomic<std::int64_t> now = 1000;  // ms since 1970
-  const IdentifierService identifier{users, changes, books, [this] { return now.load(); }};
+  std::optional<IdentifierService> identifier = std::nullopt;
+  void identify_by(const UserStore& store) {
+    identifier.reset();
+    identifier.emplace(store, changes, books, [this] { return now.load(); });
+  }
 
  private:
   static std::string text_of_entry(const Entry& entry) {
@@ -149,7 +154,15 @@ TEST_F(Identifier, EachSuppressionNeedsItsOwnRelease) {
                             "identifier_decision value=33 device_id=1 uuid=u outcome=unknown"}));
 }
 
+TEST_F(Identifier, UsersInMemoryOpenAlsoWhenTheirFileCannotBeRead) {
+  SQLite::Database(directory() / "users.db", SQLite::OPEN_READWRITE).exec("DROP TABLE cards");
+  present(-1);
+  EXPECT_EQ(seen(2), Texts({kKnownOpens, "actuator_open_door id=1 reason=0"}));
+}
+
 TEST_F(Identifier, UsersThatCannotBeReadOpenNothing) {
+  const UserStore reader(directory(), UserStore::Access::read_only);  // has none in memory
+  identify_by(reader);
   SQLite::Database(directory() / "users.db", SQLite::OPEN_READWRITE).exec("DROP TABLE cards");
   refhost::test::capture_log();
   present(-1);
@@ -157,6 +170,7 @@ TEST_F(Identifier, UsersThatCannotBeReadOpenNothing) {
   const std::string log = refhost::test::captured_log();
   EXPECT_NE(log.find("the door stays shut"), std::string::npos) << log;
   EXPECT_NE(log.find("users.db"), std::string::npos) << log;
+  identifier.reset();
 }
 
 TEST_F(Identifier, AMessageWithoutItsCardIsLogged) {
