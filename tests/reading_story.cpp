@@ -15,6 +15,7 @@
 #include "reading_loop.h"
 #include "second_host.h"
 #include "settings.h"
+#include "witness_beside.h"
 
 using second_host::Fields;
 using second_host::host;
@@ -49,6 +50,10 @@ constexpr int kGpio = 5;
 constexpr std::array kKeys{"operation_mode", "trig_idle", "trigger_timeout", "read_interval",
                            "read_interval_diff_tags"};
 constexpr auto kMode = static_cast<std::size_t>(why::Setting::kOperationMode);
+
+// Between the answer and the next question, and how long after it is there an answer may be noted.
+constexpr milliseconds kPause{1};
+constexpr nanoseconds kLatest = milliseconds(50);
 
 struct End {};
 struct Disagreement {
@@ -137,20 +142,28 @@ class Play {
     if (telling_ != Telling::kExactly) {
       time += nanoseconds(static_cast<std::int64_t>(random_() % 2'000'001) - 1'000'000);
     }
-    auto& latest = told_.at(telling_ == Telling::kFromAfar ? static_cast<std::size_t>(teller) : 0);
+    auto& latest = told_.at(rounds_are_told() ? 0 : static_cast<std::size_t>(teller));
     return latest = std::max(latest, time);
   }
 
-  // To whichever of the two plays.
+  bool rounds_are_told() const { return telling_ == Telling::kExactly || telling_ == Telling::kNearly; }
+
+  // To whichever of the two plays; a witness is told in its own way.
   template <typename What>
   void tell(What what) {
-    afar_ ? what(*afar_) : what(*model_);
+    if (afar_) {
+      what(*afar_);
+    } else if (model_) {
+      what(*model_);
+    }
   }
 
   void begin() {
     const auto start = told();
     last_round_ = fake_clock::now();
-    if (telling_ == Telling::kFromAfar) {
+    if (telling_ == Telling::kBesideADoor) {
+      witness_.emplace(witness_settings(), start, level_);
+    } else if (telling_ == Telling::kFromAfar) {
       afar_.emplace(settings_of(stored_), kPeriod, start);
     } else {
       model_.emplace(settings_of(stored_), start);
@@ -162,21 +175,22 @@ class Play {
   }
 
   void wait() {
-    if (!model_ && !afar_) {
+    if (!std::exchange(has_begun_, true)) {
       begin();
     } else {
       compare();
     }
     for (;;) {
-      const auto step = telling_ == Telling::kFromAfar ? next_of_plug_in() : next_({fake_clock::now(), marks_});
+      const auto step = rounds_are_told() ? next_({fake_clock::now(), marks_}) : next_of_plug_in();
       if (!step) {
         look_at_outcomes(fake_clock::now() + std::chrono::hours(1));
+        look_at_witness(true);
         throw End();
       }
       if (step->kind == Kind::kRound) {
         break;
       }
-      take(*step);
+      witness_ ? take_beside_a_door(*step) : take(*step);
     }
     last_round_ = fake_clock::now();
     ++count_.rounds;
@@ -238,6 +252,14 @@ class Play {
     if (announced) {
       mark_ends();
     }
+    if (witness_) {
+      if (announced) {
+        ++count_.announced;
+        witness_->announced(*announced, told(Teller::kAnnouncements));
+      }
+      look_at_witness(false);
+      return;
+    }
     if (afar_) {
       if (announced) {
         afar_->announced(*announced, told(Teller::kAnnouncements));
@@ -263,6 +285,35 @@ class Play {
         throw Disagreement{told_of(outcome.verdicts, outcome.announced)};
       }
       tell_of(outcome);
+    }
+  }
+
+  why::WitnessSettings witness_settings() const {
+    return {
+        .rules = settings_of(stored_), .probe_interval = kPause, .identification_bits = bits_, .reader_type = type_};
+  }
+
+  void look_at_witness(bool is_end) {
+    if (!witness_) {
+      return;
+    }
+    is_end ? witness_->end() : witness_->pass(fake_clock::now());
+    if (const auto& one = witness_->disagreement()) {
+      std::string text = "at " + std::to_string((one->at - start_time()).count()) + " ns the witness says of card " +
+                         std::to_string(one->card) +
+                         (one->was_announced ? " that it was announced, despite:" : " that it was not announced");
+      for (const auto& because : one->reasons) {
+        text += ' ';
+        text += why::row_of(because.reason).name;
+      }
+      throw Disagreement{text};
+    }
+    if (is_end) {
+      const auto& readings = witness_->readings();
+      count_.at_boundary += static_cast<std::uint64_t>(readings.at_boundary);
+      for (const auto& [reason, times] : readings.by_reason) {
+        count_.refused[reason] += static_cast<std::uint64_t>(times);
+      }
     }
   }
 
@@ -316,6 +367,35 @@ class Play {
       marks_.erase(marks_.begin());
     }
     marks_.push_back(time);
+  }
+
+  void take_beside_a_door(Step step) {
+    switch (step.kind) {
+      case Kind::kLoseMode:
+        return;
+      case Kind::kAnswer:
+      case Kind::kNotify:
+        step = {Kind::kInput, 0, std::abs(step.number)};
+        break;
+      default:
+        break;
+    }
+    take(step);
+    switch (step.kind) {
+      case Kind::kInput:
+        witness_->input(static_cast<int>(step.number), told());
+        break;
+      case Kind::kStore:
+        take_setting(static_cast<std::size_t>(step.what));
+        [[fallthrough]];
+      case Kind::kTake:
+      case Kind::kBits:
+      case Kind::kType:
+        witness_->apply(witness_settings(), told());
+        break;
+      default:
+        break;
+    }
   }
 
   void take(const Step& step) {
@@ -390,6 +470,10 @@ class Play {
 
   void pass(unsigned tags, nanoseconds takes) {
     read_tags(tags, takes);
+    if (witness_) {
+      pass_witness(tags, takes);
+      return;
+    }
     std::vector<why::Card> cards;
     for (std::size_t tag = 0; tag < kTags.size(); ++tag) {
       if ((tags >> tag & 1) != 0) {
@@ -404,6 +488,20 @@ class Play {
     for (const auto card : cards) {
       model_->read(card, at);
     }
+  }
+
+  // One answer of eight is noted late, by more than the times are off.
+  void pass_witness(unsigned tags, nanoseconds takes) {
+    std::vector<line::Bytes> epcs;
+    for (std::size_t tag = 0; tag < kTags.size(); ++tag) {
+      if ((tags >> tag & 1) != 0) {
+        epcs.push_back(kTags[tag]);
+      }
+    }
+    const auto late = std::min(takes - kLeastPass, kLatest);
+    const bool is_late = random_() % 8 == 0 && late > why::Suppression::kNear / 2;
+    const auto noted = told(Teller::kPolls);
+    witness_->answered(epcs, is_late ? noted - late : noted, noted);
   }
 
   void read_tags(unsigned tags, nanoseconds takes) {
@@ -442,6 +540,8 @@ class Play {
   bool is_last_ = false;
   std::optional<why::Suppression> model_;  // or:
   std::optional<why::SecondOpinion> afar_;
+  std::optional<WitnessBeside> witness_;
+  bool has_begun_ = false;
   std::vector<why::Verdict> expected_;
 };
 

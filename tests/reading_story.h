@@ -76,12 +76,14 @@ using Next = std::function<std::optional<Step>(const View&)>;
 // How the model is told. But for the first it is held to what it says away from its boundaries only.
 enum class Telling {
   kExactly,
-  kNearly,    // times are off by up to a millisecond, in their order
-  kFromAfar,  // the same, and out of order; rounds are not told, nor is it when each was (why::SecondOpinion)
+  kNearly,       // times are off by up to a millisecond, in their order
+  kFromAfar,     // the same, and out of order; rounds are not told, nor is it when each was (why::SecondOpinion)
+  kBesideADoor,  // the same, as what passes on the line and on the bus (why::Witness): now and then the plug-in notes
+                 // an answer late. A setting is taken when it is stored, and an input that changes is notified
 };
 
-// Told from afar, a story is given what the plug-in does besides: a round in each period, and one after each pass,
-// which takes its time.
+// Told from afar or beside a door, a story is given what the plug-in does besides: a round in each period, and one
+// after each pass, which takes its time.
 inline constexpr std::chrono::milliseconds kPeriod{50};
 inline constexpr std::chrono::milliseconds kLeastPass{5};
 

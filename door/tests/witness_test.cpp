@@ -249,6 +249,82 @@ TEST_F(WitnessTest, AnAnswerInPiecesSaysSoAndIsNoDisagreement) {
   EXPECT_THAT(disagreements_, IsEmpty());
 }
 
+TEST_F(WitnessTest, OfTwoTagsThatAreOneCardTheLatestReadingCounts) {
+  const Bytes same{0xE2, 1, 1, 33};
+  witness_.saw(poll(kBegin, {report(kFirst)}));
+  witness_.announced(kCard, kBegin + microseconds(200));
+  witness_.saw(poll(kBegin + seconds(4), {report(kSecond)}));
+  witness_.announced(kOther, kBegin + seconds(4) + microseconds(200));
+  const Time too_soon = kBegin + seconds(4) + milliseconds(480);
+  now_ = too_soon + milliseconds(24);
+  witness_.saw(poll(too_soon, {kNothingRead, report(kFirst)}));
+  witness_.saw(poll(now_, {kNothingRead, report(same)}));
+  witness_.announced(kCard, now_ + microseconds(200));
+  sightings();
+  EXPECT_THAT(disagreements_, IsEmpty());
+}
+
+TEST_F(WitnessTest, NothingIsDueOnceASettingHasChangedSinceTheAnswer) {
+  auto changed = settings();
+  changed.rules.operation_mode = Mode::kUnknown;
+  witness_.saw(poll(kBegin, {report(kFirst)}));
+  witness_.apply(changed, kBegin + milliseconds(10));  // and the plug-in, which missed the answer, looks now
+  sightings();
+  EXPECT_THAT(disagreements_, IsEmpty());
+}
+
+TEST_F(WitnessTest, NothingIsDueOnceTheLevelHasChangedSinceTheAnswer) {
+  auto inhibit = settings();
+  inhibit.rules.operation_mode = Mode::kInhibit;
+  witness_.apply(inhibit, kStart);
+  witness_.answer(0, kStart);
+  witness_.saw(poll(kBegin, {report(kFirst)}));
+  witness_.input(1, kBegin + milliseconds(10));
+  sightings();
+  EXPECT_THAT(disagreements_, IsEmpty());
+}
+
+TEST_F(WitnessTest, AChangeIsNoExcuseForAnAnnouncementThatWasDueLongBefore) {
+  auto changed = settings();
+  changed.rules.operation_mode = Mode::kUnknown;
+  witness_.saw(poll(kBegin, {report(kFirst)}));
+  witness_.apply(changed, kBegin + milliseconds(200));
+  sightings();
+  witness_.pass(kBegin + seconds(1));
+  ASSERT_THAT(disagreements_, SizeIs(1));
+  EXPECT_FALSE(disagreements_.front().was_announced);
+}
+
+TEST_F(WitnessTest, ALevelThatWasNotifiedToNobodyTriggersNothing) {
+  for (const bool is_notified : {false, true}) {
+    disagreements_.clear();
+    auto trigger = settings();
+    trigger.rules.operation_mode = Mode::kTrigger;
+    trigger.rules.trigger_timeout = seconds(1);
+    witness_.apply(trigger, now_);
+    is_notified ? witness_.input(1, now_) : witness_.answer(1, now_);
+    now_ += milliseconds(10);
+    witness_.saw(poll(now_, {report(kFirst)}));
+    now_ += milliseconds(200);
+    sightings();
+    EXPECT_THAT(disagreements_, SizeIs(is_notified ? 1 : 0));
+  }
+}
+
+TEST_F(WitnessTest, AnAnswerFromBeforeAChangeOfTheCardValuesMayBeToldAfterIt) {
+  auto changed = settings();
+  changed.identification_bits = 16;
+  witness_.apply(changed, kBegin + milliseconds(10));
+  witness_.saw(poll(kBegin, {report({0xE2, 0, 1, 33})}));
+  witness_.announced(kCard, kBegin + microseconds(200));
+  sightings();
+  witness_.pass(kBegin + seconds(1));
+  EXPECT_THAT(disagreements_, IsEmpty());
+  witness_.announced(kCard, kBegin + seconds(1));
+  witness_.pass(kBegin + seconds(2));
+  EXPECT_THAT(disagreements_, SizeIs(1)) << "long after it, nothing is forgiven";
+}
+
 TEST_F(WitnessTest, ACardThatIsNotReadForTwoSecondsAndTwoPollsHasLeft) {
   poll_until(kBegin + milliseconds(20), {report(kFirst)});
   announce(kCard);

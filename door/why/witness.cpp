@@ -46,12 +46,26 @@ Witness::Witness(WitnessSettings settings, Time start, std::function<void(const 
 Witness::~Witness() = default;
 
 void Witness::apply(const WitnessSettings& settings, Time at) {
+  if (settings.identification_bits != settings_.identification_bits || settings.reader_type != settings_.reader_type) {
+    doubt_values(at);
+  }
   settings_ = settings;
   second_opinion_.apply(settings.rules, at);
   second_opinion_.probe_interval(std::max(settings.probe_interval, kLate));
 }
 
+// An answer from before a change may be told after it, and what was read before it be announced after it.
+void Witness::doubt_values(Time at) {
+  const auto around = std::max(settings_.probe_interval, kLate) + kLate;
+  if (at - around > values_unsure_until_ + 2 * SecondOpinion::kPatience) {
+    values_unsure_from_ = at - around;
+  }
+  values_unsure_until_ = at + around;
+}
+
 void Witness::input(std::optional<int> level, Time at) { second_opinion_.input(level, at); }
+
+void Witness::answer(std::optional<int> level, Time at) { second_opinion_.answer(level, at); }
 
 void Witness::announced(Card card, Time at) { second_opinion_.announced(card, at); }
 
@@ -87,7 +101,7 @@ void Witness::saw(const line::Exchange& exchange) {
 // latest. On a busy machine that may be long after the answer was there.
 void Witness::look_back(Time asked) {
   if (!polls_.empty() && polls_.back().at == latest_ &&
-      asked - settings_.probe_interval - polls_.back().at > Suppression::kNear) {
+      asked - settings_.probe_interval - polls_.back().at > Suppression::kNear / 2) {
     polls_.back().is_timely = false;
     untimely_until_ = asked + kLate;
   }
@@ -166,7 +180,8 @@ void Witness::conclude(const Outcome& outcome) {
     conclude(*poll, outcome);
     polls_.erase(polls_.begin(), std::next(poll));
   }
-  if (outcome.opinion == Opinion::kDisagrees && is_sure) {
+  const bool are_values_sure = outcome.at < values_unsure_from_ || outcome.at > values_unsure_until_;
+  if (outcome.opinion == Opinion::kDisagrees && is_sure && are_values_sure) {
     tell(outcome);
   }
 }

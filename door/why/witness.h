@@ -61,7 +61,9 @@ class Witness {
   void saw(const line::Exchange& exchange);
   void announced(Card card, Time at);
   void apply(const WitnessSettings& settings, Time at);
+  // The input's level: it changed, and the plug-in was notified; or it is known, and was notified to nobody.
   void input(std::optional<int> level, Time at);
+  void answer(std::optional<int> level, Time at);
 
   // It is that time now.
   void pass(Time now);
@@ -96,6 +98,7 @@ class Witness {
   void conclude(Presence& presence, const Verdict& verdict, Opinion opinion) const;
   void tell(const Outcome& outcome) const;
   void end_over(Time now);
+  void doubt_values(Time at);
 
   WitnessSettings settings_;
   SecondOpinion second_opinion_;
@@ -106,6 +109,8 @@ class Witness {
   std::deque<Poll> polls_;                                                // that wait for their outcome
   Time unsure_until_{};                                                   // after an answer that came in pieces,
   Time untimely_until_{};                                                 // and after one that was taken late
+  Time values_unsure_from_{};                                             // around a change of what card values are,
+  Time values_unsure_until_{};                                            // the latest, with others close before it
   std::uint64_t number_of_polls_ = 0;
   std::uint64_t left_out_ = 0;
 };
