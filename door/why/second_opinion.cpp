@@ -98,7 +98,8 @@ void SecondOpinion::handle(Time at, Poll& poll) {
   if (announced) {
     outcome.announced = announced->first;
   }
-  outcome.opinion = model_.settle(outcome.verdicts, outcome.announced, decided);
+  // By its own time: the poll beside it may be another one than that which brought it.
+  outcome.opinion = model_.settle(outcome.verdicts, outcome.announced, announced ? announced->second : decided);
   postpone(outcome, ahead);
   if (outcome.opinion == Opinion::kDisagrees && !announced && is_excused(outcome, ahead)) {
     outcome.opinion = Opinion::kAtBoundary;
