@@ -74,12 +74,22 @@ ReadingWatch::~ReadingWatch() {
 
 void ReadingWatch::begin() {
   trigger_line_ = settings_.get_int("uhf", "trig_gpio").value_or(-1);
-  {
-    const std::lock_guard lock(mutex_);
-    known_settings_ = settings_now();
-  }
-  thread_ = std::thread([this] { run(); });
+  // First of all: what changes from now on is seen.
   tap_ = std::make_unique<refhost::BusTap>([this](const ac::Message& message) { see(message); });
+  const std::lock_guard lock(mutex_);
+  const auto now = steady_clock::now();
+  witness_.emplace(
+      settings_now(), now, [this](const why::Sighting& sighting) { note(sighting); },
+      [this](const why::Disagreement& disagreement) { tell(disagreement); });
+  witness_->answer(level_now(), now);
+  thread_ = std::thread([this] { run(); });
+}
+
+// Nothing where there is no such line.
+std::optional<int> ReadingWatch::level_now() const {
+  const int line = trigger_line_;
+  const bool is_there = line >= 0 && line < GpioService::kLines;
+  return is_there ? std::optional(gpio_.levels().at(static_cast<std::size_t>(line))) : std::nullopt;
 }
 
 why::WitnessSettings ReadingWatch::settings_now() const {
@@ -102,22 +112,22 @@ void ReadingWatch::see(const ac::Message& message) {
   int level = 0;
   std::string module;
   if (type == "identifier_new_card" && message.get_int64("value", &value)) {
-    put(steady_clock::now(), Announced{static_cast<why::Card>(value)}, 0);
+    put(steady_clock::now(), Announced{static_cast<why::Card>(value)});
   } else if (type == "gpio_notified" && message.get_int("gpio", &line) && line == trigger_line_ &&
              message.get_int("value", &level)) {
-    put(steady_clock::now(), Level{level}, 0);
+    put(steady_clock::now(), Level{level});
   } else if (type == "config_param_set" && message.get_string("module", &module) && module == "uhf") {
-    put(steady_clock::now(), settings_now(), 0);
+    put(steady_clock::now(), settings_now());
   }
 }
 
 void ReadingWatch::saw(line::Exchange exchange) {
   const auto at = exchange.last_byte;
-  const auto bytes = sizeof(Fact) + 2 * exchange.bytes.size();
-  put(at, std::move(exchange), bytes);
+  const auto more = 2 * exchange.bytes.size();
+  put(at, std::move(exchange), more);
 }
 
-void ReadingWatch::put(Time at, decltype(Fact::what) what, std::size_t bytes) {
+void ReadingWatch::put(Time at, decltype(Fact::what) what, std::size_t more) {
   // The line and the bus wait for no opinion: the thread that forms it may hang.
   constexpr milliseconds kPatience{5};
   std::unique_lock lock(facts_mutex_, std::try_to_lock);
@@ -125,6 +135,7 @@ void ReadingWatch::put(Time at, decltype(Fact::what) what, std::size_t bytes) {
     std::this_thread::sleep_for(std::chrono::microseconds(100));
     lock.try_lock();
   }
+  const auto bytes = sizeof(Fact) + more;
   if (!lock.owns_lock() || bytes_ + bytes > kMostBytes) {
     ++left_out_;
     return;
@@ -135,10 +146,13 @@ void ReadingWatch::put(Time at, decltype(Fact::what) what, std::size_t bytes) {
 
 void ReadingWatch::run() {
   pthread_setname_np(pthread_self(), "reading_watch");
-  for (std::unique_lock lock(mutex_); !ending_;) {
-    changed_.wait_for(lock, is_wanted_ ? kPeriodWhenWanted : kPeriod);
-    const refhost::Work::Step step(work_);
-    take_facts();
+  std::unique_lock lock(mutex_);
+  while (!ending_) {
+    changed_.wait_for(lock, known_until_ < wanted_until_ ? kPeriodWhenWanted : kPeriod);
+    if (!ending_) {
+      const refhost::Work::Step step(work_);
+      take_facts();
+    }
   }
 }
 
@@ -154,43 +168,35 @@ void ReadingWatch::take_facts() {
     bytes_ = 0;
   }
   std::ranges::for_each(facts, [this](const Fact& fact) { handle(fact); });
-  if (witness_ != nullptr) {
-    witness_->pass(now);
+  if (left_out_ != left_out_before_) {
+    catch_up(now);
   }
+  witness_->pass(now);
   known_until_ = now - std::max(kToldLate, why::SecondOpinion::kPatience);
-  is_wanted_ = false;
   changed_.notify_all();
+}
+
+// Something was left out: a change may have been, and an announcement. By the end of all intervals it is past.
+void ReadingWatch::catch_up(Time now) {
+  left_out_before_ = left_out_;
+  const auto settings = settings_now();
+  witness_->apply(settings, now);
+  witness_->input(level_now(), now);
+  const auto& rules = settings.rules;
+  doubtful_until_ = now + 2 * why::SecondOpinion::kPatience +
+                    std::max({rules.read_interval, rules.read_interval_diff_tags, rules.trigger_timeout});
 }
 
 void ReadingWatch::handle(const Fact& fact) {
   if (const auto* const exchange = std::get_if<line::Exchange>(&fact.what)) {
-    if (witness_ == nullptr && exchange->code == line::Code::inventory) {
-      witness_ = std::make_unique<why::Witness>(
-          known_settings_, exchange->asked, [this](const why::Sighting& sighting) { note(sighting); },
-          [this](const why::Disagreement& disagreement) { tell(disagreement); });
-      const int line = trigger_line_;
-      const bool is_there = line >= 0 && line < GpioService::kLines;
-      const auto now = is_there ? std::optional(gpio_.levels().at(static_cast<std::size_t>(line))) : std::nullopt;
-      witness_->input(known_level_.has_value() ? known_level_ : now, exchange->asked);
-    }
-    if (witness_ != nullptr) {
-      witness_->saw(*exchange);
-      counters_.readings += exchange->answer.tags.size();
-    }
+    witness_->saw(*exchange);
+    counters_.readings += exchange->answer.tags.size();
   } else if (const auto* const announced = std::get_if<Announced>(&fact.what)) {
-    if (witness_ != nullptr) {
-      witness_->announced(announced->card, fact.at);
-    }
+    witness_->announced(announced->card, fact.at);
   } else if (const auto* const level = std::get_if<Level>(&fact.what)) {
-    known_level_ = level->level;
-    if (witness_ != nullptr) {
-      witness_->input(known_level_, fact.at);
-    }
+    witness_->input(level->level, fact.at);
   } else {
-    known_settings_ = std::get<why::WitnessSettings>(fact.what);
-    if (witness_ != nullptr) {
-      witness_->apply(known_settings_, fact.at);
-    }
+    witness_->apply(std::get<why::WitnessSettings>(fact.what), fact.at);
   }
 }
 
@@ -203,6 +209,9 @@ void ReadingWatch::note(const why::Sighting& sighting) {
 }
 
 void ReadingWatch::tell(const why::Disagreement& disagreement) {
+  if (disagreement.at < doubtful_until_) {
+    return;
+  }
   ++counters_.disagreements;
   const auto now = steady_clock::now();
   if (now < next_word_) {
@@ -221,15 +230,11 @@ void ReadingWatch::tell(const why::Disagreement& disagreement) {
 std::vector<why::ToldSighting> ReadingWatch::sightings() const {
   const auto asked = steady_clock::now();
   std::unique_lock lock(mutex_);
-  const auto is_there = [&] {
-    is_wanted_ = known_until_ < asked;
-    return !is_wanted_ || ending_;
-  };
-  is_there();
+  wanted_until_ = std::max(wanted_until_, asked);
   changed_.notify_all();
-  changed_.wait_for(lock, kPatience, is_there);
+  changed_.wait_for(lock, kPatience, [&] { return known_until_ >= asked || ending_; });
   std::vector<why::ToldSighting> all(just_over_.begin(), just_over_.end());
-  if (witness_ != nullptr) {
+  if (witness_.has_value()) {
     std::ranges::transform(witness_->sightings(), std::back_inserter(all),
                            [](const why::Sighting& sighting) { return told(sighting, wall_time); });
   }
@@ -249,8 +254,8 @@ void ReadingWatch::end() {
     return;
   }
   ending_ = true;
-  take_facts();
-  if (witness_ != nullptr) {
+  if (witness_.has_value()) {
+    take_facts();
     witness_->end();
   }
   changed_.notify_all();

@@ -28,7 +28,7 @@ namespace achost {
 // sends "second_opinion" {int64 "value", string "text"}, a few times a minute at most, and counts.
 class ReadingWatch {
  public:
-  // What is held for the thread; an answer beyond is left out and counted.
+  // What is held for the thread; what is beyond is left out and counted.
   static constexpr std::size_t kMostBytes = 4U << 20U;
 
   // Does nothing before begin(). note: gets the sightings that are over, and the disagreements. All must outlive it.
@@ -50,9 +50,11 @@ class ReadingWatch {
   struct Counters {
     std::uint64_t readings = 0;  // looked at
     std::uint64_t disagreements = 0;
-    std::uint64_t left_out = 0;  // answers, for want of room
+    std::uint64_t left_out = 0;  // for want of room
   };
   Counters counters() const;
+  // The last of them, also while the thread hangs.
+  std::uint64_t left_out() const { return left_out_; }
 
   // The cards in the field are noted, at the end of the process; nothing is looked at any more.
   void end();
@@ -72,10 +74,12 @@ class ReadingWatch {
   };
 
   void see(const ac::Message& message);
-  void put(Time at, decltype(Fact::what) what, std::size_t bytes);
+  void put(Time at, decltype(Fact::what) what, std::size_t more = 0);  // more: bytes beside the fact itself
   why::WitnessSettings settings_now() const;
+  std::optional<int> level_now() const;
   void run();
   void take_facts();
+  void catch_up(Time now);
   void handle(const Fact& fact);
   void note(const why::Sighting& sighting);
   void tell(const why::Disagreement& disagreement);
@@ -88,19 +92,19 @@ class ReadingWatch {
   std::mutex facts_mutex_;  // guards the next two; nobody waits for it for long
   std::vector<Fact> facts_;
   std::size_t bytes_ = 0;
-  std::atomic<std::uint64_t> left_out_ = 0;
+  std::atomic<std::uint64_t> left_out_ = 0;  // answers, announcements and changes
 
   mutable std::mutex mutex_;                 // guards all below but the thread
-  mutable std::condition_variable changed_;  // of known_until_, is_wanted_ and ending_
-  std::unique_ptr<why::Witness> witness_;    // once the plug-in polls
-  why::WitnessSettings known_settings_;
-  std::optional<int> known_level_;
+  mutable std::condition_variable changed_;  // of known_until_, wanted_until_ and ending_
+  std::optional<why::Witness> witness_;      // once it has begun
   std::deque<why::ToldSighting> just_over_;  // the journal may not have them yet
   Time known_until_{};                       // what became of all readings before it is known
-  mutable bool is_wanted_ = false;           // somebody waits for known_until_
+  mutable Time wanted_until_{};              // somebody waits until that much is known
   bool ending_ = false;
   Counters counters_;
-  Time next_word_{};  // about a disagreement
+  std::uint64_t left_out_before_ = 0;  // as the thread knows it
+  Time doubtful_until_{};              // something was left out: what follows from it lasts that long
+  Time next_word_{};                   // about a disagreement
   refhost::Work work_{"second opinion"};
   std::thread thread_;                    // once it has begun
   std::unique_ptr<refhost::BusTap> tap_;  // last: it uses the others
