@@ -11,6 +11,7 @@
 
 #include "commands.h"
 #include "door/journal/journal.h"
+#include "full_journal.h"
 #include "store.h"
 #include "table.h"
 
@@ -67,20 +68,6 @@ void storing(const fs::path& directory) {
   print_row("bare SQLite: the same inserted, the longest of 300", number(quantile(bare_times, 1)) + " ms");
 }
 
-// An entry in 15 seconds, up to now, of 1,000 users. Nobody looks at the checksums.
-void fill(const fs::path& directory) {
-  { const Journal makes_the_file(directory); }
-  SQLite::Database database(directory / "journal.db", SQLite::OPEN_READWRITE);
-  database.exec("PRAGMA synchronous = OFF");
-  database.exec(
-      "INSERT INTO entries(number, kind, at, zone, monotonic, boot, trusted, user, card, fields, sum) WITH RECURSIVE "
-      "n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < " +
-      std::to_string(kEntries) + ") SELECT i, 1 + i % 3, (strftime('%s', 'now') - 15 * (" + std::to_string(kEntries) +
-      " - i)) * 1000, 0, 0, 1, 0, CASE WHEN i % 3 = 0 THEN 1 + i / 3 % 1000 END, "
-      "CASE WHEN i % 3 = 0 THEN (1 + i / 3 % 1000) * 7919 END, '{\"outcome\":\"opens\"}', 0 FROM n");
-  database.exec("PRAGMA wal_checkpoint(TRUNCATE)");
-}
-
 struct Question {
   std::vector<std::string> words;
   std::string bare;
@@ -135,7 +122,7 @@ int main(int count, char** arguments) {
   noting(small.path());
   storing(small.path());
   const TemporaryDirectory full;
-  fill(full.path());
+  fill_journal(full.path(), kEntries);
   ask(arguments[1], full.path());
   return 0;
 }

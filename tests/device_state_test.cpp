@@ -136,6 +136,29 @@ TEST_F(Device, AnAuditLogWithADamagedPageIsAnAlarmOnceTheDoorReadsAndIsBegunAnew
   EXPECT_EQ(command({"check"}).status, 0);
 }
 
+TEST_F(Device, AJournalWithADamagedPageIsAnAlarmOnceTheDoorReadsAndItsNumbersGoOn) {
+  start();
+  end();
+  const auto file = state() + "/journal.db";
+  SQLite::Database(file, SQLite::OPEN_READWRITE)
+      .exec(
+          "INSERT INTO entries(kind, at, zone, monotonic, boot, trusted, fields, sum) WITH RECURSIVE n(i) AS "
+          "(SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 20000) SELECT 1, i, 0, 0, 1, 0, '{}', 0 FROM n");
+  std::fstream(file, std::ios::in | std::ios::out).seekp(100 * 4096) << std::string(4096, 'x');
+  start();
+  auto alarm = next_event("alarm");
+  while (std::string(alarm.at("text")).find("is damaged (") == std::string::npos) {
+    alarm = next_event("alarm");  // of the checksums, which are wrong
+  }
+  EXPECT_EQ(alarm.at("name"), "journal.db");
+  EXPECT_THAT(status().at("alarms").dump(), HasSubstr("it is kept as " + file + ".damaged-"));
+  output({"rex"});
+  EXPECT_THAT(output({"journal", "--json", "--kind", "gap"}), HasSubstr("is damaged ("));
+  EXPECT_EQ(output({"journal", "--json", "--after", "0", "--until", "1970-01-02"}), "")
+      << "the old ones are kept apart";
+  EXPECT_EQ(command({"check"}).status, 0);
+}
+
 TEST_F(Device, ADamagedWriteAheadLogIsAnAlarmAndTheDoorOpens) {
   start();
   output({"config", "set", "read_interval", "500"});

@@ -41,8 +41,8 @@ struct JournalRetention {
 // Readers see what is on the disk, so a number that was seen is never given again.
 class Journal {
  public:
-  // Open DIRECTORY/journal.db; directory (mode 0700) and file are made when missing, a damaged file is kept under
-  // another name. Throws ac::ac_exception when the file is none or is of a newer version.
+  // Open DIRECTORY/journal.db; directory (mode 0700) and file are made when missing, a file that shows its damage is
+  // kept under another name. Throws ac::ac_exception when the file is none or is of a newer version.
   explicit Journal(const std::filesystem::path& directory);
 
   // Stores what waits, as far as the disk takes it, and ends the thread.
@@ -60,8 +60,16 @@ class Journal {
   // over; on any thread. To be set before other threads use the journal.
   void on_trouble(std::function<void(const std::string&)> callback);
 
+  // Called with all faults() when another one is found, on any thread. Not for those of the opening.
+  void on_damage(std::function<void(const std::vector<std::string>&)> callback);
+
   // What may go, asked now and then. To be set before other threads use the journal; at the start all stays.
   void retain(std::function<JournalRetention()> rule);
+
+  // Read all pages, which opening does not, and tell whether there was something to do: the first time only. Takes
+  // seconds for a big file; nobody waits for it. A file that is damaged is then kept under another name, and a new one
+  // begun, whose numbers go on. Throws ac::ac_exception when it is to be called again.
+  bool examine();
 
   // To be called about each second: sees jumps of the clock, and a disk that does not answer.
   void look();
@@ -75,8 +83,8 @@ class Journal {
   // Whether the run before has begun, and not ended.
   bool found_unended_run() const;
 
-  // What was wrong with the file or the spool when it was opened, a line each.
-  const std::vector<std::string>& faults() const;
+  // What was wrong with the file or the spool when it was opened, and since, a line each.
+  std::vector<std::string> faults() const;
 
   // Store what waits, as far as the disk takes it, and close the file for good, at the end of the process. Entries that
   // come from now on are lost.

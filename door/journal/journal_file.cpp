@@ -4,7 +4,9 @@
 #include <array>
 #include <chrono>
 #include <random>
+#include <utility>
 
+#include "ac/exception.h"
 #include "door/journal/entry_code.h"
 #include "refhost/log.h"
 
@@ -29,6 +31,7 @@ const refhost::DatabaseKind kJournalKind = {
     .probe = "SELECT number, kind, at, zone, monotonic, boot, trusted, user, card, fields, sum FROM entries LIMIT 0",
     .way_out = "restore a copy of it, or move it away to begin a new one",
     .shrinks = true,
+    .is_big = true,
 };
 
 namespace {
@@ -75,6 +78,20 @@ std::int64_t last_number_of(const std::filesystem::path& file) {
   }
 }
 
+// The greatest number of the damaged files that are kept beside it. They are there also where a crash came before the
+// new file had its first number.
+std::int64_t last_number_kept(const std::filesystem::path& file) {
+  const std::string prefix = file.filename().string() + ".damaged-";
+  std::int64_t last = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(file.parent_path())) {
+    const auto name = entry.path().filename().string();
+    if (name.starts_with(prefix) && !name.ends_with("-wal") && !name.ends_with("-shm")) {
+      last = std::max(last, last_number_of(entry.path()));
+    }
+  }
+  return last;
+}
+
 template <typename Number>
 void bind(SQLite::Statement& statement, int index, const std::optional<Number>& number) {
   if (number.has_value()) {
@@ -86,41 +103,93 @@ void bind(SQLite::Statement& statement, int index, const std::optional<Number>& 
 
 }  // namespace
 
-JournalFile::JournalFile(const std::filesystem::path& directory)
-    : file_(directory / kJournalFileName),
-      watch_(file_),
-      database_(refhost::open_database(
-          file_, kJournalKind, [this] { last_ = last_number_of(file_); }, &faults_)),
-      insert_(database_, kInsert) {
+JournalFile::Open::Open(SQLite::Database the_database) : database(std::move(the_database)), insert(database, kInsert) {}
+
+JournalFile::JournalFile(const std::filesystem::path& directory) : file_(directory / kJournalFileName), watch_(file_) {
+  auto database = refhost::open_database(file_, kJournalKind, nullptr, &faults_);
   try {
-    id_ = fact(kIdFact);
-    if (id_.empty()) {
-      begin(last_);
+    open(std::move(database));
+    check_latest();
+  } catch (const SQLite::Exception& failure) {
+    if (!refhost::is_damage(failure)) {
+      throw_database_failure(file_, kJournalKind, failure);
     }
-    last_ = database_.execAndGet(kLast).getInt64();
+    begin_anew(failure.what());
+  }
+}
+
+void JournalFile::open(SQLite::Database database) {
+  open_ = std::make_unique<Open>(std::move(database));
+  if (const std::string id = fact(kIdFact); !id.empty()) {
+    id_ = id;
+    last_ = open_->database.execAndGet(kLast).getInt64();
     spool_ = fact(kSpoolFact);
     is_running_ = fact(kRunningFact) == "1";
-    check_latest();
+  } else {
+    begin();
+  }
+}
+
+// A new file. Where it goes on for a damaged one, that one's spool is its own.
+void JournalFile::begin() {
+  id_ = id_.empty() ? random_id() : id_;
+  last_ = last_ == 0 ? last_number_kept(file_) : last_;
+  SQLite::Transaction transaction(open_->database);
+  set_fact(kIdFact, id_);
+  set_fact(kSaidFact, std::to_string(last_));
+  set_fact(kSpoolFact, spool_);
+  set_fact(kRunningFact, is_running_ ? "1" : "0");
+  SQLite::Statement number(open_->database, "INSERT INTO sqlite_sequence(name, seq) VALUES('entries', ?)");
+  number.bind(1, last_);
+  number.exec();
+  transaction.commit();
+}
+
+// Where the new one cannot be made at once, the next use tries it again, and keeps nothing a second time.
+void JournalFile::begin_anew(const std::string& damage) {
+  try {
+    const bool is_kept = std::exchange(is_beginning_, true);
+    open(is_kept ? refhost::open_database(file_, kJournalKind, nullptr, &faults_)
+                 : refhost::begin_database_anew(file_, kJournalKind, damage, &faults_));
+    is_beginning_ = false;
   } catch (const SQLite::Exception& failure) {
     throw_database_failure(file_, kJournalKind, failure);
   }
 }
 
-// A new file, whose numbers go on behind those of the one before.
-void JournalFile::begin(std::int64_t last) {
-  SQLite::Transaction transaction(database_);
-  id_ = random_id();
-  set_fact(kIdFact, id_);
-  set_fact(kSaidFact, std::to_string(last));
-  SQLite::Statement number(database_, "INSERT INTO sqlite_sequence(name, seq) VALUES('entries', ?)");
-  number.bind(1, last);
-  number.exec();
-  transaction.commit();
+void JournalFile::add_fault(const std::string& reason) {
+  faults_.push_back(file_.string() + ": " + reason);
+  refhost::log::error(faults_.back());
+}
+
+template <typename Action>
+auto JournalFile::use(const char* what, Action action) {
+  refhost::StoreWatch::Use use(watch_, what);
+  try {
+    if (is_beginning_) {
+      begin_anew("");
+    }
+    try {
+      return action();
+    } catch (const SQLite::Exception& failure) {
+      if (!refhost::is_damage(failure)) {
+        throw;
+      }
+      begin_anew(failure.what());
+      return action();
+    }
+  } catch (const SQLite::Exception& failure) {
+    use.fail(failure.what());
+    throw_database_failure(file_, kJournalKind, failure);
+  } catch (const ac::ac_exception& failure) {
+    use.fail(failure.what());
+    throw;
+  }
 }
 
 void JournalFile::part() {
   try {
-    SQLite::Transaction transaction(database_);
+    SQLite::Transaction transaction(open_->database);
     id_ = random_id();
     set_fact(kIdFact, id_);
     set_fact(kSpoolFact, "");
@@ -135,10 +204,9 @@ void JournalFile::part() {
 
 void JournalFile::check_latest() {
   refhost::StoreReport report;
-  check_entries(database_, last_ - kCheckedAtOpen, report);
+  check_entries(open_->database, last_ - kCheckedAtOpen, report);
   for (const auto& fault : report.faults) {
-    faults_.push_back(file_.string() + ": " + fault);
-    refhost::log::error(faults_.back());
+    add_fault(fault);
   }
 }
 
@@ -155,46 +223,46 @@ void JournalFile::set_spool(const std::string& file) {
 }
 
 void JournalFile::store(const std::vector<JournalEntry>& entries) {
-  refhost::StoreWatch::Use use(watch_, "entries of the journal");
-  try {
-    boot_.clear();  // what a transaction that failed has made is not there
-    SQLite::Transaction transaction(database_, SQLite::TransactionBehavior::IMMEDIATE);
-    std::int64_t last = last_;
-    for (const auto& entry : entries) {
-      if (entry.number > last) {
-        insert(entry);
-        take_note_of(entry);
-        last = entry.number;
-      }
+  use("entries of the journal", [&] { store_all(entries); });
+}
+
+void JournalFile::store_all(const std::vector<JournalEntry>& entries) {
+  boot_.clear();  // what a transaction that failed has made is not there
+  SQLite::Transaction transaction(open_->database, SQLite::TransactionBehavior::IMMEDIATE);
+  std::int64_t last = last_;
+  for (const auto& entry : entries) {
+    if (entry.number > last) {
+      insert(entry);
+      take_note_of(entry);
+      last = entry.number;
     }
-    transaction.commit();
-    last_ = last;
-  } catch (const SQLite::Exception& failure) {
-    use.fail(failure.what());
-    throw_database_failure(file_, kJournalKind, failure);
   }
+  transaction.commit();
+  last_ = last;
 }
 
 void JournalFile::insert(const JournalEntry& entry) {
-  insert_.tryReset();  // should the last time have failed
-  insert_.bind(1, entry.number);
-  insert_.bind(2, static_cast<int>(entry.entry.kind));
-  insert_.bind(3, entry.time.wall);
-  insert_.bind(4, entry.time.offset);
-  insert_.bind(5, entry.time.monotonic);
-  insert_.bind(6, boot(entry.boot));
-  insert_.bind(7, entry.time.is_trusted ? 1 : 0);
-  bind(insert_, 8, entry.entry.user);
-  bind(insert_, 9, entry.entry.card);
-  insert_.bind(10, json_of_fields(entry.entry.fields));
-  insert_.exec();
-  insert_.reset();
+  auto& insert = open_->insert;
+  insert.tryReset();  // should the last time have failed
+  insert.bind(1, entry.number);
+  insert.bind(2, static_cast<int>(entry.entry.kind));
+  insert.bind(3, entry.time.wall);
+  insert.bind(4, entry.time.offset);
+  insert.bind(5, entry.time.monotonic);
+  insert.bind(6, boot(entry.boot));
+  insert.bind(7, entry.time.is_trusted ? 1 : 0);
+  bind(insert, 8, entry.entry.user);
+  bind(insert, 9, entry.entry.card);
+  insert.bind(10, json_of_fields(entry.entry.fields));
+  insert.exec();
+  insert.reset();
 }
 
 // What an entry says of the journal itself is remembered with it.
 void JournalFile::take_note_of(const JournalEntry& entry) {
   if (entry.entry.kind == Kind::start || entry.entry.kind == Kind::end) {
-    set_fact(kRunningFact, entry.entry.kind == Kind::start ? "1" : "0");
+    is_running_ = entry.entry.kind == Kind::start;
+    set_fact(kRunningFact, is_running_ ? "1" : "0");
   } else if (entry.entry.kind == Kind::retention) {
     for (const auto& [name, value] : entry.entry.fields) {
       if (name == "last") {
@@ -206,10 +274,10 @@ void JournalFile::take_note_of(const JournalEntry& entry) {
 
 std::int64_t JournalFile::boot(const std::string& text) {
   if (text != boot_ || boot_number_ == 0) {
-    SQLite::Statement add(database_, "INSERT OR IGNORE INTO boots(id) VALUES(?)");
+    SQLite::Statement add(open_->database, "INSERT OR IGNORE INTO boots(id) VALUES(?)");
     add.bind(1, text);
     add.exec();
-    SQLite::Statement find(database_, "SELECT number FROM boots WHERE id = ?");
+    SQLite::Statement find(open_->database, "SELECT number FROM boots WHERE id = ?");
     find.bind(1, text);
     find.executeStep();
     boot_ = text;
@@ -219,54 +287,52 @@ std::int64_t JournalFile::boot(const std::string& text) {
 }
 
 std::string JournalFile::fact(const char* name) {
-  SQLite::Statement query(database_, "SELECT value FROM facts WHERE name = ?");
+  SQLite::Statement query(open_->database, "SELECT value FROM facts WHERE name = ?");
   query.bind(1, name);
   return query.executeStep() ? query.getColumn(0).getString() : "";
 }
 
 void JournalFile::set_fact(const char* name, const std::string& value) {
-  SQLite::Statement put(database_, "INSERT OR REPLACE INTO facts(name, value) VALUES(?, ?)");
+  SQLite::Statement put(open_->database, "INSERT OR REPLACE INTO facts(name, value) VALUES(?, ?)");
   put.bind(1, name);
   put.bind(2, value);
   put.exec();
 }
 
-// The oldest, up to the first that may stay: so the numbers that are there follow each other.
 bool JournalFile::remove_some(const JournalRetention& rule) {
-  refhost::StoreWatch::Use use(watch_, "old entries of the journal");
-  try {
-    SQLite::Statement oldest(database_, "SELECT number, at FROM entries ORDER BY number LIMIT ?");
-    oldest.bind(1, kMostToGo);
-    const std::int64_t too_many = rule.keep > 0 ? last_ - rule.keep : 0;
-    const std::int64_t too_old = rule.knows_ages ? rule.oldest : 0;
-    int found = 0;
-    std::int64_t last = 0;
-    while (oldest.executeStep()) {
-      const std::int64_t number = oldest.getColumn(0);
-      if (number > too_many && oldest.getColumn(1).getInt64() >= too_old) {
-        break;
-      }
-      last = number;
-      ++found;
+  return use("old entries of the journal", [&] { return remove_oldest(rule); });
+}
+
+// The oldest, up to the first that may stay: so the numbers that are there follow each other.
+bool JournalFile::remove_oldest(const JournalRetention& rule) {
+  SQLite::Statement oldest(open_->database, "SELECT number, at FROM entries ORDER BY number LIMIT ?");
+  oldest.bind(1, kMostToGo);
+  const std::int64_t too_many = rule.keep > 0 ? last_ - rule.keep : 0;
+  const std::int64_t too_old = rule.knows_ages ? rule.oldest : 0;
+  int found = 0;
+  std::int64_t last = 0;
+  while (oldest.executeStep()) {
+    const std::int64_t number = oldest.getColumn(0);
+    if (number > too_many && oldest.getColumn(1).getInt64() >= too_old) {
+      break;
     }
-    oldest.reset();
-    const bool has_room = database_.execAndGet("PRAGMA freelist_count").getInt() > kFreePages;
-    if (found == 0 && !has_room) {
-      return false;
-    }
-    SQLite::Transaction transaction(database_, SQLite::TransactionBehavior::IMMEDIATE);
-    SQLite::Statement remove(database_, "DELETE FROM entries WHERE number <= ?");
-    remove.bind(1, last);
-    remove.exec();
-    if (has_room) {
-      database_.exec("PRAGMA incremental_vacuum(" + std::to_string(kPagesBack) + ")");
-    }
-    transaction.commit();
-    return found == kMostToGo || has_room;
-  } catch (const SQLite::Exception& failure) {
-    use.fail(failure.what());
-    throw_database_failure(file_, kJournalKind, failure);
+    last = number;
+    ++found;
   }
+  oldest.reset();
+  const bool has_room = open_->database.execAndGet("PRAGMA freelist_count").getInt() > kFreePages;
+  if (found == 0 && !has_room) {
+    return false;
+  }
+  SQLite::Transaction transaction(open_->database, SQLite::TransactionBehavior::IMMEDIATE);
+  SQLite::Statement remove(open_->database, "DELETE FROM entries WHERE number <= ?");
+  remove.bind(1, last);
+  remove.exec();
+  if (has_room) {
+    open_->database.exec("PRAGMA incremental_vacuum(" + std::to_string(kPagesBack) + ")");
+  }
+  transaction.commit();
+  return found == kMostToGo || has_room;
 }
 
 std::optional<JournalFile::Gone> JournalFile::gone() {
@@ -274,10 +340,10 @@ std::optional<JournalFile::Gone> JournalFile::gone() {
     const std::string said = fact(kSaidFact);
     const Gone gone{
         .first = 1 + (said.empty() ? 0 : std::stoll(said)),
-        .last =
-            database_.execAndGet("SELECT coalesce((SELECT min(number) FROM entries), 1 + (" + std::string(kLast) + "))")
-                .getInt64() -
-            1};
+        .last = open_->database
+                    .execAndGet("SELECT coalesce((SELECT min(number) FROM entries), 1 + (" + std::string(kLast) + "))")
+                    .getInt64() -
+                1};
     return gone.last < gone.first ? std::nullopt : std::optional(gone);
   } catch (const SQLite::Exception& failure) {
     throw_database_failure(file_, kJournalKind, failure);

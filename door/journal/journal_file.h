@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -19,7 +20,8 @@ namespace achost {
 inline constexpr const char* kJournalFileName = "journal.db";
 extern const refhost::DatabaseKind kJournalKind;
 
-// For its owner, and for one thread at a time. Each operation throws ac::ac_exception, which names the file.
+// For its owner, and for one thread at a time. Each operation throws ac::ac_exception, which names the file. One that
+// finds the file damaged begins it anew first, and goes on with the new one.
 class JournalFile {
  public:
   explicit JournalFile(const std::filesystem::path& directory);
@@ -56,24 +58,43 @@ class JournalFile {
   // Nothing when nothing has gone.
   std::optional<Gone> gone();
 
-  // What was wrong with it when it was opened.
+  // Keep the file under another name, as it is damaged in that way, and begin a new one, whose numbers go on behind
+  // those of the old one.
+  void begin_anew(const std::string& damage);
+
+  // It cannot be examined, for that reason.
+  void add_fault(const std::string& reason);
+
+  // What was wrong with it when it was opened, and since.
   const std::vector<std::string>& faults() const { return faults_; }
 
  private:
-  void begin(std::int64_t last);
+  struct Open {
+    explicit Open(SQLite::Database the_database);
+
+    SQLite::Database database;
+    SQLite::Statement insert;  // kept, because every entry needs it
+  };
+
+  void open(SQLite::Database database);
+  void begin();
   void check_latest();
+  void store_all(const std::vector<JournalEntry>& entries);
+  bool remove_oldest(const JournalRetention& rule);
   void insert(const JournalEntry& entry);
   void take_note_of(const JournalEntry& entry);
   std::int64_t boot(const std::string& text);
   std::string fact(const char* name);
   void set_fact(const char* name, const std::string& value);
+  template <typename Action>
+  auto use(const char* what, Action action);
 
   const std::filesystem::path file_;
   refhost::StoreWatch watch_;
   std::vector<std::string> faults_;
   std::int64_t last_ = 0;
-  SQLite::Database database_;
-  SQLite::Statement insert_;
+  std::unique_ptr<Open> open_;
+  bool is_beginning_ = false;  // the old file is kept, and the new one not made yet
   std::string id_;
   std::string spool_;
   bool is_running_ = false;

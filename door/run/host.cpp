@@ -19,6 +19,7 @@
 #include "door/backup/take_over.h"
 #include "door/base/settings_rules.h"
 #include "door/journal/changes.h"
+#include "door/journal/journal_file.h"
 #include "door/run/temporary_state.h"
 #include "refhost/clock.h"
 #include "refhost/delivery.h"
@@ -140,7 +141,7 @@ Host::Host(const std::filesystem::path& state, Reader& reader, Printer::Form for
       watchdog_(refhost::WatchdogTable::instance(), checking_period(watchdog_limit), end_late,
                 [this] { see_that_all_is_well(); }),
       control_(state, control_table(controlled())),
-      upkeep_("upkeep", [this] { return audit_.tidy(); }) {
+      upkeep_("upkeep", [this] { return journal_.examine() || audit_.tidy(); }) {
   refhost::WatchdogTable::instance().set_limit(watchdog_limit);
   settings_.keep(settings_rules(watchdog_limit));
   for (const auto& fault : settings_.make_safe_for_run()) {
@@ -152,6 +153,7 @@ Host::Host(const std::filesystem::path& state, Reader& reader, Printer::Form for
     refhost::announce(entry);
   });
   audit_.on_damage([this](const std::vector<std::string>& faults) { tell_of_damage("audit.db", faults); });
+  journal_.on_damage([this](const std::vector<std::string>& faults) { tell_of_damage(kJournalFileName, faults); });
   audit_.retain([this] { return retention(settings_); });
   tell_of_damage();
   begin_journal();
@@ -167,7 +169,7 @@ void Host::tell_of_damage() {
   tell_of_damage("settings.db", settings_faults);
   tell_of_damage("audit.db", audit_.faults());
   tell_of_damage("users.db", users_.faults());
-  tell_of_damage("journal.db", journal_.faults());
+  tell_of_damage(kJournalFileName, journal_.faults());
 }
 
 void Host::tell_of_damage(const std::string& file, const std::vector<std::string>& faults) {

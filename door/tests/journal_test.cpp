@@ -142,31 +142,6 @@ TEST_F(JournalTest, NoNumberIsGivenAgainWhenTheEntriesHaveGone) {
   EXPECT_EQ(numbers(), std::vector<std::int64_t>({2}));
 }
 
-TEST_F(JournalTest, GoesOnBehindTheNumbersOfADamagedFileAndSaysSo) {
-  refhost::log::set_threshold(refhost::log::Level::off);
-  {
-    Journal journal(state());
-    for (int i = 0; i < 2000; ++i) {
-      journal.note({.kind = Kind::alarm, .fields = {{"text", std::string(100, 'x')}}});
-    }
-  }
-  database().exec("PRAGMA wal_checkpoint(TRUNCATE)");
-  {
-    std::fstream file(state() / "journal.db", std::ios::in | std::ios::out | std::ios::binary);
-    file.seekp(static_cast<std::streamoff>(std::filesystem::file_size(state() / "journal.db") / 2));
-    file << std::string(8192, 'x');
-  }
-  {
-    Journal journal(state());
-    EXPECT_EQ(journal.faults().size(), 1U);
-  }
-  refhost::log::set_threshold(refhost::log::Level::warning);
-  const auto found = entries();
-  ASSERT_EQ(found.size(), 1U);
-  EXPECT_EQ(found[0].entry.kind, Kind::gap);
-  EXPECT_GE(found[0].number, 2001);
-}
-
 TEST_F(JournalTest, ALockedFileIsTroubleAtOnceAndNothingIsLost) {
   std::mutex mutex;
   std::vector<std::string> told;
