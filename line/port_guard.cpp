@@ -1,5 +1,6 @@
 #include "line/port_guard.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <linux/major.h>
 #include <sys/file.h>
@@ -12,8 +13,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
+#include <memory>
 #include <optional>
 
 #include "line/terminal.h"
@@ -21,31 +22,46 @@
 namespace line {
 namespace {
 
-namespace fs = std::filesystem;
-
 constexpr const char* kHowToFind = "list the ports with `ls /dev/serial/by-id`, or ";
 
 bool is_number(const std::string& text) {
   return !text.empty() && std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
 }
 
-// Whether the process, as its directory in /proc, has an open file that fits. Processes of other users cannot be looked
-// into.
+using Directory = std::unique_ptr<DIR, decltype([](DIR* open) { closedir(open); })>;
+
+// Empty when it cannot be looked into. There are thousands of files in all, and a start waits until each was looked at:
+// so they are named from where they lie.
+Directory open_directory(int from, const std::string& path) {
+  const int fd = openat(from, path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (fd < 0) {
+    return nullptr;
+  }
+  Directory directory(fdopendir(fd));
+  if (directory == nullptr) {
+    close(fd);
+  }
+  return directory;
+}
+
+// Whether the process has an open file that fits. Processes of other users cannot be looked into.
 template <typename Predicate>
-bool has_open(const fs::path& process, Predicate fits) {
-  std::error_code failure;
-  for (fs::directory_iterator entry(process / "fd", failure), end; !failure && entry != end; entry.increment(failure)) {
+bool has_open(DIR* processes, const std::string& process, Predicate fits) {
+  const auto files = open_directory(dirfd(processes), process + "/fd");
+  while (const dirent* const entry = files == nullptr ? nullptr : readdir(files.get())) {
     struct stat file {};
-    if (stat(entry->path().c_str(), &file) == 0 && S_ISCHR(file.st_mode) && fits(entry->path(), file.st_rdev)) {
+    if (fstatat(dirfd(files.get()), entry->d_name, &file, 0) == 0 && S_ISCHR(file.st_mode) &&
+        fits(entry->d_name, file.st_rdev)) {
       return true;
     }
   }
   return false;
 }
 
-// Whether the file is the master of the pseudo-terminal with that number: the kernel tells it of masters only.
-bool is_master_of(const fs::path& file, unsigned int number) {
-  std::ifstream lines(file.parent_path().parent_path() / "fdinfo" / file.filename());
+// Whether the file of the process is the master of the pseudo-terminal with that number: the kernel tells it of masters
+// only.
+bool is_master_of(const std::string& process, const std::string& file, unsigned int number) {
+  std::ifstream lines("/proc/" + process + "/fdinfo/" + file);
   const std::string wanted = "tty-index:\t" + std::to_string(number);
   for (std::string line; std::getline(lines, line);) {
     if (line == wanted) {
@@ -57,19 +73,19 @@ bool is_master_of(const fs::path& file, unsigned int number) {
 
 // Whether the process uses the device. One that holds the other end of a pseudo-terminal is the reader, not a rival,
 // even where it keeps this end open too, so that the line stays up.
-bool uses(const fs::path& process, dev_t device) {
-  const auto is_device = [device](const fs::path&, dev_t other) { return other == device; };
-  const auto is_other_end = [device](const fs::path& file, dev_t) { return is_master_of(file, minor(device)); };
+bool uses(DIR* processes, const std::string& process, dev_t device) {
+  const auto is_device = [device](const char*, dev_t other) { return other == device; };
+  const auto is_other_end = [&](const char* file, dev_t) { return is_master_of(process, file, minor(device)); };
   const bool pseudo = major(device) >= UNIX98_PTY_SLAVE_MAJOR && major(device) < UNIX98_PTY_SLAVE_MAJOR + 8;
-  return has_open(process, is_device) && !(pseudo && has_open(process, is_other_end));
+  return has_open(processes, process, is_device) && !(pseudo && has_open(processes, process, is_other_end));
 }
 
 // Another process that uses the device.
 std::optional<pid_t> user_of(dev_t device) {
-  std::error_code failure;
-  for (fs::directory_iterator entry("/proc", failure), end; !failure && entry != end; entry.increment(failure)) {
-    const std::string pid = entry->path().filename();
-    if (is_number(pid) && pid != std::to_string(getpid()) && uses(entry->path(), device)) {
+  const auto processes = open_directory(AT_FDCWD, "/proc");
+  while (const dirent* const entry = processes == nullptr ? nullptr : readdir(processes.get())) {
+    const std::string pid = entry->d_name;
+    if (is_number(pid) && pid != std::to_string(getpid()) && uses(processes.get(), pid, device)) {
       return static_cast<pid_t>(std::stol(pid));
     }
   }
