@@ -12,6 +12,7 @@
 
 #include "ac/exception.h"
 #include "door/journal/journal.h"
+#include "door/journal/journal_file.h"
 #include "door/services/enroller_service.h"
 #include "door/services/people_import.h"
 #include "door/services/people_text.h"
@@ -206,6 +207,43 @@ void make_full_journal(const std::filesystem::path& state) {
   for (int i = 0; i < 1998; ++i) {
     journal.note({.kind = Kind::closing});
   }
+}
+
+// Whether the disk takes what action() writes.
+bool is_taken(const std::function<void()>& action) {
+  try {
+    action();
+    return true;
+  } catch (const ac::ac_exception&) {
+    return false;
+  }
+}
+
+JournalEntry numbered(std::int64_t number) {
+  return {.number = number, .time = {}, .boot = "b", .entry = {.kind = Kind::opening}};
+}
+
+TEST_P(DiskFault, ThatANewJournalMeetsIsTriedAgainAndTheDamagedOneKeptOnce) {
+  refhost::log::set_threshold(refhost::log::Level::off);
+  int failures = 0;
+  bool failed = true;
+  for (int call = 1; failed && !HasFailure(); ++call) {
+    const TemporaryDirectory directory;
+    JournalFile file(directory.path());
+    file.store({numbered(1)});
+    disk_.fail_at(call, GetParam());
+    failures += is_taken([&] { file.begin_anew("a test says so"); }) ? 0 : 1;
+    is_taken([&] { file.store({numbered(2)}); });
+    failed = disk_.calls() >= call;
+    disk_.fail_at(0, SQLITE_OK);
+    file.store({numbered(2), numbered(3)});
+    std::vector<std::int64_t> numbers;
+    Journal::read(directory.path(), {}, [&](const JournalEntry& entry) { numbers.push_back(entry.number); });
+    EXPECT_EQ(numbers, std::vector<std::int64_t>({2, 3})) << "call " << call;
+    EXPECT_EQ(file.faults().size(), 1U) << "call " << call;
+  }
+  EXPECT_GT(failures, 5);
+  refhost::log::set_threshold(refhost::log::Level::warning);
 }
 
 TEST_P(DiskFault, LosesNothingThatWasNotedInTheJournal) {
