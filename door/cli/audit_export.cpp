@@ -34,26 +34,16 @@ Json request_of(const AuditOptions& options) {
   return audit_request(options.types, filter);
 }
 
-// In pieces: a call of the system for each record would take longer than the record. The owner of the log looks for
-// the next ones meanwhile.
+// In pieces: a call of the system for each record would take longer than the record.
 void write_all(const AuditOptions& options, const std::function<void(const std::string&)>& write) {
   const Json request = request_of(options);
   StoreOwner owner(existing_state(options.state));
   AuditLines lines(options.form);
   std::string piece = lines.heading();
-  std::string bytes;
-  const Exchange exchange{.take = [&bytes](std::string_view more) { bytes += more; }};
-  Json answer;
-  owner.begin(request);
-  do {
-    bytes.clear();
-    answer = owner.finish(exchange);
-    if (answer.at("more")) {
-      owner.begin(audit_request_behind(request, answer));
-    }
+  ask_for_parts(owner, request, [&](const Json& answer, std::string_view bytes) {
     unpack_audit(answer, bytes, [&](const AuditEntry& entry) { lines.append(piece, entry); });
     write(std::exchange(piece, ""));
-  } while (answer.at("more"));
+  });
 }
 
 void write_file(const AuditOptions& options) {

@@ -11,8 +11,6 @@
 #include "door/cli/card_argument.h"
 #include "door/cli/cli.h"
 #include "door/cli/request.h"
-#include "door/control/why_commands.h"
-#include "door/services/user_store.h"
 
 namespace achost {
 namespace {
@@ -70,12 +68,6 @@ Json request_of(const WhyOptions& options) {
   return request;
 }
 
-Json answer_from_files(const std::filesystem::path& state, const Json& request) {
-  const UserStore users(state, UserStore::Access::read_only);
-  return explain_card(request,
-                      {.state = state, .name_of = [&users](std::int64_t user) { return users.name_of(user); }});
-}
-
 void print_why(const WhyOptions& options) {
   const auto state = state_directory(options.state);
   Json answer;
@@ -85,9 +77,7 @@ void print_why(const WhyOptions& options) {
     if (options.what.empty()) {
       throw Failure(kUsage, "whose card? give a card or an EPC, or --now for what lies in the field");
     }
-    const auto request = request_of(options);
-    const auto of_daemon = ask_if_running(state, request);
-    answer = of_daemon.has_value() ? *of_daemon : answer_from_files(state, request);
+    answer = StoreOwner(state).ask(request_of(options));
   }
   if (options.json) {
     answer.erase("text");

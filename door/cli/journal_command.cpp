@@ -4,10 +4,10 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
-#include <filesystem>
 #include <functional>
+#include <iterator>
 #include <map>
+#include <utility>
 
 #include "door/base/failure.h"
 #include "door/base/output.h"
@@ -15,9 +15,8 @@
 #include "door/base/time_of.h"
 #include "door/cli/card_argument.h"
 #include "door/cli/journal_lines.h"
-#include "door/journal/journal.h"
-#include "door/services/user_store.h"
-#include "refhost/log_entry.h"
+#include "door/cli/request.h"
+#include "door/control/journal_commands.h"
 
 namespace achost {
 namespace {
@@ -25,22 +24,11 @@ namespace {
 // Nobody reads any more.
 struct NobodyReads {};
 
-Kind asked_kind(const std::string& name) {
-  if (const auto kind = kind_of(name)) {
-    return *kind;
-  }
-  std::string all;
-  for (const auto& known : kKinds) {
-    all += (all.empty() ? "" : ", ") + std::string(known.name);
-  }
-  throw Failure(kUsage, "there is no kind \"" + refhost::log::escape(name) + "\": there are " + all);
-}
-
 JournalQuery query_of(const JournalOptions& options) {
   // Whoever follows wants to see what comes, and the end of what was.
   constexpr std::int64_t kLastOfFollowing = 10;
   JournalQuery query{.user = options.user, .after = options.after, .last = options.last};
-  std::ranges::transform(options.kinds, std::back_inserter(query.kinds), asked_kind);
+  std::ranges::transform(options.kinds, std::back_inserter(query.kinds), journal_kind_of);
   if (!options.card.empty()) {
     query.card = asked_card(options.card);
   }
@@ -56,24 +44,6 @@ JournalQuery query_of(const JournalOptions& options) {
   return query;
 }
 
-// Names of users, each asked for once.
-class Names {
- public:
-  explicit Names(const std::filesystem::path& state) : users_(state, UserStore::Access::read_only) {}
-
-  std::string operator()(std::int64_t user) {
-    const auto [found, is_new] = names_.try_emplace(user);
-    if (is_new) {
-      found->second = users_.name_of(user);
-    }
-    return found->second;
-  }
-
- private:
-  UserStore users_;
-  std::map<std::int64_t, std::string> names_;
-};
-
 JournalStyle style_of(const JournalOptions& options, std::function<std::string(std::int64_t)> name_of) {
   const bool is_terminal = isatty(STDOUT_FILENO) != 0;
   return {.form = options.json  ? JournalForm::json
@@ -85,57 +55,51 @@ JournalStyle style_of(const JournalOptions& options, std::function<std::string(s
           .name_of = std::move(name_of)};
 }
 
-// In pieces: a call of the system for each entry would take longer than the entry. Returns how far it has looked.
-std::int64_t print_entries(const std::filesystem::path& state, const JournalQuery& query, JournalLines& lines) {
-  constexpr std::size_t kLongestPiece = 64UL * 1024;
-  std::string piece;
-  const auto flush = [&piece] {
-    if (!print(piece)) {
-      throw NobodyReads();
-    }
-    piece.clear();
-  };
-  const auto looked = Journal::read(state, query, [&](const JournalEntry& entry) {
-    lines.append(piece, entry);
-    if (piece.size() >= kLongestPiece) {
-      flush();
-    }
-  });
-  flush();
-  return looked;
-}
-
-// Whether the journal may have been written since the last look. The time of a file goes in ticks, so what was written
-// lately may have been written again.
-class Changes {
+// The entries, and the names of their users, as their owner tells them.
+class Printing {
  public:
-  explicit Changes(const std::filesystem::path& state) : log_(state / "journal.db-wal") {}
+  Printing(const JournalOptions& options, StoreOwner& owner)
+      : owner_(owner), lines_(style_of(options, [this](std::int64_t user) { return name_of(user); })) {
+    write(lines_.heading());
+  }
 
-  bool look() {
-    std::error_code none;
-    const auto time = std::filesystem::last_write_time(log_, none);
-    const bool is_new =
-        none || time != seen_ || std::filesystem::file_time_type::clock::now() - time < std::chrono::seconds(1);
-    seen_ = none ? std::filesystem::file_time_type() : time;
-    return is_new;
+  // In pieces: a call of the system for each entry would take longer than the entry. Returns how far it has looked.
+  std::int64_t print_entries(const Json& request) {
+    const auto last = ask_for_parts(owner_, request, [this](const Json& answer, std::string_view bytes) {
+      names_ = names_in(answer);
+      std::string piece;
+      unpack_journal(answer, bytes, [&](const JournalEntry& entry) { lines_.append(piece, entry); });
+      write(piece);
+    });
+    return last.at("to");
   }
 
  private:
-  const std::filesystem::path log_;
-  std::filesystem::file_time_type seen_;
+  std::string name_of(std::int64_t user) const {
+    const auto found = names_.find(user);
+    return found == names_.end() ? "" : found->second;
+  }
+
+  static void write(const std::string& text) {
+    if (!print(text)) {
+      throw NobodyReads();
+    }
+  }
+
+  StoreOwner& owner_;
+  std::map<std::int64_t, std::string> names_;
+  JournalLines lines_;
 };
 
-[[noreturn]] void follow(const std::filesystem::path& state, JournalQuery query, JournalLines& lines) {
-  constexpr int kPeriod = 100;  // ms
-  query.last.reset();
-  query.since.reset();
-  Changes changes(state);
+[[noreturn]] void follow(Printing& printing, Json request, std::int64_t after) {
+  request.erase("last");
+  request.erase("since");
+  request["wait"] = true;
   for (;;) {
-    if (changes.look()) {
-      query.after = print_entries(state, query, lines);
-    }
+    request["after"] = after;
+    after = printing.print_entries(request);
     pollfd output{.fd = STDOUT_FILENO, .events = 0, .revents = 0};
-    if (poll(&output, 1, kPeriod) > 0 && (output.revents & (POLLERR | POLLHUP)) != 0) {
+    if (poll(&output, 1, 0) > 0 && (output.revents & (POLLERR | POLLHUP)) != 0) {
       throw NobodyReads();
     }
   }
@@ -144,18 +108,13 @@ class Changes {
 }  // namespace
 
 void print_journal(const JournalOptions& options) {
-  const auto state = existing_state(options.state);
-  auto query = query_of(options);
-  Names names(state);
-  JournalLines lines(style_of(options, [&names](std::int64_t user) { return names(user); }));
+  const auto request = journal_request(query_of(options));
+  StoreOwner owner(existing_state(options.state));
   try {
-    if (!print(lines.heading())) {
-      return;
-    }
-    const auto looked = print_entries(state, query, lines);
+    Printing printing(options, owner);
+    const auto looked = printing.print_entries(request);
     if (options.follows) {
-      query.after = looked;
-      follow(state, query, lines);
+      follow(printing, request, looked);
     }
   } catch (const NobodyReads&) {
   }

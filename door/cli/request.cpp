@@ -6,7 +6,9 @@
 
 #include "door/base/failure.h"
 #include "door/base/maker.h"
+#include "door/control/answer_parts.h"
 #include "door/control/own_stores.h"
+#include "door/control/why_commands.h"
 
 namespace achost {
 namespace {
@@ -82,7 +84,14 @@ void follow(const std::filesystem::path& state, const Json& request, const std::
 }
 
 struct StoreOwner::Own {
-  explicit Own(const std::filesystem::path& directory) : stores(directory), table(store_commands(stores)) {}
+  explicit Own(const std::filesystem::path& directory) : stores(directory), table(commands(stores)) {}
+
+  static std::vector<ControlCommand> commands(OwnStores& stores) {
+    auto all = store_commands(stores);
+    all.push_back(why_command({.state = stores.directory(),
+                               .name_of = [&stores](std::int64_t user) { return stores.users().name_of(user); }}));
+    return all;
+  }
 
   OwnStores stores;
   const ControlTable table;
@@ -194,6 +203,21 @@ Json StoreOwner::finish(const Exchange& exchange, Patience patience) {
     begin(begun_);
   }
   return run(begun_, exchange);
+}
+
+Json ask_for_parts(StoreOwner& owner, const Json& request,
+                   const std::function<void(const Json& answer, std::string_view bytes)>& take) {
+  Json answer;
+  owner.begin(request);
+  do {
+    std::string bytes;
+    answer = owner.finish({.take = [&bytes](std::string_view more) { bytes += more; }});
+    if (answer.at("more")) {
+      owner.begin(request_behind(request, answer));
+    }
+    take(answer, bytes);
+  } while (answer.at("more"));
+  return answer;
 }
 
 }  // namespace achost

@@ -72,4 +72,9 @@ class StoreOwner {
   Json begun_;
 };
 
+// Ask for all parts of an answer and hand each to a function, with its bytes; the owner makes the next one meanwhile.
+// Returns the last answer.
+Json ask_for_parts(StoreOwner& owner, const Json& request,
+                   const std::function<void(const Json& answer, std::string_view bytes)>& take);
+
 }  // namespace achost

@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "door/base/failure.h"
+#include "door/control/answer_parts.h"
 #include "door/control/packed_rows.h"
 #include "refhost/log_entry.h"
 
@@ -16,27 +17,19 @@ using refhost::AuditFilter;
 using refhost::kAuditTypes;
 using Type = ControlField::Type;
 
-// An answer ends with the record that makes it as long: it is to lie in the socket as a whole, so that nobody waits for
-// a client that is busy with the one before.
-constexpr std::size_t kEnough = kLongestPiece / 2;
-
 const Json& columns() {
   static const Json names = {"id", "at", "type", "time", "details"};
   return names;
 }
 
-std::optional<std::int64_t> number(const Json& request, const char* field) {
-  return request.contains(field) ? std::optional(request[field].get<std::int64_t>()) : std::nullopt;
-}
-
 AuditFilter filter_of(const Json& request) {
   AuditFilter filter{
-      .since = number(request, "since"), .until = number(request, "until"), .last = number(request, "last")};
+      .since = number_in(request, "since"), .until = number_in(request, "until"), .last = number_in(request, "last")};
   for (const auto& type : request.value("types", Json::array())) {
     filter.types.push_back(audit_type_of(type));
   }
-  if (const auto to = number(request, "to"); to.has_value()) {
-    filter.range = {.after = number(request, "after").value_or(0), .to = *to};
+  if (const auto to = number_in(request, "to"); to.has_value()) {
+    filter.range = {.after = number_in(request, "after").value_or(0), .to = *to};
   }
   return filter;
 }
@@ -55,7 +48,7 @@ Json query(Stores& stores, const Json& request, ControlStream& stream) {
     rows.add(entry.record.type);
     rows.add(entry.record.time);
     rows.add(entry.record.details);
-    const bool goes_on = rows.bytes().size() < kEnough;
+    const bool goes_on = rows.bytes().size() < kEnoughForAPart;
     after = goes_on ? after : entry.id;
     return goes_on;
   });
@@ -96,14 +89,6 @@ Json audit_request(const std::vector<std::string>& types, const AuditFilter& fil
     }
   }
   return request;
-}
-
-Json audit_request_behind(const Json& request, const Json& answer) {
-  Json next = request;
-  next.erase("last");
-  next["after"] = answer.at("after");
-  next["to"] = answer.at("to");
-  return next;
 }
 
 void unpack_audit(const Json& answer, std::string_view bytes, const std::function<void(const AuditEntry&)>& take) {

@@ -14,13 +14,11 @@ int audit_type_of(const std::string& name);
 
 // audit_query: the records that the filter lets pass ("types", and as numbers "since", "until" and "last"), so many as
 // one answer holds, packed as the answer's "columns" say. It says between which numbers the others are, "after" and
-// "to", and whether there are "more": the same request with these gets them. So no file is held for one who takes his
-// time, and a connection that has ended may be another.
+// "to", and whether there are "more": request_behind() gets them. So a connection that has ended may be another.
 std::vector<ControlCommand> audit_commands(Stores& stores);
 
-// The request for the first of them, and for those behind an answer.
+// The request for the first of them.
 Json audit_request(const std::vector<std::string>& types, const refhost::AuditFilter& filter);
-Json audit_request_behind(const Json& request, const Json& answer);
 
 // Hand the records of an answer to a function. Throws std::runtime_error when they are not as this program knows them.
 void unpack_audit(const Json& answer, std::string_view bytes,

@@ -1,5 +1,7 @@
 #include "door/control/own_stores.h"
 
+#include <thread>
+
 #include "door/backup/take_over.h"
 #include "door/base/settings_rules.h"
 
@@ -24,6 +26,25 @@ UserStore& OwnStores::users() {
     users_.emplace(directory_, lock_.has_value() ? UserStore::Access::read_write : UserStore::Access::read_only);
   }
   return *users_;
+}
+
+// The time of a file goes in ticks, so what was written lately may have been written again.
+bool OwnStores::may_have_new_entries() {
+  std::error_code none;
+  const auto time = std::filesystem::last_write_time(directory_ / "journal.db-wal", none);
+  const bool is_new =
+      none || time != journal_seen_ || std::filesystem::file_time_type::clock::now() - time < std::chrono::seconds(1);
+  journal_seen_ = none ? std::filesystem::file_time_type() : time;
+  return is_new;
+}
+
+// Whoever writes there is another process, and tells nobody.
+void OwnStores::wait_for_entries(std::int64_t /*number*/, std::chrono::milliseconds longest) {
+  constexpr std::chrono::milliseconds kPeriod(100);
+  const auto deadline = std::chrono::steady_clock::now() + longest;
+  do {
+    std::this_thread::sleep_for(kPeriod);
+  } while (!may_have_new_entries() && std::chrono::steady_clock::now() < deadline);
 }
 
 std::vector<SettingsChanges::Awaited> OwnStores::change(const std::vector<refhost::SettingValue>& wanted) {

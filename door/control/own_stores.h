@@ -24,17 +24,20 @@ class OwnStores : public Stores {
   const refhost::SettingsStore& settings() override { return open_settings(); }
   UserStore& users() override;
   refhost::AuditReader& audit() override { return audit_; }
+  void wait_for_entries(std::int64_t number, std::chrono::milliseconds longest) override;
   std::vector<SettingsChanges::Awaited> change(const std::vector<refhost::SettingValue>& wanted) override;
   std::vector<SettingsChanges::Awaited> awaited() override { return {}; }
 
  private:
   refhost::SettingsStore& open_settings();
+  bool may_have_new_entries();
 
   const std::filesystem::path directory_;
   std::optional<refhost::InstanceLock> lock_;  // let go last
   std::optional<refhost::SettingsStore> settings_;
   std::optional<UserStore> users_;
   refhost::AuditReader audit_;
+  std::filesystem::file_time_type journal_seen_;  // when it was written, at the latest look
 };
 
 }  // namespace achost

@@ -1,6 +1,8 @@
 // What the commands on settings, users, cards and audit records work with.
 #pragma once
 
+#include <chrono>
+#include <cstdint>
 #include <filesystem>
 #include <vector>
 
@@ -23,6 +25,9 @@ class Stores {
   virtual UserStore& users() = 0;
   virtual refhost::AuditReader& audit() = 0;
 
+  // Wait until the journal may have entries with greater numbers than that on the disk, or the time is over.
+  virtual void wait_for_entries(std::int64_t number, std::chrono::milliseconds longest) = 0;
+
   // Store the values, all or none; those that are not in force afterwards.
   virtual std::vector<SettingsChanges::Awaited> change(const std::vector<refhost::SettingValue>& wanted) = 0;
 
@@ -31,7 +36,7 @@ class Stores {
 };
 
 // config_list, config_get, config_set, config_import, config_export, user_list, user_put, user_remove, card_list,
-// card_add, card_remove, audit_query and backup. The stores outlive them.
+// card_add, card_remove, audit_query, journal_query and backup. The stores outlive them.
 std::vector<ControlCommand> store_commands(Stores& stores);
 
 }  // namespace achost

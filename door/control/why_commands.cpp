@@ -66,8 +66,6 @@ std::string text_of(const why::ToldSighting& sighting) {
   return text;
 }
 
-}  // namespace
-
 Json explain_card(const Json& request, const WhySources& sources) {
   const auto question = question_of(request);
   const auto live = sources.live ? sources.live() : std::vector<why::ToldSighting>();
@@ -77,6 +75,20 @@ Json explain_card(const Json& request, const WhySources& sources) {
   Json answer = json_of(explanation);
   answer["text"] = why::text_of(explanation, today());
   return answer;
+}
+
+}  // namespace
+
+ControlCommand why_command(WhySources sources) {
+  using Type = ControlField::Type;
+  return {
+      "why",
+      {{"card", Type::text, false},
+       {"epc", Type::text, false},
+       {"from", Type::integer},
+       {"to", Type::integer},
+       {"at", Type::integer, false}},
+      [sources = std::move(sources)](const Json& request, ControlStream&) { return explain_card(request, sources); }};
 }
 
 Json explain_now(const WhySources& sources) {

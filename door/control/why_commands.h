@@ -22,7 +22,7 @@ struct WhySources {
 
 // "why" {"card": text, or "epc": text; "from", "to", and "at" where a time is asked for: ms since 1970 UTC}: answers as
 // why::json_of() has it, with "text" for a person; a card is decimal.
-Json explain_card(const Json& request, const WhySources& sources);
+ControlCommand why_command(WhySources sources);
 
 // "why_now" {}: {"sightings": [as why::json_of()], "text"} of the cards that lie in the field.
 Json explain_now(const WhySources& sources);

@@ -24,6 +24,13 @@ struct JournalQuery {
   std::optional<std::int64_t> until = {};  // excluded
   std::optional<std::int64_t> after = {};  // only greater numbers
   std::optional<std::int64_t> last = {};   // so many, the newest
+  std::optional<std::int64_t> to = {};     // of a query that goes on: numbers up to this one; `last` has had its effect
+};
+
+// How far a query has come: it goes on behind `after`, and is done when that is `to`.
+struct JournalReach {
+  std::int64_t after = 0;
+  std::int64_t to = 0;
 };
 
 // What may go.
@@ -95,6 +102,11 @@ class Journal {
   // query of what comes after. Throws ac::ac_exception, and what the function throws.
   static std::int64_t read(const std::filesystem::path& directory, const JournalQuery& query,
                            const std::function<void(const JournalEntry&)>& take);
+
+  // The same until the function returns false. The query goes on with what comes back as its `after` and `to`, so no
+  // file is held meanwhile.
+  static JournalReach read_part(const std::filesystem::path& directory, const JournalQuery& query,
+                                const std::function<bool(const JournalEntry&)>& take);
 
   // Hold all entries of DIRECTORY/journal.db against their numbers and checksums, also while a daemon writes there.
   static refhost::StoreReport inspect(const std::filesystem::path& directory);

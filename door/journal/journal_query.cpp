@@ -41,6 +41,9 @@ struct Span {
 Span span_of(SQLite::Database& database, const JournalQuery& query) {
   const auto ask = [&](const std::string& sql) { return database.execAndGet(sql).getInt64(); };
   constexpr const char* kByTime = "(number), 0) FROM entries INDEXED BY entries_by_time WHERE at ";
+  if (query.to.has_value()) {
+    return {.first = query.after.value_or(0) + 1, .last = *query.to};
+  }
   const bool goes_by_time = !query.card.has_value() && !query.user.has_value();
   Span span{.first = query.after.value_or(0) + 1, .last = ask("SELECT coalesce(max(number), 0) FROM entries")};
   if (goes_by_time && query.until.has_value()) {
@@ -101,8 +104,8 @@ class Boots {
 // Of a kind that this program does not know there is nothing to say.
 bool is_known(int kind) { return kind >= 1 && kind <= static_cast<int>(kKinds.size()); }
 
-std::int64_t read_all(SQLite::Database& database, const JournalQuery& query,
-                      const std::function<void(const JournalEntry&)>& take) {
+JournalReach read_from(SQLite::Database& database, const JournalQuery& query,
+                       const std::function<bool(const JournalEntry&)>& take) {
   const auto [first, last] = span_of(database, query);
   SQLite::Statement rows(database,
                          "SELECT number, kind, at, zone, monotonic, boot, trusted, user, card, fields FROM entries " +
@@ -124,26 +127,39 @@ std::int64_t read_all(SQLite::Database& database, const JournalQuery& query,
     rows.reset();
     next = found < kPiece ? last + 1 : next;
     for (const auto& entry : piece) {
-      take(entry);
+      if (!take(entry)) {
+        return {.after = entry.number, .to = last};
+      }
     }
   } while (next <= last);
-  return std::max(last, query.after.value_or(0));
+  const auto reached = std::max(last, query.after.value_or(0));
+  return {.after = reached, .to = reached};
 }
 
 }  // namespace
 
-std::int64_t Journal::read(const std::filesystem::path& directory, const JournalQuery& query,
-                           const std::function<void(const JournalEntry&)>& take) {
+JournalReach Journal::read_part(const std::filesystem::path& directory, const JournalQuery& query,
+                                const std::function<bool(const JournalEntry&)>& take) {
   const auto file = directory / kJournalFileName;
   auto database = refhost::open_database_to_read(file, kJournalKind);
   if (!database.has_value()) {
-    return query.after.value_or(0);
+    return {.after = query.after.value_or(0), .to = query.after.value_or(0)};
   }
   try {
-    return read_all(*database, query, take);
+    return read_from(*database, query, take);
   } catch (const SQLite::Exception& failure) {
     refhost::throw_database_failure(file, kJournalKind, failure);
   }
+}
+
+std::int64_t Journal::read(const std::filesystem::path& directory, const JournalQuery& query,
+                           const std::function<void(const JournalEntry&)>& take) {
+  return read_part(directory, query,
+                   [&take](const JournalEntry& entry) {
+                     take(entry);
+                     return true;
+                   })
+      .to;
 }
 
 }  // namespace achost

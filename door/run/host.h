@@ -93,7 +93,7 @@ class Host {
   Printer printer_;
   Alarms alarms_;
   SettingsChanges changes_{settings_, alarms_};
-  HostStores stores_{state_, settings_, changes_, users_};
+  HostStores stores_{state_, settings_, changes_, users_, journal_};
   GpioService gpio_;
   DoorService door_{books_};
   IdentifierService identifier_{users_, changes_, books_};

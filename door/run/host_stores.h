@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include "door/control/stores.h"
+#include "door/journal/journal.h"
 
 namespace achost {
 
@@ -11,13 +12,21 @@ namespace achost {
 class HostStores : public Stores {
  public:
   HostStores(std::filesystem::path directory, const refhost::SettingsStore& settings, SettingsChanges& changes,
-             UserStore& users)
-      : directory_(std::move(directory)), settings_(settings), changes_(changes), users_(users), audit_(directory_) {}
+             UserStore& users, const Journal& journal)
+      : directory_(std::move(directory)),
+        settings_(settings),
+        changes_(changes),
+        users_(users),
+        journal_(journal),
+        audit_(directory_) {}
 
   const std::filesystem::path& directory() const override { return directory_; }
   const refhost::SettingsStore& settings() override { return settings_; }
   UserStore& users() override { return users_; }
   refhost::AuditReader& audit() override { return audit_; }
+  void wait_for_entries(std::int64_t number, std::chrono::milliseconds longest) override {
+    journal_.wait_beyond(number, longest);
+  }
   std::vector<SettingsChanges::Awaited> change(const std::vector<refhost::SettingValue>& wanted) override {
     return changes_.change(wanted);
   }
@@ -28,6 +37,7 @@ class HostStores : public Stores {
   const refhost::SettingsStore& settings_;
   SettingsChanges& changes_;
   UserStore& users_;
+  const Journal& journal_;
   refhost::AuditReader audit_;
 };
 

@@ -1,8 +1,13 @@
 // The command "achost journal", as a process of its own.
 #include <signal.h>
 
+#include <atomic>
 #include <nlohmann/json.hpp>
+#include <optional>
+#include <sstream>
 
+#include "door/cli/request.h"
+#include "door/control/own_stores.h"
 #include "door/journal/journal.h"
 #include "door/services/user_store.h"
 #include "door/tests/journal_fixture.h"
@@ -101,6 +106,110 @@ TEST_F(AchostJournal, CtrlCEndsTheFollowingInOrder) {
   EXPECT_NE(command.next_line(), "");
   command.signal(SIGINT);
   EXPECT_EQ(command.wait().status, 0);
+}
+
+// What a host of this state would be to whoever asks.
+class ServedJournal : public AchostJournal {
+ protected:
+  // Its stores, whose journal is written in this process.
+  class Served : public OwnStores {
+   public:
+    Served(const std::filesystem::path& state, const Journal& journal) : OwnStores(state), journal_(journal) {}
+    void wait_for_entries(std::int64_t number, std::chrono::milliseconds longest) override {
+      ++waits;
+      journal_.wait_beyond(number, longest);
+    }
+
+    std::atomic<int> waits = 0;
+
+   private:
+    const Journal& journal_;
+  };
+
+  Journal journal{state()};
+  Served stores{state(), journal};
+  std::optional<ControlServer> server{std::in_place, state(), ControlTable(store_commands(stores))};
+};
+
+TEST_F(ServedJournal, IsTheSameWithAHostAndWithout) {
+  const std::vector<std::vector<std::string>> questions = {
+      {}, {"--json"}, {"--csv"}, {"--last", "2"}, {"--user", "7"}, {"--card", "0x12d687"}, {"--kind", "opening"}};
+  std::vector<std::string> answers;
+  for (const auto& question : questions) {
+    answers.push_back(run(question).out);
+    EXPECT_NE(answers.back(), "");
+  }
+  server.reset();
+  for (std::size_t i = 0; i < questions.size(); ++i) {
+    EXPECT_EQ(run(questions[i]).out, answers[i]);
+  }
+}
+
+TEST_F(ServedJournal, IsReadByTheHostAndNotByTheCommand) {
+  server.reset();
+  server.emplace(state(), ControlTable({}));
+  EXPECT_THAT(run({}).err, StartsWith("achost: unknown command \"journal_query\""));
+}
+
+TEST_F(ServedJournal, ComesInPartsThatAreOne) {
+  constexpr std::int64_t kMany = 3000;
+  for (std::int64_t i = 3; i < kMany; ++i) {
+    journal.note({.kind = i % 2 == 0 ? Kind::closing : Kind::opening, .fields = {{"reason", std::string(100, 'x')}}});
+    if (i % 500 == 0) {
+      wait_for(journal, i);
+    }
+  }
+  wait_for(journal, kMany);
+  const auto numbers_of = [this](const std::vector<std::string>& options) {
+    std::vector<std::int64_t> found;
+    std::istringstream lines(run(options).out);
+    for (std::string line; std::getline(lines, line);) {
+      found.push_back(nlohmann::json::parse(line).at("number"));
+    }
+    return found;
+  };
+  EXPECT_EQ(numbers_of({"--json"}), numbers());
+  EXPECT_EQ(numbers_of({"--json", "--last", "2000"}), numbers({.last = 2000}));
+  EXPECT_EQ(numbers_of({"--json", "--kind", "closing", "--after", "5"}),
+            numbers({.kinds = {Kind::closing}, .after = 5}));
+  EXPECT_EQ(numbers_of({"--json", "--since", "-1h"}), numbers());
+}
+
+TEST_F(ServedJournal, IsFollowedByWaitingAtTheHost) {
+  Achost follower(words({"--follow", "--json", "--last", "1"}));
+  EXPECT_EQ(nlohmann::json::parse(follower.next_line()).at("number"), 3);
+  for (std::int64_t number = 4; number < 8; ++number) {
+    journal.note({.kind = Kind::closing});
+    EXPECT_EQ(nlohmann::json::parse(follower.next_line()).at("number"), number);
+  }
+  EXPECT_GT(stores.waits, 0);
+}
+
+TEST_F(ServedJournal, IsFollowedOnWhenTheHostEnds) {
+  Achost follower(words({"--follow", "--json", "--last", "1"}));
+  follower.next_line();
+  server.reset();
+  journal.note({.kind = Kind::closing});
+  EXPECT_EQ(nlohmann::json::parse(follower.next_line()).at("number"), 4);
+}
+
+TEST_F(ServedJournal, AReaderWhoHasSeenEnoughEndsTheFollowing) {
+  Achost command(words({"--follow"}));
+  command.next_line();
+  command.close_output();
+  EXPECT_EQ(command.wait().status, 0);
+}
+
+TEST_F(ServedJournal, IsRefusedWithWhatThereIs) {
+  StoreOwner owner(state());
+  EXPECT_THAT(failure_of([&] {
+                owner.ask({{"command", "journal_query"}, {"kinds", {"openings"}}});
+              }),
+              StartsWith("there is no kind \"openings\": there are identification, "));
+  EXPECT_EQ(failure_of([&] {
+              owner.ask({{"command", "journal_query"}, {"card", "x"}});
+            }),
+            "\"x\" is no card: a number such as 33 or 0x21");
 }
 
 TEST_F(AchostJournal, IsExaminedByCheck) {

@@ -369,6 +369,28 @@ TEST_F(JournalTest, AReaderWhoTakesHisTimeSeesWhatWasThereWhenHeBegan) {
   EXPECT_EQ(seen.size(), 1100U);
 }
 
+TEST_F(JournalTest, IsReadInPartsThatEndWhereTheFirstWouldHaveEnded) {
+  Journal journal(state());
+  for (int i = 0; i < 20; ++i) {
+    journal.note(i % 2 == 0 ? kAlarm : Entry{.kind = Kind::closing});
+  }
+  wait_for(journal, 20);
+  std::vector<std::int64_t> seen;
+  JournalQuery query{.kinds = {kAlarm.kind}, .since = 0, .last = 6};
+  for (JournalReach reach{.after = 0, .to = 1}; reach.after < reach.to;
+       query.after = reach.after, query.to = reach.to) {
+    int left = 4;
+    reach = Journal::read_part(state(), query, [&](const JournalEntry& entry) {
+      seen.push_back(entry.number);
+      return --left > 0;
+    });
+    journal.note(kAlarm);
+    wait_for(journal, 21);
+    query.last.reset();
+  }
+  EXPECT_EQ(seen, std::vector<std::int64_t>({9, 11, 13, 15, 17, 19}));
+}
+
 TEST_F(JournalTest, AfterItsEndAnEntryIsRefused) {
   Journal journal(state());
   journal.seal();

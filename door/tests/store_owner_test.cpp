@@ -4,6 +4,7 @@
 #include "door/base/failure.h"
 #include "door/base/maker.h"
 #include "door/cli/request.h"
+#include "door/control/answer_parts.h"
 #include "door/control/audit_commands.h"
 #include "door/control/own_stores.h"
 #include "refhost/tests/support.h"
@@ -35,7 +36,7 @@ class Owner : public testing::Test {
     std::vector<std::int64_t> found;
     const Json request = audit_request({}, {});
     Json answer;
-    for (owner.begin(request);; owner.begin(audit_request_behind(request, answer))) {
+    for (owner.begin(request);; owner.begin(request_behind(request, answer))) {
       std::string bytes;
       answer = owner.finish({.take = [&bytes](std::string_view more) { bytes += more; }});
       unpack_audit(answer, bytes, [&found](const refhost::AuditEntry& entry) { found.push_back(entry.id); });
