@@ -5,13 +5,16 @@
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
+#include <stdexcept>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
 #include "commands.h"
 #include "door/journal/journal.h"
 #include "full_journal.h"
+#include "outside.h"
 #include "store.h"
 #include "table.h"
 
@@ -87,8 +90,8 @@ std::size_t walk(const fs::path& file, const std::string& question) {
   return size;
 }
 
-// Each command beside the bare question, turn by turn.
-void ask(const std::string& achost, const fs::path& directory) {
+// Each command beside the bare question, turn by turn; a daemon runs there, or none.
+void ask(const std::string& achost, const fs::path& directory, const std::string& where) {
   const std::string all = "SELECT * FROM entries ";
   for (const auto& [words, bare, target] :
        {Question{{"--last", "10"}, all + "ORDER BY number DESC LIMIT 10", "20 ms"},
@@ -105,9 +108,20 @@ void ask(const std::string& achost, const fs::path& directory) {
       bare_times.push_back(milliseconds([&] { walk(directory / "journal.db", bare); }));
     }
     const std::string name = words[0] + " " + words[1];
-    print_row("`achost journal " + name + "`, 2,000,000 entries", number(median(times)) + " ms",
+    print_row("`achost journal " + name + "`, 2,000,000 entries, " + where, number(median(times)) + " ms",
               ratio_of(times, bare_times), target);
     print_row("bare SQLite: the entries of `" + name + "` read", number(median(bare_times)) + " ms");
+  }
+}
+
+// Nobody answers at the reader's line: the daemon asks it, and serves its clients.
+void wait_until_served(const fs::path& directory) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+  while (!fs::exists(directory / "control.sock")) {
+    if (std::chrono::steady_clock::now() > deadline) {
+      throw std::runtime_error("the daemon does not start");
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
 }
 
@@ -123,6 +137,11 @@ int main(int count, char** arguments) {
   storing(small.path());
   const TemporaryDirectory full;
   fill_journal(full.path(), kEntries);
-  ask(arguments[1], full.path());
+  const std::string achost = arguments[1];
+  ask(achost, full.path(), "no daemon");
+  const Reader reader(0);
+  const Process daemon(achost, full.path(), reader.path(), {"--set", "host.journal_keep=0"});
+  wait_until_served(full.path());
+  ask(achost, full.path(), "a daemon");
   return 0;
 }

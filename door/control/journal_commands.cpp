@@ -1,7 +1,7 @@
 #include "door/control/journal_commands.h"
 
 #include <algorithm>
-#include <iterator>
+#include <set>
 #include <stdexcept>
 
 #include "door/base/failure.h"
@@ -19,11 +19,6 @@ using Type = ControlField::Type;
 
 // Then an answer without entries: whoever asks can look whether he is still wanted.
 constexpr milliseconds kLongestWait(500);
-
-const Json& journal_columns() {
-  static const Json names = {"number", "at", "zone", "monotonic", "boot", "trusted", "kind", "user", "card", "fields"};
-  return names;
-}
 
 JournalQuery query_of_request(const Json& request) {
   JournalQuery query{.user = number_in(request, "user"),
@@ -45,59 +40,28 @@ JournalQuery query_of_request(const Json& request) {
   return query;
 }
 
-void pack_entry(const JournalEntry& entry, PackedRows& rows) {
-  rows.add(entry.number);
-  rows.add(entry.time.wall);
-  rows.add(entry.time.offset);
-  rows.add(entry.time.monotonic);
-  rows.add(entry.boot);
-  rows.add(std::int64_t{entry.time.is_trusted});
-  rows.add(static_cast<std::int64_t>(entry.entry.kind));
-  rows.add(std::int64_t{entry.entry.user.has_value()});
-  rows.add(entry.entry.user.value_or(0));
-  rows.add(std::int64_t{entry.entry.card.has_value()});
-  rows.add(static_cast<std::int64_t>(entry.entry.card.value_or(0)));
-  rows.add(json_of_fields(entry.entry.fields));
-}
-
-JournalEntry unpacked_entry(PackedReader& rows) {
-  JournalEntry entry;
-  entry.number = rows.number();
-  entry.time.wall = rows.number();
-  entry.time.offset = rows.number();
-  entry.time.monotonic = rows.number();
-  entry.boot = rows.text();
-  entry.time.is_trusted = rows.number() != 0;
-  entry.entry.kind = static_cast<Kind>(rows.number());
-  const bool has_user = rows.number() != 0;
-  const auto user = rows.number();
-  const bool has_card = rows.number() != 0;
-  const auto card = static_cast<std::uint64_t>(rows.number());
-  entry.entry.user = has_user ? std::optional(user) : std::nullopt;
-  entry.entry.card = has_card ? std::optional(card) : std::nullopt;
-  entry.entry.fields = fields_of_json(rows.text());
-  return entry;
-}
-
 Json answer_part(Stores& stores, const Json& request, ControlStream& stream) {
   const auto wanted = query_of_request(request);
   if (request.value("wait", false) && wanted.after.has_value() && !wanted.to.has_value()) {
     stores.wait_for_entries(*wanted.after, kLongestWait);
   }
   PackedRows rows;
-  Json names = Json::object();
+  std::set<std::int64_t> users;
   const auto reach = Journal::read_part(stores.directory(), wanted, [&](const JournalEntry& entry) {
-    pack_entry(entry, rows);
+    rows.add(encoded(entry.entry, entry.time, entry.boot, entry.number));
     if (entry.entry.user.has_value()) {
-      names[std::to_string(*entry.entry.user)] = "";
+      users.insert(*entry.entry.user);
     }
     return rows.bytes().size() < kEnoughForAPart;
   });
-  for (auto& [user, name] : names.items()) {
-    name = stores.users().name_of(std::stoll(user));
+  Json names = Json::array();
+  if (!users.empty()) {
+    for (const auto& [user, name] : stores.users().names_of(users)) {
+      names.push_back({user, name});
+    }
   }
   stream.send_bytes(rows.bytes());
-  return {{"columns", journal_columns()},
+  return {{"code", kEntryCode},
           {"names", names},
           {"after", reach.after},
           {"to", reach.to},
@@ -152,18 +116,23 @@ Json journal_request(const JournalQuery& query) {
 }
 
 void unpack_journal(const Json& answer, std::string_view bytes, const std::function<void(const JournalEntry&)>& take) {
-  if (answer.at("columns") != journal_columns()) {
-    throw std::runtime_error("the host that runs is of another version than this program: start it again");
+  bool is_known = answer.at("code") == kEntryCode;
+  for (PackedReader rows(bytes); is_known && !rows.is_at_end();) {
+    const auto entry = decoded(rows.text());
+    is_known = entry.has_value();
+    if (is_known) {
+      take(*entry);
+    }
   }
-  for (PackedReader rows(bytes); !rows.is_at_end();) {
-    take(unpacked_entry(rows));
+  if (!is_known) {
+    throw std::runtime_error("the host that runs is of another version than this program: start it again");
   }
 }
 
 std::map<std::int64_t, std::string> names_in(const Json& answer) {
   std::map<std::int64_t, std::string> names;
-  for (const auto& [user, name] : answer.at("names").items()) {
-    names.emplace(std::stoll(user), name.get<std::string>());
+  for (const auto& one : answer.at("names")) {
+    names.emplace(one.at(0).get<std::int64_t>(), one.at(1).get<std::string>());
   }
   return names;
 }

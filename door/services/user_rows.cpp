@@ -98,6 +98,19 @@ void each_count(SQLite::Database& database, const std::function<void(std::int64_
   }
 }
 
+std::map<std::int64_t, std::string> names(SQLite::Database& database, const std::set<std::int64_t>& users) {
+  SQLite::Statement row(database, "SELECT name FROM users WHERE id = ?");
+  std::map<std::int64_t, std::string> names;
+  for (const auto id : users) {
+    row.bind(1, id);
+    if (row.executeStep()) {
+      names.emplace_hint(names.end(), id, row.getColumn(0).getString());
+    }
+    row.reset();
+  }
+  return names;
+}
+
 std::optional<std::pair<User, bool>> user(SQLite::Database& database, std::int64_t id) {
   SQLite::Statement row(database, "SELECT sum IS row_sum(" USER_COLUMNS "), " USER_COLUMNS " FROM users WHERE id = ?");
   row.bind(1, id);

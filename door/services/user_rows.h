@@ -5,7 +5,9 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -27,6 +29,9 @@ void each_cards_user(SQLite::Database& database,
 
 // Of each user who has cards, how many.
 void each_count(SQLite::Database& database, const std::function<void(std::int64_t user, std::int64_t cards)>& take);
+
+// Of those that are there.
+std::map<std::int64_t, std::string> names(SQLite::Database& database, const std::set<std::int64_t>& users);
 
 // Nothing when there is none; second: the row is as it was written.
 std::optional<std::pair<User, bool>> user(SQLite::Database& database, std::int64_t id);

@@ -166,6 +166,10 @@ std::string UserStore::name_of(std::int64_t user) const {
   return found.has_value() ? found->name : "";
 }
 
+std::map<std::int64_t, std::string> UserStore::names_of(const std::set<std::int64_t>& users) const {
+  return impl_->with([&users](SQLite::Database& open) { return rows::names(open, users); });
+}
+
 bool UserStore::bind(std::uint64_t card, std::int64_t user, const std::string& registration) {
   struct Bound {
     bool is_new = false;

@@ -4,8 +4,10 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -40,6 +42,9 @@ class UserStore {
 
   // The name of that user; empty when he has none, or is not there.
   std::string name_of(std::int64_t user) const;
+
+  // The names of those of them that are there.
+  std::map<std::int64_t, std::string> names_of(const std::set<std::int64_t>& users) const;
 
   // Give a card that is nobody's to a user, who is made when missing. False, with nothing changed, when it is
   // somebody's already.
