@@ -108,13 +108,13 @@ void ask(const std::string& achost, const fs::path& directory, const std::string
       bare_times.push_back(milliseconds([&] { walk(directory / "journal.db", bare); }));
     }
     const std::string name = words[0] + " " + words[1];
-    print_row("`achost journal " + name + "`, 2,000,000 entries, " + where, number(median(times)) + " ms",
+    print_row("`achost journal " + name + "`, 2,000,000 entries" + where, number(median(times)) + " ms",
               ratio_of(times, bare_times), target);
     print_row("bare SQLite: the entries of `" + name + "` read", number(median(bare_times)) + " ms");
   }
 }
 
-// Nobody answers at the reader's line: the daemon asks it, and serves its clients.
+// Nobody answers at the reader's line, and the daemon serves its clients.
 void wait_until_served(const fs::path& directory) {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
   while (!fs::exists(directory / "control.sock")) {
@@ -138,10 +138,10 @@ int main(int count, char** arguments) {
   const TemporaryDirectory full;
   fill_journal(full.path(), kEntries);
   const std::string achost = arguments[1];
-  ask(achost, full.path(), "no daemon");
+  ask(achost, full.path(), "");
   const Reader reader(0);
   const Process daemon(achost, full.path(), reader.path(), {"--set", "host.journal_keep=0"});
   wait_until_served(full.path());
-  ask(achost, full.path(), "a daemon");
+  ask(achost, full.path(), ", through a daemon");
   return 0;
 }
