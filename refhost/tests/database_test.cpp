@@ -194,42 +194,5 @@ TEST_F(DatabaseFile, ADirectoryThatCannotBeWrittenIsNamed) {
   EXPECT_NE(failure.find("the test database " + nowhere.string() + " cannot be used"), std::string::npos) << failure;
 }
 
-class DatabaseBesideItsOwner : public DatabaseFile {
- protected:
-  // Opening it fails with that in its line, and leaves it as it is.
-  void expect_refused(const std::string& text) const {
-    const auto before = content_of(file);
-    EXPECT_NE(failure_of([&] { open_database_beside_owner(file, kKind); }).find(text), std::string::npos)
-        << failure_of([&] { open_database_beside_owner(file, kKind); });
-    EXPECT_EQ(content_of(file), before);
-    EXPECT_TRUE(kept_aside().empty());
-  }
-};
-
-TEST_F(DatabaseBesideItsOwner, IsWritten) {
-  fill(1);
-  auto database = open_database_beside_owner(file, kKind);
-  database.exec("INSERT INTO things(name) VALUES('another')");
-  EXPECT_EQ(rows(database), 2);
-}
-
-TEST_F(DatabaseBesideItsOwner, IsNotMade) {
-  expect_refused("there is no test database " + file.string() + " yet");
-  EXPECT_FALSE(std::filesystem::exists(file));
-}
-
-TEST_F(DatabaseBesideItsOwner, IsNotBroughtUpToDate) {
-  { open_database(file, kFirstVersion); }
-  expect_refused("is not up to date");
-}
-
-TEST_F(DatabaseBesideItsOwner, IsNotKeptAside) {
-  fill(1000);
-  std::fstream(file, std::ios::in | std::ios::out | std::ios::binary).seekp(3 * 4096) << std::string(4096, 'x');
-  expect_refused("is damaged (");
-  std::ofstream(file) << std::string(5000, 'x');
-  expect_refused("is damaged (file is not a database)");
-}
-
 }  // namespace
 }  // namespace refhost::test

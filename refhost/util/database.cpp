@@ -221,35 +221,6 @@ SQLite::Database open_database_again(const std::filesystem::path& file) {
   return connect(file, SQLite::OPEN_READWRITE);
 }
 
-SQLite::Database open_database_beside_owner(const std::filesystem::path& file, const DatabaseKind& kind) {
-  const std::string name = "the " + std::string(kind.noun) + " " + file.string();
-  const auto damaged = [&name](const char* damage) { return NeedsOwner(name + " is damaged (" + damage + ")"); };
-  try {
-    std::error_code failure_to_look;
-    if (!std::filesystem::exists(file, failure_to_look) && !failure_to_look) {
-      throw NeedsOwner("there is no " + std::string(kind.noun) + " " + file.string() + " yet");
-    }
-    if (const auto fault = wal_fault(file); !fault.empty()) {
-      throw NeedsOwner(fault);
-    }
-    make_private_file(file);
-    SQLite::Database database = connect(file, SQLite::OPEN_READWRITE);
-    if (version_of(database, kind) != kind.version) {
-      throw NeedsOwner(name + " is not up to date");
-    }
-    check_pages(database);
-    database.exec("PRAGMA synchronous = FULL");
-    return database;
-  } catch (const Damage& damage) {
-    throw damaged(damage.what());
-  } catch (const SQLite::Exception& failure) {
-    if (is_damage(failure)) {
-      throw damaged(failure.what());
-    }
-    throw_database_failure(file, kind, failure);
-  }
-}
-
 // SQLite would make a new index of the log, without what the damage hides.
 std::optional<SQLite::Database> open_database_to_read(const std::filesystem::path& file, const DatabaseKind& kind) {
   std::error_code failure_to_look;

@@ -29,12 +29,6 @@ struct DatabaseKind {
   bool is_big = false;   // opening it does not read all of it: its pages are examined beside the work (store_care.h)
 };
 
-// A file that only the owner of the state directory (instance_lock.h) may make, bring up to date or keep aside.
-class NeedsOwner : public ac::ac_exception {
- public:
-  explicit NeedsOwner(const std::string& text) : ac_exception(text, true) {}
-};
-
 // For the owner of the state directory: open the file for reading and writing: every transaction is on the disk when it
 // returns (write-ahead log, synchronous=FULL). A new file gets its tables and its owner (state_file.h), an older one is
 // brought up to date in one transaction. A damaged file is kept under another name, FILE.damaged-DATE, a new one is
@@ -58,12 +52,8 @@ SQLite::Database open_database_again(const std::filesystem::path& file);
 // Whether the file itself is broken, and not the disk, the memory or the statement.
 bool is_damage(const SQLite::Exception& failure);
 
-// The same as open_database() for another process beside the owner. Throws NeedsOwner, with nothing changed, when the
-// file is missing, of an older version or damaged.
-SQLite::Database open_database_beside_owner(const std::filesystem::path& file, const DatabaseKind& kind);
-
-// The same for reading only; nothing when there is no file, or one that nobody has come to write to. A damaged file is
-// an exception and stays where it is, one with a damaged write-ahead log too.
+// The same as open_database() for reading only; nothing when there is no file, or one that nobody has come to write to.
+// A damaged file is an exception and stays where it is, one with a damaged write-ahead log too.
 std::optional<SQLite::Database> open_database_to_read(const std::filesystem::path& file, const DatabaseKind& kind);
 
 // Examine all pages of the file and its write-ahead log, as open_database_to_read() opens it, then what it holds:
