@@ -27,7 +27,7 @@ constexpr std::chrono::seconds kPatience{2};
 constexpr std::chrono::seconds kBetweenWords{10};
 
 // More than can be over while the journal takes one to the disk.
-constexpr std::size_t kMostJustOver = 256;
+constexpr std::size_t kMostJustOver = 64;
 
 // Between the two clocks. Looked at each time, it would differ a little; it is another one when the wall clock was set.
 std::chrono::nanoseconds wall_clock_ahead() {
@@ -67,9 +67,6 @@ ReadingWatch::ReadingWatch(const refhost::SettingsStore& settings, const GpioSer
 ReadingWatch::~ReadingWatch() {
   tap_.reset();
   end();
-  if (thread_.joinable()) {
-    thread_.join();
-  }
 }
 
 void ReadingWatch::begin() {
@@ -249,16 +246,21 @@ ReadingWatch::Counters ReadingWatch::counters() const {
 }
 
 void ReadingWatch::end() {
-  const std::lock_guard lock(mutex_);
-  if (ending_) {
-    return;
+  {
+    const std::lock_guard lock(mutex_);
+    if (ending_) {
+      return;
+    }
+    ending_ = true;
+    if (witness_.has_value()) {
+      take_facts();
+      witness_->end();
+    }
+    changed_.notify_all();
   }
-  ending_ = true;
-  if (witness_.has_value()) {
-    take_facts();
-    witness_->end();
+  if (thread_.joinable()) {
+    thread_.join();
   }
-  changed_.notify_all();
 }
 
 }  // namespace achost
