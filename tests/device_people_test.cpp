@@ -19,6 +19,10 @@ class People : public Device {
     output({"field", "add", kKnown});
     auto event = next_event("identification");
     output({"field", "clear"});
+    // On a slow machine it was announced once more: what comes before this is not the next one's.
+    is_up_ = !is_up_;
+    output({"gpio", "set", "9", is_up_ ? "1" : "0"});
+    next_event("gpio");
     return event;
   }
 
@@ -30,12 +34,15 @@ class People : public Device {
   }
 
   void start_fast() { start({"--set", "read_interval=250"}); }
+
+ private:
+  bool is_up_ = false;  // line 9
 };
 
 TEST_F(People, WhatACommandChangesCountsForTheNextCardOfAHostThatRuns) {
   start_fast();
   output({"card", "add", "1", "--user", "7"});
-  for (int i = 0; i < 5; ++i) {
+  for (int i = 0; i < 2; ++i) {
     EXPECT_EQ(present().at("outcome"), "opens");
     output({"card", "remove", "1"});
     EXPECT_EQ(present().at("outcome"), "unknown");
