@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <string>
 
 namespace achost {
@@ -18,7 +17,8 @@ struct Maker {
 // The user of this process.
 Maker own_maker();
 
-// That user, with the name that the machine knows him by.
+// That user, with the name that the machine's own file of users has for him: a name service may ask the network, and
+// the C library's looking one up ends the process where no memory is left.
 Maker maker_of(std::int64_t uid);
 
 // For the time of a block, all that the calling thread changes is that one's change. Blocks may stand in each other.
@@ -29,11 +29,12 @@ class MakerScope {
   MakerScope(const MakerScope&) = delete;
   MakerScope& operator=(const MakerScope&) = delete;
 
-  // Whose block the calling thread is in; nothing outside of one: the device changes something by itself.
-  static const std::optional<Maker>& current();
+  // Whose block the calling thread is in, until its end; null outside of one: the device changes something by itself.
+  static const Maker* current();
 
  private:
-  std::optional<Maker> before_;
+  const Maker maker_;
+  const Maker* const before_;
 };
 
 }  // namespace achost

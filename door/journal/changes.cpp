@@ -8,7 +8,7 @@ namespace achost {
 namespace {
 
 Entry with_maker(Entry entry) {
-  if (const auto& maker = MakerScope::current()) {
+  if (const auto* maker = MakerScope::current()) {
     entry.fields.emplace_back("by_uid", maker->uid);
     entry.fields.emplace_back("by", maker->name);
   }

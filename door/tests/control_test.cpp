@@ -94,7 +94,7 @@ ControlTable commands_with_bytes(std::function<void(const Json&)> taken = [](con
       {.name = "who",
        .fields = {},
        .run = [](const Json&, ControlStream&) -> Json {
-         return {{"uid", MakerScope::current().value().uid}};
+         return {{"uid", MakerScope::current()->uid}};
        },
        .changes = true},
   });

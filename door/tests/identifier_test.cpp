@@ -64,6 +64,7 @@ std::string decision(const std::string& outcome, const std::string& name = "") {
 TEST_F(Identifier, ABlockedUsersCardOpensNothing) {
   users.put({.id = 7, .name = "Ana", .blocked = true});
   present(-1);
+  EXPECT_EQ(seen(1), Texts({decision("blocked", "Ana")}));
   users.put({.id = 7, .name = "Ana"});
   present(-1);
   EXPECT_EQ(seen(3), Texts({decision("blocked", "Ana"), decision("opens", "Ana"), "actuator_open_door id=1 reason=0"}));

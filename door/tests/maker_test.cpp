@@ -17,12 +17,12 @@ TEST(MakerTest, IsWhoRunsTheCommand) {
 }
 
 TEST(MakerTest, HoldsForTheBlockAndTheThread) {
-  EXPECT_FALSE(MakerScope::current().has_value());
+  EXPECT_EQ(MakerScope::current(), nullptr);
   const MakerScope outer({.uid = 1, .name = "ana"});
   {
     const MakerScope inner({.uid = 2, .name = "eve"});
     EXPECT_EQ(MakerScope::current()->name, "eve");
-    std::thread([] { EXPECT_FALSE(MakerScope::current().has_value()); }).join();
+    std::thread([] { EXPECT_EQ(MakerScope::current(), nullptr); }).join();
   }
   EXPECT_EQ(MakerScope::current()->name, "ana");
 }

@@ -145,17 +145,17 @@ TEST_F(Owner, RefusesTheSameInBothCases) {
 }
 
 TEST_F(Owner, KnowsWhoMakesAChange) {
-  std::vector<std::optional<Maker>> makers;
+  std::vector<Maker> makers;
   server.emplace(directory.path(), ControlTable({{.name = "user_put",
                                                   .fields = {},
                                                   .run =
                                                       [&makers](const Json&, ControlStream&) {
-                                                        makers.push_back(MakerScope::current());
+                                                        makers.push_back(*MakerScope::current());
                                                         return Json::object();
                                                       },
                                                   .changes = true}}));
   StoreOwner(directory.path()).ask({{"command", "user_put"}});
-  EXPECT_EQ(makers, std::vector<std::optional<Maker>>{own_maker()});
+  EXPECT_EQ(makers, std::vector<Maker>{own_maker()});
 }
 
 }  // namespace
