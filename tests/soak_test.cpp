@@ -28,9 +28,7 @@ namespace {
 
 constexpr int kUsualSeconds = 60;
 constexpr int kTags = 500;
-// kB, from the first third of the time to its end. The sightings of the tags, told each minute, and the journal's share
-// come to their full size only after a minute or two.
-constexpr long kMostGrowth = 3072;
+constexpr long kMostGrowth = 1024;  // kB, from the first third of the time to its end
 
 // What a process has of the system.
 struct Footprint {

@@ -78,6 +78,9 @@ constexpr std::string_view name_of(Kind kind) { return kKinds.at(static_cast<std
 // The kind of that name; nothing when there is none.
 std::optional<Kind> kind_of(std::string_view name);
 
+// Of a field, in bytes; a longer one is cut.
+inline constexpr std::size_t kLongestText = 4096;
+
 using EntryField = std::pair<std::string, std::variant<std::int64_t, std::string>>;
 
 // What happened, as whoever notes it tells it.

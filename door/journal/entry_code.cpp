@@ -11,7 +11,6 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 // What one field may have; an entry with many of them still is a small part of the spool.
-constexpr std::size_t kLongestText = 4096;
 
 // What each entry has; texts follow it.
 struct Fixed {

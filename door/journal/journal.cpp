@@ -21,6 +21,9 @@ using std::chrono::milliseconds;
 // Room for some thousand entries: hours of a door, should the disk be away for so long.
 constexpr std::size_t kSpoolSize = 1024UL * 1024;
 
+// Of it, for all but sightings.
+constexpr std::size_t kRoomForOthers = kSpoolSize / 2;
+
 }  // namespace
 
 // The kernel's random id of this run of the machine, as 32 digits. A service that may not look there is told.
@@ -139,15 +142,23 @@ bool Journal::Impl::put(const Entry& entry) {
   if (ending) {
     return false;
   }
+  if (entry.kind == Kind::sighting && !spool->has_room(kRoomForOthers)) {
+    return lose(left_out);
+  }
   if (code.empty() || !put_locked(code)) {
-    lost_since = lost++ == 0 ? in_ms(std::chrono::system_clock::now()) : lost_since;
-    return false;
+    return lose(lost);
   }
   if (!waiting_since.has_value()) {
     waiting_since = Clock::now();
     alarm_clock.set(kGathering);
   }
   return true;
+}
+
+bool Journal::Impl::lose(std::int64_t& number) {
+  lost_since = lost + left_out == 0 ? in_ms(std::chrono::system_clock::now()) : lost_since;
+  ++number;
+  return false;
 }
 
 // Behind an entry about those that were lost, if any were.
@@ -168,15 +179,16 @@ bool Journal::Impl::give_number(std::string& code) {
 
 // With the lock held. False when entries are lost, and there is no room to say so.
 bool Journal::Impl::put_gap() {
-  if (lost == 0) {
+  if (lost + left_out == 0) {
     return true;
   }
   const Entry gap = {
       .kind = Kind::gap,
-      .fields = {{"lost", lost}, {"since", lost_since}, {"reason", "there was no room for them in memory"}}};
+      .fields = {{"lost", lost + left_out}, {"since", lost_since}, {"reason", "there was no room for them in memory"}}};
   auto code = encoded(gap, now(), boot);
   const bool is_said = give_number(code);
   lost = is_said ? 0 : lost;
+  left_out = is_said ? 0 : left_out;
   return is_said;
 }
 
@@ -207,6 +219,11 @@ Journal::Journal(const std::filesystem::path& directory) : impl_(std::make_uniqu
 Journal::~Journal() { impl_->end(); }
 
 bool Journal::note(const Entry& entry) { return impl_->put(entry); }
+
+bool Journal::has_room_for_sightings() const {
+  const std::lock_guard lock(impl_->mutex);
+  return impl_->spool->has_room(kRoomForOthers);
+}
 
 bool Journal::is_writable() const {
   const std::lock_guard lock(impl_->mutex);

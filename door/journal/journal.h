@@ -57,8 +57,12 @@ class Journal {
   Journal(const Journal&) = delete;
   Journal& operator=(const Journal&) = delete;
 
-  // Note what happens now. False: it is lost, since the spool is full; a later entry will say so.
+  // Note what happens now. False: it is lost, since the spool is full; a later entry will say so. A sighting is noted
+  // only while half of the spool is free, so that there is room for openings where a field is full of cards.
   bool note(const Entry& entry);
+
+  // Whether a sighting would be noted.
+  bool has_room_for_sightings() const;
 
   // Whether what is noted gets to the disk: nothing has failed or waited for more than a second.
   bool is_writable() const;

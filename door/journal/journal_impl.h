@@ -59,6 +59,7 @@ struct Journal::Impl {
   std::unique_ptr<Spool> new_spool();
   EntryTime now() const;
   bool put(const Entry& entry);
+  bool lose(std::int64_t& number);
   bool put_locked(std::string& code);
   bool give_number(std::string& code);
   bool put_gap();
@@ -102,6 +103,7 @@ struct Journal::Impl {
   std::int64_t next_number = 1;
   std::int64_t stored = 0;
   std::int64_t lost = 0;        // entries, since that was last said
+  std::int64_t left_out = 0;    // sightings, likewise: no trouble, as the rest has room
   std::int64_t lost_since = 0;  // ms: the time of the first
   bool wants_pruning = false;
   bool ending = false;

@@ -99,7 +99,7 @@ class Host {
   IdentifierService identifier_{users_, changes_, books_};
   EnrollerService enroller_{users_};
   const JournalFeed journal_feed_{books_.note};  // before who tells of the reader's states
-  ReadingWatch readings_{settings_, gpio_, books_.note};
+  ReadingWatch readings_{settings_, gpio_, books_.note, [this] { return journal_.has_room_for_sightings(); }};
   const ReaderWatch reader_watch_;
   const refhost::Subscriber way_out_;  // for as long as no plug-in handles exit requests
   refhost::Watchdog watchdog_;

@@ -61,8 +61,8 @@ why::Mode mode_of(const std::string& text) {
 }  // namespace
 
 ReadingWatch::ReadingWatch(const refhost::SettingsStore& settings, const GpioService& gpio,
-                           std::function<void(const Entry&)> note)
-    : settings_(settings), gpio_(gpio), note_(std::move(note)) {}
+                           std::function<void(const Entry&)> note, std::function<bool()> has_room)
+    : settings_(settings), gpio_(gpio), note_(std::move(note)), has_room_(std::move(has_room)) {}
 
 ReadingWatch::~ReadingWatch() {
   tap_.reset();
@@ -202,6 +202,9 @@ void ReadingWatch::note(const why::Sighting& sighting) {
   if (just_over_.size() > kMostJustOver) {
     just_over_.pop_front();
   }
+  while (steady_clock::now() < noted_until_ && !has_room_()) {
+    std::this_thread::sleep_for(milliseconds(5));
+  }
   note_(entry_of(just_over_.back()));
 }
 
@@ -253,6 +256,7 @@ void ReadingWatch::end() {
     }
     ending_ = true;
     if (witness_.has_value()) {
+      noted_until_ = steady_clock::now() + kLongestEnd;
       take_facts();
       witness_->end();
     }

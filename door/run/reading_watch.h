@@ -31,8 +31,10 @@ class ReadingWatch {
   // What is held for the thread; what is beyond is left out and counted.
   static constexpr std::size_t kMostBytes = 4U << 20U;
 
-  // Does nothing before begin(). note: gets the sightings that are over, and the disagreements. All must outlive it.
-  ReadingWatch(const refhost::SettingsStore& settings, const GpioService& gpio, std::function<void(const Entry&)> note);
+  // Does nothing before begin(). note: gets the sightings that are over, and the disagreements; has_room: whether it
+  // would take a sighting, which at the end, when all are over, is waited for. All must outlive it.
+  ReadingWatch(const refhost::SettingsStore& settings, const GpioService& gpio, std::function<void(const Entry&)> note,
+               std::function<bool()> has_room);
   ~ReadingWatch();
   ReadingWatch(const ReadingWatch&) = delete;
   ReadingWatch& operator=(const ReadingWatch&) = delete;
@@ -56,7 +58,9 @@ class ReadingWatch {
   // The last of them, also while the thread hangs.
   std::uint64_t left_out() const { return left_out_; }
 
-  // The cards in the field are noted, at the end of the process; nothing is looked at any more.
+  // The cards in the field are noted, at the end of the process, within kLongestEnd as far as there is room; nothing is
+  // looked at any more.
+  static constexpr std::chrono::milliseconds kLongestEnd{500};
   void end();
 
  private:
@@ -87,6 +91,7 @@ class ReadingWatch {
   const refhost::SettingsStore& settings_;
   const GpioService& gpio_;
   const std::function<void(const Entry&)> note_;
+  const std::function<bool()> has_room_;
   std::atomic<int> trigger_line_ = -1;  // set by begin()
 
   std::mutex facts_mutex_;  // guards the next two; nobody waits for it for long
@@ -101,6 +106,7 @@ class ReadingWatch {
   Time known_until_{};                       // what became of all readings before it is known
   mutable Time wanted_until_{};              // somebody waits until that much is known
   bool ending_ = false;
+  Time noted_until_{};  // sightings wait for room until then
   Counters counters_;
   std::uint64_t left_out_before_ = 0;  // as the thread knows it
   Time doubtful_until_{};              // something was left out: what follows from it lasts that long

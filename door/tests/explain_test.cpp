@@ -3,6 +3,8 @@
 
 #include <gmock/gmock.h>
 
+#include "door/journal/entry_code.h"
+
 namespace achost::why {
 namespace {
 
@@ -165,6 +167,18 @@ TEST_F(ExplainTest, ASightingIsReadFromTheJournalAsItWasWritten) {
   sighting.goes_on = true;
   EXPECT_EQ(sighting_of(entry_of(sighting)), sighting);
   EXPECT_THROW(sighting_of(Entry{.kind = Kind::sighting}), std::runtime_error);
+}
+
+TEST(Sightings, WithMoreFatesThanTheJournalKeepsHaveTheLatest) {
+  ToldSighting sighting{.epc = "E2", .card = 33, .polls = 100, .fates = {}};
+  for (int i = 0; i < 100; ++i) {
+    sighting.fates.push_back({.from = i, .to = i, .polls = 1, .reasons = {{Reason::kBadFrame, std::string(90, 'x')}}});
+  }
+  const auto entry = entry_of(sighting);
+  EXPECT_EQ(fields_of_json(json_of_fields(entry.fields)), entry.fields) << "nothing is cut";
+  const auto found = sighting_of(entry);
+  EXPECT_GT(found.fates.size(), 10U);
+  EXPECT_EQ(found.fates.back(), sighting.fates.back());
 }
 
 }  // namespace

@@ -195,6 +195,52 @@ TEST_F(JournalTest, WhatFindsNoRoomIsCountedAndSaid) {
   EXPECT_EQ(found[0].entry.fields.at(0), EntryField("lost", lost));
 }
 
+TEST_F(JournalTest, SightingsLeaveHalfOfTheRoomToTheOthers) {
+  Journal journal(state());
+  const EntryField text = {"text", std::string(4000, 'x')};
+  const auto put_all = [&](Kind kind) {
+    std::int64_t kept = 0;
+    for (; journal.note({.kind = kind, .fields = {text}}); ++kept) {
+    }
+    return kept;
+  };
+  std::int64_t sightings = 0;
+  std::int64_t others = 0;
+  {
+    auto other = database();
+    SQLite::Transaction transaction(other, SQLite::TransactionBehavior::EXCLUSIVE);
+    sightings = put_all(Kind::sighting);
+    EXPECT_FALSE(journal.has_room_for_sightings());
+    others = put_all(Kind::opening);
+  }
+  EXPECT_GT(sightings, 100);
+  EXPECT_NEAR(static_cast<double>(sightings), static_cast<double>(others), 2);
+  wait_for(journal, sightings + others + 1);
+  EXPECT_TRUE(journal.has_room_for_sightings());
+  const auto found = entries({.kinds = {Kind::gap}});
+  ASSERT_EQ(found.size(), 1U);
+  EXPECT_EQ(found[0].entry.fields.at(0), EntryField("lost", std::int64_t{2})) << "one of each";
+}
+
+TEST_F(JournalTest, SightingsThatFindNoRoomAreNotTheTrouble) {
+  Journal journal(state());
+  std::string told;
+  journal.on_trouble([&](const std::string& text) { told += text; });
+  {
+    auto other = database();
+    SQLite::Transaction transaction(other, SQLite::TransactionBehavior::EXCLUSIVE);
+    while (journal.note({.kind = Kind::sighting, .fields = {{"text", std::string(4000, 'x')}}})) {
+    }
+    while (journal.is_writable()) {
+      journal.wait_beyond(0, milliseconds(10));
+    }
+    journal.look();
+  }
+  journal.seal();
+  EXPECT_THAT(told, testing::HasSubstr("what happens waits in memory"));
+  EXPECT_THAT(told, testing::Not(testing::HasSubstr("lost")));
+}
+
 TEST_F(JournalTest, TheOldestGoBeyondTheNumberAndAnEntrySaysWhich) {
   {
     Journal journal(state());

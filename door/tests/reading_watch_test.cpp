@@ -54,7 +54,7 @@ class ReadingWatchTest : public Services {
 
   GpioService gpio_;
   Recorder<Kind> noted_;
-  ReadingWatch watch_{settings(), gpio_, [this](const Entry& entry) { noted_.add(entry.kind); }};
+  ReadingWatch watch_{settings(), gpio_, [this](const Entry& entry) { noted_.add(entry.kind); }, [] { return true; }};
 };
 
 TEST_F(ReadingWatchTest, WhoAsksWaitsNoLongerThanItTakesToKnow) {
@@ -105,12 +105,15 @@ TEST_F(ReadingWatchTest, WhatIsLeftOutForWantOfRoomIsCountedAndNoDisagreement) {
   std::promise<void> is_held;
   std::promise<void> go_on;
   bool holds = true;  // the thread of the watch, and the end of the test
-  ReadingWatch watch(settings(), gpio_, [&](const Entry&) {
-    if (std::exchange(holds, false)) {
-      is_held.set_value();
-      go_on.get_future().wait();
-    }
-  });
+  ReadingWatch watch(
+      settings(), gpio_,
+      [&](const Entry&) {
+        if (std::exchange(holds, false)) {
+          is_held.set_value();
+          go_on.get_future().wait();
+        }
+      },
+      [] { return true; });
   watch.begin();
   announce();  // of a card that nobody has read: a disagreement is noted
   is_held.get_future().wait();
@@ -127,6 +130,32 @@ TEST_F(ReadingWatchTest, WhatIsLeftOutForWantOfRoomIsCountedAndNoDisagreement) {
   announce();  // of an answer that may have been left out
   watch.sightings();
   EXPECT_EQ(watch.counters().disagreements, 1U);
+}
+
+TEST_F(ReadingWatchTest, AtTheEndSightingsWaitForRoomAndNotForLong) {
+  std::atomic<int> asked = 0;
+  std::vector<int> noted_at;  // by the end, on this thread
+  const auto end_with_room_at = [&](int question) {
+    asked = 0;
+    noted_at.clear();
+    ReadingWatch watch(
+        settings(), gpio_,
+        [&](const Entry& entry) {
+          if (entry.kind == Kind::sighting) {
+            noted_at.push_back(asked);
+          }
+        },
+        [&] { return ++asked >= question; });
+    watch.begin();
+    watch.saw(answer());
+    watch.end();
+  };
+  end_with_room_at(3);
+  EXPECT_EQ(noted_at, std::vector<int>({3}));
+  const auto begin = std::chrono::steady_clock::now();
+  end_with_room_at(1'000'000'000);
+  EXPECT_EQ(noted_at.size(), 1U) << "it is for the one who notes it to refuse it";
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, ReadingWatch::kLongestEnd);
 }
 
 }  // namespace

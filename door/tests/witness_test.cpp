@@ -355,6 +355,47 @@ TEST_F(WitnessTest, ACardThatStaysIsToldEachMinute) {
   EXPECT_EQ(over_[0].polls + over_[1].polls + over_[2].polls, 121 * 50);
 }
 
+// A field that came to be at once.
+TEST_F(WitnessTest, OfManyThatAreOverAFewAreToldAtATimeAndAllAreTold) {
+  constexpr std::size_t kCards = 300;
+  witness_.apply({.rules = {.read_interval = hours(1)}, .identification_bits = 16, .reader_type = "msb"}, kBegin);
+  std::vector<Bytes> frames;
+  for (std::size_t i = 0; i < kCards; ++i) {
+    frames.push_back(report({0xE2, 0, static_cast<std::uint8_t>(i >> 8U), static_cast<std::uint8_t>(i)}));
+  }
+  const auto tell_some = [&] {
+    const auto before = over_.size();
+    witness_.pass(now_);
+    EXPECT_LE(over_.size() - before, kCards / 10) << now_ - kBegin;
+  };
+  for (; now_ < kBegin + std::chrono::minutes(2); now_ += seconds(1)) {
+    witness_.saw(poll(now_, frames));
+    tell_some();
+  }
+  EXPECT_GE(over_.size(), kCards) << "of the first minute";
+  over_.clear();
+  now_ += seconds(60);  // nobody has polled for long
+  for (std::size_t i = 0; i < kCards; ++i) {
+    tell_some();
+  }
+  EXPECT_EQ(over_.size(), kCards);
+  EXPECT_THAT(witness_.sightings(), IsEmpty());
+}
+
+TEST_F(WitnessTest, ACardThatComesBackBeforeItWasToldToHaveLeftIsAnotherSighting) {
+  poll_until(kBegin + milliseconds(20), {report(kFirst)});
+  announce(kCard);
+  witness_.pass(kBegin + seconds(1));
+  now_ = kBegin + seconds(10);
+  witness_.saw(poll(now_, {kNothingRead}));
+  witness_.saw(poll(now_ + milliseconds(20), {report(kFirst)}));
+  ASSERT_THAT(over_, SizeIs(1));
+  EXPECT_EQ(over_.front().last, kBegin);
+  EXPECT_FALSE(over_.front().goes_on);
+  now_ += milliseconds(40);
+  EXPECT_EQ(only_one().first, kBegin + seconds(10) + milliseconds(20));
+}
+
 TEST_F(WitnessTest, TheFatesOfASightingAddUpToItsPolls) {
   poll_until(kBegin + seconds(30), {report(kFirst), report(kSecond), report(kFirst)});
   witness_.end();
@@ -372,7 +413,7 @@ TEST_F(WitnessTest, AnotherCardValueIsAnotherSighting) {
   auto other = settings();
   other.identification_bits = 16;
   witness_.apply(other, now_);
-  now_ += seconds(4);
+  now_ += seconds(1);
   poll_until(now_ + milliseconds(20), {report(Bytes{0xE2, 0, 1, 33})});
   poll_until(now_ + milliseconds(20), {report(kFirst)});
   sightings();

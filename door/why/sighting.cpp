@@ -101,14 +101,18 @@ Json json_of(const ToldSighting& sighting) {
 
 namespace {
 
-// The journal keeps texts of so many bytes; with the decisive reason of each fate alone all of them fit.
+// The journal keeps texts of so many bytes, and cuts others, which could not be read any more. With the decisive reason
+// of each fate alone those of a usual sighting fit; of another one the latest do.
 std::string stored(std::vector<ToldFate> fates) {
-  constexpr std::size_t kMost = 4000;
   auto text = json_of(fates).dump();
-  if (text.size() > kMost) {
+  if (text.size() > kLongestText) {
     for (ToldFate& fate : fates) {
       fate.reasons.resize(std::min<std::size_t>(fate.reasons.size(), 1), {Reason::kUnexplained, ""});
     }
+    text = json_of(fates).dump();
+  }
+  while (text.size() > kLongestText) {
+    fates.erase(fates.begin());
     text = json_of(fates).dump();
   }
   return text;

@@ -10,6 +10,9 @@ namespace {
 constexpr std::uint64_t kPollsWithout = 2;
 constexpr std::chrono::seconds kNobodyPolls{30};
 
+// Then a sighting is ended at once, however many others are.
+constexpr std::size_t kFarTooManyFates = 2 * Witness::kMostFates;
+
 // What the plug-in has left of an answer it may take for the next one, for as long as the line lets it lie.
 constexpr std::chrono::seconds kOutOfStep{1};
 
@@ -23,6 +26,10 @@ struct Witness::Presence {
   std::size_t chapter = 0;      // the first fate since it was announced last
   std::int64_t waiting = 0;     // readings that the plug-in has missed so far, and may still look at,
   Time waiting_since;           // from then on
+
+  bool is_to_go_on_in_another() const {
+    return sighting.last - sighting.first >= kLongest || sighting.fates.size() > kMostFates;
+  }
 
   // The fate with these reasons, in this chapter.
   Fate& fate_with(const std::vector<Because>& reasons, Time at) {
@@ -121,6 +128,10 @@ Witness::Presence* Witness::presence_of(const line::Tag& tag, Time at) {
     begin(*found->second);
   }
   Presence& presence = *found->second;
+  if (presence.sighting.polls > 0 && has_left(presence, at)) {
+    close(presence, false);
+    begin(presence);
+  }
   const auto& [rules, interval, bits, type] = settings_;
   if (presence.settings.identification_bits != bits || presence.settings.reader_type != type) {
     close(presence, true);
@@ -211,8 +222,7 @@ void Witness::conclude(Presence& presence, const Verdict& verdict, Opinion opini
   fate.announced_from = verdict.would_have_been_from;
   const bool is_announcement = fate.is_announcement();
   count(presence, fate, 1 + std::exchange(presence.waiting, 0), at);
-  const bool is_long = presence.sighting.last - presence.sighting.first >= kLongest;
-  if (is_long || presence.sighting.fates.size() > kMostFates) {
+  if (presence.sighting.fates.size() > kFarTooManyFates) {
     close(presence, true);
     begin(presence);
   } else if (is_announcement) {
@@ -244,17 +254,28 @@ void Witness::pass(Time now) {
   end_over(now);
 }
 
+bool Witness::has_left(const Presence& presence, Time now) const {
+  const auto away = now - presence.last_read;
+  return away > kLeft && (number_of_polls_ - presence.last_poll >= kPollsWithout || away > kNobodyPolls);
+}
+
 void Witness::end_over(Time now) {
-  std::erase_if(presences_, [&](const auto& entry) {
-    Presence& presence = *entry.second;
-    const auto away = now - presence.last_read;
-    const bool has_left =
-        away > kLeft && (number_of_polls_ - presence.last_poll >= kPollsWithout || away > kNobodyPolls);
-    if (has_left) {
+  auto room = most_at_once(presences_.size());
+  for (auto entry = presences_.begin(); entry != presences_.end() && room > 0;) {
+    Presence& presence = *entry->second;
+    if (has_left(presence, now)) {
       close(presence, false);
+      entry = presences_.erase(entry);
+      --room;
+      continue;
     }
-    return has_left;
-  });
+    if (presence.is_to_go_on_in_another()) {
+      close(presence, true);
+      begin(presence);
+      --room;
+    }
+    ++entry;
+  }
 }
 
 std::vector<Sighting> Witness::sightings() const {

@@ -43,8 +43,8 @@ class Witness {
  public:
   static constexpr std::size_t kMostSightings = 4096;  // under way; a card beyond is counted and left out
   static constexpr std::size_t kLongestEpc = 62;       // bytes, as the standard has it; a longer one is left out, too
-  static constexpr std::size_t kMostFates = 10;        // of a sighting, which goes on in another one then,
-  static constexpr std::chrono::minutes kLongest{1};   // as it does after that time
+  static constexpr std::size_t kMostFates = 10;        // of a sighting, which is to go on in another one then,
+  static constexpr std::chrono::minutes kLongest{1};   // as it is after that time
   static constexpr std::chrono::seconds kLeft{2};      // a card that was not read for so long has left
 
   // The plug-in may be held up for so long by a busy machine: it is no disagreement when an announcement comes as late.
@@ -65,8 +65,12 @@ class Witness {
   void input(std::optional<int> level, Time at);
   void answer(std::optional<int> level, Time at);
 
-  // It is that time now.
+  // It is that time now. Of the sightings that are over a few are told each time, the others later: whoever keeps them
+  // could not take those of a full field at once.
   void pass(Time now);
+
+  // How many, where so many are under way.
+  static constexpr std::size_t most_at_once(std::size_t under_way) { return 8 + under_way / 32; }
 
   // Those that are under way, in the order of their beginning.
   std::vector<Sighting> sightings() const;
@@ -97,6 +101,7 @@ class Witness {
   void conclude(Poll& poll, const Outcome& outcome);
   void conclude(Presence& presence, const Verdict& verdict, Opinion opinion) const;
   void tell(const Outcome& outcome) const;
+  bool has_left(const Presence& presence, Time now) const;
   void end_over(Time now);
   void doubt_values(Time at);
 
