@@ -155,6 +155,7 @@ void Line::Relay::start_lending(Clock::time_point now) {
   borrower_.emplace(std::move(*waiting_borrower_));
   waiting_borrower_.reset();
   watch_.lent(borrower_->who);
+  recorder_.note(std::string(kLent) + borrower_->who, now);
   done_with(conversation_.end());
   if (!held_.empty()) {
     answer_for_reader(std::exchange(held_, {}));
@@ -222,7 +223,7 @@ void Line::Relay::answer_for_reader(ByteView question) {
 }
 
 void Line::Relay::end_lending(const std::string& why) {
-  recorder_.note("the line comes back from " + borrower_->who + ": " + why);
+  recorder_.note(std::string(kReturned) + borrower_->who + ": " + why);
   returned_ = borrower_->returned;
   returned_until_ = Clock::now() + kGivingBack;
   borrower_.reset();

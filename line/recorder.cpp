@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <optional>
@@ -47,11 +48,19 @@ void Recorder::note(std::string_view text, Clock::time_point now) {
   constexpr std::chrono::microseconds kPause{50};
   for (int i = 0; i < kTries; ++i) {
     if (const std::unique_lock lock(mutex_, std::try_to_lock); lock.owns_lock()) {
-      put(Kind::note, now, text.data(), text.size());
+      put_note(text, now);
       return;
     }
     std::this_thread::sleep_for(kPause);
   }
+  is_note_missing_ = true;
+}
+
+void Recorder::put_note(std::string_view text, Clock::time_point now) {
+  if (is_note_missing_.exchange(false)) {
+    put(Kind::note, now, kNotesMissing.data(), kNotesMissing.size());
+  }
+  put(Kind::note, now, text.data(), text.size());
 }
 
 void Recorder::put(Kind kind, Clock::time_point now, const void* bytes, std::size_t count) {
@@ -99,14 +108,22 @@ void Recorder::copy_out(std::size_t from, void* bytes, std::size_t count) const 
 
 namespace {
 
-std::string wall_time(Clock::time_point at) {
-  const auto wall = std::chrono::system_clock::now() -
-                    std::chrono::duration_cast<std::chrono::system_clock::duration>(Clock::now() - at);
-  const std::time_t seconds = std::chrono::system_clock::to_time_t(wall);
+// The local time with microseconds and zone, and the time since the machine's start.
+std::string beginning(Clock::time_point at) {
+  using std::chrono::microseconds;
+  const auto ago = std::chrono::duration_cast<microseconds>(Clock::now() - at);
+  const auto wall = std::chrono::floor<microseconds>(std::chrono::system_clock::now() - ago);
+  const auto seconds = std::chrono::floor<std::chrono::seconds>(wall);
+  const std::time_t time = seconds.time_since_epoch().count();
   std::tm parts{};
-  gmtime_r(&seconds, &parts);
-  char text[32];
-  std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts);
+  localtime_r(&time, &parts);
+  char date[32];
+  std::strftime(date, sizeof date, "%Y-%m-%dT%H:%M:%S", &parts);
+  const long zone = parts.tm_gmtoff / 60;
+  char text[96];
+  std::snprintf(text, sizeof text, "%s.%06d%c%02ld:%02ld %.6f", date, static_cast<int>((wall - seconds).count()),
+                zone < 0 ? '-' : '+', std::labs(zone) / 60, std::labs(zone) % 60,
+                std::chrono::duration<double>(at.time_since_epoch()).count());
   return text;
 }
 
@@ -130,7 +147,8 @@ Bytes Recorder::oldest_first() const {
 // Made from a copy, so that the line waits no longer than that takes.
 std::string Recorder::text(std::size_t latest) const {
   const Bytes all = oldest_first();
-  std::string text = "# uhf recording 1\n";
+  std::string text(kRecording);
+  text += '\n';
   std::optional<Clock::time_point> begin;
   for (std::size_t done = 0; done < all.size();) {
     const Head head = Head::from(all.data() + done);
@@ -141,7 +159,7 @@ std::string Recorder::text(std::size_t latest) const {
     }
     if (!begin.has_value()) {
       begin = head.at;
-      text += "# begins " + wall_time(head.at) + "\n";
+      text += "# begins " + beginning(head.at) + "\n";
     }
     char time[32];
     std::snprintf(time, sizeof time, "%.6f", std::chrono::duration<double>(head.at - *begin).count());
