@@ -21,6 +21,7 @@
 #include "door/journal/changes.h"
 #include "door/journal/journal_file.h"
 #include "door/run/temporary_state.h"
+#include "door/why/noted_message.h"
 #include "refhost/clock.h"
 #include "refhost/delivery.h"
 #include "refhost/line_writer.h"
@@ -196,6 +197,14 @@ void Host::begin_journal() {
                             {"run_before", journal_.found_unended_run() ? "without an end" : "ended"}}});
 }
 
+// No message says that the door was to open and could not.
+void Host::note(const Entry& entry) {
+  journal_.note(entry);
+  if (entry.kind == Kind::refusal && reader_.line() != nullptr) {
+    reader_.line()->recorder().note(why::kDoorRefused);
+  }
+}
+
 // For a card; who wants to leave is not asked for.
 bool Host::lets_open() const {
   return settings_.get_int("host", "journal_required").value() == 0 || journal_.is_writable();
@@ -222,7 +231,7 @@ void Host::start_plugin(const std::string& path) {
   settings_.check_rules();
   settings_.begin_run();
   if (reader_.line() != nullptr) {
-    readings_.begin();
+    readings_.begin(&reader_.line()->recorder());
     reader_.on_exchange([this](line::Exchange exchange) { readings_.saw(std::move(exchange)); });
   }
   std::set_terminate(end_terminated);

@@ -61,6 +61,7 @@ class Host {
   void tell_of_damage();
   void tell_of_damage(const std::string& file, const std::vector<std::string>& faults);
   void begin_journal();
+  void note(const Entry& entry);
   bool lets_open() const;
   void see_that_all_is_well();
   void look_at_the_disk();
@@ -86,7 +87,7 @@ class Host {
   refhost::AuditLog audit_;
   UserStore users_;
   Journal journal_;
-  const Bookkeeping books_{.note = [this](const Entry& entry) { journal_.note(entry); },
+  const Bookkeeping books_{.note = [this](const Entry& entry) { note(entry); },
                            .lets_open = [this] { return lets_open(); }};
   Ending ending_;
   const Supervisor supervisor_;

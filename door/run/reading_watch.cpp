@@ -1,7 +1,6 @@
 #include "door/run/reading_watch.h"
 
 #include <pthread.h>
-#include <strings.h>
 
 #include <algorithm>
 #include <atomic>
@@ -47,17 +46,6 @@ Milliseconds wall_time(why::Time time) {
       std::chrono::duration_cast<std::chrono::system_clock::duration>(time.time_since_epoch() + wall_clock_ahead())));
 }
 
-why::Mode mode_of(const std::string& text) {
-  constexpr std::pair<const char*, why::Mode> kModes[] = {
-      {"inhibit", why::Mode::kInhibit}, {"trigger", why::Mode::kTrigger}, {"continuous", why::Mode::kContinuous}};
-  for (const auto& [name, mode] : kModes) {
-    if (strcasecmp(name, text.c_str()) == 0) {
-      return mode;
-    }
-  }
-  return why::Mode::kUnknown;
-}
-
 }  // namespace
 
 ReadingWatch::ReadingWatch(const refhost::SettingsStore& settings, const GpioService& gpio,
@@ -69,16 +57,21 @@ ReadingWatch::~ReadingWatch() {
   end();
 }
 
-void ReadingWatch::begin() {
+void ReadingWatch::begin(line::Recorder* recorder, milliseconds between_notes) {
+  recorder_ = recorder;
+  between_notes_ = between_notes;
   trigger_line_ = settings_.get_int("uhf", "trig_gpio").value_or(-1);
   // First of all: what changes from now on is seen.
   tap_ = std::make_unique<refhost::BusTap>([this](const ac::Message& message) { see(message); });
   const std::lock_guard lock(mutex_);
   const auto now = steady_clock::now();
+  standing_ = {.is_start = true, .settings = settings_now(), .trigger_line = trigger_line_, .level = level_now()};
   witness_.emplace(
-      settings_now(), now, [this](const why::Sighting& sighting) { note(sighting); },
+      why::settings_of(standing_.settings), now, [this](const why::Sighting& sighting) { note(sighting); },
       [this](const why::Disagreement& disagreement) { tell(disagreement); });
-  witness_->answer(level_now(), now);
+  witness_->answer(standing_.level, now);
+  record(now);
+  standing_.is_start = false;
   thread_ = std::thread([this] { run(); });
 }
 
@@ -89,16 +82,12 @@ std::optional<int> ReadingWatch::level_now() const {
   return is_there ? std::optional(gpio_.levels().at(static_cast<std::size_t>(line))) : std::nullopt;
 }
 
-why::WitnessSettings ReadingWatch::settings_now() const {
-  const auto number = [this](const char* key) { return settings_.get_int("uhf", key).value_or(0); };
-  return {.rules = {.operation_mode = mode_of(settings_.get("uhf", "operation_mode").value_or("")),
-                    .trig_idle = number("trig_idle"),
-                    .trigger_timeout = milliseconds(number("trigger_timeout")),
-                    .read_interval = milliseconds(number("read_interval")),
-                    .read_interval_diff_tags = milliseconds(number("read_interval_diff_tags"))},
-          .probe_interval = milliseconds(number("probe_interval")),
-          .identification_bits = number("identification_bits"),
-          .reader_type = settings_.get("uhf", "reader_type").value_or("")};
+why::SettingTexts ReadingWatch::settings_now() const {
+  why::SettingTexts texts;
+  for (const auto name : why::kSettingNames) {
+    texts.emplace(name, settings_.get("uhf", name).value_or(""));
+  }
+  return texts;
 }
 
 // On the sender's thread.
@@ -115,6 +104,11 @@ void ReadingWatch::see(const ac::Message& message) {
     put(steady_clock::now(), Level{level});
   } else if (type == "config_param_set" && message.get_string("module", &module) && module == "uhf") {
     put(steady_clock::now(), settings_now());
+  } else if (type == "reader_state") {
+    ReaderState reader;
+    message.get_string("state", &reader.state);
+    message.get_string("cause", &reader.cause);
+    put(steady_clock::now(), std::move(reader));
   }
 }
 
@@ -168,6 +162,9 @@ void ReadingWatch::take_facts() {
   if (left_out_ != left_out_before_) {
     catch_up(now);
   }
+  if (now >= next_record_) {
+    record(now);
+  }
   witness_->pass(now);
   known_until_ = now - std::max(kToldLate, why::SecondOpinion::kPatience);
   changed_.notify_all();
@@ -176,12 +173,21 @@ void ReadingWatch::take_facts() {
 // Something was left out: a change may have been, and an announcement. By the end of all intervals it is past.
 void ReadingWatch::catch_up(Time now) {
   left_out_before_ = left_out_;
-  const auto settings = settings_now();
+  standing_.settings = settings_now();
+  standing_.level = level_now();
+  const auto settings = why::settings_of(standing_.settings);
   witness_->apply(settings, now);
-  witness_->input(level_now(), now);
+  witness_->input(standing_.level, now);
   const auto& rules = settings.rules;
   doubtful_until_ = now + 2 * why::SecondOpinion::kPatience +
                     std::max({rules.read_interval, rules.read_interval_diff_tags, rules.trigger_timeout});
+}
+
+void ReadingWatch::record(Time now) {
+  next_record_ = now + between_notes_;
+  if (recorder_ != nullptr) {
+    recorder_->note(note_of(standing_, now), now);
+  }
 }
 
 void ReadingWatch::handle(const Fact& fact) {
@@ -190,10 +196,15 @@ void ReadingWatch::handle(const Fact& fact) {
     counters_.readings += exchange->answer.tags.size();
   } else if (const auto* const announced = std::get_if<Announced>(&fact.what)) {
     witness_->announced(announced->card, fact.at);
+    standing_.was_announced(announced->card, fact.at);
   } else if (const auto* const level = std::get_if<Level>(&fact.what)) {
     witness_->input(level->level, fact.at);
+    standing_.changed_to(level->level, fact.at);
+  } else if (const auto* const reader = std::get_if<ReaderState>(&fact.what)) {
+    standing_.reader = {reader->state, reader->cause, fact.at};
   } else {
-    witness_->apply(std::get<why::WitnessSettings>(fact.what), fact.at);
+    standing_.settings = std::get<why::SettingTexts>(fact.what);
+    witness_->apply(why::settings_of(standing_.settings), fact.at);
   }
 }
 

@@ -16,7 +16,9 @@
 
 #include "door/journal/entry.h"
 #include "door/services/gpio_service.h"
+#include "door/why/standing.h"
 #include "door/why/witness.h"
+#include "line/recorder.h"
 #include "refhost/bus_view.h"
 #include "refhost/settings_store.h"
 #include "refhost/work.h"
@@ -39,8 +41,12 @@ class ReadingWatch {
   ReadingWatch(const ReadingWatch&) = delete;
   ReadingWatch& operator=(const ReadingWatch&) = delete;
 
-  // Before the plug-in starts, with the settings of the run.
-  void begin();
+  // What a recording holds before such a note cannot be explained; there is one in each that is kept of a fault.
+  static constexpr std::chrono::seconds kBetweenNotes{15};
+
+  // Before the plug-in starts, with the settings of the run. recorder: gets a note of how things stand, now and as
+  // often as that, so that a recording can begin anywhere and be explained; it must outlive this.
+  void begin(line::Recorder* recorder = nullptr, std::chrono::milliseconds between_notes = kBetweenNotes);
 
   // A question of the plug-in's that is done with. The line's thread.
   void saw(line::Exchange exchange);
@@ -72,18 +78,23 @@ class ReadingWatch {
   struct Level {
     int level;
   };
+  struct ReaderState {
+    std::string state;
+    std::string cause;
+  };
   struct Fact {
     Time at;
-    std::variant<line::Exchange, Announced, Level, why::WitnessSettings> what;
+    std::variant<line::Exchange, Announced, Level, ReaderState, why::SettingTexts> what;
   };
 
   void see(const ac::Message& message);
   void put(Time at, decltype(Fact::what) what, std::size_t more = 0);  // more: bytes beside the fact itself
-  why::WitnessSettings settings_now() const;
+  why::SettingTexts settings_now() const;
   std::optional<int> level_now() const;
   void run();
   void take_facts();
   void catch_up(Time now);
+  void record(Time now);
   void handle(const Fact& fact);
   void note(const why::Sighting& sighting);
   void tell(const why::Disagreement& disagreement);
@@ -93,6 +104,8 @@ class ReadingWatch {
   const std::function<void(const Entry&)> note_;
   const std::function<bool()> has_room_;
   std::atomic<int> trigger_line_ = -1;  // set by begin()
+  line::Recorder* recorder_ = nullptr;  // set by begin(), before its thread starts, like the next
+  std::chrono::milliseconds between_notes_{0};
 
   std::mutex facts_mutex_;  // guards the next two; nobody waits for it for long
   std::vector<Fact> facts_;
@@ -111,6 +124,8 @@ class ReadingWatch {
   std::uint64_t left_out_before_ = 0;  // as the thread knows it
   Time doubtful_until_{};              // something was left out: what follows from it lasts that long
   Time next_word_{};                   // about a disagreement
+  why::Standing standing_;             // after all facts that were handled
+  Time next_record_{};                 // of it
   refhost::Work work_{"second opinion"};
   std::thread thread_;                    // once it has begun
   std::unique_ptr<refhost::BusTap> tap_;  // last: it uses the others

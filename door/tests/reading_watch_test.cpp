@@ -4,9 +4,11 @@
 #include <gmock/gmock.h>
 
 #include <future>
+#include <sstream>
 
 #include "door/tests/service_fixture.h"
 #include "line/frames.h"
+#include "line/recording.h"
 
 namespace achost::test {
 namespace {
@@ -89,6 +91,46 @@ TEST_F(ReadingWatchTest, ATriggerBeforeTheFirstAnswerCountsFromItsTime) {
   watch_.saw(answer());
   EXPECT_THAT(watch_.sightings(), SizeIs(1));
   EXPECT_EQ(watch_.counters().disagreements, 1U) << "it was to be announced";
+}
+
+TEST_F(ReadingWatchTest, ARecordingBeginsWithHowThingsStandAndIsToldAgainLater) {
+  settings().override_for_run("uhf", "read_interval", "1000");
+  line::Recorder recorder;
+  ReadingWatch watch(settings(), gpio_, [](const Entry&) {});
+  watch.begin(&recorder, milliseconds(0));
+  const auto noted = [&] {
+    std::istringstream text(recorder.text());
+    line::RecordingReader reader(text, "recording");
+    std::vector<why::Standing> all;
+    while (const auto one = reader.next()) {
+      if (auto standing = why::standing_of(one->note)) {
+        all.push_back(*std::move(standing));
+      }
+    }
+    return all;
+  };
+  const auto first = noted().at(0);
+  EXPECT_TRUE(first.is_start);
+  EXPECT_EQ(first.settings.at("read_interval"), "1000");
+  EXPECT_EQ(first.trigger_line, kTriggerLine);
+  EXPECT_EQ(first.level, 0);
+  EXPECT_THAT(first.announced, IsEmpty());
+  settings().override_for_run("uhf", "read_interval", "2000");
+  refhost::send("config_param_set", {{"module", "uhf"}, {"param", "read_interval"}});
+  refhost::send("gpio_notified", {{"gpio", kTriggerLine}, {"value", 1}});
+  refhost::send("reader_state", {{"state", "silent"}, {"cause", "no answer"}});
+  announce();
+  watch.sightings();
+  const auto later = noted().back();
+  EXPECT_FALSE(later.is_start);
+  EXPECT_EQ(later.settings.at("read_interval"), "2000");
+  EXPECT_EQ(later.level, 1);
+  ASSERT_THAT(later.edges, SizeIs(1));
+  EXPECT_EQ(later.edges[0].second, 1);
+  ASSERT_THAT(later.announced, SizeIs(1));
+  EXPECT_EQ(later.announced[0].second, why::Card{kCard});
+  ASSERT_TRUE(later.reader.has_value());
+  EXPECT_EQ(later.reader->cause, "no answer");
 }
 
 TEST_F(ReadingWatchTest, AfterTheEndNothingIsNoted) {

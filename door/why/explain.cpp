@@ -45,6 +45,9 @@ std::optional<Reason> refusal_of(std::string_view outcome) {
   return found == std::end(kOutcomes) ? std::nullopt : std::optional(found->second);
 }
 
+// Whether it is known what became of a reading.
+bool is_judged(const Reasons& reasons) { return reasons.front().first != Reason::kSettingsUnknown; }
+
 // One question's look at the evidence.
 class Explainer {
  public:
@@ -108,7 +111,7 @@ class Explainer {
     std::string text = times(std::max<std::int64_t>(fate.polls, 1)) +
                        (fate.polls > 1 ? " until " + time_text(fate.to) : "") + ", RSSI " +
                        std::to_string(sighting.rssi) + "; ";
-    text += reading.was_announced ? "announced" : "not announced";
+    text += reading.was_announced ? "announced" : is_judged(fate.reasons) ? "not announced" : "announced or not";
     text += fate.at_boundary ? " (at the boundary)" : "";
     if (fate.announced_from.has_value() && !reading.reasons.empty()) {
       reading.reasons.front().second += "; it would have been from " + time_text(*fate.announced_from) + " on";
@@ -248,7 +251,8 @@ class Explainer {
       result.answer = card_text() + of + " did not open the door" + at + ": " +
                       (result.reasons.size() > 1 ? decisive : decisive + ", and what became of it is not known") + ".";
     } else {
-      result.answer = card_text() + " was read" + at + " and not announced: " + decisive + ".";
+      const char* const fate = is_judged(reading.reasons) ? " and not announced: " : ": ";
+      result.answer = card_text() + " was read" + at + fate + decisive + ".";
     }
   }
 

@@ -36,6 +36,7 @@ enum class Reason : std::uint8_t {
   kLostTurn,
   kAnnounced,
   kUnexplained,
+  kSettingsUnknown,
   // What became of the announcement.
   kNobodysCard,
   kUserBlocked,
@@ -59,7 +60,7 @@ struct ReasonRow {
 };
 
 // By reason.
-inline constexpr std::array<ReasonRow, 33> kReasons{{
+inline constexpr std::array<ReasonRow, 34> kReasons{{
     {Reason::kNeverInField, "never_in_field", Stage::kLine, "it was not in the field: no answer of the reader has it"},
     {Reason::kReaderSilent, "reader_silent", Stage::kLine, "the reader was silent from {since} on"},
     {Reason::kReaderNoisy, "reader_noisy", Stage::kLine, "the reader's answers were not good from {since} on: {text}"},
@@ -95,6 +96,8 @@ inline constexpr std::array<ReasonRow, 33> kReasons{{
     {Reason::kLostTurn, "lost_turn", Stage::kRules, "card {card} was read at the same time and had the turn"},
     {Reason::kAnnounced, "announced", Stage::kRules, "it was announced at {since}"},
     {Reason::kUnexplained, "unexplained", Stage::kRules, "no rule held it back, and it was not announced"},
+    {Reason::kSettingsUnknown, "settings_unknown", Stage::kRules,
+     "what the settings were then is not recorded, and so not what the rules made of it"},
     {Reason::kNobodysCard, "nobodys_card", Stage::kDoor, "it is nobody's card"},
     {Reason::kUserBlocked, "user_blocked", Stage::kDoor, "its user {user} is blocked"},
     {Reason::kNotYetValid, "not_yet_valid", Stage::kDoor, "its user {user} is valid from {since} on"},
