@@ -31,6 +31,16 @@ TEST_F(Device, ACardIdentifiedShortlyBeforeAnEnrollmentIsTakenOnlyAfterItsInterv
   EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(1500));
 }
 
+TEST_F(Device, AnEnrollmentIsToldWithTheNameOfTheUser) {
+  start();
+  output({"user", "put", "9", "--name", "Ana"});
+  Achost enrolling({"enroll", "--user", "9", "--state", state()});
+  EXPECT_EQ(next_event("enrollment").at("user_name"), "Ana");
+  EXPECT_THAT(command({"enroll", "--user", "9"}).err, HasSubstr("achost: enrollment of Ana (9): failed: another"));
+  output({"field", "add", kUnknown});
+  EXPECT_EQ(enrolling.wait().out, "card 33 (0x21) is of Ana (9)\n");
+}
+
 TEST_F(Device, AnEnrollmentWhileAnotherRunsIsRefusedAndTheFirstGoesOn) {
   start();
   Achost first({"enroll", "--user", "7", "--state", state()});

@@ -8,6 +8,7 @@
 #include "door/cli/cli.h"
 #include "door/cli/request.h"
 #include "door/cli/status_table.h"
+#include "door/services/user.h"
 #include "refhost/log_entry.h"
 
 namespace achost {
@@ -117,8 +118,8 @@ void add_enroll(CLI::App& app) {
         state_directory(*state),
         {{"command", "enroll"}, {"user", *user}, {"registration", *registration}, {"save", !*no_save}, {"wait", true}},
         std::nullopt);
-    print("card " + answer.at("card").dump() + " (" + answer.at("card_hex").get<std::string>() + ") is of user " +
-          std::to_string(*user) + "\n");
+    print("card " + answer.at("card").dump() + " (" + answer.at("card_hex").get<std::string>() + ") is of " +
+          named(*user, answer.at("user_name")) + "\n");
   });
 }
 

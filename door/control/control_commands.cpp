@@ -94,7 +94,7 @@ ControlTable control_table(const ControlledHost& host) {
             {"save", Type::flag, false},
             {"wait", Type::flag, false}},
            [host](const Json& request, ControlStream& stream) {
-             return enroll(request, host.plugin(), host.enroller, stream);
+             return enroll(request, host.plugin(), host.enroller, host.stores.users(), stream);
            }},
           {"field", {{"line"}}, [host](const Json& request, ControlStream&) { return change_field(host, request); }},
           {"field_show", {}, [host](const Json&, ControlStream&) { return show_field(host); }},

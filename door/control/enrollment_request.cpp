@@ -39,17 +39,19 @@ EnrollerService::Outcome outcome_of(std::future<EnrollerService::Outcome>& outco
   return outcome.get();
 }
 
-EnrollerService::Reservation reserve(EnrollerService& enroller, std::int64_t user, std::function<bool()> is_there) {
+EnrollerService::Reservation reserve(EnrollerService& enroller, const UserStore& users, std::int64_t user,
+                                     std::function<bool()> is_there) {
   try {
     return enroller.reserve(user, std::move(is_there));
   } catch (const EnrollerBusy& busy) {
-    throw std::runtime_error("enrollment of user " + std::to_string(user) + ": failed: " + busy.what());
+    throw std::runtime_error("enrollment of " + named(user, users.name_of(user)) + ": failed: " + busy.what());
   }
 }
 
 }  // namespace
 
-Json enroll(const Json& request, const std::string& plugin, EnrollerService& enroller, ControlStream& stream) {
+Json enroll(const Json& request, const std::string& plugin, EnrollerService& enroller, const UserStore& users,
+            ControlStream& stream) {
   if (plugin.empty()) {
     throw std::runtime_error("the plug-in has not started yet: see achost status");
   }
@@ -62,18 +64,19 @@ Json enroll(const Json& request, const std::string& plugin, EnrollerService& enr
     throw RequestError("a registration has at most " + std::to_string(kLongestRegistration) + " bytes");
   }
   if (!request.value("wait", false)) {
-    reserve(enroller, user, nullptr);
+    reserve(enroller, users, user, nullptr);
     ask_plugin(request, registration);
     return {{"user", user}};
   }
-  auto [id, future] = reserve(enroller, user, [&stream] { return !stream.is_over(); });
+  auto [id, future] = reserve(enroller, users, user, [&stream] { return !stream.is_over(); });
   const Stay stay(enroller, id);
   ask_plugin(request, registration);
   const auto outcome = outcome_of(future, stream);
+  const auto name = users.name_of(user);
   if (!outcome.card.has_value()) {
-    throw std::runtime_error("enrollment of user " + std::to_string(user) + ": " + outcome.failure);
+    throw std::runtime_error("enrollment of " + named(user, name) + ": " + outcome.failure);
   }
-  return {{"user", user}, {"card", *outcome.card}, {"card_hex", hexadecimal(*outcome.card)}};
+  return {{"user", user}, {"user_name", name}, {"card", *outcome.card}, {"card_hex", hexadecimal(*outcome.card)}};
 }
 
 }  // namespace achost

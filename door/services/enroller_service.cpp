@@ -7,28 +7,9 @@
 
 #include "ac/config_util.h"
 #include "refhost/log.h"
-#include "refhost/send.h"
 
 namespace achost {
 namespace {
-
-void tell_error(EnrollerError error, std::int64_t user, const std::string& reason) {
-  refhost::send("enroller_error", {{"error", static_cast<int>(error)}, {"user_id", user}, {"reason", reason}});
-}
-
-// reason: in words; empty when there was no card in time.
-void tell_timeout(std::int64_t user, const std::string& reason) {
-  std::vector<std::pair<std::string, refhost::FieldValue>> fields{{"user_id", user}};
-  if (!reason.empty()) {
-    fields.emplace_back("reason", reason);
-  }
-  refhost::send("enroll_timeout", fields);
-}
-
-void refuse(const std::string& why, std::int64_t user = 0) {
-  refhost::log::warning("enroller: " + why);
-  tell_error(kUnknownError, user, why);
-}
 
 // From now on.
 refhost::Timer::Clock::time_point end_of_waiting() {
@@ -51,6 +32,38 @@ EnrollerService::EnrollerService(UserStore& users)
       timer_("enroll_timer", [this] { give_up_when_due(); }),
       subscriber_("enroller", {{"enroll_card", [this](ac::Message* message) { order(*message); }, false},
                                {"identifier_new_card", [this](ac::Message* message) { take_card(*message); }, false}}) {
+}
+
+// With the user's name, which nobody waits for and nothing depends on.
+void EnrollerService::tell(const char* type, std::int64_t user,
+                           std::vector<std::pair<std::string, refhost::FieldValue>> fields) const {
+  fields.emplace_back("user_id", user);
+  try {
+    if (auto name = users_.name_of(user); !name.empty()) {
+      fields.emplace_back("user_name", std::move(name));
+    }
+  } catch (const std::exception& failure) {
+    refhost::log::warning(std::string("enroller: the user's name is not known: ") + failure.what());
+  }
+  refhost::send(type, fields);
+}
+
+void EnrollerService::tell_error(EnrollerError error, std::int64_t user, const std::string& reason) const {
+  tell("enroller_error", user, {{"error", static_cast<int>(error)}, {"reason", reason}});
+}
+
+// reason: in words; empty when there was no card in time.
+void EnrollerService::tell_timeout(std::int64_t user, const std::string& reason) const {
+  std::vector<std::pair<std::string, refhost::FieldValue>> fields;
+  if (!reason.empty()) {
+    fields.emplace_back("reason", reason);
+  }
+  tell("enroll_timeout", user, std::move(fields));
+}
+
+void EnrollerService::refuse(const std::string& why, std::int64_t user) const {
+  refhost::log::warning("enroller: " + why);
+  tell_error(kUnknownError, user, why);
 }
 
 EnrollerService::Reservation EnrollerService::reserve(std::int64_t user, std::function<bool()> is_there) {
@@ -120,6 +133,7 @@ void EnrollerService::begin(const ac::Message& message) {
   enrollment_->registration = std::move(registration);
   enrollment_->until = end_of_waiting();
   timer_.start(enrollment_->until);
+  tell("enroller_waits", user, {});
 }
 
 void EnrollerService::take_card(const ac::Message& message) {
@@ -158,7 +172,7 @@ void EnrollerService::bind(Enrollment enrollment, std::int64_t card) {
     if (!is_free) {
       return fail(kCardIsTaken, "the card is somebody's already");
     }
-    refhost::send("enroll_rfid_successful", {{"user_card", card}, {"user_id", enrollment.user}});
+    tell("enroll_rfid_successful", enrollment.user, {{"user_card", card}});
     enrollment.outcome.set_value({.card = value, .failure = ""});
   } catch (const std::exception& failure) {
     const std::string reason = std::string("the card is not stored: ") + failure.what();

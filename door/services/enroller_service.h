@@ -8,10 +8,12 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "ac/message.h"
 #include "door/services/user_store.h"
+#include "refhost/send.h"
 #include "refhost/subscriber.h"
 #include "refhost/timer.h"
 
@@ -37,6 +39,7 @@ class EnrollerBusy : public std::runtime_error {
 //   "enroll_timeout" {int64 "user_id", string "reason"}   no card within host.enroll_timeout; or given up, by
 //                                                         "enroll_card" with state 0 or whoever asked: then with reason
 //   "enroller_error" {int "error", int64 "user_id", string "reason"}, the reason in words
+// "enroller_waits" {int64 "user_id"} says that an enrollment has begun. Each has a string "user_name" if he has one.
 //
 // Whoever asks the plug-in for an enrollment reserves it first: so there is one at a time, whose outcome is that one's,
 // and it ends with the one who asked. Any thread may call.
@@ -84,6 +87,10 @@ class EnrollerService {
   void end(const std::string& reason);
   void give_up_when_due();
   std::optional<Enrollment> taken();
+  void tell(const char* type, std::int64_t user, std::vector<std::pair<std::string, refhost::FieldValue>> fields) const;
+  void tell_error(EnrollerError error, std::int64_t user, const std::string& reason) const;
+  void tell_timeout(std::int64_t user, const std::string& reason) const;
+  void refuse(const std::string& why, std::int64_t user = 0) const;
 
   UserStore& users_;
   std::mutex mutex_;  // guards the next three; the bus's thread, the timer's and those who ask share them

@@ -98,30 +98,37 @@ std::optional<Event> door_open(const ac::Message& message) {
                {{"door", number(message, "id")}, {"reason", words}});
 }
 
+// fields: what it has beside the user.
+Event enrollment(const ac::Message& message, std::string words, Weight weight, nlohmann::ordered_json fields) {
+  fields["user_id"] = long_number(message, "user_id");
+  if (std::string name; message.get_string("user_name", &name)) {
+    fields["user_name"] = name;
+  }
+  return event("enrollment", "enrollment", std::move(words), weight, std::move(fields));
+}
+
+// " for Ana (4)", where it is known whose it was to be.
+std::string for_user(const ac::Message& message) {
+  return long_number(message, "user_id") == 0 ? "" : " for " + user_text(message);
+}
+
 std::optional<Event> enrollment_begun(const ac::Message& message) {
-  const bool begins = number(message, "state") != 0;
-  return event("enrollment", "enrollment", (begins ? "waits for a card of " : "is given up for ") + user_text(message),
-               Weight::plain,
-               {{"state", begins ? "started" : "given_up"}, {"user_id", long_number(message, "user_id")}});
+  return enrollment(message, "waits for a card of " + user_text(message), Weight::plain, {{"state", "started"}});
 }
 
 std::optional<Event> enrollment_done(const ac::Message& message) {
   const std::uint64_t card = card_of(message, "user_card");
-  return event("enrollment", "enrollment", named_card(card) + " is now of " + user_text(message), Weight::good,
-               {{"state", "done"},
-                {"card", card},
-                {"card_hex", hexadecimal(card)},
-                {"user_id", long_number(message, "user_id")}});
+  return enrollment(message, named_card(card) + " is now of " + user_text(message), Weight::good,
+                    {{"state", "done"}, {"card", card}, {"card_hex", hexadecimal(card)}});
 }
 
 std::optional<Event> enrollment_late(const ac::Message& message) {
   std::string reason;
   if (message.get_string("reason", &reason)) {
-    return event("enrollment", "enrollment", "given up: " + escape(reason), Weight::bad,
-                 {{"state", "given_up"}, {"reason", reason}, {"user_id", long_number(message, "user_id")}});
+    return enrollment(message, "given up" + for_user(message) + ": " + escape(reason), Weight::bad,
+                      {{"state", "given_up"}, {"reason", reason}});
   }
-  return event("enrollment", "enrollment", "no card came in time", Weight::bad,
-               {{"state", "timeout"}, {"user_id", long_number(message, "user_id")}});
+  return enrollment(message, "no card came in time" + for_user(message), Weight::bad, {{"state", "timeout"}});
 }
 
 std::optional<Event> enrollment_failed(const ac::Message& message) {
@@ -134,9 +141,8 @@ std::optional<Event> enrollment_failed(const ac::Message& message) {
   const auto found = words.find(error);
   std::string reason = found == words.end() ? "error " + std::to_string(error) : found->second;
   message.get_string("reason", &reason);  // whoever says more than a number
-  return event(
-      "enrollment", "enrollment", "failed: " + escape(reason), Weight::bad,
-      {{"state", "error"}, {"error", error}, {"reason", reason}, {"user_id", long_number(message, "user_id")}});
+  return enrollment(message, "failed" + for_user(message) + ": " + escape(reason), Weight::bad,
+                    {{"state", "error"}, {"error", error}, {"reason", reason}});
 }
 
 std::optional<Event> line_changed(const ac::Message& message) {
@@ -206,7 +212,7 @@ std::optional<Event> reader_recovery(const ac::Message& message) {
 const std::map<std::string, Maker>& makers() {
   static const auto& table = *new std::map<std::string, Maker>{
       {"identifier_decision", identification}, {"door_state", door_open},
-      {"enroll_card", enrollment_begun},       {"enroll_rfid_successful", enrollment_done},
+      {"enroller_waits", enrollment_begun},    {"enroll_rfid_successful", enrollment_done},
       {"enroll_timeout", enrollment_late},     {"enroller_error", enrollment_failed},
       {"gpio_notified", line_changed},         {"config_param_set", setting_changed},
       {"audit_log_created", record_written},   {"alarm", alarm},

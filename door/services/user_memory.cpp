@@ -56,6 +56,11 @@ UserMemory::Holder UserMemory::holder_of(std::uint64_t card) const {
                          : Holder{.kind = Holder::Kind::damaged_user, .id = found->user};
 }
 
+std::string UserMemory::name_of(std::int64_t user) const {
+  const auto found = place(users_, user, kUserId);
+  return found != users_.end() && found->user.id == user ? found->user.name : "";
+}
+
 void UserMemory::add_user(User user, bool is_right) { put(users_, StoredUser{std::move(user), is_right}, kUserId); }
 
 void UserMemory::add_card(std::uint64_t card, std::int64_t user, bool is_right) {

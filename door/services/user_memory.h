@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "door/services/user.h"
@@ -26,6 +27,9 @@ class UserMemory {
   };
 
   Holder holder_of(std::uint64_t card) const;
+
+  // Empty when he has none, or is not there.
+  std::string name_of(std::int64_t user) const;
 
   // Make room for so many at once.
   void reserve(std::size_t users, std::size_t cards);

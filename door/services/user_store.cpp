@@ -162,6 +162,12 @@ std::optional<std::int64_t> UserStore::owner_of(std::uint64_t card) const {
 }
 
 std::string UserStore::name_of(std::int64_t user) const {
+  {
+    const std::lock_guard lock(impl_->memory_mutex);
+    if (impl_->is_loaded) {
+      return impl_->memory.name_of(user);
+    }
+  }
   const auto found = this->user(user);
   return found.has_value() ? found->name : "";
 }

@@ -40,7 +40,7 @@ class UserStore {
   std::optional<User> holder_of(std::uint64_t card) const;
   std::optional<std::int64_t> owner_of(std::uint64_t card) const;
 
-  // The name of that user; empty when he has none, or is not there.
+  // The name of that user; empty when he has none, or is not there. Its owner answers from memory, too.
   std::string name_of(std::int64_t user) const;
 
   // The names of those of them that are there.

@@ -40,6 +40,24 @@ TEST_F(Enroller, TheNextCardIsTheUsers) {
   EXPECT_EQ(users.cards()[0].registration, "r-1");
 }
 
+TEST_F(Enroller, EachMessageHasTheNameOfTheUser) {
+  watch({{"enroller_waits", {"user_id", "user_name"}},
+         {"enroll_rfid_successful", {"user_name"}},
+         {"enroll_timeout", {"user_name"}},
+         {"enroller_error", {"user_name"}}});
+  users.put({.id = 7, .name = "Ana"});
+  order(7);
+  present(33);
+  order(7);
+  order(7);
+  order(7, 0, "", 0);
+  order(8);
+  EXPECT_EQ(seen(6), Texts({"enroller_waits user_id=7 user_name=Ana", "enroll_rfid_successful user_name=Ana",
+                            "enroller_waits user_id=7 user_name=Ana", "enroller_error user_name=Ana",
+                            "enroll_timeout user_name=Ana", "enroller_waits user_id=8"}))
+      << "who is refused waits for nothing";
+}
+
 TEST_F(Enroller, ACardBeforeTheOrderIsNotTaken) {
   present(32);
   order(7);

@@ -104,8 +104,7 @@ TEST_F(EventTest, AClosingDoorIsNoEvent) {
 }
 
 TEST_F(EventTest, AnEnrollmentIsFollowed) {
-  ac::Message begun("enroll_card");
-  begun.add_int("state", 1);
+  ac::Message begun("enroller_waits");
   begun.add_int64("user_id", 2);
   EXPECT_EQ(line(begun), "03:04:05.006  enrollment                    waits for a card of user 2");
   ac::Message done("enroll_rfid_successful");
@@ -120,6 +119,25 @@ TEST_F(EventTest, AnEnrollmentIsFollowed) {
     failed.add_int("error", error);
     EXPECT_TRUE(line(failed).ends_with("failed: " + words)) << line(failed);
   }
+}
+
+TEST_F(EventTest, AnEnrollmentSaysTheNameOfItsUser) {
+  const std::vector<std::pair<std::string, std::string>> words = {
+      {"enroller_waits", "waits for a card of Ana\\n (2)"},
+      {"enroll_rfid_successful", "card 0 (0x0) is now of Ana\\n (2)"},
+      {"enroll_timeout", "no card came in time for Ana\\n (2)"},
+      {"enroller_error", "failed for Ana\\n (2): error 0"}};
+  for (const auto& [type, text] : words) {
+    ac::Message message(type);
+    message.add_int64("user_id", 2);
+    message.add_string("user_name", "Ana\n");
+    EXPECT_TRUE(line(message).ends_with("  " + text)) << line(message);
+    EXPECT_NE(json(message).find(R"("user_id":2,"user_name":"Ana\n"})"), std::string::npos) << json(message);
+  }
+  ac::Message given_up("enroll_timeout");
+  given_up.add_int64("user_id", 2);
+  given_up.add_string("reason", "gone");
+  EXPECT_TRUE(line(given_up).ends_with("  given up for user 2: gone")) << line(given_up);
 }
 
 TEST_F(EventTest, TheReasonOfAFailedEnrollmentIsToldInWords) {

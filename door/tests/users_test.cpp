@@ -190,7 +190,8 @@ TEST_F(Users, AChangeOfAllThatTheFileRefusesChangesNothing) {
 }
 
 // From memory: the writer has the database.
-TEST_F(Users, WhoAsksForACardWaitsForNobodysWriting) {
+TEST_F(Users, WhoAsksForACardOrANameWaitsForNobodysWriting) {
+  users.put({.id = 7, .name = "Ana"});
   users.bind(33, 7, "");
   SQLite::Database other(directory.path() / "users.db", SQLite::OPEN_READWRITE);
   other.exec("BEGIN IMMEDIATE");  // whoever writes waits for it, up to two seconds
@@ -200,6 +201,8 @@ TEST_F(Users, WhoAsksForACardWaitsForNobodysWriting) {
     std::this_thread::yield();
   }
   EXPECT_EQ(users.owner_of(33), 7);
+  EXPECT_EQ(users.name_of(7), "Ana");
+  EXPECT_EQ(users.name_of(8), "");
   EXPECT_TRUE(StoreTable::instance().longest_stall(StoreTable::Clock::now(), std::chrono::milliseconds(1)).has_value())
       << "it waits still";
   other.exec("ROLLBACK");
