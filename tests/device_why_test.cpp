@@ -97,12 +97,28 @@ TEST_F(Why, ACardThatWasNeverThereIsToldAsThatAndASilentReaderToo) {
   EXPECT_THAT(codes(answer.at("reasons")), testing::ElementsAre("reader_silent", "never_in_field")) << answer;
 }
 
+TEST_F(Why, CardsAreMaskedUnlessATerminalJsonOrAnOptionAsks) {
+  start();
+  constexpr const char* kEpc = "E2801170000000000012ABCD";
+  EXPECT_THAT(output({"why", "1234567"}), StartsWith("Card ***4567 was not read "));
+  EXPECT_THAT(output({"why", kEpc}), StartsWith("The tag ********************ABCD was not read "));
+  output({"field", "add", kEpc});
+  while (output({"why", "--now"}).starts_with("no card")) {
+  }
+  EXPECT_THAT(output({"why", "--now"}), AllOf(HasSubstr("****"), HasSubstr("(EPC ********************ABCD)")));
+  EXPECT_THAT(output({"why", "--now", "--show-cards"}), HasSubstr(kEpc));
+  EXPECT_THAT(output({"why", "1234567", "--show-cards"}), StartsWith("Card 1234567 was not read "));
+  EXPECT_THAT(output({"why", "1234567", "--json"}), HasSubstr("Card 1234567 was not read "));
+  Achost terminal({"why", "1234567", "--state", state()}, achost::test::Output::terminal);
+  EXPECT_THAT(terminal.wait().out, StartsWith("Card 1234567 was not read "));
+}
+
 TEST_F(Why, NowTellsWhatLiesInTheField) {
   start({"--set", "read_interval=60000"});
   EXPECT_EQ(output({"why", "--now"}), "no card lies in the field\n");
   output({"field", "add", kUnknown});
   next_event("identification");
-  EXPECT_THAT(output({"why", "--now"}),
+  EXPECT_THAT(output({"why", "--now", "--show-cards"}),
               AllOf(HasSubstr(std::string("card 33 (EPC ") + kUnknown + ")"), HasSubstr("was announced")));
 }
 

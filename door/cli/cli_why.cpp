@@ -9,6 +9,7 @@
 #include "door/base/state_directory.h"
 #include "door/base/time_of.h"
 #include "door/cli/card_argument.h"
+#include "door/cli/card_mask.h"
 #include "door/cli/cli.h"
 #include "door/cli/request.h"
 #include "door/why/recollection.h"
@@ -26,6 +27,7 @@ struct WhyOptions {
   std::string recording;
   bool now = false;
   bool json = false;
+  bool shows_cards = false;
 };
 
 // More digits than a card value has, or letters of a hexadecimal number: an EPC.
@@ -140,7 +142,7 @@ void print_why(const WhyOptions& options) {
     answer.erase("text");
     print(answer.dump() + "\n");
   } else {
-    print(answer.at("text").get<std::string>());
+    print(for_this_output(answer.at("text").get<std::string>(), options.shows_cards));
   }
 }
 
@@ -161,6 +163,8 @@ void add_why(CLI::App& app) {
       ->type_name("FILE");
   command.add_flag("--now", options->now, "What lies in the field now")->excludes(at);
   command.add_flag("--json", options->json, "One JSON object");
+  command.add_flag("--show-cards", options->shows_cards,
+                   "Show card values in full, also where the output is no terminal");
   command.footer(kTimesHelp);
   command.callback([=] {
     options->state = *state;
