@@ -81,6 +81,9 @@ std::string with_reason(const Entry& entry, const char* field) {
 Sentence identification(const Entry& entry, const JournalStyle& style) {
   static const std::map<std::string, const char*> kRefusals = {
       {"unknown", "was refused: it is nobody's"},
+      {"blocked", "was refused: who has it is blocked"},
+      {"not_yet_valid", "was refused: the time of who has it has not come"},
+      {"no_longer_valid", "was refused: the time of who has it is over"},
       {"held_back", "held back: a card is being enrolled"},
       {"mode_awaited", "was refused: the stored operation mode is not in force yet"},
       {"failed", "was refused: the users cannot be read"},

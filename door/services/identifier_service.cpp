@@ -18,6 +18,8 @@ namespace {
 
 constexpr int kDoor = 1;
 constexpr const char* kOpens = "opens";
+constexpr const char* kNotYetValid = "not_yet_valid";
+constexpr const char* kNoLongerValid = "no_longer_valid";
 
 }  // namespace
 
@@ -44,7 +46,8 @@ void IdentifierService::identify(const ac::Message& message) const {
   message.get_string("uuid", &uuid);
   const auto found = decide(static_cast<std::uint64_t>(card));
   note(static_cast<std::uint64_t>(card), found);
-  const auto& [outcome, holder] = found;
+  const auto& outcome = found.outcomes.front();
+  const auto& holder = found.holder;
   std::vector<std::pair<std::string, refhost::FieldValue>> decision{
       {"value", card}, {"device_id", device}, {"uuid", uuid}, {"outcome", outcome}};
   if (holder.has_value()) {
@@ -64,7 +67,29 @@ void IdentifierService::note(std::uint64_t card, const Decision& decision) const
   books_.note({.kind = Kind::identification,
                .user = holder.has_value() ? std::optional(holder->id) : std::nullopt,
                .card = card,
-               .fields = {{"outcome", decision.outcome}}});
+               .fields = fields_of(decision)});
+}
+
+// With what a person wants to know of each outcome.
+std::vector<EntryField> IdentifierService::fields_of(const Decision& decision) {
+  const auto& outcomes = decision.outcomes;
+  std::vector<EntryField> fields{{"outcome", outcomes.front()}};
+  if (outcomes.size() > 1) {
+    std::string also;
+    std::for_each(outcomes.begin() + 1, outcomes.end(),
+                  [&](const std::string& one) { also += (also.empty() ? "" : " ") + one; });
+    fields.emplace_back("also", also);
+  }
+  if (std::ranges::find(outcomes, kNotYetValid) != outcomes.end()) {
+    fields.emplace_back("from", decision.holder->from);
+  }
+  if (std::ranges::find(outcomes, kNoLongerValid) != outcomes.end()) {
+    fields.emplace_back("until", decision.holder->until);
+  }
+  if (!decision.reason.empty()) {
+    fields.emplace_back("reason", decision.reason);
+  }
+  return fields;
 }
 
 std::int64_t IdentifierService::system_time() {
@@ -75,34 +100,48 @@ std::int64_t IdentifierService::system_time() {
 IdentifierService::Decision IdentifierService::decide(std::uint64_t card) const {
   try {
     auto holder = users_.holder_of(card);
-    return {.outcome = outcome_for(holder), .holder = std::move(holder)};
+    auto outcomes = refusals_of(holder);
+    if (outcomes.empty()) {
+      outcomes.emplace_back(kOpens);
+    }
+    return {.outcomes = std::move(outcomes), .holder = std::move(holder), .reason = ""};
   } catch (const std::exception& failure) {
     refhost::log::error(std::string("identifier: the door stays shut: ") + failure.what());
-    return {.outcome = "failed", .holder = std::nullopt};
+    return {.outcomes = {"failed"}, .holder = std::nullopt, .reason = failure.what()};
   }
 }
 
-std::string IdentifierService::outcome_for(const std::optional<User>& holder) const {
+// All that hold the card back, the first of which is told.
+std::vector<std::string> IdentifierService::refusals_of(const std::optional<User>& holder) const {
+  std::vector<std::string> refusals;
   if (suppressions_ > 0) {
-    return "held_back";
+    refusals.emplace_back("held_back");
   }
-  if (!holder.has_value()) {
-    return "unknown";
-  }
-  if (holder->blocked) {
-    return "blocked";
-  }
-  const std::int64_t now = now_();
-  if (holder->from != 0 && now < holder->from) {
-    return "not_yet_valid";
-  }
-  if (holder->until != 0 && now >= holder->until) {
-    return "no_longer_valid";
+  if (holder.has_value()) {
+    add_refusals_of_user(*holder, refusals);
+  } else {
+    refusals.emplace_back("unknown");
   }
   if (is_stricter_mode_awaited()) {
-    return "mode_awaited";
+    refusals.emplace_back("mode_awaited");
   }
-  return books_.lets_open() ? kOpens : "journal_unwritable";
+  if (!books_.lets_open()) {
+    refusals.emplace_back("journal_unwritable");
+  }
+  return refusals;
+}
+
+void IdentifierService::add_refusals_of_user(const User& holder, std::vector<std::string>& refusals) const {
+  const std::int64_t now = now_();
+  if (holder.blocked) {
+    refusals.emplace_back("blocked");
+  }
+  if (holder.from != 0 && now < holder.from) {
+    refusals.emplace_back(kNotYetValid);
+  }
+  if (holder.until != 0 && now >= holder.until) {
+    refusals.emplace_back(kNoLongerValid);
+  }
 }
 
 // The plug-in decides by the mode whether a reading counts, so until it has taken the stored one it may announce cards

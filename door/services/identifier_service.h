@@ -5,6 +5,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "ac/message.h"
 #include "door/journal/bookkeeping.h"
@@ -26,7 +27,7 @@ namespace achost {
 //   "mode_awaited"     an operation mode is stored that lets fewer cards in, and it is not in force yet
 //   "journal_unwritable"  the journal is required, and cannot be written
 //   "opens"            "actuator_open_door" of door 1 follows
-// Each is noted in the journal before anything comes of it.
+// Each is noted in the journal before anything comes of it, with what else would have held the card back ("also").
 // Actions are suppressed from "identifier_supress_actions" until as many "identifier_allow_actions" have come, so that
 // a second enrollment which is refused does not end the suppression of the one that runs.
 class IdentifierService {
@@ -40,15 +41,18 @@ class IdentifierService {
 
  private:
   struct Decision {
-    std::string outcome;
+    std::vector<std::string> outcomes;  // the one that is told first
     std::optional<User> holder;
+    std::string reason;  // of a failure
   };
 
   static std::int64_t system_time();
   void identify(const ac::Message& message) const;
   void note(std::uint64_t card, const Decision& decision) const;
+  static std::vector<EntryField> fields_of(const Decision& decision);
   Decision decide(std::uint64_t card) const;
-  std::string outcome_for(const std::optional<User>& holder) const;
+  std::vector<std::string> refusals_of(const std::optional<User>& holder) const;
+  void add_refusals_of_user(const User& holder, std::vector<std::string>& refusals) const;
   bool is_stricter_mode_awaited() const;
 
   const UserStore& users_;

@@ -96,6 +96,42 @@ TEST_F(ExplainTest, EachOutcomeThatDoesNotOpenIsAReason) {
   }
 }
 
+TEST_F(ExplainTest, AllThatHeldACardBackIsToldWithItsTimesTheDecisiveFirst) {
+  fate(kTen + 5000, 1, Reason::kAnnounced);
+  entry(Kind::identification, kTen + 5001,
+        {{"outcome", "blocked"}, {"also", "not_yet_valid no_longer_valid"}, {"from", kTen}, {"until", kTen + 60000}},
+        33, 7);
+  const auto answer = ask();
+  EXPECT_THAT(answer.reasons,
+              ElementsAre(std::pair(Reason::kUserBlocked, "its user Ana (7) is blocked"),
+                          std::pair(Reason::kNotYetValid, "its user Ana (7) is valid from 1970-01-01 10:00 on"),
+                          std::pair(Reason::kNoLongerValid, "its user Ana (7) was valid until 1970-01-01 10:01"),
+                          std::pair(Reason::kAnnounced, "announced")));
+}
+
+TEST_F(ExplainTest, UsersThatCouldNotBeReadAreToldWithTheReason) {
+  fate(kTen + 5000, 1, Reason::kAnnounced);
+  entry(Kind::identification, kTen + 5001, {{"outcome", "failed"}, {"reason", "users.db: disk I/O error"}}, 33);
+  EXPECT_EQ(ask().reasons.front().second, "the users could not be read: users.db: disk I/O error");
+}
+
+TEST_F(ExplainTest, EachStateInWhichTheReaderReadsNothingIsAReason) {
+  for (const auto& [state, cause, reason, words] :
+       {std::tuple("silent", "no answer", Reason::kReaderSilent, "the reader was silent from 10:00:05.000 on"),
+        {"noisy", "bad frames", Reason::kReaderNoisy,
+         "the reader's answers were not good from 10:00:05.000 on: bad frames"},
+        {"gone", "pulled out", Reason::kReaderGone, "the reader's port was gone from 10:00:05.000 on"},
+        {"lent", "lent to Ben", Reason::kReaderLent, "the reader was lent to Ben from 10:00:05.000 on"},
+        {"lent", "the reader gets its settings again", Reason::kReaderLent,
+         "the reader was lent to somebody, who gives it back, from 10:00:05.000 on"}}) {
+    evidence_.entries.clear();
+    entry(Kind::reader_state, kTen + 5000, {{"state", state}, {"cause", cause}});
+    const auto answer = ask(kTen + 6000);
+    EXPECT_EQ(answer.reasons.front(), std::pair(reason, std::string(words)));
+    EXPECT_THAT(reasons(answer), ElementsAre(reason, Reason::kNeverInField));
+  }
+}
+
 TEST_F(ExplainTest, ARelayOfTheDetectorIsToldByItsRefusal) {
   fate(kTen + 5000, 1, Reason::kAnnounced);
   entry(Kind::identification, kTen + 5001, {{"outcome", "opens"}}, 33, 7);

@@ -43,8 +43,14 @@ class Identifier : public Services {
 
  private:
   static std::string text_of_entry(const Entry& entry) {
-    return std::string(name_of(entry.kind)) + " " + std::to_string(entry.card.value()) + " " +
-           std::to_string(entry.user.value_or(0)) + " " + std::get<std::string>(entry.fields.at(0).second);
+    std::string text = std::string(name_of(entry.kind)) + " " + std::to_string(entry.card.value()) + " " +
+                       std::to_string(entry.user.value_or(0));
+    for (const auto& [name, value] : entry.fields) {
+      const auto* const words = std::get_if<std::string>(&value);
+      text += (name == "outcome" ? " " : " " + name + "=") +
+              (words != nullptr ? *words : std::to_string(std::get<std::int64_t>(value)));
+    }
+    return text;
   }
 };
 
@@ -121,6 +127,21 @@ TEST_F(Identifier, EachIdentificationIsNotedBeforeAnythingComesOfIt) {
   EXPECT_EQ(order.wait_for(5),
             Texts({"identification 33 0 unknown", "identifier_decision", "identification 18446744073709551615 7 opens",
                    "identifier_decision", "actuator_open_door"}));
+}
+
+TEST_F(Identifier, AllThatHoldsACardBackIsNotedWithItsTimes) {
+  constexpr const char* kEntry = "identification 18446744073709551615 7 ";
+  users.put({.id = 7, .from = 2000, .until = 3000, .blocked = true});
+  lets_open = false;
+  present(-1);
+  EXPECT_EQ(order.wait_for(1).at(0), std::string(kEntry) + "blocked also=not_yet_valid journal_unwritable from=2000");
+  lets_open = true;
+  now = 3000;
+  refhost::send("identifier_supress_actions");
+  present(-1);
+  EXPECT_EQ(order.wait_for(2).at(1), std::string(kEntry) + "held_back also=blocked no_longer_valid until=3000");
+  present(33);
+  EXPECT_EQ(order.wait_for(3).at(2), "identification 33 0 held_back also=unknown");
 }
 
 TEST_F(Identifier, WhereTheJournalIsRequiredAndCannotBeWrittenNothingOpens) {

@@ -60,6 +60,9 @@ TEST(JournalLinesTest, EachKindIsASentence) {
   };
   EXPECT_EQ(sentence(kAnaComesIn), "Ana (7) came in with card 33");
   EXPECT_EQ(refused("unknown"), "somebody card 33 was refused: it is nobody's");
+  EXPECT_EQ(refused("blocked"), "somebody card 33 was refused: who has it is blocked");
+  EXPECT_EQ(refused("not_yet_valid"), "somebody card 33 was refused: the time of who has it has not come");
+  EXPECT_EQ(refused("no_longer_valid"), "somebody card 33 was refused: the time of who has it is over");
   EXPECT_EQ(refused("held_back"), "somebody card 33 held back: a card is being enrolled");
   EXPECT_EQ(refused("mode_awaited"), "somebody card 33 was refused: the stored operation mode is not in force yet");
   EXPECT_EQ(refused("failed"), "somebody card 33 was refused: the users cannot be read");

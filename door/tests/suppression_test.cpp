@@ -332,6 +332,15 @@ TEST(Reasons, ThatHoldAreAllToldTheDecisiveOneFirst) {
               ElementsAre("window_closed", "read_before_trigger", "other_card_too_soon", "same_card_too_soon"));
 }
 
+TEST(Reasons, ThatHoldAllEndBeforeItWouldHaveBeenAnnounced) {
+  Suppression model(settings_in(Mode::kContinuous), at(0));
+  reasons(model, at(200), kCard);
+  reasons(model, at(3100), kOther);
+  const auto early = first_of(model, at(3150), {kCard});
+  EXPECT_THAT(names(early), ElementsAre("other_card_too_soon", "same_card_too_soon"));
+  EXPECT_EQ(early.would_have_been_from, at(3600)) << "the same card's ends at 3200 already";
+}
+
 TEST(ThePictureOfTheRules, IsRight) {
   using Announced = std::vector<std::pair<Card, int>>;
   const auto announced = [](Suppression& model, const std::vector<Card>& cards, const std::function<void(int)>& input) {

@@ -217,6 +217,17 @@ TEST_F(WitnessTest, TheFirstHalfOfAnAnswerIsNotUsed) {
   EXPECT_EQ(first.fates[0].count, 2U);
 }
 
+TEST_F(WitnessTest, OfWhatCameBeforeABadFrameTheFirstHalfIsNotUsed) {
+  Bytes bad = report(kSecond);
+  bad[bad.size() - 2] ^= 1U;
+  poll_until(kBegin + milliseconds(100), {report(kFirst), report(kSecond), bad});
+  announce(kOther);
+  const auto all = sightings();
+  ASSERT_THAT(all, SizeIs(2));
+  const auto& first = all[0].card == kCard ? all[0] : all[1];
+  EXPECT_THAT(fates(first), ElementsAre(std::pair(Reason::kHalfNotUsed, 5)));
+}
+
 TEST_F(WitnessTest, AResponseInTheHalfThatCountsSpoilsIt) {
   poll_until(kBegin + milliseconds(100), {report(kFirst), kNothingRead});
   poll_until(kBegin + milliseconds(200), {report(kFirst), report(kFirst), kNothingRead});

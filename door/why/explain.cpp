@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <sstream>
 #include <string_view>
 
 namespace achost::why {
@@ -19,6 +20,13 @@ std::string field(const JournalEntry& entry, std::string_view name) {
   const auto found = std::ranges::find(entry.entry.fields, name, &EntryField::first);
   const auto* const text = found == entry.entry.fields.end() ? nullptr : std::get_if<std::string>(&found->second);
   return text == nullptr ? "" : *text;
+}
+
+// A time that the entry has, as a person writes it; "?" where it has none.
+std::string time_in(const JournalEntry& entry, std::string_view name) {
+  const auto found = std::ranges::find(entry.entry.fields, name, &EntryField::first);
+  const auto* const time = found == entry.entry.fields.end() ? nullptr : std::get_if<std::int64_t>(&found->second);
+  return time == nullptr ? "?" : local_time(Milliseconds(milliseconds(*time)), "%Y-%m-%d %H:%M");
 }
 
 bool is_at_once_after(std::int64_t time, std::int64_t before) { return time >= before - 50 && time < before + kAtOnce; }
@@ -135,18 +143,27 @@ class Explainer {
       return;
     }
     reading.user = found->entry.user;
-    const auto outcome = field(*found, "outcome");
-    if (const auto refusal = refusal_of(outcome)) {
-      reading.reasons.emplace_back(*refusal, refusal_text(*refusal, *found));
-    } else {
+    if (!add_refusals(*found, reading.reasons)) {
       follow_to_door(reading, found);
     }
   }
 
+  // All that held the card back, the decisive one first. Whether there was any.
+  bool add_refusals(const JournalEntry& identification, Reasons& reasons) const {
+    const auto before = reasons.size();
+    std::istringstream outcomes(field(identification, "outcome") + " " + field(identification, "also"));
+    for (std::string outcome; outcomes >> outcome;) {
+      if (const auto refusal = refusal_of(outcome)) {
+        reasons.emplace_back(*refusal, refusal_text(*refusal, identification));
+      }
+    }
+    return reasons.size() > before;
+  }
+
   std::string refusal_text(Reason refusal, const JournalEntry& entry) const {
     return sentence(refusal, {{"user", user_text(entry.entry.user, name_of_)},
-                              {"since", field(entry, "from")},
-                              {"until", field(entry, "until")},
+                              {"since", time_in(entry, "from")},
+                              {"until", time_in(entry, "until")},
                               {"text", field(entry, "reason")}});
   }
 
@@ -242,7 +259,8 @@ class Explainer {
     result.opened = reading.opened;
     result.reasons = reading.reasons;
     if (reading.was_announced && result.reasons.size() > 1) {
-      std::ranges::rotate(result.reasons, result.reasons.begin() + 1);  // what became of it decides
+      std::rotate(result.reasons.begin(), result.reasons.begin() + 1,
+                  result.reasons.end());  // what became of it decides
     }
     const auto& decisive = result.reasons.front().second;
     if (reading.opened) {
@@ -299,13 +317,23 @@ class Explainer {
       } else if (const auto reason = bad_state(*entry)) {
         all.push_back(
             {.reason = *reason,
-             .text = sentence(*reason, {{"since", time_text(entry->time.wall)}, {"text", field(*entry, "cause")}}),
+             .text = sentence(*reason, {{"since", time_text(entry->time.wall)}, {"text", cause_of(*reason, *entry)}}),
              .from = entry->time.wall,
              .to = next({Kind::reader_state, Kind::end, Kind::start})});
       }
     }
     std::erase_if(all, [this](const Hindrance& one) { return one.to <= question_.from || one.from >= question_.to; });
     return all;
+  }
+
+  // In words that the reason's sentence takes: of a reader that is lent, to whom.
+  static std::string cause_of(Reason reason, const JournalEntry& entry) {
+    constexpr std::string_view kLentTo = "lent to ";
+    const auto cause = field(entry, "cause");
+    if (reason != Reason::kReaderLent) {
+      return cause;
+    }
+    return cause.starts_with(kLentTo) ? cause.substr(kLentTo.size()) : "somebody, who gives it back,";
   }
 
   static Hindrance not_running(std::int64_t from, std::int64_t to) {
