@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <mutex>
 #include <optional>
+#include <thread>
 #include <utility>
 
 namespace achost::test {
@@ -24,6 +25,7 @@ struct Recording {
   std::map<ino_t, std::uint64_t> files;
   std::uint64_t newest = 0;
   std::vector<DiskOperation> operations;
+  std::chrono::milliseconds sync{};  // what one takes
 };
 
 // Never destroyed: whoever writes at the end of the process still asks.
@@ -49,7 +51,10 @@ std::optional<std::uint64_t> file_of(int descriptor) {
   return found == recording().files.end() ? std::nullopt : std::optional(found->second);
 }
 
-void add(DiskOperation operation) { recording().operations.push_back(std::move(operation)); }
+void add(DiskOperation operation) {
+  operation.at = std::chrono::steady_clock::now();
+  recording().operations.push_back(std::move(operation));
+}
 
 void add_created(int descriptor, const std::string& name) {
   struct stat status {};
@@ -138,9 +143,13 @@ int truncated(int descriptor, off_t size) {
 
 // Nothing needs to reach a disk here.
 int synced(int descriptor) {
-  const std::lock_guard lock(recording().mutex);
+  std::unique_lock lock(recording().mutex);
   struct stat status {};
   if (const auto file = file_of(descriptor)) {
+    const auto takes = recording().sync;
+    lock.unlock();
+    std::this_thread::sleep_for(takes);
+    lock.lock();
     add({.kind = Kind::sync, .file = *file});
   } else if (fstat(descriptor, &status) == 0 && status.st_ino == recording().inode_of_directory) {
     add({.kind = Kind::sync_directory});
@@ -299,7 +308,7 @@ class Disk {
 
 }  // namespace
 
-DiskRecorder::DiskRecorder(const std::filesystem::path& directory) {
+DiskRecorder::DiskRecorder(const std::filesystem::path& directory, std::chrono::milliseconds sync) {
   struct stat status {};
   stat(directory.c_str(), &status);
   const std::lock_guard lock(recording().mutex);
@@ -308,11 +317,13 @@ DiskRecorder::DiskRecorder(const std::filesystem::path& directory) {
   recording().files.clear();
   recording().newest = 0;
   recording().operations.clear();
+  recording().sync = sync;
 }
 
 DiskRecorder::~DiskRecorder() {
   const std::lock_guard lock(recording().mutex);
   recording().directory.reset();
+  recording().sync = {};
 }
 
 const std::vector<DiskOperation>& DiskRecorder::operations() const { return recording().operations; }

@@ -1,6 +1,7 @@
 // What a program does to the files of a directory, and what a power failure may leave of it.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <map>
@@ -18,14 +19,15 @@ struct DiskOperation {
   std::string to = {};      // of rename
   std::uint64_t place = 0;  // of write: the offset; of truncate: the size
   std::string data = {};
+  std::chrono::steady_clock::time_point at = {};  // when it was done
 };
 
 // While it lives, what this process does in an empty directory is written down, in place of the C library's functions:
 // by SQLite as by everybody else. "-shm" files, which a crash makes worthless, and the lock are left out. One at a
-// time.
+// time. Each sync takes that long, as a disk does.
 class DiskRecorder {
  public:
-  explicit DiskRecorder(const std::filesystem::path& directory);
+  explicit DiskRecorder(const std::filesystem::path& directory, std::chrono::milliseconds sync = {});
   ~DiskRecorder();
   DiskRecorder(const DiskRecorder&) = delete;
   DiskRecorder& operator=(const DiskRecorder&) = delete;
