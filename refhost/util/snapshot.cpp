@@ -11,7 +11,7 @@
 namespace refhost {
 
 bool copy_database(const std::filesystem::path& file, const std::filesystem::path& copy) {
-  constexpr int kBusyTimeoutMs = 2000;
+  constexpr int kLongestWaitMs = 2000;
   std::error_code failure_to_look;
   if (!std::filesystem::exists(file, failure_to_look) && !failure_to_look) {
     return false;
@@ -21,7 +21,7 @@ bool copy_database(const std::filesystem::path& file, const std::filesystem::pat
     throw ac::ac_exception(wal + " is damaged: the next start of a host mends what can be mended", true);
   }
   try {
-    SQLite::Database database(file.string(), SQLite::OPEN_READWRITE, kBusyTimeoutMs);
+    SQLite::Database database(file.string(), SQLite::OPEN_READWRITE, kLongestWaitMs);
     SQLite::Statement copying(database, "VACUUM INTO ?");
     copying.bind(1, copy.string());
     copying.exec();
