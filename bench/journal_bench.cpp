@@ -29,6 +29,8 @@ constexpr int kEntries = 2'000'000;
 constexpr int kNotes = 2'000;
 constexpr int kStored = 300;
 constexpr int kTurns = 21;
+constexpr int kNotesToBegin = 1'000;  // with that many it is looked for what is to go
+constexpr int kNotesMeanwhile = 10'000;
 
 const Entry kEntry = {.kind = Kind::identification, .user = 7, .card = 33, .fields = {{"outcome", "opens"}}};
 
@@ -41,6 +43,14 @@ void noting(const fs::path& directory) {
   journal.wait_beyond(kNotes - 1, std::chrono::seconds(10));
   print_row("noting an entry in the journal, median", number(median(notes), 2) + " µs");
   print_row("noting an entry in the journal, 99 of 100", number(quantile(notes, 0.99), 2) + " µs");
+}
+
+double time_to_disk(Journal& journal) {
+  const auto before = journal.stored();
+  return milliseconds([&] {
+    journal.note(kEntry);
+    journal.wait_beyond(before, std::chrono::seconds(10));
+  });
 }
 
 // An entry by itself each time, at any moment of what the journal does otherwise; beside it a bare insert of the same.
@@ -56,11 +66,7 @@ void storing(const fs::path& directory) {
   std::vector<double> times;
   std::vector<double> bare_times;
   for (int i = 0; i < kStored; ++i) {
-    const auto before = journal.stored();
-    times.push_back(milliseconds([&] {
-      journal.note(kEntry);
-      journal.wait_beyond(before, std::chrono::seconds(10));
-    }));
+    times.push_back(time_to_disk(journal));
     bare_times.push_back(milliseconds([&] {
       insert.exec();
       insert.reset();
@@ -69,6 +75,53 @@ void storing(const fs::path& directory) {
   print_row("from noting an entry to the disk, median", number(median(times)) + " ms", "", "50 ms");
   print_row("from noting an entry to the disk, the longest of 300", number(quantile(times, 1)) + " ms", "", "50 ms");
   print_row("bare SQLite: the same inserted, the longest of 300", number(quantile(bare_times, 1)) + " ms");
+}
+
+// That some have gone, and not all yet.
+void require_that_entries_go(const fs::path& directory) {
+  const SQLite::Database database(directory / "journal.db", SQLite::OPEN_READONLY);
+  SQLite::Statement oldest(database, "SELECT min(number) FROM entries");
+  oldest.executeStep();
+  const std::int64_t number = oldest.getColumn(0);
+  if (number == 1 || number >= kEntries) {
+    throw std::runtime_error("the entries have not gone while it was measured");
+  }
+}
+
+// Turn by turn with a journal of which nothing goes. In memory, so that it is the journal's own time, and no disk's.
+void retention() {
+  const TemporaryDirectory full("/dev/shm");
+  const TemporaryDirectory beside("/dev/shm");
+  fill_journal(full.path(), kEntries);
+  Journal still(beside.path());
+  Journal journal(full.path());
+  journal.retain([] { return achost::JournalRetention{.keep = 1000}; });
+  std::vector<double> of_still;
+  std::vector<double> of_journal;
+  for (const auto& [notes, pause] : {std::pair(kNotesToBegin, 0), {kNotesMeanwhile, 1}}) {
+    for (int i = 0; i < notes; ++i) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(pause));
+      of_still.push_back(milliseconds([&] { still.note(kEntry); }) * 1000);
+      of_journal.push_back(milliseconds([&] { journal.note(kEntry); }) * 1000);
+    }
+  }
+  std::vector<double> times_of_still;
+  std::vector<double> times;
+  for (int i = 0; i < kStored; ++i) {
+    times_of_still.push_back(time_to_disk(still));
+    times.push_back(time_to_disk(journal));
+  }
+  require_that_entries_go(full.path());
+  for (const auto& [kind, share] : {std::pair{"999 of 1,000", 0.999}, {"the longest", 1.0}}) {
+    const double reference = quantile(of_still, share);
+    print_row("noting an entry while 2,000,000 go, in memory, " + std::string(kind),
+              number(quantile(of_journal, share)) + " µs", ratio_of(quantile(of_journal, share), reference));
+    print_row("noting in another journal meanwhile, in memory, " + std::string(kind), number(reference) + " µs");
+  }
+  print_row("from noting to the disk while 2,000,000 go, in memory, the longest of 300",
+            number(quantile(times, 1)) + " ms", ratio_of(quantile(times, 1), quantile(times_of_still, 1)), "50 ms");
+  print_row("the same in another journal meanwhile, in memory, the longest of 300",
+            number(quantile(times_of_still, 1)) + " ms");
 }
 
 struct Question {
@@ -135,6 +188,7 @@ int main(int count, char** arguments) {
   const TemporaryDirectory small;
   noting(small.path());
   storing(small.path());
+  retention();
   const TemporaryDirectory full;
   fill_journal(full.path(), kEntries);
   const std::string achost = arguments[1];

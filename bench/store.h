@@ -12,8 +12,8 @@
 // A directory that goes with the object.
 class TemporaryDirectory {
  public:
-  TemporaryDirectory() {
-    auto name = (std::filesystem::temp_directory_path() / "uhf-bench-XXXXXX").string();
+  explicit TemporaryDirectory(const std::filesystem::path& below = std::filesystem::temp_directory_path()) {
+    auto name = (below / "uhf-bench-XXXXXX").string();
     if (mkdtemp(name.data()) == nullptr) {
       throw std::runtime_error("no temporary directory");
     }
