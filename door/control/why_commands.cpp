@@ -80,14 +80,14 @@ Json explain_card(const Json& request, const WhySources& sources) {
 }  // namespace
 
 ControlCommand why_command(WhySources sources) {
-  using Type = ControlField::Type;
+  using FieldType = ControlField::Type;
   return {
       "why",
-      {{"card", Type::text, false},
-       {"epc", Type::text, false},
-       {"from", Type::integer},
-       {"to", Type::integer},
-       {"at", Type::integer, false}},
+      {{"card", FieldType::text, false},
+       {"epc", FieldType::text, false},
+       {"from", FieldType::integer},
+       {"to", FieldType::integer},
+       {"at", FieldType::integer, false}},
       [sources = std::move(sources)](const Json& request, ControlStream&) { return explain_card(request, sources); }};
 }
 

@@ -120,9 +120,9 @@ void ReadingWatch::saw(line::Exchange exchange) {
 
 void ReadingWatch::put(Time at, decltype(Fact::what) what, std::size_t more) {
   // The line and the bus wait for no opinion: the thread that forms it may hang.
-  constexpr milliseconds kPatience{5};
+  constexpr milliseconds kTellersPatience{5};
   std::unique_lock lock(facts_mutex_, std::try_to_lock);
-  for (const auto end = steady_clock::now() + kPatience; !lock.owns_lock() && steady_clock::now() < end;) {
+  for (const auto end = steady_clock::now() + kTellersPatience; !lock.owns_lock() && steady_clock::now() < end;) {
     std::this_thread::sleep_for(std::chrono::microseconds(100));
     lock.try_lock();
   }
