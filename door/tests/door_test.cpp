@@ -73,6 +73,7 @@ TEST_F(Door, ARelayThatIsTakenIsNotTouched) {
   door.reset();                 // delivers what waits
   const std::string log = refhost::test::captured_log();
   EXPECT_NE(log.find("relay 2 shows the tag detector"), std::string::npos) << log;
+  EXPECT_EQ(order.wait_for(1), Texts({"refusal relay 2 shows the tag detector"}));
 }
 
 TEST_F(Door, ARequestThatIsNoneIsLogged) {

@@ -192,6 +192,9 @@ TEST_F(Identifier, UsersThatCannotBeReadOpenNothing) {
   const std::string log = refhost::test::captured_log();
   EXPECT_NE(log.find("the door stays shut"), std::string::npos) << log;
   EXPECT_NE(log.find("users.db"), std::string::npos) << log;
+  const auto noted = order.wait_for(1).at(0);
+  EXPECT_TRUE(noted.starts_with("identification 18446744073709551615 0 failed reason=")) << noted;
+  EXPECT_NE(noted.find("users.db"), std::string::npos) << noted;
   identifier.reset();
 }
 
