@@ -21,7 +21,7 @@
 namespace achost {
 namespace {
 
-constexpr refhost::DatabaseKind kKind = {
+constexpr refhost::DatabaseKind kBackupKind = {
     .noun = "backup",
     .version = 1,
     .schema =
@@ -96,8 +96,8 @@ BackupWriter::BackupWriter(std::filesystem::path file, bool replaces)
     database_.emplace(under_way_, SQLite::OPEN_READWRITE);
     refhost::add_row_sum(*database_);
     database_->exec("PRAGMA journal_mode = OFF; PRAGMA synchronous = OFF; BEGIN");  // all or nothing by its name
-    database_->exec(kKind.schema);
-    database_->exec("PRAGMA user_version = " + std::to_string(kKind.version));
+    database_->exec(kBackupKind.schema);
+    database_->exec("PRAGMA user_version = " + std::to_string(kBackupKind.version));
     insert_.emplace(*database_, "INSERT INTO pieces(file, number, data, sum) VALUES(?1, ?2, ?3, row_sum(?1, ?2, ?3))");
   } catch (const SQLite::Exception& failure) {
     ::unlink(under_way_.c_str());
@@ -174,7 +174,7 @@ void unpack_backup(const std::filesystem::path& backup, const std::filesystem::p
         backup.string() + (std::filesystem::exists(backup) ? " is no file" : " is not there") + ": give a backup",
         true);
   }
-  auto database = refhost::open_database_to_read(backup, kKind);
+  auto database = refhost::open_database_to_read(backup, kBackupKind);
   try {
     const auto files = database.has_value() ? files_of(*database, backup) : std::vector<Packed>();
     if (files.empty()) {
@@ -184,7 +184,7 @@ void unpack_backup(const std::filesystem::path& backup, const std::filesystem::p
       unpack(*database, file, backup, directory);
     }
   } catch (const SQLite::Exception& failure) {
-    refhost::throw_database_failure(backup, kKind, failure);
+    refhost::throw_database_failure(backup, kBackupKind, failure);
   }
 }
 

@@ -23,7 +23,7 @@ namespace achost {
 namespace {
 
 // The setting by [SECTION] KEY, the first `count` words of the command line.
-const refhost::Setting& named(const std::vector<std::string>& words, std::size_t count) {
+const refhost::Setting& setting_named(const std::vector<std::string>& words, std::size_t count) {
   const std::string section = count == 2 ? words[0] : kDefaultSection;
   return refhost::SettingsSchema::builtin().at(section, words[count - 1]);
 }
@@ -83,7 +83,7 @@ std::vector<Assignment> assignments_of(const std::vector<std::string>& words) {
   if (words.size() < 2 || words.size() > 3) {
     throw Failure(kUsage, "give [SECTION] KEY VALUE, or one or more [SECTION.]KEY=VALUE");
   }
-  const auto& setting = named(words, words.size() - 1);
+  const auto& setting = setting_named(words, words.size() - 1);
   const auto value = stored_form(setting, words.back());
   setting.check(value);
   return {{setting.section, setting.key, value}};
@@ -115,7 +115,7 @@ void list_settings(const std::string& state, bool json) {
 void document_settings() { print(settings_as_markdown(refhost::SettingsSchema::builtin())); }
 
 void get_setting(const std::string& state, const std::vector<std::string>& name) {
-  const auto& setting = named(name, name.size());
+  const auto& setting = setting_named(name, name.size());
   StoreOwner owner(settings_state(state));
   const auto told = state_of(owner.ask({{"command", "config_get"}, {"section", setting.section}, {"key", setting.key}},
                                        {}, ControlClient::kPatience));

@@ -29,7 +29,7 @@ std::string text_in(const Entry& entry, std::string_view name) {
   return "";
 }
 
-std::int64_t number_in(const Entry& entry, std::string_view name) {
+std::int64_t entry_number(const Entry& entry, std::string_view name) {
   for (const auto& [field, value] : entry.fields) {
     if (field == name && std::holds_alternative<std::int64_t>(value)) {
       return std::get<std::int64_t>(value);
@@ -155,14 +155,14 @@ Sentence end(const Entry& entry, const JournalStyle&) {
 
 Sentence clock_jump(const Entry& entry, const JournalStyle&) {
   std::array<char, 64> text{};
-  const double seconds = static_cast<double>(number_in(entry, "by_ms")) / 1000;
+  const double seconds = static_cast<double>(entry_number(entry, "by_ms")) / 1000;
   std::snprintf(text.data(), text.size(), "was set %s by %.1f s", seconds < 0 ? "back" : "forward",
                 seconds < 0 ? -seconds : seconds);
   return {"clock", text.data()};
 }
 
 Sentence gap(const Entry& entry, const JournalStyle&) {
-  const auto lost = number_in(entry, "lost");
+  const auto lost = entry_number(entry, "lost");
   return {"journal", (lost == 0   ? "may lack entries"
                       : lost == 1 ? "lacks an entry"
                                   : "lacks " + grouped(lost) + " entries") +
@@ -170,17 +170,17 @@ Sentence gap(const Entry& entry, const JournalStyle&) {
 }
 
 Sentence retention(const Entry& entry, const JournalStyle&) {
-  return {"journal",
-          "let entries " + grouped(number_in(entry, "first")) + " to " + grouped(number_in(entry, "last")) + " go"};
+  return {"journal", "let entries " + grouped(entry_number(entry, "first")) + " to " +
+                         grouped(entry_number(entry, "last")) + " go"};
 }
 
 Sentence sighting(const Entry& entry, const JournalStyle& style) {
-  const auto polls = number_in(entry, "polls");
+  const auto polls = entry_number(entry, "polls");
   std::array<char, 96> text{};
   std::snprintf(text.data(), text.size(), "was in the field for %.1f s, read %s",
-                static_cast<double>(number_in(entry, "last") - number_in(entry, "first")) / 1000,
+                static_cast<double>(entry_number(entry, "last") - entry_number(entry, "first")) / 1000,
                 polls == 1 ? "once" : (grouped(polls) + " times").c_str());
-  return {card_in(entry, style), std::string(text.data()) + (number_in(entry, "goes_on") != 0 ? ", and stays" : "")};
+  return {card_in(entry, style), std::string(text.data()) + (entry_number(entry, "goes_on") != 0 ? ", and stays" : "")};
 }
 
 Sentence audit(const Entry& entry, const JournalStyle&) {

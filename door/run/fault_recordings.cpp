@@ -18,7 +18,7 @@ namespace fs = std::filesystem;
 constexpr std::chrono::minutes kPause{1};
 
 // A disk that does not answer is an alarm of its own, and no reason to end.
-constexpr int kPatience = 20;  // of the watchdog's limits
+constexpr int kShareOfPatience = 20;  // of the watchdog's limits
 
 // The oldest go until so many are left; their names are their times.
 void make_room(const fs::path& directory, std::size_t left) {
@@ -45,7 +45,7 @@ FaultRecordings::FaultRecordings(const fs::path& state, const line::Recorder& re
                       keep(reader_state);
                     },
                     false}},
-                  refhost::Subscriber::kDefaultBound, kPatience) {}
+                  refhost::Subscriber::kDefaultBound, kShareOfPatience) {}
 
 void FaultRecordings::keep(const std::string& reader_state) {
   const auto now = std::chrono::steady_clock::now();

@@ -21,7 +21,7 @@ constexpr milliseconds kPeriod{250};
 constexpr milliseconds kPeriodWhenWanted{20};
 
 // How long a reader of the sightings waits at most; the journal has those that are over by then.
-constexpr std::chrono::seconds kPatience{2};
+constexpr std::chrono::seconds kLongestQuestion{2};
 
 constexpr std::chrono::seconds kBetweenWords{10};
 
@@ -243,7 +243,7 @@ std::vector<why::ToldSighting> ReadingWatch::sightings() const {
   std::unique_lock lock(mutex_);
   wanted_until_ = std::max(wanted_until_, asked);
   changed_.notify_all();
-  changed_.wait_for(lock, kPatience, [&] { return known_until_ >= asked || ending_; });
+  changed_.wait_for(lock, kLongestQuestion, [&] { return known_until_ >= asked || ending_; });
   std::vector<why::ToldSighting> all(just_over_.begin(), just_over_.end());
   if (witness_.has_value()) {
     std::ranges::transform(witness_->sightings(), std::back_inserter(all),
