@@ -62,6 +62,7 @@ class Recall {
   Recollection result_;
   Time begin_{};
   Time latest_{};
+  Time latest_bytes_{};
   Milliseconds begin_wall_{};
   std::chrono::microseconds begin_rest_{0};  // of begin_wall_
   bool has_begun_ = false;
@@ -109,7 +110,8 @@ void Recall::take(const Recorded& one, const std::optional<line::Beginning>& beg
   conversation_.pass(latest_);
   witness_->pass(latest_ - SecondOpinion::kPatience);
   if (one.direction.has_value()) {
-    conversation_.take(*one.direction, one.bytes, latest_);
+    latest_bytes_ = std::max(latest_bytes_, at);
+    conversation_.take(*one.direction, one.bytes, latest_bytes_);
   } else {
     take_note(one.note, at);
   }
