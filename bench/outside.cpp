@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -45,10 +46,22 @@ void serve(Reader& first, Reader& second, std::chrono::steady_clock::time_point 
   }
 }
 
-Process::Process(const std::string& program, const std::string& state, const std::string& port,
-                 const std::vector<std::string>& options) {
+namespace {
+
+std::vector<std::string> words_of(const std::string& program, const std::string& state, const std::string& port,
+                                  const std::vector<std::string>& options) {
   std::vector<std::string> words{program, "run", "--state", state, "--port", port, "--set", "probe_interval=10"};
   words.insert(words.end(), options.begin(), options.end());
+  return words;
+}
+
+}  // namespace
+
+Process::Process(const std::string& program, const std::string& state, const std::string& port,
+                 const std::vector<std::string>& options)
+    : Process(words_of(program, state, port, options)) {}
+
+Process::Process(std::vector<std::string> words) {
   std::vector<char*> arguments;
   std::ranges::transform(words, std::back_inserter(arguments), [](std::string& word) { return word.data(); });
   arguments.push_back(nullptr);
@@ -56,8 +69,8 @@ Process::Process(const std::string& program, const std::string& state, const std
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
   posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-  if (posix_spawn(&id_, program.c_str(), &actions, nullptr, arguments.data(), environ) != 0) {
-    throw std::runtime_error("cannot start " + program);
+  if (posix_spawn(&id_, words[0].c_str(), &actions, nullptr, arguments.data(), environ) != 0) {
+    throw std::runtime_error("cannot start " + words[0]);
   }
   posix_spawn_file_actions_destroy(&actions);
 }
@@ -82,6 +95,18 @@ double Process::cpu() const {
     throw std::runtime_error("achost has ended early");
   }
   return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
+}
+
+std::map<std::string, double> Process::cpu_of_threads() const {
+  std::map<std::string, double> threads;
+  for (const auto& task : std::filesystem::directory_iterator("/proc/" + std::to_string(id_) + "/task")) {
+    std::string name;
+    double nanoseconds = 0;
+    std::getline(std::ifstream(task.path() / "comm"), name);
+    std::ifstream(task.path() / "schedstat") >> nanoseconds;
+    threads[name] += nanoseconds / 1e9;
+  }
+  return threads;
 }
 
 double Process::resident_memory() const {

@@ -6,6 +6,7 @@
 
 #include <array>
 #include <chrono>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -48,6 +49,8 @@ class Process {
   // achost, polling every 10 ms, with what it prints thrown away.
   Process(const std::string& program, const std::string& state, const std::string& port,
           const std::vector<std::string>& options = {});
+  // A program with its arguments, with what it prints thrown away.
+  explicit Process(std::vector<std::string> words);
   // A copy of this one that does that work, which never returns.
   explicit Process(void (*work)(const std::string& port, std::size_t answer_size), const std::string& port,
                    std::size_t answer_size);
@@ -57,6 +60,9 @@ class Process {
 
   // Seconds of a core so far.
   double cpu() const;
+
+  // The same for its threads that live, by name.
+  std::map<std::string, double> cpu_of_threads() const;
 
   // kB.
   double resident_memory() const;
