@@ -21,13 +21,19 @@ std::optional<Reason> reason_of(std::string_view name) {
 }
 
 std::string sentence(Reason reason, const Facts& facts) {
+  return sentence_of(reason, [&](std::string_view name) {
+    const auto fact = facts.find(name);
+    return fact == facts.end() ? std::nullopt : std::optional(fact->second);
+  });
+}
+
+std::string sentence_of(Reason reason, const FactTeller& tell) {
   std::string text;
   auto rest = row_of(reason).sentence;
   for (auto brace = rest.find('{'); brace != rest.npos; brace = rest.find('{')) {
     const auto end = rest.find('}', brace);
-    const auto fact = facts.find(rest.substr(brace + 1, end - brace - 1));
     text += rest.substr(0, brace);
-    text += fact == facts.end() ? "?" : fact->second;
+    text += tell(rest.substr(brace + 1, end - brace - 1)).value_or("?");
     rest.remove_prefix(end + 1);
   }
   return text.append(rest);

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -121,7 +122,11 @@ std::optional<Reason> reason_of(std::string_view name);
 // The values of the facts of a sentence, by name, such as "since": "08:02:11.204".
 using Facts = std::map<std::string_view, std::string>;
 
+// Tells one of them when it is asked for it; nothing: it is not known.
+using FactTeller = std::function<std::optional<std::string>(std::string_view name)>;
+
 // The reason as a sentence. A fact that is not known is "?".
 std::string sentence(Reason reason, const Facts& facts);
+std::string sentence_of(Reason reason, const FactTeller& tell);
 
 }  // namespace achost::why

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <iterator>
+#include <optional>
+#include <span>
 #include <stdexcept>
 
 namespace achost::why {
@@ -20,11 +22,13 @@ ToldFate told(const Fate& fate, const std::function<Milliseconds(Time)>& wall) {
       .announced_from = fate.announced_from.has_value() ? std::optional(number(*fate.announced_from)) : std::nullopt,
       .reasons = {}};
   for (const Because& because : fate.reasons) {
-    auto facts = facts_of(because, fate.from, show);
-    facts["index"] = std::to_string(fate.number);
-    facts["count"] = std::to_string(fate.count);
-    facts["text"] = fate.flaw;
-    result.reasons.emplace_back(because.reason, sentence(because.reason, facts));
+    const auto tell = [&](std::string_view name) -> std::optional<std::string> {
+      return name == "index"   ? std::to_string(fate.number)
+             : name == "count" ? std::to_string(fate.count)
+             : name == "text"  ? fate.flaw
+                               : fact_of(because, name, fate.from, show);
+    };
+    result.reasons.emplace_back(because.reason, sentence_of(because.reason, tell));
   }
   return result;
 }
@@ -49,24 +53,49 @@ ToldFate fate_of(const Json& json) {
   return fate;
 }
 
-Json json_of(const ToldFate& fate) {
-  Json reasons = Json::array();
-  for (const auto& [reason, text] : fate.reasons) {
-    reasons.push_back({{"code", row_of(reason).name}, {"text", text}});
+// Texts of this room need no escape; what comes from elsewhere may.
+void append_quoted(std::string& text, const std::string& words) {
+  const auto is_plain = [](char one) { return one >= ' ' && one <= '~' && one != '"' && one != '\\'; };
+  if (std::ranges::all_of(words, is_plain)) {
+    text.append("\"").append(words).append("\"");
+  } else {
+    text += Json(words).dump(-1, ' ', false, Json::error_handler_t::replace);
   }
-  Json json = {{"from", fate.from}, {"to", fate.to}, {"polls", fate.polls}, {"at_boundary", fate.at_boundary}};
-  if (fate.announced_from.has_value()) {
-    json["announced_from"] = *fate.announced_from;
-  }
-  json["reasons"] = reasons;
-  return json;
 }
 
-Json json_of(const std::vector<ToldFate>& fates) {
-  Json all = Json::array();
-  std::ranges::transform(fates, std::back_inserter(all), [](const ToldFate& fate) { return json_of(fate); });
-  return all;
+void append_json(std::string& text, const std::pair<Reason, std::string>& reason) {
+  text.append("{\"code\":\"").append(row_of(reason.first).name).append("\",\"text\":");
+  append_quoted(text, reason.second);
+  text += '}';
 }
+
+// most: so many of its reasons.
+void append_json(std::string& text, const ToldFate& fate, std::size_t most) {
+  text.append("{\"from\":").append(std::to_string(fate.from)).append(",\"to\":").append(std::to_string(fate.to));
+  text.append(",\"polls\":").append(std::to_string(fate.polls));
+  text.append(",\"at_boundary\":").append(fate.at_boundary ? "true" : "false");
+  if (fate.announced_from.has_value()) {
+    text.append(",\"announced_from\":").append(std::to_string(*fate.announced_from));
+  }
+  text += ",\"reasons\":[";
+  for (std::size_t i = 0; i < std::min(most, fate.reasons.size()); ++i) {
+    text += i == 0 ? "" : ",";
+    append_json(text, fate.reasons[i]);
+  }
+  text += "]}";
+}
+
+// Written at once, as one is told for each card in the field several times a minute.
+std::string json_text(std::span<const ToldFate> fates, std::size_t most_reasons) {
+  std::string text = "[";
+  for (const ToldFate& fate : fates) {
+    text += text.size() == 1 ? "" : ",";
+    append_json(text, fate, most_reasons);
+  }
+  return text += ']';
+}
+
+constexpr auto kAllReasons = static_cast<std::size_t>(-1);
 
 template <typename Value>
 Value field_of(const Entry& entry, std::string_view name) {
@@ -94,26 +123,24 @@ ToldSighting told(const Sighting& sighting, const std::function<Milliseconds(Tim
 }
 
 Json json_of(const ToldSighting& sighting) {
-  return {{"epc", sighting.epc},         {"card", sighting.card},           {"first", sighting.first},
-          {"last", sighting.last},       {"polls", sighting.polls},         {"rssi", sighting.rssi},
-          {"goes_on", sighting.goes_on}, {"fates", json_of(sighting.fates)}};
+  return {{"epc", sighting.epc},         {"card", sighting.card},
+          {"first", sighting.first},     {"last", sighting.last},
+          {"polls", sighting.polls},     {"rssi", sighting.rssi},
+          {"goes_on", sighting.goes_on}, {"fates", Json::parse(json_text(sighting.fates, kAllReasons))}};
 }
 
 namespace {
 
 // The journal keeps texts of so many bytes, and cuts others, which could not be read any more. With the decisive reason
 // of each fate alone those of a usual sighting fit; of another one the latest do.
-std::string stored(std::vector<ToldFate> fates) {
-  auto text = json_of(fates).dump();
+std::string stored(std::span<const ToldFate> fates) {
+  auto text = json_text(fates, kAllReasons);
   if (text.size() > kLongestText) {
-    for (ToldFate& fate : fates) {
-      fate.reasons.resize(std::min<std::size_t>(fate.reasons.size(), 1), {Reason::kUnexplained, ""});
-    }
-    text = json_of(fates).dump();
+    text = json_text(fates, 1);
   }
   while (text.size() > kLongestText) {
-    fates.erase(fates.begin());
-    text = json_of(fates).dump();
+    fates = fates.subspan(1);
+    text = json_text(fates, 1);
   }
   return text;
 }

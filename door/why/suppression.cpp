@@ -346,22 +346,29 @@ std::string duration_text(nanoseconds duration) {
   return (ms < 0 ? "-" : "") + std::to_string(std::abs(ms) / 1000) + "." + digits + " s";
 }
 
-Facts facts_of(const Because& because, Time reading, const std::function<std::string(Time)>& show) {
-  Facts facts{{"since", show(because.since)},
-              {"ago", duration_text(reading - because.since)},
-              {"value", duration_text(because.value)},
-              {"card", std::to_string(because.card)}};
-  if (because.until) {
-    facts["until"] = show(*because.until);
+std::optional<std::string> fact_of(const Because& because, std::string_view name, Time reading,
+                                   const std::function<std::string(Time)>& show) {
+  if (name == "since") {
+    return show(because.since);
   }
-  return facts;
+  if (name == "until" && because.until) {
+    return show(*because.until);
+  }
+  if (name == "ago") {
+    return duration_text(reading - because.since);
+  }
+  if (name == "value") {
+    return duration_text(because.value);
+  }
+  return name == "card" ? std::optional(std::to_string(because.card)) : std::nullopt;
 }
 
 std::string text_of(const Verdict& verdict, const std::function<std::string(Time)>& show) {
   std::string text;
   for (const auto& because : verdict.reasons) {
     text += text.empty() ? "" : "; ";
-    text += sentence(because.reason, facts_of(because, verdict.reading.at, show));
+    text += sentence_of(because.reason,
+                        [&](std::string_view name) { return fact_of(because, name, verdict.reading.at, show); });
   }
   if (verdict.would_have_been_from) {
     text += "; it would have been from " + show(*verdict.would_have_been_from) + " on";

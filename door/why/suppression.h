@@ -7,6 +7,8 @@
 #include <map>
 #include <optional>
 #include <span>
+#include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -157,8 +159,9 @@ class Suppression {
   Last last_;
 };
 
-// The facts of a reason for a reading made at that time; show: tells a time.
-Facts facts_of(const Because& because, Time reading, const std::function<std::string(Time)>& show);
+// A fact of a reason, by its name, for a reading made at that time; show: tells a time.
+std::optional<std::string> fact_of(const Because& because, std::string_view name, Time reading,
+                                   const std::function<std::string(Time)>& show);
 
 // All reasons in words, and from when on the reading would have been announced.
 std::string text_of(const Verdict& verdict, const std::function<std::string(Time)>& show);
