@@ -89,7 +89,7 @@ TEST_F(SecondOpinionTest, AMissedAnswerIsLookedAtAPeriodLater) {
   second.announced(kCard, at(149));
   const auto outcomes = second.settle(at(1e6));
   EXPECT_EQ(outcomes.at(0).opinion, Opinion::kAgrees);
-  EXPECT_EQ(outcomes.at(0).verdicts.at(0).reasons.at(0).since, at(149));
+  EXPECT_EQ(outcomes.at(0).verdicts.at(0).reasons[0].since, at(149));
 }
 
 TEST_F(SecondOpinionTest, AnAnnouncementLaterThanAPeriodIsOneOfItsOwn) {
@@ -129,7 +129,7 @@ TEST_F(SecondOpinionTest, TellsTheModelOfInputs) {
   one.poll({kCard}, at(200));
   one.announced(kCard, at(200.2));
   const auto outcomes = one.settle(at(1e6));
-  EXPECT_EQ(outcomes.at(0).verdicts.at(0).reasons.at(0).reason, Reason::kNeverTriggered);
+  EXPECT_EQ(outcomes.at(0).verdicts.at(0).reasons[0].reason, Reason::kNeverTriggered);
   EXPECT_EQ(outcomes.at(1).opinion, Opinion::kAgrees);
 }
 

@@ -309,8 +309,8 @@ TEST(ASetting, IsRaisedToItsLeastValueWhenItIsTaken) {
   model.take(Setting::kReadInterval, at(20));
   model.take(Setting::kReadIntervalDiffTags, at(20));
   reasons(model, at(100), kCard);
-  EXPECT_EQ(model.verdict({kCard, at(110)}, at(110)).reasons.at(0).until, at(350));
-  EXPECT_EQ(model.verdict({kOther, at(110)}, at(110)).reasons.at(0).until, at(200));
+  EXPECT_EQ(model.verdict({kCard, at(110)}, at(110)).reasons[0].until, at(350));
+  EXPECT_EQ(model.verdict({kOther, at(110)}, at(110)).reasons[0].until, at(200));
 }
 
 TEST(ASetting, ThatIsAppliedIsTakenAsItIs) {

@@ -19,18 +19,27 @@ bool is_near(Time one, Time other) { return std::chrono::abs(one - other) <= Sup
 
 }  // namespace
 
+void Grounds::insert(std::size_t place, const Because& one) {
+  if (size_ < kMost) {
+    std::move_backward(all_.begin() + static_cast<std::ptrdiff_t>(place),
+                       all_.begin() + static_cast<std::ptrdiff_t>(size_),
+                       all_.begin() + static_cast<std::ptrdiff_t>(size_) + 1);
+    all_[place] = one;
+    ++size_;
+  }
+}
+
 // The reasons of a verdict as they come together.
 class Suppression::Findings {
  public:
   // Time alone decides whether it holds: before its until.
-  void weigh_until(Time at, Because because) {
-    const Time until = *because.until;
-    weigh(at < until, is_near(at, until), std::move(because));
+  void weigh_until(Time at, const Because& because) {
+    weigh(at < *because.until, is_near(at, *because.until), because);
   }
   // is_near: whether another time within kNear of that one would have another answer.
-  void weigh(bool holds, bool is_near, Because because) {
+  void weigh(bool holds, bool is_near, const Because& because) {
     if (holds) {
-      reasons_.push_back(std::move(because));
+      reasons_.push_back(because);
     }
     is_sure_ = is_sure_ || (holds && !is_near);
     is_near_ = is_near_ || is_near;
@@ -39,10 +48,10 @@ class Suppression::Findings {
   void doubt() { is_doubtful_ = true; }
 
   bool at_boundary() const { return is_doubtful_ || (is_near_ && !is_sure_); }
-  std::vector<Because>& reasons() { return reasons_; }
+  const Grounds& reasons() const { return reasons_; }
 
  private:
-  std::vector<Because> reasons_;
+  Grounds reasons_;
   bool is_sure_ = false;      // one holds and is far from its boundary
   bool is_near_ = false;      // one is near its boundary
   bool is_doubtful_ = false;  // all of them are in doubt
@@ -137,10 +146,20 @@ void Suppression::notified(int level, Time at) {
 }
 
 void Suppression::read(Card card, Time at) {
-  if (waiting_.size() < kMostCards || waiting_.contains(card)) {
-    waiting_[card] = at;
+  const auto place = place_of(card);
+  if (place != waiting_.end() && place->card == card) {
+    place->at = at;
+  } else if (waiting_.size() < kMostCards) {
+    waiting_.insert(place, {card, at});
   }
 }
+
+// Where it stands, or would.
+std::vector<Reading>::iterator Suppression::place_of(Card card) {
+  return std::ranges::lower_bound(waiting_, card, {}, &Reading::card);
+}
+
+bool Suppression::is_waiting(Card card) const { return std::ranges::binary_search(waiting_, card, {}, &Reading::card); }
 
 std::vector<Verdict> Suppression::round(Time at) {
   auto verdicts = look(at);
@@ -151,8 +170,8 @@ std::vector<Verdict> Suppression::round(Time at) {
 std::vector<Verdict> Suppression::look(Time at) {
   std::vector<Verdict> verdicts;
   verdicts.reserve(waiting_.size());
-  for (const auto& [card, read_at] : waiting_) {
-    verdicts.push_back(verdict({card, read_at}, at));
+  for (const Reading& reading : waiting_) {
+    verdicts.push_back(verdict(reading, at));
   }
   waiting_.clear();
   return verdicts;
@@ -177,7 +196,7 @@ Opinion Suppression::settle(std::vector<Verdict>& verdicts, std::optional<Card> 
   for (auto& one : verdicts) {
     if (one.reading.card == *announced) {
       opinion = one.expected() ? Opinion::kAgrees : one.at_boundary ? Opinion::kAtBoundary : Opinion::kDisagrees;
-      one.reasons.insert(one.reasons.begin(), {.reason = Reason::kAnnounced, .since = at});
+      one.reasons.push_front({.reason = Reason::kAnnounced, .since = at});
       one.would_have_been_from.reset();
     } else if (one.expected()) {
       one.reasons = {{Reason::kLostTurn, at, last_.others_from, last_.interval, *announced}};
@@ -194,9 +213,7 @@ Verdict Suppression::verdict(const Reading& reading, Time at) const {
   look_at_trigger(findings, reading);
   look_at_others(findings, reading);
   look_at_itself(findings, reading, at);
-  const bool at_boundary = findings.at_boundary();
-  const auto from = announced_from(findings.reasons());
-  return {reading, std::move(findings.reasons()), at_boundary, from};
+  return {reading, findings.reasons(), findings.at_boundary(), announced_from(findings.reasons())};
 }
 
 // Whether readings count at all.
@@ -268,7 +285,7 @@ void Suppression::look_at_itself(Findings& findings, const Reading& reading, Tim
       {.reason = Reason::kSameCardTooSoon, .since = sent.at, .until = until, .value = in_force_.read_interval});
 }
 
-std::optional<Time> Suppression::announced_from(const std::vector<Because>& reasons) const {
+std::optional<Time> Suppression::announced_from(const Grounds& reasons) const {
   std::optional<Time> from;
   for (const auto& because : reasons) {
     if (!because.until) {

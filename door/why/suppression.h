@@ -2,9 +2,10 @@
 // description (docs/suppression.md) and from none of its code, so that it is a second opinion.
 #pragma once
 
+#include <array>
 #include <chrono>
 #include <functional>
-#include <map>
+#include <initializer_list>
 #include <optional>
 #include <span>
 #include <string>
@@ -50,10 +51,46 @@ struct Because {
   Card card = 0;          // the other card, for a reason that has one
 };
 
+// As many as can hold of a reading, in place: there is a verdict on each, many times a second.
+class Grounds {
+ public:
+  using value_type = Because;
+  using iterator = Because*;
+  using const_iterator = const Because*;
+
+  static constexpr std::size_t kMost =
+      5;  // the mode's two, those about another card and the same one, the announcement
+
+  Grounds() = default;
+  Grounds(std::initializer_list<Because> all) {
+    for (const Because& one : all) {
+      push_back(one);
+    }
+  }
+
+  // What would be more than kMost is not taken.
+  void push_back(const Because& one) { insert(size_, one); }
+  void push_front(const Because& one) { insert(0, one); }
+
+  std::size_t size() const { return size_; }
+  bool empty() const { return size_ == 0; }
+  const_iterator begin() const { return all_.data(); }
+  const_iterator end() const { return all_.data() + size_; }
+  const Because& front() const { return all_.front(); }
+  const Because& back() const { return all_[size_ - 1]; }
+  const Because& operator[](std::size_t place) const { return all_[place]; }
+
+ private:
+  void insert(std::size_t place, const Because& one);
+
+  std::array<Because, kMost> all_;
+  std::size_t size_ = 0;
+};
+
 struct Verdict {
   Reading reading;
   // All that hold, the decisive one first. None: it must be announced, unless another of its round is.
-  std::vector<Because> reasons;
+  Grounds reasons;
   bool at_boundary = false;  // whether times that are off by kNear could turn it round
   // When nothing else happens, a reading from then on, and none before, is announced; nothing: time alone does not do.
   std::optional<Time> would_have_been_from;
@@ -101,7 +138,7 @@ class Suppression {
   // What must become of a reading that is looked at then, if it is the only one.
   Verdict verdict(const Reading& reading, Time at) const;
 
-  bool is_waiting(Card card) const { return waiting_.contains(card); }
+  bool is_waiting(Card card) const;
 
   // Cards announced that are remembered.
   std::size_t cards() const { return sent_.size(); }
@@ -136,8 +173,9 @@ class Suppression {
   void look_at_trigger(Findings& findings, const Reading& reading) const;
   void look_at_others(Findings& findings, const Reading& reading) const;
   void look_at_itself(Findings& findings, const Reading& reading, Time at) const;
-  std::optional<Time> announced_from(const std::vector<Because>& reasons) const;
+  std::optional<Time> announced_from(const Grounds& reasons) const;
 
+  std::vector<Reading>::iterator place_of(Card card);
   void remember(Card card, Time at);
   void doubt(Time at);
   void doubt_interval();
@@ -152,7 +190,7 @@ class Suppression {
   bool is_inhibited_ = false;  // as far as notifications have told in inhibit mode
   std::optional<int> level_;   // of the input, as the host tells it
   Time level_changed_;
-  std::map<Card, Time> waiting_;
+  std::vector<Reading> waiting_;  // by card
   std::unordered_map<Card, Sent> sent_;
   Time first_sent_;        // none of them was before
   Time left_out_until_{};  // until then a card that is not remembered may be one for which there was no place

@@ -1,6 +1,8 @@
 #include "door/why/witness.h"
 
 #include <algorithm>
+#include <array>
+#include <span>
 #include <utility>
 
 namespace achost::why {
@@ -16,29 +18,33 @@ constexpr std::size_t kFarTooManyFates = 2 * Witness::kMostFates;
 // What the plug-in has left of an answer it may take for the next one, for as long as the line lets it lie.
 constexpr std::chrono::seconds kOutOfStep{1};
 
+constexpr Because kUnexplained{.reason = Reason::kUnexplained};
+
 }  // namespace
 
 struct Witness::Presence {
   Sighting sighting;
-  WitnessSettings settings;     // that its card value was made with
-  std::uint64_t last_poll = 0;  // that read it,
-  Time last_read;               // and when
-  std::size_t chapter = 0;      // the first fate since it was announced last
-  std::int64_t waiting = 0;     // readings that the plug-in has missed so far, and may still look at,
-  Time waiting_since;           // from then on
+  std::uint64_t values_epoch = 0;  // of the settings that its card value was made with
+  std::uint64_t last_poll = 0;     // that read it,
+  Time last_read;                  // and when
+  std::size_t chapter = 0;         // the first fate since it was announced last
+  std::int64_t waiting = 0;        // readings that the plug-in has missed so far, and may still look at,
+  Time waiting_since;              // from then on
 
   bool is_to_go_on_in_another() const {
     return sighting.last - sighting.first >= kLongest || sighting.fates.size() > kMostFates;
   }
 
   // The fate with these reasons, in this chapter.
-  Fate& fate_with(const std::vector<Because>& reasons, Time at) {
+  Fate& fate_with(std::span<const Because> reasons, Time at) {
     auto& fates = sighting.fates;
     const auto first = fates.begin() + static_cast<std::ptrdiff_t>(chapter);
     const auto found = std::find_if(first, fates.end(), [&](const Fate& one) {
       return std::ranges::equal(one.reasons, reasons, {}, &Because::reason, &Because::reason);
     });
-    return found != fates.end() ? *found : fates.emplace_back(Fate{.from = at, .to = at, .reasons = reasons});
+    return found != fates.end()
+               ? *found
+               : fates.emplace_back(Fate{.from = at, .to = at, .reasons = {reasons.begin(), reasons.end()}});
   }
 };
 
@@ -55,6 +61,7 @@ Witness::~Witness() = default;
 void Witness::apply(const WitnessSettings& settings, Time at) {
   if (settings.identification_bits != settings_.identification_bits || settings.reader_type != settings_.reader_type) {
     doubt_values(at);
+    ++values_epoch_;
   }
   settings_ = settings;
   second_opinion_.apply(settings.rules, at);
@@ -89,12 +96,15 @@ void Witness::saw(const line::Exchange& exchange) {
   }
   Poll poll{.at = at, .is_whole = at >= unsure_until_, .readings = {}};
   std::vector<Card> cards;
-  for (const Report& report : reports_of(exchange)) {
+  const auto reports = reports_of(exchange);
+  poll.readings.reserve(reports.size());
+  cards.reserve(reports.size());
+  for (const Report& report : reports) {
     Presence* const presence = presence_of(*report.tag, at);
     if (presence != nullptr && report.unused.has_value()) {
       put_unused(*presence, report, at);
     } else if (presence != nullptr) {
-      poll.readings.emplace(presence->sighting.card, presence);
+      poll.readings.emplace_back(presence->sighting.card, presence);
       cards.push_back(presence->sighting.card);
     }
   }
@@ -116,14 +126,14 @@ void Witness::look_back(Time asked) {
 
 // Nothing when there are too many.
 Witness::Presence* Witness::presence_of(const line::Tag& tag, Time at) {
-  const std::string key(tag.epc.begin(), tag.epc.end());
+  const std::string_view key(reinterpret_cast<const char*>(tag.epc.data()), tag.epc.size());
   auto found = presences_.find(key);
   if (found == presences_.end()) {
     if (presences_.size() >= kMostSightings || tag.epc.size() > kLongestEpc) {
       ++left_out_;
       return nullptr;
     }
-    found = presences_.emplace(key, std::make_unique<Presence>()).first;
+    found = presences_.emplace(std::string(key), std::make_unique<Presence>()).first;
     found->second->sighting.epc = tag.epc;
     begin(*found->second);
   }
@@ -132,8 +142,7 @@ Witness::Presence* Witness::presence_of(const line::Tag& tag, Time at) {
     close(presence, false);
     begin(presence);
   }
-  const auto& [rules, interval, bits, type] = settings_;
-  if (presence.settings.identification_bits != bits || presence.settings.reader_type != type) {
+  if (presence.values_epoch != values_epoch_) {
     close(presence, true);
     begin(presence);
   }
@@ -147,13 +156,13 @@ void Witness::begin(Presence& presence) const {
   auto epc = std::move(presence.sighting.epc);
   const auto card = card_value(epc, settings_.identification_bits, settings_.reader_type);
   presence.sighting = {.epc = std::move(epc), .card = card, .first = {}, .last = {}, .fates = {}};
-  presence.settings = settings_;
+  presence.values_epoch = values_epoch_;
   presence.chapter = 0;
 }
 
 void Witness::close(Presence& presence, bool goes_on) const {
   if (presence.waiting > 0 && !goes_on) {
-    Fate& fate = presence.fate_with({{.reason = Reason::kUnexplained}}, presence.waiting_since);
+    Fate& fate = presence.fate_with(std::array{kUnexplained}, presence.waiting_since);
     fate.at_boundary = true;
     count(presence, fate, std::exchange(presence.waiting, 0), presence.waiting_since);
   }
@@ -174,7 +183,7 @@ void Witness::count(Presence& presence, Fate& fate, std::int64_t polls, Time at)
 }
 
 void Witness::put_unused(Presence& presence, const Report& report, Time at) const {
-  Fate& fate = presence.fate_with({{.reason = *report.unused}}, at);
+  Fate& fate = presence.fate_with(std::array{Because{.reason = *report.unused}}, at);
   if (fate.polls == 0) {
     fate.number = report.number;
     fate.count = report.count;
@@ -183,7 +192,7 @@ void Witness::put_unused(Presence& presence, const Report& report, Time at) cons
   count(presence, fate, 1, at);
 }
 
-void Witness::conclude(const Outcome& outcome) {
+void Witness::conclude(Outcome& outcome) {
   const auto poll = std::ranges::find(polls_, outcome.at, &Poll::at);
   const bool is_sure =
       poll == polls_.end() ? outcome.at >= std::max(unsure_until_, untimely_until_) : poll->is_whole && poll->is_timely;
@@ -197,14 +206,20 @@ void Witness::conclude(const Outcome& outcome) {
   }
 }
 
-void Witness::conclude(Poll& poll, const Outcome& outcome) {
-  for (Verdict verdict : outcome.verdicts) {
+// The verdicts are by card, and so are the readings then.
+void Witness::conclude(Poll& poll, Outcome& outcome) {
+  std::ranges::sort(poll.readings);
+  auto reading = poll.readings.begin();
+  for (Verdict& verdict : outcome.verdicts) {
     verdict.at_boundary = verdict.at_boundary || !poll.is_whole || !poll.is_timely;
     if (!poll.is_whole && verdict.expected()) {
       verdict.reasons = {{.reason = Reason::kAnswerInPieces}};
     }
-    const auto [first, last] = poll.readings.equal_range(verdict.reading.card);
-    std::for_each(first, last, [&](const auto& entry) { conclude(*entry.second, verdict, outcome.opinion); });
+    const Card card = verdict.reading.card;
+    reading = std::find_if(reading, poll.readings.end(), [card](const auto& one) { return one.first >= card; });
+    for (; reading != poll.readings.end() && reading->first == card; ++reading) {
+      conclude(*reading->second, verdict, outcome.opinion);
+    }
   }
 }
 
@@ -215,9 +230,9 @@ void Witness::conclude(Presence& presence, const Verdict& verdict, Opinion opini
     ++presence.waiting;
     return;
   }
-  const std::vector<Because> unexplained{{.reason = Reason::kUnexplained}};
-  Fate& fate = presence.fate_with(verdict.expected() ? unexplained : verdict.reasons,
-                                  presence.waiting > 0 ? presence.waiting_since : at);
+  const Time since = presence.waiting > 0 ? presence.waiting_since : at;
+  Fate& fate = verdict.expected() ? presence.fate_with(std::array{kUnexplained}, since)
+                                  : presence.fate_with(verdict.reasons, since);
   fate.at_boundary = verdict.at_boundary && (fate.polls == 0 || fate.at_boundary);
   fate.announced_from = verdict.would_have_been_from;
   const bool is_announcement = fate.is_announcement();
@@ -248,7 +263,7 @@ void Witness::tell(const Outcome& outcome) const {
 }
 
 void Witness::pass(Time now) {
-  for (const Outcome& outcome : second_opinion_.settle(now)) {
+  for (Outcome& outcome : second_opinion_.settle(now)) {
     conclude(outcome);
   }
   end_over(now);
@@ -290,7 +305,7 @@ std::vector<Sighting> Witness::sightings() const {
 }
 
 void Witness::end() {
-  for (const Outcome& outcome : second_opinion_.settle(latest_ + 2 * SecondOpinion::kPatience)) {
+  for (Outcome& outcome : second_opinion_.settle(latest_ + 2 * SecondOpinion::kPatience)) {
     conclude(outcome);
   }
   polls_.clear();

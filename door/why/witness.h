@@ -5,11 +5,12 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "door/why/reports.h"
@@ -83,12 +84,18 @@ class Witness {
  private:
   struct Presence;
 
-  // Readings of an answer whose fate is not known yet, by card.
+  // Readings of an answer whose fate is not known yet.
   struct Poll {
     Time at;
     bool is_whole = true;   // the plug-in takes the answer for what it is,
     bool is_timely = true;  // and as soon as it is there
-    std::multimap<Card, Presence*> readings;
+    std::vector<std::pair<Card, Presence*>> readings;
+  };
+
+  // Finds by the bytes as they stand in an answer.
+  struct EpcHash {
+    using is_transparent = void;
+    std::size_t operator()(std::string_view epc) const { return std::hash<std::string_view>()(epc); }
   };
 
   void look_back(Time asked);
@@ -97,8 +104,8 @@ class Witness {
   void close(Presence& presence, bool goes_on) const;
   void count(Presence& presence, Fate& fate, std::int64_t polls, Time at) const;
   void put_unused(Presence& presence, const Report& report, Time at) const;
-  void conclude(const Outcome& outcome);
-  void conclude(Poll& poll, const Outcome& outcome);
+  void conclude(Outcome& outcome);
+  void conclude(Poll& poll, Outcome& outcome);
   void conclude(Presence& presence, const Verdict& verdict, Opinion opinion) const;
   void tell(const Outcome& outcome) const;
   bool has_left(const Presence& presence, Time now) const;
@@ -109,13 +116,15 @@ class Witness {
   SecondOpinion second_opinion_;
   const std::function<void(const Sighting&)> on_sighting_;
   const std::function<void(const Disagreement&)> on_disagreement_;
-  Time latest_;                                                           // answer
-  std::unordered_map<std::string, std::unique_ptr<Presence>> presences_;  // by the bytes of the EPC
-  std::deque<Poll> polls_;                                                // that wait for their outcome
-  Time unsure_until_{};                                                   // after an answer that came in pieces,
-  Time untimely_until_{};                                                 // and after one that was taken late
-  Time values_unsure_from_{};                                             // around a change of what card values are,
-  Time values_unsure_until_{};                                            // the latest, with others close before it
+  Time latest_;  // answer
+  // By the bytes of the EPC.
+  std::unordered_map<std::string, std::unique_ptr<Presence>, EpcHash, std::equal_to<>> presences_;
+  std::deque<Poll> polls_;          // that wait for their outcome
+  Time unsure_until_{};             // after an answer that came in pieces,
+  Time untimely_until_{};           // and after one that was taken late
+  Time values_unsure_from_{};       // around a change of what card values are,
+  Time values_unsure_until_{};      // the latest, with others close before it
+  std::uint64_t values_epoch_ = 0;  // of the settings that card values are made with
   std::uint64_t number_of_polls_ = 0;
   std::uint64_t left_out_ = 0;
 };
