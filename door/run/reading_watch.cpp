@@ -16,8 +16,10 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-// How often the thread looks for something to do; a wake for each poll would cost more than the look.
-constexpr milliseconds kPeriod{250};
+// How often the thread looks for something to do. Nobody waits for it, and ten polls at once cost little more than one,
+// after which nothing of it is in the caches any more.
+constexpr milliseconds kPeriod{1000};
+constexpr milliseconds kPeriodWhenMore{250};  // sightings are to be told
 constexpr milliseconds kPeriodWhenWanted{20};
 
 // How long a reader of the sightings waits at most; the journal has those that are over by then.
@@ -139,12 +141,17 @@ void ReadingWatch::run() {
   pthread_setname_np(pthread_self(), "reading_watch");
   std::unique_lock lock(mutex_);
   while (!ending_) {
-    changed_.wait_for(lock, known_until_ < wanted_until_ ? kPeriodWhenWanted : kPeriod);
+    changed_.wait_for(lock, pause());
     if (!ending_) {
       const refhost::Work::Step step(work_);
       take_facts();
     }
   }
+}
+
+// With mutex_ held.
+std::chrono::milliseconds ReadingWatch::pause() const {
+  return known_until_ < wanted_until_ ? kPeriodWhenWanted : witness_->has_more_to_tell() ? kPeriodWhenMore : kPeriod;
 }
 
 // With mutex_ held.

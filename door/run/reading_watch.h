@@ -92,6 +92,7 @@ class ReadingWatch {
   why::SettingTexts settings_now() const;
   std::optional<int> level_now() const;
   void run();
+  std::chrono::milliseconds pause() const;
   void take_facts();
   void catch_up(Time now);
   void record(Time now);

@@ -388,7 +388,9 @@ TEST_F(WitnessTest, OfManyThatAreOverAFewAreToldAtATimeAndAllAreTold) {
   now_ += seconds(60);  // nobody has polled for long
   for (std::size_t i = 0; i < kCards; ++i) {
     tell_some();
+    EXPECT_TRUE(witness_.has_more_to_tell() || over_.size() == kCards) << "so that they are soon";
   }
+  EXPECT_FALSE(witness_.has_more_to_tell());
   EXPECT_EQ(over_.size(), kCards);
   EXPECT_THAT(witness_.sightings(), IsEmpty());
 }

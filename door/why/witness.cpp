@@ -291,6 +291,7 @@ void Witness::end_over(Time now) {
     }
     ++entry;
   }
+  has_more_to_tell_ = room == 0;
 }
 
 std::vector<Sighting> Witness::sightings() const {

@@ -70,6 +70,9 @@ class Witness {
   // could not take those of a full field at once.
   void pass(Time now);
 
+  // Whether some of them are left for later.
+  bool has_more_to_tell() const { return has_more_to_tell_; }
+
   // How many, where so many are under way.
   static constexpr std::size_t most_at_once(std::size_t under_way) { return 8 + under_way / 32; }
 
@@ -127,6 +130,7 @@ class Witness {
   std::uint64_t values_epoch_ = 0;  // of the settings that card values are made with
   std::uint64_t number_of_polls_ = 0;
   std::uint64_t left_out_ = 0;
+  bool has_more_to_tell_ = false;
 };
 
 }  // namespace achost::why
