@@ -44,9 +44,12 @@ bool is_bad(const Answer& answer) {
 Answer answer_of(Code question, ByteView bytes, bool cut_off) {
   const Pieces pieces = pieces_of(bytes);
   Answer answer;
+  answer.tags.reserve(question == Code::inventory ? pieces.frames.size() : 0);
   for (const auto& frame : pieces.frames) {
     if (frame.type == FrameType::notice && question == Code::inventory) {
-      answer.tags.push_back(tag_of(frame));
+      const auto [epc, rssi] = tag_of(frame);
+      answer.tags.push_back(
+          {.epc = static_cast<std::size_t>(epc.data() - bytes.data()), .size = epc.size(), .rssi = rssi});
     }
   }
   answer.outcome = cut_off ? Outcome::endless : outcome_of(question, pieces, !answer.tags.empty());

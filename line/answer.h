@@ -1,6 +1,7 @@
 // What became of one question to the reader.
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <vector>
 
@@ -23,10 +24,17 @@ enum class Outcome {
 // "tags", "out of step": for a person.
 const char* name_of(Outcome outcome);
 
+// A tag's report in the bytes of an answer. The EPC stays where it is: nothing is copied while bytes wait to pass.
+struct TagPlace {
+  std::size_t epc = 0;  // where it begins
+  std::size_t size = 0;
+  int rssi = 0;  // as the reader says it, 0 to 255
+};
+
 struct Answer {
   Outcome outcome = Outcome::silence;
-  std::optional<Flaw> flaw;  // of the first bytes that were no frame, beside whatever else there was
-  std::vector<Tag> tags;     // in order of arrival
+  std::optional<Flaw> flaw;    // of the first bytes that were no frame, beside whatever else there was
+  std::vector<TagPlace> tags;  // in order of arrival
 };
 
 // Whether the reader is there and understood the question.

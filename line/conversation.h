@@ -25,6 +25,8 @@ struct Exchange {
   Clock::time_point last_byte;  // when the last of them came, or the question went
   // More came after something that may be the end of a frame: who asked may have taken the answer for whole before.
   bool may_have_seemed_whole = false;
+
+  ByteView epc_of(const TagPlace& tag) const { return ByteView(bytes).subspan(tag.epc, tag.size); }
 };
 
 // One thread uses it.

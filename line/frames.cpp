@@ -150,7 +150,7 @@ Bytes frame_of(FrameType type, Code code, ByteView parameters) {
 Tag tag_of(const Frame& notice) {
   const auto& all = notice.parameters;
   constexpr std::size_t kBeforeEpc = 3;  // RSSI, and the PC word
-  return {.epc = Bytes(all.begin() + kBeforeEpc, all.end() - 2), .rssi = all.front()};
+  return {.epc = all.subspan(kBeforeEpc, all.size() - kBeforeEpc - 2), .rssi = all.front()};
 }
 
 int power_of(ByteView parameters) { return parameters[0] * 256 + parameters[1]; }

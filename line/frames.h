@@ -71,7 +71,7 @@ Bytes frame_of(FrameType type, Code code, ByteView parameters);
 
 // A tag report's: those of a good frame with type notice.
 struct Tag {
-  Bytes epc;
+  ByteView epc;  // of the frame
   int rssi = 0;  // as the reader says it, 0 to 255
 };
 Tag tag_of(const Frame& notice);

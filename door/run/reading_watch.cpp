@@ -116,7 +116,7 @@ void ReadingWatch::see(const ac::Message& message) {
 
 void ReadingWatch::saw(line::Exchange exchange) {
   const auto at = exchange.last_byte;
-  const auto more = 2 * exchange.bytes.size();
+  const auto more = exchange.bytes.capacity() + exchange.answer.tags.capacity() * sizeof(line::TagPlace);
   put(at, std::move(exchange), more);
 }
 

@@ -16,8 +16,8 @@ constexpr std::size_t kAroundEpc = 12;
 // Nothing but reports, as nearly every answer that has any.
 bool is_plain(const Exchange& exchange) {
   std::size_t size = 0;
-  for (const line::Tag& tag : exchange.answer.tags) {
-    size += tag.epc.size() + kAroundEpc;
+  for (const line::TagPlace& tag : exchange.answer.tags) {
+    size += tag.size + kAroundEpc;
   }
   return size == exchange.bytes.size();
 }
@@ -27,9 +27,10 @@ std::vector<Report> plain_reports(const Exchange& exchange) {
   const std::size_t first = count / 2;
   std::vector<Report> reports;
   reports.reserve(count);
-  for (const line::Tag& tag : exchange.answer.tags) {
+  for (const line::TagPlace& tag : exchange.answer.tags) {
     const std::size_t place = reports.size();
-    reports.push_back({.tag = &tag,
+    reports.push_back({.epc = exchange.epc_of(tag),
+                       .rssi = tag.rssi,
                        .unused = place < first ? std::optional(Reason::kHalfNotUsed) : std::nullopt,
                        .number = place + 1,
                        .count = count});
@@ -69,7 +70,8 @@ std::vector<Report> reports_of(const Exchange& exchange) {
   std::vector<Report> reports;
   for (std::size_t i = 0; i < pieces.frames.size(); ++i) {
     if (is_report(pieces.frames[i])) {
-      Report report{.tag = &exchange.answer.tags[reports.size()], .number = i + 1, .count = taken.size()};
+      const auto& tag = exchange.answer.tags[reports.size()];
+      Report report{.epc = exchange.epc_of(tag), .rssi = tag.rssi, .number = i + 1, .count = taken.size()};
       if (i >= taken.size()) {
         report.unused = Reason::kBadFrame;
         report.flaw = name_of(exchange.answer.flaw.value_or(line::Flaw::truncated));

@@ -100,7 +100,7 @@ void Witness::saw(const line::Exchange& exchange) {
   poll.readings.reserve(reports.size());
   cards.reserve(reports.size());
   for (const Report& report : reports) {
-    Presence* const presence = presence_of(*report.tag, at);
+    Presence* const presence = presence_of(report, at);
     if (presence != nullptr && report.unused.has_value()) {
       put_unused(*presence, report, at);
     } else if (presence != nullptr) {
@@ -125,16 +125,16 @@ void Witness::look_back(Time asked) {
 }
 
 // Nothing when there are too many.
-Witness::Presence* Witness::presence_of(const line::Tag& tag, Time at) {
-  const std::string_view key(reinterpret_cast<const char*>(tag.epc.data()), tag.epc.size());
+Witness::Presence* Witness::presence_of(const Report& report, Time at) {
+  const std::string_view key(reinterpret_cast<const char*>(report.epc.data()), report.epc.size());
   auto found = presences_.find(key);
   if (found == presences_.end()) {
-    if (presences_.size() >= kMostSightings || tag.epc.size() > kLongestEpc) {
+    if (presences_.size() >= kMostSightings || report.epc.size() > kLongestEpc) {
       ++left_out_;
       return nullptr;
     }
     found = presences_.emplace(std::string(key), std::make_unique<Presence>()).first;
-    found->second->sighting.epc = tag.epc;
+    found->second->sighting.epc.assign(report.epc.begin(), report.epc.end());
     begin(*found->second);
   }
   Presence& presence = *found->second;
@@ -148,7 +148,7 @@ Witness::Presence* Witness::presence_of(const line::Tag& tag, Time at) {
   }
   presence.last_poll = number_of_polls_;
   presence.last_read = at;
-  presence.sighting.rssi = std::max(presence.sighting.rssi, tag.rssi);
+  presence.sighting.rssi = std::max(presence.sighting.rssi, report.rssi);
   return &presence;
 }
 

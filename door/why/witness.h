@@ -102,7 +102,7 @@ class Witness {
   };
 
   void look_back(Time asked);
-  Presence* presence_of(const line::Tag& tag, Time at);
+  Presence* presence_of(const Report& report, Time at);
   void begin(Presence& presence) const;
   void close(Presence& presence, bool goes_on) const;
   void count(Presence& presence, Fate& fate, std::int64_t polls, Time at) const;

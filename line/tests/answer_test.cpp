@@ -19,8 +19,14 @@ TEST(LineAnswer, ToAnInventoryIsTagsOrAnEmptyFieldOrNothing) {
   const auto tags = answer_of(Code::inventory, kReport + kReport);
   EXPECT_EQ(tags.outcome, Outcome::tags);
   ASSERT_EQ(tags.tags.size(), 2U);
-  EXPECT_EQ(tags.tags[0].epc, (Bytes{1, 2, 3, 4}));
   EXPECT_EQ(tags.tags[0].rssi, 200);
+  for (const auto& [epc, size, rssi] : tags.tags) {
+    const Bytes both = kReport + kReport;
+    EXPECT_EQ(
+        Bytes(both.begin() + static_cast<std::ptrdiff_t>(epc), both.begin() + static_cast<std::ptrdiff_t>(epc + size)),
+        (Bytes{1, 2, 3, 4}));
+  }
+  EXPECT_LT(tags.tags[0].epc, tags.tags[1].epc);
   EXPECT_EQ(answer_of(Code::inventory, kEmpty).outcome, Outcome::empty);
   EXPECT_EQ(answer_of(Code::inventory, {}).outcome, Outcome::silence);
 }
