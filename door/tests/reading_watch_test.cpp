@@ -96,7 +96,8 @@ TEST_F(ReadingWatchTest, ATriggerBeforeTheFirstAnswerCountsFromItsTime) {
 TEST_F(ReadingWatchTest, ARecordingBeginsWithHowThingsStandAndIsToldAgainLater) {
   settings().override_for_run("uhf", "read_interval", "1000");
   line::Recorder recorder;
-  ReadingWatch watch(settings(), gpio_, [](const Entry&) {});
+  ReadingWatch watch(
+      settings(), gpio_, [](const Entry&) {}, [] { return true; });
   watch.begin(&recorder, milliseconds(0));
   const auto noted = [&] {
     std::istringstream text(recorder.text());
