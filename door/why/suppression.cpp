@@ -32,6 +32,8 @@ void Grounds::insert(std::size_t place, const Because& one) {
 // The reasons of a verdict as they come together.
 class Suppression::Findings {
  public:
+  explicit Findings(Grounds& reasons) : reasons_(reasons) {}
+
   // Time alone decides whether it holds: before its until.
   void weigh_until(Time at, const Because& because) {
     weigh(at < *because.until, is_near(at, *because.until), because);
@@ -48,10 +50,9 @@ class Suppression::Findings {
   void doubt() { is_doubtful_ = true; }
 
   bool at_boundary() const { return is_doubtful_ || (is_near_ && !is_sure_); }
-  const Grounds& reasons() const { return reasons_; }
 
  private:
-  Grounds reasons_;
+  Grounds& reasons_;
   bool is_sure_ = false;      // one holds and is far from its boundary
   bool is_near_ = false;      // one is near its boundary
   bool is_doubtful_ = false;  // all of them are in doubt
@@ -171,7 +172,8 @@ std::vector<Verdict> Suppression::look(Time at) {
   std::vector<Verdict> verdicts;
   verdicts.reserve(waiting_.size());
   for (const Reading& reading : waiting_) {
-    verdicts.push_back(verdict(reading, at));
+    verdicts.emplace_back().reading = reading;
+    judge(verdicts.back(), at);
   }
   waiting_.clear();
   return verdicts;
@@ -209,16 +211,23 @@ Opinion Suppression::settle(std::vector<Verdict>& verdicts, std::optional<Card> 
 // --- What follows from it
 
 Verdict Suppression::verdict(const Reading& reading, Time at) const {
-  auto findings = findings_at(at);
-  look_at_trigger(findings, reading);
-  look_at_others(findings, reading);
-  look_at_itself(findings, reading, at);
-  return {reading, findings.reasons(), findings.at_boundary(), announced_from(findings.reasons())};
+  Verdict verdict{.reading = reading, .reasons = {}, .would_have_been_from = {}};
+  judge(verdict, at);
+  return verdict;
+}
+
+void Suppression::judge(Verdict& verdict, Time at) const {
+  auto findings = findings_at(at, verdict.reasons);
+  look_at_trigger(findings, verdict.reading);
+  look_at_others(findings, verdict.reading);
+  look_at_itself(findings, verdict.reading, at);
+  verdict.at_boundary = findings.at_boundary();
+  verdict.would_have_been_from = announced_from(verdict.reasons);
 }
 
 // Whether readings count at all.
-Suppression::Findings Suppression::findings_at(Time at) const {
-  Findings findings;
+Suppression::Findings Suppression::findings_at(Time at, Grounds& into) const {
+  Findings findings(into);
   const bool has_input = in_force_.operation_mode == Mode::kTrigger || in_force_.operation_mode == Mode::kInhibit;
   if (at - changed_ <= kNear || (has_input && has_triggered() && at - triggered_ <= kNear)) {
     findings.doubt();
@@ -347,11 +356,11 @@ void Suppression::doubt(Time at) {
 }
 
 Suppression::Use Suppression::mode_at(Time at) const {
-  auto findings = findings_at(at);
-  if (findings.at_boundary()) {
-    return findings.reasons().empty() ? Use::kLikely : Use::kUnlikely;
+  Grounds reasons;
+  if (findings_at(at, reasons).at_boundary()) {
+    return reasons.empty() ? Use::kLikely : Use::kUnlikely;
   }
-  return findings.reasons().empty() ? Use::kSure : Use::kNone;
+  return reasons.empty() ? Use::kSure : Use::kNone;
 }
 
 // --- In words

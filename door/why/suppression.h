@@ -167,7 +167,8 @@ class Suppression {
   milliseconds memory() const;
   Use mode_at(Time at) const;
 
-  Findings findings_at(Time at) const;
+  void judge(Verdict& verdict, Time at) const;
+  Findings findings_at(Time at, Grounds& into) const;
   void look_at_mode(Findings& findings, Time at) const;
   void look_at_inhibit(Findings& findings, Time at) const;
   void look_at_trigger(Findings& findings, const Reading& reading) const;

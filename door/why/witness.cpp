@@ -18,18 +18,31 @@ constexpr std::size_t kFarTooManyFates = 2 * Witness::kMostFates;
 // What the plug-in has left of an answer it may take for the next one, for as long as the line lets it lie.
 constexpr std::chrono::seconds kOutOfStep{1};
 
+// The reasons in their order, as a number.
+std::uint32_t signature_of(std::span<const Because> reasons) {
+  constexpr std::uint32_t kEnough = 64;
+  static_assert(kReasons.size() < kEnough);
+  static_assert(Grounds::kMost <= 5, "so many fit into 32 bits");
+  std::uint32_t signature = 0;
+  for (const Because& one : reasons) {
+    signature = signature * kEnough + static_cast<std::uint32_t>(one.reason) + 1;
+  }
+  return signature;
+}
+
 constexpr Because kUnexplained{.reason = Reason::kUnexplained};
 
 }  // namespace
 
 struct Witness::Presence {
   Sighting sighting;
-  std::uint64_t values_epoch = 0;  // of the settings that its card value was made with
-  std::uint64_t last_poll = 0;     // that read it,
-  Time last_read;                  // and when
-  std::size_t chapter = 0;         // the first fate since it was announced last
-  std::int64_t waiting = 0;        // readings that the plug-in has missed so far, and may still look at,
-  Time waiting_since;              // from then on
+  std::uint64_t values_epoch = 0;         // of the settings that its card value was made with
+  std::uint64_t last_poll = 0;            // that read it,
+  Time last_read;                         // and when
+  std::size_t chapter = 0;                // the first fate since it was announced last
+  std::vector<std::uint32_t> signatures;  // of the fates since then
+  std::int64_t waiting = 0;               // readings that the plug-in has missed so far, and may still look at,
+  Time waiting_since;                     // from then on
 
   bool is_to_go_on_in_another() const {
     return sighting.last - sighting.first >= kLongest || sighting.fates.size() > kMostFates;
@@ -38,13 +51,18 @@ struct Witness::Presence {
   // The fate with these reasons, in this chapter.
   Fate& fate_with(std::span<const Because> reasons, Time at) {
     auto& fates = sighting.fates;
-    const auto first = fates.begin() + static_cast<std::ptrdiff_t>(chapter);
-    const auto found = std::find_if(first, fates.end(), [&](const Fate& one) {
-      return std::ranges::equal(one.reasons, reasons, {}, &Because::reason, &Because::reason);
-    });
-    return found != fates.end()
-               ? *found
-               : fates.emplace_back(Fate{.from = at, .to = at, .reasons = {reasons.begin(), reasons.end()}});
+    const auto wanted = signature_of(reasons);
+    const auto found = std::ranges::find(signatures, wanted);
+    if (found != signatures.end()) {
+      return fates[chapter + static_cast<std::size_t>(found - signatures.begin())];
+    }
+    signatures.push_back(wanted);
+    return fates.emplace_back(Fate{.from = at, .to = at, .reasons = {reasons.begin(), reasons.end()}});
+  }
+
+  void begin_chapter() {
+    chapter = sighting.fates.size();
+    signatures.clear();
   }
 };
 
@@ -157,7 +175,7 @@ void Witness::begin(Presence& presence) const {
   const auto card = card_value(epc, settings_.identification_bits, settings_.reader_type);
   presence.sighting = {.epc = std::move(epc), .card = card, .first = {}, .last = {}, .fates = {}};
   presence.values_epoch = values_epoch_;
-  presence.chapter = 0;
+  presence.begin_chapter();
 }
 
 void Witness::close(Presence& presence, bool goes_on) const {
@@ -241,7 +259,7 @@ void Witness::conclude(Presence& presence, const Verdict& verdict, Opinion opini
     close(presence, true);
     begin(presence);
   } else if (is_announcement) {
-    presence.chapter = presence.sighting.fates.size();
+    presence.begin_chapter();
   }
 }
 
