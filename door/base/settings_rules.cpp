@@ -6,6 +6,7 @@
 #include <string>
 #include <utility>
 
+#include "door/base/gpio_plan.h"
 #include "refhost/radio_limits.h"
 
 namespace achost {
@@ -113,8 +114,8 @@ SettingsRule region_allows_channels() {
 
 std::vector<SettingsRule> settings_rules(std::chrono::milliseconds watchdog_limit) {
   const std::int64_t limit = watchdog_limit.count();
-  return {pass_is_short(limit), threads_report(limit), detector_opens_nothing(), region_allows_power(),
-          region_allows_channels()};
+  return {pass_is_short(limit),  threads_report(limit),    detector_opens_nothing(),
+          region_allows_power(), region_allows_channels(), gpio_is_wired()};
 }
 
 }  // namespace achost

@@ -33,8 +33,8 @@ MemoryReserve& reserve() {
 [[maybe_unused]] const bool kIsReady = reserve().owns(reserve_memory);
 
 // From the button to the relay and back, and those who watch.
-constexpr std::string_view kWayOut[] = {"control_client", "uhf:inputs", "door",    "gpio",   "door_timer",
-                                        "door_timer_2",   "watchdog",   "control", "way_out"};
+constexpr std::string_view kWayOut[] = {"control_client", "gpio_edges",   "uhf:inputs", "door",    "gpio",
+                                        "door_timer",     "door_timer_2", "watchdog",   "control", "way_out"};
 
 MemoryReserve::Purpose purpose_of_this_thread() {
   std::array<char, 16> name{};

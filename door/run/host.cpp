@@ -17,7 +17,9 @@
 
 #include "ac/util.h"
 #include "door/backup/take_over.h"
+#include "door/base/gpio_plan.h"
 #include "door/base/settings_rules.h"
+#include "door/gpio/chip_lines.h"
 #include "door/journal/changes.h"
 #include "door/journal/journal_file.h"
 #include "door/run/temporary_state.h"
@@ -45,6 +47,7 @@ std::chrono::milliseconds checking_period(std::chrono::milliseconds limit) {
 
 constexpr const char* kDiskAlarm = "disk";
 constexpr const char* kJournalAlarm = "journal";
+constexpr const char* kGpioAlarm = "gpio";
 
 // How long the disk may take before it is an alarm; with the time to the next look less than five seconds. In any case
 // it comes before the watchdog's end.
@@ -75,6 +78,7 @@ double seconds(std::chrono::milliseconds time) { return std::chrono::duration<do
   std::snprintf(line.data(), line.size(), "achost: watchdog: %s has not reported for %.1f s, ending%s\n",
                 late.name.c_str(), seconds(late.silence), disk.data());
   refhost::write_if_taken(STDERR_FILENO, line.data());
+  gpio::ChipLines::rest_at_once();
   _exit(kWatchdog);
 }
 
@@ -92,6 +96,7 @@ double seconds(std::chrono::milliseconds time) { return std::chrono::duration<do
   std::array<char, 512> line{};
   std::snprintf(line.data(), line.size(), "achost: a thread of the plug-in ended: %s\n", reason);
   refhost::write_if_taken(STDERR_FILENO, line.data());
+  gpio::ChipLines::rest_at_once();
   _exit(kPluginEnded);
 }
 
@@ -191,6 +196,7 @@ void Host::begin_journal() {
   changes_.on_stored([this](const refhost::SettingsStore::Change& change) {
     journal_.note(
         setting_change(change.setting.section + "." + change.setting.key, change.value, change.previous_value));
+    gpio_.lines().settings_changed();
   });
   journal_.note({.kind = Kind::start,
                  .fields = {{"version", UHF_VERSION},
@@ -230,12 +236,29 @@ void Host::look_at_the_disk() {
 void Host::start_plugin(const std::string& path) {
   settings_.check_rules();
   settings_.begin_run();
+  use_real_lines();
   if (reader_.line() != nullptr) {
     readings_.begin(&reader_.line()->recorder());
     reader_.on_exchange([this](line::Exchange exchange) { readings_.saw(std::move(exchange)); });
   }
   std::set_terminate(end_terminated);
   std::thread([this, path] { run_plugin(path); }).detach();
+}
+
+// From here on the lock is at rest, and people get out with the button.
+void Host::use_real_lines() {
+  const SettingsValues values = [this](const std::string& section, const std::string& key) {
+    return settings_.get(section, key).value();
+  };
+  auto plan = gpio_plan(values);
+  if (plan.chip.empty()) {
+    return;
+  }
+  const auto tell = [this](const std::string& trouble) {
+    trouble.empty() ? alarms_.clear(kGpioAlarm) : alarms_.raise(kGpioAlarm, trouble);
+  };
+  gpio_.use(std::make_unique<gpio::ChipLines>(gpio::ChipLines::Needs{gpio::Kernel::instance(), values, tell},
+                                              std::move(plan)));
 }
 
 ControlledHost Host::controlled() {
@@ -389,6 +412,7 @@ void Host::close_journal() {
 
 void Host::end_process(std::optional<std::chrono::steady_clock::time_point> deadline) {
   const auto outcome = ending_.wait(deadline);
+  gpio_.lines().rest();
   journal_.note({.kind = Kind::end,
                  .fields = {{"reason", outcome.reason.empty() ? "asked for" : outcome.reason},
                             {"status", static_cast<std::int64_t>(outcome.status)}}});

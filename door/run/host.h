@@ -65,6 +65,7 @@ class Host {
   bool lets_open() const;
   void see_that_all_is_well();
   void look_at_the_disk();
+  void use_real_lines();
   void run_plugin(const std::string& path);
   void wait_for_reader();
   void let_out(const ac::Message& request) const;

@@ -6,6 +6,7 @@
 #include "ac/exception.h"
 #include "default_story.h"  // made by the build from share/story.txt
 #include "door/base/failure.h"
+#include "door/base/gpio_plan.h"
 #include "door/run/reader_reset.h"
 #include "refhost/instance_lock.h"
 #include "refhost/settings_store.h"
@@ -112,7 +113,9 @@ std::unique_ptr<line::Line> Reader::make_line(const std::filesystem::path& state
   line.alternative = kAlternative;
   line.may_be_missing = is_waited_for_;
   line.give_up_after = std::chrono::seconds(settings.number("host", "reader_give_up"));
-  line.reset = reader_reset(real_port_, settings.number("host", "reader_reset_line"));
+  line.reset = reader_reset(real_port_, reader_reset_line([&settings](const auto& section, const auto& key) {
+                              return settings.text(section.c_str(), key.c_str());
+                            }));
   line.alive = report_line_alive;
   line.on_exchange = [this](line::Exchange exchange) {
     const std::lock_guard lock(mutex_);

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "ac/config_util.h"
+#include "door/base/gpio_plan.h"
 #include "door/base/local_time.h"
 #include "door/services/door_service.h"
 #include "refhost/audit_log.h"
@@ -154,8 +155,8 @@ std::optional<Event> line_changed(const ac::Message& message) {
                    {{"relay", relay}, {"on", value != 0}, {"gpio", line}});
     }
   }
-  return event("gpio", "input " + std::to_string(line), std::to_string(value), Weight::plain,
-               {{"gpio", line}, {"value", value}});
+  return event("gpio", line < kFirstNamedLine ? "input " + std::to_string(line) : gpio_line_name(line),
+               std::to_string(value), Weight::plain, {{"gpio", line}, {"value", value}});
 }
 
 std::string shown(const std::string& value) { return value.empty() ? "nothing" : escape(value); }

@@ -1,9 +1,9 @@
 #include "door/services/gpio_service.h"
 
-#include <algorithm>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "ac/post_office.h"
 #include "refhost/answer.h"
@@ -22,8 +22,8 @@ std::optional<int> field(const ac::Message& message, const char* name) {
   return value;
 }
 
-// The "gpio" field of the message as an index below `lines`.
-std::optional<std::size_t> line_of(const ac::Message& message, int lines) {
+// The "gpio" field of the message as a number below `lines`.
+std::optional<int> line_of(const ac::Message& message, int lines) {
   const auto line = field(message, "gpio");
   if (!line.has_value()) {
     return std::nullopt;
@@ -33,43 +33,48 @@ std::optional<std::size_t> line_of(const ac::Message& message, int lines) {
                           ": there are lines 0 to " + std::to_string(lines - 1));
     return std::nullopt;
   }
-  return static_cast<std::size_t>(*line);
+  return line;
+}
+
+void tell(const gpio::Change& change) {
+  const bool is_exit = change.line == kExitButton;
+  auto notice = std::make_unique<ac::Message>(is_exit ? "sec_box_rex_changed" : "gpio_notified");
+  if (is_exit) {
+    notice->add_int("active", 1 - change.level);
+  } else {
+    notice->add_int("gpio", change.line);
+    notice->add_int("value", change.level);
+  }
+  notice->add_int64("at", change.at);
+  ac::PostOffice::send_message(std::move(notice));
 }
 
 }  // namespace
 
 GpioService::GpioService()
-    : subscriber_("gpio",
+    : lines_((virtual_.begin(tell), &virtual_)),
+      subscriber_("gpio",
                   {{"gpio_current_state", [this](ac::Message* message) { answer_current_state(*message); }, false},
                    {"gpio_set_value", [this](ac::Message* message) { set_value(*message); }, false}}) {}
 
-std::array<int, GpioService::kLines> GpioService::levels() const {
-  std::array<int, kLines> levels{};
-  std::ranges::transform(values_, levels.begin(), [](const std::atomic<int>& value) { return value.load(); });
-  return levels;
+void GpioService::use(std::unique_ptr<gpio::Lines> lines) {
+  given_ = std::move(lines);
+  given_->begin(tell);
+  lines_ = given_.get();
 }
 
 void GpioService::answer_current_state(const ac::Message& message) const {
   if (const auto line = line_of(message, kLines)) {
-    refhost::Answer(message).add_int("value", values_[*line].load()).send();
+    refhost::Answer(message).add_int("value", lines().level(*line)).send();
   }
 }
 
 void GpioService::set_value(const ac::Message& message) {
   const auto line = line_of(message, kLines);
   const auto wanted = field(message, "value");
-  if (!line.has_value() || !wanted.has_value()) {
-    return;
+  if (line.has_value() && wanted.has_value()) {
+    lines().set(*line, *wanted != 0 ? 1 : 0);
   }
-  const int value = *wanted != 0 ? 1 : 0;
-  if (values_[*line] == value) {
-    return;
-  }
-  values_[*line] = value;
-  auto notice = std::make_unique<ac::Message>("gpio_notified");
-  notice->add_int("gpio", static_cast<int>(*line));
-  notice->add_int("value", value);
-  ac::PostOffice::send_message(std::move(notice));
 }
 
 }  // namespace achost

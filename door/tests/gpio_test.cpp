@@ -53,7 +53,7 @@ class Gpio : public testing::Test {
 
 TEST_F(Gpio, LinesAreLowAtTheStart) {
   EXPECT_EQ(state_of(0), 0);
-  EXPECT_EQ(state_of(255), 0);
+  EXPECT_EQ(state_of(259), 0);
 }
 
 TEST_F(Gpio, SetLineKeepsItsValue) {
@@ -79,16 +79,45 @@ TEST_F(Gpio, NotifiesOnAChangeOnly) {
   EXPECT_EQ(notices.wait_for(3), std::vector<Notice>({{7, 1}, {7, 0}, {8, 1}}));
 }
 
+// As the plug-in expects it: 0 is pressed.
+TEST_F(Gpio, ExitButtonIsNoLineForThePlugInButARequest) {
+  Recorder<int> requests;
+  const refhost::Subscriber listener("listener", {on("sec_box_rex_changed", [&](ac::Message* m) {
+                                       int active = -1;
+                                       m->get_int("active", &active);
+                                       requests.add(active);
+                                     })});
+  set(kExitButton, 1);
+  set(kExitButton, 0);
+  set(kDoorContact, 1);
+  EXPECT_EQ(requests.wait_for(2), std::vector({0, 1}));
+  EXPECT_EQ(notices.wait_for(1), std::vector<Notice>({{kDoorContact, 1}}));
+}
+
+TEST_F(Gpio, ChangesAreToldWithTheirTime) {
+  Recorder<std::int64_t> times;
+  const refhost::Subscriber listener("listener", {on("gpio_notified", [&](ac::Message* m) {
+                                       std::int64_t at = 0;
+                                       m->get_int64("at", &at);
+                                       times.add(at);
+                                     })});
+  const auto before = gpio::monotonic_now();
+  set(7, 1);
+  const auto at = times.wait_for(1).at(0);
+  EXPECT_GE(at, before);
+  EXPECT_LE(at, gpio::monotonic_now());
+}
+
 TEST_F(Gpio, LineOutOfRangeIsLoggedAndNotAnswered) {
   capture_log();
-  EXPECT_EQ(state_of(256), std::nullopt);
+  EXPECT_EQ(state_of(260), std::nullopt);
   EXPECT_EQ(state_of(-1), std::nullopt);
-  set(256, 1);
+  set(260, 1);
   EXPECT_EQ(state_of(0), 0);
   const std::string log = captured_log();
-  EXPECT_NE(log.find("\"gpio_current_state\" of line 256: there are lines 0 to 255"), std::string::npos) << log;
+  EXPECT_NE(log.find("\"gpio_current_state\" of line 260: there are lines 0 to 259"), std::string::npos) << log;
   EXPECT_NE(log.find("\"gpio_current_state\" of line -1"), std::string::npos) << log;
-  EXPECT_NE(log.find("\"gpio_set_value\" of line 256"), std::string::npos) << log;
+  EXPECT_NE(log.find("\"gpio_set_value\" of line 260"), std::string::npos) << log;
 }
 
 TEST_F(Gpio, MessageWithoutItsFieldsIsLoggedAndChangesNothing) {

@@ -49,6 +49,21 @@ TEST(Schema, HasEverySettingOfThePluginAndTheHostWithItsDefault) {
       {"host.journal_required", "0"},
       {"host.reader_give_up", "300"},
       {"host.reader_reset_line", "-1"},
+      {"host.gpio_chip", ""},
+      {"host.relay_1", ""},
+      {"host.relay_2", ""},
+      {"host.relay_3", ""},
+      {"host.relay_4", ""},
+      {"host.relay_5", ""},
+      {"host.relay_6", ""},
+      {"host.relay_7", ""},
+      {"host.relay_8", ""},
+      {"host.exit_button", ""},
+      {"host.trigger_input", ""},
+      {"host.door_contact", ""},
+      {"host.tamper_contact", ""},
+      {"host.reader_reset", ""},
+      {"host.door_fail", "secure"},
       {"system.usb_port_enabled", "1"},
   };
   std::map<std::string, std::string> found;
@@ -67,9 +82,29 @@ TEST(Schema, EverySettingHasOneLineOfHelp) {
 }
 
 TEST(Schema, SaysWhichSettingsApplyWhileThePluginRuns) {
-  const std::set<std::string> at_start = {"trig_gpio",           "watchdog_timeout", "tag_detector_tag_present_timeout",
-                                          "tag_detector_relay",  "serial_port_path", "serial_port_timeout",
-                                          "work_channel_enable", "reader_give_up",   "reader_reset_line"};
+  const std::set<std::string> at_start = {"trig_gpio",
+                                          "watchdog_timeout",
+                                          "tag_detector_tag_present_timeout",
+                                          "tag_detector_relay",
+                                          "serial_port_path",
+                                          "serial_port_timeout",
+                                          "work_channel_enable",
+                                          "reader_give_up",
+                                          "reader_reset_line",
+                                          "gpio_chip",
+                                          "relay_1",
+                                          "relay_2",
+                                          "relay_3",
+                                          "relay_4",
+                                          "relay_5",
+                                          "relay_6",
+                                          "relay_7",
+                                          "relay_8",
+                                          "exit_button",
+                                          "trigger_input",
+                                          "door_contact",
+                                          "tamper_contact",
+                                          "reader_reset"};
   for (const Setting& setting : SettingsSchema::builtin().settings()) {
     EXPECT_EQ(setting.live, !at_start.contains(setting.key)) << setting.key;
   }
