@@ -63,34 +63,6 @@ void add_events(CLI::App& app) {
   });
 }
 
-void add_gpio(CLI::App& app) {
-  CLI::App& gpio = *app.add_subcommand("gpio", "Show and set the lines of the virtual device")->require_subcommand(1);
-  CLI::App& list = *gpio.add_subcommand("list", "Show the lines that are not 0");
-  const auto list_state = add_state(list);
-  list.callback([=] {
-    std::string text;
-    const Json answer = ask(state_directory(*list_state), {{"command", "gpio_list"}});
-    for (const auto& line : answer.at("lines")) {
-      if (line.at("level") != 0) {
-        text += "line " + line.at("line").dump() + " is " + line.at("level").dump() + "\n";
-      }
-    }
-    print(text.empty() ? "every line is 0\n" : text);
-  });
-  CLI::App& set = *gpio.add_subcommand("set", "Set a line, as a wire would");
-  const auto set_state = add_state(set);
-  const auto line = std::make_shared<std::int64_t>();
-  const auto value = std::make_shared<std::int64_t>();
-  set.add_option("LINE", *line, "0 to 255; line 1 is the reader's trigger or inhibit input")
-      ->required()
-      ->check(cli::whole_number());
-  set.add_option("VALUE", *value, "0 or 1")->required()->check(cli::whole_number());
-  set.callback([=] {
-    ask(state_directory(*set_state), {{"command", "gpio_set"}, {"line", *line}, {"value", *value}});
-    print("line " + std::to_string(*line) + " is " + std::to_string(*value) + "\n");
-  });
-}
-
 void add_rex(CLI::App& app) {
   CLI::App& command = *app.add_subcommand("rex", "Press the exit button, and let it go");
   const auto state = add_state(command);

@@ -4,6 +4,7 @@
 #include "door/control/control_events.h"
 #include "door/control/control_status.h"
 #include "door/control/enrollment_request.h"
+#include "door/control/gpio_commands.h"
 #include "door/control/reader_commands.h"
 #include "refhost/send.h"
 #include "uhfsim/command.h"
@@ -14,33 +15,11 @@ namespace {
 
 using Type = ControlField::Type;
 
-Json list_lines(const GpioService& gpio) {
-  Json lines = Json::array();
-  int line = 0;
-  for (const int level : gpio.levels()) {
-    lines.push_back({{"line", line++}, {"level", level}});
-  }
-  return {{"lines", lines}};
-}
-
-Json set_line(const Json& request) {
-  const auto line = request["line"].get<std::int64_t>();
-  const auto value = request["value"].get<std::int64_t>();
-  if (line < 0 || line >= GpioService::kLines) {
-    throw RequestError("there is no GPIO line " + std::to_string(line) + ": there are lines 0 to " +
-                       std::to_string(GpioService::kLines - 1));
-  }
-  if (value != 0 && value != 1) {
-    throw RequestError("a GPIO line cannot be " + std::to_string(value) + ": it is 0 or 1");
-  }
-  refhost::send("gpio_set_value", {{"gpio", static_cast<int>(line)}, {"value", static_cast<int>(value)}});
-  return {{"line", line}, {"value", value}};
-}
-
 // The button is pressed, and let go.
 Json press_exit_button() {
-  refhost::send("sec_box_rex_changed", {{"active", 0}});
-  refhost::send("sec_box_rex_changed", {{"active", 1}});
+  for (const int active : {0, 1}) {
+    refhost::send("sec_box_rex_changed", {{"active", active}, {"at", gpio::monotonic_now()}});
+  }
   return Json::object();
 }
 
@@ -80,13 +59,11 @@ ControlTable control_table(const ControlledHost& host) {
   auto commands = store_commands(host.stores);
   const auto of_the_reader = reader_commands(host.line);
   commands.insert(commands.end(), of_the_reader.begin(), of_the_reader.end());
+  const auto of_the_lines = gpio_commands(host.gpio, host.settings);
+  commands.insert(commands.end(), of_the_lines.begin(), of_the_lines.end());
   commands.insert(
       commands.end(),
       {
-          {"gpio_list", {}, [host](const Json&, ControlStream&) { return list_lines(host.gpio); }},
-          {"gpio_set",
-           {{"line", Type::integer}, {"value", Type::integer}},
-           [](const Json& request, ControlStream&) { return set_line(request); }},
           {"rex", {}, [](const Json&, ControlStream&) { return press_exit_button(); }},
           {"enroll",
            {{"user", Type::integer},

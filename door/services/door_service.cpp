@@ -1,5 +1,6 @@
 #include "door/services/door_service.h"
 
+#include <algorithm>
 #include <chrono>
 #include <new>
 #include <string>
@@ -18,6 +19,11 @@ void switch_relay(int relay, int value) {
   refhost::send("gpio_set_value", {{"gpio", ac::config_util::relay_gpio(relay)}, {"value", value}});
 }
 
+std::chrono::milliseconds open_time(int reason) {
+  return reason == kRelayTest ? kRelayTestTime
+                              : std::chrono::milliseconds(ac::config_util::get_int("host", "door_open_time", true));
+}
+
 void tell_state(int open, int reason) {
   refhost::send("door_state", {{"id", kDoor}, {"open", open}, {"reason", reason}});
 }
@@ -30,6 +36,8 @@ std::string text_of(DoorReason reason) {
       return "identification";
     case kExitRequest:
       return "exit request";
+    case kRelayTest:
+      return "test of the relay";
     default:
       return "reason " + std::to_string(reason);
   }
@@ -59,11 +67,10 @@ void DoorService::request(const ac::Message& message) {
 }
 
 void DoorService::open_or_prolong(int reason) {
-  const auto until = refhost::Timer::Clock::now() +
-                     std::chrono::milliseconds(ac::config_util::get_int("host", "door_open_time", true));
+  auto until = refhost::Timer::Clock::now() + open_time(reason);
   const std::lock_guard lock(mutex_);
   if (opening_.has_value()) {
-    opening_->until = until;
+    until = opening_->until = reason == kRelayTest ? std::max(until, opening_->until) : until;
   } else {
     const int relay = ac::config_util::get_int("host", "door_relay", true);
     if (!refhost::relay_is_enabled(relay)) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <chrono>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -17,16 +18,21 @@ namespace achost {
 enum DoorReason : int {
   kIdentification = 0,
   kExitRequest = 1,
+  kRelayTest = 2,
 };
 
-// For a person and for a program: "identification", "exit request", "reason 5".
+// How long the door is open when its relay is tried.
+inline constexpr std::chrono::seconds kRelayTestTime{1};
+
+// For a person and for a program: "identification", "exit request", "test of the relay", "reason 5".
 std::string text_of(DoorReason reason);
 
 // Door 1, as a user of the bus. "actuator_open_door" {int "id", int "reason"} switches the relay of setting
-// host.door_relay on, until host.door_open_time after the latest request; the relay that was switched on is the one
-// that is switched off. It sends "gpio_set_value" for the relay's line, and "door_state" {int "id", int "open", int
-// "reason"} at each opening and closing. A relay that the host may not use, an unknown door and a message without its
-// fields are logged, and nothing opens. An opening is noted in the journal before the relay moves.
+// host.door_relay on, until host.door_open_time after the latest request (a test, for a second, cuts none short); the
+// relay that was switched on is the one that is switched off. It sends "gpio_set_value" for the relay's line, and
+// "door_state" {int "id", int "open", int "reason"} at each opening and closing. A relay that the host may not use, an
+// unknown door and a message without its fields are logged, and nothing opens. An opening is noted in the journal
+// before the relay moves.
 class DoorService {
  public:
   // books must outlive it.

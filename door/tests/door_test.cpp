@@ -65,6 +65,16 @@ TEST_F(Door, ClosesTheRelayThatItOpened) {
   EXPECT_EQ(seen(5).at(4), "gpio_set_value gpio=21 value=1");
 }
 
+TEST_F(Door, TestOfItsRelayCutsNoOpeningShort) {
+  set("door_open_time", 3000);
+  request(kExitRequest);
+  seen(2);
+  const auto opened = steady_clock::now();
+  request(kRelayTest);
+  EXPECT_EQ(seen(4).at(2), "gpio_set_value gpio=18 value=0");
+  EXPECT_GE(steady_clock::now() - opened, milliseconds(2500));
+}
+
 TEST_F(Door, ARelayThatIsTakenIsNotTouched) {
   ac::config_util::relay_enabled(2, false);
   refhost::test::capture_log();
