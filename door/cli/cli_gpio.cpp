@@ -14,6 +14,7 @@
 #include "door/cli/request.h"
 #include "door/control/gpio_commands.h"
 #include "door/gpio/chip_lines.h"
+#include "door/gpio/kept_plan.h"
 #include "door/gpio/on_chip.h"
 #include "door/services/door_service.h"
 #include "refhost/log.h"
@@ -34,11 +35,10 @@ class StoredPlan {
   SettingsValues settings() const {
     return [this](const std::string& section, const std::string& key) { return store_.get(section, key).value(); };
   }
-  bool is_virtual() const { return plan_.chip.empty(); }
 
   // Virtual lines are those of a host that runs. Throws NoHost.
   const StoredPlan& wired() const {
-    if (is_virtual()) {
+    if (plan_.chip.empty()) {
       throw NoHost(state_);
     }
     return *this;
@@ -132,13 +132,23 @@ void test_relay(const path& state, std::int64_t relay) {
         (is_door ? " opens the door for a second\n" : " was switched for a second\n"));
 }
 
+// Those of the last run, where a service knows of it.
+SettingsValues last_settings(const path& state) {
+  if (auto kept = gpio::KeptPlan::of_last_run()) {
+    return *kept;
+  }
+  const auto stored = std::make_shared<SettingsStore>(state, SettingsStore::Access::read_only);
+  return [stored](const std::string& section, const std::string& key) { return stored->get(section, key).value(); };
+}
+
 void put_lines_at_rest(const path& state) {
-  const StoredPlan stored(state);
-  if (stored.is_virtual()) {
+  const auto settings = last_settings(state);
+  const auto plan = gpio_plan(settings);
+  if (plan.chip.empty()) {
     print("all lines are virtual: there is nothing to put at rest\n");
     return;
   }
-  const auto outcome = gpio::put_at_rest(gpio::Kernel::instance(), stored.plan(), stored.settings());
+  const auto outcome = gpio::put_at_rest(gpio::Kernel::instance(), plan, settings);
   for (const auto& use : outcome.at_rest) {
     print(use + " is at rest\n");
   }

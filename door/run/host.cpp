@@ -197,6 +197,7 @@ void Host::begin_journal() {
     journal_.note(
         setting_change(change.setting.section + "." + change.setting.key, change.value, change.previous_value));
     gpio_.lines().settings_changed();
+    kept_plan_.settings_changed(values());
   });
   journal_.note({.kind = Kind::start,
                  .fields = {{"version", UHF_VERSION},
@@ -245,19 +246,21 @@ void Host::start_plugin(const std::string& path) {
   std::thread([this, path] { run_plugin(path); }).detach();
 }
 
+SettingsValues Host::values() const {
+  return [this](const std::string& section, const std::string& key) { return settings_.get(section, key).value(); };
+}
+
 // From here on the lock is at rest, and people get out with the button.
 void Host::use_real_lines() {
-  const SettingsValues values = [this](const std::string& section, const std::string& key) {
-    return settings_.get(section, key).value();
-  };
-  auto plan = gpio_plan(values);
+  auto plan = gpio_plan(values());
+  kept_plan_.begin(values());
   if (plan.chip.empty()) {
     return;
   }
   const auto tell = [this](const std::string& trouble) {
     trouble.empty() ? alarms_.clear(kGpioAlarm) : alarms_.raise(kGpioAlarm, trouble);
   };
-  gpio_.use(std::make_unique<gpio::ChipLines>(gpio::ChipLines::Needs{gpio::Kernel::instance(), values, tell},
+  gpio_.use(std::make_unique<gpio::ChipLines>(gpio::ChipLines::Needs{gpio::Kernel::instance(), values(), tell},
                                               std::move(plan)));
 }
 

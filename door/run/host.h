@@ -10,6 +10,7 @@
 
 #include "door/control/control.h"
 #include "door/control/control_commands.h"
+#include "door/gpio/kept_plan.h"
 #include "door/journal/bookkeeping.h"
 #include "door/journal/journal.h"
 #include "door/journal/journal_feed.h"
@@ -65,6 +66,7 @@ class Host {
   bool lets_open() const;
   void see_that_all_is_well();
   void look_at_the_disk();
+  SettingsValues values() const;
   void use_real_lines();
   void run_plugin(const std::string& path);
   void wait_for_reader();
@@ -96,6 +98,7 @@ class Host {
   Alarms alarms_;
   SettingsChanges changes_{settings_, alarms_};
   HostStores stores_{state_, settings_, changes_, users_, journal_};
+  gpio::KeptPlan kept_plan_;
   GpioService gpio_;
   DoorService door_{books_};
   IdentifierService identifier_{users_, changes_, books_};

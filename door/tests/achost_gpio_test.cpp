@@ -51,6 +51,19 @@ TEST_F(AchostGpio, RestOfVirtualLinesIsNothing) {
   EXPECT_EQ(result.out, "all lines are virtual: there is nothing to put at rest\n");
 }
 
+// The disk may have gone, and lines that are stored now are those of the next run.
+TEST_F(AchostGpio, RestIsThatOfTheLinesOfTheLastRun) {
+  std::filesystem::create_directories(state() + "/run");
+  setenv("RUNTIME_DIRECTORY", (state() + "/run").c_str(), 1);
+  achost(simulated("good", {"--set", "host.relay_2=LOCK", "--set", "host.gpio_chip=/dev/null"}));
+  const auto after_real_lines = gpio({"rest"});
+  achost(simulated("good", {"--seconds", "0.1"}));
+  const auto after_virtual_lines = gpio({"rest"});
+  unsetenv("RUNTIME_DIRECTORY");
+  EXPECT_EQ(after_real_lines.err, "achost: gpio: /dev/null is no GPIO chip, or has gone\n");
+  EXPECT_EQ(after_virtual_lines.out, "all lines are virtual: there is nothing to put at rest\n");
+}
+
 TEST_F(AchostGpio, WithoutAHostIsTheStoredChips) {
   std::filesystem::create_directory(state());
   ASSERT_EQ(achost({"config", "set", "host.relay_2=LOCK", "host.gpio_chip=/dev/null", "--state", state()}).status, 0);

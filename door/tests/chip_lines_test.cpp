@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include "door/gpio/kept_plan.h"
 #include "door/gpio/on_chip.h"
 #include "door/tests/real_lines.h"
 
@@ -271,6 +272,26 @@ TEST_F(RealLines, ArePutAtRestWithoutAHost) {
   set_text("door_fail", "safe");
   gpio::put_at_rest(kernel, gpio_plan(values()), values());
   EXPECT_EQ(kernel.voltage("LOCK"), 1);
+}
+
+TEST_F(RealLines, OfARunAreKnownAfterIt) {
+  const TemporaryDirectory runtime;
+  setenv("RUNTIME_DIRECTORY", (runtime.path().string() + ":/nowhere").c_str(), 1);
+  EXPECT_FALSE(gpio::KeptPlan::of_last_run().has_value());
+  gpio::KeptPlan kept;
+  kept.settings_changed(values());
+  EXPECT_FALSE(gpio::KeptPlan::of_last_run().has_value()) << "no line is taken yet";
+  kept.begin(values());
+  set_text("relay_2", "OTHER");  // for the next run
+  set_text("door_fail", "safe");
+  kept.settings_changed(values());
+  const auto last = gpio::KeptPlan::of_last_run();
+  unsetenv("RUNTIME_DIRECTORY");
+  ASSERT_TRUE(last.has_value());
+  EXPECT_EQ(gpio_plan(*last).lines.at(0).wired, (WiredLine{.line = "LOCK"}));
+  EXPECT_EQ(gpio_plan(*last).lines.size(), 4U);
+  EXPECT_EQ(inverted_line(*last), kLock);
+  EXPECT_FALSE(gpio::KeptPlan::of_last_run().has_value()) << "without a directory";
 }
 
 TEST_F(RealLines, ArePutAtRestAsFarAsTheyCanBeHad) {
