@@ -15,7 +15,7 @@ namespace {
 
 using refhost::SettingError;
 
-constexpr const char* kForm = "LINE [active-low] [pull-up|pull-down|no-bias]";
+constexpr const char* kLineForm = "LINE [active-low] [pull-up|pull-down|no-bias]";
 constexpr int kLongestDebounce = 1000;  // ms
 
 std::optional<unsigned> whole_number(const std::string& text) {
@@ -65,7 +65,7 @@ void apply(WiredLine& line, const std::string& setting, const std::string& word,
   } else if (is_output && (word == "rest=0" || word == "rest=1")) {
     line.rest = static_cast<int>(*number);
   } else {
-    throw SettingError(setting + " cannot have \"" + word + "\": it is " + kForm +
+    throw SettingError(setting + " cannot have \"" + word + "\": it is " + kLineForm +
                        (is_output ? " [rest=0|1]" : " [debounce=0.." + std::to_string(kLongestDebounce) + "]"));
   }
 }
@@ -121,7 +121,7 @@ WiredLine wired_line_of(const std::string& setting, const std::string& text, boo
   WiredLine line;
   words >> line.line;
   if (line.line.empty()) {
-    throw SettingError(setting + " names no line: it is " + kForm);
+    throw SettingError(setting + " names no line: it is " + kLineForm);
   }
   for (std::string word; words >> word;) {
     apply(line, setting, word, is_output);
