@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <utility>
 
@@ -140,7 +141,11 @@ void ChipLines::put_at_rest() const noexcept {
 }
 
 void ChipLines::rest() noexcept {
-  const std::unique_lock lock(mutex_, kPatience);
+  std::unique_lock lock(mutex_, std::try_to_lock);
+  for (auto left = kPatience; !lock.owns_lock() && left.count() > 0; --left) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    [[maybe_unused]] const bool is_locked = lock.try_lock();
+  }
   if (lock.owns_lock()) {
     is_resting_ = true;
   }

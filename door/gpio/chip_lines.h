@@ -71,7 +71,7 @@ class ChipLines : public Lines {
   std::vector<std::unique_ptr<Line>> lines_;  // constant but for what they hold
   std::vector<pollfd> polled_;                // the watching thread's: the end, and the lines in their order
   const Descriptor over_;                     // readable at the end
-  std::timed_mutex mutex_;                    // guards the holders, is_resting_ and the giving of levels to outputs
+  std::mutex mutex_;                          // guards the holders, is_resting_ and the giving of levels to outputs
   bool is_resting_ = false;
   std::atomic<bool> is_broken_{false};  // a line did not take its level, or the chip has gone
   refhost::Work work_{"edges of the GPIO lines"};
