@@ -69,8 +69,9 @@ class Case:
 
     def run(self, module):
         self.began = time.monotonic()
-        signal.signal(signal.SIGALRM, self._too_long)
-        signal.alarm(module.SECONDS * self.options.patience)
+        allowed = module.SECONDS * self.options.patience
+        signal.signal(signal.SIGALRM, lambda *_: self._too_long(allowed))
+        signal.alarm(allowed)
         try:
             module.run(self)
         except (BoardError, OSError) as error:
@@ -83,8 +84,9 @@ class Case:
                 reader.stop()
         return True
 
-    def _too_long(self, *_):
-        raise BoardError(f"the case took longer than {signal.SIGALRM.name} allows")
+    @staticmethod
+    def _too_long(allowed):
+        raise BoardError(f"the case takes longer than {allowed} s; --patience allows it more")
 
     def _traces(self):
         """The end of the console, and of the service's log where the machine still answers."""
