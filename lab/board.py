@@ -10,6 +10,8 @@ import subprocess
 import time
 
 MEMORY = 512  # MiB, as a small board has
+# Whatever ends the program that runs the cases: no machine and no reader stays behind.
+ENDS_WITH_US = ["setpriv", "--pdeathsig", "KILL"]
 
 
 class BoardError(Exception):
@@ -90,7 +92,7 @@ class Board:
             (self.place / name).unlink(missing_ok=True)
         began = time.monotonic()
         with open(self.place / "qemu.log", "ab") as errors:
-            self.process = subprocess.Popen(self._command(write_log, rtc) + list(extra), stdin=subprocess.DEVNULL,
+            self.process = subprocess.Popen(ENDS_WITH_US + self._command(write_log, rtc) + list(extra), stdin=subprocess.DEVNULL,
                                             stdout=errors, stderr=errors, cwd=self.place)
         try:
             self.monitor = Lines(self.place / "monitor")

@@ -11,7 +11,7 @@ import sys
 import tempfile
 import time
 
-from board import Board, BoardError, copy_of
+from board import ENDS_WITH_US, Board, BoardError, copy_of
 
 HERE = pathlib.Path(__file__).resolve().parent
 NEXT_VERSION = "999.0.0"
@@ -21,7 +21,7 @@ class Reader:
     """A simulated reader; `line` is the device that an adapter leads to."""
 
     def __init__(self, program, place):
-        self.process = subprocess.Popen([program], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+        self.process = subprocess.Popen(ENDS_WITH_US + [program], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
                                         stderr=subprocess.DEVNULL, text=True, bufsize=1, cwd=place)
         self.line = self.process.stdout.readline().strip()
 

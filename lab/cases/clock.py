@@ -3,7 +3,7 @@
 from parts import install_with_reader, journal, press_exit_button, until_reading
 
 SECONDS = 1200
-READ_INTERVAL = 800  # ms
+READ_INTERVAL = 3000 # ms, the default
 JITTER = 300         # ms that an emulated machine may take longer to write one down than the next
 
 

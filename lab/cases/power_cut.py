@@ -14,8 +14,8 @@ ON_DISK_AFTER = {"kvm": 0.05, "tcg": 1.0}
 
 SAME_MOMENT = 0.25  # seconds between an event and its entry: less than two readings of one card are apart
 
-# People come and go, somebody changes users all the time, and something writes that nobody flushes. What passes on the bus and what is in the journal go out,
-# as they do.
+# People come and go, somebody changes users all the time, and something writes that nobody flushes. What passes on the
+# bus and what the journal has on the disk go out, as they do.
 LOAD = """
 setsid bash -c '{
   achost events --json --type door_state --type identifier_decision & achost journal --follow --json --last 1 & wait
@@ -50,6 +50,7 @@ def cut_once(case, reader, turn):
     board.run(LOAD)
     wait_for(lambda: len(watch.lines) >= 20, 300, "the load is there")
     time.sleep(case.chance.uniform(0, 10))
+    until_a_write(log)
     board.cut()
     watch.stop()
     board.stop()
@@ -71,6 +72,13 @@ def cut_once(case, reader, turn):
     case.same([number for number, entry in shown.items() if anew.get(number) != entry], [],
               "numbers that were used again once the reader was back")
     return len(shown), lost, age
+
+
+def until_a_write(log):
+    """Waits for one that is likely not flushed yet: most of the time all is."""
+    size, end = log.stat().st_size, time.monotonic() + 60
+    while log.stat().st_size == size and time.monotonic() < end:
+        time.sleep(0.0005)
 
 
 def holds(case, shown, events):
