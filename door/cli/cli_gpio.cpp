@@ -4,7 +4,6 @@
 #include <iterator>
 #include <thread>
 
-#include "ac/config_util.h"
 #include "cli/command_line.h"
 #include "door/base/failure.h"
 #include "door/base/output.h"
@@ -110,14 +109,15 @@ void follow_lines(const path& state) {
 void try_on_chip(const path& state, int relay) {
   const StoredPlan stored(state);
   const std::string use = "relay_" + std::to_string(relay);
-  const auto lines = stored.wired().lines([&use](const PlannedLine& line) { return line.use == use; });
-  const int line = ac::config_util::relay_gpio(relay);
-  if (!lines->is_real(line)) {
+  const auto& planned = stored.wired().plan().lines;
+  const auto found = std::ranges::find(planned, use, &PlannedLine::use);
+  if (found == planned.end()) {
     throw Failure(kFailed, "relay " + std::to_string(relay) + " is virtual, nothing would move: host." + use +
                                " gives it a line");
   }
+  const auto lines = stored.lines([&use](const PlannedLine& line) { return line.use == use; });
   lines->begin([](const gpio::Change&) {});
-  lines->set(line, 1 - lines->level(line));
+  lines->set(found->number, 1 - lines->level(found->number));
   std::this_thread::sleep_for(kRelayTestTime);
 }
 
