@@ -26,7 +26,7 @@ std::string text_of(const StoreReport& report) {
   return text;
 }
 
-std::string json_of(const StoreReport& report) {
+std::string json_of_report(const StoreReport& report) {
   const Json json{{"store", report.store},
                   {"content", report.content},
                   {"whole", report.faults.empty()},
@@ -40,7 +40,7 @@ void check(const std::string& state, bool json) {
   for (const auto& inspect :
        {refhost::SettingsStore::inspect, UserStore::inspect, refhost::AuditLog::inspect, Journal::inspect}) {
     const StoreReport report = inspect(directory);
-    print(json ? json_of(report) : text_of(report));
+    print(json ? json_of_report(report) : text_of(report));
     if (!report.faults.empty()) {
       damaged += (damaged.empty() ? "" : ", ") + report.store;
     }
