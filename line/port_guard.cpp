@@ -160,6 +160,10 @@ PortGuard::PortGuard(const std::string& path, const std::string& alternative) : 
   }
 }
 
-PortGuard::~PortGuard() { close(fd_); }
+// What an adapter that is being pulled out did not send any more would be waited for, half a minute by the kernel's rule.
+PortGuard::~PortGuard() {
+  tcflush(fd_, TCOFLUSH);
+  close(fd_);
+}
 
 }  // namespace line
