@@ -114,7 +114,7 @@ std::string beginning(Clock::time_point at) {
   const auto ago = std::chrono::duration_cast<microseconds>(Clock::now() - at);
   const auto wall = std::chrono::floor<microseconds>(std::chrono::system_clock::now() - ago);
   const auto seconds = std::chrono::floor<std::chrono::seconds>(wall);
-  const std::time_t time = seconds.time_since_epoch().count();
+  const std::time_t time = std::chrono::system_clock::to_time_t(seconds);
   std::tm parts{};
   localtime_r(&time, &parts);
   char date[32];
