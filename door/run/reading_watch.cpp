@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <atomic>
 #include <iterator>
+#include <new>
 #include <string_view>
 #include <utility>
 
@@ -68,13 +69,17 @@ void ReadingWatch::begin(line::Recorder* recorder, milliseconds between_notes) {
   const std::lock_guard lock(mutex_);
   const auto now = steady_clock::now();
   standing_ = {.is_start = true, .settings = settings_now(), .trigger_line = trigger_line_, .level = level_now()};
+  begin_witness(now);
+  record(now);
+  standing_.is_start = false;
+  thread_ = std::thread([this] { run(); });
+}
+
+void ReadingWatch::begin_witness(Time now) {
   witness_.emplace(
       why::settings_of(standing_.settings), now, [this](const why::Sighting& sighting) { note(sighting); },
       [this](const why::Disagreement& disagreement) { tell(disagreement); });
   witness_->answer(standing_.level, now);
-  record(now);
-  standing_.is_start = false;
-  thread_ = std::thread([this] { run(); });
 }
 
 // Nothing where there is no such line.
@@ -94,6 +99,14 @@ why::SettingTexts ReadingWatch::settings_now() const {
 
 // On the sender's thread.
 void ReadingWatch::see(const ac::Message& message) {
+  try {
+    take_down(message);
+  } catch (const std::bad_alloc&) {  // the sender goes on
+    ++left_out_;
+  }
+}
+
+void ReadingWatch::take_down(const ac::Message& message) {
   const std::string_view type = message.type();
   std::int64_t value = 0;
   int line = 0;
@@ -133,8 +146,12 @@ void ReadingWatch::put(Time at, decltype(Fact::what) what, std::size_t more) {
     ++left_out_;
     return;
   }
-  bytes_ += bytes;
-  facts_.push_back({.at = at, .what = std::move(what)});
+  try {
+    facts_.push_back({.at = at, .what = std::move(what)});
+    bytes_ += bytes;
+  } catch (const std::bad_alloc&) {
+    ++left_out_;
+  }
 }
 
 void ReadingWatch::run() {
@@ -144,28 +161,47 @@ void ReadingWatch::run() {
     changed_.wait_for(lock, pause());
     if (!ending_) {
       const refhost::Work::Step step(work_);
-      take_facts();
+      look();
     }
   }
 }
 
 // With mutex_ held.
 std::chrono::milliseconds ReadingWatch::pause() const {
-  return known_until_ < wanted_until_ ? kPeriodWhenWanted : witness_->has_more_to_tell() ? kPeriodWhenMore : kPeriod;
+  return known_until_ < wanted_until_                           ? kPeriodWhenWanted
+         : witness_.has_value() && witness_->has_more_to_tell() ? kPeriodWhenMore
+                                                                : kPeriod;
 }
 
-// With mutex_ held.
+// With mutex_ held. Without memory all that was known is let go, and counted as one thing left out.
+void ReadingWatch::look() {
+  try {
+    if (!witness_.has_value()) {
+      begin_witness(steady_clock::now());
+    }
+    take_facts();
+    if (ending_) {
+      witness_->end();
+    }
+  } catch (const std::bad_alloc&) {
+    witness_.reset();
+    handled_.clear();
+    ++left_out_;
+  }
+}
+
+// The same.
 void ReadingWatch::take_facts() {
   // An answer is told when the line is quiet, at the latest; what it brought is known a moment after that.
   constexpr milliseconds kToldLate{300};
   const auto now = steady_clock::now();
-  std::vector<Fact> facts;
   {
     const std::lock_guard lock(facts_mutex_);
-    facts.swap(facts_);
+    handled_.swap(facts_);
     bytes_ = 0;
   }
-  std::ranges::for_each(facts, [this](const Fact& fact) { handle(fact); });
+  std::ranges::for_each(handled_, [this](const Fact& fact) { handle(fact); });
+  handled_.clear();
   if (left_out_ != left_out_before_) {
     catch_up(now);
   }
@@ -273,10 +309,9 @@ void ReadingWatch::end() {
       return;
     }
     ending_ = true;
-    if (witness_.has_value()) {
+    if (thread_.joinable()) {
       noted_until_ = steady_clock::now() + kLongestEnd;
-      take_facts();
-      witness_->end();
+      look();
     }
     changed_.notify_all();
   }

@@ -88,10 +88,13 @@ class ReadingWatch {
   };
 
   void see(const ac::Message& message);
+  void take_down(const ac::Message& message);
   void put(Time at, decltype(Fact::what) what, std::size_t more = 0);  // more: bytes beside the fact itself
   why::SettingTexts settings_now() const;
   std::optional<int> level_now() const;
+  void begin_witness(Time now);
   void run();
+  void look();
   std::chrono::milliseconds pause() const;
   void take_facts();
   void catch_up(Time now);
@@ -115,7 +118,8 @@ class ReadingWatch {
 
   mutable std::mutex mutex_;                 // guards all below but the thread
   mutable std::condition_variable changed_;  // of known_until_, wanted_until_ and ending_
-  std::optional<why::Witness> witness_;      // once it has begun
+  std::optional<why::Witness> witness_;      // once it has begun; none while there is no memory for one
+  std::vector<Fact> handled_;                // empty: its room is used again
   std::deque<why::ToldSighting> just_over_;  // the journal may not have them yet
   Time known_until_{};                       // what became of all readings before it is known
   mutable Time wanted_until_{};              // somebody waits until that much is known

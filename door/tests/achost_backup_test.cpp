@@ -165,21 +165,41 @@ TEST_F(AchostBackup, OfADamagedOrNewerStoreIsNotRestored) {
   EXPECT_EQ(those("restore.").size() + those("before-").size(), 0U);
 }
 
-TEST_F(AchostBackup, OfAHostThatRunsIsWholeAndItsRestoreAsksForAnEnd) {
+TEST_F(AchostBackup, IsRestoredUnderAHostThatRunsAndStartsAnewWithIt) {
   fill(500);
   Achost host(simulated("good"));
   EXPECT_NE(host.next_line(), "");
-  fill(600);
   output({"backup", backup()});
-  const auto refused = command({"restore", backup()});
-  EXPECT_EQ(refused.status, 1);
-  EXPECT_THAT(refused.err, HasSubstr("is in use by process " + std::to_string(host.pid()) + ": end it first"));
+  fill(600);
+  output({"user", "remove", "500"});
+  const auto kept_before = those("before-restore-");
+  const auto said = output({"restore", backup()});
+  EXPECT_THAT(said, HasSubstr("and its host starts anew; what was there is in " + state() + "/before-restore-"));
+  const auto deadline = std::chrono::steady_clock::now() + refhost::test::kPatience;
+  Result status;
+  do {
+    status = command({"user", "list", "--json"});
+  } while (status.out.find("Ana 500") == std::string::npos && std::chrono::steady_clock::now() < deadline);
+  EXPECT_THAT(status.out, testing::AllOf(HasSubstr("Ana 500"), testing::Not(HasSubstr("Ana 600"))));
+  EXPECT_THAT(output({"status"}), HasSubstr(std::to_string(host.pid()))) << "the same process";
+  EXPECT_EQ(those("before-restore-").size(), 1U);
+  EXPECT_EQ(those("restore.").size(), 0U);
+  EXPECT_THAT(command({"restore", backup() + "-none"}).err, HasSubstr("is not there: give a backup"));
+  EXPECT_THAT(output({"user", "list"}), HasSubstr("Ana 500")) << "which changes nothing";
   host.signal(SIGTERM);
   EXPECT_EQ(host.wait().status, 0);
-  output({"user", "remove", "600"});
-  output({"restore", backup()});
-  EXPECT_THAT(output({"user", "list"}), testing::AllOf(HasSubstr("Ana 500"), HasSubstr("Ana 600")));
-  EXPECT_EQ(output({"config", "get", "read_interval"}), "600\n");
+}
+
+TEST_F(AchostBackup, OneRestoreIsUnderWayAtATime) {
+  fill(500);
+  output({"backup", backup()});
+  Achost host(simulated("good"));
+  EXPECT_NE(host.next_line(), "");
+  std::filesystem::create_directory(state() + "/restore.under-way");
+  EXPECT_THAT(command({"restore", backup()}).err, HasSubstr("another restore is under way; remove it if none is"));
+  EXPECT_EQ(those("restore.").size(), 1U) << "the other's";
+  host.signal(SIGTERM);
+  EXPECT_EQ(host.wait().status, 0);
 }
 
 TEST_F(AchostBackup, LeavesNothingInTheStateWhenWhoAskedIsKilled) {
