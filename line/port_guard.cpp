@@ -160,7 +160,8 @@ PortGuard::PortGuard(const std::string& path, const std::string& alternative) : 
   }
 }
 
-// What an adapter that is being pulled out did not send any more would be waited for, half a minute by the kernel's rule.
+// What an adapter that is being pulled out did not send any more would be waited for, half a minute by the kernel's
+// rule.
 PortGuard::~PortGuard() {
   tcflush(fd_, TCOFLUSH);
   close(fd_);

@@ -24,6 +24,9 @@ namespace fs = std::filesystem;
 // A directory for what is restored, whose files belong to whom those of the state belong to.
 fs::path make_place(const fs::path& state) {
   auto place = state / kRestoreName;
+  if (fs::exists(place)) {
+    throw Failure(kFailed, place.string() + " is there: another restore is under way; remove it if none is");
+  }
   struct stat status {};
   if (stat(state.c_str(), &status) != 0 || mkdir(place.c_str(), 0700) != 0 ||
       chmod(place.c_str(), status.st_mode & 0770U) != 0 ||
@@ -65,9 +68,7 @@ void check_backup(const fs::path& backup, const fs::path& directory) {
   }
 }
 
-fs::path restore(const fs::path& backup, const fs::path& state) {
-  const refhost::InstanceLock lock(state);
-  take_over(state);
+void prepare_restore(const fs::path& backup, const fs::path& state) {
   const auto place = make_place(state);
   try {
     check_backup(backup, place);
@@ -76,13 +77,33 @@ fs::path restore(const fs::path& backup, const fs::path& state) {
       sync_to_disk(entry.path());
     }
     sync_to_disk(place);
-    fs::rename(place, state / kRestoredName);  // from here on it is done to its end
   } catch (...) {
-    std::error_code ignored;
-    fs::remove_all(place, ignored);
+    forget_restore(state);
     throw;
   }
+}
+
+// From the renaming on it is done to its end.
+fs::path make_restore_ready(const fs::path& state) {
+  const auto place = state / kRestoreName;
+  if (!fs::is_regular_file(place / kKeptName)) {
+    throw Failure(kFailed, "nothing is prepared in " + place.string() + ": achost restore does that");
+  }
+  fs::rename(place, state / kRestoredName);
   sync_to_disk(state);
+  return state / kept_name(state);
+}
+
+void forget_restore(const fs::path& state) {
+  std::error_code ignored;
+  fs::remove_all(state / kRestoreName, ignored);
+}
+
+fs::path restore(const fs::path& backup, const fs::path& state) {
+  const refhost::InstanceLock lock(state);
+  take_over(state);
+  prepare_restore(backup, state);
+  make_restore_ready(state);
   return take_over(state).value();
 }
 

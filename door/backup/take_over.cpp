@@ -46,6 +46,8 @@ void put_in_place(const fs::path& file, const fs::path& state, const fs::path& k
 
 }  // namespace
 
+std::string kept_name(const fs::path& state) { return word_in(state / kRestoredName / kKeptName); }
+
 void sync_to_disk(const fs::path& path) {
   const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW);
   const bool done = fd >= 0 && fsync(fd) == 0;
@@ -66,7 +68,7 @@ std::optional<fs::path> take_over(const fs::path& state) {
   if (!fs::is_directory(fs::symlink_status(ready))) {
     return std::nullopt;
   }
-  const auto kept = state / word_in(ready / kKeptName);
+  const auto kept = state / kept_name(state);
   fs::create_directory(kept);
   fs::permissions(kept, fs::perms::owner_all);
   make_like(kept, state);

@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <optional>
+#include <string>
 
 namespace achost {
 
@@ -12,6 +13,9 @@ inline constexpr const char* kRestoredName = "restore.ready";     // takes the o
 
 // In kRestoredName: the name of the directory that gets what was there.
 inline constexpr const char* kKeptName = "kept";
+
+// The name of the directory that will get what is there, once a restore is ready.
+std::string kept_name(const std::filesystem::path& state);
 
 // For whoever has just taken the directory's lock, before anything is opened: a restore that was cut off is done to its
 // end, or never was, and other things under way are removed. The directory that keeps what was there before a restore,

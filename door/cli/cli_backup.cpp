@@ -4,6 +4,7 @@
 #include "door/backup/backup_file.h"
 #include "door/backup/restore.h"
 #include "door/backup/work_place.h"
+#include "door/base/failure.h"
 #include "door/base/output.h"
 #include "door/base/state_directory.h"
 #include "door/cli/cli.h"
@@ -27,6 +28,24 @@ void back_up(const std::string& state, const std::string& file, bool replaces) {
   print("backup of " + std::to_string(size) + " bytes in " + file + "\n");
 }
 
+// Prepared here, with the rights of whoever asks, and taken over by the host.
+void restore_beside_host(const std::filesystem::path& file, const std::filesystem::path& state) {
+  prepare_restore(file, state);
+  try {
+    ControlClient host(state);
+    host.send({{"command", "restore"}});
+    const auto answer = host.receive(StoreOwner::kPatience);
+    if (!answer.contains("kept")) {
+      throw Failure(kFailed, answer.value("error", "the host does not say why"));
+    }
+    print(state.string() + " is as " + file.string() + " has it, and its host starts anew; what was there is in " +
+          answer.at("kept").get<std::string>() + "\n");
+  } catch (...) {
+    forget_restore(state);
+    throw;
+  }
+}
+
 void restore_or_check(const std::string& state, const std::string& file, bool checks) {
   if (checks) {
     const WorkPlace place;
@@ -35,6 +54,10 @@ void restore_or_check(const std::string& state, const std::string& file, bool ch
     return;
   }
   const auto directory = writable_state(state);
+  if (ask_if_running(directory, {{"command", "status"}}).has_value()) {
+    restore_beside_host(file, directory);
+    return;
+  }
   const auto kept = restore(file, directory);
   print(directory.string() + " is as " + file + " has it; what was there is in " + kept.string() + "\n");
 }
@@ -56,7 +79,7 @@ void add_backup(CLI::App& app) {
   load.add_option("FILE", *load_file, "What achost backup has written")->type_name("FILE")->required();
   load.add_flag("--check", *checks, "Only check it");
   load.callback([=] { restore_or_check(*load_state, *load_file, *checks); });
-  load.footer("No host may run on the directory meanwhile. What was there is kept beside it, as before-restore-DATE.");
+  load.footer("A host that runs there starts anew with it. What was there is kept beside it, as before-restore-DATE.");
 }
 
 }  // namespace achost

@@ -6,6 +6,7 @@
 #include "door/control/enrollment_request.h"
 #include "door/control/gpio_commands.h"
 #include "door/control/reader_commands.h"
+#include "door/control/restore_command.h"
 #include "refhost/send.h"
 #include "uhfsim/command.h"
 #include "uhfsim/text.h"
@@ -75,6 +76,7 @@ ControlTable control_table(const ControlledHost& host) {
            }},
           {"field", {{"line"}}, [host](const Json& request, ControlStream&) { return change_field(host, request); }},
           {"field_show", {}, [host](const Json&, ControlStream&) { return show_field(host); }},
+          restore_command(host.state, host.start_anew),
           why_command(host.why),
           {"why_now", {}, [host](const Json&, ControlStream&) { return explain_now(host.why); }},
           {"status", {}, [host](const Json&, ControlStream&) { return status_of(host); }},

@@ -18,6 +18,7 @@ class Ending {
     Status status = kDone;
     std::string reason;        // one line for standard error; empty: none
     bool output_gone = false;  // nobody reads standard output any more
+    bool starts_anew = false;  // the same run begins again, in this process
   };
 
   // A second SIGINT, SIGTERM or SIGHUP ends the process by itself, should the first not get through. Throws

@@ -22,6 +22,7 @@
 #include "door/gpio/chip_lines.h"
 #include "door/journal/changes.h"
 #include "door/journal/journal_file.h"
+#include "door/run/start_anew.h"
 #include "door/run/temporary_state.h"
 #include "door/why/noted_message.h"
 #include "refhost/clock.h"
@@ -281,6 +282,7 @@ ControlledHost Host::controlled() {
                   .live = reader_.line() == nullptr ? std::function<std::vector<why::ToldSighting>()>()
                                                     : [this] { return readings_.sightings(); }},
           .second_opinion = [this] { return second_opinion(); },
+          .start_anew = state_is_temporary_ ? std::function<void()>() : [this] { begin_anew(); },
           .plugin = [this] { return plugin(); }};
 }
 
@@ -332,6 +334,10 @@ void Host::let_out(const ac::Message& request) const {
   }
 }
 
+void Host::begin_anew() {
+  ending_.request({.reason = "a backup takes the place of what is stored: starting anew", .starts_anew = true});
+}
+
 void Host::output_lost(int reason) {
   const bool nobody_reads = reason == EPIPE;
   ending_.request(
@@ -358,7 +364,7 @@ void Host::print_end(const Ending::Outcome& outcome) {
 
 // On a thread of its own, which a disk that does not answer may hold up: what it leaves open is as after a crash, and
 // nothing that was acknowledged is lost.
-void Host::close_and_exit(int status) {
+void Host::close_and_exit(const Ending::Outcome& outcome) {
   std::vector<std::pair<const char*, std::function<void()>>> steps = {
       {"the control socket", [this] { control_.unlink(); }},
       {"the settings", [this] { settings_.seal(); }},
@@ -395,7 +401,12 @@ void Host::close_and_exit(int status) {
     refhost::log::say("achost: not closed, as the disk does not answer: " + open + "; nothing that was stored is lost");
     refhost::log::drain(kLongestEnd);
   }
-  _exit(status);
+  if (outcome.starts_anew) {
+    start_anew();
+    refhost::log::say(std::string("achost: cannot start anew: ") + std::strerror(errno) + "; start it again");
+    refhost::log::drain(kLongestEnd);
+  }
+  _exit(outcome.starts_anew ? kFailed : outcome.status);
 }
 
 // Nothing where nobody looks at the readings.
@@ -419,9 +430,9 @@ void Host::end_process(std::optional<std::chrono::steady_clock::time_point> dead
   journal_.note({.kind = Kind::end,
                  .fields = {{"reason", outcome.reason.empty() ? "asked for" : outcome.reason},
                             {"status", static_cast<std::int64_t>(outcome.status)}}});
-  supervisor_.tell("STOPPING=1");
+  supervisor_.tell(outcome.starts_anew ? "STATUS=starting anew" : "STOPPING=1");
   print_end(outcome);
-  close_and_exit(outcome.status);
+  close_and_exit(outcome);
 }
 
 }  // namespace achost

@@ -77,7 +77,8 @@ class Host {
   Json second_opinion() const;
   void close_journal();
   void print_end(const Ending::Outcome& outcome);
-  [[noreturn]] void close_and_exit(int status);
+  void begin_anew();
+  [[noreturn]] void close_and_exit(const Ending::Outcome& outcome);
 
   const std::chrono::steady_clock::time_point started_ = std::chrono::steady_clock::now();
   const std::filesystem::path state_;

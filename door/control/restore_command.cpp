@@ -1,0 +1,26 @@
+#include "door/control/restore_command.h"
+
+#include <utility>
+
+#include "door/backup/restore.h"
+#include "door/base/failure.h"
+
+namespace achost {
+
+// The line goes first: the answer behind it may find the host gone.
+ControlCommand restore_command(const std::filesystem::path& state, std::function<void()> start_anew) {
+  return {.name = "restore",
+          .fields = {},
+          .run =
+              [state, start_anew = std::move(start_anew)](const Json&, ControlStream& stream) {
+                if (!start_anew) {
+                  throw Failure(kFailed, state.string() + " is removed when its host ends: nothing is restored there");
+                }
+                stream.send({{"kept", make_restore_ready(state).string()}});
+                start_anew();
+                return Json::object();
+              },
+          .changes = true};
+}
+
+}  // namespace achost
