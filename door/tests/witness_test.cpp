@@ -402,6 +402,7 @@ TEST_F(WitnessTest, ACardThatComesBackBeforeItWasToldToHaveLeftIsAnotherSighting
   now_ = kBegin + seconds(10);
   witness_.saw(poll(now_, {kNothingRead}));
   witness_.saw(poll(now_ + milliseconds(20), {report(kFirst)}));
+  witness_.pass(now_ + milliseconds(20));
   ASSERT_THAT(over_, SizeIs(1));
   EXPECT_EQ(over_.front().last, kBegin);
   EXPECT_FALSE(over_.front().goes_on);

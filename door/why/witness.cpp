@@ -12,9 +12,6 @@ namespace {
 constexpr std::uint64_t kPollsWithout = 2;
 constexpr std::chrono::seconds kNobodyPolls{30};
 
-// Then a sighting is ended at once, however many others are.
-constexpr std::size_t kFarTooManyFates = 2 * Witness::kMostFates;
-
 // What the plug-in has left of an answer it may take for the next one, for as long as the line lets it lie.
 constexpr std::chrono::seconds kOutOfStep{1};
 
@@ -107,6 +104,7 @@ void Witness::saw(const line::Exchange& exchange) {
   }
   ++number_of_polls_;
   look_back(exchange.asked);
+  settle(exchange.last_byte);  // what is known by now is so at any pace of looking
   // No two at the same time: it tells one from the other.
   const Time at = latest_ = std::max(exchange.last_byte, latest_ + std::chrono::nanoseconds(1));
   if (exchange.may_have_seemed_whole) {
@@ -178,7 +176,7 @@ void Witness::begin(Presence& presence) const {
   presence.begin_chapter();
 }
 
-void Witness::close(Presence& presence, bool goes_on) const {
+void Witness::close(Presence& presence, bool goes_on) {
   if (presence.waiting > 0 && !goes_on) {
     Fate& fate = presence.fate_with(std::array{kUnexplained}, presence.waiting_since);
     fate.at_boundary = true;
@@ -186,7 +184,17 @@ void Witness::close(Presence& presence, bool goes_on) const {
   }
   if (presence.sighting.polls > 0) {
     presence.sighting.goes_on = goes_on;
-    on_sighting_(presence.sighting);
+    over_.push_back(presence.sighting);
+  }
+  if (over_.size() > kMostSightings) {
+    tell_over(1);
+  }
+}
+
+void Witness::go_on_in_another_if_due(Presence& presence) {
+  if (presence.is_to_go_on_in_another()) {
+    close(presence, true);
+    begin(presence);
   }
 }
 
@@ -200,7 +208,7 @@ void Witness::count(Presence& presence, Fate& fate, std::int64_t polls, Time at)
   sighting.polls += polls;
 }
 
-void Witness::put_unused(Presence& presence, const Report& report, Time at) const {
+void Witness::put_unused(Presence& presence, const Report& report, Time at) {
   Fate& fate = presence.fate_with(std::array{Because{.reason = *report.unused}}, at);
   if (fate.polls == 0) {
     fate.number = report.number;
@@ -208,6 +216,7 @@ void Witness::put_unused(Presence& presence, const Report& report, Time at) cons
     fate.flaw = report.flaw;
   }
   count(presence, fate, 1, at);
+  go_on_in_another_if_due(presence);
 }
 
 void Witness::conclude(Outcome& outcome) {
@@ -241,7 +250,7 @@ void Witness::conclude(Poll& poll, Outcome& outcome) {
   }
 }
 
-void Witness::conclude(Presence& presence, const Verdict& verdict, Opinion opinion) const {
+void Witness::conclude(Presence& presence, const Verdict& verdict, Opinion opinion) {
   const Time at = verdict.reading.at;
   if (verdict.expected() && opinion != Opinion::kDisagrees) {
     presence.waiting_since = presence.waiting == 0 ? at : presence.waiting_since;
@@ -255,12 +264,10 @@ void Witness::conclude(Presence& presence, const Verdict& verdict, Opinion opini
   fate.announced_from = verdict.would_have_been_from;
   const bool is_announcement = fate.is_announcement();
   count(presence, fate, 1 + std::exchange(presence.waiting, 0), at);
-  if (presence.sighting.fates.size() > kFarTooManyFates) {
-    close(presence, true);
-    begin(presence);
-  } else if (is_announcement) {
+  if (is_announcement) {
     presence.begin_chapter();
   }
+  go_on_in_another_if_due(presence);
 }
 
 void Witness::tell(const Outcome& outcome) const {
@@ -281,10 +288,15 @@ void Witness::tell(const Outcome& outcome) const {
 }
 
 void Witness::pass(Time now) {
+  settle(now);
+  end_over(now);
+  tell_over(most_at_once(over_.size()));
+}
+
+void Witness::settle(Time now) {
   for (Outcome& outcome : second_opinion_.settle(now)) {
     conclude(outcome);
   }
-  end_over(now);
 }
 
 bool Witness::has_left(const Presence& presence, Time now) const {
@@ -293,27 +305,24 @@ bool Witness::has_left(const Presence& presence, Time now) const {
 }
 
 void Witness::end_over(Time now) {
-  auto room = most_at_once(presences_.size());
-  for (auto entry = presences_.begin(); entry != presences_.end() && room > 0;) {
-    Presence& presence = *entry->second;
-    if (has_left(presence, now)) {
-      close(presence, false);
-      entry = presences_.erase(entry);
-      --room;
-      continue;
+  std::erase_if(presences_, [this, now](const auto& entry) {
+    const bool is_gone = has_left(*entry.second, now);
+    if (is_gone) {
+      close(*entry.second, false);
     }
-    if (presence.is_to_go_on_in_another()) {
-      close(presence, true);
-      begin(presence);
-      --room;
-    }
-    ++entry;
+    return is_gone;
+  });
+}
+
+void Witness::tell_over(std::size_t most) {
+  for (; most > 0 && !over_.empty(); --most) {
+    on_sighting_(over_.front());
+    over_.pop_front();
   }
-  has_more_to_tell_ = room == 0;
 }
 
 std::vector<Sighting> Witness::sightings() const {
-  std::vector<Sighting> all;
+  std::vector<Sighting> all(over_.begin(), over_.end());
   for (const auto& [epc, presence] : presences_) {
     if (presence->sighting.polls > 0) {
       all.push_back(presence->sighting);
@@ -324,14 +333,13 @@ std::vector<Sighting> Witness::sightings() const {
 }
 
 void Witness::end() {
-  for (Outcome& outcome : second_opinion_.settle(latest_ + 2 * SecondOpinion::kPatience)) {
-    conclude(outcome);
-  }
+  settle(latest_ + 2 * SecondOpinion::kPatience);
   polls_.clear();
   for (const auto& [epc, presence] : presences_) {
     close(*presence, false);
   }
   presences_.clear();
+  tell_over(over_.size());
 }
 
 }  // namespace achost::why

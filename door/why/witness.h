@@ -71,12 +71,12 @@ class Witness {
   void pass(Time now);
 
   // Whether some of them are left for later.
-  bool has_more_to_tell() const { return has_more_to_tell_; }
+  bool has_more_to_tell() const { return !over_.empty(); }
 
-  // How many, where so many are under way.
-  static constexpr std::size_t most_at_once(std::size_t under_way) { return 8 + under_way / 32; }
+  // How many are told at once, where so many are over.
+  static constexpr std::size_t most_at_once(std::size_t over) { return 8 + over / 32; }
 
-  // Those that are under way, in the order of their beginning.
+  // Those that are under way, or not told yet, in the order of their beginning.
   std::vector<Sighting> sightings() const;
 
   // All that are under way are over.
@@ -104,15 +104,18 @@ class Witness {
   void look_back(Time asked);
   Presence* presence_of(const Report& report, Time at);
   void begin(Presence& presence) const;
-  void close(Presence& presence, bool goes_on) const;
+  void close(Presence& presence, bool goes_on);
+  void go_on_in_another_if_due(Presence& presence);
   void count(Presence& presence, Fate& fate, std::int64_t polls, Time at) const;
-  void put_unused(Presence& presence, const Report& report, Time at) const;
+  void put_unused(Presence& presence, const Report& report, Time at);
   void conclude(Outcome& outcome);
   void conclude(Poll& poll, Outcome& outcome);
-  void conclude(Presence& presence, const Verdict& verdict, Opinion opinion) const;
+  void conclude(Presence& presence, const Verdict& verdict, Opinion opinion);
   void tell(const Outcome& outcome) const;
   bool has_left(const Presence& presence, Time now) const;
+  void settle(Time now);
   void end_over(Time now);
+  void tell_over(std::size_t most);
   void doubt_values(Time at);
 
   WitnessSettings settings_;
@@ -130,7 +133,7 @@ class Witness {
   std::uint64_t values_epoch_ = 0;  // of the settings that card values are made with
   std::uint64_t number_of_polls_ = 0;
   std::uint64_t left_out_ = 0;
-  bool has_more_to_tell_ = false;
+  std::deque<Sighting> over_;  // and not told yet
 };
 
 }  // namespace achost::why
