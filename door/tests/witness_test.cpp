@@ -410,6 +410,37 @@ TEST_F(WitnessTest, ACardThatComesBackBeforeItWasToldToHaveLeftIsAnotherSighting
   EXPECT_EQ(only_one().first, kBegin + seconds(10) + milliseconds(20));
 }
 
+// Who replays a recording looks at another pace than the door did.
+TEST_F(WitnessTest, WhatIsToldDoesNotDependOnHowOftenSomebodyLooks) {
+  const std::vector<Bytes> frames{report(kFirst), report(kSecond), report(kFirst)};
+  const auto told_at = [&](seconds pace) {
+    std::vector<Sighting> told;
+    Witness witness(
+        settings(), kStart, [&told](const Sighting& one) { told.push_back(one); }, [](const Disagreement&) {});
+    auto next = kBegin;
+    for (auto now = kBegin; now < kBegin + seconds(130); now += milliseconds(20)) {
+      witness.saw(poll(now, frames));
+      if (now >= next) {
+        witness.pass(now);
+        next = now + pace;
+      }
+    }
+    witness.end();
+    std::ranges::sort(told, {}, [](const Sighting& one) { return std::pair(one.first, one.epc); });
+    return told;
+  };
+  const auto often = told_at(seconds(0));
+  const auto seldom = told_at(seconds(3));
+  ASSERT_EQ(often.size(), seldom.size());
+  EXPECT_GT(often.size(), 4U);
+  for (std::size_t i = 0; i < often.size(); ++i) {
+    EXPECT_EQ(often[i].first, seldom[i].first) << i;
+    EXPECT_EQ(often[i].last, seldom[i].last) << i;
+    EXPECT_EQ(often[i].polls, seldom[i].polls) << i;
+    EXPECT_EQ(often[i].fates.size(), seldom[i].fates.size()) << i;
+  }
+}
+
 TEST_F(WitnessTest, TheFatesOfASightingAddUpToItsPolls) {
   poll_until(kBegin + seconds(30), {report(kFirst), report(kSecond), report(kFirst)});
   witness_.end();
