@@ -23,6 +23,9 @@ constexpr milliseconds kPeriod{1000};
 constexpr milliseconds kPeriodWhenMore{250};  // sightings are to be told
 constexpr milliseconds kPeriodWhenWanted{20};
 
+// What is looked at sooner than that, in bytes: a full field brings megabytes a second.
+constexpr std::size_t kMuch = 256UL * 1024;
+
 // How long a reader of the sightings waits at most; the journal has those that are over by then.
 constexpr std::chrono::seconds kLongestQuestion{2};
 
@@ -151,6 +154,11 @@ void ReadingWatch::put(Time at, decltype(Fact::what) what, std::size_t more) {
     bytes_ += bytes;
   } catch (const std::bad_alloc&) {
     ++left_out_;
+  }
+  const bool is_much = bytes_ > kMuch;
+  lock.unlock();
+  if (is_much) {
+    changed_.notify_all();  // should it be missed, the next answer says so again
   }
 }
 

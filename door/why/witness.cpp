@@ -184,7 +184,8 @@ void Witness::close(Presence& presence, bool goes_on) {
   }
   if (presence.sighting.polls > 0) {
     presence.sighting.goes_on = goes_on;
-    over_.push_back(presence.sighting);
+    auto& closed = over_.emplace_back(std::move(presence.sighting));
+    presence.sighting.epc = closed.epc;  // for the next one
   }
   if (over_.size() > kMostSightings) {
     tell_over(1);
