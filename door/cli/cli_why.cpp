@@ -17,7 +17,7 @@
 namespace achost {
 namespace {
 
-constexpr std::int64_t kUsualSpan = 10 * 60 * 1000;  // ms
+constexpr std::int64_t kUsualSpan = std::int64_t{10} * 60 * 1000;  // ms
 
 struct WhyOptions {
   std::string state;

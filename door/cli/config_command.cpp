@@ -89,11 +89,13 @@ std::vector<Assignment> assignments_of(const std::vector<std::string>& words) {
   return {{setting.section, setting.key, value}};
 }
 
+std::string assignment_line(const Assignment& one) { return one.section + "." + one.key + "=" + one.value; }
+
 // In one transaction, or none.
 void store_all(const std::filesystem::path& directory, const std::vector<Assignment>& settings) {
   Json texts = Json::array();
-  for (const auto& [section, key, value] : settings) {
-    texts.push_back(section + "." + key + "=" + value);
+  for (const Assignment& one : settings) {
+    texts.push_back(assignment_line(one));
   }
   StoreOwner(directory).ask({{"command", "config_import"}, {"settings", texts}});
 }
@@ -141,8 +143,9 @@ void set_setting(const std::string& state, const std::vector<std::string>& words
     wanted.push_back({"host", "beyond_region", "1"});
   }
   store_all(directory, wanted);
-  for (const auto& [section, key, value] : wanted) {
-    print((section == kDefaultSection ? "" : section + ".") + key + "=" + value + "\n");
+  for (const Assignment& one : wanted) {
+    const auto line = assignment_line(one) + "\n";
+    print(one.section == kDefaultSection ? line.substr(one.section.size() + 1) : line);
   }
 }
 

@@ -14,8 +14,8 @@ namespace achost {
 // are kept, and no two of one minute. On a delivery thread of its own, which a disk may hold up.
 class FaultRecordings {
  public:
-  static constexpr std::size_t kMost = 8;             // files
-  static constexpr std::size_t kLatest = 256 * 1024;  // bytes of the recorder's memory; about twice that in the file
+  static constexpr std::size_t kMost = 8;               // files
+  static constexpr std::size_t kLatest = 256UL * 1024;  // bytes of the recorder's memory; about twice that in the file
 
   // The recorder must outlive it.
   FaultRecordings(const std::filesystem::path& state, const line::Recorder& recorder);
