@@ -1,5 +1,6 @@
 #include "door/run/start_anew.h"
 
+#include <fcntl.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -10,8 +11,23 @@
 #include <vector>
 
 namespace achost {
+namespace {
+
+// A plug-in's descriptors stay open in what it starts: its port would be in use by the very process that opens it
+// again.
+void let_go_descriptors() {
+  std::error_code unknown;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd", unknown)) {
+    if (const int fd = std::stoi(entry.path().filename()); fd > STDERR_FILENO) {
+      fcntl(fd, F_SETFD, FD_CLOEXEC);
+    }
+  }
+}
+
+}  // namespace
 
 void start_anew() {
+  let_go_descriptors();
   std::vector<std::string> words;
   std::ifstream line("/proc/self/cmdline", std::ios::binary);
   for (std::string word; std::getline(line, word, '\0');) {

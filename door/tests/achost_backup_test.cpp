@@ -172,7 +172,15 @@ TEST_F(AchostBackup, IsRestoredUnderAHostThatRunsAndStartsAnewWithIt) {
   output({"backup", backup()});
   fill(600);
   output({"user", "remove", "500"});
-  const auto kept_before = those("before-restore-");
+  // The port as the plug-in has it, and what it makes of it.
+  const auto ports = [&host] {
+    const auto open = std::filesystem::directory_iterator("/proc/" + std::to_string(host.pid()) + "/fd");
+    return std::ranges::count_if(open, [](const auto& fd) {
+      std::error_code gone;
+      return std::filesystem::read_symlink(fd, gone).string().starts_with("/dev/pts/");
+    });
+  };
+  const auto ports_before = ports();
   const auto said = output({"restore", backup()});
   EXPECT_THAT(said, HasSubstr("and its host starts anew; what was there is in " + state() + "/before-restore-"));
   const auto deadline = std::chrono::steady_clock::now() + refhost::test::kPatience;
@@ -185,6 +193,7 @@ TEST_F(AchostBackup, IsRestoredUnderAHostThatRunsAndStartsAnewWithIt) {
            std::chrono::steady_clock::now() < deadline);
   EXPECT_THAT(users.out, testing::AllOf(HasSubstr("Ana 500"), testing::Not(HasSubstr("Ana 600"))));
   EXPECT_THAT(status.out, HasSubstr(std::to_string(host.pid()))) << "the same process";
+  EXPECT_LE(ports(), ports_before) << "none is left open";
   EXPECT_EQ(those("before-restore-").size(), 1U);
   EXPECT_EQ(those("restore.").size(), 0U);
   EXPECT_THAT(command({"restore", backup() + "-none"}).err, HasSubstr("is not there: give a backup"));
