@@ -4,10 +4,12 @@
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/ptrace.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
@@ -41,12 +43,33 @@ FullPipe::~FullPipe() {
   close(ends_[1]);
 }
 
+namespace {
+
+// Of a thread that is stopped: whether it is in a call of the kernel, but for those of the allocator.
+bool is_in_a_call(pid_t thread) {
+  long call = -1;
+  std::ifstream("/proc/" + std::to_string(thread) + "/syscall") >> call;
+  const std::array allocator = {long{SYS_mmap}, long{SYS_munmap}, long{SYS_madvise}, long{SYS_mprotect}, long{SYS_brk}};
+  return call >= 0 && std::ranges::find(allocator, call) == allocator.end();
+}
+
+}  // namespace
+
+// What holds a thread up in earnest is a call of the kernel. Between two instructions of its own it may have a lock
+// that it lets go a moment later, as the allocator's: it goes on then, and is stopped again.
 StoppedThread::StoppedThread(pid_t thread) : thread_(thread) {
   EXPECT_EQ(ptrace(PTRACE_SEIZE, thread, nullptr, nullptr), 0);
-  EXPECT_EQ(ptrace(PTRACE_INTERRUPT, thread, nullptr, nullptr), 0);
-  int status = 0;
-  EXPECT_EQ(waitpid(thread, &status, __WALL), thread);
-  EXPECT_TRUE(WIFSTOPPED(status));
+  EXPECT_TRUE(comes_true([thread] {
+    EXPECT_EQ(ptrace(PTRACE_INTERRUPT, thread, nullptr, nullptr), 0);
+    int status = 0;
+    EXPECT_EQ(waitpid(thread, &status, __WALL), thread);
+    EXPECT_TRUE(WIFSTOPPED(status));
+    if (is_in_a_call(thread)) {
+      return true;
+    }
+    EXPECT_EQ(ptrace(PTRACE_CONT, thread, nullptr, nullptr), 0);
+    return false;
+  }));
 }
 
 StoppedThread::~StoppedThread() {

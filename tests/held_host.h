@@ -36,7 +36,8 @@ class FullPipe {
   std::array<int, 2> ends_{-1, -1};
 };
 
-// One thread of another process, a child's, which does not run while this lives. For the thread that makes it.
+// One thread of another process, a child's, which does not come out of a call of the kernel while this lives. For the
+// thread that makes it.
 class StoppedThread {
  public:
   explicit StoppedThread(pid_t thread);

@@ -114,8 +114,10 @@ class WaysOut : public held::HeldHost {
   Times falls_;
 };
 
+// A process whose thread is stopped does not end.
 WaysOut::~WaysOut() {
   over_ = true;
+  held_.clear();
   kill_host();
   if (changing_.joinable()) {
     changing_.join();
