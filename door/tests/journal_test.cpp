@@ -10,8 +10,6 @@
 #include <mutex>
 #include <thread>
 
-#include "door/journal/clock_jumps.h"
-#include "door/journal/entry_code.h"
 #include "door/tests/journal_fixture.h"
 #include "refhost/clock.h"
 #include "refhost/log.h"
@@ -441,51 +439,6 @@ TEST_F(JournalTest, AfterItsEndAnEntryIsRefused) {
   Journal journal(state());
   journal.seal();
   EXPECT_FALSE(journal.note(kAlarm));
-}
-
-TEST(EntryCode, ATextThatIsTooLongIsCut) {
-  const auto fields = fields_of_json(json_of_fields({{"text", std::string(10'000, 'x')}}));
-  EXPECT_EQ(std::get<std::string>(fields.at(0).second).size(), 4096U);
-}
-
-TEST(EntryCode, AnyBytesAreAnEntryOrNone) {
-  const JournalEntry entry = {
-      .number = 3, .boot = "b", .entry = {.kind = Kind::start, .fields = {{"a", "b"}, {"c", std::int64_t{-1}}}}};
-  const auto code = encoded(entry.entry, entry.time, entry.boot, entry.number);
-  EXPECT_EQ(decoded(code), entry);
-  for (std::size_t i = 0; i < code.size(); ++i) {
-    std::string changed = code;
-    changed[i] = static_cast<char>(0xff);
-    decoded(changed);  // whatever it is
-    decoded(std::string_view(code).substr(0, i));
-  }
-  EXPECT_FALSE(decoded(std::string_view(code).substr(0, 10)).has_value());
-}
-
-TEST(EntryCode, EachKindHasANameOfItsOwn) {
-  for (const auto& kind : kKinds) {
-    EXPECT_EQ(kind_of(kind.name), kind.kind);
-    EXPECT_EQ(name_of(kind.kind), kind.name);
-  }
-  EXPECT_EQ(kind_of("none"), std::nullopt);
-}
-
-TEST(EntryCode, TheKindsAreThoseThatArePublished) {
-  std::string rows;
-  for (const auto& kind : kKinds) {
-    rows += "| `" + std::string(kind.name) + "` | " + std::string(kind.meaning) + " |\n";
-  }
-  EXPECT_THAT(content_of(JOURNAL_DOCUMENT), testing::HasSubstr("|---|---|\n" + rows + "\n"));
-}
-
-TEST(ClockJumpsTest, AreSeenInBothDirectionsAndOnceEach) {
-  ClockJumps jumps;
-  EXPECT_EQ(jumps.look(1'000'000, 5000), std::nullopt) << "nothing to hold it against";
-  EXPECT_EQ(jumps.look(1'001'000, 6000), std::nullopt);
-  EXPECT_EQ(jumps.look(1'002'249, 7000), std::nullopt) << "pulled right";
-  EXPECT_EQ(jumps.look(1'003'499, 8000), 250);
-  EXPECT_EQ(jumps.look(1'004'499, 9000), std::nullopt);
-  EXPECT_EQ(jumps.look(4499, 10'000), -1'001'000);
 }
 
 }  // namespace

@@ -1,49 +1,14 @@
 // The model of the rules on readings: a test for each rule, its facts, and its boundary.
 #include "door/why/suppression.h"
 
-#include <gmock/gmock.h>
-
-#include <array>
 #include <functional>
 
+#include "door/tests/suppression_rounds.h"
+
 using namespace achost::why;
-using std::chrono::nanoseconds;
+using namespace suppression_rounds;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-namespace {
-
-constexpr Card kCard = 1;
-constexpr Card kOther = 2;
-constexpr nanoseconds kInstant{1};
-
-Time at(milliseconds time) { return Time(std::chrono::hours(1000)) + time; }
-Time at(int ms) { return at(milliseconds(ms)); }
-
-Settings settings_in(Mode mode) { return {mode, 0, milliseconds(1000), milliseconds(3000), milliseconds(500)}; }
-
-std::vector<std::string_view> names(const Verdict& verdict) {
-  std::vector<std::string_view> names;
-  for (const auto& because : verdict.reasons) {
-    names.push_back(row_of(because.reason).name);
-  }
-  return names;
-}
-
-// A round of these cards read then. The plug-in announces the first of them that is expected.
-Verdict first_of(Suppression& model, Time time, const std::vector<Card>& cards) {
-  auto verdicts = model.poll(time, cards);
-  const auto expected = std::ranges::find_if(verdicts, &Verdict::expected);
-  const auto announced = expected == verdicts.end() ? std::nullopt : std::optional(expected->reading.card);
-  EXPECT_NE(model.settle(verdicts, announced, time), Opinion::kDisagrees);
-  return verdicts.at(0);
-}
-
-std::vector<std::string_view> reasons(Suppression& model, Time time, Card card) {
-  return names(first_of(model, time, {card}));
-}
-
-}  // namespace
 
 TEST(Suppression, ACardIsExpectedWhenNothingSpeaksAgainstIt) {
   Suppression model(settings_in(Mode::kContinuous), at(0));
@@ -368,93 +333,6 @@ TEST(ThePictureOfTheRules, IsRight) {
   Suppression inhibit(settings_in(Mode::kInhibit), at(0));
   const auto hold = [&inhibit](int ms) { ms == 0 || ms == 1200 ? inhibit.input(ms == 0, at(ms)) : void(); };
   EXPECT_EQ(announced(inhibit, {4}, hold), (Announced{{4, 2300}}));
-}
-
-TEST(Boundary, LiesWithinTwoMillisecondsOfEachTimeThatDecides) {
-  Suppression model(settings_in(Mode::kContinuous), at(0));
-  reasons(model, at(100), kCard);
-  for (const Card card : {kCard, kOther}) {
-    const int end = card == kCard ? 3100 : 600;
-    for (const auto& [ms, near] :
-         {std::pair(-3, false), std::pair(-2, true), std::pair(0, true), std::pair(2, true), std::pair(3, false)}) {
-      const auto time = at(end + ms);
-      EXPECT_EQ(model.verdict({card, time}, time).at_boundary, near) << card << " " << ms;
-    }
-  }
-}
-
-TEST(Boundary, IsNoneWhileAnotherReasonHoldsAnyway) {
-  Suppression model(settings_in(Mode::kContinuous), at(0));
-  reasons(model, at(100), kOther);
-  reasons(model, at(700), kCard);
-  const auto verdict = model.verdict({kOther, at(1201)}, at(1201));
-  EXPECT_THAT(names(verdict), ElementsAre("same_card_too_soon"));
-  EXPECT_FALSE(verdict.at_boundary) << "the other card's interval ended a millisecond ago, which changes nothing";
-}
-
-TEST(Boundary, LiesAtEachChangeOfALevelOrASetting) {
-  auto settings = settings_in(Mode::kInhibit);
-  settings.trigger_timeout = milliseconds(-5);
-  Suppression model(settings, at(0));
-  model.input(0, at(100));
-  EXPECT_TRUE(model.verdict({kCard, at(102)}, at(102)).at_boundary);
-  EXPECT_FALSE(model.verdict({kCard, at(103)}, at(103)).at_boundary);
-  settings.read_interval = milliseconds(777);
-  model.apply(settings, at(200));
-  EXPECT_TRUE(model.verdict({kCard, at(202)}, at(202)).at_boundary);
-  EXPECT_FALSE(model.verdict({kCard, at(203)}, at(203)).at_boundary);
-}
-
-TEST(Boundary, LiesWhereTheInputHasJustBegunSomething) {
-  Suppression trigger(settings_in(Mode::kTrigger), at(0));
-  trigger.input(1, at(100));
-  trigger.read(kCard, at(150));
-  trigger.input(1, at(200));
-  EXPECT_TRUE(trigger.round(at(201)).at(0).at_boundary) << "before the second trigger it was to be announced";
-  Suppression inhibit(settings_in(Mode::kInhibit), at(0));
-  inhibit.answer(0, at(10));
-  inhibit.notified(1, at(100));
-  inhibit.notified(0, at(200));
-  EXPECT_TRUE(inhibit.verdict({kCard, at(202)}, at(202)).at_boundary);
-  EXPECT_FALSE(inhibit.verdict({kCard, at(203)}, at(203)).at_boundary) << "in the middle of the dead time";
-}
-
-TEST(Boundary, LiesBetweenTwoIntervalsOfAnAnnouncementAtTheirChange) {
-  for (const bool is_before : {true, false}) {
-    auto settings = settings_in(Mode::kContinuous);
-    Suppression model(settings, at(0));
-    settings.read_interval_diff_tags = milliseconds(100);
-    if (is_before) {
-      model.apply(settings, at(99));
-    }
-    reasons(model, at(100), kCard);
-    if (!is_before) {
-      model.apply(settings, at(101));
-    }
-    EXPECT_TRUE(model.verdict({kOther, at(400)}, at(400)).at_boundary) << is_before;
-    EXPECT_FALSE(model.verdict({kOther, at(603)}, at(603)).at_boundary) << is_before;
-  }
-}
-
-TEST(Boundary, LiesWhereACardIsForgotten) {
-  auto settings = settings_in(Mode::kContinuous);
-  Suppression model(settings, at(0));
-  reasons(model, at(100), kCard);
-  settings.read_interval = milliseconds(600);
-  model.store(settings, at(150));
-  EXPECT_FALSE(model.verdict({kCard, at(697)}, at(697)).at_boundary);
-  EXPECT_TRUE(model.verdict({kCard, at(698)}, at(698)).at_boundary);
-  model.round(at(701));
-  EXPECT_TRUE(model.verdict({kCard, at(701)}, at(701)).at_boundary) << "forgotten, but only just";
-}
-
-TEST(Boundary, IsTheOpinionOfARoundThatWentTheOtherWayThere) {
-  Suppression model(settings_in(Mode::kContinuous), at(0));
-  reasons(model, at(100), kCard);
-  auto early = model.poll(at(3099), std::array{kCard});
-  EXPECT_EQ(model.settle(early, kCard, at(3099)), Opinion::kAtBoundary);
-  auto late = model.poll(at(6100), std::array{kCard});
-  EXPECT_EQ(model.settle(late, std::nullopt, at(6100)), Opinion::kAtBoundary);
 }
 
 TEST(Memory, IsBoundedAndWhoHadNoPlaceIsInDoubt) {
