@@ -2,13 +2,32 @@
 
 #include <unistd.h>
 
+#include <cstddef>
+#include <cstdint>
+
 #include "door/control/reader_commands.h"
 #include "refhost/bus_counters.h"
 #include "refhost/bus_view.h"
 #include "refhost/watchdog.h"
 
+// jemalloc's, in a program that is linked with it.
+extern "C" [[gnu::weak]] int mallctl(const char*, void*, std::size_t*, void*, std::size_t);
+
 namespace achost {
 namespace {
+
+// What the program has allocated and not freed, in bytes; null where nobody counts it.
+Json allocated() {
+  if (mallctl == nullptr) {
+    return nullptr;
+  }
+  std::uint64_t epoch = 1;
+  std::size_t size = sizeof epoch;
+  mallctl("epoch", &epoch, &size, &epoch, size);  // the figures are those of the latest one
+  std::size_t bytes = 0;
+  size = sizeof bytes;
+  return mallctl("stats.allocated", &bytes, &size, nullptr, 0) == 0 ? Json(bytes) : Json(nullptr);
+}
 
 Json threads() {
   using refhost::WatchdogTable;
@@ -80,6 +99,7 @@ Json status_of(const ControlledHost& host) {
           {"not_in_force", not_in_force(host.changes)},
           {"threads", threads()},
           {"queues", queues()},
+          {"allocated", allocated()},
           {"bus", bus()}};
 }
 
