@@ -73,7 +73,7 @@ std::string value_name(const CLI::Option& option) {
   if (!takes_value(option)) {
     return "";
   }
-  const auto type = option.get_type_name().substr(0, end_of_name(option.get_type_name()));
+  auto type = option.get_type_name().substr(0, end_of_name(option.get_type_name()));
   if (!is_of_library(type)) {
     return type;
   }

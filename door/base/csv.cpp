@@ -87,10 +87,18 @@ void append_csv_cell(std::string& line, std::string_view text) {
   line += '"';
 }
 
-std::string as_safe_cell(std::string text) { return looks_like_formula(text) ? "'" + std::move(text) : text; }
+std::string as_safe_cell(std::string text) {
+  if (looks_like_formula(text)) {
+    text.insert(0, 1, '\'');
+  }
+  return text;
+}
 
 std::string from_safe_cell(std::string text) {
-  return text.starts_with('\'') && looks_like_formula(text) ? text.substr(1) : text;
+  if (text.starts_with('\'') && looks_like_formula(text)) {
+    text.erase(0, 1);
+  }
+  return text;
 }
 
 }  // namespace achost
