@@ -158,7 +158,7 @@ TEST_F(Device, BadRequestsAreNamedAndChangeNothing) {
   const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
       {{"config", "set", "reed_interval", "1"}, "there is no setting reed_interval in section uhf; the nearest is"},
       {{"config", "set", "read_interval", "x"}, "setting read_interval cannot be \"x\": allowed is 0 to"},
-      {{"gpio", "set", "260", "1"}, "there is no GPIO line 260: there are lines 0 to 259"},
+      {{"gpio", "set", "261", "1"}, "there is no GPIO line 261: there are lines 0 to 260"},
       {{"gpio", "set", "1", "2"}, "a GPIO line cannot be 2: it is 0 or 1"},
       {{"field", "add", "XYZ"}, "EPC \"XYZ\" is not hexadecimal"},
       {{"enroll", "--user", "0"}, "a user has a number of 1 or more, not 0"},

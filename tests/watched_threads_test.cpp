@@ -24,6 +24,8 @@ constexpr Watched kWatched[] = {
     {"gpio", 0, "delivery to gpio"},
     {"door_timer", 0, "door_timer"},
     {"door_timer_2", 0, "door_timer_2"},
+    {"door_look", 0, "door_look"},
+    {"door_watch", 0, "delivery to door_watch"},
     {"identifier", 0, "delivery to identifier"},
     {"enroller", 0, "delivery to enroller"},
     {"enroll_timer", 0, "enroll_timer"},

@@ -309,6 +309,8 @@ constexpr NamedThread kThreads[] = {
     {"log", 0, "Log"},
     {"door_timer", 0, "DoorTimer"},
     {"door_timer_2", 0, "SecondDoorTimer"},
+    {"door_look", 0, "DoorLook"},
+    {"door_watch", 0, "DoorWatch"},
     {"identifier", 0, "Identifier"},
     {"enroll_timer", 0, "EnrollTimer"},
     {"enroller", 0, "Enroller"},

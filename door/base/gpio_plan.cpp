@@ -31,10 +31,11 @@ struct Use {
   bool is_output;
   int number;  // on the bus; -1: the setting uhf.trig_gpio
 };
-constexpr std::array<Use, 5> kUses = {{{"exit_button", false, kExitButton},
+constexpr std::array<Use, 6> kUses = {{{"exit_button", false, kExitButton},
                                        {"trigger_input", false, -1},
                                        {"door_contact", false, kDoorContact},
                                        {"tamper_contact", false, kTamperContact},
+                                       {"mode_switch", false, kModeSwitch},
                                        {"reader_reset", true, kReaderReset}}};
 
 std::string relay_key(int relay) { return "relay_" + std::to_string(relay); }
@@ -101,8 +102,8 @@ void check_door(const GpioPlan& plan, const SettingsValues& values) {
 }  // namespace
 
 std::string gpio_line_name(int line) {
-  constexpr std::array<const char*, kGpioLines - kFirstNamedLine> kNames = {"exit button", "door contact",
-                                                                            "tamper contact", "reader reset"};
+  constexpr std::array<const char*, kGpioLines - kFirstNamedLine> kNames = {
+      "exit button", "door contact", "tamper contact", "reader reset", "mode switch"};
   if (line >= kFirstNamedLine && line < kGpioLines) {
     return kNames.at(static_cast<std::size_t>(line - kFirstNamedLine));
   }

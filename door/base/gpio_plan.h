@@ -17,7 +17,8 @@ inline constexpr int kExitButton = 256;
 inline constexpr int kDoorContact = 257;
 inline constexpr int kTamperContact = 258;
 inline constexpr int kReaderReset = 259;
-inline constexpr int kGpioLines = 260;
+inline constexpr int kModeSwitch = 260;
+inline constexpr int kGpioLines = 261;
 
 // For a person: "exit button", "relay 2", "line 7".
 std::string gpio_line_name(int line);

@@ -68,6 +68,20 @@ SettingsRule detector_opens_nothing() {
           .safe = {{"uhf", "tag_detector_enabled", "0"}}};
 }
 
+// A warning that comes after the alarm is none.
+SettingsRule warning_is_before_alarm() {
+  return {.of = {{"host", "door_held_warning"}, {"host", "door_held_alarm"}},
+          .fault = [](const Values& values) -> std::string {
+            const int warning = std::stoi(values("host", "door_held_warning"));
+            const int alarm = std::stoi(values("host", "door_held_alarm"));
+            return warning == 0 || alarm == 0 || warning < alarm
+                       ? ""
+                       : "host.door_held_warning " + std::to_string(warning) +
+                             " is to be less than host.door_held_alarm, " + std::to_string(alarm) + ", or 0";
+          },
+          .safe = {{"host", "door_held_warning", "0"}}};
+}
+
 using Limit = refhost::RadioLimit;
 
 // A rule of what the region allows; excess: what is more than that, in words.
@@ -114,8 +128,8 @@ SettingsRule region_allows_channels() {
 
 std::vector<SettingsRule> settings_rules(std::chrono::milliseconds watchdog_limit) {
   const std::int64_t limit = watchdog_limit.count();
-  return {pass_is_short(limit),  threads_report(limit),    detector_opens_nothing(),
-          region_allows_power(), region_allows_channels(), gpio_is_wired()};
+  return {pass_is_short(limit),     threads_report(limit), detector_opens_nothing(), region_allows_power(),
+          region_allows_channels(), gpio_is_wired(),       warning_is_before_alarm()};
 }
 
 }  // namespace achost

@@ -139,6 +139,7 @@ void add_field(CLI::App& app) {
 void add_control(CLI::App& app) {
   add_status(app);
   add_events(app);
+  add_door(app);
   add_gpio(app);
   add_rex(app);
   add_enroll(app);

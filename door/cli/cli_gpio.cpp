@@ -195,8 +195,8 @@ void add_set(CLI::App& gpio) {
   const auto line = std::make_shared<std::int64_t>();
   const auto value = std::make_shared<std::int64_t>();
   set.add_option("LINE", *line,
-                 "0 to 259; line 1 is the reader's trigger or inhibit input, 256 the exit button, 257 the door's "
-                 "contact, 258 the case's")
+                 "0 to 260; line 1 is the reader's trigger or inhibit input, 256 the exit button, 257 the door's "
+                 "contact, 258 the case's, 260 the mode switch")
       ->required()
       ->check(cli::whole_number());
   set.add_option("VALUE", *value, "0 or 1")->required()->check(cli::whole_number());

@@ -7,8 +7,10 @@
 #include <nlohmann/json.hpp>
 #include <string_view>
 
+#include "door/base/door_words.h"
 #include "door/base/local_time.h"
 #include "door/cli/csv_cell.h"
+#include "door/cli/health_line.h"
 #include "door/journal/entry_code.h"
 #include "refhost/log_entry.h"
 #include "refhost/store_report.h"
@@ -85,6 +87,7 @@ Sentence identification(const Entry& entry, const JournalStyle& style) {
       {"not_yet_valid", "was refused: the time of who has it has not come"},
       {"no_longer_valid", "was refused: the time of who has it is over"},
       {"held_back", "held back: a card is being enrolled"},
+      {"door_locked", "was refused: the door is locked"},
       {"mode_awaited", "was refused: the stored operation mode is not in force yet"},
       {"failed", "was refused: the users cannot be read"},
       {"journal_unwritable", "was refused: the journal cannot be written"}};
@@ -195,11 +198,26 @@ Sentence disagreement(const Entry& entry, const JournalStyle& style) {
   return {"second opinion", card_in(entry, style) + " " + escape(text_in(entry, "text"))};
 }
 
+Sentence contact(const Entry& entry, const JournalStyle&) {
+  return {"door", escape(contact_words(text_in(entry, "state")))};
+}
+
+Sentence mode(const Entry& entry, const JournalStyle&) {
+  return {"door", escape(mode_words(text_in(entry, "mode"), text_in(entry, "asked")))};
+}
+
+Sentence command(const Entry& entry, const JournalStyle&) {
+  const std::string what = escape(text_in(entry, "what"));
+  return {maker_in(entry),
+          what == "open" ? "opened the door by command"
+                         : "told the door to be " + what + " for " + duration_text(entry_number(entry, "seconds"))};
+}
+
 // By number of the kind.
 constexpr Sentence (*kSentences[])(const Entry&, const JournalStyle&) = {
-    identification, opening,      closing, exit_request, enrollment,  user_change, card_change,
-    setting_change, reader_state, alarm,   start,        end,         clock_jump,  gap,
-    retention,      sighting,     audit,   refusal,      disagreement};
+    identification, opening, closing,      exit_request, enrollment, user_change, card_change, setting_change,
+    reader_state,   alarm,   start,        end,          clock_jump, gap,         retention,   sighting,
+    audit,          refusal, disagreement, contact,      mode,       command};
 static_assert(std::size(kSentences) == kKinds.size());
 
 // The time as it was there and then.

@@ -69,6 +69,7 @@ std::vector<cli::Offer> offers() {
   for (const char* const command : {"user import", "user export"}) {
     all.push_back({command, "--format", {"csv", "jsonl"}});
   }
+  all.push_back({"door mode", "", {"auto", "normal", "locked", "unlocked"}});
   all.push_back({"gpio set", "", kLines});
   for (const auto& line : kLines) {
     all.push_back({"gpio set " + line, "", {"0", "1"}});

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "cli/text_table.h"
+#include "door/cli/door_table.h"
 #include "door/cli/health_line.h"
 #include "refhost/log_entry.h"
 
@@ -84,9 +85,9 @@ std::string status_table(const Json& status) {
                   {"  plug-in", plugin.is_null() ? "not started yet" : text_of(plugin)},
                   {"  reader", text_of(status.at("reader"))},
                   {"  state", text_of(status.at("state"))}}) +
-         "SETTINGS OF THE READER\n" + aligned(settings(status)) + threads(status.at("threads")) +
-         queues(status.at("queues")) + "MESSAGES\n" + aligned(pairs_of(status.at("bus"))) +
-         second_opinion(status.at("second_opinion"));
+         "DOOR\n" + aligned(door_rows(status.at("door"))) + "SETTINGS OF THE READER\n" + aligned(settings(status)) +
+         threads(status.at("threads")) + queues(status.at("queues")) + "MESSAGES\n" +
+         aligned(pairs_of(status.at("bus"))) + second_opinion(status.at("second_opinion"));
 }
 
 }  // namespace achost

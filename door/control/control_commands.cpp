@@ -3,6 +3,7 @@
 #include "door/base/failure.h"
 #include "door/control/control_events.h"
 #include "door/control/control_status.h"
+#include "door/control/door_commands.h"
 #include "door/control/enrollment_request.h"
 #include "door/control/gpio_commands.h"
 #include "door/control/reader_commands.h"
@@ -62,6 +63,8 @@ ControlTable control_table(const ControlledHost& host) {
   commands.insert(commands.end(), of_the_reader.begin(), of_the_reader.end());
   const auto of_the_lines = gpio_commands(host.gpio, host.settings);
   commands.insert(commands.end(), of_the_lines.begin(), of_the_lines.end());
+  const auto of_the_door = door_commands({.supervision = host.door, .stores = host.stores, .note = host.note});
+  commands.insert(commands.end(), of_the_door.begin(), of_the_door.end());
   commands.insert(
       commands.end(),
       {

@@ -9,7 +9,9 @@
 #include "door/control/control.h"
 #include "door/control/stores.h"
 #include "door/control/why_commands.h"
+#include "door/journal/entry.h"
 #include "door/services/alarms.h"
+#include "door/services/door_supervision.h"
 #include "door/services/enroller_service.h"
 #include "door/services/gpio_service.h"
 #include "door/services/settings_changes.h"
@@ -28,6 +30,8 @@ struct ControlledHost {
   Stores& stores;
   const Alarms& alarms;
   const GpioService& gpio;
+  DoorSupervision& door;
+  std::function<void(const Entry&)> note;  // in the journal
   EnrollerService& enroller;
   std::string reader;                  // where it is, for a person
   line::Line* line;                    // null when the plug-in has the port itself
@@ -38,8 +42,8 @@ struct ControlledHost {
   std::function<std::string()> plugin;   // the name of the plug-in that runs; empty until it has started
 };
 
-// store_commands() and reader_commands(), gpio_list, gpio_set, rex, enroll, field, field_show, status, why, why_now and
-// events.
+// store_commands(), reader_commands() and door_commands(), gpio_list, gpio_set, rex, enroll, field, field_show, status,
+// why, why_now and events.
 ControlTable control_table(const ControlledHost& host);
 
 }  // namespace achost

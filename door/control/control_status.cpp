@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "door/control/door_commands.h"
 #include "door/control/reader_commands.h"
 #include "refhost/bus_counters.h"
 #include "refhost/bus_view.h"
@@ -94,6 +95,7 @@ Json status_of(const ControlledHost& host) {
           {"reader", host.reader},
           {"health", health_of(host.line)},
           {"alarms", alarms(host.alarms)},
+          {"door", json_of(host.door.report())},
           {"settings", reader_settings(host.settings)},
           {"second_opinion", host.second_opinion()},
           {"not_in_force", not_in_force(host.changes)},

@@ -5,7 +5,7 @@
 
 namespace achost {
 
-// Uptime, plug-in, reader, threads with their last keep-alive, queues, counters and the reader's settings.
+// Uptime, plug-in, reader, door, threads with their last keep-alive, queues, counters and the reader's settings.
 Json status_of(const ControlledHost& host);
 
 }  // namespace achost

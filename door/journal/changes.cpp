@@ -31,4 +31,12 @@ Entry card_change(const std::string& change, std::uint64_t card, std::optional<s
   return with_maker({.kind = Kind::card_change, .user = user, .card = card, .fields = {{"change", change}}});
 }
 
+Entry door_command(const std::string& what, std::optional<std::int64_t> seconds) {
+  Entry entry = {.kind = Kind::command, .fields = {{"what", what}}};
+  if (seconds.has_value()) {
+    entry.fields.emplace_back("seconds", *seconds);
+  }
+  return with_maker(std::move(entry));
+}
+
 }  // namespace achost

@@ -22,4 +22,7 @@ Entry user_change(const std::string& change, std::int64_t user, std::vector<Entr
 // change: "added" or "removed"; user: whose it is, or was.
 Entry card_change(const std::string& change, std::uint64_t card, std::optional<std::int64_t> user);
 
+// what: "open", or a mode, which is to last for so many seconds.
+Entry door_command(const std::string& what, std::optional<std::int64_t> seconds = {});
+
 }  // namespace achost

@@ -33,6 +33,9 @@ enum class Kind : int {
   audit = 17,
   refusal = 18,
   disagreement = 19,
+  contact = 20,
+  mode = 21,
+  command = 22,
 };
 
 struct KindName {
@@ -62,6 +65,9 @@ inline constexpr auto kKinds = std::to_array<KindName>({
     {Kind::audit, "audit", "the audit log has a record of that number"},
     {Kind::refusal, "refusal", "the door was to open, and could not"},
     {Kind::disagreement, "disagreement", "the plug-in has announced, or not, what the rules on readings say otherwise"},
+    {Kind::contact, "contact", "the door was opened, forced, left open, not used after a release, or shut"},
+    {Kind::mode, "mode", "the door is in another mode, and who asks for it"},
+    {Kind::command, "command", "somebody has told the door to open, or to be in a mode for a time"},
 });
 
 static_assert([] {

@@ -82,6 +82,14 @@ std::optional<Entry> alarm(const ac::Message& message) {
                           {"text", text_in(message, "text")}}};
 }
 
+std::optional<Entry> contact(const ac::Message& message) {
+  return Entry{.kind = Kind::contact, .fields = {{"state", text_in(message, "state")}}};
+}
+
+std::optional<Entry> mode(const ac::Message& message) {
+  return Entry{.kind = Kind::mode, .fields = {{"mode", text_in(message, "mode")}, {"asked", text_in(message, "by")}}};
+}
+
 // The record itself tells the rest.
 std::optional<Entry> audit_record(const ac::Message& message) {
   const auto type = static_cast<std::size_t>(number_in(message, "type"));
@@ -95,6 +103,8 @@ using Reading = std::optional<Entry> (*)(const ac::Message&);
 
 constexpr std::pair<const char*, Reading> kReadings[] = {
     {"door_state", closing},
+    {"door_contact", contact},
+    {"door_mode", mode},
     {"sec_box_rex_changed", exit_request},
     {"enroll_rfid_successful", enrolled},
     {"enroll_timeout", enrollment_late},

@@ -8,9 +8,9 @@
 
 namespace achost {
 
-// Notes closings of the door, exit requests, outcomes of enrollments, states of the reader, alarms and the numbers of
-// audit records as the bus tells them. What has to be noted before it happens comes from those who do it
-// (bookkeeping.h).
+// Notes closings of the door, what its contact tells, its modes, exit requests, outcomes of enrollments, states of the
+// reader, alarms and the numbers of audit records as the bus tells them. What has to be noted before it happens comes
+// from those who do it (bookkeeping.h).
 class JournalFeed {
  public:
   // note must outlive it.

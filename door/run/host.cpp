@@ -199,6 +199,7 @@ void Host::begin_journal() {
         setting_change(change.setting.section + "." + change.setting.key, change.value, change.previous_value));
     gpio_.lines().settings_changed();
     kept_plan_.settings_changed(values());
+    supervision_.look_soon();
   });
   journal_.note({.kind = Kind::start,
                  .fields = {{"version", UHF_VERSION},
@@ -239,6 +240,7 @@ void Host::start_plugin(const std::string& path) {
   settings_.check_rules();
   settings_.begin_run();
   use_real_lines();
+  supervision_.begin();
   if (reader_.line() != nullptr) {
     readings_.begin(&reader_.line()->recorder());
     reader_.on_exchange([this](line::Exchange exchange) { readings_.saw(std::move(exchange)); });
@@ -249,6 +251,10 @@ void Host::start_plugin(const std::string& path) {
 
 SettingsValues Host::values() const {
   return [this](const std::string& section, const std::string& key) { return settings_.get(section, key).value(); };
+}
+
+ScheduleLookup Host::schedules() const {
+  return [](const std::string&, std::chrono::system_clock::time_point) { return std::optional<bool>(); };
 }
 
 // From here on the lock is at rest, and people get out with the button.
@@ -273,6 +279,8 @@ ControlledHost Host::controlled() {
           .stores = stores_,
           .alarms = alarms_,
           .gpio = gpio_,
+          .door = supervision_,
+          .note = books_.note,
           .enroller = enroller_,
           .reader = reader_.description(),
           .line = reader_.line(),

@@ -23,6 +23,7 @@
 #include "door/run/supervisor.h"
 #include "door/services/alarms.h"
 #include "door/services/door_service.h"
+#include "door/services/door_supervision.h"
 #include "door/services/enroller_service.h"
 #include "door/services/gpio_service.h"
 #include "door/services/identifier_service.h"
@@ -67,6 +68,7 @@ class Host {
   void see_that_all_is_well();
   void look_at_the_disk();
   SettingsValues values() const;
+  ScheduleLookup schedules() const;
   void use_real_lines();
   void run_plugin(const std::string& path);
   void wait_for_reader();
@@ -102,7 +104,8 @@ class Host {
   gpio::KeptPlan kept_plan_;
   GpioService gpio_;
   DoorService door_{books_};
-  IdentifierService identifier_{users_, changes_, books_};
+  DoorSupervision supervision_{door_, gpio_, alarms_, values(), schedules()};
+  IdentifierService identifier_{users_, changes_, books_, [this] { return supervision_.is_locked(); }};
   EnrollerService enroller_{users_};
   const JournalFeed journal_feed_{books_.note};  // before who tells of the reader's states
   ReadingWatch readings_{settings_, gpio_, books_.note, [this] { return journal_.has_room_for_sightings(); }};

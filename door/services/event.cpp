@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "ac/config_util.h"
+#include "door/base/door_words.h"
 #include "door/base/gpio_plan.h"
 #include "door/base/local_time.h"
 #include "door/services/door_service.h"
@@ -81,6 +82,7 @@ std::optional<Event> identification(const ac::Message& message) {
       {"not_yet_valid", {"refused, the time of " + user_text(message) + " has not come", Weight::bad}},
       {"no_longer_valid", {"refused, the time of " + user_text(message) + " is over", Weight::bad}},
       {"held_back", {"held back, a card is being enrolled", Weight::plain}},
+      {"door_locked", {"refused, the door is locked", Weight::bad}},
       {"mode_awaited", {"held back, the stored operation mode is not in force yet", Weight::bad}},
       {"failed", {"refused, the users cannot be read", Weight::bad}},
       {"journal_unwritable", {"refused, the journal cannot be written", Weight::bad}}};
@@ -89,14 +91,31 @@ std::optional<Event> identification(const ac::Message& message) {
   return event("identification", named_card(card), words, weight, std::move(fields));
 }
 
+std::string door_text(const ac::Message& message) { return "door " + std::to_string(number(message, "id")); }
+
 std::optional<Event> door_open(const ac::Message& message) {
   if (number(message, "open") == 0) {
     return std::nullopt;  // its relay tells
   }
   const int reason = number(message, "reason");
   const std::string words = text_of(static_cast<DoorReason>(reason));
-  return event("door_open", "door " + std::to_string(number(message, "id")), "opens: " + words, Weight::good,
+  return event("door_open", door_text(message), "opens: " + words, Weight::good,
                {{"door", number(message, "id")}, {"reason", words}});
+}
+
+std::optional<Event> door_contact(const ac::Message& message) {
+  const std::string state = text(message, "state");
+  const bool is_good = state == "opened" || state == "closed";
+  const Weight weight = is_good ? Weight::dim : state == "not_used" ? Weight::plain : Weight::bad;
+  return event("door_contact", door_text(message), escape(contact_words(state)), weight,
+               {{"door", number(message, "id")}, {"state", state}});
+}
+
+std::optional<Event> door_mode(const ac::Message& message) {
+  const std::string mode = text(message, "mode");
+  const std::string by = text(message, "by");
+  return event("door_mode", door_text(message), escape(mode_words(mode, by)), Weight::plain,
+               {{"door", number(message, "id")}, {"mode", mode}, {"by", by}});
 }
 
 // fields: what it has beside the user.
@@ -213,6 +232,7 @@ std::optional<Event> reader_recovery(const ac::Message& message) {
 const std::map<std::string, Maker>& makers() {
   static const auto& table = *new std::map<std::string, Maker>{
       {"identifier_decision", identification}, {"door_state", door_open},
+      {"door_contact", door_contact},          {"door_mode", door_mode},
       {"enroller_waits", enrollment_begun},    {"enroll_rfid_successful", enrollment_done},
       {"enroll_timeout", enrollment_late},     {"enroller_error", enrollment_failed},
       {"gpio_notified", line_changed},         {"config_param_set", setting_changed},

@@ -11,7 +11,7 @@
 
 namespace achost {
 
-// Lines 0 to 259, virtual ones and all 0 at the start, as a user of the bus:
+// Lines 0 to 260, virtual ones and all 0 at the start, as a user of the bus:
 //   "gpio_current_state" {int "gpio"}: answered with int "value", 0 or 1;
 //   "gpio_set_value" {int "gpio", int "value"}: sets the line, to 1 when the value is not 0, unless a wire does that.
 // A change of a line, however it came about, is told with int64 "at", ns of CLOCK_MONOTONIC:

@@ -24,10 +24,11 @@ constexpr const char* kNoLongerValid = "no_longer_valid";
 }  // namespace
 
 IdentifierService::IdentifierService(const UserStore& users, const SettingsChanges& changes, const Bookkeeping& books,
-                                     WallClock now)
+                                     std::function<bool()> is_locked, WallClock now)
     : users_(users),
       changes_(changes),
       books_(books),
+      is_locked_(std::move(is_locked)),
       now_(std::move(now)),
       subscriber_("identifier", {{"identifier_new_card", [this](ac::Message* message) { identify(*message); }, false},
                                  {"identifier_supress_actions", [this](ac::Message*) { ++suppressions_; }, false},
@@ -121,6 +122,9 @@ std::vector<std::string> IdentifierService::refusals_of(const std::optional<User
     add_refusals_of_user(*holder, refusals);
   } else {
     refusals.emplace_back("unknown");
+  }
+  if (is_locked_()) {
+    refusals.emplace_back("door_locked");
   }
   if (is_stricter_mode_awaited()) {
     refusals.emplace_back("mode_awaited");

@@ -24,6 +24,7 @@ namespace achost {
 //   "blocked"          its user is blocked
 //   "not_yet_valid"    his time has not come
 //   "no_longer_valid"  his time is over
+//   "door_locked"      the door's mode keeps cards out
 //   "mode_awaited"     an operation mode is stored that lets fewer cards in, and it is not in force yet
 //   "journal_unwritable"  the journal is required, and cannot be written
 //   "opens"            "actuator_open_door" of door 1 follows
@@ -35,9 +36,10 @@ class IdentifierService {
   // ms since 1970 UTC; called on the service's delivery thread.
   using WallClock = std::function<std::int64_t()>;
 
-  // All must outlive the service.
-  IdentifierService(const UserStore& users, const SettingsChanges& changes, const Bookkeeping& books,
-                    WallClock now = system_time);
+  // All must outlive the service. is_locked: whether the door's mode keeps cards out; called likewise.
+  IdentifierService(
+      const UserStore& users, const SettingsChanges& changes, const Bookkeeping& books,
+      std::function<bool()> is_locked = [] { return false; }, WallClock now = system_time);
 
  private:
   struct Decision {
@@ -58,6 +60,7 @@ class IdentifierService {
   const UserStore& users_;
   const SettingsChanges& changes_;
   const Bookkeeping& books_;
+  const std::function<bool()> is_locked_;
   const WallClock now_;
   int suppressions_ = 0;            // used by the subscriber's delivery thread only
   refhost::Subscriber subscriber_;  // last: it stops using the others before they go

@@ -63,11 +63,28 @@ TEST_F(EventTest, AUserWithANameIsSaidByIt) {
   }
 }
 
+TEST_F(EventTest, WhatTheDoorDoesAndItsModeAreSaid) {
+  ac::Message contact("door_contact");
+  contact.add_int("id", 1);
+  contact.add_string("state", "forced");
+  EXPECT_EQ(line(contact), "03:04:05.006  door 1                        was forced: opened without a release");
+  EXPECT_EQ(json(contact),
+            R"({"event":"door_contact","time":"2026-01-02T03:04:05.006+00:00","door":1,"state":"forced"})");
+  ac::Message mode("door_mode");
+  mode.add_int("id", 1);
+  mode.add_string("mode", "unlocked");
+  mode.add_string("by", "input");
+  EXPECT_EQ(line(mode), "03:04:05.006  door 1                        is in mode unlocked, by the mode switch");
+  EXPECT_EQ(json(mode),
+            R"({"event":"door_mode","time":"2026-01-02T03:04:05.006+00:00","door":1,"mode":"unlocked","by":"input"})");
+}
+
 TEST_F(EventTest, TheOtherOutcomesAreSaid) {
   const std::vector<std::pair<std::string, std::string>> outcomes = {
       {"unknown", "refused, nobody's card"},
       {"held_back", "held back, a card is being enrolled"},
       {"failed", "refused, the users cannot be read"},
+      {"door_locked", "refused, the door is locked"},
       {"new\n", "new\\n"}};
   for (const auto& [outcome, words] : outcomes) {
     ac::Message message("identifier_decision");

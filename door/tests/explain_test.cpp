@@ -70,6 +70,30 @@ TEST_F(ExplainTest, AnOpeningIsToldWithTheTimeOfTheRelay) {
             "Card 33 of Ana (7) opened the door at 10:00:05.000: the relay was on from 10:00:05.002 to 10:00:08.002.");
 }
 
+TEST_F(ExplainTest, AnOpeningIsToldWithWhatTheDoorsContactSaidOfIt) {
+  const auto come = [this](std::int64_t time, const char* state) {
+    fate(time, 1, Reason::kAnnounced);
+    entry(Kind::identification, time + 1, {{"outcome", "opens"}}, 33, 7);
+    entry(Kind::opening, time + 2);
+    entry(Kind::contact, time + 1500, {{"state", state}});
+    entry(Kind::closing, time + 3002);
+  };
+  come(kTen + 5000, "opened");
+  entry(Kind::contact, kTen + 9000, {{"state", "closed"}});
+  come(kTen + 15000, "not_used");
+  const auto answer = ask();
+  EXPECT_TRUE(answer.opened);
+  EXPECT_THAT(reasons(answer), ElementsAre(Reason::kRelayOn, Reason::kDoorNotUsed, Reason::kAnnounced));
+  const auto before = ask(kTen + 5000);
+  EXPECT_THAT(reasons(before), ElementsAre(Reason::kRelayOn, Reason::kDoorOpened, Reason::kAnnounced));
+  EXPECT_EQ(before.reasons.at(1).second, "the door itself was opened at 10:00:06.500");
+  entry(Kind::mode, kTen + 20000, {{"mode", "locked"}, {"asked", "schedule"}});
+  const auto text = text_of(ask(), "1970-01-01");
+  EXPECT_THAT(text, HasSubstr("10:00:09.000  the door is shut\n"));
+  EXPECT_THAT(text, HasSubstr("10:00:16.500  the door was released, and nobody opened it\n"));
+  EXPECT_THAT(text, HasSubstr("10:00:20.000  the door is in mode locked, by its schedule\n"));
+}
+
 TEST_F(ExplainTest, ADoorThatWasOpenAlreadyStayedSo) {
   entry(Kind::opening, kTen + 4000);
   fate(kTen + 5000, 1, Reason::kAnnounced);
@@ -84,7 +108,8 @@ TEST_F(ExplainTest, EachOutcomeThatDoesNotOpenIsAReason) {
       {"unknown", Reason::kNobodysCard},        {"blocked", Reason::kUserBlocked},
       {"not_yet_valid", Reason::kNotYetValid},  {"no_longer_valid", Reason::kNoLongerValid},
       {"held_back", Reason::kHeldByEnrollment}, {"failed", Reason::kUsersUnreadable},
-      {"mode_awaited", Reason::kModeAwaited},   {"journal_unwritable", Reason::kJournalUnwritable}};
+      {"mode_awaited", Reason::kModeAwaited},   {"journal_unwritable", Reason::kJournalUnwritable},
+      {"door_locked", Reason::kDoorLocked}};
   std::int64_t time = kTen;
   for (const auto& [outcome, reason] : outcomes) {
     time += 10 * kSecondMs;

@@ -71,6 +71,7 @@ TEST_F(Plan, GivesEachLineItsNumberOnTheBus) {
   given["host.door_contact"] = "CONTACT";
   given["host.tamper_contact"] = "CASE";
   given["host.reader_reset"] = "RST";
+  given["host.mode_switch"] = "KEY";
   std::vector<std::pair<std::string, int>> numbers;
   std::vector<std::string> outputs;
   for (const auto& line : gpio_plan(values()).lines) {
@@ -81,7 +82,8 @@ TEST_F(Plan, GivesEachLineItsNumberOnTheBus) {
   }
   EXPECT_THAT(numbers, ElementsAre(std::pair("relay_2", 18), std::pair("relay_8", 24), std::pair("exit_button", 256),
                                    std::pair("trigger_input", 5), std::pair("door_contact", 257),
-                                   std::pair("tamper_contact", 258), std::pair("reader_reset", 259)));
+                                   std::pair("tamper_contact", 258), std::pair("mode_switch", 260),
+                                   std::pair("reader_reset", 259)));
   EXPECT_THAT(outputs, ElementsAre("LOCK", "8", "RST"));
 }
 

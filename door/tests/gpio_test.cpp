@@ -110,14 +110,14 @@ TEST_F(Gpio, ChangesAreToldWithTheirTime) {
 
 TEST_F(Gpio, LineOutOfRangeIsLoggedAndNotAnswered) {
   capture_log();
-  EXPECT_EQ(state_of(260), std::nullopt);
+  EXPECT_EQ(state_of(261), std::nullopt);
   EXPECT_EQ(state_of(-1), std::nullopt);
-  set(260, 1);
+  set(261, 1);
   EXPECT_EQ(state_of(0), 0);
   const std::string log = captured_log();
-  EXPECT_NE(log.find("\"gpio_current_state\" of line 260: there are lines 0 to 259"), std::string::npos) << log;
+  EXPECT_NE(log.find("\"gpio_current_state\" of line 261: there are lines 0 to 260"), std::string::npos) << log;
   EXPECT_NE(log.find("\"gpio_current_state\" of line -1"), std::string::npos) << log;
-  EXPECT_NE(log.find("\"gpio_set_value\" of line 260"), std::string::npos) << log;
+  EXPECT_NE(log.find("\"gpio_set_value\" of line 261"), std::string::npos) << log;
 }
 
 TEST_F(Gpio, MessageWithoutItsFieldsIsLoggedAndChangesNothing) {

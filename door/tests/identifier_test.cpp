@@ -31,6 +31,7 @@ class Identifier : public Services {
   Alarms alarms;
   SettingsChanges changes{settings(), alarms};
   std::atomic<bool> lets_open = true;
+  std::atomic<bool> is_locked = false;
   Recorder<std::string> order;  // what was noted and what was sent, in their order
   const Bookkeeping books{.note = [this](const Entry& entry) { order.add(text_of_entry(entry)); },
                           .lets_open = [this] { return lets_open.load(); }};
@@ -38,7 +39,8 @@ class Identifier : public Services {
   std::optional<IdentifierService> identifier = std::nullopt;
   void identify_by(const UserStore& store) {
     identifier.reset();
-    identifier.emplace(store, changes, books, [this] { return now.load(); });
+    identifier.emplace(
+        store, changes, books, [this] { return is_locked.load(); }, [this] { return now.load(); });
   }
 
  private:
@@ -55,6 +57,16 @@ class Identifier : public Services {
 };
 
 const std::string kKnownOpens = "identifier_decision value=-1 device_id=1 uuid=u outcome=opens user_id=7";
+
+TEST_F(Identifier, ADoorThatIsLockedOpensForNoCard) {
+  is_locked = true;
+  present(-1);
+  EXPECT_EQ(seen(1), Texts({"identifier_decision value=-1 device_id=1 uuid=u outcome=door_locked user_id=7"}));
+  EXPECT_EQ(order.wait_for(1).at(0), "identification 18446744073709551615 7 door_locked");
+  is_locked = false;
+  present(-1);
+  EXPECT_EQ(seen(3).at(2), "actuator_open_door id=1 reason=0");
+}
 
 TEST_F(Identifier, AKnownCardOpensTheDoor) {
   present(-1);

@@ -38,17 +38,20 @@ TEST_F(JournalFeedTest, NotesWhatTheBusTellsAndNothingElse) {
   send("enroll_timeout", {{"user_id", kUser}, {"reason", "gone"}});
   send("enroller_error", {{"error", 9}, {"user_id", kUser}, {"reason", "another runs"}});
   send("reader_state", {{"state", "silent"}, {"cause", "no answer"}, {"way_out", "look"}});
+  send("door_contact", {{"id", 1}, {"state", "forced"}});
+  send("door_mode", {{"id", 1}, {"mode", "locked"}, {"by", "input"}});
   send("alarm", {{"name", "disk"}, {"text", "full"}, {"standing", 1}});
   send("alarm", {{"name", "disk"}, {"text", "full"}, {"standing", 0}});
   send("audit_log_created", {{"id", std::int64_t{12}}, {"time", "t"}, {"type", 1}, {"details", "d"}});
   send("audit_log_created", {{"id", std::int64_t{13}}, {"time", "t"}, {"type", 99}, {"details", "d"}});
   EXPECT_THAT(
-      noted(11),
+      noted(13),
       testing::ElementsAre(
           R"(closing - - {"door":1})", "exit_request - - {}", R"(enrollment 7 18446744073709551615 {"outcome":"done"})",
           R"(enrollment 7 - {"outcome":"timeout"})", R"(enrollment 7 - {"outcome":"given_up","reason":"gone"})",
           R"(enrollment 7 - {"outcome":"failed","reason":"another runs","error":9})",
-          R"(reader_state - - {"state":"silent","cause":"no answer"})",
+          R"(reader_state - - {"state":"silent","cause":"no answer"})", R"(contact - - {"state":"forced"})",
+          R"(mode - - {"mode":"locked","asked":"input"})",
           R"(alarm - - {"name":"disk","state":"stands","text":"full"})",
           R"(alarm - - {"name":"disk","state":"over","text":"full"})", R"(audit - - {"audit":12,"type":"config"})",
           R"(audit - - {"audit":13,"type":"?"})"));

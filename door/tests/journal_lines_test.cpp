@@ -65,6 +65,7 @@ TEST(JournalLinesTest, EachKindIsASentence) {
   EXPECT_EQ(refused("no_longer_valid"), "somebody card 33 was refused: the time of who has it is over");
   EXPECT_EQ(refused("held_back"), "somebody card 33 held back: a card is being enrolled");
   EXPECT_EQ(refused("mode_awaited"), "somebody card 33 was refused: the stored operation mode is not in force yet");
+  EXPECT_EQ(refused("door_locked"), "somebody card 33 was refused: the door is locked");
   EXPECT_EQ(refused("failed"), "somebody card 33 was refused: the users cannot be read");
   EXPECT_EQ(refused("journal_unwritable"), "somebody card 33 was refused: the journal cannot be written");
   EXPECT_EQ(refused("a new one"), "somebody card 33 a new one");
@@ -100,6 +101,31 @@ TEST(JournalLinesTest, EachKindIsASentence) {
             "journal lacks 12 entries: full");
   EXPECT_EQ(sentence({.kind = Kind::retention, .fields = {{"first", std::int64_t{1}}, {"last", std::int64_t{1000}}}}),
             "journal let entries 1 to 1,000 go");
+  const auto contact = [&](const char* state) {
+    return sentence({.kind = Kind::contact, .fields = {{"state", state}}});
+  };
+  EXPECT_EQ(contact("opened"), "door is open");
+  EXPECT_EQ(contact("closed"), "door is shut");
+  EXPECT_EQ(contact("forced"), "door was forced: opened without a release");
+  EXPECT_EQ(contact("held_warning"), "door stands open");
+  EXPECT_EQ(contact("held_alarm"), "door has been left open");
+  EXPECT_EQ(contact("not_used"), "door was released, and nobody opened it");
+  EXPECT_EQ(contact("a new one"), "door a new one");
+  for (const auto& [by, words] : {std::pair("command", ", by command"),
+                                  {"input", ", by the mode switch"},
+                                  {"schedule", ", by its schedule"},
+                                  {"nobody", ""}}) {
+    EXPECT_EQ(sentence({.kind = Kind::mode, .fields = {{"mode", "locked"}, {"asked", by}}}),
+              std::string("door is in mode locked") + words);
+  }
+  EXPECT_EQ(
+      sentence({.kind = Kind::command, .fields = {{"what", "open"}, {"by_uid", std::int64_t{0}}, {"by", "root"}}}),
+      "root opened the door by command");
+  EXPECT_EQ(
+      sentence(
+          {.kind = Kind::command,
+           .fields = {{"what", "locked"}, {"seconds", std::int64_t{5400}}, {"by_uid", std::int64_t{7}}, {"by", ""}}}),
+      "uid 7 told the door to be locked for 1 h 30 min");
   EXPECT_EQ(sentence({.kind = Kind::audit, .fields = {{"audit", std::int64_t{12}}, {"type", "config"}}}),
             "audit log record 12 (config)");
 }

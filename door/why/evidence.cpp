@@ -32,7 +32,7 @@ Evidence evidence_of(const std::filesystem::path& state, const Question& questio
   add_last(state, {Kind::start, Kind::end}, since, evidence);
   Journal::read(state,
                 {.kinds = {Kind::identification, Kind::opening, Kind::closing, Kind::refusal, Kind::reader_state,
-                           Kind::start, Kind::end},
+                           Kind::start, Kind::end, Kind::contact, Kind::mode},
                  .since = since,
                  .until = until},
                 [&](const JournalEntry& entry) { evidence.entries.push_back(entry); });

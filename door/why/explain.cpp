@@ -5,6 +5,8 @@
 #include <sstream>
 #include <string_view>
 
+#include "door/base/door_words.h"
+
 namespace achost::why {
 namespace {
 
@@ -48,6 +50,7 @@ std::optional<Reason> refusal_of(std::string_view outcome) {
       {"not_yet_valid", Reason::kNotYetValid},  {"no_longer_valid", Reason::kNoLongerValid},
       {"held_back", Reason::kHeldByEnrollment}, {"failed", Reason::kUsersUnreadable},
       {"mode_awaited", Reason::kModeAwaited},   {"journal_unwritable", Reason::kJournalUnwritable},
+      {"door_locked", Reason::kDoorLocked},
   };
   const auto* const found = std::ranges::find(kOutcomes, outcome, &std::pair<std::string_view, Reason>::first);
   return found == std::end(kOutcomes) ? std::nullopt : std::optional(found->second);
@@ -192,6 +195,21 @@ class Explainer {
     const Facts facts{{"since", time_text(opening->time.wall)},
                       {"until", closing == end ? "now" : time_text(closing->time.wall)}};
     reading.reasons.emplace_back(Reason::kRelayOn, sentence(Reason::kRelayOn, facts));
+    add_use(opening, reading.reasons);
+  }
+
+  // What the door's contact has said of an opening; nothing where there is none.
+  void add_use(std::vector<JournalEntry>::const_iterator opening, Reasons& reasons) const {
+    const auto next = std::find_if(std::next(opening), evidence_.entries.end(),
+                                   [](const JournalEntry& entry) { return entry.entry.kind == Kind::opening; });
+    const auto use = std::find_if(opening, next, [](const JournalEntry& entry) {
+      const auto state = entry.entry.kind == Kind::contact ? field(entry, "state") : "";
+      return state == "opened" || state == "not_used";
+    });
+    if (use != next) {
+      const auto reason = field(*use, "state") == "opened" ? Reason::kDoorOpened : Reason::kDoorNotUsed;
+      reasons.emplace_back(reason, sentence(reason, {{"since", time_text(use->time.wall)}}));
+    }
   }
 
   // The opening that stands at an entry; the end when the door is shut then.
@@ -237,6 +255,14 @@ class Explainer {
                             .reasons = {}});
           break;
         }
+        case Kind::contact:
+          lines_.push_back({.time = time, .text = "the door " + contact_words(field(entry, "state")), .reasons = {}});
+          break;
+        case Kind::mode:
+          lines_.push_back({.time = time,
+                            .text = "the door " + mode_words(field(entry, "mode"), field(entry, "asked")),
+                            .reasons = {}});
+          break;
         case Kind::start:
           lines_.push_back({.time = time, .text = "the door daemon begins", .reasons = {}});
           break;

@@ -49,6 +49,9 @@ enum class Reason : std::uint8_t {
   kRelayOfDetector,
   kJournalUnwritable,
   kRelayOn,
+  kDoorLocked,
+  kDoorOpened,
+  kDoorNotUsed,
 };
 
 enum class Stage : std::uint8_t { kLine, kRules, kDoor };  // who tells it
@@ -61,7 +64,7 @@ struct ReasonRow {
 };
 
 // By reason.
-inline constexpr std::array<ReasonRow, 34> kReasons{{
+inline constexpr std::array<ReasonRow, 37> kReasons{{
     {Reason::kNeverInField, "never_in_field", Stage::kLine, "it was not in the field: no answer of the reader has it"},
     {Reason::kReaderSilent, "reader_silent", Stage::kLine, "the reader was silent from {since} on"},
     {Reason::kReaderNoisy, "reader_noisy", Stage::kLine, "the reader's answers were not good from {since} on: {text}"},
@@ -112,6 +115,9 @@ inline constexpr std::array<ReasonRow, 34> kReasons{{
     {Reason::kJournalUnwritable, "journal_unwritable", Stage::kDoor,
      "the journal could not be written, and host.journal_required is on"},
     {Reason::kRelayOn, "relay_on", Stage::kDoor, "the relay was on from {since} to {until}"},
+    {Reason::kDoorLocked, "door_locked", Stage::kDoor, "the door was in mode locked, and no card opened it"},
+    {Reason::kDoorOpened, "door_opened", Stage::kDoor, "the door itself was opened at {since}"},
+    {Reason::kDoorNotUsed, "door_not_used", Stage::kDoor, "the door itself was not opened then"},
 }};
 
 constexpr const ReasonRow& row_of(Reason reason) { return kReasons[static_cast<std::size_t>(reason)]; }

@@ -64,6 +64,16 @@ TEST(Schema, HasEverySettingOfThePluginAndTheHostWithItsDefault) {
       {"host.tamper_contact", ""},
       {"host.reader_reset", ""},
       {"host.door_fail", "secure"},
+      {"host.door_grace", "1000"},
+      {"host.door_held_warning", "30"},
+      {"host.door_held_alarm", "60"},
+      {"host.door_handle_opens", "0"},
+      {"host.door_relock", "time"},
+      {"host.door_mode", "auto"},
+      {"host.mode_switch", ""},
+      {"host.mode_switch_mode", "locked"},
+      {"host.locked_schedule", ""},
+      {"host.unlocked_schedule", ""},
       {"system.usb_port_enabled", "1"},
   };
   std::map<std::string, std::string> found;
@@ -104,7 +114,8 @@ TEST(Schema, SaysWhichSettingsApplyWhileThePluginRuns) {
                                           "trigger_input",
                                           "door_contact",
                                           "tamper_contact",
-                                          "reader_reset"};
+                                          "reader_reset",
+                                          "mode_switch"};
   for (const Setting& setting : SettingsSchema::builtin().settings()) {
     EXPECT_EQ(setting.live, !at_start.contains(setting.key)) << setting.key;
   }
