@@ -319,7 +319,7 @@ TEST(Achost, WithoutASubcommandIsWrongUsage) {
   const auto result = achost({});
   EXPECT_EQ(result.status, 2);
   EXPECT_EQ(result.err,
-            "achost: give a command: run, config, status, events, gpio, rex, enroll, field, health, recording, "
+            "achost: give a command: run, config, status, events, door, gpio, rex, enroll, field, health, recording, "
             "journal, why, audit, user, card, check, backup, restore; see "
             "achost --help\n");
 }
