@@ -1,5 +1,6 @@
 #include "door/services/people_rows.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "door/base/encoding.h"
@@ -80,6 +81,18 @@ const char* difference(const UserChange& first, const UserChange& later) {
 
 void refuse_line(const std::string& name, std::size_t line, const std::string& text) {
   throw Failure(kUsage, name + ":" + std::to_string(line) + ": " + text);
+}
+
+std::string_view utf8_text(std::string_view text, const std::string& name) {
+  constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+  if (text.starts_with(kByteOrderMark)) {
+    text.remove_prefix(kByteOrderMark.size());
+  }
+  if (const auto end = utf8_end(text); end != text.size()) {
+    refuse_line(name, static_cast<std::size_t>(std::ranges::count(text.substr(0, end), '\n')) + 1,
+                "this is no UTF-8: save the file as UTF-8");
+  }
+  return text;
 }
 
 void PeopleRows::take(const PeopleCells& cells, std::size_t line) {

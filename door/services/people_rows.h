@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -56,6 +57,9 @@ class PeopleRows {
   std::unordered_map<std::int64_t, std::size_t> users_;   // places in the import
   std::unordered_map<std::uint64_t, std::size_t> cards_;  // likewise
 };
+
+// A text as it stands in a file: without a byte order mark. Throws as refuse_line() does where it is no UTF-8.
+std::string_view utf8_text(std::string_view text, const std::string& name);
 
 // Throws Failure (kUsage): "NAME:LINE: text".
 [[noreturn]] void refuse_line(const std::string& name, std::size_t line, const std::string& text);

@@ -218,14 +218,7 @@ std::string people_as_text(const People& people, PeopleForm form) {
 }
 
 PeopleImport parse_people(std::string_view text, const std::string& name, std::optional<PeopleForm> form) {
-  constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
-  if (text.starts_with(kByteOrderMark)) {
-    text.remove_prefix(kByteOrderMark.size());
-  }
-  if (const auto end = utf8_end(text); end != text.size()) {
-    refuse_line(name, static_cast<std::size_t>(std::ranges::count(text.substr(0, end), '\n')) + 1,
-                "this is no UTF-8: save the file as UTF-8");
-  }
+  text = utf8_text(text, name);
   const bool is_json = form.has_value() ? *form == PeopleForm::json : text.starts_with('{');
   return is_json ? read_json(text, name) : CsvPeople(text, name).read();
 }

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cinttypes>
 #include <cstdio>
+#include <utility>
 
 #include "door/base/encoding.h"
 #include "door/base/local_time.h"
@@ -36,6 +37,8 @@ User changed(const User* before, bool is_damaged, const UserChange& change) {
   user.from = change.from.value_or(user.from);
   user.until = change.until.value_or(user.until);
   user.blocked = change.blocked.value_or(user.blocked);
+  user.schedule = change.schedule.value_or(user.schedule);
+  user.pause = change.pause.value_or(user.pause);
   return user;
 }
 
@@ -46,6 +49,21 @@ bool PeopleChange::is_nothing() const {
 std::string named(std::int64_t id, const std::string& name) {
   const std::string number = std::to_string(id);
   return name.empty() ? "user " + number : refhost::log::escape(name) + " (" + number + ")";
+}
+
+std::string text_of_pause(std::int64_t pause) {
+  constexpr std::pair<std::int64_t, const char*> kUnits[] = {{24LL * 60 * 60, " d"}, {60LL * 60, " h"}, {60, " min"}};
+  for (const auto& [seconds, name] : kUnits) {
+    if (pause != 0 && pause % seconds == 0) {
+      return std::to_string(pause / seconds) + name;
+    }
+  }
+  return std::to_string(pause) + " s";
+}
+
+std::string fault_of_schedule(const User& user) {
+  return "there is no schedule " + in_quotes(user.schedule) + " for " + named(user) +
+         ": achost schedule list shows all";
 }
 
 std::string fault_of(const User& user) {
@@ -62,6 +80,9 @@ std::string fault_of(const User& user) {
   if (user.from != 0 && user.until != 0 && user.from >= user.until) {
     return named(user) + " would be valid from " + minute(user.from) + " until " + minute(user.until) +
            ", which is not later: give another time";
+  }
+  if (user.pause < 0 || user.pause > kLongestPause) {
+    return "a pause of " + std::to_string(user.pause) + " s: give 0 s to " + text_of_pause(kLongestPause);
   }
   return "";
 }
@@ -94,6 +115,12 @@ std::string validity_of(const User& user) {
   }
   if (user.until != 0) {
     add(" ", "until " + minute(user.until));
+  }
+  if (!user.schedule.empty()) {
+    add(", ", "in " + refhost::log::escape(user.schedule));
+  }
+  if (user.pause != 0) {
+    add(", ", text_of_pause(user.pause) + " between entries");
   }
   if (user.blocked) {
     add(", ", "blocked");

@@ -16,6 +16,8 @@ struct User {
   std::int64_t from = 0;   // ms since 1970 UTC: from then on his cards open; 0: no limit
   std::int64_t until = 0;  // from then on they do not open any more; 0: no limit
   bool blocked = false;
+  std::string schedule = {};  // his cards open while it holds; empty: always
+  std::int64_t pause = 0;     // s that lie between two of his entries at least; 0: none
 
   bool operator==(const User&) const = default;
 };
@@ -36,6 +38,8 @@ struct UserChange {
   std::optional<std::int64_t> from = {};
   std::optional<std::int64_t> until = {};
   std::optional<bool> blocked = {};
+  std::optional<std::string> schedule = {};
+  std::optional<std::int64_t> pause = {};
 };
 
 // The user with the change; before: null of a new one. Of one who is not as he was stored nothing is believed but the
@@ -48,6 +52,7 @@ struct People {
   std::vector<Card> cards;
   std::set<std::int64_t> damaged_users;   // of them, those that are not as they were stored
   std::set<std::uint64_t> damaged_cards;  // likewise
+  std::set<std::string> schedules = {};   // that there are
 };
 
 // What is to become of it, in this order.
@@ -62,6 +67,13 @@ struct PeopleChange {
 
 inline constexpr std::size_t kLongestName = 256;          // bytes
 inline constexpr std::size_t kLongestRegistration = 256;  // bytes
+inline constexpr std::int64_t kLongestPause = 366LL * 24 * 60 * 60;
+
+// A time as people give it: "90 s", "5 min", "8 h"; in whole seconds.
+std::string text_of_pause(std::int64_t pause);
+
+// What is wrong with a user whose schedule is not there, with the way out.
+std::string fault_of_schedule(const User& user);
 
 // What is wrong with a user, for a person, with the way out; empty when nothing is.
 std::string fault_of(const User& user);
@@ -80,7 +92,8 @@ std::string hexadecimal(std::uint64_t card);
 // "card 33 (0x21)".
 std::string named_card(std::uint64_t card);
 
-// When his cards open, for a person: "from 2026-01-01 00:00 until 2027-01-01 00:00, blocked"; empty without any limit.
+// When his cards open, for a person: "from 2026-01-01 00:00 until 2027-01-01 00:00, in office, 5 min between entries,
+// blocked"; empty without any limit.
 std::string validity_of(const User& user);
 
 }  // namespace achost

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -9,7 +11,7 @@
 
 namespace achost {
 
-// Tables in the order of the numbers, which are searched by halves: 16 bytes a card, 72 a user and what a name has
+// Tables in the order of the numbers, which are searched by halves: 16 bytes a card, 64 a user and what a name has
 // beyond 15 bytes. For one thread at a time.
 class UserMemory {
  public:
@@ -22,8 +24,8 @@ class UserMemory {
       damaged_user,  // what is stored of its user is not what was written
     };
     Kind kind = Kind::nobody;
-    const User* user = nullptr;  // until the next change; of the last two kinds null
-    std::int64_t id = 0;         // of the user, where he is known
+    std::optional<User> user = {};  // of the kind of that name
+    std::int64_t id = 0;            // of the user, where he is known
   };
 
   Holder holder_of(std::uint64_t card) const;
@@ -44,7 +46,13 @@ class UserMemory {
 
  private:
   struct StoredUser {
-    User user;
+    std::int64_t id;
+    std::string name;
+    std::int64_t from;
+    std::int64_t until;
+    std::uint32_t pause;
+    std::uint16_t schedule;  // a place in schedules_
+    bool blocked;
     bool is_right;
   };
   struct StoredCard {
@@ -52,6 +60,11 @@ class UserMemory {
     std::int64_t user;
   };
 
+  std::optional<std::uint16_t> place_of_schedule(const std::string& name);
+  User user_of(const StoredUser& stored) const;
+
+  std::map<std::string, std::uint16_t> places_;  // of the schedules that users have
+  std::vector<std::string> schedules_{""};
   std::vector<StoredUser> users_;
   std::vector<StoredCard> cards_;
   std::vector<StoredCard> damaged_cards_;

@@ -16,7 +16,9 @@ User user_of(SQLite::Statement& row) {
           .name = row.getColumn(2).getString(),
           .from = row.getColumn(3).getInt64(),
           .until = row.getColumn(4).getInt64(),
-          .blocked = row.getColumn(5).getInt64() != 0};
+          .blocked = row.getColumn(5).getInt64() != 0,
+          .schedule = row.getColumn(6).getString(),
+          .pause = row.getColumn(7).getInt64()};
 }
 
 Card card_of(SQLite::Statement& row) {
@@ -26,8 +28,16 @@ Card card_of(SQLite::Statement& row) {
           .enrolled = row.getColumn(4).getString()};
 }
 
-#define USER_COLUMNS "id, name, valid_from, valid_until, blocked"
+#define USER_COLUMNS_OF_3 "id, name, valid_from, valid_until, blocked"
+#define USER_COLUMNS USER_COLUMNS_OF_3 ", schedule, pause"
 #define CARD_COLUMNS "value, user, registration, enrolled"
+#define WINDOW_COLUMNS "schedule, days, opens, closes"
+#define HOLIDAY_COLUMNS "day, name"
+
+#define TABLES_OF_SCHEDULES                                                                             \
+  "CREATE TABLE windows(schedule TEXT NOT NULL, days INTEGER NOT NULL, opens INTEGER NOT NULL, closes " \
+  "INTEGER NOT NULL, sum INTEGER);"                                                                     \
+  "CREATE TABLE holidays(day INTEGER PRIMARY KEY, name TEXT NOT NULL, sum INTEGER)"
 
 // The cards with the highest bit set, negative in the file, come last, as unsigned numbers do. Two walks in the order
 // of the file take no sorting.
@@ -53,14 +63,14 @@ void run_with(SQLite::Database& database, const char* sql, std::int64_t number) 
 // 0 stands for no limit, and not NULL: one flipped bit makes one of the other, which the sum would not see.
 const refhost::DatabaseKind kKind = {
     .noun = "user database",
-    .version = 3,
+    .version = 4,
     .schema =
         "CREATE TABLE users(id INTEGER PRIMARY KEY, name TEXT NOT NULL, sum INTEGER, "
         "valid_from INTEGER NOT NULL DEFAULT 0, valid_until INTEGER NOT NULL DEFAULT 0, "
-        "blocked INTEGER NOT NULL DEFAULT 0);"
+        "blocked INTEGER NOT NULL DEFAULT 0, schedule TEXT NOT NULL DEFAULT '', pause INTEGER NOT NULL DEFAULT 0);"
         "CREATE TABLE cards(value INTEGER PRIMARY KEY, user INTEGER NOT NULL REFERENCES users(id) ON DELETE CASCADE, "
         "registration TEXT NOT NULL, enrolled TEXT NOT NULL, sum INTEGER);"
-        "CREATE INDEX cards_by_user ON cards(user)",
+        "CREATE INDEX cards_by_user ON cards(user);" TABLES_OF_SCHEDULES,
     .upgrades = {"ALTER TABLE users ADD COLUMN sum INTEGER; UPDATE users SET sum = row_sum(id, name);"
                  "ALTER TABLE cards ADD COLUMN sum INTEGER;"
                  "UPDATE cards SET sum = row_sum(" CARD_COLUMNS ")",
@@ -68,7 +78,11 @@ const refhost::DatabaseKind kKind = {
                  "ALTER TABLE users ADD COLUMN valid_from INTEGER NOT NULL DEFAULT 0;"
                  "ALTER TABLE users ADD COLUMN valid_until INTEGER NOT NULL DEFAULT 0;"
                  "ALTER TABLE users ADD COLUMN blocked INTEGER NOT NULL DEFAULT 0;"
-                 "UPDATE users SET sum = CASE WHEN sum IS row_sum(id, name) THEN row_sum(" USER_COLUMNS ") END"},
+                 "UPDATE users SET sum = CASE WHEN sum IS row_sum(id, name) THEN row_sum(" USER_COLUMNS_OF_3 ") END",
+                 "ALTER TABLE users ADD COLUMN schedule TEXT NOT NULL DEFAULT '';"
+                 "ALTER TABLE users ADD COLUMN pause INTEGER NOT NULL DEFAULT 0;"
+                 "UPDATE users SET sum = CASE WHEN sum IS row_sum(" USER_COLUMNS_OF_3 ") THEN row_sum(" USER_COLUMNS
+                 ") END;" TABLES_OF_SCHEDULES},
     .probe = "SELECT value, user, registration, enrolled FROM cards LIMIT 0",
     .way_out = "restore a copy of it, or move it away to begin with nobody",
 };
@@ -130,6 +144,78 @@ std::int64_t cards_of(SQLite::Database& database, std::int64_t user) {
   return row.getColumn(0).getInt64();
 }
 
+// The order of the rows is that in which they were written.
+Schedules schedules(SQLite::Database& database) {
+  Schedules all;
+  SQLite::Statement row(
+      database, "SELECT sum IS row_sum(" WINDOW_COLUMNS "), " WINDOW_COLUMNS " FROM windows ORDER BY schedule, rowid");
+  while (row.executeStep()) {
+    if (const auto name = row.getColumn(1).getString(); all.all.empty() || all.all.back().name != name) {
+      all.all.push_back({.name = name, .windows = {}});
+    }
+    all.all.back().is_right &= row.getColumn(0).getInt() == 1;
+    all.all.back().windows.push_back({.days = static_cast<Days>(row.getColumn(2).getUInt()),
+                                      .from = row.getColumn(3).getInt(),
+                                      .to = row.getColumn(4).getInt()});
+  }
+  SQLite::Statement day(database,
+                        "SELECT sum IS row_sum(" HOLIDAY_COLUMNS "), " HOLIDAY_COLUMNS " FROM holidays ORDER BY day");
+  while (day.executeStep()) {
+    all.holidays_are_right &= day.getColumn(0).getInt() == 1;
+    all.holidays.push_back(
+        {.day = LocalDay(std::chrono::days(day.getColumn(1).getInt())), .name = day.getColumn(2).getString()});
+  }
+  return all;
+}
+
+std::set<std::string> schedule_names(SQLite::Database& database) {
+  std::set<std::string> names;
+  SQLite::Statement row(database, "SELECT DISTINCT schedule FROM windows");
+  while (row.executeStep()) {
+    names.insert(row.getColumn(0).getString());
+  }
+  return names;
+}
+
+std::map<std::string, User> schedules_in_use(SQLite::Database& database) {
+  std::map<std::string, User> uses;
+  SQLite::Statement row(database, "SELECT 1, " USER_COLUMNS " FROM users WHERE schedule != '' ORDER BY id");
+  while (row.executeStep()) {
+    auto user = user_of(row);
+    uses.try_emplace(user.schedule, user);
+  }
+  return uses;
+}
+
+void replace_schedules(SQLite::Database& database, const Schedules& schedules) {
+  database.exec("DELETE FROM windows; DELETE FROM holidays");
+  SQLite::Statement window(
+      database, "INSERT INTO windows(" WINDOW_COLUMNS ", sum) VALUES(?1, ?2, ?3, ?4, row_sum(?1, ?2, ?3, ?4))");
+  for (const auto& schedule : schedules.all) {
+    for (const auto& [days, from, to] : schedule.windows) {
+      window.reset();
+      window.bind(1, schedule.name);
+      window.bind(2, std::int64_t{days});
+      window.bind(3, std::int64_t{from});
+      window.bind(4, std::int64_t{to});
+      window.exec();
+    }
+  }
+  SQLite::Statement holiday(database, "INSERT INTO holidays(" HOLIDAY_COLUMNS ", sum) VALUES(?1, ?2, row_sum(?1, ?2))");
+  for (const auto& [day, name] : schedules.holidays) {
+    holiday.reset();
+    holiday.bind(1, std::int64_t{day.time_since_epoch().count()});
+    holiday.bind(2, name);
+    holiday.exec();
+  }
+}
+
+void remove_schedule(SQLite::Database& database, const std::string& name) {
+  SQLite::Statement statement(database, "DELETE FROM windows WHERE schedule = ?");
+  statement.bind(1, name);
+  statement.exec();
+}
+
 Transaction::Transaction(SQLite::Database& database, For what) : database_(database) {
   try {
     database_.exec(what == For::writing ? "BEGIN IMMEDIATE" : "BEGIN");
@@ -156,6 +242,8 @@ void UserWriter::put(const User& user) {
   user_.bind(3, user.from);
   user_.bind(4, user.until);
   user_.bind(5, user.blocked ? 1 : 0);
+  user_.bind(6, user.schedule);
+  user_.bind(7, user.pause);
   user_.exec();
 }
 
@@ -178,9 +266,10 @@ void remove_card(SQLite::Database& database, std::uint64_t card) {
 
 UserWriter::UserWriter(SQLite::Database& database)
     : user_(database, "INSERT INTO users(" USER_COLUMNS
-                      ", sum) VALUES(?1, ?2, ?3, ?4, ?5, row_sum(?1, ?2, ?3, ?4, ?5)) ON CONFLICT(id) DO UPDATE SET "
-                      "name = excluded.name, valid_from = excluded.valid_from, valid_until = excluded.valid_until, "
-                      "blocked = excluded.blocked, sum = excluded.sum"),
+                      ", sum) VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7, row_sum(?1, ?2, ?3, ?4, ?5, ?6, ?7)) ON CONFLICT(id) "
+                      "DO UPDATE SET name = excluded.name, valid_from = excluded.valid_from, valid_until = "
+                      "excluded.valid_until, blocked = excluded.blocked, schedule = excluded.schedule, pause = "
+                      "excluded.pause, sum = excluded.sum"),
       card_(database, "INSERT INTO cards(" CARD_COLUMNS
                       ", sum) VALUES(?1, ?2, ?3, ?4, row_sum(?1, ?2, ?3, ?4)) ON CONFLICT(value) DO UPDATE SET "
                       "user = excluded.user, registration = excluded.registration, enrolled = excluded.enrolled, "
@@ -194,7 +283,13 @@ std::vector<std::string> faults(SQLite::Database& database) {
                           ") UNION ALL SELECT 'card ' || value || ' is not as it was stored, and opens nothing: remove "
                           "it and enroll it again' FROM cards WHERE sum IS NOT row_sum(" CARD_COLUMNS
                           ") UNION ALL SELECT 'card ' || value || ' is of user ' || user || ', who is not there' "
-                          "FROM cards WHERE user NOT IN (SELECT id FROM users)");
+                          "FROM cards WHERE user NOT IN (SELECT id FROM users) UNION ALL "
+                          "SELECT DISTINCT 'schedule ' || schedule || ' is not as it was stored, and never holds: "
+                          "import the schedules again' FROM windows WHERE sum IS NOT row_sum(" WINDOW_COLUMNS
+                          ") UNION ALL SELECT 'holiday ' || date(day * 86400, 'unixepoch') || ' is not as it was "
+                          "stored: import the schedules again' FROM holidays WHERE sum IS NOT row_sum(" HOLIDAY_COLUMNS
+                          ") UNION ALL SELECT 'user ' || id || ' is in schedule ' || schedule || ', which is not "
+                          "there' FROM users WHERE schedule != '' AND schedule NOT IN (SELECT schedule FROM windows)");
   while (wrong.executeStep()) {
     all.push_back(wrong.getColumn(0).getString());
   }

@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "door/services/schedule.h"
 #include "door/services/user.h"
 #include "refhost/database.h"
 
@@ -32,6 +33,17 @@ void each_count(SQLite::Database& database, const std::function<void(std::int64_
 
 // Of those that are there.
 std::map<std::int64_t, std::string> names(SQLite::Database& database, const std::set<std::int64_t>& users);
+
+// All of them, each with whether it is as it was written.
+Schedules schedules(SQLite::Database& database);
+std::set<std::string> schedule_names(SQLite::Database& database);
+
+// Which schedules users have, each with the first of them.
+std::map<std::string, User> schedules_in_use(SQLite::Database& database);
+
+// In place of all that are there.
+void replace_schedules(SQLite::Database& database, const Schedules& schedules);
+void remove_schedule(SQLite::Database& database, const std::string& name);
 
 // Nothing when there is none; second: the row is as it was written.
 std::optional<std::pair<User, bool>> user(SQLite::Database& database, std::int64_t id);

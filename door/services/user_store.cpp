@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "ac/exception.h"
+#include "door/base/failure.h"
 #include "door/base/local_time.h"
 #include "door/services/user_memory.h"
 #include "door/services/user_rows.h"
@@ -24,6 +25,11 @@ using rows::kKind;
 constexpr const char* kFileName = "users.db";
 
 std::string now() { return iso_time(std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now())); }
+
+[[noreturn]] void refuse_removal(const std::string& schedule, const User& user) {
+  throw Failure(kFailed, "schedule " + schedule + " is that of " + achost::named(user) +
+                             ", and would go: give all who have it another first, such as --schedule none");
+}
 
 }  // namespace
 
@@ -42,6 +48,7 @@ struct UserStore::Impl {
 
   std::mutex memory_mutex;  // guards the rest; taken after the other one; its holder does not wait for the disk
   UserMemory memory;
+  std::shared_ptr<const Schedules> schedules = std::make_shared<const Schedules>();
   bool is_loaded = false;  // the memory is of all that is stored; the owner's, as nobody else writes
 
   // What action() returns; SQLite's failures name the file.
@@ -93,6 +100,7 @@ struct UserStore::Impl {
 
   void load(SQLite::Database& open);
   std::optional<User> held(std::uint64_t card);
+  void tell_of_damaged_schedule(const std::string& name) const;
 };
 
 // With the mutex held.
@@ -104,22 +112,39 @@ void UserStore::Impl::load(SQLite::Database& open) {
   rows::each_user(open, [&](User user, bool is_right) { fresh.add_user(std::move(user), is_right); });
   rows::each_cards_user(
       open, [&](std::uint64_t card, std::int64_t user, bool is_right) { fresh.add_card(card, user, is_right); });
+  auto fresh_schedules = std::make_shared<const Schedules>(rows::schedules(open));
   const std::lock_guard lock(memory_mutex);
   memory = std::move(fresh);
+  schedules = std::move(fresh_schedules);
   is_loaded = is_owner;
 }
 
 // With memory_mutex held.
 std::optional<User> UserStore::Impl::held(std::uint64_t card) {
   using Kind = UserMemory::Holder::Kind;
-  const auto holder = memory.holder_of(card);
+  auto holder = memory.holder_of(card);
   const std::string where = " in " + file.string() + " is not as it was stored, ";
   if (holder.kind == Kind::damaged_card && on_damage) {
     on_damage("a card" + where + "and opens nothing: achost check tells which; remove and enroll it");
   } else if (holder.kind == Kind::damaged_user && on_damage) {
     on_damage("user " + std::to_string(holder.id) + where + "and no card of his opens: put and unblock him");
   }
-  return holder.kind == Kind::user ? std::optional(*holder.user) : std::nullopt;
+  if (holder.user.has_value() && !holder.user->schedule.empty() && on_damage) {
+    tell_of_damaged_schedule(holder.user->schedule);
+  }
+  return holder.user;
+}
+
+// With memory_mutex held.
+void UserStore::Impl::tell_of_damaged_schedule(const std::string& name) const {
+  const auto* const schedule = schedules->find(name);
+  const std::string where = " in " + file.string();
+  const std::string rest = " not as it was stored, and never holds: achost schedule import mends it";
+  if (schedule == nullptr || !schedule->is_right) {
+    on_damage("schedule " + name + where + " is" + rest);
+  } else if (!schedules->holidays_are_right) {
+    on_damage("a holiday" + where + " is not as it was stored: achost check tells which, and schedule import mends it");
+  }
 }
 
 UserStore::UserStore(const std::filesystem::path& directory, Access access)
@@ -225,6 +250,10 @@ std::optional<UserStore::Changed> UserStore::change_user(const UserChange& chang
     if (const auto fault = fault_of(result.after); !fault.empty()) {
       throw ac::ac_exception(fault, true);
     }
+    if (change.schedule.has_value() && !change.schedule->empty() &&
+        !rows::schedule_names(open).contains(*change.schedule)) {
+      throw Failure(kFailed, fault_of_schedule(result.after));
+    }
     rows::UserWriter(open).put(result.after);
     return result;
   };
@@ -234,6 +263,57 @@ std::optional<UserStore::Changed> UserStore::change_user(const UserChange& chang
     }
   };
   return impl_->change_few(write, learn);
+}
+
+std::shared_ptr<const Schedules> UserStore::schedules() const {
+  {
+    const std::lock_guard lock(impl_->memory_mutex);
+    if (impl_->is_loaded) {
+      return impl_->schedules;
+    }
+  }
+  auto read = impl_->with([&](SQLite::Database& open) {
+    const rows::Transaction transaction(open, rows::Transaction::For::reading);
+    return std::make_shared<const Schedules>(rows::schedules(open));
+  });
+  return read == nullptr ? std::make_shared<const Schedules>() : read;
+}
+
+std::optional<bool> UserStore::holds(const std::string& schedule, Schedules::Time time) const {
+  const auto all = schedules();
+  const auto* const found = all->find(schedule);
+  return found == nullptr ? std::nullopt : std::optional(all->contains(*found, time));
+}
+
+void UserStore::replace_schedules(const Schedules& schedules) {
+  const auto wanted = std::make_shared<const Schedules>(schedules);
+  const auto write = [&](SQLite::Database& open) {
+    for (const auto& [name, user] : rows::schedules_in_use(open)) {
+      if (wanted->find(name) == nullptr) {
+        refuse_removal(name, user);
+      }
+    }
+    rows::replace_schedules(open, *wanted);
+    return true;
+  };
+  impl_->change_few(write, [&](bool) { impl_->schedules = wanted; });
+}
+
+bool UserStore::remove_schedule(const std::string& name) {
+  const auto write = [&](SQLite::Database& open) {
+    const auto uses = rows::schedules_in_use(open);
+    if (const auto use = uses.find(name); use != uses.end()) {
+      refuse_removal(name, use->second);
+    }
+    const bool is_there = rows::schedule_names(open).contains(name);
+    rows::remove_schedule(open, name);
+    return is_there;
+  };
+  return impl_->change_few(write, [&](bool) {
+    auto left = std::make_shared<Schedules>(*impl_->schedules);
+    std::erase_if(left->all, [&](const Schedule& schedule) { return schedule.name == name; });
+    impl_->schedules = std::move(left);
+  });
 }
 
 std::optional<UserStore::Removed> UserStore::remove_user(std::int64_t id) {
@@ -274,6 +354,7 @@ People all_people(SQLite::Database& open) {
     }
     people.cards.push_back(std::move(card));
   });
+  people.schedules = rows::schedule_names(open);
   return people;
 }
 
@@ -368,6 +449,10 @@ refhost::StoreReport UserStore::inspect(const std::filesystem::path& directory) 
     const std::int64_t users = open.execAndGet("SELECT count(*) FROM users");
     const std::int64_t cards = open.execAndGet("SELECT count(*) FROM cards");
     report.content = refhost::counted(users, "user") + ", " + refhost::counted(cards, "card");
+    const std::int64_t schedules = open.execAndGet("SELECT count(DISTINCT schedule) FROM windows");
+    if (schedules != 0) {
+      report.content += ", " + refhost::counted(schedules, "schedule");
+    }
     report.faults = rows::faults(open);
   };
   return refhost::inspect_database("users", directory / kFileName, kKind, look);

@@ -1,6 +1,7 @@
-// Users and their cards.
+// Users and their cards, and the schedules in which these open.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -12,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "door/services/schedule.h"
 #include "door/services/user.h"
 #include "refhost/store_report.h"
 
@@ -64,7 +66,8 @@ class UserStore {
     missing,  // nothing is done when he is there
   };
 
-  // Change a user as changed() has it, or make one. Nothing when nothing is done.
+  // Change a user as changed() has it, or make one. Nothing when nothing is done. Throws Failure for a schedule that is
+  // not there.
   std::optional<Changed> change_user(const UserChange& change, Which which);
 
   struct Removed {
@@ -79,6 +82,18 @@ class UserStore {
   // In one transaction: hand over all that is stored, and do what the function makes of it. Nothing is done when it
   // throws; so does this then.
   void change_all(const std::function<PeopleChange(const People&)>& plan);
+
+  // The schedules; its owner answers from memory, and waits for nobody's writing.
+  std::shared_ptr<const Schedules> schedules() const;
+
+  // Whether that schedule holds then; nothing when there is none of that name.
+  std::optional<bool> holds(const std::string& schedule, Schedules::Time time) const;
+
+  // Have these in place of all that there are. Throws Failure, with nothing changed, when a user has one that would go.
+  void replace_schedules(const Schedules& schedules);
+
+  // False when there is none. Throws as the one before.
+  bool remove_schedule(const std::string& name);
 
   // In the order of their numbers.
   People people() const;
