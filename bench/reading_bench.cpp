@@ -123,7 +123,12 @@ class Door {
   achost::DoorService door_{books_};
   achost::Alarms alarms_;
   achost::SettingsChanges changes_{*store_, alarms_};
-  achost::IdentifierService identifier_{users_, changes_, books_};
+  achost::Visits visits_;
+  achost::ClockTrust clock_;
+  achost::IdentifierService identifier_{
+      {.users = users_, .changes = changes_, .books = books_, .visits = visits_, .clock = clock_, .is_locked = [] {
+         return false;
+       }}};
 };
 
 }  // namespace

@@ -43,11 +43,12 @@ class Device : public testing::Test {
     return result.out;
   }
 
-  // A host with an empty field; when this returns its plug-in runs. Its reader may take its time on a busy machine.
+  // A host with an empty field; when this returns its plug-in runs. Its reader may take its time on a busy machine. A
+  // card opens again at once, unless the options say otherwise.
   void start(std::vector<std::string> options = {}) {
     options.insert(options.begin(),
                    {"run", "--plugin", UHF_SO, "--state", state(), "--json", "--simulate", "--interactive", "--set",
-                    "read_interval_diff_tags=0", "--set", "serial_port_timeout=1000"});
+                    "read_interval_diff_tags=0", "--set", "serial_port_timeout=1000", "--set", "host.away_time=0"});
     host_.emplace(std::move(options));
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
     while (status().value("plugin", json()).is_null() && std::chrono::steady_clock::now() < deadline) {

@@ -1,6 +1,7 @@
 // Users and cards of a small door, changed by commands beside the host that runs.
 #include <signal.h>
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -59,6 +60,76 @@ TEST_F(People, WhatACommandChangesCountsForTheNextCardOfAHostThatRuns) {
   EXPECT_EQ(present().at("outcome"), "not_yet_valid");
   output({"user", "put", "7", "--from", "none"});
   EXPECT_EQ(present().at("outcome"), "opens");
+}
+
+TEST_F(People, OutsideHisScheduleAUsersCardOpensNothingAndWhyNamesTheNextWindow) {
+  std::filesystem::create_directory(state());
+  EXPECT_EQ(output({"schedule", "import",
+                    file("s",
+                         "name,days,from,to\nalways,mon-sun holiday,00:00,24:00\n"
+                         "never,holiday,00:00,24:00\n")}),
+            "2 schedules and 0 holidays are stored, in place of those before\n");
+  output({"card", "add", "1", "--user", "7"});
+  output({"user", "put", "7", "--name", "Ana", "--schedule", "always"});
+  start_fast();
+  EXPECT_EQ(present().at("outcome"), "opens");
+  EXPECT_EQ(output({"user", "put", "7", "--schedule", "never"}), "Ana (7) is changed, in never\n");
+  EXPECT_EQ(present().at("outcome"), "outside_schedule");
+  EXPECT_THAT(output({"why", "1"}),
+              HasSubstr("schedule never of its user Ana (7) was shut, and opens next at no time within a year"));
+  EXPECT_THAT(output({"schedule", "list"}), HasSubstr("never     shut  holiday 00:00-24:00"));
+  EXPECT_EQ(command({"schedule", "remove", "never"}).err,
+            "achost: schedule never is that of Ana (7), and would go: give all who have it another first, such as "
+            "--schedule none\n");
+  const auto exported = output({"schedule", "export"});
+  EXPECT_EQ(output({"schedule", "import", file("s", exported)}),
+            "2 schedules and 0 holidays are stored, in place of those before\n");
+  EXPECT_THAT(command({"schedule", "import", file("s", "name,days,from,to\nx,mon,8,9\n")}).err,
+              HasSubstr(":2: \"8\" is no time of the day: give 00:00 to 23:59"));
+  EXPECT_EQ(output({"schedule", "export"}), exported);
+  output({"user", "put", "7", "--schedule", "none"});
+  EXPECT_EQ(present().at("outcome"), "opens");
+  EXPECT_EQ(output({"schedule", "remove", "never"}), "schedule never is removed\n");
+}
+
+TEST_F(People, BetweenTwoEntriesOfAUserLiesHisPause) {
+  start_fast();
+  output({"card", "add", "1", "--user", "7"});
+  EXPECT_EQ(output({"user", "put", "7", "--pause", "1h 30min"}), "user 7 is changed, 90 min between entries\n");
+  EXPECT_EQ(present().at("outcome"), "opens");
+  EXPECT_EQ(present().at("outcome"), "too_soon_after_entry");
+  EXPECT_THAT(output({"why", "1"}), HasSubstr("its user 7 had come in already, and could again from "));
+  output({"user", "put", "7", "--pause", "none"});
+  EXPECT_EQ(present().at("outcome"), "opens");
+}
+
+// Shortened: five seconds for ten, and six for hours.
+TEST_F(People, ACardThatStaysOpensOnceAndAgainWhenItHasLeft) {
+  start({"--set", "read_interval=250", "--set", "host.away_time=5000"});
+  output({"card", "add", "1", "--user", "7"});
+  output({"field", "add", kKnown});
+  EXPECT_EQ(next_event("identification").at("outcome"), "opens");
+  EXPECT_EQ(next_event("identification").at("outcome"), "still_here");
+  const auto stays_until = std::chrono::steady_clock::now() + std::chrono::seconds(6);
+  const auto announced = [this] { return json::parse(output({"why", "1", "--json"})).at("timeline").size(); };
+  for (std::size_t before = announced(); std::chrono::steady_clock::now() < stays_until || announced() < before + 8;) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));  // between two questions
+  }
+  const auto why = json::parse(output({"why", "1", "--json"}));
+  EXPECT_EQ(why.at("reasons").at(0).at("code"), "still_here") << why.at("answer");
+  output({"field", "clear"});
+  const auto left = next_event("departure");
+  EXPECT_EQ(left.at("card"), 1);
+  EXPECT_GE(left.at("seconds"), 6);
+  output({"field", "add", kKnown});
+  EXPECT_EQ(next_event("identification").at("outcome"), "opens");
+  end();
+  const auto count = [this](const std::string& kind) {
+    const auto all = output({"journal", "--kind", kind, "--json"});
+    return std::ranges::count(all, '\n');
+  };
+  EXPECT_EQ(count("opening"), 2);
+  EXPECT_LE(count("identification"), 5) << "of an hour it says so a minute";
 }
 
 TEST_F(People, AreExportedAndImportedAsTheyWere) {

@@ -179,4 +179,12 @@ std::int64_t end_of(const std::string& text, std::chrono::system_clock::time_poi
   return time_with(text, now, 1);
 }
 
+std::int64_t seconds_of(const std::string& text) {
+  const bool is_number = !text.empty() && text.find_first_not_of("0123456789") == text.npos;
+  if (const auto seconds = duration(is_number ? text + "s" : text)) {
+    return *seconds;
+  }
+  throw Failure(kUsage, "\"" + refhost::log::escape(text) + "\" is no length of time: give " + kLengthsHelp);
+}
+
 }  // namespace achost

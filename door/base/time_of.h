@@ -24,4 +24,10 @@ std::int64_t time_of(const std::string& text,
 std::int64_t end_of(const std::string& text,
                     std::chrono::system_clock::time_point now = std::chrono::system_clock::now());
 
+// What a length of time may be, for a command's help.
+inline constexpr const char* kLengthsHelp = "90, 90s, 5min, 8h or \"1h 30min\"";
+
+// In seconds, of "5min", "8h", "1h 30min", or of a number of them. Throws Failure (kUsage).
+std::int64_t seconds_of(const std::string& text);
+
 }  // namespace achost

@@ -28,6 +28,8 @@ struct UserOptions {
   std::optional<std::string> name;
   std::optional<std::string> from;
   std::optional<std::string> until;
+  std::optional<std::string> schedule;
+  std::optional<std::string> pause;
   std::string card;
   std::string file;
   std::string format;
@@ -59,6 +61,13 @@ Json request_for(const char* command, const UserOptions& options) {
     if (limit.has_value()) {
       request[name] = *limit;
     }
+  }
+  const auto is_none = [](const std::string& text) { return text.empty() || text == "none"; };
+  if (options.schedule.has_value()) {
+    request["schedule"] = is_none(*options.schedule) ? "" : *options.schedule;
+  }
+  if (options.pause.has_value()) {
+    request["pause"] = is_none(*options.pause) ? 0 : seconds_of(*options.pause);
   }
   return request;
 }
@@ -160,6 +169,11 @@ void add_fields(CLI::App& command, const Options& options) {
   command.add_option("--from", options->from, "His cards open from that time on; none: no limit")->type_name("TIME");
   command.add_option("--until", options->until, "His cards open until then; a day is within it; none: no limit")
       ->type_name("TIME");
+  command.add_option("--schedule", options->schedule, "His cards open while it holds; none: always")->type_name("NAME");
+  command
+      .add_option("--pause", options->pause,
+                  std::string("So much lies between two of his entries at least: ") + kLengthsHelp + "; none: no limit")
+      ->type_name("LENGTH");
   command.footer(kTimesHelp);
 }
 
@@ -204,7 +218,9 @@ void add_users(CLI::App& app) {
   command->add_flag("--replace", options->import.replace, "Remove the users and cards that the file does not name");
   command->add_flag("--move", options->import.move, "Take cards that are somebody else's from him");
   command->add_flag("--dry-run", options->import.dry_run, "Store nothing, and tell what would become of whom");
-  command->footer("The columns are id, name, card, from, until, blocked, registration, enrolled.");
+  command->footer(
+      "The columns are id, name, card, from, until, blocked, schedule, pause, registration,\n"
+      "enrolled.");
   options = subcommand(command, user, "export", "Write all users and cards, for a copy", export_file);
   options->format = "csv";
   command->add_option("--format", options->format, "csv (the default), or jsonl: one JSON object a line")

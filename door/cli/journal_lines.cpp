@@ -89,6 +89,10 @@ Sentence identification(const Entry& entry, const JournalStyle& style) {
       {"held_back", "held back: a card is being enrolled"},
       {"door_locked", "was refused: the door is locked"},
       {"mode_awaited", "was refused: the stored operation mode is not in force yet"},
+      {"still_here", "has opened already, and is still here"},
+      {"outside_schedule", "was refused: the schedule of who has it is shut"},
+      {"too_soon_after_entry", "was refused: who has it came in too short a time ago"},
+      {"clock_untrusted", "was refused: the clock is not to be trusted, and who has it has a rule of time"},
       {"failed", "was refused: the users cannot be read"},
       {"journal_unwritable", "was refused: the journal cannot be written"}};
   const std::string outcome = text_in(entry, "outcome");

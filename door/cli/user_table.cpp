@@ -41,7 +41,9 @@ std::string users_as_json(const UsersWithCards& users) {
                      {"cards", count},
                      {"from", limit(user.from)},
                      {"until", limit(user.until)},
-                     {"blocked", user.blocked}});
+                     {"blocked", user.blocked},
+                     {"schedule", user.schedule.empty() ? Json(nullptr) : Json(user.schedule)},
+                     {"pause", user.pause}});
   }
   return text;
 }

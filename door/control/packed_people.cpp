@@ -41,6 +41,8 @@ PeopleImport::ForUser user_of(PackedReader& rows) {
   if (const auto blocked = optional_number(rows); blocked.has_value()) {
     user.change.blocked = *blocked != 0;
   }
+  user.change.schedule = optional_text(rows);
+  user.change.pause = optional_number(rows);
   return user;
 }
 
@@ -57,7 +59,7 @@ PeopleImport::ForCard card_of(PackedReader& rows) {
 }  // namespace
 
 const Json& user_columns() {
-  static const Json names = {"user", "name", "from", "until", "blocked", "cards"};
+  static const Json names = {"user", "name", "from", "until", "blocked", "schedule", "pause", "cards"};
   return names;
 }
 
@@ -74,6 +76,8 @@ std::string pack_users(const UsersWithCards& users) {
     rows.add(user.from);
     rows.add(user.until);
     rows.add(std::int64_t{user.blocked});
+    rows.add(user.schedule);
+    rows.add(user.pause);
     rows.add(cards);
   }
   return rows.bytes();
@@ -89,6 +93,8 @@ UsersWithCards unpack_users(const Json& columns, std::string_view bytes) {
     user.from = rows.number();
     user.until = rows.number();
     user.blocked = rows.number() != 0;
+    user.schedule = rows.text();
+    user.pause = rows.number();
     cards = rows.number();
   }
   return users;
@@ -129,6 +135,8 @@ std::string pack_import(const PeopleImport& import) {
     add_optional(rows, change.from);
     add_optional(rows, change.until);
     add_optional(rows, change.blocked.has_value() ? std::optional(std::int64_t{*change.blocked}) : std::nullopt);
+    add_optional(rows, change.schedule);
+    add_optional(rows, change.pause);
   }
   for (const auto& card : import.cards) {
     rows.add(static_cast<std::int64_t>(card.line));

@@ -37,7 +37,9 @@ UserChange change_of(const Json& request) {
   return {.id = user_of(request),
           .name = given<std::string>(request, "name"),
           .from = given<std::int64_t>(request, "from"),
-          .until = given<std::int64_t>(request, "until")};
+          .until = given<std::int64_t>(request, "until"),
+          .schedule = given<std::string>(request, "schedule"),
+          .pause = given<std::int64_t>(request, "pause")};
 }
 
 // The change of one thing: its function says what it did.
@@ -108,8 +110,12 @@ std::vector<ControlCommand> card_commands(Stores& stores, const ControlField& us
 
 std::vector<ControlCommand> user_commands(Stores& stores) {
   const ControlField user{"user", Type::integer};
-  const std::vector<ControlField> all = {
-      user, {"name", Type::text, false}, {"from", Type::integer, false}, {"until", Type::integer, false}};
+  const std::vector<ControlField> all = {user,
+                                         {"name", Type::text, false},
+                                         {"from", Type::integer, false},
+                                         {"until", Type::integer, false},
+                                         {"schedule", Type::text, false},
+                                         {"pause", Type::integer, false}};
   auto commands = card_commands(stores, user);
   commands.insert(commands.end(),
                   {{"user_list",

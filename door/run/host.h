@@ -21,7 +21,9 @@
 #include "door/run/reader_watch.h"
 #include "door/run/reading_watch.h"
 #include "door/run/supervisor.h"
+#include "door/run/visit_feed.h"
 #include "door/services/alarms.h"
+#include "door/services/clock_trust.h"
 #include "door/services/door_service.h"
 #include "door/services/door_supervision.h"
 #include "door/services/enroller_service.h"
@@ -29,6 +31,7 @@
 #include "door/services/identifier_service.h"
 #include "door/services/settings_changes.h"
 #include "door/services/user_store.h"
+#include "door/services/visits.h"
 #include "refhost/audit_log.h"
 #include "refhost/instance_lock.h"
 #include "refhost/loader.h"
@@ -67,6 +70,8 @@ class Host {
   bool lets_open() const;
   void see_that_all_is_well();
   void look_at_the_disk();
+  void look_at_the_clock();
+  void tell_of_departures();
   SettingsValues values() const;
   ScheduleLookup schedules() const;
   void use_real_lines();
@@ -105,7 +110,13 @@ class Host {
   GpioService gpio_;
   DoorService door_{books_};
   DoorSupervision supervision_{door_, gpio_, alarms_, values(), schedules()};
-  IdentifierService identifier_{users_, changes_, books_, [this] { return supervision_.is_locked(); }};
+  Visits visits_;
+  VisitFeed visit_feed_{settings_, visits_};
+  ClockTrust clock_;
+  IdentifierService identifier_{
+      {.users = users_, .changes = changes_, .books = books_, .visits = visits_, .clock = clock_, .is_locked = [this] {
+         return supervision_.is_locked();
+       }}};
   EnrollerService enroller_{users_};
   const JournalFeed journal_feed_{books_.note};  // before who tells of the reader's states
   ReadingWatch readings_{settings_, gpio_, books_.note, [this] { return journal_.has_room_for_sightings(); }};

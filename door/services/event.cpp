@@ -84,6 +84,10 @@ std::optional<Event> identification(const ac::Message& message) {
       {"held_back", {"held back, a card is being enrolled", Weight::plain}},
       {"door_locked", {"refused, the door is locked", Weight::bad}},
       {"mode_awaited", {"held back, the stored operation mode is not in force yet", Weight::bad}},
+      {"still_here", {"still here, has opened already", Weight::dim}},
+      {"outside_schedule", {"refused, the schedule of " + user_text(message) + " is shut", Weight::bad}},
+      {"too_soon_after_entry", {"refused, " + user_text(message) + " came in too short a time ago", Weight::bad}},
+      {"clock_untrusted", {"refused, the clock is not to be trusted", Weight::bad}},
       {"failed", {"refused, the users cannot be read", Weight::bad}},
       {"journal_unwritable", {"refused, the journal cannot be written", Weight::bad}}};
   const auto found = outcomes.find(outcome);
@@ -229,6 +233,13 @@ std::optional<Event> reader_recovery(const ac::Message& message) {
   return event("recovery", "reader", escape(text(message, "text")), Weight::dim, {{"text", text(message, "text")}});
 }
 
+std::optional<Event> departure(const ac::Message& message) {
+  const std::uint64_t card = card_of(message, "value");
+  const auto stay = long_number(message, "seconds");
+  return event("departure", named_card(card), "has left, after " + text_of_pause(stay), Weight::dim,
+               {{"card", card}, {"card_hex", hexadecimal(card)}, {"seconds", stay}});
+}
+
 const std::map<std::string, Maker>& makers() {
   static const auto& table = *new std::map<std::string, Maker>{
       {"identifier_decision", identification}, {"door_state", door_open},
@@ -238,7 +249,7 @@ const std::map<std::string, Maker>& makers() {
       {"gpio_notified", line_changed},         {"config_param_set", setting_changed},
       {"audit_log_created", record_written},   {"alarm", alarm},
       {"second_opinion", second_opinion},      {"reader_state", reader_state},
-      {"reader_recovery", reader_recovery}};
+      {"reader_recovery", reader_recovery},    {"card_left", departure}};
   return table;
 }
 

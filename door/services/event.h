@@ -19,8 +19,8 @@ struct Event {
   enum class Weight { good, bad, plain, dim };
 
   std::chrono::system_clock::time_point time;
-  std::string
-      name;  // identification, door_open, door_contact, door_mode, enrollment, relay, config, audit, gpio or alarm
+  // identification, door_open, door_contact, door_mode, enrollment, relay, config, audit, gpio, alarm or departure
+  std::string name;
   std::string subject;  // for a person: "card 33 (0x21)"
   std::string text;     // for a person: "opens for user 7"
   Weight weight = Weight::plain;

@@ -67,6 +67,10 @@ class Planner {
     if (const auto fault = fault_of(after); !fault.empty()) {
       refuse(wanted.line, fault);
     }
+    if (const auto& schedule = wanted.change.schedule;
+        !schedule.value_or("").empty() && !stored_.schedules.contains(*schedule)) {
+      refuse(wanted.line, fault_of_schedule(after));
+    }
     if (before != nullptr && *before == after && !is_damaged) {
       return;
     }

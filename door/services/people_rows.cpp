@@ -11,7 +11,7 @@ namespace achost {
 namespace {
 
 // In the order of kPeopleColumns.
-enum Column : std::size_t { kId, kName, kCard, kFrom, kUntil, kBlocked, kRegistration, kEnrolled };
+enum Column : std::size_t { kId, kName, kCard, kFrom, kUntil, kBlocked, kSchedule, kPause, kRegistration, kEnrolled };
 
 // What is wrong with a cell, without its place.
 struct CellError : Failure {
@@ -44,6 +44,18 @@ std::optional<bool> flag_of(const std::optional<std::string>& cell) {
   throw CellError("blocked cannot be " + in_quotes(*cell) + ": give 1 or 0");
 }
 
+std::optional<std::string> schedule_of(const std::optional<std::string>& cell) {
+  return cell.has_value() ? std::optional(std::string(without_blanks(*cell))) : std::nullopt;
+}
+
+// 0 of an empty cell.
+std::optional<std::int64_t> pause_of(const std::optional<std::string>& cell) {
+  if (!cell.has_value() || without_blanks(*cell).empty()) {
+    return cell.has_value() ? std::optional(std::int64_t{0}) : std::nullopt;
+  }
+  return seconds_of(std::string(without_blanks(*cell)));
+}
+
 std::int64_t id_of(const std::optional<std::string>& cell) {
   if (const auto id = user_number(without_blanks(cell.has_value() ? *cell : ""))) {
     return *id;
@@ -56,7 +68,9 @@ UserChange change_of(const PeopleCells& cells) {
                     .name = cells[kName],
                     .from = limit_of(cells[kFrom], time_of),
                     .until = limit_of(cells[kUntil], end_of),
-                    .blocked = flag_of(cells[kBlocked])};
+                    .blocked = flag_of(cells[kBlocked]),
+                    .schedule = schedule_of(cells[kSchedule]),
+                    .pause = pause_of(cells[kPause])};
   if (const auto fault = fault_of(changed(nullptr, false, change)); !fault.empty()) {
     throw CellError(fault);
   }
@@ -70,11 +84,13 @@ bool differs(const std::optional<Value>& first, const std::optional<Value>& late
 }
 
 const char* difference(const UserChange& first, const UserChange& later) {
-  return differs(first.name, later.name)         ? "name"
-         : differs(first.from, later.from)       ? "from"
-         : differs(first.until, later.until)     ? "until"
-         : differs(first.blocked, later.blocked) ? "blocked"
-                                                 : nullptr;
+  return differs(first.name, later.name)           ? "name"
+         : differs(first.from, later.from)         ? "from"
+         : differs(first.until, later.until)       ? "until"
+         : differs(first.blocked, later.blocked)   ? "blocked"
+         : differs(first.schedule, later.schedule) ? "schedule"
+         : differs(first.pause, later.pause)       ? "pause"
+                                                   : nullptr;
 }
 
 }  // namespace

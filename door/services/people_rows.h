@@ -13,8 +13,8 @@
 
 namespace achost {
 
-inline constexpr std::array kPeopleColumns = {"id",    "name",    "card",         "from",
-                                              "until", "blocked", "registration", "enrolled"};
+inline constexpr std::array kPeopleColumns = {"id",      "name",     "card",  "from",         "until",
+                                              "blocked", "schedule", "pause", "registration", "enrolled"};
 
 // What a row says in each of these columns; nothing where it says nothing.
 using PeopleCells = std::array<std::optional<std::string>, kPeopleColumns.size()>;

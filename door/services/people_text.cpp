@@ -33,7 +33,7 @@ std::optional<std::size_t> column_of(const std::string& text) {
 // Whose text is one, where a spreadsheet could see a formula.
 bool is_text(std::size_t column) {
   const std::string_view name = kPeopleColumns.at(column);
-  return name == "name" || name == "registration";
+  return name == "name" || name == "schedule" || name == "registration";
 }
 
 class CsvPeople {
@@ -149,6 +149,8 @@ std::string limit_text(std::int64_t time) {
   return time == 0 ? "" : iso_time(Milliseconds(std::chrono::milliseconds(time)));
 }
 
+std::string pause_text(std::int64_t pause) { return pause == 0 ? "" : text_of_pause(pause); }
+
 void append_csv(std::string& text, const User& user, const Card* card) {
   const std::string blocked = user.blocked ? "1" : "0";
   const std::string cells[] = {std::to_string(user.id),
@@ -157,6 +159,8 @@ void append_csv(std::string& text, const User& user, const Card* card) {
                                limit_text(user.from),
                                limit_text(user.until),
                                blocked,
+                               as_safe_cell(user.schedule),
+                               pause_text(user.pause),
                                card == nullptr ? "" : as_safe_cell(card->registration),
                                card == nullptr ? "" : card->enrolled};
   for (const auto& cell : cells) {
@@ -174,6 +178,8 @@ void append_json(std::string& text, const User& user, const Card* card) {
   object["from"] = limit_text(user.from);
   object["until"] = limit_text(user.until);
   object["blocked"] = user.blocked;
+  object["schedule"] = user.schedule;
+  object["pause"] = pause_text(user.pause);
   if (card != nullptr) {
     object["registration"] = card->registration;
     object["enrolled"] = card->enrolled;

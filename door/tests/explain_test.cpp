@@ -104,12 +104,19 @@ TEST_F(ExplainTest, ADoorThatWasOpenAlreadyStayedSo) {
 }
 
 TEST_F(ExplainTest, EachOutcomeThatDoesNotOpenIsAReason) {
-  const std::pair<const char*, Reason> outcomes[] = {
-      {"unknown", Reason::kNobodysCard},        {"blocked", Reason::kUserBlocked},
-      {"not_yet_valid", Reason::kNotYetValid},  {"no_longer_valid", Reason::kNoLongerValid},
-      {"held_back", Reason::kHeldByEnrollment}, {"failed", Reason::kUsersUnreadable},
-      {"mode_awaited", Reason::kModeAwaited},   {"journal_unwritable", Reason::kJournalUnwritable},
-      {"door_locked", Reason::kDoorLocked}};
+  const std::pair<const char*, Reason> outcomes[] = {{"unknown", Reason::kNobodysCard},
+                                                     {"blocked", Reason::kUserBlocked},
+                                                     {"not_yet_valid", Reason::kNotYetValid},
+                                                     {"no_longer_valid", Reason::kNoLongerValid},
+                                                     {"held_back", Reason::kHeldByEnrollment},
+                                                     {"failed", Reason::kUsersUnreadable},
+                                                     {"mode_awaited", Reason::kModeAwaited},
+                                                     {"journal_unwritable", Reason::kJournalUnwritable},
+                                                     {"still_here", Reason::kStillHere},
+                                                     {"outside_schedule", Reason::kOutsideSchedule},
+                                                     {"clock_untrusted", Reason::kClockUntrusted},
+                                                     {"too_soon_after_entry", Reason::kTooSoonAfterEntry},
+                                                     {"door_locked", Reason::kDoorLocked}};
   std::int64_t time = kTen;
   for (const auto& [outcome, reason] : outcomes) {
     time += 10 * kSecondMs;
@@ -132,6 +139,43 @@ TEST_F(ExplainTest, AllThatHeldACardBackIsToldWithItsTimesTheDecisiveFirst) {
                           std::pair(Reason::kNotYetValid, "its user Ana (7) is valid from 1970-01-01 10:00 on"),
                           std::pair(Reason::kNoLongerValid, "its user Ana (7) was valid until 1970-01-01 10:01"),
                           std::pair(Reason::kAnnounced, "announced")));
+}
+
+TEST_F(ExplainTest, ARuleThatHeldACardBackIsToldWithItsFacts) {
+  const std::tuple<std::vector<EntryField>, Reason, const char*> cases[] = {
+      {{{"outcome", "outside_schedule"}, {"schedule", "office"}, {"next", kTen + 60'000}},
+       Reason::kOutsideSchedule,
+       "schedule office of its user Ana (7) was shut, and opens next at 1970-01-01 10:01"},
+      {{{"outcome", "too_soon_after_entry"}, {"pause_ends", kTen + 60'000}},
+       Reason::kTooSoonAfterEntry,
+       "its user Ana (7) had come in already, and could again from 1970-01-01 10:01 on"},
+      {{{"outcome", "clock_untrusted"}, {"clock_known", kTen}},
+       Reason::kClockUntrusted,
+       "its user Ana (7) has a rule of time, and the clock, which had shown 1970-01-01 10:00 before, was not to be "
+       "trusted"},
+      {{{"outcome", "still_here"}, {"here_since", kTen}, {"away_time", 10'000}},
+       Reason::kStillHere,
+       "it had opened the door at 10:00:00.000 and had not left since: host.away_time is 10000 ms"}};
+  std::int64_t time = kTen;
+  for (const auto& [fields, reason, words] : cases) {
+    time += 10 * kSecondMs;
+    fate(time, 1, Reason::kAnnounced);
+    entry(Kind::identification, time, fields, 33, 7);
+    EXPECT_EQ(ask().reasons.front(), std::pair(reason, std::string(words)));
+  }
+}
+
+TEST_F(ExplainTest, ACardThatWasSaidToBeThereStillIsSoWhenItIsAnnouncedWithinTheMinute) {
+  entry(Kind::identification, kTen, {{"outcome", "opens"}}, 33, 7);
+  entry(Kind::identification, kTen + 3000, {{"outcome", "still_here"}, {"here_since", kTen}}, 33, 7);
+  entry(Kind::identification, kTen + 4000, {{"outcome", "opens"}}, 34, 8);
+  fate(kTen + 60'000, 1, Reason::kAnnounced);
+  EXPECT_THAT(reasons(ask()), ElementsAre(Reason::kStillHere, Reason::kAnnounced));
+  fate(kTen + 66'000, 1, Reason::kAnnounced);
+  EXPECT_THAT(reasons(ask()), ElementsAre(Reason::kAnnounced)) << "that was longer ago";
+  entry(Kind::identification, kTen + 67'000, {{"outcome", "unknown"}}, 33);
+  fate(kTen + 70'000, 1, Reason::kAnnounced);
+  EXPECT_THAT(reasons(ask()), ElementsAre(Reason::kAnnounced)) << "that was said of it last";
 }
 
 TEST_F(ExplainTest, UsersThatCouldNotBeReadAreToldWithTheReason) {

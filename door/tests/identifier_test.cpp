@@ -2,9 +2,14 @@
 
 #include <SQLiteCpp/SQLiteCpp.h>
 
+#include <stdlib.h>
+
+#include <array>
 #include <atomic>
+#include <ctime>
 #include <stdexcept>
 
+#include "door/services/schedule_text.h"
 #include "door/tests/service_fixture.h"
 #include "refhost/bus_view.h"
 #include "refhost/tests/captured_log.h"
@@ -18,6 +23,8 @@ class Identifier : public Services {
  protected:
   Identifier() {
     users.bind(0xFFFFFFFFFFFFFFFF, 7, "");
+    clock.look(0, true);  // time begins with the tests
+    set("away_time", 0);
     identify_by(users);
     watch({{"identifier_decision", {"value", "device_id", "uuid", "outcome", "user_id", "user_name"}},
            {"actuator_open_door", {"id", "reason"}}});
@@ -35,12 +42,18 @@ class Identifier : public Services {
   Recorder<std::string> order;  // what was noted and what was sent, in their order
   const Bookkeeping books{.note = [this](const Entry& entry) { order.add(text_of_entry(entry)); },
                           .lets_open = [this] { return lets_open.load(); }};
-  std::atomic<std::int64_t> now = 1000;  // ms since 1970
+  std::atomic<std::int64_t> now = 1000;          // ms since 1970
+  std::atomic<std::int64_t> steady = 1'000'000;  // ms
+  Visits visits;
+  ClockTrust clock;
   std::optional<IdentifierService> identifier = std::nullopt;
   void identify_by(const UserStore& store) {
     identifier.reset();
     identifier.emplace(
-        store, changes, books, [this] { return is_locked.load(); }, [this] { return now.load(); });
+        IdentifierService::Needs{store, changes, books, visits, clock, [this] { return is_locked.load(); }}, [this] {
+          return IdentifierService::Moment{.wall = now,
+                                           .steady = Visits::Time(std::chrono::milliseconds(steady.load()))};
+        });
   }
 
  private:
@@ -216,6 +229,150 @@ TEST_F(Identifier, AMessageWithoutItsCardIsLogged) {
   present(33);
   EXPECT_EQ(seen(1).front(), "identifier_decision value=33 device_id=1 uuid=u outcome=unknown");
   EXPECT_NE(refhost::test::captured_log().find("without an int64 \"value\""), std::string::npos);
+}
+
+// Schedules are in UTC then.
+class IdentifierWithRules : public Identifier {
+ protected:
+  IdentifierWithRules() {
+    setenv("TZ", "UTC0", 1);
+    tzset();
+    users.replace_schedules(
+        parse_schedules("name,days,from,to\nmorning,thu,00:00,12:00\nnever,holiday,00:00,24:00\n", "f"));
+  }
+  ~IdentifierWithRules() override {
+    unsetenv("TZ");
+    tzset();
+  }
+
+  // The rule of user 7.
+  void give(const UserChange& change) { users.change_user(change, UserStore::Which::there); }
+
+  // What the journal gets of the card of user 7; behind his number.
+  std::string noted() {
+    present(-1);
+    const auto all = order.wait_for(++count_);
+    const std::string kEntry = "identification 18446744073709551615 7 ";
+    EXPECT_EQ(all.back().substr(0, kEntry.size()), kEntry);
+    return all.back().substr(kEntry.size());
+  }
+
+ private:
+  std::size_t count_ = 0;
+};
+
+constexpr std::int64_t kHour = 3'600'000;
+
+TEST_F(IdentifierWithRules, ACardOpensWhileItsUsersScheduleHolds) {
+  give({.id = 7, .schedule = "morning"});
+  now = 0;  // 1970 begins on a Thursday
+  EXPECT_EQ(noted(), "opens");
+  now = 12 * kHour - 1;
+  EXPECT_EQ(noted(), "opens");
+  now = 12 * kHour;
+  EXPECT_EQ(noted(), "outside_schedule schedule=morning next=" + std::to_string(7 * 24 * kHour));
+  give({.id = 7, .schedule = "never"});
+  EXPECT_EQ(noted(), "outside_schedule schedule=never") << "and no window comes";
+  give({.id = 7, .schedule = ""});
+  EXPECT_EQ(noted(), "opens");
+}
+
+TEST_F(IdentifierWithRules, TheDecisionTellsTheFactsToo) {
+  users.put({.id = 7, .name = "Ana"});
+  give({.id = 7, .schedule = "morning"});
+  now = 12 * kHour;
+  std::string line;
+  const refhost::BusTap tap([&](const ac::Message& message) {
+    if (message.type() == "identifier_decision") {
+      order.add(refhost::line_of(message));
+    }
+  });
+  present(-1);
+  EXPECT_EQ(order.wait_for(2).at(1),
+            "identifier_decision value=-1 device_id=1 uuid=u outcome=outside_schedule schedule=morning next=604800000 "
+            "user_id=7 user_name=Ana");
+}
+
+TEST_F(IdentifierWithRules, BetweenTwoEntriesOfAUserLiesHisPause) {
+  users.bind(34, 7, "");
+  give({.id = 7, .pause = 60});
+  EXPECT_EQ(noted(), "opens");
+  steady = steady + 59'999;
+  EXPECT_EQ(noted(), "too_soon_after_entry pause_ends=1001") << "ms, by the wall clock";
+  now = now + kHour;  // it was set: the other clock counts
+  EXPECT_EQ(noted(), "too_soon_after_entry pause_ends=3601001");
+  present(34);
+  EXPECT_EQ(order.wait_for(4).at(3), "identification 34 7 too_soon_after_entry pause_ends=3601001")
+      << "with any of his cards";
+  steady = steady + 1;
+  present(34);
+  EXPECT_EQ(order.wait_for(5).at(4), "identification 34 7 opens");
+}
+
+TEST_F(IdentifierWithRules, AnEntryThatIsRefusedBeginsNoPause) {
+  give({.id = 7, .blocked = true, .pause = 60});
+  EXPECT_EQ(noted(), "blocked");
+  give({.id = 7, .blocked = false});
+  EXPECT_EQ(noted(), "opens");
+}
+
+TEST_F(IdentifierWithRules, AnUntrustedClockIsUsedOrDeniesOrIsIgnored) {
+  constexpr std::int64_t kKnown = kHour * 24 * 364;  // a Thursday
+  clock.know(kKnown);
+  now = 13 * kHour;
+  give({.id = 7, .schedule = "morning"});
+  EXPECT_EQ(noted(), "outside_schedule schedule=morning next=604800000");
+  settings().override_for_run("host", "untrusted_clock", "ignore");
+  EXPECT_EQ(noted(), "opens");
+  settings().override_for_run("host", "untrusted_clock", "deny");
+  EXPECT_EQ(noted(), "clock_untrusted clock_known=31449600000");
+  now = 5 * kHour;
+  EXPECT_EQ(noted(), "clock_untrusted clock_known=31449600000") << "also within his time";
+  give({.id = 7, .until = 1, .schedule = ""});
+  EXPECT_EQ(noted(), "clock_untrusted clock_known=31449600000");
+  give({.id = 7, .until = 0});
+  EXPECT_EQ(noted(), "opens") << "who has no rule of time";
+  now = kKnown;
+  give({.id = 7, .schedule = "morning"});
+  EXPECT_EQ(noted(), "opens") << "a Friday? 1971-01-01";
+}
+
+TEST_F(IdentifierWithRules, ACardThatStaysOpensOnceAndIsToldSoOnceAMinute) {
+  set("away_time", 10'000);
+  EXPECT_EQ(noted(), "opens");
+  steady = steady + 3000;
+  EXPECT_EQ(noted(), "still_here here_since=-2000 away_time=10000") << "the wall clock stands still here";
+  for (std::size_t i = 0; i < 19; ++i) {
+    steady = steady + 3000;
+    present(-1);
+    present(99);
+    EXPECT_EQ(order.wait_for(3 + i).at(2 + i), "identification 99 0 unknown") << "nothing more is said of the other";
+  }
+  steady = steady + 3000;
+  present(-1);
+  EXPECT_EQ(order.wait_for(22).at(21),
+            "identification 18446744073709551615 7 still_here here_since=-62000 away_time=10000");
+}
+
+TEST_F(IdentifierWithRules, ACardThatLeftOpensAgain) {
+  set("away_time", 10'000);
+  EXPECT_EQ(noted(), "opens");
+  steady = steady + 9900;
+  EXPECT_EQ(noted(), "still_here here_since=-8900 away_time=10000");
+  visits.read(std::array{std::uint64_t{0xFFFFFFFFFFFFFFFF}}, Visits::Time(std::chrono::milliseconds(steady + 5000)));
+  steady = steady + 5000 + 10'100;
+  EXPECT_EQ(noted(), "opens");
+}
+
+TEST_F(IdentifierWithRules, ACardThatIsRefusedIsOnNoVisit) {
+  set("away_time", 10'000);
+  give({.id = 7, .blocked = true});
+  EXPECT_EQ(noted(), "blocked");
+  give({.id = 7, .blocked = false});
+  EXPECT_EQ(noted(), "opens");
+  give({.id = 7, .blocked = true});
+  steady = steady + 3000;
+  EXPECT_EQ(noted(), "still_here also=blocked here_since=-2000 away_time=10000");
 }
 
 // A plug-in that cannot take its settings until it is let.

@@ -1,4 +1,5 @@
 #include "door/services/people_import.h"
+#include "door/services/schedule_text.h"
 
 #include <SQLiteCpp/SQLiteCpp.h>
 #include <gmock/gmock.h>
@@ -47,6 +48,24 @@ TEST_F(Import, AddsAndChangesThoseItNamesAndRemovesNobody) {
   EXPECT_EQ(users.owner_of(33), 7);
   EXPECT_EQ(users.owner_of(34), 8);
   EXPECT_EQ(users.holder_of(36), (User{9, "Carl"}));
+}
+
+TEST_F(Import, AScheduleThatIsNotThereIsRefusedWithItsLine) {
+  const auto before = stored();
+  EXPECT_EQ(failure_of([&] { import("id,schedule\n9,\n7,office\n"); }),
+            "f:3: there is no schedule \"office\" for Ana (7): achost schedule list shows all");
+  EXPECT_EQ(stored(), before);
+  users.replace_schedules(parse_schedules("name,days,from,to\noffice,mon,08:00,09:00\n", "s"));
+  import("id,schedule,pause\n7,office,5min\n");
+  EXPECT_EQ(users.user(7)->schedule, "office");
+  EXPECT_EQ(users.user(7)->pause, 300);
+  import("id,name\n7,Anna\n");
+  EXPECT_EQ(users.user(7)->schedule, "office");
+  import("id,schedule,pause\n7,,\n", {.dry_run = true});
+  EXPECT_THAT(lines, testing::ElementsAre(HasSubstr("change Anna (7), until ")));
+  import("id,schedule,pause\n7,,\n");
+  EXPECT_EQ(users.user(7)->schedule, "");
+  EXPECT_EQ(users.user(7)->pause, 0);
 }
 
 TEST_F(Import, AnEmptyCellIsNothingAndAMissingColumnSaysNothing) {
@@ -120,7 +139,7 @@ TEST_F(Import, MendsWhatIsDamagedWithoutBelievingIt) {
       .exec("UPDATE users SET valid_until = 0 WHERE id = 7; UPDATE cards SET user = 8 WHERE value = 33");
   const auto exported = export_people(users, PeopleForm::csv);
   EXPECT_THAT(exported.warning, testing::StartsWith("2 damaged rows: "));
-  EXPECT_THAT(exported.text, HasSubstr("\r\n7,Ana,,,,1,,\r\n")) << "blocked, and without the card";
+  EXPECT_THAT(exported.text, HasSubstr("\r\n7,Ana,,,,1,,,,\r\n")) << "blocked, and without the card";
   EXPECT_THAT(import("id,card\n7,33\n"), HasSubstr("users: 0 added, 1 changed"));
   EXPECT_EQ(users.holder_of(33), (User{.id = 7, .name = "Ana", .blocked = true}));
   EXPECT_THAT(UserStore::inspect(directory.path()).faults, testing::IsEmpty());
@@ -142,6 +161,9 @@ TEST_F(Actions, SayWhatTheyDid) {
             "Carlo (9) is changed, until 1972-09-27 ");
   EXPECT_EQ(put_user(users, {.id = 10}), "user 10 is added");
   EXPECT_EQ(put_user(users, {.id = 10}), "user 10 is as before");
+  users.replace_schedules(parse_schedules("name,days,from,to\noffice,mon,08:00,09:00\n", "s"));
+  EXPECT_EQ(put_user(users, {.id = 10, .schedule = "office", .pause = 7200}),
+            "user 10 is changed, in office, 2 h between entries");
   EXPECT_EQ(rename_user(users, 10, "Dora"), "user 10 is now Dora (10)");
   EXPECT_EQ(block_user(users, 10, true), "Dora (10) is blocked");
   EXPECT_EQ(block_user(users, 10, true), "Dora (10) is blocked, as before");
@@ -156,6 +178,9 @@ TEST_F(Actions, ThatCannotBeDoneSayTheWayOutAndChangeNothing) {
   const auto before = stored();
   const std::pair<std::function<void()>, const char*> cases[] = {
       {[&] { add_user(users, {.id = 7}); }, "Ana (7) is there already: achost user put changes him"},
+      {[&] { put_user(users, {.id = 7, .schedule = "off"}); },
+       "there is no schedule \"off\" for Ana (7): achost schedule list shows all"},
+      {[&] { put_user(users, {.id = 7, .pause = -1}); }, "a pause of -1 s: give 0 s to 366 d"},
       {[&] { add_user(users, {.id = 0}); }, "a user has a number of 1 or more, not 0"},
       {[&] { put_user(users, {.id = 7, .name = "\xFF"}); }, "a name that is no UTF-8: give it in UTF-8"},
       {[&] { put_user(users, {.id = 7, .name = std::string(257, 'a')}); }, "a name of 257 bytes: give 256 at most"},

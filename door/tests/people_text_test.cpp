@@ -33,7 +33,9 @@ class PeopleText : public testing::Test {
 
   // What is stored, once it is imported where nothing is.
   static People imported(const std::string& text, std::optional<PeopleForm> form = {}) {
-    auto change = plan_import(parse_people(text, "f", form), {}, {}, "now").first;
+    People stored;
+    stored.schedules = {"office", "=a, 'b"};
+    auto change = plan_import(parse_people(text, "f", form), stored, {}, "now").first;
     std::ranges::sort(change.users, {}, &User::id);
     std::ranges::sort(change.cards, {}, &Card::value);
     return {.users = change.users, .cards = change.cards, .damaged_users = {}, .damaged_cards = {}};
@@ -61,6 +63,14 @@ TEST_F(PeopleText, ColumnsComeInAnyOrderAndMayBeMissing) {
 TEST_F(PeopleText, ADayOfAnEndIsWithinAndATimeIsNot) {
   EXPECT_EQ(imported("id,until\n7,1970-01-02\n").users.at(0).until, (48 - 2) * 3'600'000);
   EXPECT_EQ(imported("id,until\n7,1970-01-02 00:00\n").users.at(0).until, (24 - 2) * 3'600'000);
+}
+
+TEST_F(PeopleText, ARowTellsOfAUsersRules) {
+  EXPECT_THAT(imported("id,schedule,pause\n7, office ,90\n8,,1h 30min\n9,office,\n").users,
+              ElementsAre(User{.id = 7, .schedule = "office", .pause = 90}, User{.id = 8, .pause = 5400},
+                          User{.id = 9, .schedule = "office"}));
+  EXPECT_THAT(imported("{\"id\":7,\"schedule\":\"office\",\"pause\":90}\n").users,
+              ElementsAre(User{.id = 7, .schedule = "office", .pause = 90}));
 }
 
 TEST_F(PeopleText, LinesOfOneUserGiveSeveralCards) {
@@ -114,6 +124,10 @@ TEST_F(PeopleText, WhatIsWrongIsSaidWithItsLineAndTheWayOut) {
       {"id,from\n7,1960-01-01\n", "f:2: \"1960-01-01\" is before 1970: give a later time, or nothing for no limit"},
       {"id,from,until\n7,2026-01-02,2026-01-01\n", "f:2: user 7 would be valid from 2026-01-02 00:00 until 2026-01-02"},
       {"id,blocked\n7,maybe\n", "f:2: blocked cannot be \"maybe\": give 1 or 0"},
+      {"id,pause\n7,soon\n", "f:2: \"soon\" is no length of time: give 90, 90s, 5min, 8h"},
+      {"id,pause\n7,367d\n", "f:2: a pause of 31708800 s: give 0 s to 366 d"},
+      {"id,pause\n7,5m\n7,6m\n", "f:3: user 7 has another pause in line 2: "},
+      {"id,schedule\n7,a\n7,b\n", "f:3: user 7 has another schedule in line 2: "},
       {"id,card,enrolled\n7,33,once\n", "f:2: \"once\" is no time"},
       {"id,name\n7," + std::string(257, 'a') + "\n", "f:2: a name of 257 bytes: give 256 at most"},
       {"id,card,registration\n7,1," + std::string(257, 'a') + "\n", "f:2: a registration of 257 bytes: give 256"},
@@ -153,6 +167,8 @@ People difficult_people(unsigned seed) {
   std::uint64_t card = 0;
   for (std::int64_t id = 1; id < 40; id += 1 + static_cast<std::int64_t>(random() % 3)) {
     people.users.push_back({.id = id, .name = text(), .blocked = random() % 4 == 0});
+    people.users.back().schedule = random() % 2 == 0 ? "" : "=a, 'b";
+    people.users.back().pause = random() % 2 == 0 ? 0 : static_cast<std::int64_t>(random() % 100'000);
     people.users.back().from = random() % 2 == 0 ? 0 : 1 + static_cast<std::int64_t>(random());
     people.users.back().until = random() % 2 == 0 ? 0 : 10'000'000'000 + static_cast<std::int64_t>(random());
     for (auto count = random() % 3; count > 0; --count) {
@@ -193,15 +209,16 @@ TEST_F(PeopleText, NoCellOfTheCsvIsAFormula) {
 }
 
 TEST_F(PeopleText, TheCsvHasAHeadingAndARowForEachCard) {
-  const People people{.users = {{.id = 7, .name = "=A", .from = 1000}, {8, "B\""}},
-                      .cards = {{33, 7, "r", "t"}, {34, 7, "", "t"}},
-                      .damaged_users = {},
-                      .damaged_cards = {}};
+  const People people{
+      .users = {{.id = 7, .name = "=A", .from = 1000, .pause = 300}, {.id = 8, .name = "B\"", .schedule = "office"}},
+      .cards = {{33, 7, "r", "t"}, {34, 7, "", "t"}},
+      .damaged_users = {},
+      .damaged_cards = {}};
   EXPECT_EQ(people_as_text(people, PeopleForm::csv),
-            "id,name,card,from,until,blocked,registration,enrolled\r\n"
-            "7,'=A,33,1970-01-01T02:00:01.000+02:00,,0,r,t\r\n"
-            "7,'=A,34,1970-01-01T02:00:01.000+02:00,,0,,t\r\n"
-            "8,\"B\"\"\",,,,0,,\r\n");
+            "id,name,card,from,until,blocked,schedule,pause,registration,enrolled\r\n"
+            "7,'=A,33,1970-01-01T02:00:01.000+02:00,,0,,5 min,r,t\r\n"
+            "7,'=A,34,1970-01-01T02:00:01.000+02:00,,0,,5 min,,t\r\n"
+            "8,\"B\"\"\",,,,0,office,,,\r\n");
 }
 
 }  // namespace

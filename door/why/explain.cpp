@@ -15,6 +15,9 @@ using Reasons = std::vector<std::pair<Reason, std::string>>;
 // How long after an announcement its identification is written at most, and the opening after that.
 constexpr std::int64_t kAtOnce = 2000;  // ms
 
+// How long it holds that a card was said to be there still, which is said again each minute.
+constexpr std::int64_t kSaidOfVisits = 60'000 + kAtOnce;
+
 std::string time_text(std::int64_t time) { return local_time(Milliseconds(milliseconds(time)), "%H:%M:%S.%L"); }
 std::string day_text(std::int64_t time) { return local_time(Milliseconds(milliseconds(time)), "%Y-%m-%d"); }
 
@@ -24,11 +27,16 @@ std::string field(const JournalEntry& entry, std::string_view name) {
   return text == nullptr ? "" : *text;
 }
 
+std::optional<std::int64_t> number_in(const JournalEntry& entry, std::string_view name) {
+  const auto found = std::ranges::find(entry.entry.fields, name, &EntryField::first);
+  const auto* const number = found == entry.entry.fields.end() ? nullptr : std::get_if<std::int64_t>(&found->second);
+  return number == nullptr ? std::nullopt : std::optional(*number);
+}
+
 // A time that the entry has, as a person writes it; "?" where it has none.
 std::string time_in(const JournalEntry& entry, std::string_view name) {
-  const auto found = std::ranges::find(entry.entry.fields, name, &EntryField::first);
-  const auto* const time = found == entry.entry.fields.end() ? nullptr : std::get_if<std::int64_t>(&found->second);
-  return time == nullptr ? "?" : local_time(Milliseconds(milliseconds(*time)), "%Y-%m-%d %H:%M");
+  const auto time = number_in(entry, name);
+  return time.has_value() ? local_time(Milliseconds(milliseconds(*time)), "%Y-%m-%d %H:%M") : "?";
 }
 
 bool is_at_once_after(std::int64_t time, std::int64_t before) { return time >= before - 50 && time < before + kAtOnce; }
@@ -46,10 +54,18 @@ std::string user_text(const std::optional<std::int64_t>& user, const NameOf& nam
 // What an identification that does not open says.
 std::optional<Reason> refusal_of(std::string_view outcome) {
   constexpr std::pair<std::string_view, Reason> kOutcomes[] = {
-      {"unknown", Reason::kNobodysCard},        {"blocked", Reason::kUserBlocked},
-      {"not_yet_valid", Reason::kNotYetValid},  {"no_longer_valid", Reason::kNoLongerValid},
-      {"held_back", Reason::kHeldByEnrollment}, {"failed", Reason::kUsersUnreadable},
-      {"mode_awaited", Reason::kModeAwaited},   {"journal_unwritable", Reason::kJournalUnwritable},
+      {"unknown", Reason::kNobodysCard},
+      {"blocked", Reason::kUserBlocked},
+      {"not_yet_valid", Reason::kNotYetValid},
+      {"no_longer_valid", Reason::kNoLongerValid},
+      {"held_back", Reason::kHeldByEnrollment},
+      {"failed", Reason::kUsersUnreadable},
+      {"mode_awaited", Reason::kModeAwaited},
+      {"journal_unwritable", Reason::kJournalUnwritable},
+      {"still_here", Reason::kStillHere},
+      {"outside_schedule", Reason::kOutsideSchedule},
+      {"clock_untrusted", Reason::kClockUntrusted},
+      {"too_soon_after_entry", Reason::kTooSoonAfterEntry},
       {"door_locked", Reason::kDoorLocked},
   };
   const auto* const found = std::ranges::find(kOutcomes, outcome, &std::pair<std::string_view, Reason>::first);
@@ -141,14 +157,28 @@ class Explainer {
       return entry.entry.kind == Kind::identification && entry.entry.card == reading.card &&
              is_at_once_after(entry.time.wall, reading.to);
     };
-    const auto found = std::ranges::find_if(evidence_.entries, is_its);
-    if (found == evidence_.entries.end()) {
+    auto found = std::ranges::find_if(evidence_.entries, is_its);
+    if (found == evidence_.entries.end() && (found = still_here_at(reading)) == evidence_.entries.end()) {
       return;
     }
     reading.user = found->entry.user;
     if (!add_refusals(*found, reading.reasons)) {
       follow_to_door(reading, found);
     }
+  }
+
+  // Of a card that stays it is said now and then that it does: the identification that said so last.
+  std::vector<JournalEntry>::const_iterator still_here_at(const Reading& reading) const {
+    const auto end = evidence_.entries.end();
+    auto last = end;
+    for (auto entry = evidence_.entries.begin(); entry != end && entry->time.wall <= reading.to; ++entry) {
+      if (entry->entry.kind == Kind::identification && entry->entry.card == reading.card) {
+        last = entry;
+      }
+    }
+    const bool is_said =
+        last != end && reading.to - last->time.wall < kSaidOfVisits && field(*last, "outcome") == "still_here";
+    return is_said ? last : end;
   }
 
   // All that held the card back, the decisive one first. Whether there was any.
@@ -164,10 +194,23 @@ class Explainer {
   }
 
   std::string refusal_text(Reason refusal, const JournalEntry& entry) const {
+    constexpr std::pair<Reason, const char*> kTimes[] = {{Reason::kOutsideSchedule, "next"},
+                                                         {Reason::kTooSoonAfterEntry, "pause_ends"},
+                                                         {Reason::kClockUntrusted, "clock_known"}};
+    const auto* const time = std::ranges::find(kTimes, refusal, &std::pair<Reason, const char*>::first);
+    auto since = time_in(entry, time == std::end(kTimes) ? "from" : time->second);
+    if (refusal == Reason::kOutsideSchedule && since == "?") {
+      since = "no time within a year";
+    }
+    if (const auto here = number_in(entry, "here_since"); refusal == Reason::kStillHere && here.has_value()) {
+      since = time_text(*here);
+    }
+    const auto away = number_in(entry, "away_time");
     return sentence(refusal, {{"user", user_text(entry.entry.user, name_of_)},
-                              {"since", time_in(entry, "from")},
+                              {"since", since},
                               {"until", time_in(entry, "until")},
-                              {"text", field(entry, "reason")}});
+                              {"value", away.has_value() ? std::to_string(*away) + " ms" : "?"},
+                              {"text", field(entry, refusal == Reason::kOutsideSchedule ? "schedule" : "reason")}});
   }
 
   void follow_to_door(Reading& reading, std::vector<JournalEntry>::const_iterator identification) {

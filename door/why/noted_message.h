@@ -4,6 +4,7 @@
 #include <charconv>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -29,6 +30,14 @@ class NotedMessage {
   std::string text(std::string_view name, std::string_view next = "") const {
     const auto value = from(name);
     return std::string(next.empty() ? value : value.substr(0, value.rfind(field(next))));
+  }
+  // Up to the first field that has one of these names, or to the end.
+  std::string text(std::string_view name, std::span<const char* const> names) const {
+    auto value = from(name);
+    for (const char* const next : names) {
+      value = value.substr(0, value.find(field(next)));
+    }
+    return std::string(value);
   }
   template <typename Number = std::int64_t>
   std::optional<Number> number(std::string_view name) const {

@@ -52,6 +52,10 @@ enum class Reason : std::uint8_t {
   kDoorLocked,
   kDoorOpened,
   kDoorNotUsed,
+  kStillHere,
+  kOutsideSchedule,
+  kTooSoonAfterEntry,
+  kClockUntrusted,
 };
 
 enum class Stage : std::uint8_t { kLine, kRules, kDoor };  // who tells it
@@ -64,7 +68,7 @@ struct ReasonRow {
 };
 
 // By reason.
-inline constexpr std::array<ReasonRow, 37> kReasons{{
+inline constexpr std::array<ReasonRow, 41> kReasons{{
     {Reason::kNeverInField, "never_in_field", Stage::kLine, "it was not in the field: no answer of the reader has it"},
     {Reason::kReaderSilent, "reader_silent", Stage::kLine, "the reader was silent from {since} on"},
     {Reason::kReaderNoisy, "reader_noisy", Stage::kLine, "the reader's answers were not good from {since} on: {text}"},
@@ -118,6 +122,14 @@ inline constexpr std::array<ReasonRow, 37> kReasons{{
     {Reason::kDoorLocked, "door_locked", Stage::kDoor, "the door was in mode locked, and no card opened it"},
     {Reason::kDoorOpened, "door_opened", Stage::kDoor, "the door itself was opened at {since}"},
     {Reason::kDoorNotUsed, "door_not_used", Stage::kDoor, "the door itself was not opened then"},
+    {Reason::kStillHere, "still_here", Stage::kDoor,
+     "it had opened the door at {since} and had not left since: host.away_time is {value}"},
+    {Reason::kOutsideSchedule, "outside_schedule", Stage::kDoor,
+     "schedule {text} of its user {user} was shut, and opens next at {since}"},
+    {Reason::kTooSoonAfterEntry, "too_soon_after_entry", Stage::kDoor,
+     "its user {user} had come in already, and could again from {since} on"},
+    {Reason::kClockUntrusted, "clock_untrusted", Stage::kDoor,
+     "its user {user} has a rule of time, and the clock, which had shown {since} before, was not to be trusted"},
 }};
 
 constexpr const ReasonRow& row_of(Reason reason) { return kReasons[static_cast<std::size_t>(reason)]; }

@@ -1,6 +1,7 @@
 #include "door/why/recollection.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <ctime>
 #include <deque>
@@ -30,6 +31,23 @@ Milliseconds some_midnight() {
 
 // Nobody knows the rules.
 WitnessSettings no_settings() { return {.rules = {.operation_mode = Mode::kUnknown}, .reader_type = {}}; }
+
+// What the message says of a decision, as the journal has it.
+std::vector<EntryField> facts_of(const NotedMessage& decision) {
+  std::vector<EntryField> fields{{"outcome", std::string(decision.word("outcome"))}};
+  static constexpr std::array kNames = {"also",      "schedule",    "reason", "from",       "until",  "here_since",
+                                        "away_time", "clock_known", "next",   "pause_ends", "user_id"};
+  constexpr std::size_t kTexts = 3;
+  for (std::size_t i = 0; i + 1 < kNames.size(); ++i) {
+    const char* const name = kNames.at(i);
+    if (auto text = decision.text(name, kNames); i < kTexts && !text.empty()) {
+      fields.emplace_back(name, std::move(text));
+    } else if (const auto number = decision.number(name); i >= kTexts && number.has_value()) {
+      fields.emplace_back(name, *number);
+    }
+  }
+  return fields;
+}
 
 class Recall {
  public:
@@ -172,11 +190,9 @@ void Recall::take_event(const NotedMessage& message, Time at) {
     }
     const auto card = message.number("value");
     if (card.has_value() && (!question_.card.has_value() || static_cast<Card>(*card) == *question_.card)) {
-      add_entry({.kind = Kind::identification,
-                 .user = user,
-                 .card = static_cast<Card>(*card),
-                 .fields = {{"outcome", std::string(message.word("outcome"))}}},
-                at);
+      add_entry(
+          {.kind = Kind::identification, .user = user, .card = static_cast<Card>(*card), .fields = facts_of(message)},
+          at);
     }
   } else if (message.is("door_state")) {
     add_entry({.kind = message.number("open") == 1 ? Kind::opening : Kind::closing}, at);

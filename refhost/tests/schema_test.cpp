@@ -41,6 +41,8 @@ TEST(Schema, HasEverySettingOfThePluginAndTheHostWithItsDefault) {
       {"host.device_id", "1"},
       {"host.door_relay", "2"},
       {"host.door_open_time", "3000"},
+      {"host.away_time", "10000"},
+      {"host.untrusted_clock", "use"},
       {"host.enroll_timeout", "15000"},
       {"host.audit_keep", "100000"},
       {"host.audit_keep_days", "30"},
