@@ -158,6 +158,49 @@ TEST_F(WhyRecording, GivesTheSameReasonsAndTimesAsTheDoorThatMadeIt) {
   EXPECT_THAT(why_recording("1").at("answer").get<std::string>(), HasSubstr("of Ana Maria (7) opened the door at "));
 }
 
+TEST_F(WhyRecording, GivesTheSameRulesOfUsersAndVisits) {
+  std::filesystem::create_directory(state());
+  const auto table = state() + "-schedules";
+  std::ofstream(table) << "name,days,from,to\nnext to never,holiday,00:00,24:00\nAll Souls,2200-11-02,,\n";
+  output({"schedule", "import", table});
+  start({"--set", "read_interval=1000", "--set", "host.away_time=600000"});
+  output({"card", "add", "1", "--user", "7"});
+  output({"user", "put", "8", "--name", "Ben next", "--schedule", "next to never"});
+  output({"card", "add", "34", "--user", "8"});
+  output({"user", "put", "9", "--pause", "1h"});
+  output({"card", "add", "35", "--user", "9"});
+  output({"card", "add", "36", "--user", "9"});
+  output({"field", "add", kKnown});
+  next_event("identification");
+  EXPECT_EQ(next_event("identification").at("outcome"), "still_here");
+  for (const auto& [tag, outcome] : {std::pair("E28011700000020A00000022", "outside_schedule"),
+                                     {"E28011700000020A00000023", "opens"},
+                                     {"E28011700000020A00000024", "too_soon_after_entry"}}) {
+    output({"field", "clear"});
+    output({"field", "add", tag});
+    const auto card = std::stoul(std::string(tag).substr(16), nullptr, 16);
+    EXPECT_EQ(next_event("identification", [&](const json& event) { return event.at("card") == card; }).at("outcome"),
+              outcome);
+  }
+  output({"field", "clear"});
+  const auto cards = {"1", "34", "36"};
+  std::map<std::string, json> door;
+  for (const std::string card : cards) {
+    wait_until_gone(card);
+    door[card] = why(card);
+  }
+  EXPECT_EQ(door["1"].at("reasons").at(0).at("code"), "still_here");
+  EXPECT_THAT(door["34"].at("answer"), HasSubstr("schedule next to never of its user Ben next (8) was shut"));
+  EXPECT_EQ(door["36"].at("reasons").at(0).at("code"), "too_soon_after_entry");
+  save();
+  for (const std::string card : cards) {
+    const auto recorded = why_recording(card);
+    expect_same(recorded, door[card], card);
+    const auto& reasons = recorded.at("reasons");
+    EXPECT_EQ(reasons.at(0), door[card].at("reasons").at(0)) << "with the facts";
+  }
+}
+
 TEST_F(WhyRecording, WhatItCannotAnswerIsRefusedInOneLineWithTheWayOut) {
   start();
   output({"field", "add", kUnknown});

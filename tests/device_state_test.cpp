@@ -76,7 +76,9 @@ TEST_F(Device, UsersAndCardsAreKeptWithoutAHostToo) {
                   {"cards", 1},
                   {"from", nullptr},
                   {"until", nullptr},
-                  {"blocked", false}}));
+                  {"blocked", false},
+                  {"schedule", nullptr},
+                  {"pause", 0}}));
   EXPECT_THAT(output({"card", "list"}), testing::ContainsRegex("33 +0x21 +7 "));
   const auto taken = command({"card", "add", "33", "--user", "9"});
   EXPECT_EQ(taken.status, 1);

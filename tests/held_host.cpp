@@ -109,8 +109,8 @@ HeldHost::~HeldHost() {
 void HeldHost::start(const std::vector<std::string>& options, const std::string& redirection) {
   const std::string script = R"(LD_PRELOAD="$1" HOLD_UPS="$2"; export LD_PRELOAD HOLD_UPS; shift 2; exec "$@" )";
   std::vector<std::string> words = {"-c", script + redirection, "sh", HOLD_UPS_SO, directory_.path() / "hold_ups"};
-  words.insert(words.end(),
-               {ACHOST, "run", "--plugin", UHF_SO, "--state", state(), "--json", "--simulate", "--interactive"});
+  words.insert(words.end(), {ACHOST, "run", "--plugin", UHF_SO, "--state", state(), "--json", "--simulate",
+                             "--interactive", "--set", "host.away_time=0"});
   words.insert(words.end(), options.begin(), options.end());
   host_.emplace("/bin/sh", std::move(words));
   ASSERT_TRUE(comes_true([this] {
