@@ -317,8 +317,8 @@ TEST_F(IdentifierWithRules, AnEntryThatIsRefusedBeginsNoPause) {
 }
 
 TEST_F(IdentifierWithRules, AnUntrustedClockIsUsedOrDeniesOrIsIgnored) {
-  constexpr std::int64_t kKnown = kHour * 24 * 364;  // a Thursday
-  clock.know(kKnown);
+  constexpr std::int64_t kLatestKnown = kHour * 24 * 364;  // a Thursday
+  clock.know(kLatestKnown);
   now = 13 * kHour;
   give({.id = 7, .schedule = "morning"});
   EXPECT_EQ(noted(), "outside_schedule schedule=morning next=604800000");
@@ -332,7 +332,7 @@ TEST_F(IdentifierWithRules, AnUntrustedClockIsUsedOrDeniesOrIsIgnored) {
   EXPECT_EQ(noted(), "clock_untrusted clock_known=31449600000");
   give({.id = 7, .until = 0});
   EXPECT_EQ(noted(), "opens") << "who has no rule of time";
-  now = kKnown;
+  now = kLatestKnown;
   give({.id = 7, .schedule = "morning"});
   EXPECT_EQ(noted(), "opens") << "a Friday? 1971-01-01";
 }
