@@ -1,4 +1,6 @@
 // A door with a contact, and its modes, in real processes.
+#include <fstream>
+
 #include "device_fixture.h"
 
 namespace device_test {
@@ -88,6 +90,21 @@ TEST_F(DeviceDoor, ThatIsUnlockedIsSoAgainAfterAKillAndShutInBetween) {
   EXPECT_EQ(door().at("lock"), "open");
   output({"door", "mode", "normal"});
   EXPECT_EQ(next_event("relay", [](const json& event) { return event.at("on") == false; }).at("relay"), 2);
+}
+
+TEST_F(DeviceDoor, IsUnlockedByItsScheduleAndAnotherNameIsAnAlarm) {
+  std::filesystem::create_directories(state());
+  std::ofstream(state() + "/always.csv") << "name,days,from,to\nalways,mon-sun holiday,00:00,24:00\n";
+  output({"schedule", "import", state() + "/always.csv"});
+  start({"--set", "host.unlocked_schedule=always"});
+  EXPECT_EQ(next_event("door_open").at("reason"), "unlocked");
+  EXPECT_EQ(door().at("by"), "schedule");
+  output({"config", "set", "host.locked_schedule=alway"});
+  EXPECT_THAT(alarm("door_schedule", true).at("text").get<std::string>(),
+              HasSubstr("host.locked_schedule names the schedule \"alway\", and there is none"));
+  output({"config", "set", "host.locked_schedule=always"});
+  EXPECT_FALSE(alarm("door_schedule", false).is_null());
+  EXPECT_FALSE(mode("locked").is_null()) << "what locks is over what unlocks";
 }
 
 TEST_F(DeviceDoor, HasAModeForATimeOfWhichTheJournalKnowsTheMaker) {

@@ -4,7 +4,7 @@
 #include <gmock/gmock.h>
 
 #include "door/journal/bookkeeping.h"
-#include "door/tests/service_fixture.h"
+#include "door/tests/real_lines.h"
 
 namespace achost::test {
 namespace {
@@ -122,6 +122,26 @@ TEST_F(Supervision, ACommandForATimeEndsWithTheNextOne) {
   EXPECT_TRUE(supervision_.report().mode.left.has_value());
   supervision_.go_by_settings();
   EXPECT_FALSE(supervision_.is_locked());
+}
+
+// Its outputs come back at rest.
+TEST_F(RealLines, OfADoorThatIsUnlockedOpenItAgainWhenTheirChipIsBack) {
+  set_text("door_mode", "unlocked");
+  set_text("door_contact", "SPARE");
+  kernel.drive("SPARE", 1);
+  auto& service = begin();
+  Alarms alarms;
+  const Bookkeeping books;
+  DoorService door(books);
+  DoorSupervision supervision(door, service, alarms, values(), [](const auto&, auto) { return std::nullopt; });
+  supervision.begin();
+  EXPECT_EQ(without_times(1).back(), notice(kLock, 1));
+  EXPECT_EQ(supervision.report().contacts.contact, ContactState::opened) << "as it is found, and not forced";
+  kernel.vanish("gpiochip0");
+  troubles.wait_for(1);
+  kernel.come_back("gpiochip0");
+  EXPECT_THAT(without_times(3), ElementsAre(notice(kLock, 1), notice(kLock, 0), notice(kLock, 1)));
+  EXPECT_EQ(kernel.voltage("LOCK"), 1);
 }
 
 }  // namespace
