@@ -7,8 +7,9 @@ from board import BoardError, wait_for
 
 
 def install(case):
-    """Puts the packages on the board, as an administrator would."""
-    case.board.run("mount -o ro /dev/vdb /mnt && dpkg --install /mnt/packages/*.deb", 300)
+    """Puts the packages on the board, as an administrator would; some device comes or goes in the middle of that."""
+    case.board.run("mount -o ro /dev/vdb /mnt && dpkg --unpack /mnt/packages/*.deb && "
+                   "udevadm trigger --settle --subsystem-match=mem && dpkg --configure --pending", 300)
 
 
 def main_process(board):
@@ -26,9 +27,13 @@ def until_reading(case, seconds=240):
     case.board.until("achost health", seconds, "the reader answers")
 
 
-def install_with_reader(case):
-    """The board as it does its work: packages, a setting, a user, a reader that answers. Returns the reader."""
+def install_with_reader(case, wire=None):
+    """The board as it does its work: packages, a setting, a user, a reader that answers. Returns the reader.
+
+    `wire` is what else is to be there before the first start."""
     install(case)
+    if wire:
+        wire(case)
     case.board.run("achost config set transmit_power 2000 && achost user put 7 --name Ana && achost card add 33 --user 7")
     reader = case.reader()
     case.board.plug("reader", reader.line)
