@@ -156,7 +156,7 @@ def arguments():
     parser.add_argument("--image", type=pathlib.Path, required=True, help=argparse.SUPPRESS)
     parser.add_argument("--times", type=int, help="how often to do what a case does again and again")
     parser.add_argument("--seed", type=int, default=1, help="seed of all chance (default: 1)")
-    parser.add_argument("--patience", type=int, default=1, help="allow cases so many times their time")
+    parser.add_argument("--patience", type=int, default=1, help="allow so many times the time, for a case and for what it measures")
     parser.add_argument("--accelerator", choices=["kvm", "tcg"], help="default: kvm where it works")
     parser.add_argument("--keep", type=pathlib.Path, help="directory that gets what a case leaves")
     options = parser.parse_args()

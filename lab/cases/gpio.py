@@ -1,34 +1,90 @@
-"""Simulated GPIO lines in the kernel: an input that is driven and an output that is seen, as real lines are."""
+"""A real door on the kernel's simulated lines: the button opens it, and at every end the lock is at rest."""
 
-import pathlib
-import subprocess
+import lines
+from parts import install_with_reader, main_process, until_reading
 
-from board import BoardError
+SECONDS = 1800
 
-SECONDS = 600
-
-HOME = pathlib.Path(__file__).resolve().parent.parent
-
-LINES = """
-modprobe configfs && insmod /run/gpio-sim.ko
-mountpoint -q /sys/kernel/config || mount -t configfs configfs /sys/kernel/config
-mkdir -p /sys/kernel/config/gpio-sim/door/lines && cd /sys/kernel/config/gpio-sim/door &&
-echo 8 >lines/num_lines && echo 1 >live && cat dev_name lines/chip_name
+NO_RESTART = """
+mkdir -p /run/systemd/system/achost.service.d
+printf '[Service]\\nRestart=no\\n' >/run/systemd/system/achost.service.d/once.conf
+systemctl daemon-reload
 """
-# An input follows its pull, as a wire would drive it.
-DRIVE = "cd /sys/devices/platform/{0}/{1}/sim_gpio3 && echo pull-up >pull && cat value && echo pull-down >pull && cat value"
+
+ENDS = {
+    "killed": "systemctl kill --kill-whom=main --signal=KILL achost",
+    "crashed": "systemctl kill --kill-whom=main --signal=SEGV achost",
+    "stopped": "systemctl stop achost",
+}
 
 
 def run(case):
-    module = case.options.image / "gpio-sim.ko"
-    made = subprocess.run([HOME / "gpio-module", case.options.image], stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
-    if made.returncode:
-        raise BoardError(f"the kernel's simulated lines could not be built: {made.stdout[-500:]}")
     board = case.board
     board.start()
-    board.put(module, "/run/gpio-sim.ko")
-    device, chip = board.run(LINES).splitlines()[-2:]
-    board.run(f"test -c /dev/{chip}")
-    case.see(f"8 lines at /dev/{chip}")
-    case.same(board.run(DRIVE.format(device, chip)).split(), ["1", "0"], "a line that is pulled up, then down")
-    case.see("a line follows what drives it")
+    install_with_reader(case, lines.wire)
+    listed(case)
+    lines.expect_prompt(case, lines.press(board, case.times(30)))
+    inputs_are_told(case)
+    a_card_opens(case)
+    rests_while_booting(case)
+    for fail, rest in (("secure", 0), ("safe", 1)):
+        rests_at_every_end(case, fail, rest)
+
+
+def listed(case):
+    """All lines have their use, and are the daemon's."""
+    case.board.until("achost gpio | grep -q achost", 60, "the daemon has its lines")
+    table = case.board.run("achost gpio")
+    for name, use in (("LOCK", "relay_2"), ("REX", "exit_button"), ("CONTACT", "door_contact"), ("LOOP", "trigger_input")):
+        row = next((line for line in table.splitlines() if name in line), "")
+        case.expect(use in row and " achost " in row, f"achost gpio: {' '.join(row.split())}")
+
+
+def inputs_are_told(case):
+    board = case.board
+    lines.follow(board)
+    for name, number, driven in (("LOOP", 1, 0), ("CONTACT", 257, 1), ("CASE", 258, 1)):
+        lines.drive(board, name, driven)
+        board.until(f"grep gpio_notified {lines.EVENTS} | grep '\"gpio\":{number},' | grep -q '\"value\":1'", 30, f"{name} is told")
+        lines.drive(board, name, 1 - driven)
+        board.until(f"grep gpio_notified {lines.EVENTS} | grep '\"gpio\":{number},' | grep -q '\"value\":0'", 30, f"{name} is told")
+    case.see("the loop, the door's contact and the case's are told when they change, and when they change back")
+
+
+def a_card_opens(case):
+    board = case.board
+    lines.forget_moves(board)
+    board.run("achost card add 1 --user 7")
+    board.until("grep -q 'set 1$' /sys/kernel/tracing/trace", 60, "a card moves the lock's line")
+    board.run("achost card remove 1")
+    board.until("achost journal --last 20 | grep -q Ana", 30, "the journal has who came")
+    case.see("a card moves the lock's line, and the journal has who came")
+
+
+def rests_while_booting(case):
+    """Nobody gives the lock's line a level but its rest until the door is opened."""
+    board = case.board
+    board.reboot()
+    until_reading(case)
+    case.same(board.run("cat /run/lines/before"), "0", "the lock's line before the daemon has it")
+    seen = [to for _, to in lines.moves(board)]
+    case.same(set(seen), {0}, "levels that the lock's line was given while it booted")
+    case.see("booting moves the lock's line nowhere")
+    lines.expect_prompt(case, lines.press(board, 5))
+
+
+def rests_at_every_end(case, fail, rest):
+    """However the daemon ends while the door is open, the unit puts the lock at rest; nothing else starts meanwhile."""
+    board = case.board
+    board.run(f"achost config set host.door_fail={fail} host.door_open_time=600000\n{NO_RESTART}")
+    for how, end in ENDS.items():
+        lines.until_level(board, "LOCK", rest)
+        lines.drive(board, "REX", 0)
+        lines.until_level(board, "LOCK", 1 - rest)
+        lines.drive(board, "REX", 1)
+        board.run(end)
+        lines.until_level(board, "LOCK", rest)
+        case.same(main_process(board), 0, f"the process of a daemon that is {how}")
+        board.run("systemctl reset-failed achost; systemctl start achost")
+        until_reading(case)
+    case.see(f"fail-{fail}: {', '.join(ENDS)} while the door was open, the lock's line is {rest} each time")

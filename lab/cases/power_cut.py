@@ -93,7 +93,7 @@ def holds(case, shown, events):
     missing = [event for event in events if not any(
         what == of_event(event) and abs(when - at(event)) < SAME_MOMENT for what, when in times)]
     oldest = max((newest - at(event) for event in missing), default=0.0)
-    limit = ON_DISK_AFTER[case.options.accelerator]
+    limit = ON_DISK_AFTER[case.options.accelerator] * case.options.patience
     case.expect(oldest <= limit, f"booted, all stores whole; no event is missing that was older than {1000 * oldest:.0f} ms")
     return oldest
 
