@@ -201,6 +201,9 @@ TEST_F(Door, ARelayThatFallsWhileItIsToStayOpenIsSwitchedOnAgain) {
   door->relay_fell(18);
   request();
   EXPECT_EQ(seen(7).at(6), "door_state id=1 open=1 reason=0") << "and nothing came between";
+  door->relay_fell(18);
+  door->close_when_due(steady_clock::now() + std::chrono::hours(1));
+  EXPECT_EQ(seen(8).at(7), "gpio_set_value gpio=18 value=0") << "an opening that is not to stay is left alone";
 }
 
 TEST_F(Door, ClosesAfterItsUseUnlessSomebodyHasAskedSince) {
