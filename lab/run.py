@@ -169,6 +169,7 @@ def arguments():
 
 def main():
     options = arguments()
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))  # with its files removed
     options.build, options.image = options.build.resolve(), options.image.resolve()
     with tempfile.TemporaryDirectory(prefix="board.") as scratch:
         options.things = pathlib.Path(scratch) / "things.img"

@@ -1,7 +1,8 @@
 """A real door on the kernel's simulated lines: the button opens it, and at every end the lock is at rest."""
 
 import lines
-from parts import install_with_reader, main_process, until_reading
+from board import wait_for
+from parts import alarms, install_with_reader, main_process, until_reading
 
 SECONDS = 1800
 
@@ -26,6 +27,7 @@ def run(case):
     lines.expect_prompt(case, lines.press(board, case.times(30)))
     inputs_are_told(case)
     a_card_opens(case)
+    the_contacts_are_looked_after(case)
     rests_while_booting(case)
     for fail, rest in (("secure", 0), ("safe", 1)):
         rests_at_every_end(case, fail, rest)
@@ -44,10 +46,9 @@ def inputs_are_told(case):
     board = case.board
     lines.follow(board)
     for name, number, driven in (("LOOP", 1, 0), ("CONTACT", 257, 1), ("CASE", 258, 1)):
-        lines.drive(board, name, driven)
-        board.until(f"grep gpio_notified {lines.EVENTS} | grep '\"gpio\":{number},' | grep -q '\"value\":1'", 30, f"{name} is told")
-        lines.drive(board, name, 1 - driven)
-        board.until(f"grep gpio_notified {lines.EVENTS} | grep '\"gpio\":{number},' | grep -q '\"value\":0'", 30, f"{name} is told")
+        for value, level in ((1, driven), (0, 1 - driven)):
+            lines.drive(board, name, level)
+            board.until(f"grep -q '\"gpio\":{number},\"value\":{value}' {lines.EVENTS}", 30, f"{name} is told")
     case.see("the loop, the door's contact and the case's are told when they change, and when they change back")
 
 
@@ -59,6 +60,32 @@ def a_card_opens(case):
     board.run("achost card remove 1")
     board.until("achost journal --last 20 | grep -q Ana", 30, "the journal has who came")
     case.see("a card moves the lock's line, and the journal has who came")
+
+
+def the_contacts_are_looked_after(case):
+    """A door that is forced, or held open, and a case that is opened, are alarms until they are shut."""
+    board = case.board
+    board.run("achost config set host.door_held_warning=1 host.door_held_alarm=2")
+    case.same(alarms(board), {}, "alarms before")
+    lines.drive(board, "CONTACT", 1)
+    alarm_comes_and_goes(case, "door_forced", "CONTACT")
+    lines.drive(board, "CASE", 1)
+    alarm_comes_and_goes(case, "tamper", "CASE")
+    board.run("achost config set host.door_open_time=20000")
+    lines.drive(board, "REX", 0)
+    lines.until_level(board, "LOCK", 1)
+    lines.drive(board, "CONTACT", 1)
+    lines.drive(board, "REX", 1)
+    board.until("achost journal --kind contact --last 3 | grep -q opened", 30, "the door was opened by whom it was opened for")
+    board.run("achost config set host.door_open_time=200")
+    alarm_comes_and_goes(case, "door_held", "CONTACT")
+    case.see("forced, held open, the case opened: each an alarm until it is shut")
+
+
+def alarm_comes_and_goes(case, name, line):
+    wait_for(lambda: name in alarms(case.board), 60, f"alarm {name}")
+    lines.drive(case.board, line, 0)
+    wait_for(lambda: alarms(case.board) == {}, 60, f"alarm {name} is over")
 
 
 def rests_while_booting(case):
