@@ -103,24 +103,30 @@ TEST_F(People, BetweenTwoEntriesOfAUserLiesHisPause) {
   EXPECT_EQ(present().at("outcome"), "opens");
 }
 
-// Shortened: five seconds for ten, and six for hours.
+// Shortened: five seconds for ten, and six for hours. It is announced once meanwhile: its readings alone tell that it
+// stays.
 TEST_F(People, ACardThatStaysOpensOnceAndAgainWhenItHasLeft) {
-  start({"--set", "read_interval=250", "--set", "host.away_time=5000"});
+  start({"--set", "read_interval=60000", "--set", "host.away_time=5000"});
   output({"card", "add", "1", "--user", "7"});
   output({"field", "add", kKnown});
   EXPECT_EQ(next_event("identification").at("outcome"), "opens");
-  EXPECT_EQ(next_event("identification").at("outcome"), "still_here");
   const auto stays_until = std::chrono::steady_clock::now() + std::chrono::seconds(6);
-  const auto announced = [this] { return json::parse(output({"why", "1", "--json"})).at("timeline").size(); };
-  for (std::size_t before = announced(); std::chrono::steady_clock::now() < stays_until || announced() < before + 8;) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));  // between two questions
+  while (std::chrono::steady_clock::now() < stays_until) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
   }
-  const auto why = json::parse(output({"why", "1", "--json"}));
+  output({"config", "set", "read_interval", "250"});
+  EXPECT_EQ(next_event("identification").at("outcome"), "still_here");
+  const auto ask = [this] { return json::parse(output({"why", "1", "--json"})); };
+  auto why = ask();
+  for (int i = 0; i < 100 && why.at("reasons").at(0).at("code") != "still_here";
+       ++i) {  // on a busy machine it is later
+    why = ask();
+  }
   EXPECT_EQ(why.at("reasons").at(0).at("code"), "still_here") << why.at("answer");
   output({"field", "clear"});
   const auto left = next_event("departure");
   EXPECT_EQ(left.at("card"), 1);
-  EXPECT_GE(left.at("seconds"), 6);
+  EXPECT_GE(left.at("seconds"), 5);
   output({"field", "add", kKnown});
   EXPECT_EQ(next_event("identification").at("outcome"), "opens");
   end();
