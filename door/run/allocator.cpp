@@ -1,14 +1,19 @@
 // The memory of the program: jemalloc's, and a reserve for when that has none, so that the exit button opens all the
-// same. In place of the C++ library's operators; what the C library takes for itself has no reserve.
+// same. In place of the C++ library's operators, and of its room for exceptions; what the C library takes for itself
+// has no reserve.
 #include <jemalloc/jemalloc.h>
 #include <pthread.h>
+#include <unwind.h>
 
 #include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdlib>
+#include <cstring>
+#include <exception>
 #include <new>
 #include <string_view>
+#include <typeinfo>
 
 #include "door/run/memory_reserve.h"
 
@@ -19,18 +24,27 @@ namespace {
 
 using achost::MemoryReserve;
 
-constexpr std::size_t kReserve = 256UL * 1024;
-alignas(std::max_align_t) std::byte reserve_memory[kReserve];  // NOLINT
-
 // Never destroyed: the plug-in's threads never stop.
+template <std::size_t size>
+struct Reserve {
+  alignas(std::max_align_t) std::byte memory[size];               // NOLINT
+  alignas(MemoryReserve) std::byte place[sizeof(MemoryReserve)];  // NOLINT
+  MemoryReserve& made = *new (place) MemoryReserve(memory);
+};
+
 MemoryReserve& reserve() {
-  alignas(MemoryReserve) static std::byte place[sizeof(MemoryReserve)];  // NOLINT
-  static MemoryReserve& instance = *new (place) MemoryReserve(reserve_memory);
-  return instance;
+  static Reserve<256UL * 1024> instance;
+  return instance.made;
+}
+
+// Exceptions have one of their own: the end of all is that there is no room for one.
+MemoryReserve& reserve_of_exceptions() {
+  static Reserve<64UL * 1024> instance;
+  return instance.made;
 }
 
 // At the start, while there is memory.
-[[maybe_unused]] const bool kIsReady = reserve().owns(reserve_memory);
+[[maybe_unused]] const bool kAreReady = (reserve(), reserve_of_exceptions(), true);
 
 // From the button to the relay and back, and those who watch.
 constexpr std::string_view kWayOut[] = {"control_client", "gpio_edges",   "uhf:inputs", "door",    "gpio",
@@ -72,7 +86,54 @@ void release(void* block, std::size_t size) noexcept {
   }
 }
 
+// What the C++ library keeps before each exception (its ABI: __cxa_refcounted_exception).
+struct ExceptionHead {
+  int references;
+  struct {
+    std::type_info* type;
+    void (*destructor)(void*);
+    void (*unexpected_handler)();
+    std::terminate_handler terminate_handler;
+    void* next;
+    int handlers;
+#ifdef __ARM_EABI_UNWINDER__
+    void* next_propagating;
+    int propagations;
+#else
+    int handler_switch;
+    const unsigned char* action;
+    const unsigned char* language_data;
+    _Unwind_Ptr catch_place;
+    void* adjusted;
+#endif
+    _Unwind_Exception unwinding;
+  } exception;
+};
+
 }  // namespace
+
+// The library has 73 kB for when there is no memory. Of version 12 they come back in pieces that are not joined: after
+// some hundred exceptions a larger one finds no room, and that ends the process.
+extern "C" void* __cxa_allocate_exception(std::size_t size) noexcept {  // NOLINT
+  const std::size_t whole = sizeof(ExceptionHead) + size;
+  void* block = std::malloc(whole);
+  if (block == nullptr) {
+    block = reserve_of_exceptions().allocate(whole, MemoryReserve::Purpose::way_out);
+  }
+  if (block == nullptr) {
+    std::terminate();
+  }
+  return static_cast<std::byte*>(std::memset(block, 0, sizeof(ExceptionHead))) + sizeof(ExceptionHead);
+}
+
+extern "C" void __cxa_free_exception(void* exception) noexcept {  // NOLINT
+  void* const block = static_cast<std::byte*>(exception) - sizeof(ExceptionHead);
+  if (reserve_of_exceptions().owns(block)) {
+    reserve_of_exceptions().deallocate(block);
+  } else {
+    std::free(block);
+  }
+}
 
 void* operator new(std::size_t size) { return allocated_or_thrown(size); }
 void* operator new[](std::size_t size) { return allocated_or_thrown(size); }
