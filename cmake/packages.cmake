@@ -26,6 +26,7 @@ set(components ${plugin_package})
 
 if(UHF_BUILD_TOOLS)
   install(TARGETS uhfctl uhf-sim RUNTIME DESTINATION usr/bin COMPONENT ${tools_package})
+  install(TARGETS hostcheck LIBRARY DESTINATION usr/lib/uhf COMPONENT ${tools_package})
   describe_program(uhfctl 1 ${tools_package})
   describe_program(uhf-sim 1 ${tools_package})
   install_documentation(${tools_package})
@@ -68,7 +69,7 @@ set(CPACK_COMPONENT_UHF-PLUGIN_DESCRIPTION "UHF RFID reader plug-in for access-c
  Polls a UHF reader module on a serial line and announces cards to the host\n that loads it. The plug-in alone, without a host.")
 set(CPACK_DEBIAN_UHF-TOOLS_PACKAGE_NAME ${tools_package})
 set(CPACK_COMPONENT_UHF-TOOLS_DESCRIPTION "tools to commission UHF RFID readers\n\
- uhfctl looks at a reader, sets it up and surveys its power; uhf-sim is a\n simulated reader on a pseudo-terminal.")
+ uhfctl looks at a reader, sets it up and surveys its power; uhf-sim is a\n simulated reader on a pseudo-terminal; hostcheck.so is loaded in place of the\n plug-in and examines the host.")
 set(CPACK_DEBIAN_ACHOST_PACKAGE_NAME ${host_package})
 set(CPACK_DEBIAN_ACHOST_PACKAGE_DEPENDS "uhf-plugin (= ${PROJECT_VERSION}), adduser${host_libraries}")
 set(CPACK_DEBIAN_ACHOST_PACKAGE_SUGGESTS "uhf-tools")
