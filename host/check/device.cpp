@@ -145,7 +145,8 @@ void examine_log() {
 
 void examine_relays() {
   report().examine({"7.9"});
-  const int relay = ac::config_util::get_int("uhf", "tag_detector_relay", false);
+  int relay = 0;
+  thrown_by([&relay] { relay = ac::config_util::get_int("uhf", "tag_detector_relay", false); });  // 6.4 tells of that
   expect_well("7.9", "relay_gpio() of relay " + std::to_string(relay), [relay] { ac::config_util::relay_gpio(relay); });
   expect_well("7.9", "relay_enabled() of relay " + std::to_string(relay),
               [relay] { ac::config_util::relay_enabled(relay, true); });
