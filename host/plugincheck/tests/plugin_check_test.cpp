@@ -1,0 +1,148 @@
+// The check of plug-ins: silent at whole ones, and at each broken one it names the clause that is broken.
+#include <gmock/gmock.h>
+
+#include <fstream>
+#include <iterator>
+#include <ostream>
+#include <regex>
+#include <set>
+
+#include "door/tests/process.h"
+#include "refhost/tests/support.h"
+
+namespace {
+
+using achost::test::Result;
+using testing::Contains;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+using Numbers = std::set<std::string>;
+
+Result check(std::vector<std::string> arguments) {
+  return achost::test::run_program(PLUGINCHECK, std::move(arguments));
+}
+
+std::string plugin(const std::string& name) { return PLUGINS "/" + name + ".so"; }
+
+// Those that the report names.
+Numbers clauses_in(const std::string& report, const std::string& behind) {
+  const std::regex line("plugincheck: clause ([0-9.]+)" + behind);
+  Numbers numbers;
+  for (std::sregex_iterator match(report.begin(), report.end(), line), end; match != end; ++match) {
+    numbers.insert((*match)[1]);
+  }
+  return numbers;
+}
+
+Numbers broken_in(const Result& result) { return clauses_in(result.err, ":"); }
+
+std::string text_of(const std::string& file) {
+  std::ifstream stream(file);
+  EXPECT_TRUE(stream) << file;
+  return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+TEST(WholePlugin, NoClauseFiresOnASmallOne) {
+  const auto result = check({plugin("good")});
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_THAT(broken_in(result), IsEmpty()) << result.err;
+}
+
+TEST(WholePlugin, NoClauseFiresOnUhfAtAnyLevelAndAllAreExamined) {
+  const auto result = check({UHF_SO, "--level", "uhf"});
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_THAT(clauses_in(result.err, ""), IsEmpty()) << result.err;
+}
+
+// What is broken, and the clause that says so.
+struct Broken {
+  std::string name;
+  std::string clause;
+};
+
+void PrintTo(const Broken& broken, std::ostream* out) { *out << broken.name; }
+
+class BrokenPlugin : public testing::TestWithParam<Broken> {};
+
+TEST_P(BrokenPlugin, IsFoundByItsClause) {
+  const auto result = check({plugin(GetParam().name), "--seed", "1"});
+  EXPECT_EQ(result.status, 1) << result.err;
+  EXPECT_THAT(broken_in(result), Contains(GetParam().clause)) << result.err;
+}
+
+INSTANTIATE_TEST_SUITE_P(Contract, BrokenPlugin,
+                         testing::ValuesIn(std::vector<Broken>{{"needs_more", "1.1"},
+                                                               {"init_of_cpp", "1.2"},
+                                                               {"replaces_host", "1.3"},
+                                                               {"starts_early", "1.4"},
+                                                               {"cannot_be_stopped", "1.7"},
+                                                               {"never_starts", "2.1"},
+                                                               {"init_hangs", "2.2"},
+                                                               {"fails_without_text", "2.3"},
+                                                               {"init_throws_a_number", "2.4"},
+                                                               {"missing_setting_crashes", "2.5"},
+                                                               {"missing_setting_exits", "2.5"},
+                                                               {"leaves_a_thread", "2.6"},
+                                                               {"no_run", "2.7"},
+                                                               {"no_name", "2.8"},
+                                                               {"empty_handler", "2.9"},
+                                                               {"keeps_plugin", "2.10"},
+                                                               {"run_returns", "3.1"},
+                                                               {"run_throws", "3.1"},
+                                                               {"handler_hangs", "3.2"},
+                                                               {"trusts_fields", "3.3"},
+                                                               {"exits_on_a_setting", "3.4"},
+                                                               {"sends_without_type", "3.5"},
+                                                               {"silent", "4.1"},
+                                                               {"falls_silent", "4.2"},
+                                                               {"leaks_memory", "5.1"},
+                                                               {"leaks_descriptors", "5.2"},
+                                                               {"leaks_threads", "5.3"}}),
+                         [](const auto& tested) { return tested.param.name; });
+
+TEST(PluginCheck, TellsWhatWasSeenWhatItCostsAndWhatMustBe) {
+  const auto result = check({plugin("fails_without_text")});
+  EXPECT_THAT(result.err,
+              HasSubstr("clause 2.3: init() returned false, and its text is empty; nobody would know what is "
+                        "wrong. It must be: An init() that fails says why"));
+}
+
+TEST(PluginCheck, NamesTheSignalOfACrash) {
+  EXPECT_THAT(check({plugin("missing_setting_crashes")}).err, HasSubstr("ended by signal 11"));
+}
+
+TEST(PluginCheck, TellsItsSeed) {
+  EXPECT_THAT(check({plugin("no_name"), "--seed", "4711"}).err, HasSubstr("--seed 4711"));
+}
+
+TEST(PluginCheck, WritesAReportForBuildServers) {
+  const refhost::test::TemporaryDirectory directory;
+  const std::string file = directory.path() / "report.xml";
+  check({plugin("no_name"), "--junit", file});
+  const auto report = text_of(file);
+  EXPECT_THAT(report, HasSubstr("<testsuite name=\"plugincheck\""));
+  EXPECT_THAT(report, HasSubstr("name=\"2.8 It has set a name.\"><failure message=\"its name is empty\"/>"));
+  EXPECT_THAT(report, HasSubstr("<skipped message=\"it is one of --level uhf\"/>"));
+}
+
+TEST(PluginCheck, WrongUsageIsSaidInOneLine) {
+  EXPECT_EQ(check({}).status, 2);
+  const auto missing = check({"/nowhere.so"});
+  EXPECT_EQ(missing.status, 2);
+  EXPECT_EQ(missing.err, "plugincheck: there is no file /nowhere.so; give the path of a plug-in\n");
+  EXPECT_EQ(check({plugin("good"), "--level", "none"}).status, 2);
+  EXPECT_EQ(check({plugin("good"), "--scene", "none"}).status, 2);
+  EXPECT_EQ(check({plugin("good"), "--set", "nothing"}).status, 2);
+}
+
+TEST(PluginCheck, WhatIsNoSharedObjectIsAFinding) {
+  const refhost::test::TemporaryDirectory directory;
+  const std::string file = directory.path() / "text.so";
+  std::ofstream(file) << "no plug-in";
+  const auto result = check({file});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.err, HasSubstr("clause 1.1: it is no"));
+}
+
+}  // namespace
