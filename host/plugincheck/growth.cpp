@@ -84,7 +84,8 @@ void grow(const Plan& plan) {
     }
     measures.at(quarter) = measure();
   }
-  constexpr std::size_t kBytes = 1;  // of each message: less is noise; a handler of twenty that leaks has more
+  [[maybe_unused]] constexpr std::size_t kBytes =
+      1;  // of each message: less is noise; a handler of twenty that leaks has more
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
   Notes::leave_out("5.1", "the sanitizer of this build has memory of its own");
 #else

@@ -105,7 +105,7 @@ int examine(CommandLine& line) {
   if (!play_all(scenes, line.plan.level, {arguments_of(line), workplace.path(), line.is_verbose}, report)) {
     throw cli::Failure(cli::kFailed, "ended by a signal before all was examined");
   }
-  report.tell(std::cerr);
+  report.tell(std::cerr, !line.scene);
   if (line.junit) {
     write_junit(*line.junit, report);
   }

@@ -26,8 +26,8 @@ class Report {
 
   bool is_whole() const;  // nothing was found
 
-  // One line for each finding and each clause that was not examined, and the sum.
-  void tell(std::ostream& out) const;
+  // One line for each finding, for each clause that was not examined where all should have been, and the sum.
+  void tell(std::ostream& out, bool tells_gaps) const;
 
   std::string junit() const;
 
