@@ -1,10 +1,13 @@
 // What uhf.so does: chapter 6, and what the other chapters say of it.
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <filesystem>
 #include <fstream>
-#include <regex>
+#include <optional>
 #include <set>
+#include <sstream>
+#include <string_view>
 
 #include "notes.h"
 #include "scenes.h"
@@ -52,6 +55,34 @@ void expect_line(const Stage& stage, const std::string& type, const std::string&
   }
 }
 
+// The values of an announcement; nothing when its fields are not those that it should have, in their order.
+std::optional<std::array<std::string, 5>> values_in(const std::string& line) {
+  constexpr std::array<std::string_view, 5> kFields = {
+      "identifier_id=", "value=", "device_id=", "readings_count=", "uuid="};
+  std::array<std::string, 5> values;
+  std::istringstream words(line);
+  std::string word;
+  words >> word;
+  for (std::size_t i = 0; i < kFields.size(); ++i) {
+    if (!(words >> word) || !word.starts_with(kFields[i])) {
+      return std::nullopt;
+    }
+    values[i] = word.substr(kFields[i].size());
+  }
+  return words >> word ? std::nullopt : std::optional(values);
+}
+
+// 8-4-4-4-12 hexadecimal digits, of version 4.
+bool is_uuid(const std::string& text) {
+  constexpr std::string_view kForm = "xxxxxxxx-xxxx-4xxx-vxxx-xxxxxxxxxxxx";
+  return std::ranges::equal(text, kForm, [](char c, char form) {
+    const bool is_digit = std::isxdigit(static_cast<unsigned char>(c)) != 0;
+    return form == 'x'   ? is_digit
+           : form == 'v' ? std::string_view("89abAB").find(c) != std::string_view::npos
+                         : c == form;
+  });
+}
+
 void announce_cards(const Plan& plan) {
   constexpr std::size_t kTags = 5;
   Stage* const stage =
@@ -82,20 +113,17 @@ void announce_cards(const Plan& plan) {
     }
   }
   Stage::wait([] { return false; }, kQuiet);  // for more of them
-  const std::regex fields(
-      kCard + std::string(" identifier_id=-?[0-9]+ value=[0-9]+ device_id=([0-9]+) readings_count=[0-9]+ uuid=(\\S*)"));
-  const std::regex uuid("[0-9a-f]{8}-[0-9a-f]{4}-4[0-9a-f]{3}-[89ab][0-9a-f]{3}-[0-9a-f]{12}", std::regex::icase);
   std::set<std::string> uuids;
   for (const auto& line : stage->sent(kCard)) {
-    std::smatch match;
-    if (!std::regex_match(line, match, fields)) {
+    const auto values = values_in(line);
+    if (!values) {
       Notes::found("6.1", "it announced " + line);
       continue;
     }
-    if (match[1] != "47") {
+    if (values->at(2) != "47") {
       Notes::found("6.2", "on the device 47 it announced " + line);
     }
-    if (!std::regex_match(match[2].str(), uuid) || !uuids.insert(match[2]).second) {
+    if (!is_uuid(values->at(4)) || !uuids.insert(values->at(4)).second) {
       Notes::found("6.3", "it announced " + line);
     }
   }

@@ -1,58 +1,27 @@
-// The check of plug-ins: silent at whole ones, and at each broken one it names the clause that is broken.
+// The check of plug-ins names the clause that a broken one breaks.
 #include <gmock/gmock.h>
 
 #include <fstream>
 #include <iterator>
 #include <ostream>
-#include <regex>
-#include <set>
 
-#include "door/tests/process.h"
+#include "checked.h"
 #include "refhost/tests/support.h"
 
 namespace {
 
-using achost::test::Result;
+using plugin_check_test::broken_in;
+using plugin_check_test::check;
+using plugin_check_test::Numbers;
+using plugin_check_test::plugin;
 using testing::Contains;
 using testing::HasSubstr;
 using testing::IsEmpty;
-
-using Numbers = std::set<std::string>;
-
-Result check(std::vector<std::string> arguments) {
-  return achost::test::run_program(PLUGINCHECK, std::move(arguments));
-}
-
-std::string plugin(const std::string& name) { return PLUGINS "/" + name + ".so"; }
-
-// Those that the report names.
-Numbers clauses_in(const std::string& report, const std::string& behind) {
-  const std::regex line("plugincheck: clause ([0-9.]+)" + behind);
-  Numbers numbers;
-  for (std::sregex_iterator match(report.begin(), report.end(), line), end; match != end; ++match) {
-    numbers.insert((*match)[1]);
-  }
-  return numbers;
-}
-
-Numbers broken_in(const Result& result) { return clauses_in(result.err, ":"); }
 
 std::string text_of(const std::string& file) {
   std::ifstream stream(file);
   EXPECT_TRUE(stream) << file;
   return {std::istreambuf_iterator<char>(stream), {}};
-}
-
-TEST(WholePlugin, NoClauseFiresOnASmallOne) {
-  const auto result = check({plugin("good")});
-  EXPECT_EQ(result.status, 0) << result.err;
-  EXPECT_THAT(broken_in(result), IsEmpty()) << result.err;
-}
-
-TEST(WholePlugin, NoClauseFiresOnUhfAtAnyLevelAndAllAreExamined) {
-  const auto result = check({UHF_SO, "--level", "uhf"});
-  EXPECT_EQ(result.status, 0) << result.err;
-  EXPECT_THAT(clauses_in(result.err, ""), IsEmpty()) << result.err;
 }
 
 // What is broken, the clause that says so, and the scene that finds it.
