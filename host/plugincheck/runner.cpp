@@ -102,6 +102,7 @@ void Child::start(const RunnerOptions& options, int notes) {
   arguments.insert(arguments.end(),
                    {"--scene", scene_.name, "--notes", std::to_string(kNotes), "--directory", directory});
   std::vector<char*> words;
+  words.reserve(arguments.size() + 1);
   for (auto& argument : arguments) {
     words.push_back(argument.data());
   }
