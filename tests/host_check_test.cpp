@@ -6,9 +6,9 @@
 #include <future>
 #include <iterator>
 #include <map>
-#include <regex>
 #include <set>
 #include <sstream>
+#include <string_view>
 
 #include "door/tests/process.h"
 #include "refhost/tests/support.h"
@@ -57,10 +57,13 @@ class HostCheck : public testing::Test {
     Findings findings;
     findings.result = achost::test::run_program(ENV, words);
     const std::string cases = text_of(junit);
-    const std::regex form("<testcase classname=\"[^\"]*\" name=\"([0-9.]+) [^\"]*\"(/|><(failure|skipped|error) )");
-    for (std::sregex_iterator at(cases.begin(), cases.end(), form); at != std::sregex_iterator(); ++at) {
+    constexpr std::string_view kName = " name=\"";
+    for (auto at = cases.find("<testcase "); at != std::string::npos; at = cases.find("<testcase ", at + 1)) {
+      const auto name_begin = cases.find(kName, at) + kName.size();
+      const auto number = cases.substr(name_begin, cases.find(' ', name_begin) - name_begin);
+      const auto behind = cases.substr(cases.find('"', name_begin) + 1, 12);  // "/>", "><failure ..."
       ++findings.all;
-      findings.by_kind[(*at)[3]].insert((*at)[1]);
+      findings.by_kind[behind.starts_with("><") ? behind.substr(2, behind.find(' ') - 2) : ""].insert(number);
     }
     return findings;
   }
@@ -136,13 +139,14 @@ TEST_F(HostCheck, SaysThatItsFileCannotBeWritten) {
 
 // What stands behind a word at the beginning of a patch.
 std::vector<std::string> words_behind(const std::string& word, const std::string& patch) {
-  std::smatch found;
-  std::vector<std::string> words;
-  if (std::regex_search(patch, found, std::regex("\n" + word + ": ([^\n]*)"))) {
-    std::istringstream line(found[1]);
-    words.assign(std::istream_iterator<std::string>(line), {});
+  const std::string begin = "\n" + word + ": ";
+  const auto at = patch.find(begin);
+  if (at == std::string::npos) {
+    return {};
   }
-  return words;
+  const auto from = at + begin.size();
+  std::istringstream line(patch.substr(from, patch.find('\n', from) - from));
+  return {std::istream_iterator<std::string>(line), {}};
 }
 
 struct Broken {
