@@ -81,7 +81,11 @@ Achost::~Achost() {
 
 std::string Achost::next_line() {
   std::array<char, 4096> buffer{};
-  while (pending_.find('\n') == std::string::npos) {
+  for (;;) {
+    pending_.erase(0, pending_.find_first_not_of('\n'));
+    if (pending_.find('\n') != std::string::npos) {
+      break;
+    }
     const ssize_t length = read(output_, buffer.data(), buffer.size());
     if (length <= 0) {
       return "";

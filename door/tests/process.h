@@ -30,7 +30,7 @@ class Achost {
 
   pid_t pid() const { return pid_; }
 
-  // Wait for the next line on standard output, without its newline; empty at its end.
+  // Wait for the next line on standard output that is not empty, without its newline; empty at its end.
   std::string next_line();
 
   // Stop reading standard output.
