@@ -25,7 +25,7 @@ class DispatchThread : public testing::Test {
  protected:
   void SetUp() override {
     host().reset();
-    host().set("read_interval", 3000);
+    host().set("read_interval", 60'000);
     host().set("read_interval_diff_tags", 500);
     host().on_keep_alive([this](const std::string&) {
       if (stop) {
@@ -35,7 +35,7 @@ class DispatchThread : public testing::Test {
     lastCardsRead_.clear();
     lastCardsSent_.clear();
     uhf_operation_mode_ = CONTINUOUS;
-    same_tag_timeout_ = 3000;
+    same_tag_timeout_ = 60'000;
     different_tag_timeout_ = 0;
     trigger_timeout_ = 60'000;
     trigger_idle_ = 0;
@@ -94,8 +94,9 @@ class DispatchThread : public testing::Test {
     ASSERT_TRUE(host().wait_until([&] { return host().keep_alives("uhf_write_threads") > rounds + 2; }));
   }
 
-  // Whether a card read now is announced.
+  // Whether a card read now is announced, by what was set before: a round that had begun ends first.
   bool announces(std::uint64_t card) {
+    waitForARound();
     const auto before = host().messages("identifier_new_card").size();
     read(card);
     waitForARound();
