@@ -1,10 +1,12 @@
 // Users and cards of a small door, changed by commands beside the host that runs.
 #include <signal.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <thread>
 
 #include "tests/device_fixture.h"
@@ -90,6 +92,36 @@ TEST_F(People, OutsideHisScheduleAUsersCardOpensNothingAndWhyNamesTheNextWindow)
   output({"user", "put", "7", "--schedule", "none"});
   EXPECT_EQ(present().at("outcome"), "opens");
   EXPECT_EQ(output({"schedule", "remove", "never"}), "schedule never is removed\n");
+}
+
+TEST_F(People, EachChangeIsInTheJournalWithWhoMadeItAlsoWhenNoHostRuns) {
+  start_fast();
+  const auto office = file("s", "name,days,from,to\noffice,mon-fri,08:00,18:00\n");
+  EXPECT_EQ(output({"schedule", "import", office, "--dry-run"}),
+            "made schedule office: mon-fri 08:00-18:00\nnothing is stored; it would be 1 schedule and 0 holidays\n");
+  EXPECT_EQ(output({"schedule", "list", "--json"}), "");
+  output({"card", "add", "1", "--user", "7"});
+  output({"schedule", "import", office});
+  output({"config", "set", "host.door_open_time=4000"});
+  end();
+  output({"user", "put", "7", "--name", "Ana", "--schedule", "office"});
+  output({"config", "set", "host.door_open_time=5000"});
+  EXPECT_THAT(command({"schedule", "import", file("s", "name,days,from,to\n"), "--dry-run"}).err,
+              HasSubstr("schedule office is that of Ana (7), and would go"));
+  output({"user", "remove", "7"});
+  std::vector<std::string> made;
+  std::string lines = output({"journal", "--json"});
+  for (std::istringstream in(lines); std::getline(in, lines);) {
+    const auto entry = json::parse(lines);
+    const auto& fields = entry.at("fields");
+    if (fields.contains("by_uid") && fields.at("by_uid") == getuid()) {
+      made.push_back(entry.at("kind").get<std::string>() + " " + fields.value("change", fields.value("value", "")));
+    }
+  }
+  EXPECT_EQ(made, (std::vector<std::string>{"user_change made", "card_change added", "schedule_change made",
+                                            "setting_change 4000", "user_change changed", "setting_change 5000",
+                                            "card_change removed", "user_change removed"}));
+  EXPECT_EQ(command({"check"}).status, 0);
 }
 
 TEST_F(People, BetweenTwoEntriesOfAUserLiesHisPause) {

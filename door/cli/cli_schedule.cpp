@@ -19,6 +19,7 @@ using refhost::log::escape;
 struct ScheduleOptions {
   std::shared_ptr<std::string> state;
   bool json = false;
+  bool dry_run = false;
   std::string name;
   std::string file;
 };
@@ -73,16 +74,19 @@ void list_schedules(const ScheduleOptions& options) {
 
 void import_schedules(const ScheduleOptions& options) {
   const auto text = content_of(options.file);
-  StoreOwner owner(writable_state(*options.state));
+  StoreOwner owner(options.dry_run ? existing_state(*options.state) : writable_state(*options.state));
   std::string_view left = text;
   const auto give = [&left] {
     const auto piece = left.substr(0, kLongestPiece);
     left.remove_prefix(piece.size());
     return std::string(piece);
   };
-  const auto answer =
-      owner.ask({{"command", "schedule_import"}, {"name", name_of_input(options.file)}}, {.give = give});
-  print(answer.at("done").get<std::string>() + "\n");
+  std::string lines;
+  const auto answer = owner.ask(
+      {{"command", options.dry_run ? "schedule_plan" : "schedule_import"}, {"name", name_of_input(options.file)}},
+      {.give = give, .take = [&lines](std::string_view more) { lines += more; }});
+  print(lines + (options.dry_run ? "nothing is stored; it would be " : "") + answer.at("done").get<std::string>() +
+        "\n");
 }
 
 void export_schedules(const ScheduleOptions& options) {
@@ -124,6 +128,7 @@ void add_schedule(CLI::App& app) {
   const auto [import, imported] = schedule_command(
       schedule, "import", "Store the schedules and holidays of a file in place of all, or none", import_schedules);
   import.add_option("FILE", imported->file, "CSV; - is standard input")->type_name("FILE")->required();
+  import.add_flag("--dry-run", imported->dry_run, "Store nothing, and tell what would be different");
   import.footer(
       "The columns are name, days, from, to: office,mon-fri,08:00,18:00. A window of a day is up to 24:00, or over\n"
       "midnight. office,holiday,10:00,12:00 is one of holidays, and Christmas Day,2026-12-25,, is a holiday.");

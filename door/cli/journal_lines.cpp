@@ -11,6 +11,7 @@
 #include "door/base/local_time.h"
 #include "door/cli/csv_cell.h"
 #include "door/cli/health_line.h"
+#include "door/journal/changes.h"
 #include "door/journal/entry_code.h"
 #include "refhost/log_entry.h"
 #include "refhost/store_report.h"
@@ -123,13 +124,17 @@ Sentence enrollment(const Entry& entry, const JournalStyle& style) {
 }
 
 Sentence user_change(const Entry& entry, const JournalStyle& style) {
-  return {maker_in(entry), escape(text_in(entry, "change")) + " " + user_in(entry, style) +
+  return {maker_in(entry), escape(text_in(entry, "change")) + " " + user_in(entry, style, "people") +
                                with_reason({.fields = {{"rest", rest_of(entry, "change")}}}, "rest")};
 }
 
 Sentence card_change(const Entry& entry, const JournalStyle& style) {
   const std::string user = entry.user.has_value() ? " of " + user_in(entry, style) : "";
   return {maker_in(entry), escape(text_in(entry, "change")) + " " + card_in(entry, style) + user};
+}
+
+Sentence schedule_change(const Entry& entry, const JournalStyle&) {
+  return {maker_in(entry), text_of_schedule_change(entry)};
 }
 
 Sentence setting_change(const Entry& entry, const JournalStyle&) {
@@ -219,9 +224,9 @@ Sentence command(const Entry& entry, const JournalStyle&) {
 
 // By number of the kind.
 constexpr Sentence (*kSentences[])(const Entry&, const JournalStyle&) = {
-    identification, opening, closing,      exit_request, enrollment, user_change, card_change, setting_change,
-    reader_state,   alarm,   start,        end,          clock_jump, gap,         retention,   sighting,
-    audit,          refusal, disagreement, contact,      mode,       command};
+    identification, opening, closing,      exit_request, enrollment, user_change, card_change,    setting_change,
+    reader_state,   alarm,   start,        end,          clock_jump, gap,         retention,      sighting,
+    audit,          refusal, disagreement, contact,      mode,       command,     schedule_change};
 static_assert(std::size(kSentences) == kKinds.size());
 
 // The time as it was there and then.

@@ -1,9 +1,13 @@
 #include "door/control/own_stores.h"
 
+#include <string>
 #include <thread>
 
+#include "ac/exception.h"
 #include "door/backup/take_over.h"
 #include "door/base/settings_rules.h"
+#include "door/journal/changes.h"
+#include "refhost/log.h"
 
 namespace achost {
 
@@ -12,11 +16,27 @@ void OwnStores::lock() {
   take_over(directory_);
 }
 
+// Of what is changed; that is so by now, also where it cannot be noted.
+void OwnStores::note(const Entry& entry) {
+  try {
+    if (!journal_.has_value() && is_noted_) {
+      journal_.emplace(directory_);
+    }
+    is_noted_ = is_noted_ && journal_->note(entry);
+  } catch (const ac::ac_exception& failure) {
+    is_noted_ = false;
+    refhost::log::error(std::string("the change is not noted in the journal: ") + failure.what());
+  }
+}
+
 refhost::SettingsStore& OwnStores::open_settings() {
   using Access = refhost::SettingsStore::Access;
   if (!settings_.has_value()) {
     settings_.emplace(directory_, lock_.has_value() ? Access::read_write : Access::read_only);
     settings_->keep(settings_rules(kUsualWatchdogLimit));
+    settings_->on_change([this](const refhost::SettingsStore::Change& change) {
+      note(setting_change(change.setting.section + "." + change.setting.key, change.value, change.previous_value));
+    });
   }
   return *settings_;
 }
@@ -24,6 +44,7 @@ refhost::SettingsStore& OwnStores::open_settings() {
 UserStore& OwnStores::users() {
   if (!users_.has_value()) {
     users_.emplace(directory_, lock_.has_value() ? UserStore::Access::read_write : UserStore::Access::read_only);
+    users_->on_change([this](const Entry& entry) { note(entry); });
   }
   return *users_;
 }

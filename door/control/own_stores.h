@@ -6,6 +6,7 @@
 #include <optional>
 
 #include "door/control/stores.h"
+#include "door/journal/journal.h"
 #include "refhost/instance_lock.h"
 
 namespace achost {
@@ -30,6 +31,7 @@ class OwnStores : public Stores {
 
  private:
   refhost::SettingsStore& open_settings();
+  void note(const Entry& entry);
   bool may_have_new_entries();
 
   const std::filesystem::path directory_;
@@ -37,6 +39,8 @@ class OwnStores : public Stores {
   std::optional<refhost::SettingsStore> settings_;
   std::optional<UserStore> users_;
   refhost::AuditReader audit_;
+  std::optional<Journal> journal_;                // from the first change on
+  bool is_noted_ = true;                          // what was changed
   std::filesystem::file_time_type journal_seen_;  // when it was written, at the latest look
 };
 

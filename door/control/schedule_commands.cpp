@@ -4,6 +4,7 @@
 
 #include "door/base/failure.h"
 #include "door/base/local_time.h"
+#include "door/journal/changes.h"
 #include "door/services/schedule_text.h"
 #include "refhost/log_entry.h"
 #include "refhost/store_report.h"
@@ -43,7 +44,7 @@ Json list(const Schedules& all) {
   return {{"schedules", std::move(schedules)}, {"holidays", std::move(holidays)}};
 }
 
-Json import(UserStore& store, const std::string& name, ControlStream& stream) {
+std::string received(const std::string& name, ControlStream& stream) {
   std::string text;
   for (std::string piece; !(piece = stream.receive_bytes()).empty();) {
     text += piece;
@@ -51,13 +52,31 @@ Json import(UserStore& store, const std::string& name, ControlStream& stream) {
       throw Failure(kUsage, name + " is too long for a table of schedules: give fewer windows and holidays");
     }
   }
-  const auto schedules = parse_schedules(text, name);
-  store.replace_schedules(schedules);
-  const auto counted = [](std::size_t number, const char* noun) {
+  return text;
+}
+
+std::string counted(const Schedules& schedules) {
+  const auto count = [](std::size_t number, const char* noun) {
     return refhost::counted(static_cast<std::int64_t>(number), noun);
   };
-  return {{"done", counted(schedules.all.size(), "schedule") + " and " + counted(schedules.holidays.size(), "holiday") +
-                       " are stored, in place of those before"}};
+  return count(schedules.all.size(), "schedule") + " and " + count(schedules.holidays.size(), "holiday");
+}
+
+Json import(UserStore& store, const std::string& name, ControlStream& stream) {
+  const auto schedules = parse_schedules(received(name, stream), name);
+  store.replace_schedules(schedules);
+  return {{"done", counted(schedules) + " are stored, in place of those before"}};
+}
+
+// What would be different, a line each: "changed schedule office: mon-fri 08:00-18:00".
+Json plan(const UserStore& store, const std::string& name, ControlStream& stream) {
+  const auto schedules = parse_schedules(received(name, stream), name);
+  std::string lines;
+  for (const auto& note : store.plan_schedules(schedules)) {
+    lines += text_of_schedule_change(note) + "\n";
+  }
+  stream.send_bytes(lines);
+  return {{"done", counted(schedules)}};
 }
 
 std::string remove(UserStore& store, const std::string& name) {
@@ -77,6 +96,11 @@ std::vector<ControlCommand> schedule_commands(Stores& stores) {
            .run = [&stores](const Json& request,
                             ControlStream& stream) { return import(stores.users(), request["name"], stream); },
            .changes = true,
+           .takes_bytes = true},
+          {.name = "schedule_plan",
+           .fields = {{"name"}},
+           .run = [&stores](const Json& request,
+                            ControlStream& stream) { return plan(stores.users(), request["name"], stream); },
            .takes_bytes = true},
           {"schedule_export",
            {},

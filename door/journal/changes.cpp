@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "door/base/maker.h"
+#include "refhost/log_entry.h"
 
 namespace achost {
 namespace {
@@ -22,9 +23,33 @@ Entry setting_change(const std::string& setting, const std::string& value, const
                      .fields = {{"setting", setting}, {"value", value}, {"previous_value", previous_value}}});
 }
 
-Entry user_change(const std::string& change, std::int64_t user, std::vector<EntryField> fields) {
+Entry user_change(const std::string& change, std::optional<std::int64_t> user, std::vector<EntryField> fields) {
   fields.insert(fields.begin(), {"change", change});
   return with_maker({.kind = Kind::user_change, .user = user, .fields = std::move(fields)});
+}
+
+Entry schedule_change(const std::string& change, std::vector<EntryField> fields) {
+  fields.insert(fields.begin(), {"change", change});
+  return with_maker({.kind = Kind::schedule_change, .fields = std::move(fields)});
+}
+
+std::string text_of_schedule_change(const Entry& entry) {
+  std::string text;
+  for (const auto& [name, value] : entry.fields) {
+    const auto* const said = std::get_if<std::string>(&value);
+    const std::string word =
+        said != nullptr ? refhost::log::escape(*said) : std::to_string(std::get<std::int64_t>(value));
+    if (name == "change") {
+      text = word;
+    } else if (name == "schedule" || name == "holiday") {
+      text += " " + name + " " + word;
+    } else if (name == "schedules" || name == "holidays") {
+      text += " " + word + " " + name;
+    } else if (name == "text" && !word.empty()) {
+      text += ": " + word;
+    }
+  }
+  return text;
 }
 
 Entry card_change(const std::string& change, std::uint64_t card, std::optional<std::int64_t> user) {

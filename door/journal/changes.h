@@ -16,10 +16,18 @@ namespace achost {
 // setting: "uhf.region".
 Entry setting_change(const std::string& setting, const std::string& value, const std::string& previous_value);
 
-// change: "made", "changed", "blocked", "removed"; fields: what there is to say of it.
-Entry user_change(const std::string& change, std::int64_t user, std::vector<EntryField> fields = {});
+// change: "made", "changed", "blocked", "unblocked", "removed", or "imported" of many, who are not named one by one;
+// fields: what there is to say of it.
+Entry user_change(const std::string& change, std::optional<std::int64_t> user, std::vector<EntryField> fields = {});
 
-// change: "added" or "removed"; user: whose it is, or was.
+// change: "made", "changed", "removed", or "imported" of many; fields: "schedule" or "holiday", and "text", what it
+// says.
+Entry schedule_change(const std::string& change, std::vector<EntryField> fields);
+
+// That entry in words, without who: "changed schedule office: mon-fri 08:00-18:00".
+std::string text_of_schedule_change(const Entry& entry);
+
+// change: "added", "changed" or "removed"; user: whose it is, or was.
 Entry card_change(const std::string& change, std::uint64_t card, std::optional<std::int64_t> user);
 
 // what: "open", or a mode, which is to last for so many seconds.

@@ -36,6 +36,7 @@ enum class Kind : int {
   contact = 20,
   mode = 21,
   command = 22,
+  schedule_change = 23,
 };
 
 struct KindName {
@@ -68,6 +69,7 @@ inline constexpr auto kKinds = std::to_array<KindName>({
     {Kind::contact, "contact", "the door was opened, forced, left open, not used after a release, or shut"},
     {Kind::mode, "mode", "the door is in another mode, and who asks for it"},
     {Kind::command, "command", "somebody has told the door to open, or to be in a mode for a time"},
+    {Kind::schedule_change, "schedule_change", "a schedule or a holiday was made, changed or removed"},
 });
 
 static_assert([] {

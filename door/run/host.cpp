@@ -169,6 +169,7 @@ Host::Host(const std::filesystem::path& state, Reader& reader, Printer::Form for
   audit_.retain([this] { return retention(settings_); });
   tell_of_damage();
   begin_journal();
+  users_.on_change([this](const Entry& entry) { journal_.note(entry); });
   users_.on_damage([this](const std::string& text) { alarms_.raise("users.db", text); });
   refhost::SettingsStore::make_current(&settings_);
   refhost::AuditLog::make_current(&audit_);

@@ -28,8 +28,13 @@ std::chrono::milliseconds open_time(int reason) {
   return would_chatter ? silence + kSomePolls : time;
 }
 
+// What the relay did stands, also when there is no memory to tell it.
 void tell_state(int open, int reason) {
-  refhost::send("door_state", {{"id", kTheDoor}, {"open", open}, {"reason", reason}});
+  try {
+    refhost::send("door_state", {{"id", kTheDoor}, {"open", open}, {"reason", reason}});
+  } catch (const std::bad_alloc&) {
+    refhost::log::error("door: there is no memory to tell whether it is open");
+  }
 }
 
 }  // namespace
@@ -102,11 +107,22 @@ bool DoorService::open(int reason) {
     return false;
   }
   note_opening(relay, reason);
-  opening_ = {.relay = relay, .reason = reason, .requested = {}, .until = {}};
-  is_open_ = true;
-  switch_relay(relay, 1);
+  begin_opening({.relay = relay, .reason = reason, .requested = {}, .until = {}});
   tell_state(1, reason);
   return true;
+}
+
+// With mutex_ held. Without memory for the relay's message the door is shut as before, and the next request opens it.
+void DoorService::begin_opening(const Opening& opening) {
+  opening_ = opening;
+  is_open_ = true;
+  try {
+    switch_relay(opening.relay, 1);
+  } catch (...) {
+    opening_.reset();
+    is_open_ = false;
+    throw;
+  }
 }
 
 void DoorService::stay_open(bool stays) {
@@ -118,6 +134,14 @@ void DoorService::stay_open(bool stays) {
     for (auto& timer : timers_) {
       timer.start(opening_->until);
     }
+  }
+}
+
+void DoorService::stay_open_if_possible() {
+  const std::lock_guard lock(mutex_);
+  if (stays_ && !opening_.has_value() &&
+      refhost::relay_is_enabled(ac::config_util::get_int("host", "door_relay", true))) {
+    open(kByMode);
   }
 }
 

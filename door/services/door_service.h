@@ -65,6 +65,9 @@ class DoorService {
   // From now on it is open until this is called with false; then it closes when the time of the latest request is over.
   void stay_open(bool stays);
 
+  // Where it is to stay open and has no relay for it, as the tag detector had it: whether it has one now.
+  void stay_open_if_possible();
+
   // Somebody has opened it then, and it is shut again: it closes at once, but for whoever has asked since.
   void close_after_use(Time opened);
 
@@ -84,6 +87,7 @@ class DoorService {
   void request(const ac::Message& message);
   void open_or_prolong(int reason);
   bool open(int reason);
+  void begin_opening(const Opening& opening);
   void note_opening(int relay, int reason) const;
   void close();
 

@@ -70,7 +70,8 @@ std::string remove_user(UserStore& store, std::int64_t id) {
   if (!removed.has_value()) {
     refuse_missing(id);
   }
-  return named(removed->user) + " is removed, with " + refhost::counted(removed->cards, "card");
+  return named(removed->user) + " is removed, with " +
+         refhost::counted(static_cast<std::int64_t>(removed->cards.size()), "card");
 }
 
 std::string add_card(UserStore& store, std::uint64_t card, std::int64_t user) {

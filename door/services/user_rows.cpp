@@ -137,11 +137,14 @@ std::optional<Card> card(SQLite::Database& database, std::uint64_t value) {
   return row.executeStep() ? std::optional(card_of(row)) : std::nullopt;
 }
 
-std::int64_t cards_of(SQLite::Database& database, std::int64_t user) {
-  SQLite::Statement row(database, "SELECT count(*) FROM cards WHERE user = ?");
+std::vector<std::uint64_t> cards_of(SQLite::Database& database, std::int64_t user) {
+  SQLite::Statement row(database, "SELECT value FROM cards WHERE user = ? ORDER BY value");
   row.bind(1, user);
-  row.executeStep();
-  return row.getColumn(0).getInt64();
+  std::vector<std::uint64_t> cards;
+  while (row.executeStep()) {
+    cards.push_back(static_cast<std::uint64_t>(row.getColumn(0).getInt64()));
+  }
+  return cards;
 }
 
 // The order of the rows is that in which they were written.

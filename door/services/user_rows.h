@@ -48,7 +48,7 @@ void remove_schedule(SQLite::Database& database, const std::string& name);
 // Nothing when there is none; second: the row is as it was written.
 std::optional<std::pair<User, bool>> user(SQLite::Database& database, std::int64_t id);
 std::optional<Card> card(SQLite::Database& database, std::uint64_t value);
-std::int64_t cards_of(SQLite::Database& database, std::int64_t user);
+std::vector<std::uint64_t> cards_of(SQLite::Database& database, std::int64_t user);
 
 // Ends with its block, undone unless it was committed; also where SQLite has begun it and then failed for want of
 // memory, which would leave the file locked.

@@ -6,15 +6,20 @@
 #include <chrono>
 #include <exception>
 #include <functional>
+#include <iterator>
 #include <mutex>
+#include <new>
 #include <utility>
 
 #include "ac/exception.h"
 #include "door/base/failure.h"
 #include "door/base/local_time.h"
+#include "door/journal/changes.h"
+#include "door/services/people_notes.h"
 #include "door/services/user_memory.h"
 #include "door/services/user_rows.h"
 #include "refhost/database.h"
+#include "refhost/log.h"
 #include "refhost/store_watch.h"
 
 namespace achost {
@@ -31,6 +36,16 @@ std::string now() { return iso_time(std::chrono::floor<std::chrono::milliseconds
                              ", and would go: give all who have it another first, such as --schedule none");
 }
 
+// Throws Failure when a user has a schedule that would go.
+std::vector<Entry> notes_of_replacing(SQLite::Database& open, const Schedules& wanted) {
+  for (const auto& [name, user] : rows::schedules_in_use(open)) {
+    if (wanted.find(name) == nullptr) {
+      refuse_removal(name, user);
+    }
+  }
+  return notes_of(rows::schedules(open), wanted);
+}
+
 }  // namespace
 
 struct UserStore::Impl {
@@ -42,9 +57,11 @@ struct UserStore::Impl {
   refhost::StoreWatch watch;
   std::vector<std::string> faults;  // of the opening
   std::function<void(const std::string&)> on_damage;
+  std::function<void(const Entry&)> on_change = [](const Entry&) {};
 
-  std::mutex mutex;                          // guards the next one; its holder may wait for the disk
+  std::mutex mutex;                          // guards the next two; its holder may wait for the disk
   std::optional<SQLite::Database> database;  // empty without a file, or once sealed
+  std::vector<Entry> notes;                  // of the change that is being made
 
   std::mutex memory_mutex;  // guards the rest; taken after the other one; its holder does not wait for the disk
   UserMemory memory;
@@ -75,8 +92,10 @@ struct UserStore::Impl {
   auto change(Action action, Learn learn) {
     return with([&](SQLite::Database& open) {
       rows::Transaction transaction(open, rows::Transaction::For::writing);
+      notes.clear();
       auto result = action(open);
       transaction.commit();
+      tell_of_change();
       try {
         learn(open, result);
       } catch (const std::exception&) {  // what is written is written; who asks next loads it
@@ -99,9 +118,20 @@ struct UserStore::Impl {
   }
 
   void load(SQLite::Database& open);
+  void note(std::vector<Entry> more) { std::ranges::move(more, std::back_inserter(notes)); }
+  void tell_of_change();
   std::optional<User> held(std::uint64_t card);
   void tell_of_damaged_schedule(const std::string& name) const;
 };
+
+// With the mutex held. What is written stands, also when there is no memory to note it.
+void UserStore::Impl::tell_of_change() {
+  try {
+    std::ranges::for_each(notes, on_change);
+  } catch (const std::bad_alloc&) {
+    refhost::log::error("users.db: there is no memory to note a change");
+  }
+}
 
 // With the mutex held.
 void UserStore::Impl::load(SQLite::Database& open) {
@@ -121,12 +151,12 @@ void UserStore::Impl::load(SQLite::Database& open) {
 
 // With memory_mutex held.
 std::optional<User> UserStore::Impl::held(std::uint64_t card) {
-  using Kind = UserMemory::Holder::Kind;
+  using HolderKind = UserMemory::Holder::Kind;
   auto holder = memory.holder_of(card);
   const std::string where = " in " + file.string() + " is not as it was stored, ";
-  if (holder.kind == Kind::damaged_card && on_damage) {
+  if (holder.kind == HolderKind::damaged_card && on_damage) {
     on_damage("a card" + where + "and opens nothing: achost check tells which; remove and enroll it");
-  } else if (holder.kind == Kind::damaged_user && on_damage) {
+  } else if (holder.kind == HolderKind::damaged_user && on_damage) {
     on_damage("user " + std::to_string(holder.id) + where + "and no card of his opens: put and unblock him");
   }
   if (holder.user.has_value() && !holder.user->schedule.empty() && on_damage) {
@@ -214,7 +244,9 @@ bool UserStore::bind(std::uint64_t card, std::int64_t user, const std::string& r
     const bool makes_user = !rows::user(open, user).has_value();
     if (makes_user) {
       writer.put(User{.id = user});
+      impl_->note(notes_of(std::nullopt, User{.id = user}));
     }
+    impl_->note({card_change("added", card, user)});
     writer.put(Card{.value = card, .user = user, .registration = registration, .enrolled = now()});
     return Bound{.is_new = true, .made_user = makes_user};
   };
@@ -231,6 +263,8 @@ bool UserStore::bind(std::uint64_t card, std::int64_t user, const std::string& r
 
 void UserStore::put(const User& user) {
   const auto write = [&](SQLite::Database& open) {
+    const auto before = rows::user(open, user.id);
+    impl_->note(notes_of(before.has_value() ? std::optional(before->first) : std::nullopt, user));
     rows::UserWriter(open).put(user);
     return true;
   };
@@ -254,6 +288,7 @@ std::optional<UserStore::Changed> UserStore::change_user(const UserChange& chang
         !rows::schedule_names(open).contains(*change.schedule)) {
       throw Failure(kFailed, fault_of_schedule(result.after));
     }
+    impl_->note(notes_of(result.before, result.after));
     rows::UserWriter(open).put(result.after);
     return result;
   };
@@ -288,15 +323,18 @@ std::optional<bool> UserStore::holds(const std::string& schedule, Schedules::Tim
 void UserStore::replace_schedules(const Schedules& schedules) {
   const auto wanted = std::make_shared<const Schedules>(schedules);
   const auto write = [&](SQLite::Database& open) {
-    for (const auto& [name, user] : rows::schedules_in_use(open)) {
-      if (wanted->find(name) == nullptr) {
-        refuse_removal(name, user);
-      }
-    }
+    impl_->note(notes_of_replacing(open, *wanted));
     rows::replace_schedules(open, *wanted);
     return true;
   };
   impl_->change_few(write, [&](bool) { impl_->schedules = wanted; });
+}
+
+std::vector<Entry> UserStore::plan_schedules(const Schedules& schedules) const {
+  return impl_->with([&](SQLite::Database& open) {
+    const rows::Transaction transaction(open, rows::Transaction::For::reading);
+    return notes_of_replacing(open, schedules);
+  });
 }
 
 bool UserStore::remove_schedule(const std::string& name) {
@@ -306,6 +344,9 @@ bool UserStore::remove_schedule(const std::string& name) {
       refuse_removal(name, use->second);
     }
     const bool is_there = rows::schedule_names(open).contains(name);
+    if (is_there) {
+      impl_->note({schedule_change("removed", {{"schedule", name}})});
+    }
     rows::remove_schedule(open, name);
     return is_there;
   };
@@ -323,6 +364,7 @@ std::optional<UserStore::Removed> UserStore::remove_user(std::int64_t id) {
       return std::nullopt;
     }
     Removed removed{.user = stored->first, .cards = rows::cards_of(open, id)};
+    impl_->note(notes_of_removal(removed.user, removed.cards));
     rows::remove_user(open, id);
     return removed;
   };
@@ -332,6 +374,9 @@ std::optional<UserStore::Removed> UserStore::remove_user(std::int64_t id) {
 std::optional<Card> UserStore::remove_card(std::uint64_t value) {
   const auto write = [&](SQLite::Database& open) {
     auto stored = rows::card(open, value);
+    if (stored.has_value()) {
+      impl_->note({card_change("removed", value, stored->user)});
+    }
     rows::remove_card(open, value);
     return stored;
   };
@@ -379,7 +424,10 @@ void write_all(SQLite::Database& open, const PeopleChange& change) {
 // Many rows are loaded anew sooner than one by one.
 void UserStore::change_all(const std::function<PeopleChange(const People&)>& plan) {
   const auto write = [&](SQLite::Database& open) {
-    write_all(open, plan(all_people(open)));
+    const auto people = all_people(open);
+    const auto change = plan(people);
+    impl_->note(notes_of(people, change));
+    write_all(open, change);
     return true;
   };
   impl_->change(write, [this](SQLite::Database& open, bool) {
@@ -439,6 +487,8 @@ std::optional<User> UserStore::user(std::int64_t id) const {
     return found.has_value() ? std::optional(std::move(found->first)) : std::nullopt;
   });
 }
+
+void UserStore::on_change(std::function<void(const Entry&)> callback) { impl_->on_change = std::move(callback); }
 
 void UserStore::on_damage(std::function<void(const std::string&)> callback) { impl_->on_damage = std::move(callback); }
 

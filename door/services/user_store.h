@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "door/journal/entry.h"
 #include "door/services/schedule.h"
 #include "door/services/user.h"
 #include "refhost/store_report.h"
@@ -72,7 +73,7 @@ class UserStore {
 
   struct Removed {
     User user;
-    std::int64_t cards = 0;  // that went with him
+    std::vector<std::uint64_t> cards = {};  // that went with him
   };
 
   // Remove a user with all of his cards, or one card; nothing when there is none.
@@ -92,6 +93,9 @@ class UserStore {
   // Have these in place of all that there are. Throws Failure, with nothing changed, when a user has one that would go.
   void replace_schedules(const Schedules& schedules);
 
+  // What the journal would be told of that. Throws as it does.
+  std::vector<Entry> plan_schedules(const Schedules& schedules) const;
+
   // False when there is none. Throws as the one before.
   bool remove_schedule(const std::string& name);
 
@@ -101,6 +105,10 @@ class UserStore {
   std::vector<std::pair<User, std::int64_t>> users_with_cards() const;  // with how many
   std::vector<Card> cards() const;
   std::optional<User> user(std::int64_t id) const;
+
+  // Called with what the journal is to know of a change, once that is on the disk, in the order of the changes, on the
+  // thread that made it. It must not call this store. To be set before other threads use the store.
+  void on_change(std::function<void(const Entry&)> callback);
 
   // Called, with the store locked, when a card is asked for that, or whose user, is not as it was written; to be set
   // before other threads use the store.

@@ -39,7 +39,7 @@ TEST_F(AchostCheck, TellsOfEachStoreThatItIsWhole) {
             "settings: 1 stored setting, whole\n"
             "users: 1 user, 1 card, whole\n"
             "audit: 2 records, numbers 1 to 2, whole\n"
-            "journal: nothing is stored, whole\n");
+            "journal: 3 entries, numbers 1 to 3, whole\n");
 }
 
 TEST_F(AchostCheck, TellsItAsJson) {

@@ -248,6 +248,18 @@ TEST_F(Door, ARelayThatIsTakenIsNotTouched) {
   EXPECT_EQ(order.wait_for(1), Texts({"refusal relay 2 shows the tag detector"}));
 }
 
+TEST_F(Door, ThatIsToStayOpenOpensOnceItsRelayIsItsOwn) {
+  ac::config_util::relay_enabled(2, false);
+  door->stay_open(true);
+  door->stay_open_if_possible();
+  EXPECT_FALSE(door->is_open());
+  ac::config_util::relay_enabled(2, true);
+  door->stay_open_if_possible();
+  door->stay_open_if_possible();
+  EXPECT_TRUE(door->is_open());
+  EXPECT_EQ(order.wait_for(2), Texts({"refusal relay 2 shows the tag detector", "opening unlocked"}));
+}
+
 TEST_F(Door, ARequestThatIsNoneIsLogged) {
   refhost::test::capture_log();
   request(kIdentification, 2);

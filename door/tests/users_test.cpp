@@ -150,7 +150,7 @@ TEST_F(Users, WhoIsRemovedIsToldWithHisCards) {
   EXPECT_EQ(card->registration, "r");
   const auto removed = users.remove_user(7);
   EXPECT_EQ(removed->user.name, "Ana");
-  EXPECT_EQ(removed->cards, 1);
+  EXPECT_EQ(removed->cards.size(), 1U);
   EXPECT_EQ(users.owner_of(34), std::nullopt);
 }
 
