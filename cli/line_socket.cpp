@@ -68,7 +68,7 @@ int SocketPlace::connect(int socket) const {
 
 void SocketPlace::unlink() const noexcept { unlinkat(directory_, name_.c_str(), 0); }
 
-int SocketPlace::make_private() const { return fchmodat(directory_, name_.c_str(), 0600, 0) == 0 ? 0 : errno; }
+int SocketPlace::set_mode(mode_t mode) const { return fchmodat(directory_, name_.c_str(), mode, 0) == 0 ? 0 : errno; }
 
 std::string SocketPlace::path() const { return "/proc/self/fd/" + std::to_string(directory_) + "/" + name_; }
 

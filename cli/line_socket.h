@@ -1,6 +1,8 @@
 // Lines over a stream socket.
 #pragma once
 
+#include <sys/types.h>
+
 #include <chrono>
 #include <filesystem>
 #include <optional>
@@ -23,8 +25,8 @@ class SocketPlace {
   int connect(int socket) const;
   void unlink() const noexcept;
 
-  // Set its mode to 0600; 0 or the errno.
-  int make_private() const;
+  // 0 or the errno.
+  int set_mode(mode_t mode) const;
 
  private:
   std::string path() const;

@@ -9,7 +9,8 @@ namespace achost {
 // A user of the machine: the peer of a control socket, or whoever runs the command.
 struct Maker {
   std::int64_t uid = 0;
-  std::string name;  // as the machine knows it; empty: it does not
+  std::string name;      // as the machine knows it; empty: it does not
+  std::string behalf{};  // for whom, as he says himself: a user of a gateway; empty: for himself
 
   bool operator==(const Maker&) const = default;
 };

@@ -59,17 +59,20 @@ std::string card_in(const Entry& entry, const JournalStyle& style) {
   return "card " + (style.shows_cards ? digits : refhost::log::mask_digits(digits));
 }
 
+// "root", or for whom a gateway has asked: "ana (achost-web)".
 std::string maker_in(const Entry& entry) {
   const std::string name = escape(text_in(entry, "by"));
   const std::string uid = text_in(entry, "by_uid");
-  return !name.empty() ? name : uid.empty() ? "the device" : "uid " + uid;
+  const std::string behalf = escape(text_in(entry, "on_behalf_of"));
+  const std::string maker = !name.empty() ? name : uid.empty() ? "the device" : "uid " + uid;
+  return behalf.empty() ? maker : behalf + " (" + maker + ")";
 }
 
 // All that an entry has to say that no sentence is made for: "change=made name=Ana".
 std::string rest_of(const Entry& entry, std::string_view without = "") {
   std::string text;
   for (const auto& [name, value] : entry.fields) {
-    if (name != "by" && name != "by_uid" && name != without) {
+    if (name != "by" && name != "by_uid" && name != "on_behalf_of" && name != without) {
       text += (text.empty() ? "" : " ") + name + "=" + escape(text_in(entry, name));
     }
   }
@@ -215,11 +218,26 @@ Sentence mode(const Entry& entry, const JournalStyle&) {
   return {"door", escape(mode_words(text_in(entry, "mode"), text_in(entry, "asked")))};
 }
 
-Sentence command(const Entry& entry, const JournalStyle&) {
-  const std::string what = escape(text_in(entry, "what"));
-  return {maker_in(entry),
-          what == "open" ? "opened the door by command"
-                         : "told the door to be " + what + " for " + duration_text(entry_number(entry, "seconds"))};
+Sentence command(const Entry& entry, const JournalStyle& style) {
+  static const std::map<std::string, const char*> kWords = {{"open", "opened the door by command"},
+                                                            {"exit", "pressed the exit button by command"},
+                                                            {"borrow", "borrowed the reader"},
+                                                            {"restore", "put a backup in place of what is stored"}};
+  const std::string what = text_in(entry, "what");
+  const std::string maker = maker_in(entry);
+  if (const auto found = kWords.find(what); found != kWords.end()) {
+    return {maker, found->second};
+  }
+  if (what == "enroll") {
+    return {maker, "began an enrollment for " + user_in(entry, style)};
+  }
+  if (what == "line") {
+    return {maker, "set line " + text_in(entry, "line") + " to " + text_in(entry, "value")};
+  }
+  if (what == "relay_test") {
+    return {maker, "tried relay " + text_in(entry, "relay")};
+  }
+  return {maker, "told the door to be " + escape(what) + " for " + duration_text(entry_number(entry, "seconds"))};
 }
 
 // By number of the kind.

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "ac/exception.h"
+#include "door/control/roles.h"
 
 namespace achost {
 
@@ -57,6 +58,9 @@ class ControlStream {
   // The connection itself, as another descriptor, for bytes that are no lines: {"ok": true} is sent before, and nothing
   // by the server after. The connection ends when the command returns and that descriptor is closed.
   virtual int hand_over() = 0;
+
+  // What whoever asks may do; all, where he asks himself.
+  virtual Role role() const { return Role::admin; }
 };
 
 // Something that a client may ask for.
@@ -64,8 +68,8 @@ struct ControlCommand {
   std::string name;
   std::vector<ControlField> fields;
   // Returns what the answer holds besides "ok": true. What it throws becomes the error. Called on a thread of the
-  // connection's, so several at a time; it may use the stream before it returns. What it changes is the client's change
-  // (MakerScope).
+  // connection's, so several at a time; it may use the stream before it returns. What it changes, and notes, is the
+  // client's (MakerScope).
   std::function<Json(const Json& request, ControlStream& stream)> run;
   bool changes = false;      // what is stored; or it needs the state directory for itself
   bool takes_bytes = false;  // pieces of bytes follow the request, the last of them empty
@@ -77,6 +81,10 @@ class RequestError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// The field that each request may have beside its command's own: for whom a gateway asks.
+inline constexpr const char* kOnBehalfOf = "on_behalf_of";
+inline constexpr std::size_t kLongestBehalf = 100;  // bytes
+
 // The commands of a server. Constant once made.
 class ControlTable {
  public:
@@ -84,6 +92,8 @@ class ControlTable {
 
   // The command of a request whose fields are all as they should be. Throws RequestError.
   const ControlCommand& check(const Json& request) const;
+
+  const std::vector<ControlCommand>& commands() const { return commands_; }
 
  private:
   std::vector<ControlCommand> commands_;
@@ -95,10 +105,12 @@ struct ControlLimits {
   std::chrono::milliseconds idle = std::chrono::seconds(60);      // for the next request
 };
 
-// Listens at DIRECTORY/control.sock, for this user and root alone.
+// Listens at DIRECTORY/control.sock: for this user, root and whose the directory is, who may do all, and for the groups
+// of roles.h, should the machine have them. docs/control.md is for whoever writes a client.
 //
 // A client sends requests, {"command": NAME, FIELD: VALUE, ...}, a line each, and gets an answer to each in turn:
-// {"ok": true, ...}, or {"ok": false, "status": N, "error": TEXT} with the exit status that a program should end with.
+// {"ok": true, ...}, or {"ok": false, "status": N, "error": TEXT} with the exit status that a program should end with;
+// of one that another role may ask it names that: "needs".
 // A request that is none gets an error, and the connection goes on, unless it is longer than kLongestRequest or takes
 // longer than the limit: then nobody can tell where the next one begins. A client that asks for nothing goes, at the
 // limit or when another needs its place; so none keep others out but those that follow something, and root has a place
@@ -113,7 +125,9 @@ class ControlServer {
 
   // The directory is held by this process alone, so a socket that is there already is a dead one's. Throws
   // ac::ac_exception.
-  ControlServer(const std::filesystem::path& directory, ControlTable table, ControlLimits limits = {});
+  // groups: the machine's file of groups, read for each client.
+  ControlServer(const std::filesystem::path& directory, ControlTable table, ControlLimits limits = {},
+                std::filesystem::path groups = kGroupsFile);
 
   // Closes all connections and removes the socket.
   ~ControlServer();

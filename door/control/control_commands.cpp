@@ -1,6 +1,7 @@
 #include "door/control/control_commands.h"
 
 #include "door/base/failure.h"
+#include "door/base/maker.h"
 #include "door/control/control_events.h"
 #include "door/control/control_status.h"
 #include "door/control/door_commands.h"
@@ -8,6 +9,7 @@
 #include "door/control/gpio_commands.h"
 #include "door/control/reader_commands.h"
 #include "door/control/restore_command.h"
+#include "door/journal/changes.h"
 #include "refhost/send.h"
 #include "uhfsim/command.h"
 #include "uhfsim/text.h"
@@ -17,8 +19,44 @@ namespace {
 
 using Type = ControlField::Type;
 
+// Of the interface as docs/control.md has it: another number where a client that knows this one could not go on.
+constexpr std::int64_t kInterface = 1;
+
+// Who asks, and what he may.
+Json greet(const Json& request, const ControlStream& stream, const std::string& version,
+           const std::vector<std::string>& commands) {
+  const auto wanted = request.value("interface", kInterface);
+  if (wanted != kInterface) {
+    throw RequestError("this host speaks interface " + std::to_string(kInterface) + ", not " + std::to_string(wanted));
+  }
+  Json allowed = Json::array();
+  for (const auto& command : commands) {
+    if (role_for(command) <= stream.role()) {
+      allowed.push_back(command);
+    }
+  }
+  Json answer = {{"interface", kInterface}, {"version", version}, {"role", name_of(stream.role())}};
+  if (const auto* const maker = MakerScope::current()) {
+    answer["uid"] = maker->uid;
+    answer["user"] = maker->name;
+  }
+  answer["commands"] = std::move(allowed);
+  return answer;
+}
+
+ControlCommand hello_command(const std::string& version, const std::vector<ControlCommand>& others) {
+  std::vector<std::string> names = {"hello"};
+  for (const auto& other : others) {
+    names.push_back(other.name);
+  }
+  return {"hello", {{"interface", Type::integer, false}}, [version, names](const Json& request, ControlStream& stream) {
+            return greet(request, stream, version, names);
+          }};
+}
+
 // The button is pressed, and let go.
-Json press_exit_button() {
+Json press_exit_button(const std::function<void(const Entry&)>& note) {
+  note(command_given("exit"));
   for (const int active : {0, 1}) {
     refhost::send("sec_box_rex_changed", {{"active", active}, {"at", gpio::monotonic_now()}});
   }
@@ -59,27 +97,27 @@ Json show_field(const ControlledHost& host) {
 
 ControlTable control_table(const ControlledHost& host) {
   auto commands = store_commands(host.stores);
-  const auto of_the_reader = reader_commands(host.line);
+  const auto of_the_reader = reader_commands(host.line, host.note);
   commands.insert(commands.end(), of_the_reader.begin(), of_the_reader.end());
-  const auto of_the_lines = gpio_commands(host.gpio, host.settings);
+  const auto of_the_lines = gpio_commands(host.gpio, host.settings, host.note);
   commands.insert(commands.end(), of_the_lines.begin(), of_the_lines.end());
   const auto of_the_door = door_commands({.supervision = host.door, .stores = host.stores, .note = host.note});
   commands.insert(commands.end(), of_the_door.begin(), of_the_door.end());
   commands.insert(
       commands.end(),
       {
-          {"rex", {}, [](const Json&, ControlStream&) { return press_exit_button(); }},
+          {"rex", {}, [host](const Json&, ControlStream&) { return press_exit_button(host.note); }},
           {"enroll",
            {{"user", Type::integer},
             {"registration", Type::text, false},
             {"save", Type::flag, false},
             {"wait", Type::flag, false}},
            [host](const Json& request, ControlStream& stream) {
-             return enroll(request, host.plugin(), host.enroller, host.stores.users(), stream);
+             return enroll(request, host.plugin(), host.enroller, host.stores.users(), stream, host.note);
            }},
           {"field", {{"line"}}, [host](const Json& request, ControlStream&) { return change_field(host, request); }},
           {"field_show", {}, [host](const Json&, ControlStream&) { return show_field(host); }},
-          restore_command(host.state, host.start_anew),
+          restore_command(host.state, host.start_anew, host.note),
           why_command(host.why),
           {"why_now", {}, [host](const Json&, ControlStream&) { return explain_now(host.why); }},
           {"status", {}, [host](const Json&, ControlStream&) { return status_of(host); }},
@@ -87,6 +125,7 @@ ControlTable control_table(const ControlledHost& host) {
            {{"types", Type::text, false}},
            [](const Json& request, ControlStream& stream) { return follow_events(request, stream); }},
       });
+  commands.push_back(hello_command(host.version, commands));
   return ControlTable(std::move(commands));
 }
 

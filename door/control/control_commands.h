@@ -23,6 +23,7 @@ namespace achost {
 
 // The parts of a host that the commands use; all outlive the server.
 struct ControlledHost {
+  std::string version;  // of the program
   std::filesystem::path state;
   std::chrono::steady_clock::time_point started;
   const refhost::SettingsStore& settings;
@@ -43,7 +44,7 @@ struct ControlledHost {
 };
 
 // store_commands(), reader_commands() and door_commands(), gpio_list, gpio_set, rex, enroll, field, field_show, status,
-// why, why_now and events.
+// why, why_now, events and hello.
 ControlTable control_table(const ControlledHost& host);
 
 }  // namespace achost

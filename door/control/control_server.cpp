@@ -3,7 +3,6 @@
 #include <pthread.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -23,6 +22,7 @@
 #include "door/base/maker.h"
 #include "door/control/client_places.h"
 #include "door/control/control.h"
+#include "door/control/roles.h"
 #include "refhost/log.h"
 #include "refhost/settings_schema.h"
 #include "refhost/state_file.h"
@@ -47,43 +47,22 @@ Json farewell(const std::string& text) {
       "cannot " + what + " the control socket in " + directory.string() + ": " + std::strerror(reason), true);
 }
 
-std::optional<ucred> peer_of(int socket) {
-  ucred peer{};
-  socklen_t size = sizeof peer;
-  return getsockopt(socket, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 ? std::optional(peer) : std::nullopt;
-}
-
-// Whether the peer is in the group, by its own or by another of its groups.
-bool is_in(gid_t group, int socket, const ucred& peer) {
-  std::array<gid_t, 256> others{};
-  socklen_t size = sizeof others;
-  if (getsockopt(socket, SOL_SOCKET, SO_PEERGROUPS, others.data(), &size) != 0) {
-    size = 0;
-  }
-  const auto end = others.begin() + size / sizeof(gid_t);
-  return peer.gid == group || std::find(others.begin(), end, group) != end;
-}
-
-// The host's user, root, and whose the state is anyway: the directory's owner, and its group where that may write in
-// it.
-bool is_trusted(int socket, const ucred& peer, const std::filesystem::path& directory) {
-  if (peer.uid == geteuid() || peer.uid == 0) {
-    return true;
-  }
-  struct stat owner {};
-  const bool known = stat(directory.c_str(), &owner) == 0;
-  return known && (peer.uid == owner.st_uid || ((owner.st_mode & S_IWGRP) != 0 && is_in(owner.st_gid, socket, peer)));
-}
+// Another role may ask for it.
+class NotAllowed : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
 
 bool is_shortage(int reason) { return reason == EMFILE || reason == ENFILE || reason == ENOBUFS || reason == ENOMEM; }
 
 // One client, on a thread of its own.
 class Connection : public ControlStream {
  public:
-  Connection(int socket, uid_t user, const ControlTable& table, ControlLimits limits, ClientPlaces& places,
+  Connection(int socket, const Peer& peer, const ControlTable& table, ControlLimits limits, ClientPlaces& places,
              const std::atomic<bool>& ending)
       : socket_(socket),
-        user_(user),
+        maker_(maker_of(peer.uid)),
+        role_(peer.role.value()),
         table_(table),
         limits_(limits),
         places_(places),
@@ -168,6 +147,8 @@ class Connection : public ControlStream {
     return descriptor;
   }
 
+  Role role() const override { return role_; }
+
   bool is_over() override {
     pollfd watched{socket_, POLLRDHUP, 0};
     return ending_ || (poll(&watched, 1, 0) > 0 && (watched.revents & (POLLRDHUP | POLLHUP | POLLERR)) != 0);
@@ -193,11 +174,24 @@ class Connection : public ControlStream {
   Json run(const Json& request) {
     const ControlCommand& command = table_.check(request);
     awaits_bytes_ = command.takes_bytes;
-    if (!command.changes) {
-      return command.run(request, *this);
+    if (role_ < role_for(command.name)) {
+      throw NotAllowed("\"" + command.name + "\" is for the group " + std::string(kAdminGroup) + ": you may look");
     }
-    const MakerScope scope(maker_of(user_));
+    const MakerScope scope(maker_for(request));
     return command.run(request, *this);
+  }
+
+  // Whoever may do all is believed that he asks for another.
+  Maker maker_for(const Json& request) const {
+    Maker maker = maker_;
+    if (request.contains(kOnBehalfOf)) {
+      if (role_ != Role::admin) {
+        throw NotAllowed("\"" + std::string(kOnBehalfOf) + "\" is believed of the group " + std::string(kAdminGroup) +
+                         " alone");
+      }
+      maker.behalf = request[kOnBehalfOf];
+    }
+    return maker;
   }
 
   Json answer(const std::string& line) {
@@ -209,6 +203,10 @@ class Connection : public ControlStream {
       return error(kUsage, "the request is no JSON");
     } catch (const RequestError& failure) {
       return error(kUsage, failure.what());
+    } catch (const NotAllowed& failure) {
+      auto refusal = error(kFailed, failure.what());
+      refusal["needs"] = name_of(Role::admin);
+      return refusal;
     } catch (const refhost::SettingError& failure) {
       return error(kUsage, failure.what());
     } catch (const Failure& failure) {
@@ -218,8 +216,9 @@ class Connection : public ControlStream {
     }
   }
 
-  const int socket_;  // the server's
-  const uid_t user_;  // the client's
+  const int socket_;   // the server's
+  const Maker maker_;  // the client
+  const Role role_;    // his
   const ControlTable& table_;
   const ControlLimits limits_;
   ClientPlaces& places_;
@@ -232,8 +231,10 @@ class Connection : public ControlStream {
 }  // namespace
 
 struct ControlServer::Impl {
-  Impl(std::filesystem::path the_directory, ControlTable the_table, ControlLimits the_limits)
+  Impl(std::filesystem::path the_directory, ControlTable the_table, ControlLimits the_limits,
+       std::filesystem::path the_groups)
       : directory(std::move(the_directory)),
+        groups(std::move(the_groups)),
         place(directory, kSocketName),
         table(std::move(the_table)),
         limits(the_limits) {}
@@ -249,12 +250,19 @@ struct ControlServer::Impl {
     if (const int reason = place.bind(listener); reason != 0) {
       fail(directory, "bind", reason);
     }
-    if (const int reason = place.make_private(); reason != 0) {
-      fail(directory, "protect", reason);
-    }
+    set_mode(0600);
     refhost::give_to_directorys_owner(directory / kSocketName);
+    if (role_groups(groups).exist()) {  // then who comes is looked at, and told when he may not
+      set_mode(0666);
+    }
     if (::listen(listener, static_cast<int>(kMostClients)) != 0) {
       fail(directory, "listen at", errno);
+    }
+  }
+
+  void set_mode(mode_t mode) const {
+    if (const int reason = place.set_mode(mode); reason != 0) {
+      fail(directory, "protect", reason);
     }
   }
 
@@ -295,19 +303,20 @@ struct ControlServer::Impl {
 
   void welcome(int socket) {
     static const std::string kFarewell = line_of(farewell("others needed this place: connect again"));
-    const auto peer = peer_of(socket);
-    if (!peer.has_value() || !is_trusted(socket, *peer, directory)) {
-      refuse(socket, "another user's host");
+    const auto peer = peer_at(socket, directory, role_groups(groups));
+    if (!peer.has_value() || !peer->role.has_value()) {
+      refuse(socket, "another user's host: its user and root may ask, and the groups " + std::string(kAdminGroup) +
+                         " and " + std::string(kViewGroup));
     } else if (!places.take(socket, peer->uid == 0, kFarewell)) {
       refuse(socket, "too many clients: at most " + std::to_string(kMostClients));
     } else {
-      start_serving(socket, peer->uid);
+      start_serving(socket, *peer);
     }
   }
 
-  void start_serving(int socket, uid_t user) {
+  void start_serving(int socket, const Peer& peer) {
     try {
-      std::thread([this, socket, user] { serve(socket, user); }).detach();
+      std::thread([this, socket, peer] { serve(socket, peer); }).detach();
     } catch (const std::system_error& failure) {
       send_all(socket, line_of(error(kFailed, std::string("no thread is left for a client: ") + failure.what())));
       places.leave(socket);
@@ -338,16 +347,17 @@ struct ControlServer::Impl {
   }
 
   // The body of a client's thread. It is detached, so that nothing of it is left when its client has gone.
-  void serve(int socket, uid_t user) {
+  void serve(int socket, const Peer& peer) {
     ac::util::set_thread_name("control_client", pthread_self());
     try {
-      Connection(socket, user, table, limits, places, ending).serve();
+      Connection(socket, peer, table, limits, places, ending).serve();
     } catch (const std::bad_alloc&) {  // the client may come again
     }
     places.leave(socket);
   }
 
   const std::filesystem::path directory;
+  const std::filesystem::path groups;
   const SocketPlace place;
   const ControlTable table;
   const ControlLimits limits;
@@ -361,8 +371,9 @@ struct ControlServer::Impl {
   ClientPlaces places{kMostClients};
 };
 
-ControlServer::ControlServer(const std::filesystem::path& directory, ControlTable table, ControlLimits limits)
-    : impl_(std::make_unique<Impl>(directory, std::move(table), limits)) {
+ControlServer::ControlServer(const std::filesystem::path& directory, ControlTable table, ControlLimits limits,
+                             std::filesystem::path groups)
+    : impl_(std::make_unique<Impl>(directory, std::move(table), limits, std::move(groups))) {
   impl_->listen();
   impl_->work.emplace("control", 1, [impl = impl_.get()] { return impl->is_asked(); });
   impl_->thread = std::thread([impl = impl_.get()] { impl->accept_all(); });

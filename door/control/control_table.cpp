@@ -55,6 +55,17 @@ void check_known(const ControlCommand& command, const std::string& field) {
   }
 }
 
+// It stands in the journal, in a line of its own at a terminal.
+void check_behalf(const Json& name) {
+  const bool is_text = name.is_string();
+  const auto text = is_text ? name.get<std::string>() : "";
+  if (text.empty() || text.size() > kLongestBehalf ||
+      std::ranges::any_of(text, [](unsigned char c) { return c < 0x20 || c == 0x7f; })) {
+    throw RequestError("\"" + std::string(kOnBehalfOf) + "\" is to be a name of 1 to " +
+                       std::to_string(kLongestBehalf) + " bytes");
+  }
+}
+
 }  // namespace
 
 std::string line_of(const Json& json) { return json.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n"; }
@@ -72,7 +83,9 @@ const ControlCommand& ControlTable::check(const Json& request) const {
     check_field(field, request, name);
   }
   for (const auto& [key, value] : request.items()) {
-    if (key != "command") {
+    if (key == kOnBehalfOf) {
+      check_behalf(value);
+    } else if (key != "command") {
       check_known(*command, key);
     }
   }

@@ -16,7 +16,7 @@ using std::chrono::seconds;
 constexpr std::int64_t kLongestMode = 366LL * 24 * 60 * 60;  // s
 
 Json open_door(const ControlledDoor& door) {
-  door.note(door_command("open"));
+  door.note(command_given("open"));
   refhost::send("actuator_open_door", {{"id", kTheDoor}, {"reason", static_cast<int>(kByCommand)}});
   return Json::object();
 }
@@ -30,7 +30,7 @@ void begin_for(const ControlledDoor& door, const std::string& name, std::int64_t
     throw RequestError("a mode cannot last " + std::to_string(length) + " s: it is 1 to " +
                        std::to_string(kLongestMode) + " s");
   }
-  door.note(door_command(name, length));
+  door.note(command_given(name, {{"seconds", length}}));
   door.supervision.begin_for(*mode, seconds(length));
 }
 

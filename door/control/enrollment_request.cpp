@@ -2,6 +2,7 @@
 
 #include <chrono>
 
+#include "door/journal/changes.h"
 #include "door/services/event.h"
 #include "refhost/send.h"
 
@@ -51,7 +52,7 @@ EnrollerService::Reservation reserve(EnrollerService& enroller, const UserStore&
 }  // namespace
 
 Json enroll(const Json& request, const std::string& plugin, EnrollerService& enroller, const UserStore& users,
-            ControlStream& stream) {
+            ControlStream& stream, const std::function<void(const Entry&)>& note) {
   if (plugin.empty()) {
     throw std::runtime_error("the plug-in has not started yet: see achost status");
   }
@@ -65,11 +66,13 @@ Json enroll(const Json& request, const std::string& plugin, EnrollerService& enr
   }
   if (!request.value("wait", false)) {
     reserve(enroller, users, user, nullptr);
+    note(command_given("enroll", {}, user));
     ask_plugin(request, registration);
     return {{"user", user}};
   }
   auto [id, future] = reserve(enroller, users, user, [&stream] { return !stream.is_over(); });
   const Stay stay(enroller, id);
+  note(command_given("enroll", {}, user));
   ask_plugin(request, registration);
   const auto outcome = outcome_of(future, stream);
   const auto name = users.name_of(user);

@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "ac/config_util.h"
+#include "door/journal/changes.h"
 #include "door/services/door_service.h"
 #include "refhost/relays.h"
 #include "refhost/send.h"
@@ -12,6 +13,7 @@
 namespace achost {
 namespace {
 
+using Note = std::function<void(const Entry&)>;
 using Type = ControlField::Type;
 
 Json list_lines(const GpioService& gpio) {
@@ -27,7 +29,7 @@ Json list_lines(const GpioService& gpio) {
 
 void send_level(int line, int value) { refhost::send("gpio_set_value", {{"gpio", line}, {"value", value}}); }
 
-Json set_line(const Json& request, const GpioService& gpio) {
+Json set_line(const Json& request, const GpioService& gpio, const Note& note) {
   const auto line = request["line"].get<std::int64_t>();
   const auto value = request["value"].get<std::int64_t>();
   if (line < 0 || line >= GpioService::kLines) {
@@ -40,6 +42,7 @@ Json set_line(const Json& request, const GpioService& gpio) {
   if (gpio.lines().is_real_input(static_cast<int>(line))) {
     throw RequestError("line " + std::to_string(line) + " is a real input: nothing but its wire moves it");
   }
+  note(command_given("line", {{"line", line}, {"value", value}}));
   send_level(static_cast<int>(line), static_cast<int>(value));
   return {{"line", line}, {"value", value}};
 }
@@ -62,7 +65,7 @@ void try_other(int relay, int line, int level) {
   send_level(line, level);
 }
 
-Json try_relay(const Json& request, const GpioService& gpio, const refhost::SettingsStore& settings) {
+Json try_relay(const Json& request, const GpioService& gpio, const refhost::SettingsStore& settings, const Note& note) {
   const auto wanted = request["relay"].get<std::int64_t>();
   if (wanted < refhost::kFirstRelay || wanted > refhost::kLastRelay) {
     throw RequestError("there is no relay " + std::to_string(wanted) + ": there are relays " +
@@ -75,6 +78,7 @@ Json try_relay(const Json& request, const GpioService& gpio, const refhost::Sett
                              " is virtual, nothing would move: host.gpio_chip and host.relay_" + std::to_string(relay) +
                              " give it a line");
   }
+  note(command_given("relay_test", {{"relay", wanted}}));
   const bool is_door = settings.get_int("host", "door_relay") == relay;
   const int level = gpio.lines().level(line);
   is_door ? try_door(level) : try_other(relay, line, level);
@@ -96,13 +100,14 @@ Json json_of(const gpio::Report& report) {
   return {{"chip", report.chip}, {"wired", std::move(wired)}};
 }
 
-std::vector<ControlCommand> gpio_commands(const GpioService& gpio, const refhost::SettingsStore& settings) {
+std::vector<ControlCommand> gpio_commands(const GpioService& gpio, const refhost::SettingsStore& settings,
+                                          const Note& note) {
   return {{"gpio_list", {}, [&gpio](const Json&, ControlStream&) { return list_lines(gpio); }},
           {"gpio_set",
            {{"line", Type::integer}, {"value", Type::integer}},
-           [&gpio](const Json& request, ControlStream&) { return set_line(request, gpio); }},
-          {"gpio_test", {{"relay", Type::integer}}, [&gpio, &settings](const Json& request, ControlStream&) {
-             return try_relay(request, gpio, settings);
+           [&gpio, note](const Json& request, ControlStream&) { return set_line(request, gpio, note); }},
+          {"gpio_test", {{"relay", Type::integer}}, [&gpio, &settings, note](const Json& request, ControlStream&) {
+             return try_relay(request, gpio, settings, note);
            }}};
 }
 

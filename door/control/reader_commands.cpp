@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "door/journal/changes.h"
 #include "refhost/log_entry.h"
 #include "uhfsim/text.h"
 
@@ -74,7 +75,8 @@ Json ask_reader(line::Line& line, const Json& request) {
   return {{"bytes", uhfsim::hex_of(*answer)}};
 }
 
-Json borrow(line::Line& line, const Json& request, ControlStream& stream) {
+Json borrow(line::Line& line, const Json& request, ControlStream& stream,
+            const std::function<void(const Entry&)>& note) {
   constexpr std::size_t kLongestName = 60;
   const auto health = line.health();
   if (health.state == line::State::lent) {
@@ -84,6 +86,7 @@ Json borrow(line::Line& line, const Json& request, ControlStream& stream) {
     throw std::runtime_error(health.cause + "; " + health.way_out);
   }
   const std::string who = refhost::log::escape(request["who"].get<std::string>().substr(0, kLongestName));
+  note(command_given("borrow", {{"who", who}}));
   line.lend(stream.hand_over(), who);
   return Json::object();
 }
@@ -110,7 +113,7 @@ Json health_of(const line::Line* line) {
           {"recovery", steps(*line)}};
 }
 
-std::vector<ControlCommand> reader_commands(line::Line* line) {
+std::vector<ControlCommand> reader_commands(line::Line* line, const std::function<void(const Entry&)>& note) {
   return {
       {"health", {}, [line](const Json&, ControlStream&) { return health_of(line); }},
       {"recording", {}, [line](const Json&, ControlStream& stream) { return send_recording(needed(line), stream); }},
@@ -120,7 +123,9 @@ std::vector<ControlCommand> reader_commands(line::Line* line) {
        [line](const Json& request, ControlStream&) { return ask_reader(needed(line), request); }},
       {"borrow",
        {{"who"}},
-       [line](const Json& request, ControlStream& stream) { return borrow(needed(line), request, stream); }},
+       [line, note](const Json& request, ControlStream& stream) {
+         return borrow(needed(line), request, stream, note);
+       }},
   };
 }
 

@@ -1,9 +1,11 @@
 // What a running host can be asked about its reader's line.
 #pragma once
 
+#include <functional>
 #include <vector>
 
 #include "door/control/control.h"
+#include "door/journal/entry.h"
 #include "line/line.h"
 
 namespace achost {
@@ -12,6 +14,7 @@ namespace achost {
 Json health_of(const line::Line* line);
 
 // health, recording, look_on, ask_reader and borrow. line: null when the plug-in has the port itself; then they say so.
-std::vector<ControlCommand> reader_commands(line::Line* line);
+// note: in the journal.
+std::vector<ControlCommand> reader_commands(line::Line* line, const std::function<void(const Entry&)>& note);
 
 }  // namespace achost

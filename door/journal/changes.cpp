@@ -12,6 +12,9 @@ Entry with_maker(Entry entry) {
   if (const auto* maker = MakerScope::current()) {
     entry.fields.emplace_back("by_uid", maker->uid);
     entry.fields.emplace_back("by", maker->name);
+    if (!maker->behalf.empty()) {
+      entry.fields.emplace_back("on_behalf_of", maker->behalf);
+    }
   }
   return entry;
 }
@@ -56,12 +59,9 @@ Entry card_change(const std::string& change, std::uint64_t card, std::optional<s
   return with_maker({.kind = Kind::card_change, .user = user, .card = card, .fields = {{"change", change}}});
 }
 
-Entry door_command(const std::string& what, std::optional<std::int64_t> seconds) {
-  Entry entry = {.kind = Kind::command, .fields = {{"what", what}}};
-  if (seconds.has_value()) {
-    entry.fields.emplace_back("seconds", *seconds);
-  }
-  return with_maker(std::move(entry));
+Entry command_given(const std::string& what, std::vector<EntryField> fields, std::optional<std::int64_t> user) {
+  fields.insert(fields.begin(), {"what", what});
+  return with_maker({.kind = Kind::command, .user = user, .fields = std::move(fields)});
 }
 
 }  // namespace achost

@@ -30,7 +30,9 @@ std::string text_of_schedule_change(const Entry& entry);
 // change: "added", "changed" or "removed"; user: whose it is, or was.
 Entry card_change(const std::string& change, std::uint64_t card, std::optional<std::int64_t> user);
 
-// what: "open", or a mode, which is to last for so many seconds.
-Entry door_command(const std::string& what, std::optional<std::int64_t> seconds = {});
+// what: "open", a mode with the "seconds" that it is to last, "exit", "enroll", "line", "relay_test", "borrow" or
+// "restore".
+Entry command_given(const std::string& what, std::vector<EntryField> fields = {},
+                    std::optional<std::int64_t> user = {});
 
 }  // namespace achost

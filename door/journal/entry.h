@@ -68,7 +68,7 @@ inline constexpr auto kKinds = std::to_array<KindName>({
     {Kind::disagreement, "disagreement", "the plug-in has announced, or not, what the rules on readings say otherwise"},
     {Kind::contact, "contact", "the door was opened, forced, left open, not used after a release, or shut"},
     {Kind::mode, "mode", "the door is in another mode, and who asks for it"},
-    {Kind::command, "command", "somebody has told the door to open, or to be in a mode for a time"},
+    {Kind::command, "command", "somebody has told the door, its lines or its reader to do something"},
     {Kind::schedule_change, "schedule_change", "a schedule or a holiday was made, changed or removed"},
 });
 

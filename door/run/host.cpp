@@ -308,7 +308,8 @@ void Host::use_real_lines() {
 }
 
 ControlledHost Host::controlled() {
-  return {.state = state_,
+  return {.version = UHF_VERSION,
+          .state = state_,
           .started = started_,
           .settings = settings_,
           .changes = changes_,

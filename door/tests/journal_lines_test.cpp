@@ -126,6 +126,17 @@ TEST(JournalLinesTest, EachKindIsASentence) {
           {.kind = Kind::command,
            .fields = {{"what", "locked"}, {"seconds", std::int64_t{5400}}, {"by_uid", std::int64_t{7}}, {"by", ""}}}),
       "uid 7 told the door to be locked for 1 h 30 min");
+  const auto command = [&](std::vector<EntryField> fields) {
+    fields.insert(fields.end(), {{"by_uid", std::int64_t{7}}, {"by", "achost-web"}, {"on_behalf_of", "ana"}});
+    return sentence({.kind = Kind::command, .user = 7, .fields = std::move(fields)});
+  };
+  EXPECT_EQ(command({{"what", "exit"}}), "ana (achost-web) pressed the exit button by command");
+  EXPECT_EQ(command({{"what", "enroll"}}), "ana (achost-web) began an enrollment for Ana (7)");
+  EXPECT_EQ(command({{"what", "line"}, {"line", std::int64_t{3}}, {"value", std::int64_t{1}}}),
+            "ana (achost-web) set line 3 to 1");
+  EXPECT_EQ(command({{"what", "relay_test"}, {"relay", std::int64_t{2}}}), "ana (achost-web) tried relay 2");
+  EXPECT_EQ(command({{"what", "borrow"}}), "ana (achost-web) borrowed the reader");
+  EXPECT_EQ(command({{"what", "restore"}}), "ana (achost-web) put a backup in place of what is stored");
   EXPECT_EQ(sentence({.kind = Kind::audit, .fields = {{"audit", std::int64_t{12}}, {"type", "config"}}}),
             "audit log record 12 (config)");
 }
