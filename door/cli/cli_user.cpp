@@ -86,7 +86,7 @@ std::pair<Json, std::string> ask_with_bytes(StoreOwner& owner, const Json& reque
 }
 
 UsersWithCards users_of(StoreOwner& owner) {
-  const auto [answer, bytes] = ask_with_bytes(owner, {{"command", "user_list"}});
+  const auto [answer, bytes] = ask_with_bytes(owner, {{"command", "user_list"}, {"form", "packed"}});
   return unpack_users(answer.at("columns"), bytes);
 }
 
@@ -98,7 +98,7 @@ void list_users(const UserOptions& options) {
 
 void list_cards(const UserOptions& options) {
   StoreOwner owner(existing_state(*options.state));
-  const auto [answer, bytes] = ask_with_bytes(owner, {{"command", "card_list"}});
+  const auto [answer, bytes] = ask_with_bytes(owner, {{"command", "card_list"}, {"form", "packed"}});
   const auto cards = unpack_cards(answer.at("columns"), bytes);
   std::vector<User> users;
   for (auto& [user, count] : users_of(owner)) {
@@ -116,6 +116,7 @@ void import_file(const UserOptions& options) {
   std::string lines;
   std::string_view left = packed;
   const auto answer = owner.ask({{"command", dry_run ? "user_plan" : "user_import"},
+                                 {"format", "packed"},
                                  {"replace", options.import.replace},
                                  {"move", options.import.move}},
                                 {.give =

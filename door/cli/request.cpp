@@ -1,5 +1,6 @@
 #include "door/cli/request.h"
 
+#include <sstream>
 #include <string>
 #include <thread>
 #include <utility>
@@ -40,7 +41,13 @@ class OwnStream : public ControlStream {
     }
     return true;
   }
-  bool send_line(const std::string& line) override { return send(Json::parse(line)); }
+  bool send_lines(const std::string& lines) override {
+    std::istringstream all(lines);
+    for (std::string line; std::getline(all, line);) {
+      send(Json::parse(line));
+    }
+    return true;
+  }
   bool send_bytes(std::string_view bytes) override {
     if (exchange_.take) {
       exchange_.take(bytes);

@@ -7,6 +7,7 @@
 #include "door/base/failure.h"
 #include "door/control/answer_parts.h"
 #include "door/control/packed_rows.h"
+#include "door/control/row_lines.h"
 #include "refhost/log_entry.h"
 
 namespace achost {
@@ -34,6 +35,23 @@ AuditFilter filter_of(const Json& request) {
   return filter;
 }
 
+Json json_of(const AuditEntry& entry) {
+  const auto type = static_cast<std::size_t>(entry.record.type);
+  return {{"id", entry.id},
+          {"at", entry.at == 0 ? Json(nullptr) : Json(entry.at)},
+          {"type", type < std::size(kAuditTypes) ? Json(kAuditTypes[type]) : Json(entry.record.type)},
+          {"time", entry.record.time},
+          {"details", entry.record.details}};
+}
+
+void pack(const AuditEntry& entry, PackedRows& rows) {
+  rows.add(entry.id);
+  rows.add(entry.at);
+  rows.add(entry.record.type);
+  rows.add(entry.record.time);
+  rows.add(entry.record.details);
+}
+
 Json query(Stores& stores, const Json& request, ControlStream& stream) {
   AuditFilter filter = filter_of(request);
   if (!filter.range.has_value()) {
@@ -41,19 +59,21 @@ Json query(Stores& stores, const Json& request, ControlStream& stream) {
   }
   filter.last.reset();
   std::int64_t after = filter.range->to;
+  const bool is_packed = wants_packed(request);
   PackedRows rows;
+  std::string lines;
   stores.audit().read(filter, [&](const AuditEntry& entry) {
-    rows.add(entry.id);
-    rows.add(entry.at);
-    rows.add(entry.record.type);
-    rows.add(entry.record.time);
-    rows.add(entry.record.details);
-    const bool goes_on = rows.bytes().size() < kEnoughForAPart;
+    is_packed ? pack(entry, rows) : void(lines += line_of({{"record", json_of(entry)}}));
+    const bool goes_on = rows.bytes().size() + lines.size() < kEnoughForAPart;
     after = goes_on ? after : entry.id;
     return goes_on;
   });
-  stream.send_bytes(rows.bytes());
-  return {{"columns", columns()}, {"after", after}, {"to", filter.range->to}, {"more", after < filter.range->to}};
+  is_packed ? stream.send_bytes(rows.bytes()) : stream.send_lines(lines);
+  Json answer = {{"after", after}, {"to", filter.range->to}, {"more", after < filter.range->to}};
+  if (is_packed) {
+    answer["columns"] = columns();
+  }
+  return answer;
 }
 
 }  // namespace
@@ -77,12 +97,13 @@ std::vector<ControlCommand> audit_commands(Stores& stores) {
             {"until", Type::integer, false},
             {"last", Type::integer, false},
             {"after", Type::integer, false},
-            {"to", Type::integer, false}},
+            {"to", Type::integer, false},
+            kForm},
            [&stores](const Json& request, ControlStream& stream) { return query(stores, request, stream); }}};
 }
 
 Json audit_request(const std::vector<std::string>& types, const AuditFilter& filter) {
-  Json request = {{"command", "audit_query"}, {"types", types}};
+  Json request = {{"command", "audit_query"}, {"types", types}, {"form", "packed"}};
   for (const auto& [name, value] : {std::pair{"since", filter.since}, {"until", filter.until}, {"last", filter.last}}) {
     if (value.has_value()) {
       request[name] = *value;

@@ -13,8 +13,9 @@ namespace achost {
 int audit_type_of(const std::string& name);
 
 // audit_query: the records that the filter lets pass ("types", and as numbers "since", "until" and "last"), so many as
-// one answer holds, packed as the answer's "columns" say. It says between which numbers the others are, "after" and
-// "to", and whether there are "more": request_behind() gets them. So a connection that has ended may be another.
+// one answer holds, as lines {"record"}, or packed as the answer's "columns" say. It says between which numbers the
+// others are, "after" and "to", and whether there are "more": request_behind() gets them. So a connection that has
+// ended may be another.
 std::vector<ControlCommand> audit_commands(Stores& stores);
 
 // The request for the first of them.

@@ -42,8 +42,8 @@ class ControlStream {
   // Send a line at once. False when the client has gone or does not read.
   virtual bool send(const Json& line) = 0;
 
-  // The same with a line as line_of() makes it.
-  virtual bool send_line(const std::string& line) = 0;
+  // The same with lines as line_of() makes them.
+  virtual bool send_lines(const std::string& lines) = 0;
 
   // Send bytes that are no lines, before the answer. False as of send().
   virtual bool send_bytes(std::string_view bytes) = 0;

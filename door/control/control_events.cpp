@@ -88,7 +88,7 @@ Json follow_events(const Json& request, ControlStream& stream) {
   stream.send({{"following", true}});
   while (!stream.is_over()) {
     for (const std::string& line : backlog.take()) {
-      if (!stream.send_line(line)) {
+      if (!stream.send_lines(line)) {
         return Json::object();
       }
     }

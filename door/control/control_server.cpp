@@ -101,9 +101,9 @@ class Connection : public ControlStream {
     }
   }
 
-  bool send(const Json& line) override { return send_line(line_of(line)); }
+  bool send(const Json& line) override { return send_lines(line_of(line)); }
 
-  bool send_line(const std::string& line) override { return send_text(line); }
+  bool send_lines(const std::string& lines) override { return send_text(lines); }
 
   bool send_text(std::string_view text) {
     if (send_all(socket_, text)) {

@@ -6,7 +6,10 @@
 
 #include "door/base/failure.h"
 #include "door/control/answer_parts.h"
+#include "door/control/journal_follow.h"
+#include "door/control/journal_rows.h"
 #include "door/control/packed_rows.h"
+#include "door/control/row_lines.h"
 #include "door/journal/entry_code.h"
 #include "door/services/people_actions.h"
 #include "refhost/log_entry.h"
@@ -40,14 +43,11 @@ JournalQuery query_of_request(const Json& request) {
   return query;
 }
 
-Json answer_part(Stores& stores, const Json& request, ControlStream& stream) {
-  const auto wanted = query_of_request(request);
-  if (request.value("wait", false) && wanted.after.has_value() && !wanted.to.has_value()) {
-    stores.wait_for_entries(*wanted.after, kLongestWait);
-  }
+// For the command line: as they lie in the spool, with the names of their users.
+Json pack(const JournalQuery& wanted, Stores& stores, ControlStream& stream, JournalReach& reach) {
   PackedRows rows;
   std::set<std::int64_t> users;
-  const auto reach = Journal::read_part(stores.directory(), wanted, [&](const JournalEntry& entry) {
+  reach = Journal::read_part(stores.directory(), wanted, [&](const JournalEntry& entry) {
     rows.add(encoded(entry.entry, entry.time, entry.boot, entry.number));
     if (entry.entry.user.has_value()) {
       users.insert(*entry.entry.user);
@@ -61,11 +61,31 @@ Json answer_part(Stores& stores, const Json& request, ControlStream& stream) {
     }
   }
   stream.send_bytes(rows.bytes());
-  return {{"code", kEntryCode},
-          {"names", names},
-          {"after", reach.after},
-          {"to", reach.to},
-          {"more", reach.after < reach.to}};
+  return {{"code", kEntryCode}, {"names", names}};
+}
+
+void send_lines(const JournalQuery& wanted, Stores& stores, ControlStream& stream, JournalReach& reach) {
+  std::vector<JournalEntry> entries;
+  reach = Journal::read_part(stores.directory(), wanted, [&](const JournalEntry& entry) {
+    entries.push_back(entry);
+    return entries.size() < kEntriesInAPart;
+  });
+  send_entries(entries, stores.users(), stream);
+}
+
+Json answer_part(Stores& stores, const Json& request, ControlStream& stream) {
+  const auto wanted = query_of_request(request);
+  const bool is_packed = wants_packed(request);
+  if (request.value("wait", false) && wanted.after.has_value() && !wanted.to.has_value()) {
+    stores.wait_for_entries(*wanted.after, kLongestWait);
+  }
+  Json answer = Json::object();
+  JournalReach reach;
+  is_packed ? void(answer = pack(wanted, stores, stream, reach)) : send_lines(wanted, stores, stream, reach);
+  answer["after"] = reach.after;
+  answer["to"] = reach.to;
+  answer["more"] = reach.after < reach.to;
+  return answer;
 }
 
 }  // namespace
@@ -91,12 +111,14 @@ std::vector<ControlCommand> journal_commands(Stores& stores) {
             {"last", Type::integer, false},
             {"after", Type::integer, false},
             {"to", Type::integer, false},
-            {"wait", Type::flag, false}},
-           [&stores](const Json& request, ControlStream& stream) { return answer_part(stores, request, stream); }}};
+            {"wait", Type::flag, false},
+            kForm},
+           [&stores](const Json& request, ControlStream& stream) { return answer_part(stores, request, stream); }},
+          journal_follow_command(stores)};
 }
 
 Json journal_request(const JournalQuery& query) {
-  Json request = {{"command", "journal_query"}, {"kinds", Json::array()}};
+  Json request = {{"command", "journal_query"}, {"kinds", Json::array()}, {"form", "packed"}};
   for (const auto kind : query.kinds) {
     request["kinds"].push_back(name_of(kind));
   }

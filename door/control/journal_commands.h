@@ -13,10 +13,11 @@
 
 namespace achost {
 
-// journal_query: the entries that the filter lets pass ("kinds", a "card" as a decimal text, and as numbers "user",
-// "since", "until" and "last"), so many as one answer holds, as bytes whose form "code" tells, with the "names" of
-// their users. It says between which numbers the others are, "after" and "to", and whether there are "more":
-// request_behind() gets them. With "wait" it waits a while where nothing is behind "after" yet.
+// journal_follow, and journal_query: the entries that the filter lets pass ("kinds", a "card" as a decimal text, and as
+// numbers "user", "since", "until" and "last"), so many as one answer holds, as lines of journal_rows.h; or packed, in
+// a form that "code" tells, with the "names" of their users. It says between which numbers the others are, "after" and
+// "to", and whether there are "more": request_behind() gets them. With "wait" it waits a while where nothing is behind
+// "after" yet.
 std::vector<ControlCommand> journal_commands(Stores& stores);
 
 // The kind of that name. Throws Failure (kUsage), which names all.

@@ -68,6 +68,20 @@ const Json& card_columns() {
   return names;
 }
 
+Json json_of(const User& user, std::int64_t cards) {
+  const auto limit = [](std::int64_t time) { return time == 0 ? Json(nullptr) : Json(time); };
+  return {
+      {"user", user.id},         {"name", user.name},         {"from", limit(user.from)}, {"until", limit(user.until)},
+      {"blocked", user.blocked}, {"schedule", user.schedule}, {"pause", user.pause},      {"cards", cards}};
+}
+
+Json json_of(const Card& card) {
+  return {{"card", std::to_string(card.value)},
+          {"user", card.user},
+          {"registration", card.registration},
+          {"enrolled", card.enrolled}};
+}
+
 std::string pack_users(const UsersWithCards& users) {
   PackedRows rows;
   for (const auto& [user, cards] : users) {

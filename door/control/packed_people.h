@@ -19,6 +19,11 @@ using UsersWithCards = std::vector<std::pair<User, std::int64_t>>;
 const Json& user_columns();
 const Json& card_columns();
 
+// The same as lines of JSON: a time that is not limited is null, a card is a text, as JSON's numbers are too small for
+// some.
+Json json_of(const User& user, std::int64_t cards);
+Json json_of(const Card& card);
+
 std::string pack_users(const UsersWithCards& users);
 std::string pack_cards(const std::vector<Card>& cards);
 std::string pack_import(const PeopleImport& import);

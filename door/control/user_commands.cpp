@@ -5,8 +5,10 @@
 
 #include "door/base/failure.h"
 #include "door/control/packed_people.h"
+#include "door/control/row_lines.h"
 #include "door/services/people_actions.h"
 #include "door/services/people_import.h"
+#include "door/services/people_text.h"
 #include "refhost/log_entry.h"
 
 namespace achost {
@@ -53,7 +55,21 @@ ControlCommand change(Stores& stores, std::string name, std::vector<ControlField
           .changes = true};
 }
 
-Json run_import(UserStore& store, const ImportOptions& options, ControlStream& stream) {
+// As the command line packs it, or a text as people_text.h has it.
+PeopleImport import_of(const Json& request, const std::string& bytes) {
+  if (request.value("format", "") == "packed") {
+    return unpack_import(bytes);
+  }
+  const auto form = request.contains("format") ? people_form(request["format"]) : std::nullopt;
+  if (request.contains("format") && !form.has_value()) {
+    throw RequestError("\"format\" is csv, jsonl or packed");
+  }
+  return parse_people(bytes, "line", form);
+}
+
+Json run_import(UserStore& store, const Json& request, bool dry_run, ControlStream& stream) {
+  const ImportOptions options{
+      .replace = request.value("replace", false), .move = request.value("move", false), .dry_run = dry_run};
   std::string bytes;
   for (std::string piece; !(piece = stream.receive_bytes()).empty();) {
     bytes += piece;
@@ -61,7 +77,7 @@ Json run_import(UserStore& store, const ImportOptions& options, ControlStream& s
       throw Failure(kUsage, "this is too much for one import: take several");
     }
   }
-  const auto outcome = import_people(store, unpack_import(bytes), options);
+  const auto outcome = import_people(store, import_of(request, bytes), options);
   std::string lines;
   for (const auto& line : outcome.lines) {
     lines += line + "\n";
@@ -71,15 +87,13 @@ Json run_import(UserStore& store, const ImportOptions& options, ControlStream& s
 }
 
 ControlCommand import_command(Stores& stores, const char* name, bool dry_run) {
-  return {.name = name,
-          .fields = {{"replace", Type::flag}, {"move", Type::flag}},
-          .run =
-              [&stores, dry_run](const Json& request, ControlStream& stream) {
-                return run_import(stores.users(),
-                                  {.replace = request["replace"], .move = request["move"], .dry_run = dry_run}, stream);
-              },
-          .changes = !dry_run,
-          .takes_bytes = true};
+  return {
+      .name = name,
+      .fields = {{"replace", Type::flag, false}, {"move", Type::flag, false}, {"format", Type::text, false}},
+      .run = [&stores, dry_run](const Json& request,
+                                ControlStream& stream) { return run_import(stores.users(), request, dry_run, stream); },
+      .changes = !dry_run,
+      .takes_bytes = true};
 }
 
 Json run_export(UserStore& store, const Json& request, ControlStream& stream) {
@@ -92,13 +106,38 @@ Json run_export(UserStore& store, const Json& request, ControlStream& stream) {
   return {{"warning", exported.warning}};
 }
 
+Json list_users(const UsersWithCards& users, const Json& request, ControlStream& stream) {
+  if (wants_packed(request)) {
+    stream.send_bytes(pack_users(users));
+    return {{"columns", user_columns()}};
+  }
+  RowLines rows(stream);
+  for (const auto& [user, cards] : users) {
+    rows.add({{"user", json_of(user, cards)}});
+  }
+  rows.flush();
+  return {{"count", users.size()}};
+}
+
+Json list_cards(const std::vector<Card>& cards, const Json& request, ControlStream& stream) {
+  if (wants_packed(request)) {
+    stream.send_bytes(pack_cards(cards));
+    return {{"columns", card_columns()}};
+  }
+  RowLines rows(stream);
+  for (const auto& card : cards) {
+    rows.add({{"card", json_of(card)}});
+  }
+  rows.flush();
+  return {{"count", cards.size()}};
+}
+
 std::vector<ControlCommand> card_commands(Stores& stores, const ControlField& user) {
   return {
       {"card_list",
-       {},
-       [&stores](const Json&, ControlStream& stream) -> Json {
-         stream.send_bytes(pack_cards(stores.users().cards()));
-         return {{"columns", card_columns()}};
+       {kForm},
+       [&stores](const Json& request, ControlStream& stream) {
+         return list_cards(stores.users().cards(), request, stream);
        }},
       change(stores, "card_add", {{"card"}, user},
              [](UserStore& store, const Json& request) { return add_card(store, card_of(request), user_of(request)); }),
@@ -119,10 +158,9 @@ std::vector<ControlCommand> user_commands(Stores& stores) {
   auto commands = card_commands(stores, user);
   commands.insert(commands.end(),
                   {{"user_list",
-                    {},
-                    [&stores](const Json&, ControlStream& stream) -> Json {
-                      stream.send_bytes(pack_users(stores.users().users_with_cards()));
-                      return {{"columns", user_columns()}};
+                    {kForm},
+                    [&stores](const Json& request, ControlStream& stream) {
+                      return list_users(stores.users().users_with_cards(), request, stream);
                     }},
                    change(stores, "user_add", all,
                           [](UserStore& store, const Json& request) { return add_user(store, change_of(request)); }),

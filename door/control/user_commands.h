@@ -9,8 +9,8 @@ namespace achost {
 
 // user_list, user_add, user_put, user_rename, user_block, user_remove, user_import, user_plan, user_export, card_list,
 // card_add and card_remove. What changes one user or card says in "done" what it did, for a person. The lists are
-// packed as their answer's "columns" say, an import as packed_people.h has it; user_plan is one that only says what it
-// would do. A card is a text: JSON's numbers are too small for some.
+// rows of JSON, or packed as their answer's "columns" say; an import is a text, or as packed_people.h has it; user_plan
+// is one that only says what it would do. A card is a text: JSON's numbers are too small for some.
 std::vector<ControlCommand> user_commands(Stores& stores);
 
 }  // namespace achost

@@ -33,6 +33,15 @@ struct JournalReach {
   std::int64_t to = 0;
 };
 
+// What a journal is, and what it has.
+struct JournalExtent {
+  std::string id = {};                   // drawn by lot; another one after a restore
+  std::int64_t first = 1;                // the smallest number that is there; of none the one that comes next
+  std::int64_t last = 0;                 // the greatest that was ever stored
+  std::int64_t parted = 0;               // up to there it has what the journal had whose copy it is; 0: it is nobody's
+  std::optional<std::string> boot = {};  // of the entry that was asked for, if that is there
+};
+
 // What may go.
 struct JournalRetention {
   std::int64_t keep = 0;    // entries, the newest; 0: all
@@ -111,6 +120,9 @@ class Journal {
   // file is held meanwhile.
   static JournalReach read_part(const std::filesystem::path& directory, const JournalQuery& query,
                                 const std::function<bool(const JournalEntry&)>& take);
+
+  // Also while a daemon writes there. entry: whose boot is wanted.
+  static JournalExtent extent(const std::filesystem::path& directory, std::optional<std::int64_t> entry = {});
 
   // Hold all entries of DIRECTORY/journal.db against their numbers and checksums, also while a daemon writes there.
   static refhost::StoreReport inspect(const std::filesystem::path& directory);

@@ -40,8 +40,6 @@ constexpr const char* kInsert =
     "INSERT INTO entries(number, kind, at, zone, monotonic, boot, trusted, user, card, fields, sum) "
     "VALUES(?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, row_sum(?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10))";
 
-constexpr const char* kLast = "SELECT coalesce((SELECT seq FROM sqlite_sequence WHERE name = 'entries'), 0)";
-
 // What one step removes at the most, and gives back to the disk: entries that come meanwhile wait for it.
 constexpr int kMostToGo = 100;
 constexpr int kPagesBack = 12;
@@ -50,7 +48,6 @@ constexpr int kFreePages = 64;
 // A start looks at so many of the latest entries: they are those that a crash can have touched.
 constexpr std::int64_t kCheckedAtOpen = 1000;
 
-constexpr const char* kIdFact = "id";
 constexpr const char* kSpoolFact = "spool";
 constexpr const char* kRunningFact = "running";
 constexpr const char* kSaidFact = "gone_and_said";
@@ -71,7 +68,7 @@ std::string random_id() {
 std::int64_t last_number_of(const std::filesystem::path& file) {
   try {
     SQLite::Database damaged(file.string(), SQLite::OPEN_READONLY);
-    return damaged.execAndGet(kLast).getInt64();
+    return damaged.execAndGet(kLastNumber).getInt64();
   } catch (const SQLite::Exception&) {
     const auto now = std::chrono::system_clock::now().time_since_epoch();
     return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
@@ -122,7 +119,7 @@ void JournalFile::open(SQLite::Database database) {
   open_ = std::make_unique<Open>(std::move(database));
   if (const std::string id = fact(kIdFact); !id.empty()) {
     id_ = id;
-    last_ = open_->database.execAndGet(kLast).getInt64();
+    last_ = open_->database.execAndGet(kLastNumber).getInt64();
     spool_ = fact(kSpoolFact);
     is_running_ = fact(kRunningFact) == "1";
   } else {
@@ -192,6 +189,7 @@ void JournalFile::part() {
     SQLite::Transaction transaction(open_->database);
     id_ = random_id();
     set_fact(kIdFact, id_);
+    set_fact(kPartedFact, std::to_string(last_));
     set_fact(kSpoolFact, "");
     set_fact(kRunningFact, "0");
     transaction.commit();
@@ -338,12 +336,12 @@ bool JournalFile::remove_oldest(const JournalRetention& rule) {
 std::optional<JournalFile::Gone> JournalFile::gone() {
   try {
     const std::string said = fact(kSaidFact);
-    const Gone gone{
-        .first = 1 + (said.empty() ? 0 : std::stoll(said)),
-        .last = open_->database
-                    .execAndGet("SELECT coalesce((SELECT min(number) FROM entries), 1 + (" + std::string(kLast) + "))")
-                    .getInt64() -
-                1};
+    const Gone gone{.first = 1 + (said.empty() ? 0 : std::stoll(said)),
+                    .last = open_->database
+                                .execAndGet("SELECT coalesce((SELECT min(number) FROM entries), 1 + (" +
+                                            std::string(kLastNumber) + "))")
+                                .getInt64() -
+                            1};
     return gone.last < gone.first ? std::nullopt : std::optional(gone);
   } catch (const SQLite::Exception& failure) {
     throw_database_failure(file_, kJournalKind, failure);
@@ -379,7 +377,7 @@ void check_entries(SQLite::Database& database, std::int64_t after, refhost::Stor
     }
   }
   if (count > 0) {
-    miss(last + 1, database.execAndGet(kLast).getInt64());
+    miss(last + 1, database.execAndGet(kLastNumber).getInt64());
   }
   if (unsaid > 0) {
     report.faults.push_back("so are " + refhost::grouped(unsaid) + " more");

@@ -18,6 +18,15 @@
 namespace achost {
 
 inline constexpr const char* kJournalFileName = "journal.db";
+
+// Of the file's facts: which journal it is, and where it has parted from another.
+inline constexpr const char* kIdFact = "id";
+inline constexpr const char* kPartedFact = "parted";
+
+// The greatest number that was ever given.
+inline constexpr const char* kLastNumber =
+    "SELECT coalesce((SELECT seq FROM sqlite_sequence WHERE name = 'entries'), 0)";
+
 extern const refhost::DatabaseKind kJournalKind;
 
 // For its owner, and for one thread at a time. Each operation throws ac::ac_exception, which names the file. One that

@@ -136,7 +136,43 @@ JournalReach read_from(SQLite::Database& database, const JournalQuery& query,
   return {.after = reached, .to = reached};
 }
 
+std::string fact_in(SQLite::Database& database, const char* name) {
+  SQLite::Statement query(database, "SELECT value FROM facts WHERE name = ?");
+  query.bind(1, name);
+  return query.executeStep() ? query.getColumn(0).getString() : "";
+}
+
+// In one transaction: the numbers are those of one moment.
+JournalExtent extent_of(SQLite::Database& database, std::optional<std::int64_t> entry) {
+  const SQLite::Transaction moment(database);
+  JournalExtent extent{.id = fact_in(database, kIdFact), .last = database.execAndGet(kLastNumber).getInt64()};
+  extent.first = database.execAndGet("SELECT coalesce(min(number), 0) FROM entries").getInt64();
+  extent.first = extent.first == 0 ? extent.last + 1 : extent.first;
+  if (const auto parted = fact_in(database, kPartedFact); !parted.empty()) {
+    extent.parted = std::stoll(parted);
+  }
+  SQLite::Statement boot(database, "SELECT id FROM boots WHERE number = (SELECT boot FROM entries WHERE number = ?)");
+  boot.bind(1, entry.value_or(0));
+  if (boot.executeStep()) {
+    extent.boot = boot.getColumn(0).getString();
+  }
+  return extent;
+}
+
 }  // namespace
+
+JournalExtent Journal::extent(const std::filesystem::path& directory, std::optional<std::int64_t> entry) {
+  const auto file = directory / kJournalFileName;
+  auto database = refhost::open_database_to_read(file, kJournalKind);
+  if (!database.has_value()) {
+    return {};
+  }
+  try {
+    return extent_of(*database, entry);
+  } catch (const SQLite::Exception& failure) {
+    refhost::throw_database_failure(file, kJournalKind, failure);
+  }
+}
 
 JournalReach Journal::read_part(const std::filesystem::path& directory, const JournalQuery& query,
                                 const std::function<bool(const JournalEntry&)>& take) {

@@ -23,7 +23,7 @@ using Action = std::function<void(StoryHost& host)>;
 class NoStream : public ControlStream {
  public:
   bool send(const Json& /*line*/) override { return false; }
-  bool send_line(const std::string& /*line*/) override { return false; }
+  bool send_lines(const std::string& /*lines*/) override { return false; }
   bool send_bytes(std::string_view /*bytes*/) override { return false; }
   std::string receive_bytes() override { return ""; }
   bool is_over() override { return true; }

@@ -16,7 +16,7 @@ using testing::HasSubstr;
 class NoStream : public ControlStream {
  public:
   bool send(const Json&) override { return false; }
-  bool send_line(const std::string&) override { return false; }
+  bool send_lines(const std::string&) override { return false; }
   bool send_bytes(std::string_view) override { return false; }
   std::string receive_bytes() override { return ""; }
   bool is_over() override { return true; }
