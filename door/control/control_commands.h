@@ -39,6 +39,7 @@ struct ControlledHost {
   uhfsim::SimulatedReader* simulated;  // null when the reader is a real one
   WhySources why;
   std::function<Json()> second_opinion;  // its counters; null without a line
+  std::function<Json()> figures;         // what it counts: "polls", "identifications", "stages" and "readings"
   std::function<void()> start_anew;      // the host; null when it cannot
   std::function<std::string()> plugin;   // the name of the plug-in that runs; empty until it has started
 };

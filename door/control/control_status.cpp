@@ -4,9 +4,13 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <filesystem>
+#include <string>
+#include <system_error>
 
 #include "door/control/door_commands.h"
 #include "door/control/reader_commands.h"
+#include "door/journal/journal.h"
 #include "refhost/bus_counters.h"
 #include "refhost/bus_view.h"
 #include "refhost/watchdog.h"
@@ -83,7 +87,59 @@ Json reader_settings(const refhost::SettingsStore& store) {
   return settings;
 }
 
+// Of all files of each store, in bytes; what is not there has none.
+Json sizes(const std::filesystem::path& state) {
+  Json sizes = Json::object();
+  for (const char* const store : {"settings.db", "users.db", "audit.db", "journal.db"}) {
+    std::uintmax_t bytes = 0;
+    for (const char* const suffix : {"", "-wal"}) {
+      std::error_code missing;
+      const auto size = std::filesystem::file_size(state / (std::string(store) + suffix), missing);
+      bytes += missing ? 0 : size;
+    }
+    sizes[store] = bytes;
+  }
+  return sizes;
+}
+
+Json disk(const std::filesystem::path& state) {
+  std::error_code unknown;
+  const auto space = std::filesystem::space(state, unknown);
+  const auto bytes = [&](std::uintmax_t size) { return unknown ? Json(nullptr) : Json(size); };
+  return {{"free_bytes", bytes(space.available)}, {"size_bytes", bytes(space.capacity)}, {"stores", sizes(state)}};
+}
+
+Json journal(const std::filesystem::path& state) {
+  const auto extent = Journal::extent(state);
+  return {{"id", extent.id}, {"first", extent.first}, {"last", extent.last}};
+}
+
+Json alarm_names(const Alarms& alarms) {
+  Json names = Json::array();
+  for (const auto& [name, text] : alarms.standing()) {
+    names.push_back(name);
+  }
+  return names;
+}
+
 }  // namespace
+
+Json figures_of(const ControlledHost& host) {
+  const auto uptime = std::chrono::steady_clock::now() - host.started;
+  Json figures = {{"version", host.version},
+                  {"uptime_s", std::chrono::duration<double>(uptime).count()},
+                  {"allocated", allocated()},
+                  {"reader", health_of(host.line)},
+                  {"door", json_of(host.door.report())},
+                  {"alarms", alarm_names(host.alarms)},
+                  {"second_opinion", host.second_opinion()},
+                  {"queues", queues()},
+                  {"bus", bus()},
+                  {"journal", journal(host.state)},
+                  {"disk", disk(host.state)}};
+  figures.update(host.figures());
+  return figures;
+}
 
 Json status_of(const ControlledHost& host) {
   const auto uptime = std::chrono::steady_clock::now() - host.started;

@@ -15,6 +15,7 @@
 #include <utility>
 #include <vector>
 
+#include "ac/config_util.h"
 #include "ac/util.h"
 #include "door/backup/take_over.h"
 #include "door/base/gpio_plan.h"
@@ -275,6 +276,7 @@ void Host::start_plugin(const std::string& path) {
   if (reader_.line() != nullptr) {
     readings_.begin(&reader_.line()->recorder());
     reader_.on_exchange([this](line::Exchange exchange) {
+      figures_.saw(exchange);
       visit_feed_.saw(exchange);
       readings_.saw(std::move(exchange));
     });
@@ -327,6 +329,7 @@ ControlledHost Host::controlled() {
                   .live = reader_.line() == nullptr ? std::function<std::vector<why::ToldSighting>()>()
                                                     : [this] { return readings_.sightings(); }},
           .second_opinion = [this] { return second_opinion(); },
+          .figures = [this] { return figures(); },
           .start_anew = state_is_temporary_ ? std::function<void()>() : [this] { begin_anew(); },
           .plugin = [this] { return plugin(); }};
 }
@@ -461,6 +464,24 @@ Json Host::second_opinion() const {
   }
   const auto [readings, disagreements, left_out] = readings_.counters();
   return {{"readings", readings}, {"disagreements", disagreements}, {"left_out", left_out}};
+}
+
+Json Host::figures() const {
+  Json figures = figures_.json();
+  Json readings = Json::object();
+  const auto by_reason = readings_.by_reason();
+  for (const auto& row : why::kReasons) {
+    if (row.stage != why::Stage::kDoor) {
+      readings[std::string(row.name)] = by_reason.at(static_cast<std::size_t>(row.reason));
+    }
+  }
+  figures["readings"] = std::move(readings);
+  return figures;
+}
+
+// Of its relay.
+int Host::door_line() const {
+  return ac::config_util::relay_gpio(static_cast<int>(settings_.get_int("host", "door_relay").value()));
 }
 
 // With the cards that are in the field.

@@ -15,6 +15,7 @@
 #include "door/journal/journal.h"
 #include "door/journal/journal_feed.h"
 #include "door/run/ending.h"
+#include "door/run/figures.h"
 #include "door/run/host_stores.h"
 #include "door/run/printer.h"
 #include "door/run/reader.h"
@@ -82,6 +83,8 @@ class Host {
   ControlledHost controlled();
   void output_lost(int reason);
   Json second_opinion() const;
+  Json figures() const;
+  int door_line() const;
   void close_journal();
   void print_end(const Ending::Outcome& outcome);
   void begin_anew();
@@ -120,6 +123,8 @@ class Host {
   EnrollerService enroller_{users_};
   const JournalFeed journal_feed_{books_.note};  // before who tells of the reader's states
   ReadingWatch readings_{settings_, gpio_, books_.note, [this] { return journal_.has_room_for_sightings(); }};
+  Figures figures_{[this] { return door_line(); }};
+  const refhost::BusTap figures_tap_{[this](const ac::Message& message) { figures_.see(message); }};
   const ReaderWatch reader_watch_;
   const refhost::Subscriber way_out_;  // for as long as no plug-in handles exit requests
   refhost::Watchdog watchdog_;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <functional>
 #include <iterator>
 #include <new>
 #include <string_view>
@@ -192,6 +193,7 @@ void ReadingWatch::look() {
       witness_->end();
     }
   } catch (const std::bad_alloc&) {
+    by_reason_ = all_by_reason();
     witness_.reset();
     handled_.clear();
     ++left_out_;
@@ -308,6 +310,20 @@ ReadingWatch::Counters ReadingWatch::counters() const {
   Counters counters = counters_;
   counters.left_out = left_out_;
   return counters;
+}
+
+why::Witness::ByReason ReadingWatch::by_reason() const {
+  const std::lock_guard lock(mutex_);
+  return all_by_reason();
+}
+
+// With mutex_ held.
+why::Witness::ByReason ReadingWatch::all_by_reason() const {
+  auto all = by_reason_;
+  if (witness_.has_value()) {
+    std::ranges::transform(all, witness_->by_reason(), all.begin(), std::plus());
+  }
+  return all;
 }
 
 void ReadingWatch::end() {

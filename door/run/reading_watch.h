@@ -61,6 +61,8 @@ class ReadingWatch {
     std::uint64_t left_out = 0;  // for want of room
   };
   Counters counters() const;
+  // Readings by the reason that decided about them (why/reasons.h), as far as that is known.
+  why::Witness::ByReason by_reason() const;
   // The last of them, also while the thread hangs.
   std::uint64_t left_out() const { return left_out_; }
 
@@ -100,6 +102,7 @@ class ReadingWatch {
   void catch_up(Time now);
   void record(Time now);
   void handle(const Fact& fact);
+  why::Witness::ByReason all_by_reason() const;
   void note(const why::Sighting& sighting);
   void tell(const why::Disagreement& disagreement);
 
@@ -126,11 +129,12 @@ class ReadingWatch {
   bool ending_ = false;
   Time noted_until_{};  // sightings wait for room until then
   Counters counters_;
-  std::uint64_t left_out_before_ = 0;  // as the thread knows it
-  Time doubtful_until_{};              // something was left out: what follows from it lasts that long
-  Time next_word_{};                   // about a disagreement
-  why::Standing standing_;             // after all facts that were handled
-  Time next_record_{};                 // of it
+  why::Witness::ByReason by_reason_{};  // of witnesses before this one
+  std::uint64_t left_out_before_ = 0;   // as the thread knows it
+  Time doubtful_until_{};               // something was left out: what follows from it lasts that long
+  Time next_word_{};                    // about a disagreement
+  why::Standing standing_;              // after all facts that were handled
+  Time next_record_{};                  // of it
   refhost::Work work_{"second opinion"};
   std::thread thread_;                    // once it has begun
   std::unique_ptr<refhost::BusTap> tap_;  // last: it uses the others

@@ -199,7 +199,8 @@ void Witness::go_on_in_another_if_due(Presence& presence) {
   }
 }
 
-void Witness::count(Presence& presence, Fate& fate, std::int64_t polls, Time at) const {
+void Witness::count(Presence& presence, Fate& fate, std::int64_t polls, Time at) {
+  by_reason_.at(static_cast<std::size_t>(fate.reasons.front().reason)) += static_cast<std::uint64_t>(polls);
   Sighting& sighting = presence.sighting;
   fate.from = std::min(fate.from, at);
   fate.to = std::max(fate.to, at);

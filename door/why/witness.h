@@ -1,6 +1,7 @@
 // Looks on at the readings and says of each what must become of it; a second opinion on what the plug-in does.
 #pragma once
 
+#include <array>
 #include <chrono>
 #include <cstdint>
 #include <deque>
@@ -84,6 +85,10 @@ class Witness {
 
   std::uint64_t left_out() const { return left_out_; }  // readings
 
+  // Readings by what decided their fate, since it was made.
+  using ByReason = std::array<std::uint64_t, kReasons.size()>;
+  const ByReason& by_reason() const { return by_reason_; }
+
  private:
   struct Presence;
 
@@ -106,7 +111,7 @@ class Witness {
   void begin(Presence& presence) const;
   void close(Presence& presence, bool goes_on);
   void go_on_in_another_if_due(Presence& presence);
-  void count(Presence& presence, Fate& fate, std::int64_t polls, Time at) const;
+  void count(Presence& presence, Fate& fate, std::int64_t polls, Time at);
   void put_unused(Presence& presence, const Report& report, Time at);
   void conclude(Outcome& outcome);
   void conclude(Poll& poll, Outcome& outcome);
@@ -134,6 +139,7 @@ class Witness {
   std::uint64_t number_of_polls_ = 0;
   std::uint64_t left_out_ = 0;
   std::deque<Sighting> over_;  // and not told yet
+  ByReason by_reason_{};
 };
 
 }  // namespace achost::why
