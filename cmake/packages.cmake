@@ -39,6 +39,7 @@ if(UHF_BUILD_HOST)
   install(FILES packaging/achost.service DESTINATION usr/lib/systemd/system COMPONENT ${host_package})
   install(FILES packaging/60-achost-gpio.rules packaging/60-uhf-reader.rules DESTINATION usr/lib/udev/rules.d COMPONENT ${host_package})
   install(FILES packaging/achost.default DESTINATION etc/default RENAME achost COMPONENT ${host_package})
+  install(FILES door/control/control.schema.json DESTINATION usr/share/achost COMPONENT ${host_package})
   describe_program(achost 8 ${host_package})
   if(UHF_BUILD_TOOLS)  # it lives on the host's library
     install(TARGETS plugincheck RUNTIME DESTINATION usr/bin COMPONENT ${host_package})

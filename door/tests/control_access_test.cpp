@@ -45,6 +45,17 @@ TEST(Roles, EveryCommandThatNoTableNamesIsForAdmins) {
   EXPECT_EQ(role_for("a new one"), Role::admin);
 }
 
+TEST(Roles, AreThoseOfTheSchema) {
+  std::ifstream file(CONTROL_SCHEMA);
+  const Json schema = Json::parse(file);
+  for (const auto& [name, command] : schema.at("commands").items()) {
+    EXPECT_EQ(name_of(role_for(name)), command.at("role").get<std::string>()) << name;
+  }
+  for (const auto name : kForView) {
+    EXPECT_TRUE(schema.at("commands").contains(std::string(name))) << name;
+  }
+}
+
 TEST(Roles, TheGroupsAreThoseOfTheMachinesFile) {
   const TemporaryDirectory directory;
   const auto file = directory.path() / "group";
