@@ -1,9 +1,10 @@
-# What is installed, in three Debian packages: the plug-in for a device, the door daemon as a service, and the tools.
-# scripts/package makes them.
+# What is installed, in four Debian packages: the plug-in for a device, the door daemon as a service, the tools, and the kit
+# for those who write a host. scripts/package makes them.
 set(documentation usr/share/doc)
 set(plugin_package uhf-plugin)
 set(host_package achost)
 set(tools_package uhf-tools)
+set(kit_package uhf-dev)
 
 if(NOT UHF_SANITIZER STREQUAL "")
   return()
@@ -31,6 +32,12 @@ if(UHF_BUILD_TOOLS)
   describe_program(uhf-sim 1 ${tools_package})
   install_documentation(${tools_package})
   list(APPEND components ${tools_package})
+endif()
+
+if(UHF_BUILD_TOOLS)  # the kit lives on the simulated reader and hostcheck.so
+  include(${CMAKE_CURRENT_LIST_DIR}/kit.cmake)
+  install_documentation(${kit_package})
+  list(APPEND components ${kit_package})
 endif()
 
 if(UHF_BUILD_HOST)
@@ -75,6 +82,14 @@ set(CPACK_COMPONENT_UHF-PLUGIN_DESCRIPTION "UHF RFID reader plug-in for access-c
 set(CPACK_DEBIAN_UHF-TOOLS_PACKAGE_NAME ${tools_package})
 set(CPACK_COMPONENT_UHF-TOOLS_DESCRIPTION "tools to commission UHF RFID readers\n\
  uhfctl looks at a reader, sets it up and surveys its power; uhf-sim is a\n simulated reader on a pseudo-terminal; hostcheck.so is loaded in place of the\n plug-in and examines the host.")
+set(CPACK_DEBIAN_UHF-DEV_PACKAGE_NAME ${kit_package})
+set(CPACK_DEBIAN_UHF-DEV_PACKAGE_ARCHITECTURE all)
+set(CPACK_DEBIAN_UHF-DEV_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_UHF-DEV_PACKAGE_SHLIBDEPS OFF)
+set(CPACK_DEBIAN_UHF-DEV_PACKAGE_DEPENDS "uhf-plugin (= ${PROJECT_VERSION}), uhf-tools (= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_UHF-DEV_PACKAGE_SUGGESTS "achost, g++, cmake, make, pkg-config")
+set(CPACK_COMPONENT_UHF-DEV_DESCRIPTION "kit to write hosts for the UHF RFID reader plug-in\n\
+ The interface as headers, with files for CMake and pkg-config, the smallest whole\n host as an example, and the contract, which hostcheck.so examines.")
 set(CPACK_DEBIAN_ACHOST_PACKAGE_NAME ${host_package})
 set(CPACK_DEBIAN_ACHOST_PACKAGE_DEPENDS "uhf-plugin (= ${PROJECT_VERSION}), adduser${host_libraries}")
 set(CPACK_DEBIAN_ACHOST_PACKAGE_SUGGESTS "uhf-tools")

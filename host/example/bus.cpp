@@ -1,5 +1,4 @@
 // The bus: one thread delivers every message. The process ends without destroying anything, as the threads do not stop.
-
 #include <cstdio>
 #include <exception>
 #include <thread>

@@ -43,9 +43,7 @@ void append_range(std::vector<int>& numbers, const std::string& range) {
 bool config::get_param(const std::string& section, const std::string& key, std::string& value, bool flag) {
   called("get_param " + section + " " + key + text(flag));
   const auto stored = example::setting(section, key);
-  if (stored) {
-    value = *stored;
-  }
+  value = stored.value_or(value);
   return stored.has_value();
 }
 

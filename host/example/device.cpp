@@ -95,9 +95,14 @@ std::string util::identifier::generate_new_uuid() {
   return uuid;
 }
 
-int config_util::relay_gpio(int relay) { return 100 + relay; }  // the lines of this device's relays
+int config_util::relay_gpio(int relay) {
+  example::called("relay_gpio " + std::to_string(relay));
+  return 100 + relay;  // the lines of this device's relays
+}
 
-void config_util::relay_enabled(int, bool) {}  // nobody else here uses a relay
+void config_util::relay_enabled(int relay, bool enabled) {  // nobody else here uses a relay
+  example::called("relay_enabled " + std::to_string(relay) + (enabled ? " true" : " false"));
+}
 
 }  // namespace ac
 

@@ -4,12 +4,12 @@
 //
 // SETTINGS is a file of KEY=VALUE lines. Typed on standard input, KEY=VALUE changes a setting and "rex" presses the
 // exit button. With EXAMPLE_VERBOSE in the environment the plug-in's calls and debug lines are shown. Ends on SIGINT
-// and SIGTERM with status 0, with 1 when the plug-in did not start or has ended, with 2 when called wrongly, with 7
+// (Ctrl-C) with status 0, with 1 when the plug-in did not start or has ended, with 2 when called wrongly, with 7
 // when a thread hangs.
 #include <dlfcn.h>
 #include <unistd.h>
 
-#include <cstdio>
+#include <csignal>
 #include <exception>
 #include <fstream>
 #include <iostream>
@@ -107,13 +107,11 @@ void read_commands() {
 
 void start(const char* path) {
   void* const handle = dlopen(path, RTLD_NOW | RTLD_LOCAL);
-  if (handle == nullptr) {
+  void* const entry = handle == nullptr ? nullptr : dlsym(handle, "init");
+  if (entry == nullptr) {
     end(dlerror());
   }
-  const auto init = reinterpret_cast<bool (*)(ac::Plugin*, std::string*)>(dlsym(handle, "init"));
-  if (init == nullptr) {
-    end(std::string(path) + " has no entry \"init\"");
-  }
+  const auto init = reinterpret_cast<bool (*)(ac::Plugin*, std::string*)>(entry);
   ac::Plugin plugin;
   std::string error;
   if (!init(&plugin, &error)) {
@@ -151,9 +149,9 @@ int main(int count, char** words) {
   if (!read_settings(words[1])) {
     return 1;
   }
+  std::signal(SIGINT, [](int) { _exit(0); });
   start(words[2]);
   read_commands();
-  for (;;) {
-    pause();
+  while (pause() != 0) {
   }
 }

@@ -23,7 +23,7 @@ using Fields = std::vector<std::pair<std::string, Value>>;  // in the order adde
 using Listeners = std::vector<ac::MessageListener>;
 
 // Told of each call of the plug-in that has an order worth seeing: "get_int uhf trig_gpio true". Any thread. Yours to
-// define: this host prints it when asked to (--trace).
+// define: this host prints it when asked to.
 void called(const std::string& call);
 
 // Call the listeners of the message's type, in their order, on this thread; then move the message into the queue that a

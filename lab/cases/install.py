@@ -48,7 +48,7 @@ def run(case):
     board.run("test -f /var/lib/achost/users.db && ! test -e /usr/bin/achost && ! pgrep -x achost")
     case.see("removed: it has ended, and its state is kept")
 
-    board.run("dpkg --purge achost uhf-tools uhf-plugin", 300)
+    board.run("dpkg --purge uhf-dev achost uhf-tools uhf-plugin", 300)
     left = sorted(set(board.run(FILES).splitlines()) - set(before.splitlines()))
     case.same([path for path in left if not usual(path)], [], "files that the purge left")
     case.same(board.run("cut -d: -f1 /etc/passwd /etc/group"), users, "users and groups after the purge")

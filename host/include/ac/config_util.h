@@ -24,8 +24,8 @@ void set_int(int value, const std::string& section, const std::string& key, bool
 // or gives a line that does nothing: the host's business.
 int relay_gpio(int relay);
 
-// Mark a relay as enabled (the host may use it) or disabled (somebody else drives it). Until the process ends; it fails
-// for no relay.
+// Mark a relay as enabled (the host may use it) or disabled (somebody else drives it). Until the process ends. One that
+// the device does not have throws or is passed over: the host's business.
 void relay_enabled(int relay, bool enabled);
 
 }  // namespace ac::config_util
