@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "door/tests/process.h"
+#include "host/check/clauses.h"
 #include "refhost/tests/support.h"
 
 namespace {
@@ -167,6 +168,18 @@ std::vector<Broken> broken_hosts_of(char chapter) {
     }
   }
   return hosts;
+}
+
+TEST(BrokenHost, ThereIsOneForEachClause) {
+  Numbers broken;
+  for (const char chapter : std::string("123456789")) {
+    for (const auto& host : broken_hosts_of(chapter)) {
+      broken.insert(host.clauses.front());
+    }
+  }
+  for (const auto& clause : hostcheck::kClauses) {
+    EXPECT_TRUE(broken.contains(std::string(clause.number))) << clause.number << ": " << clause.sentence;
+  }
 }
 
 class BrokenHosts : public HostCheck, public testing::WithParamInterface<char> {};

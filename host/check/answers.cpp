@@ -6,7 +6,6 @@
 
 #include "ac/config.h"
 #include "ac/config_util.h"
-#include "ac/post_office.h"
 #include "desk.h"
 #include "examination.h"
 #include "report.h"
@@ -38,7 +37,7 @@ std::unique_ptr<ac::Message> question(ac::ReplyCallback callback = nullptr) {
 
 void ask(std::unique_ptr<ac::Message> message, const std::shared_ptr<Kept>& kept) {
   message->set_reply(&kept->reply);
-  ac::PostOffice::send_message_sync(std::move(message));
+  send_sync(std::move(message));
   kept->was_replied = kept->reply.replied();
   kept->has_returned = true;
   all_kept().add(kept);
@@ -152,7 +151,7 @@ void examine_failing_callback() {
 
 void examine_without_reply() {
   report().examine({"4.9"});
-  if (const auto asking = outcome_of([] { ac::PostOffice::send_message_sync(question()); }); !asking.is_well()) {
+  if (const auto asking = outcome_of([] { send_sync(question()); }); !asking.is_well()) {
     report().found("4.9", "send_message_sync() without a reply " + words_of(asking));
   }
 }

@@ -14,6 +14,11 @@ namespace {
 
 thread_local bool sending = false;
 
+struct Sending {
+  bool before = std::exchange(sending, true);
+  ~Sending() { sending = before; }
+};
+
 }  // namespace
 
 Desk& delivery() {
@@ -81,11 +86,13 @@ int number_of(const ac::Message& message) {
 }
 
 void send(std::unique_ptr<ac::Message> message) {
-  struct Sending {
-    bool before = std::exchange(sending, true);
-    ~Sending() { sending = before; }
-  } const now;
+  const Sending now;
   ac::PostOffice::send_message(std::move(message));
+}
+
+void send_sync(std::unique_ptr<ac::Message> message) {
+  const Sending now;
+  ac::PostOffice::send_message_sync(std::move(message));
 }
 
 bool is_sending() { return sending; }

@@ -76,15 +76,17 @@ class Desk {
 Desk& delivery();
 Desk& queue();
 
-// The plug-in's queue, which is made when it is loaded.
+// The plug-in's queue, which is made when it is loaded; false where it could not be, and then there is none.
 ac::MessageEnqueuer& plugin_queue();
+bool is_queue_made();
 
 // A message with the int "number".
 std::unique_ptr<ac::Message> numbered(Type type, int number);
 int number_of(const ac::Message& message);
 
-// Send, so that a handler that is called meanwhile on this thread is found. Throws what the host throws.
+// Send, or ask, so that a handler that is called meanwhile on this thread is found. Throws what the host throws.
 void send(std::unique_ptr<ac::Message> message);
+void send_sync(std::unique_ptr<ac::Message> message);
 bool is_sending();  // on this thread
 
 long thread_id();

@@ -16,6 +16,8 @@ namespace {
 using TimePoint = std::chrono::steady_clock::time_point;
 using CardTimes = std::unordered_map<std::uint64_t, TimePoint>;
 
+bool is_made = false;  // the queue; written when the file is loaded
+
 }  // namespace
 
 // Made when the file is loaded, where the host has what that takes; never destroyed.
@@ -25,9 +27,11 @@ union Queue {
       return;
     }
     hostcheck::report().examine({"1.2"});
-    if (const auto thrown = hostcheck::thrown_by([this] { new (&queue) ac::MessageEnqueuer; })) {
+    const auto thrown = hostcheck::thrown_by([this] { new (&queue) ac::MessageEnqueuer; });
+    if (thrown) {
       hostcheck::report().found("1.2", "making a queue before init() threw: " + *thrown);
     }
+    is_made = !thrown;
   }
   ~Queue() {}
 
@@ -48,3 +52,4 @@ void* t640_module;  // a pointer that owns nothing
 void setWorkChannel() {}
 
 ac::MessageEnqueuer& hostcheck::plugin_queue() { return enqueuer.queue; }
+bool hostcheck::is_queue_made() { return is_made; }

@@ -139,6 +139,9 @@ bool init(ac::Plugin* plugin, std::string* error) {
   if (!hostcheck::missing_symbols().empty()) {
     return refuse(error, "the host does not define all that a plug-in calls");
   }
+  if (!hostcheck::is_queue_made()) {
+    return refuse(error, "no queue could be made when the plug-in was loaded");
+  }
   if (!is_an_end(wanted_end())) {
     return refuse(error,
                   "HOSTCHECK_END is \"" + std::string(wanted_end()) + "\": give return, throw, refuse or silence");

@@ -1,10 +1,12 @@
 // What stands between uhf.so and the host, with one thing broken for each BROKEN_...: the linker sends each call of
 // these operations here (--wrap), and those of the real ones to the host.
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <utility>
 
 #include "ac/message.h"
@@ -28,6 +30,7 @@ INSTEAD(void, set_kind, "_ZN6ac_dal10audit_logs4typeEi", void*, int);
 INSTEAD(bool, replied, "_ZNK2ac12MessageReply7repliedEv", const ac::MessageReply*);
 INSTEAD(bool, reply_int, "_ZNK2ac12MessageReply7get_intE" TEXT "Pi", const ac::MessageReply*, string, int*);
 INSTEAD(int, get_int, "_ZN2ac11config_util7get_intERK" TEXT "S8_b", const string&, const string&, bool);
+INSTEAD(int, run_plugin, "run");
 INSTEAD(bool, get_text, "_ZN2ac6config9get_paramERK" TEXT "S8_RS6_b", const string&, const string&, string&, bool);
 
 namespace {
@@ -135,4 +138,18 @@ bool get_text(const string& section, const string& key, string& value, bool flag
   }
 #endif
   return real_get_text(section, key, value, flag);
+}
+
+int run_plugin() {
+#ifdef BROKEN_hides_the_end
+  try {
+    return real_run_plugin();
+  } catch (...) {
+    for (;; std::this_thread::sleep_for(std::chrono::milliseconds(50))) {
+      real_keep_alive("uhf");
+    }
+  }
+#else
+  return real_run_plugin();
+#endif
 }
