@@ -123,14 +123,14 @@ bool Spool::is_sound() const {
 }
 
 void Spool::copy_in(std::uint64_t place, const void* data, std::size_t size) {
-  const std::size_t begin = place % ring_size_;
+  const auto begin = static_cast<std::size_t>(place % ring_size_);
   const std::size_t first = std::min(size, ring_size_ - begin);
   std::memcpy(ring_ + begin, data, first);
   std::memcpy(ring_, static_cast<const char*>(data) + first, size - first);
 }
 
 void Spool::copy_out(std::uint64_t place, void* data, std::size_t size) const {
-  const std::size_t begin = place % ring_size_;
+  const auto begin = static_cast<std::size_t>(place % ring_size_);
   const std::size_t first = std::min(size, ring_size_ - begin);
   std::memcpy(data, ring_ + begin, first);
   std::memcpy(static_cast<char*>(data) + first, ring_, size - first);
