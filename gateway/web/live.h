@@ -1,0 +1,81 @@
+// What is live: how the door stands, and what happens at it, for all who look on.
+#pragma once
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+
+#include "gateway/web/daemon.h"
+
+namespace web {
+
+// How the daemon stood at a moment.
+struct Snapshot {
+  std::optional<Json> status;  // nothing when it did not answer
+  std::string error;           // why
+  std::chrono::steady_clock::time_point at;
+};
+
+// One who looks on. What he has not taken waits, within a bound.
+class Onlooker {
+ public:
+  static constexpr std::size_t kMostWaiting = std::size_t{256} * 1024;  // bytes; who is further behind is dropped
+
+  explicit Onlooker(net::io_context& context);
+
+  // What has come, once something has; empty after a while without anything. Nothing when it is over.
+  net::awaitable<std::optional<std::string>> next(std::chrono::milliseconds longest);
+
+  void put(const std::string& text);
+  void end();
+  bool is_over() const { return is_over_; }
+
+ private:
+  net::steady_timer wake_;
+  std::string waiting_;
+  bool is_over_ = false;
+};
+
+// Asks the daemon once for all, and only while somebody looks on. One thread uses it, that of the context.
+class Live {
+ public:
+  static constexpr std::size_t kMostOnlookers = 48;
+
+  Live(net::io_context& context, Daemon& daemon);
+
+  // How the daemon stands: a second old at most.
+  net::awaitable<std::shared_ptr<const Snapshot>> snapshot();
+
+  // Null when there are too many.
+  std::shared_ptr<Onlooker> look_on();
+  void leave(const std::shared_ptr<Onlooker>& onlooker);
+
+  // For ever: what goes to those who look on.
+  net::awaitable<void> tell_status();
+  net::awaitable<void> tell_messages();
+
+  // As it goes over the line: "status", or "away" without one.
+  static std::string event_of(const Snapshot& snapshot);
+
+ private:
+  net::awaitable<void> wait_for_onlookers();
+  net::awaitable<void> pause();
+  void publish(const std::string& text);
+
+  net::io_context& context_;
+  Daemon& daemon_;
+  std::set<std::shared_ptr<Onlooker>> onlookers_;
+  net::steady_timer somebody_;  // cancelled when somebody comes
+  std::shared_ptr<const Snapshot> latest_;
+  bool is_asking_ = false;
+  net::steady_timer answered_;  // cancelled when the answer is there
+};
+
+}  // namespace web

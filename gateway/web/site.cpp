@@ -1,0 +1,233 @@
+#include "gateway/web/site.h"
+
+#include <algorithm>
+#include <array>
+
+#include "gateway/web/commands.h"
+#include "gateway/web/metrics.h"
+#include "gateway/web/page.h"
+#include "version.h"
+
+namespace web {
+namespace {
+
+constexpr const char* kCookie = "achost_session";
+
+// So many at once, so many a second: a page with its parts is half a dozen, a person who works on it one or two.
+constexpr double kRequestsAtOnce = 100;
+constexpr double kRequestsPerSecond = 20;
+
+// "door.local" of "door.local:8443", "[::1]" of "[::1]:8080".
+std::string_view without_port(std::string_view host) {
+  const auto colon = host.rfind(':');
+  const auto bracket = host.rfind(']');
+  const bool has_port = colon != host.npos && (bracket == host.npos || bracket < colon);
+  return has_port ? host.substr(0, colon) : host;
+}
+
+std::string secret_of(const Request& request) {
+  constexpr std::string_view kBearer = "Bearer ";
+  const auto authorization = view_of(request[http::field::authorization]);
+  if (authorization.starts_with(kBearer)) {
+    return std::string(authorization.substr(kBearer.size()));
+  }
+  std::string_view rest = view_of(request[http::field::cookie]);
+  while (!rest.empty()) {
+    const std::string_view one = rest.substr(0, rest.find(';'));
+    rest.remove_prefix(std::min(rest.size(), one.size() + 1));
+    const auto name = one.substr(std::min(one.find_first_not_of(' '), one.size()));
+    if (name.starts_with(std::string(kCookie) + "=")) {
+      return std::string(name.substr(std::string_view(kCookie).size() + 1));
+    }
+  }
+  return "";
+}
+
+std::string cookie(const std::string& secret, Seconds life, bool is_safe) {
+  return std::string(kCookie) + "=" + secret + "; Path=/; Max-Age=" + std::to_string(life) +
+         "; HttpOnly; SameSite=Strict" + (is_safe ? "; Secure" : "");
+}
+
+Response session_answer(std::optional<Role> role) {
+  return json_answer({{"role", role.has_value() ? Json(name_of(*role)) : Json(nullptr)}, {"version", UHF_VERSION}});
+}
+
+Json object_in(const Request& request) {
+  Json body = Json::parse(request.body(), nullptr, false);
+  return body.is_object() ? body : Json::object();
+}
+
+std::string text_in(const Json& object, const char* field) {
+  const auto found = object.find(field);
+  return found != object.end() && found->is_string() ? found->get<std::string>() : "";
+}
+
+}  // namespace
+
+Site::Site(Access& access, Live& live, Daemon& daemon, std::vector<std::string> names)
+    : access_(access),
+      live_(live),
+      daemon_(daemon),
+      names_(std::move(names)),
+      limit_(kRequestsAtOnce, kRequestsPerSecond),
+      routes_(routes()) {}
+
+std::vector<Route> Site::routes() {
+  using Visitors = const Visitor&;
+  using Requests = const Request&;
+  std::vector<Route> all = {
+      {http::verb::get,
+       "/api/session",
+       {},
+       [](Requests, Visitors visitor) -> net::awaitable<Response> { co_return session_answer(visitor.role); }},
+      {http::verb::post,
+       "/api/session",
+       {},
+       [this](Requests request, Visitors visitor) { return enter(request, visitor); }},
+      {http::verb::delete_, "/api/session", Role::metrics,
+       [this](Requests, Visitors visitor) { return leave(visitor); }},
+      {http::verb::get, "/api/status", Role::view, [this](Requests, Visitors) { return status(); }},
+      {http::verb::get, "/api/events", Role::view, nullptr},
+      {http::verb::post, "/api/command", Role::admin, [this](Requests request, Visitors) { return command(request); }},
+      {http::verb::get, "/metrics", Role::metrics, [this](Requests request, Visitors) { return metrics(request); }},
+  };
+  for (const Part& part : page()) {
+    all.push_back({http::verb::get, part.path, {}, [&part](Requests, Visitors) -> net::awaitable<Response> {
+                     co_return page_answer(part);
+                   }});
+  }
+  return all;
+}
+
+// Another site may have a name that leads here: its pages then read what this one answers, unless the name counts.
+std::optional<Response> Site::refused_by_host(const Request& request) const {
+  const auto host = without_port(view_of(request[http::field::host]));
+  if (request.count(http::field::host) == 1 && std::ranges::find(names_, host) != names_.end()) {
+    return std::nullopt;
+  }
+  return refusal(http::status::misdirected_request,
+                 "this is no name of the door: achost-web run --name NAME lets it count");
+}
+
+// Another site's page may send anything here, with the session's cookie; its browser says where it comes from.
+std::optional<Response> Site::refused_by_origin(const Request& request, bool is_safe) const {
+  const bool is_there = request.count(http::field::origin) != 0;
+  const std::string own = (is_safe ? "https://" : "http://") + std::string(view_of(request[http::field::host]));
+  const bool changes = request.method() != http::verb::get;
+  if (is_there ? view_of(request[http::field::origin]) == own : !changes) {
+    return std::nullopt;
+  }
+  return refusal(http::status::forbidden, is_there ? "another site may not ask for this"
+                                                   : "a request that changes something needs \"Origin: " + own + "\"");
+}
+
+std::optional<Response> Site::refused_by_role(const Route& route, const Visitor& visitor) const {
+  if (!route.least.has_value() || (visitor.role.has_value() && *visitor.role >= *route.least)) {
+    return std::nullopt;
+  }
+  if (!visitor.role.has_value()) {
+    return refusal(http::status::unauthorized, "nobody is logged in here: `achost-web link` on the door lets you in");
+  }
+  return refusal(http::status::forbidden, std::string("this session may not: it is for ") + name_of(*visitor.role) +
+                                              ", and this for " + name_of(*route.least));
+}
+
+const Route* Site::find(const Request& request, std::optional<Response>& refused) const {
+  const auto target = view_of(request.target());
+  const auto path = target.substr(0, target.find('?'));
+  bool is_known = false;
+  for (const Route& route : routes_) {
+    if (route.path == path) {
+      is_known = true;
+      if (route.verb == request.method()) {
+        return &route;
+      }
+    }
+  }
+  refused = is_known ? refusal(http::status::method_not_allowed, "this cannot be done there")
+                     : refusal(http::status::not_found, "there is nothing there");
+  return nullptr;
+}
+
+Site::Admission Site::admit(const Request& request, const std::string& address, bool is_safe) {
+  Admission admission;
+  Visitor& visitor = admission.visitor;
+  visitor = {address, is_safe, secret_of(request), {}};
+  visitor.role = access_.role_of_secret(visitor.secret, now());
+  // Who has a session does not wait for others at the same address.
+  if (!limit_.take(visitor.role.has_value() ? visitor.secret : address, RateLimit::Time::clock::now())) {
+    admission.refused = refusal(http::status::too_many_requests, "too many requests: wait a second");
+    admission.refused->set(http::field::retry_after, "1");
+    admission.refused->keep_alive(false);
+    return admission;
+  }
+  if (!(admission.refused = refused_by_host(request)) && !(admission.refused = refused_by_origin(request, is_safe))) {
+    admission.route = find(request, admission.refused);
+    if (admission.route != nullptr) {
+      admission.refused = refused_by_role(*admission.route, visitor);
+    }
+  }
+  return admission;
+}
+
+bool Site::may_look(const Visitor& visitor) {
+  const auto role = access_.role_of_secret(visitor.secret, now());
+  return role.has_value() && *role >= Role::view;
+}
+
+net::awaitable<Response> Site::answer(const Admission& admission, const Request& request) {
+  Response response;
+  try {
+    response = co_await admission.route->answer(request, admission.visitor);
+  } catch (const NoDaemon& failure) {
+    response = refusal(http::status::service_unavailable, failure.what());
+  } catch (const Refused& failure) {
+    response = refusal(http::status::unprocessable_entity, failure.what());
+  } catch (const std::exception& failure) {
+    response = refusal(http::status::internal_server_error, failure.what());
+  }
+  co_return response;
+}
+
+net::awaitable<Response> Site::enter(const Request& request, const Visitor& visitor) {
+  const auto entered = access_.enter(text_in(object_in(request), "link"), now());
+  if (entered.has_value()) {
+    Response response = session_answer(entered->role);
+    response.set(http::field::set_cookie, cookie(entered->secret, entered->until - now(), visitor.is_safe));
+    co_return response;
+  }
+  co_return refusal(http::status::unauthorized,
+                    "this link has been used, or is too old: `achost-web link` on the door makes another");
+}
+
+net::awaitable<Response> Site::leave(const Visitor& visitor) {
+  access_.leave(visitor.secret);
+  Response response = session_answer({});
+  response.set(http::field::set_cookie, cookie("", 0, visitor.is_safe));
+  co_return response;
+}
+
+net::awaitable<Response> Site::status() {
+  const auto snapshot = co_await live_.snapshot();
+  if (!snapshot->status.has_value()) {
+    co_return refusal(http::status::service_unavailable, snapshot->error);
+  }
+  co_return json_answer(*snapshot->status);
+}
+
+net::awaitable<Response> Site::metrics(const Request& request) {
+  const auto snapshot = co_await live_.snapshot();
+  const auto form = metrics_form(view_of(request[http::field::accept]));
+  co_return web::answer(http::status::ok, content_type(form), metrics_text(*snapshot, form));
+}
+
+net::awaitable<Response> Site::command(const Request& request) {
+  const Json wanted = object_in(request);
+  if (!may_be_asked(text_in(wanted, "command"))) {
+    co_return refusal(http::status::bad_request, "there is no such command here: there are " + commands_text());
+  }
+  const Json answer = co_await daemon_.ask(wanted);
+  co_return json_answer(answer);
+}
+
+}  // namespace web

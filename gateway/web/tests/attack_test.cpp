@@ -1,0 +1,117 @@
+// What strangers may try: it is refused, and the door opens throughout.
+#include <dirent.h>
+
+#include <atomic>
+
+#include "gateway/web/server.h"
+#include "gateway/web/tests/web_fixture.h"
+
+namespace web::test {
+namespace {
+
+class Attack : public Web {
+ protected:
+  // Its memory, in KiB.
+  long resident() const {
+    std::ifstream status("/proc/" + std::to_string(server_->pid()) + "/status");
+    for (std::string line; std::getline(status, line);) {
+      if (line.starts_with("VmRSS:")) {
+        return std::stol(line.substr(6));
+      }
+    }
+    return -1;
+  }
+
+  std::size_t descriptors() const {
+    const std::filesystem::directory_iterator list("/proc/" + std::to_string(server_->pid()) + "/fd");
+    return static_cast<std::size_t>(std::distance(list, std::filesystem::directory_iterator()));
+  }
+};
+
+TEST_F(Attack, AGigabyteIsRefusedAtOnce) {
+  const Browser browser = entered("admin");
+  const long before = resident();
+  const Reply reply = browser.ask("POST /api/command HTTP/1.1\r\nHost: localhost\r\nContent-Length: 1073741824\r\n" +
+                                  browser.cookie_line() + "\r\n" + std::string(100'000, 'x'));
+  EXPECT_EQ(reply.status, 413);
+  EXPECT_TRUE(opens());
+  EXPECT_LT(resident(), before + 10'000);
+}
+
+TEST_F(Attack, AGigabyteInPiecesIsCutOff) {
+  const long before = resident();
+  Client client(port_);
+  client.send("POST /api/session HTTP/1.1\r\nHost: localhost\r\nTransfer-Encoding: chunked\r\n\r\n");
+  const std::string piece = "8000\r\n" + std::string(0x8000, 'x') + "\r\n";
+  int sent = 0;
+  while (sent < 32'768 && client.send(piece)) {
+    ++sent;
+  }
+  EXPECT_LT(sent, 1'000);
+  EXPECT_TRUE(opens());
+  EXPECT_LT(resident(), before + 10'000);
+}
+
+TEST_F(Attack, AHeaderWithoutEndIsCutOff) {
+  const Reply reply = Browser(port_).ask("GET / HTTP/1.1\r\nHost: localhost\r\nX: " + std::string(100'000, 'x'));
+  EXPECT_EQ(reply.status, 431);
+}
+
+TEST_F(Attack, ThatAsksWithoutEndIsTurnedAwayAndTheDoorOpensThroughout) {
+  const Browser browser = entered("view");
+  std::atomic<int> turned_away = 0;
+  std::atomic<int> answered = 0;
+  std::vector<std::thread> crowd;
+  for (int i = 0; i < 4; ++i) {
+    crowd.emplace_back([&, port = port_] {
+      for (int asked = 0; asked < 2'500; ++asked) {
+        const int status = Browser(port).get("/api/session").status;
+        ++(status == 429 ? turned_away : answered);
+      }
+    });
+  }
+  for (int i = 0; i < 5; ++i) {
+    EXPECT_TRUE(opens());
+    EXPECT_EQ(browser.get("/api/status").status, 200) << "who has a session does not wait for strangers";
+  }
+  for (auto& one : crowd) {
+    one.join();
+  }
+  EXPECT_GT(turned_away, answered);
+}
+
+TEST_F(Attack, AThousandSlowConnectionsKeepNobodyOut) {
+  const Browser browser = entered("view");
+  std::vector<Client> crowd;
+  for (int i = 0; i < 1'000; ++i) {
+    crowd.emplace_back(port_);
+    crowd.back().send("GET /api/status HTTP/1.1\r\nHost: local");
+    if (i % 250 == 249) {
+      EXPECT_TRUE(opens());
+      EXPECT_EQ(browser.get("/api/status").status, 200);
+      EXPECT_LT(descriptors(), Server::kMostConnections + 20);
+    }
+  }
+}
+
+TEST_F(Attack, WhoLooksOnAndReadsNothingIsDropped) {
+  const Browser browser = entered("view");
+  std::vector<Client> crowd;
+  for (std::size_t i = 0; i < Live::kMostOnlookers + 10; ++i) {
+    crowd.emplace_back(port_);
+    crowd.back().send("GET /api/events HTTP/1.1\r\nHost: localhost\r\n" + browser.cookie_line() + "\r\n");
+  }
+  // The last find no room, and are told.
+  EXPECT_EQ(crowd.back().receive().status, 503);
+  EXPECT_TRUE(opens());
+  crowd.clear();
+  Client another(port_);
+  EXPECT_TRUE(comes_true([&] {
+    Client one(port_);
+    one.send("GET /api/events HTTP/1.1\r\nHost: localhost\r\n" + browser.cookie_line() + "\r\n");
+    return one.receive_until("\r\n").find("200") != std::string::npos;
+  })) << "whose place is not given back";
+}
+
+}  // namespace
+}  // namespace web::test
