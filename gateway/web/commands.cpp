@@ -2,20 +2,28 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
 namespace web {
 namespace {
 
 // Those that answer with one line; a page that needs another adds it.
-constexpr std::array<std::string_view, 5> kCommands = {"door", "door_open", "door_mode", "why", "why_now"};
+constexpr std::array<std::pair<std::string_view, Role>, 5> kCommands = {{{"door", Role::view},
+                                                                         {"door_mode", Role::admin},
+                                                                         {"door_open", Role::admin},
+                                                                         {"why", Role::view},
+                                                                         {"why_now", Role::view}}};
 
 }  // namespace
 
-bool may_be_asked(std::string_view command) { return std::ranges::find(kCommands, command) != kCommands.end(); }
+std::optional<Role> role_for(std::string_view command) {
+  const auto found = std::ranges::find(kCommands, command, [](const auto& one) { return one.first; });
+  return found == kCommands.end() ? std::nullopt : std::optional(found->second);
+}
 
 std::string commands_text() {
   std::string text;
-  for (const auto& command : kCommands) {
+  for (const auto& [command, role] : kCommands) {
     text += (text.empty() ? "" : ", ") + std::string(command);
   }
   return text;

@@ -1,14 +1,18 @@
 // What may be asked of the door from here.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 
+#include "gateway/web/access.h"
+
 namespace web {
 
-bool may_be_asked(std::string_view command);
+// The least role for it; nothing for what cannot be asked here.
+std::optional<Role> role_for(std::string_view command);
 
-// "door_open, door_mode and why".
+// "door, door_open, why".
 std::string commands_text();
 
 }  // namespace web

@@ -122,7 +122,7 @@ class Connection : public std::enable_shared_from_this<Connection<Stream>> {
     auto admission = site_.admit(request, address_, kIsSafe);
     place_->is_known = place_->is_known || admission.visitor.role.has_value();
     if (!admission.refused.has_value() && !admission.route->answer) {
-      const bool is_told = co_await tell_live(admission.visitor);
+      const bool is_told = co_await tell_live(request, admission.visitor);
       if (is_told) {
         co_return false;
       }
@@ -157,8 +157,8 @@ class Connection : public std::enable_shared_from_this<Connection<Stream>> {
   }
 
   // Events until somebody has enough; false when there is no room for one more.
-  net::awaitable<bool> tell_live(const Visitor& visitor) {
-    const auto onlooker = site_.live().look_on();
+  net::awaitable<bool> tell_live(const Request& request, const Visitor& visitor) {
+    const auto onlooker = site_.live().look_on(view_of(request["Last-Event-ID"]));
     if (onlooker == nullptr) {
       co_return false;
     }

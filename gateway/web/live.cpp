@@ -13,11 +13,6 @@ using std::chrono::steady_clock;
 constexpr std::chrono::milliseconds kFresh{900};  // a status; those who look on get one each second
 constexpr std::chrono::seconds kPause{1};
 
-// What a person at the door wants to see. Whatever else passes there stays there.
-constexpr const char* kMessages =
-    "identifier_decision,card_left,door_state,door_contact,door_mode,enroller_waits,enroll_rfid_successful,"
-    "enroll_timeout,enroller_error,alarm,reader_state,reader_recovery";
-
 // Until the timer is cancelled, or its time has come.
 net::awaitable<void> wait_for(net::steady_timer& timer) {
   error_code ended;
@@ -26,10 +21,6 @@ net::awaitable<void> wait_for(net::steady_timer& timer) {
 
 // A timer that only cancel() ends, for any number who wait: a new time for one of them would wake the others.
 constexpr auto kNever = steady_clock::time_point::max();
-
-std::string event_text(const std::string& name, const Json& data) {
-  return "event: " + name + "\ndata: " + data.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n\n";
-}
 
 }  // namespace
 
@@ -92,12 +83,15 @@ net::awaitable<std::shared_ptr<const Snapshot>> Live::snapshot() {
   co_return latest_;
 }
 
-std::shared_ptr<Onlooker> Live::look_on() {
+std::shared_ptr<Onlooker> Live::look_on(std::string_view last_event) {
   if (onlookers_.size() >= kMostOnlookers) {
     return nullptr;
   }
   somebody_.cancel();
-  return *onlookers_.insert(std::make_shared<Onlooker>(context_)).first;
+  const auto onlooker = std::make_shared<Onlooker>(context_);
+  onlooker->put(timeline_.since(last_event));
+  onlookers_.insert(onlooker);
+  return onlooker;
 }
 
 void Live::leave(const std::shared_ptr<Onlooker>& onlooker) { onlookers_.erase(onlooker); }
@@ -128,18 +122,18 @@ net::awaitable<void> Live::tell_status() {
   }
 }
 
-net::awaitable<void> Live::tell_messages() {
-  // Not made where they are given away: the compiler ends such things twice.
-  const Json request = {{"command", "events"}, {"types", kMessages}};
+net::awaitable<void> Live::tell_entries() {
+  // Not made where it is given away: the compiler ends such things twice.
   const std::function<bool(const Json&)> take = [this](const Json& line) {
-    if (line.contains("message") || line.contains("left_out")) {
-      publish(event_text("message", line));
+    if (const std::string text = timeline_.take(line); !text.empty()) {
+      publish(text);
     }
     return !onlookers_.empty();
   };
   for (;;) {
     co_await wait_for_onlookers();
     try {
+      const Json request = timeline_.request();
       co_await daemon_.follow(request, take);
     } catch (const std::exception&) {
       // The status tells it.

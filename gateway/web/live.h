@@ -11,8 +11,10 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 
 #include "gateway/web/daemon.h"
+#include "gateway/web/timeline.h"
 
 namespace web {
 
@@ -26,7 +28,7 @@ struct Snapshot {
 // One who looks on. What he has not taken waits, within a bound.
 class Onlooker {
  public:
-  static constexpr std::size_t kMostWaiting = std::size_t{256} * 1024;  // bytes; who is further behind is dropped
+  static constexpr std::size_t kMostWaiting = std::size_t{512} * 1024;  // bytes; who is further behind is dropped
 
   explicit Onlooker(net::io_context& context);
 
@@ -53,13 +55,13 @@ class Live {
   // How the daemon stands: a second old at most.
   net::awaitable<std::shared_ptr<const Snapshot>> snapshot();
 
-  // Null when there are too many.
-  std::shared_ptr<Onlooker> look_on();
+  // He gets the entries behind that event first. Null when there are too many.
+  std::shared_ptr<Onlooker> look_on(std::string_view last_event);
   void leave(const std::shared_ptr<Onlooker>& onlooker);
 
   // For ever: what goes to those who look on.
   net::awaitable<void> tell_status();
-  net::awaitable<void> tell_messages();
+  net::awaitable<void> tell_entries();
 
   // As it goes over the line: "status", or "away" without one.
   static std::string event_of(const Snapshot& snapshot);
@@ -71,6 +73,7 @@ class Live {
 
   net::io_context& context_;
   Daemon& daemon_;
+  Timeline timeline_;
   std::set<std::shared_ptr<Onlooker>> onlookers_;
   net::steady_timer somebody_;  // cancelled when somebody comes
   std::shared_ptr<const Snapshot> latest_;

@@ -76,7 +76,7 @@ void run(const Options& options) {
   }
   replace_file(options.state / kPlaceFile, base + "\n");
   net::co_spawn(context, live.tell_status(), net::detached);
-  net::co_spawn(context, live.tell_messages(), net::detached);
+  net::co_spawn(context, live.tell_entries(), net::detached);
   net::co_spawn(context, server.accept_all(), net::detached);
   context.run();
 }

@@ -62,6 +62,17 @@ std::string text_in(const Json& object, const char* field) {
   return found != object.end() && found->is_string() ? found->get<std::string>() : "";
 }
 
+std::optional<Response> refused_by_role(Role least, const Visitor& visitor) {
+  if (!visitor.role.has_value()) {
+    return refusal(http::status::unauthorized, "nobody is logged in here: `achost-web link` on the door lets you in");
+  }
+  if (*visitor.role < least) {
+    return refusal(http::status::forbidden, std::string("this session may not: it is for ") + name_of(*visitor.role) +
+                                                ", and this for " + name_of(least));
+  }
+  return std::nullopt;
+}
+
 }  // namespace
 
 Site::Site(Access& access, Live& live, Daemon& daemon, std::vector<std::string> names)
@@ -88,7 +99,8 @@ std::vector<Route> Site::routes() {
        [this](Requests, Visitors visitor) { return leave(visitor); }},
       {http::verb::get, "/api/status", Role::view, [this](Requests, Visitors) { return status(); }},
       {http::verb::get, "/api/events", Role::view, nullptr},
-      {http::verb::post, "/api/command", Role::admin, [this](Requests request, Visitors) { return command(request); }},
+      {http::verb::post, "/api/command", Role::view,
+       [this](Requests request, Visitors visitor) { return command(request, visitor); }},
       {http::verb::get, "/metrics", Role::metrics, [this](Requests request, Visitors) { return metrics(request); }},
   };
   for (const Part& part : page()) {
@@ -119,17 +131,6 @@ std::optional<Response> Site::refused_by_origin(const Request& request, bool is_
   }
   return refusal(http::status::forbidden, is_there ? "another site may not ask for this"
                                                    : "a request that changes something needs \"Origin: " + own + "\"");
-}
-
-std::optional<Response> Site::refused_by_role(const Route& route, const Visitor& visitor) const {
-  if (!route.least.has_value() || (visitor.role.has_value() && *visitor.role >= *route.least)) {
-    return std::nullopt;
-  }
-  if (!visitor.role.has_value()) {
-    return refusal(http::status::unauthorized, "nobody is logged in here: `achost-web link` on the door lets you in");
-  }
-  return refusal(http::status::forbidden, std::string("this session may not: it is for ") + name_of(*visitor.role) +
-                                              ", and this for " + name_of(*route.least));
 }
 
 const Route* Site::find(const Request& request, std::optional<Response>& refused) const {
@@ -164,7 +165,8 @@ Site::Admission Site::admit(const Request& request, const std::string& address, 
   if (!(admission.refused = refused_by_host(request)) && !(admission.refused = refused_by_origin(request, is_safe))) {
     admission.route = find(request, admission.refused);
     if (admission.route != nullptr) {
-      admission.refused = refused_by_role(*admission.route, visitor);
+      admission.refused =
+          admission.route->least.has_value() ? refused_by_role(*admission.route->least, visitor) : std::nullopt;
     }
   }
   return admission;
@@ -221,10 +223,14 @@ net::awaitable<Response> Site::metrics(const Request& request) {
   co_return web::answer(http::status::ok, content_type(form), metrics_text(*snapshot, form));
 }
 
-net::awaitable<Response> Site::command(const Request& request) {
+net::awaitable<Response> Site::command(const Request& request, const Visitor& visitor) {
   const Json wanted = object_in(request);
-  if (!may_be_asked(text_in(wanted, "command"))) {
+  const auto least = role_for(text_in(wanted, "command"));
+  if (!least.has_value()) {
     co_return refusal(http::status::bad_request, "there is no such command here: there are " + commands_text());
+  }
+  if (auto refused = refused_by_role(*least, visitor)) {
+    co_return std::move(*refused);
   }
   const Json answer = co_await daemon_.ask(wanted);
   co_return json_answer(answer);

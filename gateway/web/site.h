@@ -56,7 +56,6 @@ class Site {
  private:
   std::optional<Response> refused_by_host(const Request& request) const;
   std::optional<Response> refused_by_origin(const Request& request, bool is_safe) const;
-  std::optional<Response> refused_by_role(const Route& route, const Visitor& visitor) const;
   const Route* find(const Request& request, std::optional<Response>& refused) const;
   std::vector<Route> routes();
 
@@ -64,7 +63,7 @@ class Site {
   net::awaitable<Response> leave(const Visitor& visitor);
   net::awaitable<Response> status();
   net::awaitable<Response> metrics(const Request& request);
-  net::awaitable<Response> command(const Request& request);
+  net::awaitable<Response> command(const Request& request, const Visitor& visitor);
 
   Access& access_;
   Live& live_;

@@ -96,18 +96,34 @@ TEST_F(Web, ForgetEndsAllSessionsAlsoThoseThatLookOn) {
   EXPECT_THAT(onlooker.receive_until("a mark that never comes"), Not(HasSubstr("never")));
 }
 
-TEST_F(Web, WhatHappensAtTheDoorIsLive) {
+TEST_F(Web, WhatTheJournalKeepsIsLive) {
   const Browser browser = entered("view");
   Client onlooker(port_);
   onlooker.send("GET /api/events HTTP/1.1\r\nHost: localhost\r\n" + browser.cookie_line() + "\r\n");
-  onlooker.receive_until("event: status");
-  // It looks on at the daemon only once somebody looks on here.
-  std::string heard;
-  EXPECT_TRUE(comes_true([&] {
-    output({"rex"});
-    heard += onlooker.receive_until("\n\n");
-    return heard.find("\"message\":\"door_state\"") != heard.npos;
-  })) << heard;
+  EXPECT_THAT(onlooker.receive_until("\n\n"), HasSubstr("event: status"));
+  EXPECT_TRUE(opens());
+  EXPECT_THAT(onlooker.receive_until("\"kind\":\"exit_request\""), HasSubstr("\"kind\":\"start\""));
+}
+
+TEST_F(Web, ABrowserThatComesBackGetsEachEntryOnce) {
+  const Browser browser = entered("view");
+  const auto look_on = [&](const std::string& more) {
+    Client onlooker(port_);
+    onlooker.send("GET /api/events HTTP/1.1\r\nHost: localhost\r\n" + more + browser.cookie_line() + "\r\n");
+    return onlooker;
+  };
+  Client other = look_on("");
+  std::string heard = other.receive_until("\"kind\":\"start\"");
+  EXPECT_THAT(heard, HasSubstr("event: timeline"));
+  const auto at = heard.rfind("id: ") + 4;
+  const std::string last = heard.substr(at, heard.find('\n', at) - at);
+  EXPECT_TRUE(opens());
+  other.receive_until("\"kind\":\"closing\"");
+  Client onlooker = look_on("Last-Event-ID: " + last + "\r\n");
+  heard = onlooker.receive_until("\"kind\":\"closing\"");
+  EXPECT_THAT(heard, HasSubstr("\"kind\":\"exit_request\""));
+  EXPECT_THAT(heard, Not(HasSubstr("\"kind\":\"start\"")));
+  EXPECT_THAT(heard, Not(HasSubstr("event: timeline")));
 }
 
 TEST_F(Web, ADaemonThatGoesAndComesBackIsSaid) {
