@@ -1,8 +1,9 @@
-# What is installed, in four Debian packages: the plug-in for a device, the door daemon as a service, the tools, and the kit
-# for those who write a host. scripts/package makes them.
+# What is installed, in five Debian packages: the plug-in for a device, the door daemon as a service, its page, the tools,
+# and the kit for those who write a host. scripts/package makes them.
 set(documentation usr/share/doc)
 set(plugin_package uhf-plugin)
 set(host_package achost)
+set(web_package achost-web)
 set(tools_package uhf-tools)
 set(kit_package uhf-dev)
 
@@ -56,6 +57,17 @@ if(UHF_BUILD_HOST)
   list(APPEND components ${host_package})
 endif()
 
+if(UHF_BUILD_WEB)
+  install(TARGETS achost-web RUNTIME DESTINATION usr/bin COMPONENT ${web_package})
+  install(FILES packaging/achost-web.service DESTINATION usr/lib/systemd/system COMPONENT ${web_package})
+  install(FILES packaging/achost-web.default DESTINATION etc/default RENAME achost-web COMPONENT ${web_package})
+  install(FILES packaging/monitoring/alerts.yml packaging/monitoring/dashboard.json
+          DESTINATION ${documentation}/${web_package}/examples COMPONENT ${web_package})
+  describe_program(achost-web 1 ${web_package})
+  install_documentation(${web_package})
+  list(APPEND components ${web_package})
+endif()
+
 set(CPACK_GENERATOR DEB)
 set(CPACK_COMPONENTS_ALL ${components})
 set(CPACK_DEB_COMPONENT_INSTALL ON)
@@ -97,4 +109,11 @@ set(CPACK_COMPONENT_ACHOST_DESCRIPTION "small access-control host with a UHF RFI
  Doors, users and their cards, settings and an audit log, as a confined systemd\n service with a user of its own.")
 set(debian ${PROJECT_SOURCE_DIR}/packaging/debian)
 set(CPACK_DEBIAN_ACHOST_PACKAGE_CONTROL_EXTRA ${debian}/conffiles ${debian}/postinst ${debian}/prerm ${debian}/postrm)
+set(CPACK_DEBIAN_ACHOST-WEB_PACKAGE_NAME ${web_package})
+set(CPACK_DEBIAN_ACHOST-WEB_PACKAGE_DEPENDS "achost (= ${PROJECT_VERSION}), adduser")
+set(CPACK_COMPONENT_ACHOST-WEB_DESCRIPTION "page and figures of an access-control host\n\
+ How the door stands and what happens at it for browsers, and figures for\n Prometheus, from a confined process of its own. It is not started by itself.")
+set(debian_web ${PROJECT_SOURCE_DIR}/packaging/debian-web)
+set(CPACK_DEBIAN_ACHOST-WEB_PACKAGE_CONTROL_EXTRA
+  ${debian_web}/conffiles ${debian_web}/postinst ${debian_web}/prerm ${debian_web}/postrm)
 include(CPack)

@@ -102,13 +102,15 @@ Access::Access(std::filesystem::path directory) : directory_(std::move(directory
 
 bool Access::is_new() const { return !std::filesystem::exists(file()); }
 
-std::string Access::make_link(Role role, Seconds at) { return add("link", role, at + kLinkLife); }
+std::string Access::make_link(Role role, Seconds at, const std::string& name) {
+  return add("link", role, at + kLinkLife, name);
+}
 
-std::string Access::make_key() { return add("key", Role::metrics, 0); }
+std::string Access::make_key() { return add("key", Role::metrics, 0, ""); }
 
-std::string Access::add(const std::string& kind, Role role, Seconds until) {
+std::string Access::add(const std::string& kind, Role role, Seconds until, const std::string& name) {
   const std::string secret = new_secret();
-  change([&](Grants& grants) { grants.push_back({kind, role, hash_of(secret), until}); });
+  change([&](Grants& grants) { grants.push_back({kind, role, hash_of(secret), until, name}); });
   return secret;
 }
 
@@ -127,10 +129,11 @@ std::optional<Access::Entered> Access::enter(std::string_view link, Seconds at) 
       return;  // somebody else was faster
     }
     const Role role = found->role;
+    const std::string name = found->name;
     entered = Entered{new_secret(), role, at + (role == Role::admin ? kAdminLife : kViewLife)};
     grants.erase(found);
     std::erase_if(grants, [at](const Grant& grant) { return is_over(grant.until, at); });
-    grants.push_back({"session", role, hash_of(entered->secret), entered->until});
+    grants.push_back({"session", role, hash_of(entered->secret), entered->until, name});
   });
   return entered;
 }
@@ -141,6 +144,12 @@ std::optional<Role> Access::role_of_secret(std::string_view secret, Seconds at) 
     return grant.kind != "link" && grant.hash == hash && !is_over(grant.until, at);
   });
   return found == grants_.end() ? std::nullopt : std::optional(found->role);
+}
+
+std::string Access::name_of_secret(std::string_view secret) {
+  look();
+  const auto found = std::ranges::find(grants_, hash_of(secret), &Grant::hash);
+  return found == grants_.end() ? "" : found->name;
 }
 
 void Access::leave(std::string_view secret) {
@@ -187,8 +196,8 @@ Access::Grants Access::read() const {
   }
   try {
     for (const Json& one : Json::parse(input)) {
-      grants.push_back(
-          {one.at("kind"), role_of(one.at("role").get<std::string>()).value(), one.at("hash"), one.at("until")});
+      grants.push_back({one.at("kind"), role_of(one.at("role").get<std::string>()).value(), one.at("hash"),
+                        one.at("until"), one.at("name")});
     }
   } catch (const std::exception&) {
     throw std::runtime_error(file().string() + " is damaged: remove it, and let people in again");
@@ -198,8 +207,8 @@ Access::Grants Access::read() const {
 
 void Access::write(const Grants& grants) const {
   Json all = Json::array();
-  for (const auto& [kind, role, hash, until] : grants) {
-    all.push_back({{"kind", kind}, {"role", name_of(role)}, {"hash", hash}, {"until", until}});
+  for (const auto& [kind, role, hash, until, name] : grants) {
+    all.push_back({{"kind", kind}, {"role", name_of(role)}, {"hash", hash}, {"until", until}, {"name", name}});
   }
   replace_file(file(), all.dump(1) + "\n");
 }

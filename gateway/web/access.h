@@ -39,8 +39,8 @@ class Access {
   // Whether nobody has ever been let in.
   bool is_new() const;
 
-  // A secret that enter() takes once, within kLinkLife.
-  std::string make_link(Role role, Seconds at);
+  // A secret that enter() takes once, within kLinkLife. name: of whom it is for.
+  std::string make_link(Role role, Seconds at, const std::string& name = "");
 
   // A secret for a program that reads /metrics; it holds until forget().
   std::string make_key();
@@ -56,6 +56,9 @@ class Access {
   // Of a session or a key.
   std::optional<Role> role_of_secret(std::string_view secret, Seconds at);
 
+  // Whom a session is for; empty when that is not known.
+  std::string name_of_secret(std::string_view secret);
+
   // End that session.
   void leave(std::string_view secret);
 
@@ -68,10 +71,11 @@ class Access {
     Role role;
     std::string hash;
     Seconds until;  // 0: no end
+    std::string name;
   };
   using Grants = std::vector<Grant>;
 
-  std::string add(const std::string& kind, Role role, Seconds until);
+  std::string add(const std::string& kind, Role role, Seconds until, const std::string& name);
   void change(const std::function<void(Grants&)>& how);
   void look();
   Grants read() const;

@@ -27,6 +27,7 @@ constexpr const char* kStatuses =
 struct Words {
   web::Options options;
   std::string role = "admin";
+  std::string name;
 };
 
 std::string from_environment(const char* name) {
@@ -86,9 +87,12 @@ void add_access(CLI::App& app, Words& words) {
       ->type_name("admin|view")
       ->capture_default_str()
       ->check(cli::one_of({"admin", "view"}));
+  link.add_option("--for", words.name, "Who he is: the journal keeps it with what he does")
+      ->type_name("NAME")
+      ->check([](const std::string& name) { return name.size() <= 40 ? "" : "a name has at most 40 bytes"; });
   link.callback([&words] {
     web::Access access(own_state(words.options.state));
-    std::puts(web::link_text(own_state(words.options.state), access, *web::role_of(words.role)).c_str());
+    std::puts(web::link_text(own_state(words.options.state), access, *web::role_of(words.role), words.name).c_str());
   });
   CLI::App& key = *app.add_subcommand("key", "Print a key with which a program may read /metrics");
   key.callback([&options] { std::puts(web::Access(own_state(options.state)).make_key().c_str()); });

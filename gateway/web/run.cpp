@@ -39,22 +39,22 @@ std::optional<net::ssl::context> safety_of(const Options& options) {
   return safety;
 }
 
-std::string link_at(const std::string& base, Access& access, Role role) {
-  return base + "/#" + access.make_link(role, now());
+std::string link_at(const std::string& base, Access& access, Role role, const std::string& name) {
+  return base + "/#" + access.make_link(role, now(), name);
 }
 
 void tell(const std::string& text) { std::fprintf(stderr, "achost-web: %s\n", text.c_str()); }
 
 }  // namespace
 
-std::string link_text(const std::filesystem::path& state, Access& access, Role role) {
+std::string link_text(const std::filesystem::path& state, Access& access, Role role, const std::string& name) {
   std::ifstream file(state / kPlaceFile);
   std::string base;
   if (!std::getline(file, base)) {
     throw cli::Failure(cli::kFailed, "nobody serves with " + state.string() +
                                          " yet: start achost-web first (systemctl start achost-web)");
   }
-  return link_at(base, access, role);
+  return link_at(base, access, role, name);
 }
 
 void run(const Options& options) {
@@ -72,7 +72,7 @@ void run(const Options& options) {
   const std::string base = base_of(options, server.place().port());
   tell("serves at " + base + "; Ctrl-C ends");
   if (access.is_new()) {
-    tell("the first link, for 15 minutes: " + link_at(base, access, Role::admin));
+    tell("the first link, for 15 minutes: " + link_at(base, access, Role::admin, "the installer"));
   }
   replace_file(options.state / kPlaceFile, base + "\n");
   net::co_spawn(context, live.tell_status(), net::detached);

@@ -15,6 +15,6 @@ void run(const Options& options);
 // "http://localhost:8080/#SECRET": where a run on that state serves, or did last, and a new secret. It stands behind
 // the
 // "#", which a browser sends to nobody. Throws cli::Failure when there was no run yet.
-std::string link_text(const std::filesystem::path& state, Access& access, Role role);
+std::string link_text(const std::filesystem::path& state, Access& access, Role role, const std::string& name);
 
 }  // namespace web

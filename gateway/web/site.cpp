@@ -224,7 +224,7 @@ net::awaitable<Response> Site::metrics(const Request& request) {
 }
 
 net::awaitable<Response> Site::command(const Request& request, const Visitor& visitor) {
-  const Json wanted = object_in(request);
+  Json wanted = object_in(request);
   const auto least = role_for(text_in(wanted, "command"));
   if (!least.has_value()) {
     co_return refusal(http::status::bad_request, "there is no such command here: there are " + commands_text());
@@ -232,6 +232,8 @@ net::awaitable<Response> Site::command(const Request& request, const Visitor& vi
   if (auto refused = refused_by_role(*least, visitor)) {
     co_return std::move(*refused);
   }
+  const std::string name = access_.name_of_secret(visitor.secret);
+  wanted["on_behalf_of"] = (name.empty() ? "somebody" : name) + " at " + visitor.address;
   const Json answer = co_await daemon_.ask(wanted);
   co_return json_answer(answer);
 }

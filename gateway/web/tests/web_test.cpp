@@ -27,6 +27,17 @@ TEST_F(Web, WhoIsAnAdminOpensTheDoor) {
   EXPECT_EQ(next_event("door_open").value("reason", ""), "command");
 }
 
+TEST_F(Web, TheJournalKeepsWhoHasOpened) {
+  const std::string link = said({"link", "--for", "Ana"});
+  Browser browser(port_);
+  browser.enter(link.substr(link.find('#') + 1));
+  EXPECT_EQ(browser.post("/api/command", {{"command", "door_open"}, {"on_behalf_of", "Eve"}}).status, 200);
+  next_event("door_open");
+  EXPECT_TRUE(comes_true([this] {
+    return output({"journal", "--kind", "command"}).find("Ana at 127.0.0.1") != std::string::npos;
+  })) << output({"journal"});
+}
+
 TEST_F(Web, WhoMayLookMayNotOpenTheDoor) {
   const Browser browser = entered("view");
   EXPECT_EQ(json::parse(browser.get("/api/status").body).at("health").at("state"), "answering");
