@@ -12,3 +12,17 @@ function(embed_text target file name)
   target_sources(${target} PRIVATE ${header})
   target_include_directories(${target} PRIVATE ${directory})
 endfunction()
+
+# embed_bytes(TARGET FILE NAME): the same with a file of any bytes.
+function(embed_bytes target file name)
+  set(directory ${CMAKE_CURRENT_BINARY_DIR}/embedded)
+  set(header ${directory}/${name}.h)
+  set(script ${CMAKE_CURRENT_FUNCTION_LIST_DIR}/write_embedded_bytes.cmake)
+  add_custom_command(
+    OUTPUT ${header}
+    COMMAND ${CMAKE_COMMAND} -D INPUT=${file} -D OUTPUT=${header} -D NAME=${name} -P ${script}
+    DEPENDS ${file} ${script}
+    VERBATIM)
+  target_sources(${target} PRIVATE ${header})
+  target_include_directories(${target} PRIVATE ${directory})
+endfunction()
