@@ -1,6 +1,8 @@
 #include "door/control/setting_commands.h"
 
 #include <algorithm>
+#include <map>
+#include <string>
 
 #include "door/base/assignment.h"
 #include "door/base/failure.h"
@@ -24,6 +26,37 @@ Json setting_json(const refhost::SettingsStore& store, const Awaited& awaited, c
     result["reason"] = found->reason;
   }
   return result;
+}
+
+// What can be set to what, for a program that lets people choose.
+Json schema_json(const refhost::Setting& setting) {
+  using refhost::SettingType;
+  static const std::map<SettingType, const char*> kTypes = {
+      {SettingType::integer, "integer"},       {SettingType::choice, "choice"}, {SettingType::flag, "flag"},
+      {SettingType::int_ranges, "int_ranges"}, {SettingType::text, "text"},     {SettingType::path, "path"}};
+  Json result = {{"section", setting.section},
+                 {"key", setting.key},
+                 {"type", kTypes.at(setting.type)},
+                 {"default", setting.default_value},
+                 {"allowed", setting.allowed()},
+                 {"unit", setting.unit},
+                 {"live", setting.live},
+                 {"help", setting.help}};
+  if (setting.type == SettingType::choice) {
+    result["choices"] = setting.choices;
+  } else if (setting.type == SettingType::integer || setting.type == SettingType::int_ranges) {
+    result["min"] = setting.min;
+    result["max"] = setting.max;
+  }
+  return result;
+}
+
+Json list_schema(Stores& stores) {
+  Json list = Json::array();
+  for (const auto& setting : stores.settings().schema().settings()) {
+    list.push_back(schema_json(setting));
+  }
+  return {{"settings", list}};
 }
 
 Json list_settings(Stores& stores) {
@@ -90,6 +123,7 @@ Json export_settings(Stores& stores) {
 std::vector<ControlCommand> setting_commands(Stores& stores) {
   return {
       {"config_list", {}, [&stores](const Json&, ControlStream&) { return list_settings(stores); }},
+      {"config_schema", {}, [&stores](const Json&, ControlStream&) { return list_schema(stores); }},
       {"config_get",
        {{"section"}, {"key"}},
        [&stores](const Json& request, ControlStream&) {

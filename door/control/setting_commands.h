@@ -7,7 +7,7 @@
 
 namespace achost {
 
-// config_list, config_get, config_set, config_import and config_export.
+// config_schema, config_list, config_get, config_set, config_import and config_export.
 std::vector<ControlCommand> setting_commands(Stores& stores);
 
 }  // namespace achost

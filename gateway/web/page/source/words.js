@@ -1,74 +1,106 @@
-// What the journal's entries are in words.
-
-const OUTCOMES = {
-  opens: "came in",
-  unknown: "card that nobody has",
-  blocked: "is blocked",
-  not_yet_valid: "is not valid yet",
-  no_longer_valid: "is no longer valid",
-  held_back: "held to the reader for an enrollment",
-  still_here: "card still there",
-  outside_schedule: "came outside the schedule",
-  door_locked: "came to a locked door",
+// The journal's entries in words.
+const kRefusals = {
+  unknown: "was refused: it is nobody's",
+  blocked: 'was refused: who has it is blocked',
+  not_yet_valid: 'was refused: the time of who has it has not come',
+  no_longer_valid: 'was refused: the time of who has it is over',
+  outside_schedule: 'was refused: the schedule of who has it is shut',
+  too_soon_after_entry: 'was refused: who has it came in too recently',
+  held_back: 'held back: a card is being enrolled',
+  door_locked: 'was refused: the door is locked',
+  mode_awaited: 'was refused: the stored operation mode is not in force yet',
+  failed: 'was refused: the users cannot be read',
+  journal_unwritable: 'was refused: the journal cannot be written',
+  still_here: 'stays, and has opened already',
 };
 
-const CONTACTS = {
-  closed: "is shut", opened: "was opened", forced: "was opened by force",
-  held_warning: "stands open", held_alarm: "stands open for too long", not_used: "was not used",
+const kContacts = {
+  closed: 'is shut',
+  opened: 'was opened',
+  forced: 'was opened by force',
+  held_warning: 'stands open',
+  held_alarm: 'stands open for too long',
+  not_used: 'was released, and not used',
 };
 
-export const plain = (word) => String(word ?? "").replaceAll("_", " ");
-
-export const personOf = (entry) =>
-  entry.name || (entry.user !== undefined ? `user ${entry.user}` : entry.card ? `card ${entry.card}` : "somebody");
-
-export const outcomeOf = (entry) => OUTCOMES[entry.fields.outcome] ?? plain(entry.fields.outcome);
-
-const makerOf = ({ fields }) => fields.on_behalf_of || fields.by || "the device";
-
-const COMMANDS = {
-  open: () => "opened the door by command",
-  exit: () => "pressed the exit button by command",
-  enroll: (entry) => `began an enrollment for ${personOf(entry)}`,
+const kCommands = {
+  open: () => 'opened the door by command',
+  exit: () => 'pressed the exit button by command',
+  borrow: () => 'borrowed the reader',
+  restore: () => 'put a backup in place of what is stored',
+  enroll: (entry) => `began an enrollment for ${user_of(entry)}`,
   line: ({ fields }) => `set line ${fields.line} to ${fields.value}`,
+  relay_test: ({ fields }) => `tried relay ${fields.relay}`,
+  mode: ({ fields }) => `told the door to be ${fields.what} for ${fields.seconds} s`,
 };
 
-const SENTENCES = {
-  identification: (entry) => `${personOf(entry)}: ${outcomeOf(entry)}`,
-  opening: ({ fields }) => `The door opens: ${plain(fields.reason)}`,
-  closing: () => "The door closes",
-  exit_request: () => "Somebody wants to leave",
-  enrollment: (entry) => `Enrollment of ${personOf(entry)}: ${plain(entry.fields.outcome)}`,
-  setting_change: ({ fields }) => `${fields.setting} is ${fields.value || "empty"}, was ${fields.previous_value || "empty"}`,
-  reader_state: ({ fields }) => `The reader is ${plain(fields.state)}${fields.cause ? `: ${fields.cause}` : ""}`,
-  alarm: ({ fields }) => `${fields.standing ? "Alarm" : "Alarm over"} (${plain(fields.name)}): ${fields.text ?? ""}`,
-  start: ({ fields }) => `The daemon begins, version ${fields.version}`,
-  end: () => "The daemon ends",
-  refusal: ({ fields }) => `The door was to open and could not: ${plain(fields.reason)}`,
-  contact: ({ fields }) => `The door ${CONTACTS[fields.state] ?? plain(fields.state)}`,
-  mode: ({ fields }) => `The door's mode is ${plain(fields.mode)}`,
-  command: (entry) =>
-    `${makerOf(entry)} ${(COMMANDS[entry.fields.what] ?? (({ fields }) => `told the door to be ${plain(fields.what)}`))(entry)}`,
+const user_of = ({ user, name }) => (user === undefined ? 'Somebody' : name ? `${name} (${user})` : `User ${user}`);
+const card_of = ({ card }) => (card === undefined ? 'a card' : `card ${card}`);
+const with_reason = (text, reason) => (reason ? `${text}: ${reason}` : text);
+const rest_of = (fields, ...without) =>
+  Object.entries(fields)
+    .filter(([name]) => !['by', 'by_uid', 'on_behalf_of', ...without].includes(name))
+    .map(([name, value]) => `${name} ${value}`)
+    .join(', ');
+
+function maker_of({ by, by_uid, on_behalf_of }) {
+  const maker = by || (by_uid === undefined ? 'The device' : `uid ${by_uid}`);
+  return on_behalf_of ? `${on_behalf_of} (${maker})` : maker;
+}
+
+const kWords = {
+  identification: (entry) => {
+    const { outcome } = entry.fields;
+    return outcome === 'opens'
+      ? [user_of(entry), `came in with ${card_of(entry)}`]
+      : [user_of(entry), `${card_of(entry)} ${kRefusals[outcome] ?? outcome}`];
+  },
+  opening: ({ fields }) => ['Door', with_reason('opens', fields.reason)],
+  closing: () => ['Door', 'closes'],
+  exit_request: () => ['Somebody', 'wants to leave'],
+  enrollment: (entry) =>
+    entry.fields.outcome === 'done'
+      ? [user_of(entry), `was given ${card_of(entry)}`]
+      : [user_of(entry), with_reason('got no card', entry.fields.reason)],
+  user_change: (entry) => [
+    maker_of(entry.fields),
+    with_reason(`${entry.fields.change} ${user_of(entry)}`, rest_of(entry.fields, 'change')),
+  ],
+  card_change: (entry) => [
+    maker_of(entry.fields),
+    `${entry.fields.change} ${card_of(entry)}${entry.user === undefined ? '' : ` of ${user_of(entry)}`}`,
+  ],
+  setting_change: ({ fields }) => [
+    maker_of(fields),
+    `set ${fields.setting} to ${fields.value || 'nothing'} (was ${fields.previous_value || 'nothing'})`,
+  ],
+  reader_state: ({ fields }) => ['Reader', with_reason(fields.state, fields.cause)],
+  alarm: ({ fields }) => [`Alarm ${fields.name}`, fields.state === 'over' ? `over: ${fields.text}` : fields.text],
+  contact: ({ fields }) => ['Door', kContacts[fields.state] ?? fields.state],
+  mode: ({ fields }) => ['Door', `is ${fields.mode}`],
+  command: (entry) => [maker_of(entry.fields), (kCommands[entry.fields.what] ?? kCommands.mode)(entry)],
+  schedule_change: ({ fields }) => [
+    maker_of(fields),
+    with_reason(`${fields.change} ${fields.schedule ?? fields.holiday ?? 'schedules'}`, fields.text),
+  ],
+  refusal: ({ fields }) => ['Door', with_reason('stays shut', fields.reason)],
+  start: ({ fields }) => ['achost', `begins, version ${fields.version}`],
+  end: ({ fields }) => ['achost', with_reason('ends', fields.reason)],
 };
 
-// Of a kind without a sentence, all that it has.
-const bare = ({ kind, fields }) =>
-  `${plain(kind)}${Object.entries(fields).map(([name, value]) => ` ${plain(name)}=${value}`).join("")}`;
+const kHarmless = ['opens', 'held_back', 'still_here'];
+const kAlarming = ['forced', 'held_warning', 'held_alarm'];
 
-export const sentenceOf = (entry) => (SENTENCES[entry.kind] ?? bare)(entry);
+// Whether somebody should look at it.
+export const is_bad = ({ kind, fields }) =>
+  (kind === 'identification' && !kHarmless.includes(fields.outcome)) ||
+  (kind === 'reader_state' && !['answering', 'lent'].includes(fields.state)) ||
+  (kind === 'contact' && kAlarming.includes(fields.state)) ||
+  (kind === 'alarm' && fields.state !== 'over') ||
+  ['refusal', 'disagreement', 'gap'].includes(kind);
 
-export const isBad = ({ kind, fields }) =>
-  (kind === "identification" && !["opens", "held_back", "still_here"].includes(fields.outcome)) ||
-  (kind === "reader_state" && !["answering", "lent"].includes(fields.state)) ||
-  (kind === "contact" && ["forced", "held_warning", "held_alarm"].includes(fields.state)) ||
-  (kind === "alarm" && Boolean(fields.standing)) || ["refusal", "disagreement", "gap"].includes(kind);
-
-// As the door's own clock shows it, with its zone: "2026-11-22T07:57:22.446+00:00".
-export const clockOf = (entry) => entry.time.slice(11, 19);
-
-export const ago = (seconds) =>
-  seconds === null || seconds === undefined ? "never"
-    : seconds < 1 ? "just now"
-    : seconds < 90 ? `${Math.round(seconds)} s ago`
-    : seconds < 5400 ? `${Math.round(seconds / 60)} min ago`
-    : `${Math.round(seconds / 3600)} h ago`;
+// Who, and what he did.
+export function words_of(entry) {
+  const [who, what] = (kWords[entry.kind] ?? (() => [entry.kind.replaceAll('_', ' '), rest_of(entry.fields)]))(entry);
+  return { who, what };
+}
