@@ -167,7 +167,7 @@ class Connection : public std::enable_shared_from_this<Connection<Stream>> {
     response.keep_alive(false);
     std::ostringstream header;
     header << response.base();
-    const auto now = co_await site_.live().snapshot();
+    const auto now = co_await site_.live().status();
     std::string text = header.str() + Live::event_of(*now);
     bool is_there = co_await write(text);
     while (is_there && site_.may_look(visitor)) {

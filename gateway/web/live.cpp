@@ -1,26 +1,11 @@
 #include "gateway/web/live.h"
 
-#include <boost/asio/redirect_error.hpp>
-#include <boost/asio/use_awaitable.hpp>
 #include <utility>
 
 namespace web {
 namespace {
 
-using boost::system::error_code;
-using std::chrono::steady_clock;
-
-constexpr std::chrono::milliseconds kFresh{900};  // a status; those who look on get one each second
 constexpr std::chrono::seconds kPause{1};
-
-// Until the timer is cancelled, or its time has come.
-net::awaitable<void> wait_for(net::steady_timer& timer) {
-  error_code ended;
-  co_await timer.async_wait(net::redirect_error(net::use_awaitable, ended));
-}
-
-// A timer that only cancel() ends, for any number who wait: a new time for one of them would wake the others.
-constexpr auto kNever = steady_clock::time_point::max();
 
 }  // namespace
 
@@ -53,34 +38,11 @@ void Onlooker::end() {
 }
 
 Live::Live(net::io_context& context, Daemon& daemon)
-    : context_(context), daemon_(daemon), somebody_(context, kNever), answered_(context, kNever) {}
+    : context_(context), daemon_(daemon), status_(context, daemon, "status"), somebody_(context, kNever) {}
 
 std::string Live::event_of(const Snapshot& snapshot) {
-  return snapshot.status.has_value() ? event_text("status", *snapshot.status)
+  return snapshot.answer.has_value() ? event_text("status", *snapshot.answer)
                                      : event_text("away", {{"error", snapshot.error}});
-}
-
-net::awaitable<std::shared_ptr<const Snapshot>> Live::snapshot() {
-  if (latest_ != nullptr && steady_clock::now() - latest_->at < kFresh) {
-    co_return latest_;
-  }
-  if (is_asking_) {
-    co_await wait_for(answered_);
-    co_return latest_;
-  }
-  is_asking_ = true;
-  const auto fresh = std::make_shared<Snapshot>();
-  try {
-    const Json request = {{"command", "status"}};
-    fresh->status = co_await daemon_.ask(request);
-  } catch (const std::exception& failure) {
-    fresh->error = failure.what();
-  }
-  fresh->at = steady_clock::now();
-  latest_ = fresh;
-  is_asking_ = false;
-  answered_.cancel();
-  co_return latest_;
 }
 
 std::shared_ptr<Onlooker> Live::look_on(std::string_view last_event) {
@@ -116,7 +78,7 @@ net::awaitable<void> Live::pause() {
 net::awaitable<void> Live::tell_status() {
   for (;;) {
     co_await wait_for_onlookers();
-    const auto now = co_await snapshot();
+    const auto now = co_await status_.get();
     publish(event_of(*now));
     co_await pause();
   }

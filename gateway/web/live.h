@@ -14,16 +14,10 @@
 #include <string_view>
 
 #include "gateway/web/daemon.h"
+#include "gateway/web/latest.h"
 #include "gateway/web/timeline.h"
 
 namespace web {
-
-// How the daemon stood at a moment.
-struct Snapshot {
-  std::optional<Json> status;  // nothing when it did not answer
-  std::string error;           // why
-  std::chrono::steady_clock::time_point at;
-};
 
 // One who looks on. What he has not taken waits, within a bound.
 class Onlooker {
@@ -52,8 +46,8 @@ class Live {
 
   Live(net::io_context& context, Daemon& daemon);
 
-  // How the daemon stands: a second old at most.
-  net::awaitable<std::shared_ptr<const Snapshot>> snapshot();
+  // How the daemon stands.
+  net::awaitable<std::shared_ptr<const Snapshot>> status() { return status_.get(); }
 
   // He gets the entries behind that event first. Null when there are too many.
   std::shared_ptr<Onlooker> look_on(std::string_view last_event);
@@ -73,12 +67,10 @@ class Live {
 
   net::io_context& context_;
   Daemon& daemon_;
+  Latest status_;
   Timeline timeline_;
   std::set<std::shared_ptr<Onlooker>> onlookers_;
   net::steady_timer somebody_;  // cancelled when somebody comes
-  std::shared_ptr<const Snapshot> latest_;
-  bool is_asking_ = false;
-  net::steady_timer answered_;  // cancelled when the answer is there
 };
 
 }  // namespace web

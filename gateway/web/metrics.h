@@ -1,10 +1,10 @@
-// The figures for those who watch many doors. No card and no user is in them.
+// The daemon's figures for those who watch many doors. No card and no user is in them.
 #pragma once
 
 #include <string>
 #include <string_view>
 
-#include "gateway/web/live.h"
+#include "gateway/web/latest.h"
 
 namespace web {
 

@@ -65,7 +65,7 @@ void run(const Options& options) {
   net::io_context context(1);
   Daemon daemon(context, options.daemon);
   Live live(context, daemon);
-  Site site(access, live, daemon, names);
+  Site site(context, access, live, daemon, names);
   Server server(context, site, place, safety.has_value() ? &*safety : nullptr);
   net::signal_set signals(context, SIGINT, SIGTERM);
   signals.async_wait([&context](const boost::system::error_code&, int) { context.stop(); });

@@ -75,10 +75,11 @@ std::optional<Response> refused_by_role(Role least, const Visitor& visitor) {
 
 }  // namespace
 
-Site::Site(Access& access, Live& live, Daemon& daemon, std::vector<std::string> names)
+Site::Site(net::io_context& context, Access& access, Live& live, Daemon& daemon, std::vector<std::string> names)
     : access_(access),
       live_(live),
       daemon_(daemon),
+      figures_(context, daemon, "figures"),
       names_(std::move(names)),
       limit_(kRequestsAtOnce, kRequestsPerSecond),
       routes_(routes()) {}
@@ -210,15 +211,15 @@ net::awaitable<Response> Site::leave(const Visitor& visitor) {
 }
 
 net::awaitable<Response> Site::status() {
-  const auto snapshot = co_await live_.snapshot();
-  if (!snapshot->status.has_value()) {
+  const auto snapshot = co_await live_.status();
+  if (!snapshot->answer.has_value()) {
     co_return refusal(http::status::service_unavailable, snapshot->error);
   }
-  co_return json_answer(*snapshot->status);
+  co_return json_answer(*snapshot->answer);
 }
 
 net::awaitable<Response> Site::metrics(const Request& request) {
-  const auto snapshot = co_await live_.snapshot();
+  const auto snapshot = co_await figures_.get();
   const auto form = metrics_form(view_of(request[http::field::accept]));
   co_return web::answer(http::status::ok, content_type(form), metrics_text(*snapshot, form));
 }

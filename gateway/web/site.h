@@ -36,7 +36,7 @@ class Site {
   static constexpr std::size_t kLongestBody = 16 * 1024;
 
   // names: of this machine, as a browser's address line has them.
-  Site(Access& access, Live& live, Daemon& daemon, std::vector<std::string> names);
+  Site(net::io_context& context, Access& access, Live& live, Daemon& daemon, std::vector<std::string> names);
 
   // What a request may have: its route, or the answer that refuses it.
   struct Admission {
@@ -68,6 +68,7 @@ class Site {
   Access& access_;
   Live& live_;
   Daemon& daemon_;
+  Latest figures_;
   const std::vector<std::string> names_;
   RateLimit limit_;  // of requests, by session or address
   const std::vector<Route> routes_;

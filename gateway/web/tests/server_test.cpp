@@ -39,7 +39,7 @@ class Serving {
   net::io_context context_{1};
   Daemon daemon_{context_, directory_.path()};
   Live live_{context_, daemon_};
-  Site site_{access_, live_, daemon_, {"localhost"}};
+  Site site_{context_, access_, live_, daemon_, {"localhost"}};
   Server server_;
   std::thread thread_;  // runs the context
 };
