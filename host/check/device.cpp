@@ -139,7 +139,7 @@ void examine_log() {
       "", "two\nlines", "%s%n%d", std::string("zero\0byte", 9), "\xFF\xFE", std::string(100'000, 'x')};
   for (const auto& text : texts) {
     expect_well("7.8", "debug() of a text of " + std::to_string(text.size()) + " bytes",
-                [text] { ac::vexlog::debug(text, "hostcheck", __func__, 1); });
+                [text] { ac::vexlog::debug(text, "hostcheck", "examine_log", 1); });
   }
 }
 

@@ -38,6 +38,7 @@ union Queue {
   ac::MessageEnqueuer queue;
 };
 
+// NOLINTBEGIN(readability-identifier-naming): as uhf.so names them
 extern int trigAntiesmagGPIO, watchdogTimeout, tagDetectorTagPresentTimeout, tagDetectorRelayGPIO, probeInterval;
 int trigAntiesmagGPIO, watchdogTimeout, tagDetectorTagPresentTimeout, tagDetectorRelayGPIO, probeInterval;
 std::atomic<bool> tagDetectorEnabled;
@@ -50,6 +51,7 @@ Queue enqueuer;
 void* t640_module;  // a pointer that owns nothing
 
 void setWorkChannel() {}
+// NOLINTEND(readability-identifier-naming)
 
 ac::MessageEnqueuer& hostcheck::plugin_queue() { return enqueuer.queue; }
 bool hostcheck::is_queue_made() { return is_made; }

@@ -6,41 +6,14 @@
 #include <fstream>
 #include <utility>
 
+#include "host/report/junit.h"
+
 namespace hostcheck {
 namespace {
 
 constexpr std::size_t kMostTold = 3;
 
 void tell(const std::string& line) { std::fprintf(stderr, "hostcheck: %s\n", line.c_str()); }
-
-// As an attribute: what a message holds may be anything.
-std::string escaped(std::string_view text) {
-  std::string result;
-  for (const char c : text) {
-    switch (c) {
-      case '&':
-        result += "&amp;";
-        break;
-      case '<':
-        result += "&lt;";
-        break;
-      case '"':
-        result += "&quot;";
-        break;
-      default:
-        result += static_cast<unsigned char>(c) < 0x20 ? '?' : c;
-    }
-  }
-  return result;
-}
-
-std::string joined(const std::vector<std::string>& texts) {
-  std::string result;
-  for (const auto& text : texts) {
-    result += (result.empty() ? "" : "; ") + text;
-  }
-  return result;
-}
 
 }  // namespace
 
@@ -149,21 +122,29 @@ void Report::finish() {
        " broken; docs/host-contract.md has them all");
 }
 
-std::string Report::junit_of(std::size_t index) const {
-  const auto& entry = entries_[index];
-  const auto& clause = kClauses[index];
-  std::string text = "  <testcase classname=\"" + escaped(chapter_of(clause)) + "\" name=\"" + escaped(clause.number) +
-                     " " + escaped(clause.sentence) + "\"";
+std::string Report::outcome_of(const Entry& entry) {
   if (!entry.findings.empty()) {
-    return text + "><failure message=\"" + escaped(joined(entry.findings)) + "\"/></testcase>\n";
-  }
-  if (entry.is_current && entry.state == State::examined) {
-    return text + "><error message=\"the process ended while this was examined\"/></testcase>\n";
+    return junit::failure(entry.findings);
   }
   if (entry.state != State::examined) {
-    return text + "><skipped message=\"" + escaped(entry.reason) + "\"/></testcase>\n";
+    return junit::outcome("skipped", entry.reason);
   }
-  return text + "/>\n";
+  return entry.is_current ? junit::outcome("error", "the process ended while this was examined") : "";
+}
+
+std::string Report::junit() const {
+  junit::Counts counts{.all = entries_.size()};
+  std::string cases;
+  for (std::size_t i = 0; i < entries_.size(); ++i) {
+    const auto& entry = entries_[i];
+    const auto& clause = kClauses[i];
+    const std::string name = std::string(clause.number) + " " + std::string(clause.sentence);
+    cases += junit::test_case(chapter_of(clause), name, outcome_of(entry));
+    counts.failures += entry.findings.empty() ? 0 : 1;
+    counts.errors += entry.findings.empty() && entry.is_current && entry.state == State::examined ? 1 : 0;
+    counts.skipped += entry.state != State::examined ? 1 : 0;
+  }
+  return junit::suite("hostcheck", counts, cases);
 }
 
 void Report::write_junit() const {
@@ -171,19 +152,9 @@ void Report::write_junit() const {
   if (path == nullptr) {
     return;
   }
-  const auto count = [this](auto which) { return std::to_string(std::ranges::count_if(entries_, which)); };
   const std::string part = std::string(path) + ".part";  // nobody is to read a half
   std::ofstream file(part, std::ios::trunc);
-  file << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuite name=\"hostcheck\" tests=\"" << entries_.size()
-       << "\" failures=\"" << count([](const Entry& entry) { return !entry.findings.empty(); }) << "\" errors=\""
-       << count([](const Entry& entry) {
-            return entry.is_current && entry.findings.empty() && entry.state == State::examined;
-          })
-       << "\" skipped=\"" << count([](const Entry& entry) { return entry.state != State::examined; }) << "\">\n";
-  for (std::size_t i = 0; i < entries_.size(); ++i) {
-    file << junit_of(i);
-  }
-  file << "</testsuite>\n";
+  file << junit();
   file.close();
   static bool has_failed = false;  // guarded by the lock, too
   if ((!file || std::rename(part.c_str(), path) != 0) && !std::exchange(has_failed, true)) {

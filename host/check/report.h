@@ -54,7 +54,8 @@ class Report {
   void end_current();
   void note_current();
   void write_junit() const;
-  std::string junit_of(std::size_t index) const;
+  static std::string outcome_of(const Entry& entry);
+  std::string junit() const;
 
   mutable std::mutex mutex_;  // guards all below
   std::array<Entry, kClauses.size()> entries_;

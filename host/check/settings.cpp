@@ -62,6 +62,16 @@ void examine_missing() {
   }
 }
 
+void examine_optional_number(const std::string& key) {
+  int value = -1;
+  const auto thrown = kind_thrown_by([&] { value = ac::config_util::get_int(kSection, key, false); });
+  if (thrown != "nothing") {
+    report().found("6.4", "get_int() of \"" + key + "\", which is not required, threw " + thrown);
+  } else if (value != 0) {
+    report().found("6.4", "get_int() of \"" + key + "\", which is no number, was " + std::to_string(value));
+  }
+}
+
 void examine_numbers() {
   using ac::config_util::get_int;
   report().examine({"6.3", "6.4"});
@@ -71,14 +81,8 @@ void examine_numbers() {
     expect_exception("6.3", "get_int() of a required setting that is a word",
                      kind_thrown_by([] { get_int(kSection, kWord, true); }));
   }
-  for (const std::string key : {kMissing, kWord}) {
-    int value = -1;
-    const auto thrown = kind_thrown_by([&] { value = get_int(kSection, key, false); });
-    if (thrown != "nothing") {
-      report().found("6.4", "get_int() of \"" + key + "\", which is not required, threw " + thrown);
-    } else if (value != 0) {
-      report().found("6.4", "get_int() of \"" + key + "\", which is no number, was " + std::to_string(value));
-    }
+  for (const char* const key : {kMissing, kWord}) {
+    examine_optional_number(key);
   }
 }
 

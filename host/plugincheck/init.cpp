@@ -17,7 +17,7 @@ Stage::Outcome try_init(const Plan& plan, const Changes& changes, const std::fun
     prepare(stage);
   }
   const auto before = threads_of_process();
-  const auto outcome = stage.init();
+  auto outcome = stage.init();
   if (!outcome.started) {
     Notes::look_at({"2.3", "2.6"});
     const bool are_gone = Stage::wait([&] { return threads_of_process().size() <= before.size(); });

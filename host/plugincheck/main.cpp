@@ -27,6 +27,7 @@ struct CommandLine {
   std::string level = "contract";
   std::optional<std::uint64_t> seed;
   std::optional<std::string> junit;
+  std::string under;                 // words of a command
   std::optional<std::string> scene;  // of a child, or of a person who looks for one thing
   std::optional<int> notes;          // of a child
   bool is_verbose = false;
@@ -102,7 +103,8 @@ int examine(CommandLine& line) {
   std::cerr << "plugincheck: " << line.plan.file << ", --level " << line.level << " --seed " << *line.seed << std::endl;
   const Workplace workplace;
   Report report(line.plan.level);
-  if (!play_all(scenes, line.plan.level, {arguments_of(line), workplace.path(), line.is_verbose}, report)) {
+  if (!play_all(scenes, line.plan.level,
+                {arguments_of(line), CLI::detail::split_up(line.under), workplace.path(), line.is_verbose}, report)) {
     throw cli::Failure(cli::kFailed, "ended by a signal before all was examined");
   }
   report.tell(std::cerr, !line.scene);
@@ -154,6 +156,8 @@ void add_options(CLI::App& app, CommandLine& line) {
         return is_good ? std::string() : "\"" + text + "\" is not SECTION.KEY=VALUE";
       });
   app.add_option("--junit", line.junit, "Write a report for build servers, too")->type_name("PATH");
+  app.add_option("--under", line.under, "Start each scene under this command, such as an emulator")
+      ->type_name("COMMAND");
   app.add_option("--scene", line.scene, "Play this scene alone, which a finding names")->type_name("NAME");
   app.add_flag("--verbose", line.is_verbose, "Show what the plug-in and the host say");
   app.add_option("--notes", line.notes)->group("");

@@ -3,39 +3,12 @@
 #include <algorithm>
 #include <ostream>
 
+#include "host/report/junit.h"
+
 namespace plugincheck {
 namespace {
 
 constexpr std::size_t kMostTold = 3;
-
-// As an attribute: what a plug-in sends may be anything.
-std::string escaped(std::string_view text) {
-  std::string result;
-  for (const char c : text) {
-    switch (c) {
-      case '&':
-        result += "&amp;";
-        break;
-      case '<':
-        result += "&lt;";
-        break;
-      case '"':
-        result += "&quot;";
-        break;
-      default:
-        result += static_cast<unsigned char>(c) < 0x20 || static_cast<unsigned char>(c) > 0x7E ? '?' : c;
-    }
-  }
-  return result;
-}
-
-std::string joined(const std::vector<std::string>& texts) {
-  std::string result;
-  for (const auto& text : texts) {
-    result += (result.empty() ? "" : "; ") + text;
-  }
-  return result;
-}
 
 }  // namespace
 
@@ -105,32 +78,26 @@ void Report::tell(std::ostream& out, bool tells_gaps) const {
       << " broken; docs/plugin-contract.md has them all\n";
 }
 
-std::string Report::junit_of(std::size_t index) const {
-  const auto& entry = entries_[index];
-  const auto& clause = kClauses[index];
-  const std::string text = "  <testcase classname=\"" + escaped(chapter_of(clause)) + "\" name=\"" +
-                           escaped(clause.number) + " " + escaped(clause.sentence) + "\"";
-  if (!entry.findings.empty()) {
-    return text + "><failure message=\"" + escaped(joined(entry.findings)) + "\"/></testcase>\n";
+std::string Report::outcome_of(std::size_t index) const {
+  if (!entries_[index].findings.empty()) {
+    return junit::failure(entries_[index].findings);
   }
-  if (const auto reason = reason_of(index); !reason.empty()) {
-    return text + "><skipped message=\"" + escaped(reason) + "\"/></testcase>\n";
-  }
-  return text + "/>\n";
+  const auto reason = reason_of(index);
+  return reason.empty() ? "" : junit::outcome("skipped", reason);
 }
 
 std::string Report::junit() const {
-  std::size_t failures = 0;
-  std::size_t skipped = 0;
+  junit::Counts counts{.all = entries_.size()};
   std::string cases;
   for (std::size_t i = 0; i < entries_.size(); ++i) {
-    failures += entries_[i].findings.empty() ? 0 : 1;
-    skipped += entries_[i].findings.empty() && !reason_of(i).empty() ? 1 : 0;
-    cases += junit_of(i);
+    const auto& clause = kClauses[i];
+    const bool is_broken = !entries_[i].findings.empty();
+    counts.failures += is_broken ? 1 : 0;
+    counts.skipped += !is_broken && !reason_of(i).empty() ? 1 : 0;
+    cases += junit::test_case(chapter_of(clause), std::string(clause.number) + " " + std::string(clause.sentence),
+                              outcome_of(i));
   }
-  return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuite name=\"plugincheck\" tests=\"" +
-         std::to_string(entries_.size()) + "\" failures=\"" + std::to_string(failures) + "\" errors=\"0\" skipped=\"" +
-         std::to_string(skipped) + "\">\n" + cases + "</testsuite>\n";
+  return junit::suite("plugincheck", counts, cases);
 }
 
 }  // namespace plugincheck

@@ -41,7 +41,7 @@ class Report {
   Entry* entry_of(std::string_view number);
   bool counts(std::size_t index) const;  // at this level
   std::string reason_of(std::size_t index) const;
-  std::string junit_of(std::size_t index) const;
+  std::string outcome_of(std::size_t index) const;
 
   Level level_;
   std::array<Entry, kClauses.size()> entries_;

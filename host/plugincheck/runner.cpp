@@ -96,7 +96,12 @@ Child::Child(const Scene& scene, const RunnerOptions& options, Report& report) :
 
 void Child::start(const RunnerOptions& options, int notes) {
   constexpr int kNotes = 3;  // of the child
-  auto arguments = options.arguments;
+  auto arguments = options.under;
+  const bool is_plain = arguments.empty();
+  if (!is_plain) {  // which has a /proc/self/exe of its own
+    arguments.push_back(std::filesystem::read_symlink("/proc/self/exe"));
+  }
+  arguments.insert(arguments.end(), options.arguments.begin() + (is_plain ? 0 : 1), options.arguments.end());
   const auto directory = options.directory / scene_.name;
   std::filesystem::create_directory(directory);
   arguments.insert(arguments.end(),
@@ -114,7 +119,8 @@ void Child::start(const RunnerOptions& options, int notes) {
     posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
   }
   posix_spawn_file_actions_adddup2(&actions, notes, kNotes);
-  const int error = posix_spawn(&pid_, "/proc/self/exe", &actions, nullptr, words.data(), environ);
+  const char* const program = is_plain ? "/proc/self/exe" : words.front();
+  const int error = posix_spawnp(&pid_, program, &actions, nullptr, words.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
   if (error != 0) {
     errno = error;

@@ -12,6 +12,7 @@ namespace plugincheck {
 
 struct RunnerOptions {
   std::vector<std::string> arguments;  // of this program, to which those of a scene are added
+  std::vector<std::string> under;      // what starts this program: an emulator and its options, or nothing
   std::filesystem::path directory;     // empty, for what the scenes need
   bool shows_output = false;           // of the plug-in
 };

@@ -133,6 +133,14 @@ TEST(PluginCheck, WritesAReportForBuildServers) {
   EXPECT_THAT(report, HasSubstr("<skipped message=\"it is one of --level uhf\"/>"));
 }
 
+TEST(PluginCheck, StartsScenesUnderACommand) {
+  const auto result = check({plugin("good"), "--scene", "load", "--verbose", "--under", "strace-of-nobody"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.err, HasSubstr("starting a scene: No such file or directory"));
+  const auto clean = check({plugin("good"), "--scene", "start", "--under", "env TMPDIR=/tmp"});
+  EXPECT_EQ(clean.status, 0) << clean.err;
+}
+
 TEST(PluginCheck, WrongUsageIsSaidInOneLine) {
   EXPECT_EQ(check({}).status, 2);
   const auto missing = check({"/nowhere.so"});
