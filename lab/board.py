@@ -1,10 +1,12 @@
 """One machine of QEMU: disk, console, commands inside, adapters that are plugged in and pulled out, an end by force."""
 
 import base64
+import contextlib
 import json
 import os
 import pathlib
 import selectors
+import signal
 import socket
 import subprocess
 import time
@@ -14,19 +16,32 @@ MEMORY = 512  # MiB, as a small board has
 ENDS_WITH_US = ["setpriv", "--pdeathsig", "KILL"]
 
 
+SLOWEST_BOOT = 60  # seconds; under emulation half a minute is usual, and three times as long allowed
+patience = 1  # so many times longer may everything take
+
+
 class BoardError(Exception):
     """What the machine did not do, in one line."""
 
 
+class Unusable(BoardError):
+    """There is no machine to look at, or one that is too slow: says nothing about what was to be looked at."""
+
+
+def deadline(seconds):
+    """When something that may take so long has to be done."""
+    return time.monotonic() + seconds * patience
+
+
 def wait_for(condition, seconds, what):
     """The first true answer of `condition`, asked again and again; an error when it takes longer."""
-    end = time.monotonic() + seconds
+    end = deadline(seconds)
     while True:
         answer = condition()
         if answer:
             return answer
         if time.monotonic() > end:
-            raise BoardError(f"after {seconds:.0f} s still not so: {what}")
+            raise BoardError(f"after {seconds * patience:.0f} s still not so: {what}")
         time.sleep(0.02)
 
 
@@ -57,17 +72,16 @@ class Lines:
                 return []
         data = self.socket.recv(1 << 16)
         if not data:
-            raise BoardError("the machine has ended")
+            raise Unusable("the machine has ended")
         *whole, self.rest = (self.rest + data).split(b"\n")
         now = time.monotonic()
         return [(now, line.decode(errors="replace")) for line in whole]
 
-    def next(self, seconds, what):
-        """The next line."""
-        end = time.monotonic() + seconds
+    def next(self, end, what):
+        """The next line, if it comes until then."""
         while not self.waiting:
             if time.monotonic() > end:
-                raise BoardError(f"after {seconds:.0f} s still nothing came: {what}")
+                raise BoardError(f"nothing came in time: {what}")
             self.waiting += self.take(end - time.monotonic())
         return self.waiting.pop(0)[1]
 
@@ -75,7 +89,7 @@ class Lines:
 class Board:
     """Made for one case; its files are in a directory of that case's own."""
 
-    def __init__(self, place, kernel, initrd, disk, things=None, accelerator=None):
+    def __init__(self, place, kernel, initrd, disk, things, accelerator):
         self.place, self.kernel, self.initrd, self.disk, self.things = place, kernel, initrd, disk, things
         self.accelerator = accelerator
         self.console = place / "console.log"
@@ -99,22 +113,34 @@ class Board:
             self.agent = Lines(self.place / "agent")
             self.stream = Lines(self.place / "stream")
         except BoardError as error:
-            raise BoardError(f"QEMU did not start: {(self.place / 'qemu.log').read_text()[-300:]}") from error
-        self.monitor.next(30, "QEMU's greeting")
+            raise Unusable(f"QEMU did not start: {(self.place / 'qemu.log').read_text()[-300:]}") from error
+        self.monitor.next(deadline(30), "QEMU's greeting")
         self.ask("qmp_capabilities")
-        self.wait_until_up()
+        self._boot(began)
+
+    def _boot(self, began):
+        """The first boot, with nothing of ours in it yet, tells whether this machine is one to look at anything."""
+        first = not self.boot_seconds
+        try:
+            self.wait_until_up(SLOWEST_BOOT if first else 600)
+        except BoardError as error:
+            if first:
+                raise Unusable(f"this machine is too slow, or too busy: {error}") from error
+            raise
         self.boot_seconds = time.monotonic() - began
 
     def _command(self, write_log, rtc):
-        accelerators = [self.accelerator] if self.accelerator else ["kvm", "tcg"]
         command = ["qemu-system-x86_64", "-nodefaults", "-no-user-config", "-display", "none", "-M", "q35", "-cpu", "max",
                    "-m", str(MEMORY), "-smp", "1", "-nic", "none", "-kernel", str(self.kernel), "-initrd", str(self.initrd),
                    "-append", "root=/dev/vda rw console=ttyS0 quiet panic=-1 mitigations=off nokaslr random.trust_cpu=on",
                    "-chardev", f"file,id=console,path={self.console},append=on", "-serial", "chardev:console",
                    "-qmp", "unix:monitor,server=on,wait=off",
                    "-device", "virtio-serial-pci", "-device", "qemu-xhci,id=usb"]
-        for accelerator in accelerators:
-            command += ["-accel", accelerator]
+        command += ["-accel", self.accelerator]
+        if self.accelerator == "tcg":
+            # A nanosecond for an instruction. Its time is then that of a small board, not of an emulator that waits for a
+            # processor.
+            command += ["-icount", "shift=0"]
         for port in ("agent", "stream"):
             command += ["-chardev", f"socket,id={port},path={port},server=on,wait=off",
                         "-device", f"virtserialport,chardev={port},name={port}"]
@@ -131,8 +157,8 @@ class Board:
 
     def wait_until_up(self, seconds=600):
         """Waits for the agent, which says so at each boot."""
-        end = time.monotonic() + seconds
-        while self.agent.next(end - time.monotonic(), "the machine has booted") != "ready":
+        end = deadline(seconds)
+        while self.agent.next(end, "the machine has booted") != "ready":
             pass
 
     def reboot(self):
@@ -141,11 +167,23 @@ class Board:
         self.wait_until_up()
 
     def cut(self):
-        """The power is gone: at once, with whatever the machine was doing. Returns the time."""
+        """The power is gone: at once, with whatever the machine was doing."""
         self.process.kill()
-        at = time.monotonic()
         self.process.wait()
-        return at
+
+    @contextlib.contextmanager
+    def frozen(self):
+        """It stands still, in the middle of whatever it was doing: what is outside is what a power cut would leave."""
+        self.process.send_signal(signal.SIGSTOP)
+        wait_for(self._stands_still, 30, "the machine stands still")
+        try:
+            yield
+        finally:
+            self.process.send_signal(signal.SIGCONT)
+
+    def _stands_still(self):
+        threads = pathlib.Path(f"/proc/{self.process.pid}/task").glob("*/stat")
+        return all(thread.read_text().rpartition(")")[2].split()[0] == "T" for thread in threads)
 
     @property
     def running(self):
@@ -174,9 +212,9 @@ class Board:
         """Runs a script of bash as root. Returns its status and what it printed."""
         self.commands += 1
         self.agent.send(f"{self.commands} {base64.b64encode(script.encode()).decode()}")
-        end = time.monotonic() + seconds
+        end = deadline(seconds)
         while True:
-            number, status, output = (self.agent.next(end - time.monotonic(), script[:100]) + "  ").split(" ")[:3]
+            number, status, output = (self.agent.next(end, script[:100]) + "  ").split(" ")[:3]
             if number == str(self.commands):
                 return int(status), base64.b64decode(output).decode(errors="replace").strip()
 
@@ -204,7 +242,7 @@ class Board:
         """One command of QEMU's monitor."""
         self.monitor.send(json.dumps({"execute": command, "arguments": arguments}))
         while True:
-            answer = json.loads(self.monitor.next(60, command))
+            answer = json.loads(self.monitor.next(deadline(60), command))
             if "error" in answer:
                 raise BoardError(f"{command}: {answer['error']['desc']}")
             if "return" in answer:
@@ -219,19 +257,23 @@ class Board:
     def unplug(self, name):
         """Pulls it out."""
         self.ask("device_del", id=name)
-        wait_for(lambda: self._line_is_free(name), 30, f"{name} is pulled out")
+        wait_for(lambda: self._is_free("chardev-remove", id=f"{name}-line"), 30, f"{name} is pulled out")
 
-    def _line_is_free(self, name):
+    def plug_disk(self, name, disk):
+        """Plugs in a USB disk."""
+        self.ask("blockdev-add", **{"driver": "file", "node-name": name, "filename": str(disk), "cache": {"no-flush": True}})
+        self.ask("device_add", driver="usb-storage", id=name, drive=name, bus="usb.0")
+
+    def unplug_disk(self, name):
+        self.ask("device_del", id=name)
+        wait_for(lambda: self._is_free("blockdev-del", **{"node-name": name}), 30, f"{name} is pulled out")
+
+    def _is_free(self, command, **arguments):
         try:
-            self.ask("chardev-remove", id=f"{name}-line")
+            self.ask(command, **arguments)
             return True
         except BoardError:
             return False
-
-    @property
-    def accelerated(self):
-        """Whether the machine runs on the processor itself."""
-        return bool(self.ask("query-kvm")["enabled"])
 
 
 def copy_of(disk, place, name="disk.img"):

@@ -23,6 +23,7 @@ WantedBy=multi-user.target
 END
 chmod 755 /usr/local/sbin/door-lines
 systemctl daemon-reload && systemctl enable --quiet --now door-lines
+sync  # the power may go
 """
 # The resistors are the board's own: the simulated chip takes the bias that is asked for as what drives the line.
 SETTINGS = """
@@ -115,7 +116,7 @@ def press(board, times=1):
 
 
 def expect_prompt(case, delays):
-    """The lock moves soon enough, most of the time: an emulated processor may have to wait for a real one."""
-    middle, worst = percentile(delays, 0.5), max(delays)
-    case.expect(middle <= LONGEST * case.options.patience, f"pressed {len(delays)} times: the lock's line moves {middle:.1f} ms after the "
-                                   f"announcement, at the latest {worst:.1f} ms")
+    """The lock moves soon enough, each time."""
+    worst = max(delays)
+    case.expect(worst <= LONGEST, f"pressed {len(delays)} times: the lock's line moves {percentile(delays, 0.5):.1f} ms after the "
+                                  f"announcement, at the latest {worst:.1f} ms")

@@ -104,16 +104,24 @@ class Watch:
 
     def __init__(self, board):
         self.lines = []
+        self.silences = 0  # times that nothing had come
         self.ended = False
-        self.thread = threading.Thread(target=self._follow, args=(board.stream,))
+        self.thread = threading.Thread(target=self._follow, args=(board.stream,), daemon=True)
         self.thread.start()
 
     def _follow(self, stream):
         try:
             while not self.ended:
-                self.lines += stream.take(0.2)
-        except (BoardError, OSError):
+                came = stream.take(0.05)
+                self.lines += came
+                self.silences += not came
+        except (BoardError, OSError, ValueError):  # it has ended, or its socket is closed
             pass
+
+    def has_all(self):
+        """Waits until nothing more is on its way from a machine that stands still."""
+        began = self.silences
+        wait_for(lambda: self.silences > began + 1, 30, "all that the machine has said is here")
 
     def stop(self):
         self.ended = True

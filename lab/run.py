@@ -11,10 +11,14 @@ import sys
 import tempfile
 import time
 
-from board import ENDS_WITH_US, Board, BoardError, copy_of
+import board
+from board import ENDS_WITH_US, Board, BoardError, Unusable, copy_of
 
 HERE = pathlib.Path(__file__).resolve().parent
 NEXT_VERSION = "999.0.0"
+FAILED, SKIPPED = 1, 77
+SLOWER = 3      # times, is an emulated machine allowed to be
+ROOM = 3 << 30  # bytes for a case's disks
 
 
 class Reader:
@@ -26,6 +30,8 @@ class Reader:
         self.line = self.process.stdout.readline().strip()
 
     def say(self, command):
+        if self.process.poll() is not None:
+            raise BoardError(f"the simulated reader has ended with status {self.process.returncode}")
         self.process.stdin.write(command + "\n")
 
     def stop(self):
@@ -41,6 +47,8 @@ class Case:
         self.chance = random.Random(options.seed)
         self.readers = []
         image = options.image
+        if shutil.disk_usage(place).free < ROOM:
+            raise Unusable(f"{place.parent} has less than {ROOM >> 30} GiB of room; TMPDIR says another place")
         self.disk = copy_of(image / "disk.img", place)
         self.board = Board(place, image / "kernel", image / "initrd", self.disk, options.things, options.accelerator)
 
@@ -68,25 +76,24 @@ class Case:
             raise BoardError(f"{what}: {wanted!r} was to be seen, {seen!r} was")
 
     def run(self, module):
+        """Does it. What the machine outside could not do is an Unusable, what was not as it should be another BoardError."""
         self.began = time.monotonic()
-        allowed = module.SECONDS * self.options.patience
-        signal.signal(signal.SIGALRM, lambda *_: self._too_long(allowed))
-        signal.alarm(allowed)
+        signal.signal(signal.SIGALRM, self._too_long)
+        signal.alarm(module.SECONDS * self.options.patience)
         try:
             module.run(self)
-        except (BoardError, OSError) as error:
-            print(f"  FAILED   {error}\n{self._traces()}", flush=True)
-            return False
+        except BoardError as error:
+            print(f"  {'cannot be seen' if isinstance(error, Unusable) else 'FAILED'}   {error}\n{self._traces()}", flush=True)
+            raise
         finally:
             signal.alarm(0)
             self.board.stop()
             for reader in self.readers:
                 reader.stop()
-        return True
 
     @staticmethod
-    def _too_long(allowed):
-        raise BoardError(f"the case takes longer than {allowed} s; --patience allows it more")
+    def _too_long(*_):
+        raise Unusable("the case takes far longer than it should: this machine is too slow, or too busy; --patience allows it more")
 
     def _traces(self):
         """The end of the console, and of the service's log where the machine still answers."""
@@ -103,9 +110,9 @@ def make_things(build, disk):
     with tempfile.TemporaryDirectory() as name:
         place = pathlib.Path(name)
         packages = place / "packages"
-        made = subprocess.run(["cpack", "-B", str(packages)], cwd=build, capture_output=True, text=True)
+        made = subprocess.run(["flock", "cpack.lock", "cpack", "-B", str(packages)], cwd=build, capture_output=True, text=True)
         if made.returncode:
-            raise BoardError(f"the packages could not be made: {made.stdout[-500:]}{made.stderr[-500:]}")
+            raise Unusable(f"the packages could not be made: {made.stdout[-500:]}{made.stderr[-500:]}")
         shutil.rmtree(packages / "_CPack_Packages")
         (place / "next").mkdir()
         for package in packages.glob("*.deb"):
@@ -178,29 +185,41 @@ def main():
 
 
 def run_all(options):
+    """All cases, each in a machine of its own. Returns the worst of what came out."""
     options.accelerator = options.accelerator or usable_accelerator(options.image)
+    board.patience = options.patience * (SLOWER if options.accelerator == "tcg" else 1)
     sys.path.insert(0, str(HERE / "cases"))
-    failed = []
+    outcomes = {0}
     for name in options.cases:
         module = importlib.import_module(name)
         began = time.monotonic()
         print(f"{name}: {module.__doc__.strip().splitlines()[0]}", flush=True)
         with tempfile.TemporaryDirectory(prefix="board.") as scratch:
-            place = pathlib.Path(scratch)
-            if not Case(name, options, place).run(module):
-                failed.append(name)
-                if options.keep:
-                    shutil.copytree(place, options.keep / name, dirs_exist_ok=True, ignore_dangling_symlinks=True,
-                                    ignore=lambda _, names: [each for each in names if each in ("agent", "monitor", "stream")])
-        print(f"{name}: {'FAILED' if name in failed else 'as it should be'}, {time.monotonic() - began:.0f} s "
-              f"({options.accelerator})", flush=True)
-    return 1 if failed else 0
+            outcome = run_one(name, module, options, pathlib.Path(scratch))
+        outcomes.add(outcome)
+        print(f"{name}: {SAID[outcome]}, {time.monotonic() - began:.0f} s ({options.accelerator})", flush=True)
+    return next(outcome for outcome in (FAILED, SKIPPED, 0) if outcome in outcomes)
+
+
+SAID = {0: "as it should be", FAILED: "FAILED", SKIPPED: "skipped, as this machine could not show it"}
+
+
+def run_one(name, module, options, place):
+    try:
+        Case(name, options, place).run(module)
+        return 0
+    except BoardError as error:
+        if options.keep:
+            shutil.copytree(place, options.keep / name, dirs_exist_ok=True, ignore_dangling_symlinks=True,
+                            ignore=lambda _, names: [each for each in names if each in ("agent", "monitor", "stream", "look")])
+        return SKIPPED if isinstance(error, Unusable) else FAILED
 
 
 if __name__ == "__main__":
     try:
         sys.exit(main())
-    except BoardError as problem:
-        sys.exit(f"lab: {problem}")
+    except (Unusable, OSError, subprocess.CalledProcessError) as problem:
+        print(f"lab: skipped, as this machine could not show it: {problem}", file=sys.stderr)
+        sys.exit(SKIPPED)
     except KeyboardInterrupt:
         sys.exit(130)
