@@ -38,7 +38,7 @@ class Serving {
   net::io_context context_{1};
   web::Daemon daemon_{context_, directory_};
   web::Live live_{context_, daemon_};
-  web::Site site_{context_, access_, live_, daemon_, {"localhost"}};
+  web::Site site_{context_, access_, live_, daemon_, {"localhost"}, {1e9, 1e9}};
   web::Server server_{context_, site_, {net::ip::address_v4::loopback(), 0}, nullptr};
 };
 

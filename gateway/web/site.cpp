@@ -13,10 +13,6 @@ namespace {
 
 constexpr const char* kCookie = "achost_session";
 
-// So many at once, so many a second: a page with its parts is half a dozen, a person who works on it one or two.
-constexpr double kRequestsAtOnce = 100;
-constexpr double kRequestsPerSecond = 20;
-
 // "door.local" of "door.local:8443", "[::1]" of "[::1]:8080".
 std::string_view without_port(std::string_view host) {
   const auto colon = host.rfind(':');
@@ -75,13 +71,14 @@ std::optional<Response> refused_by_role(Role least, const Visitor& visitor) {
 
 }  // namespace
 
-Site::Site(net::io_context& context, Access& access, Live& live, Daemon& daemon, std::vector<std::string> names)
+Site::Site(net::io_context& context, Access& access, Live& live, Daemon& daemon, std::vector<std::string> names,
+           RateLimit limit)
     : access_(access),
       live_(live),
       daemon_(daemon),
       figures_(context, daemon, "figures"),
       names_(std::move(names)),
-      limit_(kRequestsAtOnce, kRequestsPerSecond),
+      limit_(std::move(limit)),
       routes_(routes()) {}
 
 std::vector<Route> Site::routes() {

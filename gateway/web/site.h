@@ -35,8 +35,13 @@ class Site {
  public:
   static constexpr std::size_t kLongestBody = 16 * 1024;
 
+  // So many at once, so many a second: a page with its parts is half a dozen, a person who works on it one or two.
+  static constexpr double kRequestsAtOnce = 100;
+  static constexpr double kRequestsPerSecond = 20;
+
   // names: of this machine, as a browser's address line has them.
-  Site(net::io_context& context, Access& access, Live& live, Daemon& daemon, std::vector<std::string> names);
+  Site(net::io_context& context, Access& access, Live& live, Daemon& daemon, std::vector<std::string> names,
+       RateLimit limit = {kRequestsAtOnce, kRequestsPerSecond});
 
   // What a request may have: its route, or the answer that refuses it.
   struct Admission {
