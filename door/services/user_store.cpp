@@ -279,7 +279,9 @@ std::optional<UserStore::Changed> UserStore::change_user(const UserChange& chang
     }
     const bool is_damaged = stored.has_value() && !stored->second;
     Changed result;
-    result.before = stored.has_value() ? std::optional(stored->first) : std::nullopt;
+    if (stored.has_value()) {
+      result.before = stored->first;
+    }
     result.after = changed(stored.has_value() ? &stored->first : nullptr, is_damaged, change);
     if (const auto fault = fault_of(result.after); !fault.empty()) {
       throw ac::ac_exception(fault, true);
