@@ -2,7 +2,7 @@
 # Fails unless a program that knows docs/control.md and its schema, and nothing else, can ask a running achost for all
 # that the command line can, and every line that it gets is as the schema says.
 #
-#   check-control ACHOST PLUGIN SCHEMA PAGE
+#   control_client.py ACHOST PLUGIN SCHEMA PAGE
 #
 # Where python3-jsonschema is missing the status is 77.
 import json
@@ -17,7 +17,7 @@ import time
 try:
     import jsonschema
 except ImportError:
-    print("check-control: python3-jsonschema is missing: scripts/setup test installs it", file=sys.stderr)
+    print("control_client.py: python3-jsonschema is missing: scripts/setup test installs it", file=sys.stderr)
     sys.exit(77)
 
 PATIENCE = 120  # seconds; a machine that is busy takes its time
