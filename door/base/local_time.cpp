@@ -67,7 +67,7 @@ std::string local_time(Milliseconds time, std::string format) {
     std::snprintf(buffer.data(), buffer.size(), "%03d", static_cast<int>((time - whole).count()));
     format.replace(place, 2, buffer.data());
   }
-  const std::time_t seconds = whole.time_since_epoch().count();
+  const auto seconds = static_cast<std::time_t>(whole.time_since_epoch().count());
   std::tm local{};
   localtime_r(&seconds, &local);
   std::strftime(buffer.data(), buffer.size(), format.c_str(), &local);

@@ -3,6 +3,7 @@
 #include <array>
 #include <chrono>
 #include <cstdio>
+#include <ctime>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <string_view>
@@ -249,7 +250,7 @@ static_assert(std::size(kSentences) == kKinds.size());
 
 // The time as it was there and then.
 std::string time_of(const JournalEntry& entry, const char* format) {
-  const std::time_t seconds = entry.time.wall / 1000 + entry.time.offset;
+  const auto seconds = static_cast<std::time_t>(entry.time.wall / 1000 + entry.time.offset);
   std::tm fields{};
   gmtime_r(&seconds, &fields);
   std::array<char, 64> text{};

@@ -11,6 +11,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 #include <new>
 #include <optional>
 #include <system_error>
@@ -69,7 +70,8 @@ class Connection : public ControlStream {
         ending_(ending),
         reader_(socket, ControlServer::kLongestRequest) {
     const auto patience = std::chrono::duration_cast<std::chrono::microseconds>(limits.patience).count();
-    const timeval time{.tv_sec = patience / 1'000'000, .tv_usec = patience % 1'000'000};
+    const timeval time{.tv_sec = static_cast<std::time_t>(patience / 1'000'000),
+                       .tv_usec = static_cast<suseconds_t>(patience % 1'000'000)};
     setsockopt(socket_, SOL_SOCKET, SO_SNDTIMEO, &time, sizeof time);
   }
 

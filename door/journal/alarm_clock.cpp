@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
+#include <ctime>
 #include <system_error>
 
 namespace achost {
@@ -22,7 +23,7 @@ void AlarmClock::set(std::chrono::nanoseconds from_now) {
   const auto time = std::max(from_now, std::chrono::nanoseconds(1));  // 0 would be never
   const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(time);
   itimerspec instant{};
-  instant.it_value.tv_sec = seconds.count();
+  instant.it_value.tv_sec = static_cast<std::time_t>(seconds.count());
   instant.it_value.tv_nsec = static_cast<long>((time - seconds).count());
   timerfd_settime(timer_, 0, &instant, nullptr);
 }

@@ -38,7 +38,7 @@ class MemoryReserve {
   };
   static constexpr std::size_t kSmallest = 64;
   static constexpr std::size_t kKinds = 8;
-  static_assert((kSmallest << (kKinds - 1)) == kLargest + sizeof(Head));
+  static_assert((kSmallest << (kKinds - 1)) >= kLargest + sizeof(Head));
 
   Head* taken(std::size_t kind);
 
