@@ -18,8 +18,8 @@
 
 namespace achost {
 
-// Fed with what passes, on the threads that pass it: no call takes memory, or waits for more than a few instructions of
-// another.
+// Fed with what passes, on the threads that pass it: no call waits for more than a few instructions of another; without
+// memory something is not counted.
 class Figures {
  public:
   using Time = std::chrono::steady_clock::time_point;
@@ -47,6 +47,7 @@ class Figures {
   };
   static constexpr std::size_t kMostAnnounced = 16;
 
+  void count(const ac::Message& message, Time now);
   void announced(const ac::Message& message, Time now);
   void decided(const ac::Message& message, Time now);
   void asked_to_open(const ac::Message& message, Time now);

@@ -1,10 +1,11 @@
-// The door is to open, or to close, while there is no memory for it.
+// The door is to open, or to close, or is counted, while there is no memory for it.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <functional>
 #include <new>
 
+#include "door/run/figures.h"
 #include "door/services/door_service.h"
 #include "door/tests/failing_memory.h"
 #include "door/tests/service_fixture.h"
@@ -89,6 +90,20 @@ TEST_F(DoorMemory, ADoorThatCouldNotCloseIsOpenUntilItIsTriedAgain) {
       break;
     }
   }
+}
+
+// The sender of a decision goes on to tell the door.
+TEST(FiguresMemory, WhatFindsNoneIsNotCountedAndWhoSendsGoesOn) {
+  Figures figures([] { return 18; });
+  ac::Message message("identifier_decision");
+  message.add_int64("value", 33);
+  message.add_string("outcome", "too_soon_after_entry");
+  fail_allocation(1);
+  EXPECT_NO_THROW(figures.see(message));
+  EXPECT_GT(stop_failing(), 0) << "counting needs memory";
+  EXPECT_EQ(figures.json().at("identifications").at("too_soon_after_entry"), 0);
+  figures.see(message);
+  EXPECT_EQ(figures.json().at("identifications").at("too_soon_after_entry"), 1);
 }
 
 }  // namespace
