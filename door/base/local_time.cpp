@@ -21,7 +21,8 @@ constexpr std::int64_t kHour = 60 * kMinute;
 constexpr std::int64_t kDay = 24 * kHour;
 
 // East of UTC, in seconds.
-long offset_of(std::time_t time) {
+long offset_of(std::int64_t seconds) {
+  const auto time = static_cast<std::time_t>(seconds);
   std::tm local{};
   localtime_r(&time, &local);
   return local.tm_gmtoff;
