@@ -201,6 +201,14 @@ std::optional<int> SettingsStore::get_int(std::string_view section, std::string_
   return found == impl_->slots.end() ? std::nullopt : found->second.number();
 }
 
+void SettingsStore::check(const std::vector<SettingValue>& wanted) const {
+  for (const auto& [section, key, value] : wanted) {
+    impl_->at(section, key).setting().check(value);
+  }
+  const std::lock_guard lock(impl_->mutex);
+  impl_->check_rules(wanted);
+}
+
 void SettingsStore::set(std::string_view section, std::string_view key, const std::string& value) {
   set({{std::string(section), std::string(key), value}});
 }

@@ -63,6 +63,18 @@ TEST_F(Store, ValueThatIsNotAllowedChangesNothing) {
   EXPECT_EQ(stored("transmit_power"), "1000");
 }
 
+TEST_F(Store, ACheckSaysWhatSetWouldAndChangesNothing) {
+  SettingsStore store(state(), Access::read_write);
+  store.keep({{.of = {{"uhf", "transmit_power"}},
+               .fault = [](const auto& values) { return values("uhf", "transmit_power") == "2" ? "too loud" : ""; },
+               .safe = {}}});
+  store.set("uhf", "transmit_power", "1");
+  EXPECT_NO_THROW(store.check({{"uhf", "transmit_power", "3"}}));
+  EXPECT_THROW(store.check({{"uhf", "transmit_power", "2"}}), SettingError);
+  EXPECT_THROW(store.check({{"uhf", "transmit_power", "65536"}}), SettingError);
+  EXPECT_EQ(store.get_int("uhf", "transmit_power"), 1);
+}
+
 TEST_F(Store, OverrideIsForThisRunOnly) {
   {
     SettingsStore store(state(), Access::read_write);

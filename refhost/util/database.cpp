@@ -141,6 +141,9 @@ SQLite::Database open_sound_database(const std::filesystem::path& file, const Da
     throw Damage("what is stored is not what was written");
   }
   let_it_shrink(database, kind);
+  if (kind.is_big) {
+    database.exec("PRAGMA cache_size = -512");  // KiB: who writes at its end needs few of its pages
+  }
   return database;
 }
 

@@ -63,6 +63,9 @@ class SettingsStore {
   // The value as a number, without a lock; nothing when there is no such setting or it is no number.
   std::optional<int> get_int(std::string_view section, std::string_view key) const noexcept;
 
+  // Throws SettingError where set() would. Nothing is changed.
+  void check(const std::vector<SettingValue>& wanted) const;
+
   // Check the value, and the rules that look at it, with what is stored and with what is in force; write it durably and
   // make it the setting's value. Nothing happens when it is the stored value already. Throws SettingError, or
   // ac::ac_exception when the file cannot be written; nothing is changed then.
