@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdio>
 #include <optional>
 
 namespace line {
@@ -154,5 +155,11 @@ Tag tag_of(const Frame& notice) {
 }
 
 int power_of(ByteView parameters) { return parameters[0] * 256 + parameters[1]; }
+
+std::string power_text(int power) {
+  std::array<char, 32> text{};
+  std::snprintf(text.data(), text.size(), "%.2f dBm", power / 100.0);
+  return text.data();
+}
 
 }  // namespace line

@@ -9,6 +9,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "line/bytes.h"
@@ -78,5 +79,8 @@ Tag tag_of(const Frame& notice);
 
 // The 16 bits of a power, high byte first. Hundredths of a dBm.
 int power_of(ByteView parameters);
+
+// "21.00 dBm".
+std::string power_text(int power);
 
 }  // namespace line

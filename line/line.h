@@ -106,6 +106,17 @@ class Line {
   // answer came, or the reader is not there, or somebody has the line.
   std::optional<Bytes> ask(Code code);
 
+  // Give the reader a power, in hundredths of a dBm, for so long. Then, or before the plug-in asks for its power or
+  // sets it, or somebody borrows the line, the reader gets the plug-in's own again. The power that it says it has;
+  // nothing as of ask(), or while the plug-in has set none.
+  std::optional<int> try_power(int power, std::chrono::milliseconds how_long);
+
+  // Give it the plug-in's own again at once. As try_power().
+  std::optional<int> end_trial();
+
+  // Until when somebody tries a power.
+  std::optional<Clock::time_point> trial_until() const;
+
   // Give the line to whoever is at the other end of that socket until he closes it, for ten minutes at most. The
   // plug-in sees an empty field meanwhile; its settings are given back to the reader afterwards, before this returns.
   // who: for the state. Takes the descriptor over and closes it. False when somebody has the line already or there is

@@ -134,6 +134,9 @@ bool Line::Relay::lend(int socket, const std::string& who) {
     }
     waiting_borrower_.emplace(Borrower{
         .socket = std::move(*descriptor), .who = who, .until = Clock::now() + kLongestLoan, .returned = returned});
+    if (trial_until_.has_value()) {
+      take_back_trial(nullptr);  // he is to find the door's power
+    }
   });
   return over.get();
 }
@@ -149,7 +152,7 @@ void Line::Relay::take_back() {
 void Line::Relay::start_lending(Clock::time_point now) {
   // Who comes right after another finds the settings that the door has, unless the reader does not take them.
   const bool gives_back = owes_settings_ && watch_.health().state == State::lent;
-  if (!waiting_borrower_.has_value() || asking_.has_value() || borrower_.has_value() || gives_back) {
+  if (!waiting_borrower_.has_value() || asking_.has_value() || !own_.empty() || borrower_.has_value() || gives_back) {
     return;
   }
   borrower_.emplace(std::move(*waiting_borrower_));

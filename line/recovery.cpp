@@ -1,7 +1,6 @@
 // Bringing the reader back: the port, the ladder, and the settings.
 #include <termios.h>
 
-#include <cstdio>
 #include <filesystem>
 #include <utility>
 
@@ -16,12 +15,6 @@ using std::chrono::milliseconds;
 // How often the port is looked for, and a reader is asked that has not got its settings yet.
 constexpr milliseconds kOpenAgain{200};
 constexpr milliseconds kAskAgain{250};
-
-std::string dbm(int power) {
-  std::array<char, 32> text{};
-  std::snprintf(text.data(), text.size(), "%.2f dBm", power / 100.0);
-  return text.data();
-}
 
 }  // namespace
 
@@ -161,8 +154,8 @@ void Line::Relay::has_given_back(const std::optional<Bytes>& read) {
     power = frame.code == Code::get_power && frame.type == FrameType::response ? power_of(frame.parameters) : power;
   }
   const bool differs = power >= 0 && radio_.power().has_value() && power != *radio_.power();
-  const std::string text = differs ? "the reader has a power of " + dbm(power) + " after it was given " +
-                                         dbm(*radio_.power()) + "; does it allow that power in this region?"
+  const std::string text = differs ? "the reader has a power of " + power_text(power) + " after it was given " +
+                                         power_text(*radio_.power()) + "; does it allow that power in this region?"
                                    : "the reader has its settings again";
   recorder_.note(text);
   tell(Event::Kind::given_back, text);

@@ -38,6 +38,12 @@ std::size_t read_some(int fd, std::span<std::uint8_t> buffer) {
   throw std::system_error(result == 0 ? EIO : errno, std::generic_category(), "read");
 }
 
+// What the plug-in is told, and decides by, is its own power.
+bool is_about_power(ByteView question) {
+  const auto frames = pieces_of(question).frames;
+  return !frames.empty() && (frames.back().code == Code::get_power || frames.back().code == Code::set_power);
+}
+
 }  // namespace
 
 Line::Relay::Relay(LineOptions options, std::function<void(const Event&)> on_event)
@@ -161,6 +167,9 @@ void Line::Relay::handle_plug_in(Clock::time_point now) {
   if (bytes.empty()) {
     return;
   }
+  if (trial_until_.has_value() && can_be_asked() && is_about_power(bytes)) {
+    take_back_trial(nullptr);
+  }
   if (borrower_.has_value()) {
     answer_for_reader(bytes);
   } else if (owes_settings_ || !port_.has_value()) {
@@ -278,6 +287,7 @@ void Line::Relay::tick(Clock::time_point now) {
     end_lending("ten minutes are over");
   }
   look_for_life(now);
+  watch_trial(now);
   give_back(now);
   tell_returned(now);
   if (conversation_.is_quiet(now)) {
@@ -301,6 +311,7 @@ void Line::Relay::see_state(Clock::time_point now) {
     const std::lock_guard lock(mutex_);
     shown_ = watch_.health();
     shown_steps_ = ladder_.taken();
+    shown_trial_ = trial_until_;
     if (watch_.has_answered() && !answered_) {
       answered_ = true;
       changed_.notify_all();

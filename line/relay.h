@@ -37,6 +37,9 @@ class Line::Relay {
   std::array<int, kRungs> steps_taken() const;
   bool wait_for_answer(std::chrono::milliseconds timeout) const;
   std::optional<Bytes> ask(Code code);
+  std::optional<int> try_power(int power, std::chrono::milliseconds how_long);
+  std::optional<int> end_trial();
+  std::optional<Clock::time_point> trial_until() const;
   bool lend(int socket, const std::string& who);
   void take_back();
 
@@ -105,6 +108,12 @@ class Line::Relay {
   void answer_for_reader(ByteView question);
   void end_lending(const std::string& why);
 
+  // power_trial.cpp: another power for a while.
+  bool can_be_asked() const;
+  void set_power(int power, Done done);
+  void take_back_trial(const Done& done);
+  void watch_trial(Clock::time_point now);
+
   void request(std::function<void()> what);
 
   const LineOptions options_;
@@ -140,6 +149,7 @@ class Line::Relay {
   std::optional<std::vector<Bytes>> giving_;  // the commands that it still gets
   std::optional<Borrower> waiting_borrower_;
   std::optional<Borrower> borrower_;
+  std::optional<Clock::time_point> trial_until_;  // the reader has a power that is not the plug-in's
   std::shared_ptr<std::promise<bool>> returned_;  // told when the settings are given back
   Clock::time_point returned_until_{};
   bool said_state_ = false;  // an event about the state was told
@@ -149,6 +159,7 @@ class Line::Relay {
   Health shown_;
   std::string shown_port_;
   std::array<int, kRungs> shown_steps_{};
+  std::optional<Clock::time_point> shown_trial_;
   bool answered_ = false;
   std::vector<std::function<void()>> requests_;
   bool ending_ = false;

@@ -14,6 +14,7 @@
 #include "cli/output_file.h"
 #include "commands.h"
 #include "failure.h"
+#include "line/power_choice.h"
 #include "terminal.h"
 
 namespace uhfctl {
@@ -21,8 +22,6 @@ namespace uhfctl {
 namespace {
 
 using refhost::power_text;
-
-constexpr double kGoodEnough = 0.9;  // of the best share
 
 std::string number(double value, int decimals) {
   char text[32];
@@ -219,17 +218,11 @@ std::vector<std::string> Survey::epcs() const {
 }
 
 std::optional<int> recommended_power(const Survey& survey, const std::string& epc) {
-  double best = 0;
+  line::Place place;
   for (const auto& step : survey.steps) {
-    best = std::max(best, step.share_of(epc));
+    place.push_back({.power = step.power, .share = step.share_of(epc)});
   }
-  std::optional<int> least;
-  for (const auto& step : survey.steps) {
-    if (best > 0 && step.share_of(epc) >= kGoodEnough * best && (!least.has_value() || step.power < *least)) {
-      least = step.power;
-    }
-  }
-  return least;
+  return line::enough_power(place);
 }
 
 bool least_was_enough(const Survey& survey, std::optional<int> recommended) {

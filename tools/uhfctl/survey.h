@@ -40,7 +40,7 @@ struct Survey {
   std::vector<std::string> epcs() const;
 };
 
-// The least power at which at least nine tenths as many polls read the tag as at its best; nothing when none did.
+// By line::enough_power(); nothing when no step read the tag.
 std::optional<int> recommended_power(const Survey& survey, const std::string& epc);
 
 // Whether that is the least power that was surveyed: a lesser one may do as well.
