@@ -1,16 +1,21 @@
-// A hundred thousand users with a card each: their import, their lists, and whose card one is, beside bare SQLite. The
-// argument is achost.
+// A hundred thousand users with a card each: their import, what a door is to be like, their lists, and whose card one
+// is, beside bare SQLite. The argument is achost.
 #include <SQLiteCpp/SQLiteCpp.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <fstream>
 #include <memory>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "commands.h"
+#include "door/services/desired_state.h"
+#include "door/services/people_import.h"
+#include "door/services/people_text.h"
 #include "door/services/user_store.h"
 #include "store.h"
 #include "table.h"
@@ -70,6 +75,86 @@ void imports(const std::string& achost, const fs::path& directory) {
   print_row("`achost user import`" + kMany, number(median(imported)) + " ms", ratio_of(imported, bare), "5 s");
   print_row("bare SQLite: the same rows inserted", number(median(bare)) + " ms");
   run({achost, "user", "import", csv, "--state", directory});
+}
+
+// Each with another name than in the document of before.
+void write_document(const fs::path& file, const std::string& name) {
+  std::ofstream text(file);
+  for (std::uint64_t i = 1; i <= kUsers; ++i) {
+    text << R"({"user": )" << i << R"(, "name": ")" << name << ' ' << i << R"(", "cards": [")" << i * kStep << "\"]}\n";
+  }
+}
+
+void documents(const std::string& achost, const fs::path& directory) {
+  const auto whole = directory / "whole.jsonl";
+  const auto other = directory / "other.jsonl";
+  write_document(whole, "user");
+  write_document(other, "other");
+  std::vector<double> made;
+  std::vector<double> changed;
+  std::vector<double> bare;
+  for (int i = 0; i < kTurns; ++i) {
+    const TemporaryDirectory state;
+    const auto apply = [&](const fs::path& file, const char* revision) {
+      return milliseconds([&] {
+        run({achost, "desired", "apply", file, "--revision", revision, "--state", state.path()});
+      });
+    };
+    made.push_back(apply(whole, "1"));
+    changed.push_back(apply(other, "2"));
+    bare.push_back(milliseconds([&] { insert_bare(state.path() / "bare.db"); }));
+  }
+  print_row("`achost desired apply`" + kMany, number(median(made)) + " ms", ratio_of(made, bare), "5 s");
+  print_row("the same, each user changed", number(median(changed)) + " ms", ratio_of(changed, bare));
+}
+
+// How long whose card one is may take to answer while that is done, in ms.
+template <typename Work>
+double longest_wait(const achost::UserStore& users, const Work& work) {
+  std::atomic<bool> is_done = false;
+  double longest = 0;
+  std::thread asker([&] {
+    while (!is_done) {
+      longest = std::max(longest, milliseconds([&] { users.owner_of(kStep); }));
+    }
+  });
+  work();
+  is_done = true;
+  asker.join();
+  return longest;
+}
+
+void waits(const fs::path& directory) {
+  using achost::UserStore;
+  const TemporaryDirectory state;
+  UserStore users(state.path(), UserStore::Access::read_write);
+  achost::DesiredState desired(
+      users, {.value = [](const auto&, const auto&) { return std::string(); }, .store = [](const auto&) {}});
+  std::ifstream file(directory / "whole.jsonl");
+  const std::string text{std::istreambuf_iterator<char>(file), {}};
+  achost::DesiredReader reader("document", achost::DesiredReader::Form::whole);
+  reader.take(text);
+  const auto document = std::move(reader).result();
+  std::ifstream csv(directory / "people.csv");
+  const auto import = achost::parse_people(std::string{std::istreambuf_iterator<char>(csv), {}}, "people.csv");
+  achost::DesiredReader one_card("one card", achost::DesiredReader::Form::difference);
+  one_card.take(R"({"user": 7, "name": "user 7", "cards": ["55433", "1"]})");
+  const auto difference = std::move(one_card).result();
+  std::vector<double> one;
+  std::vector<double> taken;
+  std::vector<double> imported;
+  for (int i = 0; i < kTurns; ++i) {
+    const auto nobody = achost::DesiredReader("nobody", achost::DesiredReader::Form::whole).result();
+    desired.take(nobody, 1, std::nullopt);
+    taken.push_back(longest_wait(users, [&] { desired.take(document, 2, std::nullopt); }));
+    one.push_back(milliseconds([&] { desired.take(difference, 3, 2); }));
+    desired.take(nobody, 1, std::nullopt);
+    imported.push_back(longest_wait(users, [&] { achost::import_people(users, import, {}); }));
+  }
+  print_row("whose card it is, the longest wait while 100,000 are taken as desired", number(median(taken)) + " ms",
+            ratio_of(taken, imported));
+  print_row("the same while they are imported", number(median(imported)) + " ms");
+  print_row("a card more as desired, of 100,000, until it is stored and known", number(median(one)) + " ms");
 }
 
 void lists(const std::string& achost, const fs::path& directory) {
@@ -155,6 +240,8 @@ void questions(const fs::path& directory) {
 int main(int, char** arguments) {
   const TemporaryDirectory directory;
   imports(arguments[1], directory.path());
+  documents(arguments[1], directory.path());
+  waits(directory.path());
   lists(arguments[1], directory.path());
   questions(directory.path());
   return 0;

@@ -9,9 +9,12 @@
 
 namespace {
 
-// What is stored, once it is imported where nothing is.
+// What is stored, once it is imported where nobody is and there are two schedules.
 achost::People imported(std::string_view text, const char* name) {
-  auto change = achost::plan_import(achost::parse_people(text, name), {}, {}, "2026-01-02T03:04:05.006+01:00").first;
+  const achost::People nobody{
+      .users = {}, .cards = {}, .damaged_users = {}, .damaged_cards = {}, .schedules = {"office", "=1+1, \"x\""}};
+  auto change =
+      achost::plan_import(achost::parse_people(text, name), nobody, {}, "2026-01-02T03:04:05.006+01:00").first;
   std::ranges::sort(change.users, {}, &achost::User::id);
   std::ranges::sort(change.cards, {}, &achost::Card::value);
   return {.users = std::move(change.users), .cards = std::move(change.cards), .damaged_users = {}, .damaged_cards = {}};

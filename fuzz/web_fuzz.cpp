@@ -36,9 +36,11 @@ class Serving {
   const std::filesystem::path directory_ = fuzz::empty_directory();
   web::Access access_{directory_};
   net::io_context context_{1};
-  web::Daemon daemon_{context_, directory_};
+  gateway::Daemon daemon_{context_, directory_};
   web::Live live_{context_, daemon_};
-  web::Site site_{context_, access_, live_, daemon_, {"localhost"}, {1e9, 1e9}};
+  web::Traffic traffic_{context_, daemon_};
+  web::Field field_{context_, daemon_};
+  web::Site site_{context_, access_, live_, traffic_, field_, daemon_, {"localhost"}, {1e9, 1e9}};
   web::Server server_{context_, site_, {net::ip::address_v4::loopback(), 0}, nullptr};
 };
 

@@ -11,6 +11,7 @@ void add_audit(CLI::App& app);     // audit list and export
 void add_backup(CLI::App& app);    // backup and restore
 void add_check(CLI::App& app);     // check
 void add_control(CLI::App& app);   // status, events, door, gpio, rex, enroll and field
+void add_desired(CLI::App& app);   // desired
 void add_door(CLI::App& app);      // door, a part of these
 void add_gpio(CLI::App& app);      // gpio, a part of these
 void add_journal(CLI::App& app);   // journal

@@ -232,8 +232,14 @@ Sentence command(const Entry& entry, const JournalStyle& style) {
   if (what == "enroll") {
     return {maker, "began an enrollment for " + user_in(entry, style)};
   }
+  if (what == "try_power") {
+    return {maker, "tries powers, first " + text_in(entry, "power")};
+  }
   if (what == "line") {
     return {maker, "set line " + text_in(entry, "line") + " to " + text_in(entry, "value")};
+  }
+  if (what == "desired") {
+    return {maker, "brought revision " + text_in(entry, "revision") + " of what the door is to be like"};
   }
   if (what == "relay_test") {
     return {maker, "tried relay " + text_in(entry, "relay")};

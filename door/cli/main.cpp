@@ -169,6 +169,7 @@ int run_command_line(int argc, char** argv) {
   achost::add_audit(app);
   achost::add_user(app);
   achost::add_schedule(app);
+  achost::add_desired(app);
   achost::add_check(app);
   achost::add_backup(app);
   // Afterwards, so that the other commands do not take it over.

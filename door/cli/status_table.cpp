@@ -61,6 +61,16 @@ std::string queues(const Json& list) {
   return aligned(rows);
 }
 
+// Whether the door is as the one who keeps it wants it.
+std::string desired(const Json& desired) {
+  if (desired.at("revision").is_null()) {
+    return "nothing";
+  }
+  const auto differences = desired.at("differences").get<std::int64_t>();
+  return "revision " + text_of(desired.at("revision")) +
+         (differences == 0 ? "" : ", changed at the door: achost desired show tells what");
+}
+
 // Nothing at all where nothing is wrong.
 std::string alarms(const Json& list) {
   Rows rows;
@@ -84,7 +94,8 @@ std::string status_table(const Json& status) {
                   {"  up for", duration_text(status.at("uptime_s"))},
                   {"  plug-in", plugin.is_null() ? "not started yet" : text_of(plugin)},
                   {"  reader", text_of(status.at("reader"))},
-                  {"  state", text_of(status.at("state"))}}) +
+                  {"  state", text_of(status.at("state"))},
+                  {"  desired", desired(status.at("desired"))}}) +
          "DOOR\n" + aligned(door_rows(status.at("door"))) + "SETTINGS OF THE READER\n" + aligned(settings(status)) +
          threads(status.at("threads")) + queues(status.at("queues")) + "MESSAGES\n" +
          aligned(pairs_of(status.at("bus"))) + second_opinion(status.at("second_opinion"));

@@ -6,7 +6,9 @@
 #include "door/control/control_status.h"
 #include "door/control/door_commands.h"
 #include "door/control/enrollment_request.h"
+#include "door/control/gateway_commands.h"
 #include "door/control/gpio_commands.h"
+#include "door/control/power_commands.h"
 #include "door/control/reader_commands.h"
 #include "door/control/restore_command.h"
 #include "door/journal/changes.h"
@@ -99,6 +101,9 @@ ControlTable control_table(const ControlledHost& host) {
   auto commands = store_commands(host.stores);
   const auto of_the_reader = reader_commands(host.line, host.note);
   commands.insert(commands.end(), of_the_reader.begin(), of_the_reader.end());
+  const auto of_the_radio =
+      power_commands({.line = host.line, .settings = host.settings, .sightings = host.why.live, .note = host.note});
+  commands.insert(commands.end(), of_the_radio.begin(), of_the_radio.end());
   const auto of_the_lines = gpio_commands(host.gpio, host.settings, host.note);
   commands.insert(commands.end(), of_the_lines.begin(), of_the_lines.end());
   const auto of_the_door = door_commands({.supervision = host.door, .stores = host.stores, .note = host.note});
@@ -117,6 +122,7 @@ ControlTable control_table(const ControlledHost& host) {
            }},
           {"field", {{"line"}}, [host](const Json& request, ControlStream&) { return change_field(host, request); }},
           {"field_show", {}, [host](const Json&, ControlStream&) { return show_field(host); }},
+          gateway_alarm_command(host.alarms),
           restore_command(host.state, host.start_anew, host.note),
           why_command(host.why),
           {"why_now", {}, [host](const Json&, ControlStream&) { return explain_now(host.why); }},

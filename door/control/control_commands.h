@@ -29,7 +29,7 @@ struct ControlledHost {
   const refhost::SettingsStore& settings;
   const SettingsChanges& changes;
   Stores& stores;
-  const Alarms& alarms;
+  Alarms& alarms;
   const GpioService& gpio;
   DoorSupervision& door;
   std::function<void(const Entry&)> note;  // in the journal
@@ -44,8 +44,8 @@ struct ControlledHost {
   std::function<std::string()> plugin;   // the name of the plug-in that runs; empty until it has started
 };
 
-// store_commands(), reader_commands() and door_commands(), gpio_list, gpio_set, rex, enroll, field, field_show, status,
-// why, why_now, events and hello.
+// store_commands(), reader_commands(), power_commands() and door_commands(), gpio_list, gpio_set, rex, enroll, field,
+// field_show, gateway_alarm, status, why, why_now, events and hello.
 ControlTable control_table(const ControlledHost& host);
 
 }  // namespace achost

@@ -109,6 +109,12 @@ Json disk(const std::filesystem::path& state) {
   return {{"free_bytes", bytes(space.available)}, {"size_bytes", bytes(space.capacity)}, {"stores", sizes(state)}};
 }
 
+Json desired(DesiredState& state) {
+  const auto summary = state.summary();
+  return {{"revision", summary.revision.has_value() ? Json(*summary.revision) : Json(nullptr)},
+          {"differences", summary.differences}};
+}
+
 Json journal(const std::filesystem::path& state) {
   const auto extent = Journal::extent(state);
   return {{"id", extent.id}, {"first", extent.first}, {"last", extent.last}};
@@ -155,6 +161,7 @@ Json status_of(const ControlledHost& host) {
           {"settings", reader_settings(host.settings)},
           {"second_opinion", host.second_opinion()},
           {"not_in_force", not_in_force(host.changes)},
+          {"desired", desired(host.stores.desired())},
           {"threads", threads()},
           {"queues", queues()},
           {"allocated", allocated()},

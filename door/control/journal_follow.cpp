@@ -14,7 +14,7 @@ namespace {
 using Type = ControlField::Type;
 
 // Then it is looked whether the client has gone.
-constexpr std::chrono::milliseconds kLook(500);
+constexpr std::chrono::milliseconds kWaitForEntries(500);
 
 // Where the stream begins.
 struct Place {
@@ -59,7 +59,7 @@ class Following {
         is_read_ = stream_.send({{"live", true}});
       }
       if (is_live_) {
-        stores_.wait_for_entries(*query_.after, kLook);
+        stores_.wait_for_entries(*query_.after, kWaitForEntries);
       }
     }
   }

@@ -49,6 +49,14 @@ UserStore& OwnStores::users() {
   return *users_;
 }
 
+DesiredState& OwnStores::desired() {
+  if (!desired_.has_value()) {
+    auto& settings = open_settings();
+    desired_.emplace(users(), access_to(settings));
+  }
+  return *desired_;
+}
+
 // The time of a file goes in ticks, so what was written lately may have been written again.
 bool OwnStores::may_have_new_entries() {
   std::error_code none;

@@ -24,6 +24,7 @@ class OwnStores : public Stores {
   const std::filesystem::path& directory() const override { return directory_; }
   const refhost::SettingsStore& settings() override { return open_settings(); }
   UserStore& users() override;
+  DesiredState& desired() override;
   refhost::AuditReader& audit() override { return audit_; }
   void wait_for_entries(std::int64_t number, std::chrono::milliseconds longest) override;
   std::vector<SettingsChanges::Awaited> change(const std::vector<refhost::SettingValue>& wanted) override;
@@ -38,6 +39,7 @@ class OwnStores : public Stores {
   std::optional<refhost::InstanceLock> lock_;  // let go last
   std::optional<refhost::SettingsStore> settings_;
   std::optional<UserStore> users_;
+  std::optional<DesiredState> desired_;
   refhost::AuditReader audit_;
   std::optional<Journal> journal_;                // from the first change on
   bool is_noted_ = true;                          // what was changed

@@ -15,13 +15,6 @@ using Seconds = std::chrono::duration<double>;
 
 double seconds_since(line::Clock::time_point then) { return Seconds(line::Clock::now() - then).count(); }
 
-line::Line& needed(line::Line* line) {
-  if (line == nullptr) {
-    throw std::runtime_error("the plug-in has the reader's port itself: this run was started with --direct");
-  }
-  return *line;
-}
-
 Json steps(const line::Line& line) {
   const auto taken = line.steps_taken();
   return {{"dropped", taken[0]}, {"reopened", taken[1]}, {"reset", taken[2]}};
@@ -51,6 +44,7 @@ Json look_on(line::Line& line, ControlStream& stream) {
     }
     const bool to_reader = piece->direction == line::Direction::to_reader;
     Json sent = {{"at", Seconds(piece->at.time_since_epoch()).count()},
+                 {"time", iso_time(wall_time(piece->at))},
                  {"direction", to_reader ? ">" : "<"},
                  {"bytes", uhfsim::hex_of(piece->bytes)}};
     if (const auto all = onlooker->dropped(); all != dropped) {
@@ -92,6 +86,17 @@ Json borrow(line::Line& line, const Json& request, ControlStream& stream,
 }
 
 }  // namespace
+
+Milliseconds wall_time(line::Clock::time_point then) {
+  return std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now() - (line::Clock::now() - then));
+}
+
+line::Line& needed(line::Line* line) {
+  if (line == nullptr) {
+    throw std::runtime_error("the plug-in has the reader's port itself: this run was started with --direct");
+  }
+  return *line;
+}
 
 Json health_of(const line::Line* line) {
   if (line == nullptr) {

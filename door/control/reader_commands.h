@@ -4,6 +4,7 @@
 #include <functional>
 #include <vector>
 
+#include "door/base/local_time.h"
 #include "door/control/control.h"
 #include "door/journal/entry.h"
 #include "line/line.h"
@@ -12,6 +13,12 @@ namespace achost {
 
 // How the reader does: "state", "cause", "way_out", times in seconds, and counts. Without a line "state" is "direct".
 Json health_of(const line::Line* line);
+
+// What the clock on the wall showed then.
+Milliseconds wall_time(line::Clock::time_point then);
+
+// Throws std::runtime_error where the plug-in has the port itself.
+line::Line& needed(line::Line* line);
 
 // health, recording, look_on, ask_reader and borrow. line: null when the plug-in has the port itself; then they say so.
 // note: in the journal.

@@ -20,12 +20,12 @@ inline constexpr std::string_view kViewGroup = "achost-view";
 inline constexpr std::string_view kAdminGroup = "achost-admin";
 
 // What "view" may: it changes nothing, and takes nothing away from others. All other commands are for "admin".
-inline constexpr auto kForView =
-    std::to_array<std::string_view>({"hello",       "status",        "figures",         "health",      "door",
-                                     "gpio_list",   "events",        "look_on",         "recording",   "why",
-                                     "why_now",     "journal_query", "journal_follow",  "audit_query", "config_schema",
-                                     "config_list", "config_get",    "config_export",   "user_list",   "card_list",
-                                     "user_export", "schedule_list", "schedule_export", "field_show"});
+inline constexpr auto kForView = std::to_array<std::string_view>(
+    {"hello",          "status",        "figures",       "health",       "door",          "gpio_list",
+     "events",         "look_on",       "recording",     "why",          "why_now",       "journal_query",
+     "journal_follow", "audit_query",   "config_schema", "config_list",  "config_get",    "config_export",
+     "user_list",      "card_list",     "user_find",     "user_export",  "schedule_list", "schedule_export",
+     "field_show",     "desired_state", "watch_field",   "choose_power", "card_forms"});
 
 Role role_for(std::string_view command);
 

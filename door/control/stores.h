@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "door/control/control.h"
+#include "door/services/desired_state.h"
 #include "door/services/settings_changes.h"
 #include "door/services/user_store.h"
 #include "refhost/audit_log.h"
@@ -23,6 +24,7 @@ class Stores {
   virtual const std::filesystem::path& directory() const = 0;
   virtual const refhost::SettingsStore& settings() = 0;
   virtual UserStore& users() = 0;
+  virtual DesiredState& desired() = 0;
   virtual refhost::AuditReader& audit() = 0;
 
   // Wait until the journal may have entries with greater numbers than that on the disk, or the time is over.
@@ -35,8 +37,8 @@ class Stores {
   virtual std::vector<SettingsChanges::Awaited> awaited() = 0;
 };
 
-// config_list, config_get, config_set, config_import, config_export, user_list, user_put, user_remove, card_list,
-// card_add, card_remove, audit_query, journal_query and backup. The stores outlive them.
+// desired_apply, desired_state, config_list, config_get, config_set, config_import, config_export, user_list, user_put,
+// user_remove, card_list, card_add, card_remove, audit_query, journal_query and backup. The stores outlive them.
 std::vector<ControlCommand> store_commands(Stores& stores);
 
 }  // namespace achost

@@ -119,6 +119,29 @@ Json list_users(const UsersWithCards& users, const Json& request, ControlStream&
   return {{"count", users.size()}};
 }
 
+Json find_people(const UserStore& store, const Json& request) {
+  constexpr std::int64_t kMost = 200;
+  const PeopleSearch asked;
+  const auto most = request.value("most", static_cast<std::int64_t>(asked.most));
+  if (most < 1 || most > kMost) {
+    throw RequestError("\"most\" is 1 to " + std::to_string(kMost) + ": ask again \"after\" the last of them");
+  }
+  const auto found = store.find({.text = request.value("text", asked.text),
+                                 .after = request.value("after", asked.after),
+                                 .most = static_cast<std::size_t>(most)});
+  Json users = Json::array();
+  for (const auto& [user, cards, first, is_right] : found.users) {
+    Json one = json_of(user, cards);
+    one["first_cards"] = Json::array();
+    for (const auto& card : first) {
+      one["first_cards"].push_back(json_of(card));
+    }
+    one["damaged"] = !is_right;
+    users.push_back(std::move(one));
+  }
+  return {{"users", users}, {"more", found.more}, {"all_users", found.all_users}, {"all_cards", found.all_cards}};
+}
+
 Json list_cards(const std::vector<Card>& cards, const Json& request, ControlStream& stream) {
   if (wants_packed(request)) {
     stream.send_bytes(pack_cards(cards));
@@ -162,6 +185,9 @@ std::vector<ControlCommand> user_commands(Stores& stores) {
                     [&stores](const Json& request, ControlStream& stream) {
                       return list_users(stores.users().users_with_cards(), request, stream);
                     }},
+                   {"user_find",
+                    {{"text", Type::text, false}, {"after", Type::integer, false}, {"most", Type::integer, false}},
+                    [&stores](const Json& request, ControlStream&) { return find_people(stores.users(), request); }},
                    change(stores, "user_add", all,
                           [](UserStore& store, const Json& request) { return add_user(store, change_of(request)); }),
                    change(stores, "user_put", all,

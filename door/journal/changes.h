@@ -30,8 +30,8 @@ std::string text_of_schedule_change(const Entry& entry);
 // change: "added", "changed" or "removed"; user: whose it is, or was.
 Entry card_change(const std::string& change, std::uint64_t card, std::optional<std::int64_t> user);
 
-// what: "open", a mode with the "seconds" that it is to last, "exit", "enroll", "line", "relay_test", "borrow" or
-// "restore".
+// what: "open", a mode with the "seconds" that it is to last, "exit", "enroll", "line", "relay_test", "borrow",
+// "try_power", "restore" or "desired".
 Entry command_given(const std::string& what, std::vector<EntryField> fields = {},
                     std::optional<std::int64_t> user = {});
 

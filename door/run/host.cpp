@@ -157,6 +157,7 @@ Host::Host(const std::filesystem::path& state, Reader& reader, Printer::Form for
       upkeep_("upkeep", [this] { return journal_.examine() || audit_.tidy(); }) {
   refhost::WatchdogTable::instance().set_limit(watchdog_limit);
   settings_.keep(settings_rules(watchdog_limit));
+  stores_.desired().put_back();
   for (const auto& fault : settings_.make_safe_for_run()) {
     refhost::log::error("a stored combination of settings is not used: " + fault +
                         "; achost config set mends what is stored");

@@ -11,18 +11,20 @@ namespace achost {
 // All but the reading connection are the host's, and outlive it.
 class HostStores : public Stores {
  public:
-  HostStores(std::filesystem::path directory, const refhost::SettingsStore& settings, SettingsChanges& changes,
+  HostStores(std::filesystem::path directory, refhost::SettingsStore& settings, SettingsChanges& changes,
              UserStore& users, const Journal& journal)
       : directory_(std::move(directory)),
         settings_(settings),
         changes_(changes),
         users_(users),
+        desired_(users, access_to(settings)),
         journal_(journal),
         audit_(directory_) {}
 
   const std::filesystem::path& directory() const override { return directory_; }
   const refhost::SettingsStore& settings() override { return settings_; }
   UserStore& users() override { return users_; }
+  DesiredState& desired() override { return desired_; }
   refhost::AuditReader& audit() override { return audit_; }
   void wait_for_entries(std::int64_t number, std::chrono::milliseconds longest) override {
     journal_.wait_beyond(number, longest);
@@ -37,6 +39,7 @@ class HostStores : public Stores {
   const refhost::SettingsStore& settings_;
   SettingsChanges& changes_;
   UserStore& users_;
+  DesiredState desired_;
   const Journal& journal_;
   refhost::AuditReader audit_;
 };

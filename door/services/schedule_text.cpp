@@ -15,10 +15,10 @@
 namespace achost {
 namespace {
 
-constexpr std::array kColumns = {"name", "days", "from", "to"};
+constexpr const auto& kColumns = kScheduleColumns;
 enum Column : std::size_t { kName, kDays, kFrom, kTo };
 
-using Cells = std::array<std::string, kColumns.size()>;
+using Cells = ScheduleCells;
 
 constexpr const char* kDaysHelp = "give days such as mon-fri, \"sat sun\" or holiday, or a date such as 2026-12-25";
 
@@ -143,18 +143,15 @@ class Reader {
   Schedules read() {
     try {
       read_heading();
-      for (std::size_t count = 0; csv_.next(cells_); ++count) {
-        if (count == kMostScheduleRows) {
-          refuse("more than " + std::to_string(kMostScheduleRows) + " lines: give fewer windows and holidays");
-        }
-        take(row());
+      while (csv_.next(cells_)) {
+        rows_.take(row(), csv_.line());
       }
     } catch (const CsvError& error) {
       refuse_line(name_, error.line(), error.what());
     } catch (const Failure& failure) {
       refuse_line(name_, csv_.line(), failure.what());
     }
-    return result();
+    return std::move(rows_).result();
   }
 
  private:
@@ -188,49 +185,11 @@ class Reader {
     return row;
   }
 
-  void take(const Cells& row) {
-    if (const auto date = date_of(row[kDays])) {
-      take_holiday(*date, row);
-      return;
-    }
-    const auto name = name_of(row[kName], false);
-    const Window window{.days = days_of(row[kDays]),
-                        .from = minute_of(row[kFrom], Window::kDay - 1),
-                        .to = minute_of(row[kTo], Window::kDay)};
-    if (window.from == window.to) {
-      refuse("from " + row[kFrom] + " to " + row[kTo] + " is no time: give 00:00 and 24:00 for a whole day");
-    }
-    schedules_[name].push_back(window);
-  }
-
-  void take_holiday(LocalDay day, const Cells& row) {
-    if (!without_blanks(row[kFrom]).empty() || !without_blanks(row[kTo]).empty()) {
-      refuse("a holiday has no times: leave from and to empty, and give a schedule a line with the day holiday");
-    }
-    const auto [place, is_new] = holidays_.try_emplace(day, name_of(row[kName], true), csv_.line());
-    if (!is_new) {
-      refuse(text_of(day) + " is a holiday in line " + std::to_string(place->second.second) +
-             " already: give each day once");
-    }
-  }
-
-  Schedules result() {
-    Schedules all;
-    for (auto& [name, windows] : schedules_) {
-      all.all.push_back({.name = name, .windows = std::move(windows)});
-    }
-    for (auto& [day, holiday] : holidays_) {
-      all.holidays.push_back({.day = day, .name = std::move(holiday.first)});
-    }
-    return all;
-  }
-
   CsvReader csv_;
   const std::string& name_;
   std::vector<std::size_t> columns_;
   std::vector<std::string> cells_;
-  std::map<std::string, std::vector<Window>> schedules_;
-  std::map<LocalDay, std::pair<std::string, std::size_t>> holidays_;  // name, and line
+  ScheduleRows rows_;
 };
 
 void append_row(std::string& text, const Cells& cells) {
@@ -241,6 +200,46 @@ void append_row(std::string& text, const Cells& cells) {
 }
 
 }  // namespace
+
+void ScheduleRows::take(const Cells& row, std::size_t line) {
+  if (count_++ == kMostScheduleRows) {
+    refuse("more than " + std::to_string(kMostScheduleRows) + " lines: give fewer windows and holidays");
+  }
+  if (const auto date = date_of(row[kDays])) {
+    take_holiday(*date, row, line);
+    return;
+  }
+  const auto name = name_of(row[kName], false);
+  const Window window{.days = days_of(row[kDays]),
+                      .from = minute_of(row[kFrom], Window::kDay - 1),
+                      .to = minute_of(row[kTo], Window::kDay)};
+  if (window.from == window.to) {
+    refuse("from " + row[kFrom] + " to " + row[kTo] + " is no time: give 00:00 and 24:00 for a whole day");
+  }
+  schedules_[name].push_back(window);
+}
+
+void ScheduleRows::take_holiday(LocalDay day, const Cells& row, std::size_t line) {
+  if (!without_blanks(row[kFrom]).empty() || !without_blanks(row[kTo]).empty()) {
+    refuse("a holiday has no times: leave from and to empty, and give a schedule a line with the day holiday");
+  }
+  const auto [place, is_new] = holidays_.try_emplace(day, name_of(row[kName], true), line);
+  if (!is_new) {
+    refuse(text_of(day) + " is a holiday in line " + std::to_string(place->second.second) +
+           " already: give each day once");
+  }
+}
+
+Schedules ScheduleRows::result() && {
+  Schedules all;
+  for (auto& [name, windows] : schedules_) {
+    all.all.push_back({.name = name, .windows = std::move(windows)});
+  }
+  for (auto& [day, holiday] : holidays_) {
+    all.holidays.push_back({.day = day, .name = std::move(holiday.first)});
+  }
+  return all;
+}
 
 Schedules parse_schedules(std::string_view text, const std::string& name) {
   return Reader(utf8_text(text, name), name).read();

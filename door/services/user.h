@@ -31,6 +31,14 @@ struct Card {
   bool operator==(const Card&) const = default;
 };
 
+// A user with all of his cards, in their order.
+struct Person {
+  User user;
+  std::vector<std::uint64_t> cards;
+
+  bool operator==(const Person&) const = default;
+};
+
 // What is to be different about a user; the rest stays.
 struct UserChange {
   std::int64_t id = 0;
@@ -53,6 +61,28 @@ struct People {
   std::set<std::int64_t> damaged_users;   // of them, those that are not as they were stored
   std::set<std::uint64_t> damaged_cards;  // likewise
   std::set<std::string> schedules = {};   // that there are
+};
+
+// Whom somebody looks for.
+struct PeopleSearch {
+  std::string text = {};   // in the name, whatever the case of a to z; a user's or a card's number; empty: all
+  std::int64_t after = 0;  // the number of the last user that is known already
+  std::size_t most = 50;   // users at once
+};
+
+struct FoundPeople {
+  static constexpr std::size_t kMostCards = 20;  // of a user; he may have any number
+
+  struct One {
+    User user;
+    std::int64_t cards = 0;        // that he has
+    std::vector<Card> first = {};  // of them
+    bool is_right = true;          // he is as he was stored
+  };
+  std::vector<One> users = {};  // in the order of their numbers
+  bool more = false;            // behind them
+  std::int64_t all_users = 0;   // that there are
+  std::int64_t all_cards = 0;
 };
 
 // What is to become of it, in this order.

@@ -4,6 +4,8 @@
 
 #include <utility>
 
+#include "door/services/desired_tables.h"
+
 namespace achost::rows {
 namespace {
 
@@ -52,8 +54,8 @@ void walk_cards(SQLite::Database& database, const std::string& columns, Take tak
   }
 }
 
-void run_with(SQLite::Database& database, const char* sql, std::int64_t number) {
-  SQLite::Statement statement(database, sql);
+void run_with(SQLite::Statement& statement, std::int64_t number) {
+  statement.reset();
   statement.bind(1, number);
   statement.exec();
 }
@@ -63,14 +65,14 @@ void run_with(SQLite::Database& database, const char* sql, std::int64_t number) 
 // 0 stands for no limit, and not NULL: one flipped bit makes one of the other, which the sum would not see.
 const refhost::DatabaseKind kKind = {
     .noun = "user database",
-    .version = 4,
+    .version = 5,
     .schema =
         "CREATE TABLE users(id INTEGER PRIMARY KEY, name TEXT NOT NULL, sum INTEGER, "
         "valid_from INTEGER NOT NULL DEFAULT 0, valid_until INTEGER NOT NULL DEFAULT 0, "
         "blocked INTEGER NOT NULL DEFAULT 0, schedule TEXT NOT NULL DEFAULT '', pause INTEGER NOT NULL DEFAULT 0);"
         "CREATE TABLE cards(value INTEGER PRIMARY KEY, user INTEGER NOT NULL REFERENCES users(id) ON DELETE CASCADE, "
         "registration TEXT NOT NULL, enrolled TEXT NOT NULL, sum INTEGER);"
-        "CREATE INDEX cards_by_user ON cards(user);" TABLES_OF_SCHEDULES,
+        "CREATE INDEX cards_by_user ON cards(user);" TABLES_OF_SCHEDULES ";" TABLES_OF_DESIRED_STATE,
     .upgrades = {"ALTER TABLE users ADD COLUMN sum INTEGER; UPDATE users SET sum = row_sum(id, name);"
                  "ALTER TABLE cards ADD COLUMN sum INTEGER;"
                  "UPDATE cards SET sum = row_sum(" CARD_COLUMNS ")",
@@ -82,7 +84,8 @@ const refhost::DatabaseKind kKind = {
                  "ALTER TABLE users ADD COLUMN schedule TEXT NOT NULL DEFAULT '';"
                  "ALTER TABLE users ADD COLUMN pause INTEGER NOT NULL DEFAULT 0;"
                  "UPDATE users SET sum = CASE WHEN sum IS row_sum(" USER_COLUMNS_OF_3 ") THEN row_sum(" USER_COLUMNS
-                 ") END;" TABLES_OF_SCHEDULES},
+                 ") END;" TABLES_OF_SCHEDULES,
+                 TABLES_OF_DESIRED_STATE},
     .probe = "SELECT value, user, registration, enrolled FROM cards LIMIT 0",
     .way_out = "restore a copy of it, or move it away to begin with nobody",
 };
@@ -143,6 +146,51 @@ std::vector<std::uint64_t> cards_of(SQLite::Database& database, std::int64_t use
   std::vector<std::uint64_t> cards;
   while (row.executeStep()) {
     cards.push_back(static_cast<std::uint64_t>(row.getColumn(0).getInt64()));
+  }
+  return cards;
+}
+
+// LIKE would take % and _ for more than they are.
+std::vector<std::int64_t> found(SQLite::Database& database, const PeopleSearch& search, std::size_t most) {
+  SQLite::Statement row(
+      database,
+      "SELECT id FROM users WHERE id > ?1 AND (?2 = '' OR instr(lower(name), lower(?2)) OR id = ?3 OR "
+      "id = (SELECT user FROM cards WHERE value = ?4)) ORDER BY id LIMIT ?5");
+  row.bind(1, search.after);
+  row.bind(2, search.text);
+  if (const auto number = user_number(search.text); number.has_value()) {
+    row.bind(3, *number);
+  }
+  if (const auto card = card_number(search.text); card.has_value()) {
+    row.bind(4, stored(*card));
+  }
+  row.bind(5, static_cast<std::int64_t>(most));
+  std::vector<std::int64_t> users;
+  while (row.executeStep()) {
+    users.push_back(row.getColumn(0).getInt64());
+  }
+  return users;
+}
+
+std::int64_t card_count(SQLite::Database& database, std::int64_t user) {
+  SQLite::Statement row(database, "SELECT count(*) FROM cards WHERE user = ?");
+  row.bind(1, user);
+  row.executeStep();
+  return row.getColumn(0).getInt64();
+}
+
+std::vector<Card> first_cards(SQLite::Database& database, std::int64_t user, const PeopleSearch& search,
+                              std::size_t most) {
+  SQLite::Statement row(database, "SELECT 1, " CARD_COLUMNS
+                                  " FROM cards WHERE user = ?1 ORDER BY value IS ?2 DESC, value < 0, value LIMIT ?3");
+  row.bind(1, user);
+  if (const auto card = card_number(search.text); card.has_value()) {
+    row.bind(2, stored(*card));
+  }
+  row.bind(3, static_cast<std::int64_t>(most));
+  std::vector<Card> cards;
+  while (row.executeStep()) {
+    cards.push_back(card_of(row));
   }
   return cards;
 }
@@ -259,13 +307,9 @@ void UserWriter::put(const Card& card) {
   card_.exec();
 }
 
-void remove_user(SQLite::Database& database, std::int64_t id) {
-  run_with(database, "DELETE FROM users WHERE id = ?", id);
-}
+void UserWriter::remove_user(std::int64_t id) { run_with(user_removed_, id); }
 
-void remove_card(SQLite::Database& database, std::uint64_t card) {
-  run_with(database, "DELETE FROM cards WHERE value = ?", stored(card));
-}
+void UserWriter::remove_card(std::uint64_t card) { run_with(card_removed_, stored(card)); }
 
 UserWriter::UserWriter(SQLite::Database& database)
     : user_(database, "INSERT INTO users(" USER_COLUMNS
@@ -276,7 +320,9 @@ UserWriter::UserWriter(SQLite::Database& database)
       card_(database, "INSERT INTO cards(" CARD_COLUMNS
                       ", sum) VALUES(?1, ?2, ?3, ?4, row_sum(?1, ?2, ?3, ?4)) ON CONFLICT(value) DO UPDATE SET "
                       "user = excluded.user, registration = excluded.registration, enrolled = excluded.enrolled, "
-                      "sum = excluded.sum") {}
+                      "sum = excluded.sum"),
+      user_removed_(database, "DELETE FROM users WHERE id = ?"),
+      card_removed_(database, "DELETE FROM cards WHERE value = ?") {}
 
 std::vector<std::string> faults(SQLite::Database& database) {
   std::vector<std::string> all;

@@ -50,6 +50,14 @@ std::optional<std::pair<User, bool>> user(SQLite::Database& database, std::int64
 std::optional<Card> card(SQLite::Database& database, std::uint64_t value);
 std::vector<std::uint64_t> cards_of(SQLite::Database& database, std::int64_t user);
 
+// The numbers of the users that a search means, in their order.
+std::vector<std::int64_t> found(SQLite::Database& database, const PeopleSearch& search, std::size_t most);
+
+// How many he has, and the first of them, before these the one that is looked for.
+std::int64_t card_count(SQLite::Database& database, std::int64_t user);
+std::vector<Card> first_cards(SQLite::Database& database, std::int64_t user, const PeopleSearch& search,
+                              std::size_t most);
+
 // Ends with its block, undone unless it was committed; also where SQLite has begun it and then failed for want of
 // memory, which would leave the file locked.
 class Transaction {
@@ -69,21 +77,23 @@ class Transaction {
   SQLite::Database& database_;
 };
 
-// Writes many with statements that are compiled once. Over the one that is there; a card's user must be there.
+// Writes and removes many with statements that are compiled once. Over the one that is there; a card's user must be
+// there, and goes with all of his cards.
 class UserWriter {
  public:
   explicit UserWriter(SQLite::Database& database);
 
   void put(const User& user);
   void put(const Card& card);
+  void remove_user(std::int64_t id);
+  void remove_card(std::uint64_t card);
 
  private:
   SQLite::Statement user_;
   SQLite::Statement card_;
+  SQLite::Statement user_removed_;
+  SQLite::Statement card_removed_;
 };
-
-void remove_user(SQLite::Database& database, std::int64_t id);
-void remove_card(SQLite::Database& database, std::uint64_t card);
 
 // What is not as it was written, a line each.
 std::vector<std::string> faults(SQLite::Database& database);

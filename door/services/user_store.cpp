@@ -3,6 +3,7 @@
 #include <SQLiteCpp/SQLiteCpp.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <exception>
 #include <functional>
@@ -62,6 +63,7 @@ struct UserStore::Impl {
   std::mutex mutex;                          // guards the next two; its holder may wait for the disk
   std::optional<SQLite::Database> database;  // empty without a file, or once sealed
   std::vector<Entry> notes;                  // of the change that is being made
+  std::atomic<std::uint64_t> changes = 0;    // that were written; any thread reads it
 
   std::mutex memory_mutex;  // guards the rest; taken after the other one; its holder does not wait for the disk
   UserMemory memory;
@@ -82,6 +84,11 @@ struct UserStore::Impl {
   template <typename Action>
   auto with(Action action) {
     const std::lock_guard lock(mutex);
+    return with_lock(action);
+  }
+
+  template <typename Action>
+  auto with_lock(Action action) {
     const refhost::StoreWatch::Use use(watch, "users and cards");
     return named([&] { return database.has_value() ? action(*database) : decltype(action(*database))(); });
   }
@@ -95,6 +102,7 @@ struct UserStore::Impl {
       notes.clear();
       auto result = action(open);
       transaction.commit();
+      ++changes;
       tell_of_change();
       try {
         learn(open, result);
@@ -118,6 +126,9 @@ struct UserStore::Impl {
   }
 
   void load(SQLite::Database& open);
+  void load_instead(SQLite::Database& open);
+  void look(const std::function<void(SQLite::Database&)>& read);
+  void learn(const PeopleChange& change);
   void note(std::vector<Entry> more) { std::ranges::move(more, std::back_inserter(notes)); }
   void tell_of_change();
   std::optional<User> held(std::uint64_t card);
@@ -144,9 +155,45 @@ void UserStore::Impl::load(SQLite::Database& open) {
       open, [&](std::uint64_t card, std::int64_t user, bool is_right) { fresh.add_card(card, user, is_right); });
   auto fresh_schedules = std::make_shared<const Schedules>(rows::schedules(open));
   const std::lock_guard lock(memory_mutex);
-  memory = std::move(fresh);
+  std::swap(memory, fresh);  // the one before goes when nobody waits for the lock any more
   schedules = std::move(fresh_schedules);
   is_loaded = is_owner;
+}
+
+// With the mutex held.
+void UserStore::Impl::look(const std::function<void(SQLite::Database&)>& read) {
+  with_lock([&](SQLite::Database& open) {
+    const rows::Transaction transaction(open, rows::Transaction::For::reading);
+    read(open);
+    return true;
+  });
+}
+
+// The same in place of what is known. Until it is there, the one before answers; whoever has made the change waits.
+void UserStore::Impl::load_instead(SQLite::Database& open) {
+  try {
+    load(open);
+  } catch (...) {
+    const std::lock_guard lock(memory_mutex);
+    is_loaded = false;
+    throw;
+  }
+}
+
+// With memory_mutex held. A card that another has got by now does not go with its user.
+void UserStore::Impl::learn(const PeopleChange& change) {
+  for (const auto& user : change.users) {
+    memory.add_user(user, true);
+  }
+  for (const auto& card : change.cards) {
+    memory.add_card(card.value, card.user, true);
+  }
+  for (const auto card : change.cards_removed) {
+    memory.remove_card(card);
+  }
+  for (const auto id : change.users_removed) {
+    memory.remove_user(id);
+  }
 }
 
 // With memory_mutex held.
@@ -367,7 +414,7 @@ std::optional<UserStore::Removed> UserStore::remove_user(std::int64_t id) {
     }
     Removed removed{.user = stored->first, .cards = rows::cards_of(open, id)};
     impl_->note(notes_of_removal(removed.user, removed.cards));
-    rows::remove_user(open, id);
+    rows::UserWriter(open).remove_user(id);
     return removed;
   };
   return impl_->change_few(write, [&](const auto&) { impl_->memory.remove_user(id); });
@@ -379,7 +426,7 @@ std::optional<Card> UserStore::remove_card(std::uint64_t value) {
     if (stored.has_value()) {
       impl_->note({card_change("removed", value, stored->user)});
     }
-    rows::remove_card(open, value);
+    rows::UserWriter(open).remove_card(value);
     return stored;
   };
   return impl_->change_few(write, [&](const auto&) { impl_->memory.remove_card(value); });
@@ -406,13 +453,13 @@ People all_people(SQLite::Database& open) {
 }
 
 void write_all(SQLite::Database& open, const PeopleChange& change) {
+  rows::UserWriter writer(open);
   for (const auto card : change.cards_removed) {
-    rows::remove_card(open, card);
+    writer.remove_card(card);
   }
   for (const auto id : change.users_removed) {
-    rows::remove_user(open, id);
+    writer.remove_user(id);
   }
-  rows::UserWriter writer(open);
   for (const auto& user : change.users) {
     writer.put(user);
   }
@@ -432,14 +479,43 @@ void UserStore::change_all(const std::function<PeopleChange(const People&)>& pla
     write_all(open, change);
     return true;
   };
-  impl_->change(write, [this](SQLite::Database& open, bool) {
-    {
-      const std::lock_guard lock(impl_->memory_mutex);
-      impl_->is_loaded = false;
+  impl_->change(write, [this](SQLite::Database& open, bool) { impl_->load_instead(open); });
+}
+
+void UserStore::rewrite(const std::function<Rewritten(SQLite::Database&)>& write) {
+  const auto write_and_note = [&](SQLite::Database& open) {
+    auto done = write(open);
+    impl_->note(std::move(done.notes));
+    return done;
+  };
+  impl_->change(write_and_note, [this](SQLite::Database& open, const Rewritten& done) {
+    if (done.is_much) {
+      impl_->load_instead(open);
+      return;
     }
-    impl_->load(open);
+    const std::lock_guard lock(impl_->memory_mutex);
+    if (std::exchange(impl_->is_loaded, false)) {
+      impl_->learn(done.people);
+      impl_->schedules = done.schedules != nullptr ? done.schedules : impl_->schedules;
+      impl_->is_loaded = true;
+    }
   });
 }
+
+void UserStore::look(const std::function<void(SQLite::Database&)>& read) const {
+  const std::lock_guard lock(impl_->mutex);
+  impl_->look(read);
+}
+
+bool UserStore::look_unless_busy(const std::function<void(SQLite::Database&)>& read) const {
+  const std::unique_lock lock(impl_->mutex, std::try_to_lock);
+  if (lock.owns_lock()) {
+    impl_->look(read);
+  }
+  return lock.owns_lock();
+}
+
+std::uint64_t UserStore::changes() const { return impl_->changes; }
 
 People UserStore::people() const {
   return impl_->with([](SQLite::Database& open) {
@@ -487,6 +563,26 @@ std::optional<User> UserStore::user(std::int64_t id) const {
   return impl_->with([id](SQLite::Database& open) {
     auto found = rows::user(open, id);
     return found.has_value() ? std::optional(std::move(found->first)) : std::nullopt;
+  });
+}
+
+FoundPeople UserStore::find(const PeopleSearch& search) const {
+  return impl_->with([&search](SQLite::Database& open) {
+    const rows::Transaction transaction(open, rows::Transaction::For::reading);  // all as of one moment
+    auto ids = rows::found(open, search, search.most + 1);
+    FoundPeople found{.more = ids.size() > search.most};
+    ids.resize(std::min(ids.size(), search.most));
+    for (const auto id : ids) {
+      auto [user, is_right] = rows::user(open, id).value();
+      auto first = rows::first_cards(open, id, search, FoundPeople::kMostCards);
+      for (auto& card : first) {
+        card.enrolled = with_zone(card.enrolled);
+      }
+      found.users.push_back({std::move(user), rows::card_count(open, id), std::move(first), is_right});
+    }
+    found.all_users = open.execAndGet("SELECT count(*) FROM users");
+    found.all_cards = open.execAndGet("SELECT count(*) FROM cards");
+    return found;
   });
 }
 

@@ -18,6 +18,10 @@
 #include "door/services/user.h"
 #include "refhost/store_report.h"
 
+namespace SQLite {
+class Database;
+}
+
 namespace achost {
 
 // Who may open: kept in the SQLite file users.db, and in memory for those who ask whose a card is. Every change is
@@ -84,6 +88,26 @@ class UserStore {
   // throws; so does this then.
   void change_all(const std::function<PeopleChange(const People&)>& plan);
 
+  // What came of a change of the rows themselves.
+  struct Rewritten {
+    std::vector<Entry> notes = {};
+    PeopleChange people = {};                         // made and given first, then removed
+    bool is_much = false;                             // more than the people above tell of
+    std::shared_ptr<const Schedules> schedules = {};  // null: they are as before
+  };
+
+  // In one transaction, for what is more than the other operations tell of: hand over the database, and learn what the
+  // function has made of it. Whoever asks whose a card is waits for nothing meanwhile. Nothing is done when the
+  // function throws; so does this then.
+  void rewrite(const std::function<Rewritten(SQLite::Database&)>& write);
+
+  // Hand over the database as of one moment. The second: false, with nothing done, while somebody else uses it.
+  void look(const std::function<void(SQLite::Database&)>& read) const;
+  bool look_unless_busy(const std::function<void(SQLite::Database&)>& read) const;
+
+  // How many changes there were since the opening; of its owner.
+  std::uint64_t changes() const;
+
   // The schedules; its owner answers from memory, and waits for nobody's writing.
   std::shared_ptr<const Schedules> schedules() const;
 
@@ -105,6 +129,9 @@ class UserStore {
   std::vector<std::pair<User, std::int64_t>> users_with_cards() const;  // with how many
   std::vector<Card> cards() const;
   std::optional<User> user(std::int64_t id) const;
+
+  // A part of them, for a screen.
+  FoundPeople find(const PeopleSearch& search) const;
 
   // Called with what the journal is to know of a change, once that is on the disk, in the order of the changes, on the
   // thread that made it. It must not call this store. To be set before other threads use the store.

@@ -320,7 +320,7 @@ TEST(Achost, WithoutASubcommandIsWrongUsage) {
   EXPECT_EQ(result.status, 2);
   EXPECT_EQ(result.err,
             "achost: give a command: run, config, status, events, door, gpio, rex, enroll, field, health, recording, "
-            "journal, why, audit, user, card, schedule, check, backup, restore; see "
+            "journal, why, audit, user, card, schedule, desired, check, backup, restore; see "
             "achost --help\n");
 }
 

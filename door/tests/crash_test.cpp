@@ -15,6 +15,8 @@
 
 #include "door/journal/entry_code.h"
 #include "door/journal/journal.h"
+#include "door/services/desired_rows.h"
+#include "door/services/desired_state.h"
 #include "door/services/user_store.h"
 #include "door/tests/disk_recorder.h"
 #include "refhost/audit_log.h"
@@ -34,8 +36,19 @@ struct Content {
   std::string records;
   std::string users;
   std::string settings;
-  std::string journal;  // a line each
+  std::string together;  // users, settings, and which document of what the door is to be like both are of
+  std::string journal;   // a line each
 };
+
+std::string revision_of(const UserStore& users) {
+  std::string revision;
+  users.look([&](SQLite::Database& open) {
+    if (const auto desired = rows::desired(open)) {
+      revision = std::to_string(desired->revision) + " ";
+    }
+  });
+  return revision;
+}
 
 Content stored(const std::filesystem::path& directory) {
   Content content;
@@ -56,6 +69,7 @@ Content stored(const std::filesystem::path& directory) {
       content.settings.append(setting.key).append("=").append(value).append(" ");
     }
   }
+  content.together = revision_of(users) + content.users + content.settings;
   Journal::read(directory, {}, [&](const JournalEntry& entry) {
     content.journal += std::to_string(entry.number) + "=" + std::to_string(entry.entry.user.value_or(0)) + ":" +
                        json_of_fields(entry.entry.fields).substr(0, 20) + "\n";
@@ -109,6 +123,7 @@ class Story {
     append("the last");
     use_users(400);
     use_settings(800);
+    take_documents();
     close_all();
   }
 
@@ -191,6 +206,22 @@ class Story {
     });
   }
 
+  // Users and settings, which are in two files, as a whole.
+  void take_documents() {
+    DesiredState state(*users_, access_to(*settings_));
+    for (int revision = 1; revision <= 6; ++revision) {
+      const auto text = std::to_string(revision);
+      DesiredReader reader("a document", DesiredReader::Form::whole);
+      reader.take("{\"setting\": \"uhf.read_interval\", \"value\": \"90" + text + "\"}\n");
+      for (int user = revision; user < 50; user += 2) {
+        reader.take("{\"user\": " + std::to_string(user) + ", \"name\": \"" + std::string(100, 'y') + text +
+                    "\", \"cards\": [" + std::to_string(1000 + user) + "]}\n");
+      }
+      const auto document = std::move(reader).result();
+      acknowledge([&] { state.take(document, revision, std::nullopt); });
+    }
+  }
+
   // What it has done counts once a later transaction is on the disk.
   void remove_oldest() {
     acknowledge([this] {
@@ -225,8 +256,9 @@ std::vector<std::string> faults_of(const std::filesystem::path& directory, const
   try {
     {
       const AuditLog log(directory);
-      const UserStore users(directory, UserStore::Access::read_write);
-      const SettingsStore settings(directory, SettingsStore::Access::read_write);
+      UserStore users(directory, UserStore::Access::read_write);
+      SettingsStore settings(directory, SettingsStore::Access::read_write);
+      DesiredState(users, access_to(settings)).put_back();
       const Journal journal(directory);
       for (const auto& found : {log.faults(), users.faults(), settings.faults(), journal.faults()}) {
         faults.insert(faults.end(), found.begin(), found.end());
@@ -237,7 +269,7 @@ std::vector<std::string> faults_of(const std::filesystem::path& directory, const
       faults.insert(faults.end(), report.faults.begin(), report.faults.end());
     }
     const auto found = stored(directory);
-    for (const auto text : {&Content::records, &Content::users, &Content::settings}) {
+    for (const auto text : {&Content::records, &Content::users, &Content::settings, &Content::together}) {
       if (found.*text != before.*text && found.*text != after.*text) {
         faults.push_back("found \"" + found.*text + "\", not \"" + before.*text + "\" or \"" + after.*text + "\"");
       }

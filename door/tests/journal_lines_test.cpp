@@ -136,6 +136,7 @@ TEST(JournalLinesTest, EachKindIsASentence) {
             "ana (achost-web) set line 3 to 1");
   EXPECT_EQ(command({{"what", "relay_test"}, {"relay", std::int64_t{2}}}), "ana (achost-web) tried relay 2");
   EXPECT_EQ(command({{"what", "borrow"}}), "ana (achost-web) borrowed the reader");
+  EXPECT_EQ(command({{"what", "try_power"}, {"power", "21.00 dBm"}}), "ana (achost-web) tries powers, first 21.00 dBm");
   EXPECT_EQ(command({{"what", "restore"}}), "ana (achost-web) put a backup in place of what is stored");
   EXPECT_EQ(sentence({.kind = Kind::audit, .fields = {{"audit", std::int64_t{12}}, {"type", "config"}}}),
             "audit log record 12 (config)");

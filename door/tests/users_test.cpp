@@ -51,6 +51,52 @@ TEST_F(Users, AUserKeepsHisCardsWhenRenamed) {
   EXPECT_EQ(users.owner_of(33), 7);
 }
 
+std::vector<std::int64_t> numbers_of(const FoundPeople& found) {
+  std::vector<std::int64_t> numbers;
+  for (const auto& one : found.users) {
+    numbers.push_back(one.user.id);
+  }
+  return numbers;
+}
+
+TEST_F(Users, AreFoundByNameByNumberAndByCard) {
+  users.put({7, "Ana"});
+  users.put({8, "100 % Anatol"});
+  users.bind(9, 33, "");
+  users.bind(kHighest, 34, "r");
+  EXPECT_EQ(numbers_of(users.find({})), (std::vector<std::int64_t>{7, 8, 33, 34}));
+  EXPECT_EQ(numbers_of(users.find({.text = "aNa"})), (std::vector<std::int64_t>{7, 8}));
+  EXPECT_EQ(numbers_of(users.find({.text = "%"})), (std::vector<std::int64_t>{8}));
+  EXPECT_EQ(numbers_of(users.find({.text = "7"})), (std::vector<std::int64_t>{7}));
+  EXPECT_EQ(numbers_of(users.find({.text = "0x9"})), (std::vector<std::int64_t>{33}));
+  EXPECT_EQ(numbers_of(users.find({.text = std::to_string(kHighest)})), (std::vector<std::int64_t>{34}));
+  EXPECT_TRUE(users.find({.text = "nobody"}).users.empty());
+}
+
+TEST_F(Users, AreFoundInParts) {
+  for (int id = 1; id <= 5; ++id) {
+    users.put({id, ""});
+  }
+  const auto first = users.find({.most = 3});
+  EXPECT_EQ(numbers_of(first), (std::vector<std::int64_t>{1, 2, 3}));
+  EXPECT_TRUE(first.more);
+  EXPECT_EQ(first.all_users, 5);
+  const auto rest = users.find({.after = 3, .most = 2});
+  EXPECT_EQ(numbers_of(rest), (std::vector<std::int64_t>{4, 5}));
+  EXPECT_FALSE(rest.more);
+}
+
+TEST_F(Users, WhoIsFoundHasTheFirstOfHisCardsAndTheOneThatWasLookedFor) {
+  for (std::uint64_t card = 100; card < 150; ++card) {
+    users.bind(card, 7, "");
+  }
+  const auto found = users.find({.text = "149"}).users.at(0);
+  EXPECT_EQ(found.cards, 50);
+  ASSERT_EQ(found.first.size(), FoundPeople::kMostCards);
+  EXPECT_EQ(found.first[0].value, 149U);
+  EXPECT_EQ(found.first[1].value, 100U);
+}
+
 TEST_F(Users, CardsGoWithTheirUser) {
   users.bind(33, 7, "");
   users.bind(34, 8, "");
