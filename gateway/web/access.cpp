@@ -15,7 +15,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "gateway/web/state_file.h"
+#include "gateway/base/state_file.h"
 
 namespace web {
 namespace {
@@ -62,7 +62,7 @@ class Lock {
       const std::string reason = std::strerror(errno);
       throw std::runtime_error("cannot lock " + (directory / "access.lock").string() + ": " + reason);
     }
-    give_to_owner_of(directory, fd_);
+    gateway::give_to_owner_of(directory, fd_);
   }
   ~Lock() { close(fd_); }
   Lock(const Lock&) = delete;
@@ -210,7 +210,7 @@ void Access::write(const Grants& grants) const {
   for (const auto& [kind, role, hash, until, name] : grants) {
     all.push_back({{"kind", kind}, {"role", name_of(role)}, {"hash", hash}, {"until", until}, {"name", name}});
   }
-  replace_file(file(), all.dump(1) + "\n");
+  gateway::replace_file(file(), all.dump(1) + "\n");
 }
 
 }  // namespace web

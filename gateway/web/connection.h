@@ -9,6 +9,7 @@
 #include <boost/beast/core/tcp_stream.hpp>
 #include <boost/beast/http/parser.hpp>
 #include <boost/beast/ssl/ssl_stream.hpp>
+#include <functional>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -75,8 +76,14 @@ class Connection : public std::enable_shared_from_this<Connection<Stream>> {
     places_->wait(place_);
     Parser parser;
     parser.header_limit(Server::kLongestHeader);
-    parser.body_limit(Site::kLongestBody);
-    const error_code failure = co_await receive(parser);
+    parser.body_limit(Site::kLongestUpload);
+    error_code failure = co_await receive_header(parser);
+    typename Site::Admission admission;
+    if (!failure) {
+      admission = site_.admit(parser.get(), address_, kIsSafe);
+      place_->is_known = place_->is_known || admission.visitor.role.has_value();
+      failure = co_await receive_body(parser, admission.upload != nullptr);
+    }
     place_->waits = false;
     if (failure) {
       if (const auto status = status_of(failure); status != http::status::unknown) {
@@ -85,12 +92,12 @@ class Connection : public std::enable_shared_from_this<Connection<Stream>> {
       }
       co_return false;
     }
-    const bool goes_on = co_await respond(parser.get());
+    const bool goes_on = co_await respond(parser.get(), admission);
     co_return goes_on;
   }
 
   // Its beginning may be long in coming, the rest not.
-  net::awaitable<error_code> receive(Parser& parser) {
+  net::awaitable<error_code> receive_header(Parser& parser) {
     error_code failure;
     if (buffer_.size() == 0) {
       lowest().expires_after(patience_.idle);
@@ -100,7 +107,24 @@ class Connection : public std::enable_shared_from_this<Connection<Stream>> {
     }
     if (!failure) {
       lowest().expires_after(patience_.request);
+      co_await http::async_read_header(stream_, buffer_, parser, net::redirect_error(net::use_awaitable, failure));
+    }
+    co_return failure;
+  }
+
+  // What is short has to come within the time that began with its header; what is long is to go on coming.
+  net::awaitable<error_code> receive_body(Parser& parser, bool is_upload) {
+    error_code failure;
+    if (!is_upload) {
+      if (parser.content_length().value_or(0) > Site::kLongestBody) {
+        co_return http::make_error_code(http::error::body_limit);
+      }
+      parser.body_limit(Site::kLongestBody);
       co_await http::async_read(stream_, buffer_, parser, net::redirect_error(net::use_awaitable, failure));
+    }
+    while (!failure && !parser.is_done()) {
+      lowest().expires_after(patience_.request);
+      co_await http::async_read_some(stream_, buffer_, parser, net::redirect_error(net::use_awaitable, failure));
     }
     co_return failure;
   }
@@ -118,15 +142,17 @@ class Connection : public std::enable_shared_from_this<Connection<Stream>> {
     return is_of_parser && !is_cut_off ? http::status::bad_request : http::status::unknown;
   }
 
-  net::awaitable<bool> respond(const Request& request) {
-    auto admission = site_.admit(request, address_, kIsSafe);
-    place_->is_known = place_->is_known || admission.visitor.role.has_value();
-    if (!admission.refused.has_value() && !admission.route->answer) {
-      const bool is_told = co_await tell_live(request, admission.visitor);
+  net::awaitable<bool> respond(const Request& request, typename Site::Admission& admission) {
+    if (!admission.refused.has_value() && admission.route->show != nullptr) {
+      const bool is_told = co_await tell_live(request, admission);
       if (is_told) {
         co_return false;
       }
       admission.refused = refusal(http::status::service_unavailable, "too many look on already");
+    }
+    if (!admission.refused.has_value() && admission.route->pass) {
+      co_await pass_on(admission.route->pass(request, admission.visitor));
+      co_return false;
     }
     Response response;
     if (admission.refused.has_value()) {
@@ -156,21 +182,25 @@ class Connection : public std::enable_shared_from_this<Connection<Stream>> {
     co_return !failure;
   }
 
+  static std::string text_of_header(const Response& response) {
+    std::ostringstream header;
+    header << response.base();
+    return header.str();
+  }
+
   // Events until somebody has enough; false when there is no room for one more.
-  net::awaitable<bool> tell_live(const Request& request, const Visitor& visitor) {
-    const auto onlooker = site_.live().look_on(view_of(request["Last-Event-ID"]));
+  net::awaitable<bool> tell_live(const Request& request, const typename Site::Admission& admission) {
+    Show& show = *admission.route->show;
+    const auto onlooker = show.look_on(view_of(request["Last-Event-ID"]));
     if (onlooker == nullptr) {
       co_return false;
     }
-    watch_for_end(onlooker);
+    watch_for_end([onlooker] { onlooker->end(); });
     Response response = web::answer(http::status::ok, "text/event-stream", "");
     response.keep_alive(false);
-    std::ostringstream header;
-    header << response.base();
-    const auto now = co_await site_.live().status();
-    std::string text = header.str() + Live::event_of(*now);
+    std::string text = text_of_header(response) + co_await show.beginning();
     bool is_there = co_await write(text);
-    while (is_there && site_.may_look(visitor)) {
+    while (is_there && site_.may_look(admission.visitor)) {
       const auto next = co_await onlooker->next(kSignOfLife);
       is_there = next.has_value();
       if (is_there) {
@@ -178,15 +208,59 @@ class Connection : public std::enable_shared_from_this<Connection<Stream>> {
         is_there = co_await write(text);
       }
     }
-    site_.live().leave(onlooker);
+    show.leave(onlooker);
     co_return true;
   }
 
+  // Piece after piece, each when he has taken the one before. What fails midway breaks off, so that nobody takes it for
+  // all.
+  net::awaitable<void> pass_on(Passing passing) {
+    const auto hangup = std::make_shared<gateway::Hangup>();
+    watch_for_end([hangup] { hangup->now(); });
+    bool has_begun = false;
+    const gateway::Daemon::Take take = [&](std::string text) -> net::awaitable<bool> {
+      bool is_there = std::exchange(has_begun, true) || co_await begin_file(passing);
+      is_there = is_there && (text.empty() || co_await write(chunk_of(text)));
+      co_return is_there;
+    };
+    Response response;
+    bool is_whole = false;
+    try {
+      const Json answer = co_await site_.daemon().talk(passing.talk, take, *hangup);
+      response = json_answer(answer);
+      is_whole = true;
+    } catch (const std::exception&) {
+      response = Site::answer_of_failure();
+    }
+    if (is_whole && !passing.file.empty()) {
+      const bool is_there = co_await take("");
+      if (is_there) {
+        co_await write("0\r\n\r\n");
+      }
+    } else if (!has_begun) {
+      co_await send(response, false);
+    }
+  }
+
+  static std::string chunk_of(const std::string& text) {
+    std::ostringstream size;
+    size << std::hex << text.size();
+    return size.str() + "\r\n" + text + "\r\n";
+  }
+
+  net::awaitable<bool> begin_file(const Passing& passing) {
+    Response response = web::answer(http::status::ok, passing.type, "");
+    response.set(http::field::content_disposition, "attachment; filename=\"" + passing.file + "\"");
+    response.chunked(true);
+    response.keep_alive(false);
+    co_return co_await write(text_of_header(response));
+  }
+
   // Who looks on says nothing more: whatever comes is his end.
-  void watch_for_end(const std::shared_ptr<Onlooker>& onlooker) {
+  void watch_for_end(std::function<void()> end) {
     lowest().expires_never();
-    stream_.async_read_some(buffer_.prepare(1), [self = this->shared_from_this(), onlooker](
-                                                    const error_code&, std::size_t) { onlooker->end(); });
+    stream_.async_read_some(buffer_.prepare(1), [self = this->shared_from_this(), end = std::move(end)](
+                                                    const error_code&, std::size_t) { end(); });
   }
 
   // What he still sends is taken for a while: closed upon unread bytes, the connection would take the answer with it.

@@ -18,7 +18,7 @@ net::awaitable<void> wait_for(net::steady_timer& timer) {
   co_await timer.async_wait(net::redirect_error(net::use_awaitable, ended));
 }
 
-Latest::Latest(net::io_context& context, Daemon& daemon, std::string command)
+Latest::Latest(net::io_context& context, gateway::Daemon& daemon, std::string command)
     : daemon_(daemon), command_(std::move(command)), answered_(context, kNever) {}
 
 net::awaitable<std::shared_ptr<const Snapshot>> Latest::get() {

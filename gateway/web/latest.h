@@ -8,7 +8,8 @@
 #include <optional>
 #include <string>
 
-#include "gateway/web/daemon.h"
+#include "gateway/base/daemon.h"
+#include "gateway/web/http.h"
 
 namespace web {
 
@@ -23,12 +24,12 @@ struct Snapshot {
 // context.
 class Latest {
  public:
-  Latest(net::io_context& context, Daemon& daemon, std::string command);
+  Latest(net::io_context& context, gateway::Daemon& daemon, std::string command);
 
   net::awaitable<std::shared_ptr<const Snapshot>> get();
 
  private:
-  Daemon& daemon_;
+  gateway::Daemon& daemon_;
   const std::string command_;
   std::shared_ptr<const Snapshot> latest_;
   bool is_asking_ = false;

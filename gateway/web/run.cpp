@@ -11,8 +11,8 @@
 #include <stdexcept>
 
 #include "cli/failure.h"
+#include "gateway/base/state_file.h"
 #include "gateway/web/server.h"
-#include "gateway/web/state_file.h"
 
 namespace web {
 namespace {
@@ -63,9 +63,11 @@ void run(const Options& options) {
   auto safety = safety_of(options);
   Access access(options.state);
   net::io_context context(1);
-  Daemon daemon(context, options.daemon);
+  gateway::Daemon daemon(context, options.daemon);
   Live live(context, daemon);
-  Site site(context, access, live, daemon, names);
+  Traffic traffic(context, daemon);
+  Field field(context, daemon);
+  Site site(context, access, live, traffic, field, daemon, names);
   Server server(context, site, place, safety.has_value() ? &*safety : nullptr);
   net::signal_set signals(context, SIGINT, SIGTERM);
   signals.async_wait([&context](const boost::system::error_code&, int) { context.stop(); });
@@ -74,9 +76,12 @@ void run(const Options& options) {
   if (access.is_new()) {
     tell("the first link, for 15 minutes: " + link_at(base, access, Role::admin, "the installer"));
   }
-  replace_file(options.state / kPlaceFile, base + "\n");
+  gateway::replace_file(options.state / kPlaceFile, base + "\n");
   net::co_spawn(context, live.tell_status(), net::detached);
   net::co_spawn(context, live.tell_entries(), net::detached);
+  net::co_spawn(context, field.tell(), net::detached);
+  net::co_spawn(context, traffic.tell_messages(), net::detached);
+  net::co_spawn(context, traffic.tell_frames(), net::detached);
   net::co_spawn(context, server.accept_all(), net::detached);
   context.run();
 }

@@ -71,10 +71,12 @@ std::optional<Response> refused_by_role(Role least, const Visitor& visitor) {
 
 }  // namespace
 
-Site::Site(net::io_context& context, Access& access, Live& live, Daemon& daemon, std::vector<std::string> names,
-           RateLimit limit)
+Site::Site(net::io_context& context, Access& access, Live& live, Traffic& traffic, Field& field,
+           gateway::Daemon& daemon, std::vector<std::string> names, gateway::RateLimit limit)
     : access_(access),
       live_(live),
+      traffic_(traffic),
+      field_(field),
       daemon_(daemon),
       figures_(context, daemon, "figures"),
       names_(std::move(names)),
@@ -84,27 +86,63 @@ Site::Site(net::io_context& context, Access& access, Live& live, Daemon& daemon,
 std::vector<Route> Site::routes() {
   using Visitors = const Visitor&;
   using Requests = const Request&;
+  const auto csv = [](Requests, Visitors) {
+    return Passing{.talk = {.request = {{"command", "user_export"}, {"format", "csv"}}},
+                   .type = "text/csv; charset=utf-8",
+                   .file = "people.csv"};
+  };
+  const auto recording = [](Requests, Visitors) {
+    return Passing{.talk = {.request = {{"command", "recording"}}}, .type = "text/plain", .file = "door.uhfrec"};
+  };
   std::vector<Route> all = {
-      {http::verb::get,
-       "/api/session",
-       {},
-       [](Requests, Visitors visitor) -> net::awaitable<Response> { co_return session_answer(visitor.role); }},
-      {http::verb::post,
-       "/api/session",
-       {},
-       [this](Requests request, Visitors visitor) { return enter(request, visitor); }},
-      {http::verb::delete_, "/api/session", Role::metrics,
-       [this](Requests, Visitors visitor) { return leave(visitor); }},
-      {http::verb::get, "/api/status", Role::view, [this](Requests, Visitors) { return status(); }},
-      {http::verb::get, "/api/events", Role::view, nullptr},
-      {http::verb::post, "/api/command", Role::view,
-       [this](Requests request, Visitors visitor) { return command(request, visitor); }},
-      {http::verb::get, "/metrics", Role::metrics, [this](Requests request, Visitors) { return metrics(request); }},
+      {.verb = http::verb::get,
+       .path = "/api/session",
+       .answer = [](Requests, Visitors visitor) -> net::awaitable<Response> {
+         co_return session_answer(visitor.role);
+       }},
+      {.verb = http::verb::post,
+       .path = "/api/session",
+       .answer = [this](Requests request, Visitors visitor) { return enter(request, visitor); }},
+      {.verb = http::verb::delete_,
+       .path = "/api/session",
+       .least = Role::metrics,
+       .answer = [this](Requests, Visitors visitor) { return leave(visitor); }},
+      {.verb = http::verb::get,
+       .path = "/api/status",
+       .least = Role::view,
+       .answer = [this](Requests, Visitors) { return status(); }},
+      {.verb = http::verb::get, .path = "/api/events", .least = Role::view, .show = &live_},
+      {.verb = http::verb::get, .path = "/api/traffic", .least = Role::view, .show = &traffic_},
+      {.verb = http::verb::get, .path = "/api/field", .least = Role::view, .show = &field_},
+      {.verb = http::verb::get, .path = "/api/recording", .least = Role::view, .pass = recording},
+      {.verb = http::verb::get, .path = "/api/people", .least = Role::view, .pass = csv},
+      {.verb = http::verb::post,
+       .path = "/api/people",
+       .least = Role::admin,
+       .answer = [this](Requests request, Visitors visitor) { return take_people(request, visitor, "user_import"); },
+       .takes_upload = true},
+      {.verb = http::verb::post,
+       .path = "/api/people/plan",
+       .least = Role::admin,
+       .answer = [this](Requests request, Visitors visitor) { return take_people(request, visitor, "user_plan"); },
+       .takes_upload = true},
+      {.verb = http::verb::post,
+       .path = "/api/enrollment",
+       .least = Role::admin,
+       .pass = [this](Requests request, Visitors visitor) { return enrollment(request, visitor); }},
+      {.verb = http::verb::post,
+       .path = "/api/command",
+       .least = Role::view,
+       .answer = [this](Requests request, Visitors visitor) { return command(request, visitor); }},
+      {.verb = http::verb::get,
+       .path = "/metrics",
+       .least = Role::metrics,
+       .answer = [this](Requests request, Visitors) { return metrics(request); }},
   };
   for (const Part& part : page()) {
-    all.push_back({http::verb::get, part.path, {}, [&part](Requests, Visitors) -> net::awaitable<Response> {
-                     co_return page_answer(part);
-                   }});
+    all.push_back({.verb = http::verb::get,
+                   .path = part.path,
+                   .answer = [&part](Requests, Visitors) -> net::awaitable<Response> { co_return page_answer(part); }});
   }
   return all;
 }
@@ -154,7 +192,7 @@ Site::Admission Site::admit(const Request& request, const std::string& address, 
   visitor = {address, is_safe, secret_of(request), {}};
   visitor.role = access_.role_of_secret(visitor.secret, now());
   // Who has a session does not wait for others at the same address.
-  if (!limit_.take(visitor.role.has_value() ? visitor.secret : address, RateLimit::Time::clock::now())) {
+  if (!limit_.take(visitor.role.has_value() ? visitor.secret : address, gateway::RateLimit::Time::clock::now())) {
     admission.refused = refusal(http::status::too_many_requests, "too many requests: wait a second");
     admission.refused->set(http::field::retry_after, "1");
     admission.refused->keep_alive(false);
@@ -167,6 +205,12 @@ Site::Admission Site::admit(const Request& request, const std::string& address, 
           admission.route->least.has_value() ? refused_by_role(*admission.route->least, visitor) : std::nullopt;
     }
   }
+  if (!admission.refused.has_value() && admission.route->takes_upload) {
+    if (!upload_.expired()) {
+      admission.refused = refusal(http::status::service_unavailable, "another import is on its way: try again");
+    }
+    upload_ = admission.upload = std::make_shared<int>();
+  }
   return admission;
 }
 
@@ -175,16 +219,24 @@ bool Site::may_look(const Visitor& visitor) {
   return role.has_value() && *role >= Role::view;
 }
 
+Response Site::answer_of_failure() {
+  try {
+    throw;
+  } catch (const gateway::NoDaemon& failure) {
+    return refusal(http::status::service_unavailable, failure.what());
+  } catch (const gateway::Refused& failure) {
+    return json_answer({{"error", failure.what()}, {"status", failure.status()}}, http::status::unprocessable_entity);
+  } catch (const std::exception& failure) {
+    return refusal(http::status::internal_server_error, failure.what());
+  }
+}
+
 net::awaitable<Response> Site::answer(const Admission& admission, const Request& request) {
   Response response;
   try {
     response = co_await admission.route->answer(request, admission.visitor);
-  } catch (const NoDaemon& failure) {
-    response = refusal(http::status::service_unavailable, failure.what());
-  } catch (const Refused& failure) {
-    response = refusal(http::status::unprocessable_entity, failure.what());
-  } catch (const std::exception& failure) {
-    response = refusal(http::status::internal_server_error, failure.what());
+  } catch (const std::exception&) {
+    response = answer_of_failure();
   }
   co_return response;
 }
@@ -223,17 +275,51 @@ net::awaitable<Response> Site::metrics(const Request& request) {
 
 net::awaitable<Response> Site::command(const Request& request, const Visitor& visitor) {
   Json wanted = object_in(request);
-  const auto least = role_for(text_in(wanted, "command"));
-  if (!least.has_value()) {
+  const auto known = command_of(text_in(wanted, "command"));
+  if (!known.has_value()) {
     co_return refusal(http::status::bad_request, "there is no such command here: there are " + commands_text());
   }
-  if (auto refused = refused_by_role(*least, visitor)) {
+  if (auto refused = refused_by_role(known->least, visitor)) {
     co_return std::move(*refused);
   }
-  const std::string name = access_.name_of_secret(visitor.secret);
-  wanted["on_behalf_of"] = (name.empty() ? "somebody" : name) + " at " + visitor.address;
-  const Json answer = co_await daemon_.ask(wanted);
+  wanted = on_behalf(visitor, std::move(wanted));
+  const Json answer = co_await daemon_.ask(wanted, known->patience);
   co_return json_answer(answer);
+}
+
+// The journal keeps who it was.
+Json Site::on_behalf(const Visitor& visitor, Json request) {
+  const std::string name = access_.name_of_secret(visitor.secret);
+  request["on_behalf_of"] = (name.empty() ? "somebody" : name) + " at " + visitor.address;
+  return request;
+}
+
+// A table of people: what would become of whom, or what has. A screen has no use for all of a long list.
+net::awaitable<Response> Site::take_people(const Request& request, const Visitor& visitor, const char* command) {
+  static constexpr std::size_t kMostText = std::size_t{16} * 1024;
+  const auto target = view_of(request.target());
+  gateway::Daemon::Talk talk{.request = on_behalf(visitor, {{"command", command}}), .bytes = request.body()};
+  for (const char* option : {"replace", "move"}) {
+    talk.request[option] = target.find(std::string(option) + "=1") != target.npos;
+  }
+  std::string text;
+  const gateway::Daemon::Take take = [&text](std::string piece) -> net::awaitable<bool> {
+    text += piece.substr(0, kMostText - std::min<std::size_t>(kMostText, text.size()));
+    co_return true;
+  };
+  gateway::Hangup hangup;
+  Json answer = co_await daemon_.talk(talk, take, hangup);
+  answer["plan"] = text.substr(0, text.rfind('\n') + 1);
+  co_return json_answer(answer);
+}
+
+// The daemon waits for a card as long as it is set to, or until he has gone.
+Passing Site::enrollment(const Request& request, const Visitor& visitor) {
+  Json wanted = {{"command", "enroll"}, {"wait", true}};
+  if (const Json body = object_in(request); body.contains("user")) {
+    wanted["user"] = body.at("user");
+  }
+  return {.talk = {.request = on_behalf(visitor, std::move(wanted)), .patience = std::nullopt}};
 }
 
 }  // namespace web

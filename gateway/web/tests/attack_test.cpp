@@ -1,6 +1,7 @@
 // What strangers may try: it is refused, and the door opens throughout.
 #include <algorithm>
 #include <atomic>
+#include <cstdio>
 
 #include "gateway/web/server.h"
 #include "gateway/web/tests/web_fixture.h"
@@ -77,6 +78,37 @@ TEST_F(Attack, ThatAsksWithoutEndIsTurnedAwayAndTheDoorOpensThroughout) {
     one.join();
   }
   EXPECT_GT(turned_away, answered);
+}
+
+// One client that asks on and on, on connections that it has opened already; as many a second as there are to be.
+TEST_F(Attack, TenThousandRequestsASecondAreTurnedAwayAndTheDoorOpensThroughout) {
+  const Browser browser = entered("view");
+  constexpr int kRate = 10'000;
+  constexpr int kBatch = 100;
+  constexpr auto kPeriod = std::chrono::microseconds(1'000'000 * kBatch / kRate);
+  std::atomic<bool> is_over = false;
+  std::atomic<long> sent = 0;
+  const auto begin = std::chrono::steady_clock::now();
+  std::thread crowd([&, port = port_] {
+    const std::string request = "GET /api/session HTTP/1.1\r\nHost: localhost\r\n\r\n";
+    std::string batch;
+    for (int i = 0; i < kBatch; ++i) {
+      batch += request;
+    }
+    for (long round = 0; !is_over; ++round) {
+      Client client(port);  // whoever is turned away has lost his connection
+      sent += client.send(batch) ? kBatch : 0;
+      std::this_thread::sleep_until(begin + (round + 1) * kPeriod);
+    }
+  });
+  while (sent < 3 * kRate) {
+    EXPECT_TRUE(opens());
+    EXPECT_EQ(browser.get("/api/status").status, 200) << "who has a session does not wait for strangers";
+  }
+  is_over = true;
+  crowd.join();
+  const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begin;
+  std::printf("%.0f requests a second for %.1f s\n", static_cast<double>(sent) / took.count(), took.count());
 }
 
 TEST_F(Attack, AThousandSlowConnectionsKeepNobodyOut) {

@@ -48,9 +48,11 @@ class Serving {
   Access access_{directory_.path()};
   const std::string link_ = R"({"link": ")" + access_.make_link(Role::view, now()) + R"("})";
   net::io_context context_{1};
-  Daemon daemon_{context_, directory_.path()};
+  gateway::Daemon daemon_{context_, directory_.path()};
   Live live_{context_, daemon_};
-  Site site_{context_, access_, live_, daemon_, {"localhost"}};
+  Traffic traffic_{context_, daemon_};
+  Field field_{context_, daemon_};
+  Site site_{context_, access_, live_, traffic_, field_, daemon_, {"localhost"}};
   Server server_;
   std::thread thread_;  // runs the context
 };

@@ -46,6 +46,29 @@ TEST_F(Web, WhoMayLookMayNotOpenTheDoor) {
   EXPECT_EQ(json::parse(reply.body).at("error"), "this session may not: it is for view, and this for admin");
 }
 
+TEST_F(Web, WhoMayLookSeesPeopleAndSettingsAndChangesNone) {
+  output({"user", "put", "7", "--name", "Ana"});
+  const Browser browser = entered("view");
+  const auto ask = [&](json request) { return browser.post("/api/command", request); };
+  EXPECT_EQ(json::parse(ask({{"command", "user_find"}, {"text", "ana"}}).body).at("users").at(0).at("user"), 7);
+  EXPECT_EQ(ask({{"command", "config_schema"}}).status, 200);
+  EXPECT_EQ(ask({{"command", "config_list"}}).status, 200);
+  EXPECT_EQ(ask({{"command", "schedule_list"}}).status, 200);
+  for (const char* command : {"user_add", "user_put", "user_block", "user_remove", "card_add", "card_remove",
+                              "config_set", "config_import"}) {
+    EXPECT_EQ(ask({{"command", command}, {"user", 7}}).status, 403) << command;
+  }
+  EXPECT_THAT(output({"user", "list"}), HasSubstr("Ana"));
+}
+
+TEST_F(Web, ARefusalSaysOfWhatKindItIs) {
+  const Reply reply = entered("admin").post(
+      "/api/command", {{"command", "config_set"}, {"section", "uhf"}, {"key", "read_interval"}, {"value", "soon"}});
+  EXPECT_EQ(reply.status, 422);
+  EXPECT_EQ(json::parse(reply.body).at("status"), 2);
+  EXPECT_THAT(std::string(json::parse(reply.body).at("error")), HasSubstr("read_interval"));
+}
+
 TEST_F(Web, WithoutASessionNothingIsToldButThatThereIsNone) {
   const Browser stranger(port_);
   for (const char* path : {"/api/status", "/api/events", "/metrics"}) {
@@ -114,6 +137,27 @@ TEST_F(Web, WhatTheJournalKeepsIsLive) {
   EXPECT_THAT(onlooker.receive_until("\n\n"), HasSubstr("event: status"));
   EXPECT_TRUE(opens());
   EXPECT_THAT(onlooker.receive_until("\"kind\":\"exit_request\""), HasSubstr("\"kind\":\"start\""));
+}
+
+TEST_F(Web, ACardInTheFieldIsLive) {
+  const Browser browser = entered("view");
+  Client onlooker(port_);
+  onlooker.send("GET /api/field HTTP/1.1\r\nHost: localhost\r\n" + browser.cookie_line() + "\r\n");
+  EXPECT_THAT(onlooker.receive_until("\"radio\""), HasSubstr("event: field\ndata: {\"polls\":"));
+  output({"field", "add", "E28011700000020A00000021"});
+  EXPECT_THAT(onlooker.receive_until("\"card\":\"33\""), HasSubstr("\"epc\":\"E28011700000020A00000021\""));
+  EXPECT_THAT(onlooker.receive_until("\"read_at\""), HasSubstr("\"share\":"));
+}
+
+TEST_F(Web, WhoMayLookMayChooseAPowerAndTryNone) {
+  const Browser browser = entered("view");
+  EXPECT_EQ(browser.post("/api/command", {{"command", "try_power"}, {"power", 2000}}).status, 403);
+  const auto choose = json{{"command", "choose_power"}, {"must", {"2000:1"}}, {"must_not", json::array()}};
+  EXPECT_EQ(json::parse(browser.post("/api/command", choose).body).at("power"), 2000);
+  const Browser other = entered("admin");
+  EXPECT_EQ(json::parse(other.post("/api/command", {{"command", "try_power"}, {"power", 2000}}).body).at("power"),
+            2000);
+  EXPECT_EQ(json::parse(other.post("/api/command", {{"command", "try_power"}}).body).at("power"), 2600);
 }
 
 TEST_F(Web, ABrowserThatComesBackGetsEachEntryOnce) {

@@ -6,13 +6,14 @@ async function asked(path, options = {}) {
   const response = await fetch(path, { cache: 'no-store', ...options });
   const body = await response.json().catch(() => ({}));
   if (!response.ok) {
-    throw Object.assign(new Error(body.error ?? `the door answers ${response.status}`), { status: response.status });
+    const text = body.error ?? `the door answers ${response.status}`;
+    throw Object.assign(new Error(text), { status: response.status, kind: body.status });
   }
   return body;
 }
 
-const post = (path, body) =>
-  asked(path, { method: 'POST', headers: { 'Content-Type': 'application/json' }, body: JSON.stringify(body) });
+const post = (path, body, options = {}) =>
+  asked(path, { method: 'POST', headers: { 'Content-Type': 'application/json' }, body: JSON.stringify(body), ...options });
 
 class Connection extends EventTarget {
   session = null; // {role, version}; role null: nobody is logged in
@@ -50,9 +51,23 @@ class Connection extends EventTarget {
     }
   }
 
-  async command(command, fields = {}) {
+  // The answer. What is thrown has the door's words, and a kind: 9 when it is stored and not in force yet.
+  command(command, fields = {}) {
+    return this.#known(post('/api/command', { command, ...fields }));
+  }
+
+  // The next card is that user's; the answer has it. signal: ends it.
+  enroll(user, signal) {
+    return this.#known(post('/api/enrollment', { user }, { signal }));
+  }
+
+  upload(path, file) {
+    return this.#known(asked(path, { method: 'POST', headers: { 'Content-Type': 'application/octet-stream' }, body: file }));
+  }
+
+  async #known(request) {
     try {
-      return await post('/api/command', { command, ...fields });
+      return await request;
     } catch (failure) {
       if (failure.status === 401) {
         this.#expired(failure.message);

@@ -2,12 +2,19 @@
 import { LitElement, html, nothing } from 'lit';
 import { connection } from './connection.js';
 import './door.js';
+import './live.js';
+import './people.js';
+import './question.js';
 import './reader.js';
+import './settings.js';
 import './why.js';
 
 const kScreens = [
   { name: 'door', title: 'Door', show: () => html`<door-screen></door-screen>` },
   { name: 'reader', title: 'At the door', show: () => html`<reader-screen></reader-screen>` },
+  { name: 'people', title: 'People', show: () => html`<people-screen></people-screen>` },
+  { name: 'settings', title: 'Settings', show: () => html`<settings-screen></settings-screen>` },
+  { name: 'live', title: 'Live', show: () => html`<live-screen></live-screen>` },
 ];
 
 class DoorPage extends LitElement {
@@ -50,6 +57,7 @@ class DoorPage extends LitElement {
       </header>
       <main>${connection.session?.role ? screen.show() : this.outside()}</main>
       <why-dialog></why-dialog>
+      <question-dialog></question-dialog>
     `;
   }
 

@@ -29,6 +29,7 @@ const kCommands = {
   borrow: () => 'borrowed the reader',
   restore: () => 'put a backup in place of what is stored',
   enroll: (entry) => `began an enrollment for ${user_of(entry)}`,
+  try_power: ({ fields }) => `tries powers, first ${fields.power}`,
   line: ({ fields }) => `set line ${fields.line} to ${fields.value}`,
   relay_test: ({ fields }) => `tried relay ${fields.relay}`,
   mode: ({ fields }) => `told the door to be ${fields.what} for ${fields.seconds} s`,

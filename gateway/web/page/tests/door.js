@@ -1,6 +1,6 @@
 // A door with its page, each a process of its own.
 import { execFileSync, spawn } from 'node:child_process';
-import { existsSync, mkdtempSync, readFileSync, rmSync } from 'node:fs';
+import { existsSync, mkdtempSync, readFileSync, readdirSync, rmSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
 
@@ -35,17 +35,36 @@ export class Door {
     this.listen = '127.0.0.1:0';
   }
 
+  // Its reader: simulated within the host, or, where there is one, a program that can go and come back.
   async begin() {
+    const port = join(this.own, 'reader');
+    if (this.sim) {
+      await this.begin_reader();
+    }
     this.host = spawn(
       this.achost,
-      ['run', '--simulate', '--interactive', '--state', this.state, '--set', 'read_interval=250', '--set',
+      ['run', '--json', ...(this.sim ? ['--port', port, '--wait'] : ['--simulate', '--interactive']),
+       '--state', this.state, '--set', 'read_interval=250', '--set',
        'read_interval_diff_tags=0', '--set', 'serial_port_timeout=1000', '--set', 'host.away_time=0', '--set', 'host.door_open_time=100'],
-      { stdio: 'ignore' },
+      { stdio: ['ignore', 'pipe', 'ignore'] },
     );
+    this.told = '';
+    this.host.stdout.setEncoding('utf8').on('data', (text) => (this.told += text));
     await eventually(() => this.status()?.plugin, 'the host runs');
     this.run('user', 'put', '7', '--name', 'Ana');
     this.run('card', 'add', '1', '--user', '7');
     await this.begin_web();
+  }
+
+  async begin_reader() {
+    const port = join(this.own, 'reader');
+    this.reader = spawn(this.sim, ['--empty', '--link', port], { stdio: ['pipe', 'ignore', 'ignore'] });
+    await eventually(() => existsSync(port), 'the reader is there');
+  }
+
+  async end_reader() {
+    this.reader.kill('SIGTERM');
+    await ended(this.reader);
   }
 
   status() {
@@ -54,6 +73,19 @@ export class Door {
     } catch {
       return null;
     }
+  }
+
+  // How many talk to the host: one follows the journal for the page.
+  clients() {
+    const tasks = `/proc/${this.host.pid}/task`;
+    const name_of = (task) => {
+      try {
+        return readFileSync(join(tasks, task, 'comm'), 'utf8').trim();
+      } catch {
+        return ''; // it has ended
+      }
+    };
+    return readdirSync(tasks).filter((task) => name_of(task) === 'control_client').length;
   }
 
   run(...words) {
@@ -83,7 +115,7 @@ export class Door {
   }
 
   async end() {
-    for (const process of [this.server, this.host]) {
+    for (const process of [this.server, this.host, this.reader]) {
       process?.kill('SIGTERM');
       if (process) {
         await ended(process);

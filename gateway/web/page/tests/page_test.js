@@ -1,12 +1,16 @@
-// The page in a real browser, beside a real door: node page_test.js ACHOST ACHOST_WEB PICTURES. Ends with status 77 where
-// no browser is.
+// The page in a real browser, beside a real door: node page_test.js ACHOST ACHOST_WEB UHFCTL UHF_SIM PICTURES. Ends with status
+// 77 where no browser is.
 import { AxeBuilder } from './axe.js';
 import { Door, check, chromium_path, eventually } from './door.js';
+import { live_tests } from './live_tests.js';
+import { people_tests } from './people_tests.js';
+import { settings_tests } from './settings_tests.js';
+import { reader_tests } from './reader_tests.js';
 import { chromium } from 'playwright-core';
 
 const kKnown = 'E28011700000020A00000001';
 const kSizes = { phone: { width: 360, height: 740 }, desk: { width: 1280, height: 800 } };
-const [achost, web, pictures] = process.argv.slice(2);
+const [achost, web, uhfctl, sim, pictures] = process.argv.slice(2);
 
 if (!chromium_path) {
   console.log('skipped: there is no /usr/bin/chromium');
@@ -17,7 +21,7 @@ const door = new Door(achost, web);
 let context;
 let complaints = []; // of the pages themselves
 
-async function opened(role, options = {}) {
+async function opened(role, options = {}, at = door) {
   context = await browser.newContext({ viewport: kSizes.phone, ...options });
   const page = await context.newPage();
   page.on('pageerror', (error) => complaints.push(error.message));
@@ -26,7 +30,7 @@ async function opened(role, options = {}) {
       complaints.push(line.text());
     }
   });
-  await page.goto(await door.link(role));
+  await page.goto(await at.link(role));
   await page.locator('.live.good').waitFor();
   return page;
 }
@@ -52,6 +56,20 @@ const kTests = {
         await page.getByRole('link', { name: 'At the door' }).click();
         await page.locator('.huge', { hasText: /^1$/ }).waitFor();
         await shows_all(page, `reader-${size}-${colorScheme}`);
+        await page.getByRole('link', { name: 'People', exact: true }).click();
+        await page.getByRole('button', { name: /Ana/ }).waitFor();
+        await shows_all(page, `people-${size}-${colorScheme}`);
+        await page.getByRole('button', { name: /Ana/ }).click();
+        await page.getByRole('button', { name: 'Enroll a card' }).waitFor();
+        await shows_all(page, `person-${size}-${colorScheme}`);
+        await page.keyboard.press('Escape');
+        await page.getByRole('link', { name: 'Settings' }).click();
+        await page.getByRole('button', { name: /^region/ }).waitFor();
+        await shows_all(page, `settings-${size}-${colorScheme}`);
+        await page.getByRole('link', { name: 'Live' }).click();
+        await page.getByLabel("The reader's line").check();
+        await page.locator('.log li', { hasText: 'from the reader' }).first().waitFor();
+        await shows_all(page, `live-${size}-${colorScheme}`);
         await context.close();
       }
     }
@@ -155,10 +173,14 @@ const kTests = {
   },
 };
 
+const tools = { door, opened, shows_all, uhfctl, sim };
+Object.assign(kTests, people_tests(tools), settings_tests(tools), live_tests(tools), reader_tests(tools));
+
+const wanted = process.env.ONLY ?? ''; // a part of the name of those to run
 let failed = 0;
 try {
   await door.begin();
-  for (const [name, test] of Object.entries(kTests)) {
+  for (const [name, test] of Object.entries(kTests).filter(([name]) => name.includes(wanted))) {
     try {
       complaints = [];
       await test();

@@ -1,8 +1,8 @@
-#include "gateway/web/rate_limit.h"
+#include "gateway/base/rate_limit.h"
 
 #include <gtest/gtest.h>
 
-namespace web {
+namespace gateway {
 namespace {
 
 using std::chrono::milliseconds;
@@ -48,4 +48,4 @@ TEST(RateLimitTest, WhoHasBeenQuietLongestIsForgottenFirst) {
 }
 
 }  // namespace
-}  // namespace web
+}  // namespace gateway

@@ -1,8 +1,8 @@
-#include "gateway/web/rate_limit.h"
+#include "gateway/base/rate_limit.h"
 
 #include <algorithm>
 
-namespace web {
+namespace gateway {
 
 bool RateLimit::take(const std::string& client, Time now, double cost) {
   if (buckets_.size() >= kMostClients && !buckets_.contains(client)) {
@@ -22,4 +22,4 @@ void RateLimit::make_room() {
   buckets_.erase(std::ranges::min_element(buckets_, {}, [](const auto& one) { return one.second.at; }));
 }
 
-}  // namespace web
+}  // namespace gateway

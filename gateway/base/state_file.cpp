@@ -1,4 +1,4 @@
-#include "gateway/web/state_file.h"
+#include "gateway/base/state_file.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -10,7 +10,7 @@
 #include <stdexcept>
 #include <string>
 
-namespace web {
+namespace gateway {
 namespace {
 
 [[noreturn]] void fail(const std::filesystem::path& path, int reason) {
@@ -57,4 +57,4 @@ void replace_file(const std::filesystem::path& path, std::string_view text) {
   }
 }
 
-}  // namespace web
+}  // namespace gateway

@@ -6,7 +6,7 @@
 #include <string>
 #include <unordered_map>
 
-namespace web {
+namespace gateway {
 
 // A bucket for each client: so many requests at once, and so many a second in the long run. One thread uses it.
 class RateLimit {
@@ -32,4 +32,4 @@ class RateLimit {
   std::unordered_map<std::string, Bucket> buckets_;
 };
 
-}  // namespace web
+}  // namespace gateway

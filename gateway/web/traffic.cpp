@@ -1,0 +1,50 @@
+#include "gateway/web/traffic.h"
+
+#include "gateway/web/latest.h"
+#include "gateway/web/timeline.h"
+
+namespace web {
+
+Traffic::Traffic(net::io_context& context, gateway::Daemon& daemon)
+    : context_(context), daemon_(daemon), onlookers_(context, kMostOnlookers) {}
+
+std::shared_ptr<Onlooker> Traffic::look_on(std::string_view) { return onlookers_.add(); }
+
+// The daemon is to copy nothing for nobody.
+void Traffic::leave(const std::shared_ptr<Onlooker>& onlooker) {
+  onlookers_.leave(onlooker);
+  if (onlookers_.empty()) {
+    messages_.hangup.now();
+    frames_.hangup.now();
+  }
+}
+
+net::awaitable<std::string> Traffic::beginning() { co_return event_text("begin", Json::object()); }
+
+net::awaitable<void> Traffic::tell(Tap& tap) {
+  for (;;) {
+    co_await onlookers_.wait_for_one();
+    co_await follow(tap);
+    if (!onlookers_.empty()) {
+      net::steady_timer timer(context_, gateway::Daemon::kBeforeAgain);
+      co_await wait_for(timer);
+    }
+  }
+}
+
+net::awaitable<void> Traffic::follow(Tap& tap) {
+  const std::function<bool(const Json&)> take = [this, &tap](const Json& line) {
+    onlookers_.publish(line.contains("following") ? event_text("together", {{"what", tap.event}})
+                                                  : event_text(tap.event, line));
+    return !onlookers_.empty();
+  };
+  try {
+    const Json request = {{"command", tap.command}};
+    tap.hangup = {};
+    co_await daemon_.follow(request, take, tap.hangup);
+  } catch (const std::exception& failure) {
+    onlookers_.publish(event_text("apart", {{"what", tap.event}, {"error", failure.what()}}));
+  }
+}
+
+}  // namespace web
