@@ -1,9 +1,11 @@
-# What is installed, in five Debian packages: the plug-in for a device, the door daemon as a service, its page, the tools,
-# and the kit for those who write a host. scripts/package makes them.
+# What is installed, in Debian packages: the plug-in for a device, the door daemon as a service, its page, its bridge to a
+# fleet, the command line of the fleet, the tools, and the kit for those who write a host. scripts/package makes them.
 set(documentation usr/share/doc)
 set(plugin_package uhf-plugin)
 set(host_package achost)
 set(web_package achost-web)
+set(mqtt_package achost-mqtt)
+set(fleet_package achost-fleet)
 set(tools_package uhf-tools)
 set(kit_package uhf-dev)
 
@@ -68,6 +70,25 @@ if(UHF_BUILD_WEB)
   list(APPEND components ${web_package})
 endif()
 
+if(UHF_BUILD_MQTT)
+  install(TARGETS achost-mqtt RUNTIME DESTINATION usr/bin COMPONENT ${mqtt_package})
+  install(FILES packaging/achost-mqtt.service DESTINATION usr/lib/systemd/system COMPONENT ${mqtt_package})
+  install(FILES packaging/achost-mqtt.conf DESTINATION etc COMPONENT ${mqtt_package})
+  describe_program(achost-mqtt 1 ${mqtt_package})
+  install_documentation(${mqtt_package})
+  list(APPEND components ${mqtt_package})
+endif()
+
+if(UHF_BUILD_FLEET)
+  install(TARGETS achost-fleet RUNTIME DESTINATION usr/bin COMPONENT ${fleet_package})
+  install(FILES packaging/fleet/fleet.acl packaging/fleet/provision.acl packaging/fleet/mosquitto.conf gateway/mqtt/fleet.schema.json
+          DESTINATION usr/share/achost-fleet COMPONENT ${fleet_package})
+  install(PROGRAMS packaging/fleet/certificates DESTINATION usr/share/achost-fleet COMPONENT ${fleet_package})
+  describe_program(achost-fleet 1 ${fleet_package})
+  install_documentation(${fleet_package})
+  list(APPEND components ${fleet_package})
+endif()
+
 set(CPACK_GENERATOR DEB)
 set(CPACK_COMPONENTS_ALL ${components})
 set(CPACK_DEB_COMPONENT_INSTALL ON)
@@ -116,4 +137,16 @@ set(CPACK_COMPONENT_ACHOST-WEB_DESCRIPTION "page and figures of an access-contro
 set(debian_web ${PROJECT_SOURCE_DIR}/packaging/debian-web)
 set(CPACK_DEBIAN_ACHOST-WEB_PACKAGE_CONTROL_EXTRA
   ${debian_web}/conffiles ${debian_web}/postinst ${debian_web}/prerm ${debian_web}/postrm)
+set(CPACK_DEBIAN_ACHOST-MQTT_PACKAGE_NAME ${mqtt_package})
+set(CPACK_DEBIAN_ACHOST-MQTT_PACKAGE_DEPENDS "achost (= ${PROJECT_VERSION}), adduser")
+set(CPACK_COMPONENT_ACHOST-MQTT_DESCRIPTION "bridge of an access-control host to an MQTT broker\n\
+ Tells a broker what happens at the door, does what is asked there, and makes the\n door what a centre wants of it. It is not started by itself.")
+set(debian_mqtt ${PROJECT_SOURCE_DIR}/packaging/debian-mqtt)
+set(CPACK_DEBIAN_ACHOST-MQTT_PACKAGE_CONTROL_EXTRA
+  ${debian_mqtt}/conffiles ${debian_mqtt}/postinst ${debian_mqtt}/prerm ${debian_mqtt}/postrm)
+set(CPACK_DEBIAN_ACHOST-FLEET_PACKAGE_NAME ${fleet_package})
+set(CPACK_DEBIAN_ACHOST-FLEET_PACKAGE_DEPENDS "openssl")
+set(CPACK_DEBIAN_ACHOST-FLEET_PACKAGE_SUGGESTS "mosquitto")
+set(CPACK_COMPONENT_ACHOST-FLEET_DESCRIPTION "command line for many doors on an MQTT broker\n\
+ How all doors are, what happens at them, who may come in and with which\n settings, and how new ones join; with rules for the broker.")
 include(CPack)

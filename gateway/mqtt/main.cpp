@@ -1,0 +1,162 @@
+// achost-mqtt, the bridge of a door to a fleet's broker. The command line.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+
+#include "cli/command_line.h"
+#include "cli/describe.h"
+#include "cli/failure.h"
+#include "gateway/mqtt/bridge.h"
+#include "gateway/mqtt/join.h"
+#include "gateway/mqtt/manual.h"
+#include "version.h"
+
+namespace {
+
+constexpr const char* kStatuses =
+    "Exit status:\n"
+    "  0  done; also ended by Ctrl-C or SIGTERM\n"
+    "  1  the operation failed\n"
+    "  2  wrong usage\n"
+    "  4  nobody answered (join)";
+constexpr const char* kConfig = "/etc/achost-mqtt.conf";
+
+struct Words {
+  mqtt::Options options;
+  std::string config;
+  mqtt::JoinOptions join;
+};
+
+std::string from_environment(const char* name) {
+  const char* const value = std::getenv(name);
+  return value != nullptr ? value : "";
+}
+
+std::filesystem::path own_state(const std::filesystem::path& given) {
+  if (!given.empty()) {
+    return given;
+  }
+  if (geteuid() == 0) {
+    return "/var/lib/achost-mqtt";
+  }
+  return std::filesystem::path(from_environment("HOME")) / ".local/state/achost-mqtt";
+}
+
+std::filesystem::path daemons_state(const std::filesystem::path& given) {
+  const std::string usual = from_environment("ACHOST_STATE");
+  return !given.empty() ? given : !usual.empty() ? std::filesystem::path(usual) : "/var/lib/achost";
+}
+
+// That of a door that has joined, or the machine's.
+std::filesystem::path usual_config(const std::filesystem::path& state) {
+  std::error_code failure;
+  const auto joined = state / "achost-mqtt.conf";
+  return std::filesystem::exists(joined, failure) ? joined : kConfig;
+}
+
+// The file counts where the door or its broker is not named.
+void run(Words& words) {
+  mqtt::Options& options = words.options;
+  options.state = own_state(options.state);
+  if (!words.config.empty() || options.door.empty() || options.broker.empty()) {
+    mqtt::read_options(words.config.empty() ? usual_config(options.state).string() : words.config, options);
+  }
+  options.daemon = daemons_state(options.daemon);
+  mqtt::run(options);
+}
+
+void add_run(CLI::App& app, Words& words) {
+  mqtt::Options& options = words.options;
+  CLI::App& command = *app.add_subcommand("run", "Tell a broker what happens at the door, and do what is asked there");
+  command
+      .add_option("--config", words.config,
+                  "Options as lines KEY=VALUE (default: what join has made, else /etc/achost-mqtt.conf)")
+      ->type_name("FILE");
+  command.add_option("--door", options.door, "The door's name there: a-z, 0-9 and -")->type_name("NAME");
+  command.add_option("--broker", options.broker, "Where it is; the port is 8883 with TLS, else 1883")
+      ->type_name("HOST[:PORT]");
+  command.add_option("--ca", options.files.ca, "Who vouches for the broker, PEM")->type_name("FILE");
+  command.add_option("--certificate", options.files.certificate, "The door's certificate, PEM")->type_name("FILE");
+  command.add_option("--key", options.files.key, "Its key, PEM")->type_name("FILE");
+  command.add_flag("--without-tls", options.without_tls, "For a broker on this machine");
+  command.add_flag("--discovery", options.discovery, "Tell Home Assistant what there is");
+  command
+      .add_option(
+          "--state", options.state,
+          "Directory of what it keeps (default: /var/lib/achost-mqtt for root, else ~/.local/state/achost-mqtt)")
+      ->type_name("DIR");
+  command
+      .add_option("--host-state", options.daemon,
+                  "State directory of the door daemon (default: $ACHOST_STATE, else /var/lib/achost)")
+      ->type_name("DIR");
+  command.footer(kStatuses);
+  command.callback([&words] { run(words); });
+}
+
+void add_join(CLI::App& app, mqtt::JoinOptions& options) {
+  CLI::App& command =
+      *app.add_subcommand("join", "Join a fleet with a one-time code: make a key, get name and certificate");
+  command.add_option("--broker", options.broker, "Where the fleet's broker takes new doors")
+      ->type_name("HOST:PORT")
+      ->required();
+  command.add_option("--serial", options.serial, "This board's serial number, for which the code is")
+      ->type_name("SERIAL")
+      ->required();
+  command.add_option("code", options.code, "As achost-fleet invite has printed it")->type_name("CODE")->required();
+  command
+      .add_option("--directory", options.directory,
+                  "Where key, certificates and achost-mqtt.conf are kept (default: where run keeps its state)")
+      ->type_name("DIR");
+  command.footer(kStatuses);
+  command.callback([&options] {
+    options.directory = own_state(options.directory);
+    const auto joined = mqtt::join(options);
+    std::printf("this is %s now, of the fleet at %s; start it with\n  achost-mqtt run --config %s\n",
+                joined.door.c_str(), joined.broker.c_str(), (options.directory / "achost-mqtt.conf").c_str());
+  });
+}
+
+int complain(int status, const std::string& text) {
+  std::fprintf(stderr, "achost-mqtt: %s\n", text.c_str());
+  return status;
+}
+
+int run_command_line(int argc, char** argv) {
+  Words words;
+  CLI::App app("The bridge of a door to a fleet's broker.", "achost-mqtt");
+  cli::set_up_help(app);
+  app.set_version_flag("--version", UHF_VERSION, "Tell the version");
+  app.require_subcommand(1);
+  add_run(app, words);
+  add_join(app, words.join);
+  app.footer(kStatuses);
+  if (cli::described(app, mqtt::manual(), argc, argv)) {
+    return cli::kDone;
+  }
+  try {
+    app.parse(argc, argv);
+    return cli::kDone;
+  } catch (const CLI::ParseError& failure) {
+    const bool asked_for_help = failure.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success);
+    return asked_for_help ? app.exit(failure) : complain(cli::kUsage, cli::usage_error(app, failure, argc, argv));
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  umask(077);
+  std::signal(SIGPIPE, SIG_IGN);
+  try {
+    return run_command_line(argc, argv);
+  } catch (const cli::Failure& failure) {
+    return complain(failure.status(), failure.what());
+  } catch (const std::exception& failure) {
+    return complain(cli::kFailed, failure.what());
+  }
+}

@@ -1,0 +1,209 @@
+// Much that has waited, and how long what happens takes.
+#include "gateway/mqtt/outbox.h"
+
+#include <mosquitto.h>
+
+#include <algorithm>
+#include <boost/asio/co_spawn.hpp>
+#include <boost/asio/detached.hpp>
+#include <boost/asio/use_awaitable.hpp>
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <sstream>
+
+#include "bench/full_journal.h"
+#include "gateway/base/daemon.h"
+#include "gateway/mqtt/broker.h"
+#include "gateway/mqtt/tests/bridge_fixture.h"
+
+namespace mqtt::test {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+int backlog() {
+  const char* const wanted = std::getenv("MQTT_BACKLOG");
+  return wanted != nullptr ? std::atoi(wanted) : 3000;
+}
+
+class Backlog : public Bridged {
+ protected:
+  void SetUp() override {
+    std::filesystem::create_directories(state());
+    fill_journal(state(), backlog());
+    start();
+    broker_.emplace();
+    client_.emplace(context_, Place{.host = "127.0.0.1", .port = broker_->port(), .client = "centre"},
+                    Broker::Handlers{.message = [this](const Message& message) { take(message); }});
+    client_->subscribe("doors/#");
+    client_->subscribe("bare");
+    client_->start();
+    ASSERT_TRUE(runs_until([this] { return client_->is_up(); }));
+  }
+
+  // "number": 7 of a payload.
+  static std::int64_t number_in(std::string_view payload) {
+    const auto at = payload.find("\"number\":");
+    return at == std::string_view::npos ? 0 : std::atoll(payload.data() + at + 9);
+  }
+
+  void take(const Message& message) {
+    if (message.topic.starts_with("doors/gate-1/journal/")) {
+      in_order_.push_back(number_in(message.payload));
+      arrived_.try_emplace(in_order_.back(), Clock::now());
+    } else if (message.topic.starts_with("doors/gate-1/live/")) {
+      ahead_.try_emplace(number_in(message.payload), Clock::now());
+    } else if (message.topic == "bare") {
+      bare_.try_emplace(std::atoll(std::string(message.payload).c_str()), Clock::now());
+    }
+  }
+
+  bool runs_until(const std::function<bool()>& condition, std::chrono::seconds patience = std::chrono::seconds(60)) {
+    const auto deadline = Clock::now() + patience;
+    while (!condition() && Clock::now() < deadline) {
+      context_.restart();
+      context_.run_one_for(std::chrono::milliseconds(5));
+      context_.poll();
+    }
+    return condition();
+  }
+
+  std::string of_bridge(const std::string& file) const {
+    std::ifstream in("/proc/" + std::to_string(bridge_->pid()) + "/" + file);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  }
+
+  net::io_context context_{1};
+  std::optional<Broker> client_;
+  std::vector<std::int64_t> in_order_;
+  std::map<std::int64_t, Clock::time_point> arrived_;
+  std::map<std::int64_t, Clock::time_point> ahead_;
+  std::map<std::int64_t, Clock::time_point> bare_;
+};
+
+TEST_F(Backlog, ComesInOrderAndWhatHappensMeanwhileDoesNotWaitForIt) {
+  const auto from = Clock::now();
+  bridge();
+  ASSERT_TRUE(runs_until([this] { return in_order_.size() > 100; }));
+  const auto before =
+      nlohmann::json::parse(output({"journal", "--last", "1", "--json"})).at("number").get<std::int64_t>();
+  const auto asked = Clock::now();
+  output({"door", "mode", "locked", "--for", "60s"});
+  ASSERT_TRUE(
+      runs_until([&] { return static_cast<std::int64_t>(arrived_.size()) > before + 1; }, std::chrono::seconds(100)));
+  const std::chrono::duration<double> all = Clock::now() - from;
+  for (std::size_t i = 0; i < in_order_.size(); ++i) {
+    ASSERT_EQ(in_order_[i], static_cast<std::int64_t>(i) + 1);
+  }
+  double latest = 0;
+  for (const auto& [number, in_turn] : arrived_) {
+    const auto ahead = ahead_.find(number);
+    const auto first = ahead == ahead_.end() ? in_turn : std::min(in_turn, ahead->second);
+    latest = number <= before ? 0 : std::max(latest, std::chrono::duration<double>(first - asked).count());
+  }
+  std::printf(
+      "%d entries in %.2f s; of those that happened meanwhile %zu came ahead, the last %.3f s after it was asked\n",
+      backlog(), all.count(), ahead_.size(), latest);
+}
+
+double median(std::vector<double> values) {
+  std::ranges::nth_element(values, values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2));
+  return values[values.size() / 2];
+}
+
+// A publisher that is libmosquitto and nothing else, in its own thread as the library has it.
+class Bare {
+ public:
+  explicit Bare(std::uint16_t port) : client_(mosquitto_new("bare", true, nullptr)) {
+    mosquitto_int_option(client_, MOSQ_OPT_TCP_NODELAY, 1);
+    mosquitto_connect(client_, "127.0.0.1", port, 60);
+    mosquitto_loop_start(client_);
+  }
+  ~Bare() {
+    mosquitto_disconnect(client_);
+    mosquitto_loop_stop(client_, false);
+    mosquitto_destroy(client_);
+  }
+  Bare(const Bare&) = delete;
+  Bare& operator=(const Bare&) = delete;
+
+  void publish(std::int64_t number, std::size_t size) {
+    std::string text = std::to_string(number) + " ";
+    text.resize(size, 'x');
+    mosquitto_publish(client_, nullptr, "bare", static_cast<int>(text.size()), text.data(), 1, false);
+  }
+
+ private:
+  mosquitto* client_;
+};
+
+// Figures, for whoever asks for them: MQTT_FIGURES=1.
+TEST_F(Backlog, AnEntryIsHardlyLaterThanABarePublishersMessage) {
+  if (std::getenv("MQTT_FIGURES") == nullptr) {
+    GTEST_SKIP() << "figures are for a quiet machine: MQTT_FIGURES=1";
+  }
+  bridge();
+  ASSERT_TRUE(runs_until([this] { return static_cast<int>(arrived_.size()) >= backlog(); }));
+  Bare bare(broker_->port());
+  gateway::Daemon daemon(context_, state());
+  std::map<std::int64_t, Clock::time_point> seen;
+  const std::function<bool(const gateway::Json&)> look = [&](const gateway::Json& line) {
+    if (line.contains("entry")) {
+      const auto number = line["entry"]["number"].get<std::int64_t>();
+      seen.try_emplace(number, Clock::now());
+      bare.publish(number, line.dump().size());
+    }
+    return true;
+  };
+  const gateway::Json request = {{"command", "journal_follow"}};
+  gateway::Hangup hangup;
+  net::co_spawn(context_, daemon.follow(request, look, hangup), net::detached);
+  const int entries = 300;
+  const auto ticks = [&] {
+    std::istringstream stat(of_bridge("stat"));
+    std::string word;
+    long sum = 0;
+    for (int i = 1; i <= 15 && stat >> word; ++i) {
+      sum += i >= 14 ? std::atol(word.c_str()) : 0;
+    }
+    return static_cast<double>(sum) / static_cast<double>(sysconf(_SC_CLK_TCK));
+  };
+  const double before = ticks();
+  const auto from = Clock::now();
+  int told = 0;
+  const auto tell = [&]() -> net::awaitable<void> {
+    while (told < entries) {
+      const gateway::Json mode = {
+          {"command", "door_mode"}, {"mode", told % 2 == 0 ? "locked" : "normal"}, {"seconds", 60}};
+      ++told;
+      try {
+        co_await daemon.ask(mode);
+      } catch (const std::exception&) {
+      }
+      co_await pause(context_, std::chrono::milliseconds(195));
+    }
+  };
+  net::co_spawn(context_, tell(), net::detached);
+  runs_until([&] { return told >= entries; }, std::chrono::seconds(120));
+  const double used = ticks() - before;
+  const std::chrono::duration<double> passed = Clock::now() - from;
+  runs_until([&] { return arrived_.size() >= seen.size() + static_cast<std::size_t>(backlog()); },
+             std::chrono::seconds(5));
+  std::vector<double> ours;
+  std::vector<double> theirs;
+  for (const auto& [number, when] : seen) {
+    if (arrived_.contains(number) && bare_.contains(number)) {
+      ours.push_back(std::chrono::duration<double, std::micro>(arrived_.at(number) - when).count());
+      theirs.push_back(std::chrono::duration<double, std::micro>(bare_.at(number) - when).count());
+    }
+  }
+  std::printf(
+      "%zu entries, %.1f/s: median %.0f us after the control socket has told it, bare publisher %.0f us: %.2f\n",
+      ours.size(), static_cast<double>(seen.size()) / passed.count(), median(ours), median(theirs),
+      median(ours) / median(theirs));
+  std::printf("processor %.2f %% of a core\n%s", 100 * used / passed.count(), of_bridge("status").c_str());
+}
+
+}  // namespace
+}  // namespace mqtt::test
