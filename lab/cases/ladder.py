@@ -71,6 +71,7 @@ def the_run_ends(case, reader):
     reader.say("fault silence 1")
     wait_for(lambda: main_process(board) not in (0, process), GIVE_UP + 120, "the service has started again")
     board.run("journalctl -u achost -o cat | grep -q 'status=8'")
+    board.until("systemctl is-active --quiet achost", 60, "it is up")
     press_exit_button(board)
     reader.say("fault silence 0")
     until_reading(case)
