@@ -416,13 +416,13 @@ void Host::print_end(const Ending::Outcome& outcome) {
 void Host::close_and_exit(const Ending::Outcome& outcome) {
   std::vector<std::pair<const char*, std::function<void()>>> steps = {
       {"the control socket", [this] { control_.unlink(); }},
+      {"users and cards", [this] { users_.seal(); }},  // before the settings: a desired state holds both, in this order
       {"the settings", [this] { settings_.seal(); }},
       {"the audit log",
        [this] {
          stores_.audit().seal();  // first: who is the last to close the file leaves it without a log beside it
          audit_.seal();
        }},
-      {"users and cards", [this] { users_.seal(); }},
       {"the journal", [this] { close_journal(); }},
   };
   if (state_is_temporary_) {

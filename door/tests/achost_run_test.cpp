@@ -4,10 +4,16 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <filesystem>
+#include <future>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <sstream>
+#include <string>
+#include <thread>
 
+#include "ac/exception.h"
+#include "door/control/control.h"
 #include "door/tests/run_fixture.h"
 
 namespace achost::test {
@@ -120,6 +126,36 @@ TEST_F(AchostRun, ClosedStoresLeaveNoLogFilesBehind) {
   }
   EXPECT_EQ(files,
             std::set<std::string>({"audit.db", "journal.db", "lock", "settings.db", "settings.good", "users.db"}));
+}
+
+// Takes documents whose setting differs from one to the next, until the daemon ends.
+void desire_all_the_time(const std::filesystem::path& state, std::promise<void>& begun) try {
+  ControlClient client(state);
+  for (int revision = 1;; ++revision) {
+    client.send({{"command", "desired_apply"}, {"revision", revision}});
+    client.send_bytes(R"({"setting": "uhf.read_interval", "value": ")" + std::to_string(500 + revision % 2) + "\"}\n");
+    client.send_bytes("");
+    EXPECT_EQ(client.receive()["ok"], true);
+    if (revision == 2) {
+      begun.set_value();
+    }
+  }
+} catch (const ac::ac_exception&) {  // it has ended
+}
+
+TEST_F(AchostRun, ADesiredStateThatIsBeingTakenKeepsNoStoreFromBeingClosed) {
+  for (int round = 0; round < 5; ++round) {
+    Achost host(simulated("good"));
+    EXPECT_NE(host.next_line(), "");
+    std::promise<void> begun;
+    std::thread centre([&] { desire_all_the_time(state(), begun); });
+    EXPECT_EQ(begun.get_future().wait_for(kPatience), std::future_status::ready);
+    host.signal(SIGTERM);
+    const auto result = host.wait();
+    centre.join();
+    EXPECT_EQ(result.status, 0);
+    EXPECT_THAT(result.err, testing::Not(testing::HasSubstr("not closed")));
+  }
 }
 
 TEST_F(AchostRun, SecondHostOnTheStateIsRefusedWithThePidOfTheFirst) {
