@@ -43,12 +43,12 @@ def run(case):
     case.same(board.run("dpkg-query -W -f '${Version}' achost"), "999.0.0", "the version after the upgrade")
     keeps_its_own(case)
 
-    board.run("dpkg --remove achost-web achost", 300)
+    board.run("dpkg --remove achost-web achost-mqtt achost", 300)
     case.same(board.attempt("systemctl is-active achost")[1], "inactive", "the service once it is removed")
     board.run("test -f /var/lib/achost/users.db && ! test -e /usr/bin/achost && ! pgrep -x achost")
     case.see("removed: it has ended, and its state is kept")
 
-    board.run("dpkg --purge uhf-dev achost-web achost uhf-tools uhf-plugin", 300)
+    board.run("dpkg --purge uhf-dev achost-web achost-mqtt achost-fleet achost uhf-tools uhf-plugin", 300)
     left = sorted(set(board.run(FILES).splitlines()) - set(before.splitlines()))
     case.same([path for path in left if not usual(path)], [], "files that the purge left")
     case.same(board.run("cut -d: -f1 /etc/passwd /etc/group"), users, "users and groups after the purge")

@@ -18,12 +18,12 @@ A_WHILE = 100         # entries
 SAME_MOMENT = 0.25    # seconds between an event and its entry: less than two readings of one card are apart
 
 # People come and go, somebody changes users all the time, and something writes that nobody flushes. What passes on the
-# bus, what the journal has on the disk, and users that are stored go out, as they are.
+# bus, what the journal has on the disk, and users that are stored go out, as they are, and what followers complain of.
 LOAD = """
 achost config set host.door_open_time=20 host.away_time=0
 setsid bash -c '{
-  achost events --json --type door_state --type identifier_decision &
-  achost journal --follow --json --last 1 &
+  achost events --json --type door_state --type identifier_decision 2>&1 &
+  achost journal --follow --json --last 1 2>&1 &
   while :; do
     n=$((n + 1)); user=$((n % 50 + 10))
     achost rex >&2
@@ -50,12 +50,14 @@ class Shown:
     entries: dict   # of the journal, by number
     events: list    # of the bus
     visitors: dict  # by user, the last that was stored
+    complaints: list
 
     def __init__(self, lines):
         said = [json.loads(line) for line in lines if line.startswith("{") and line.endswith("}")]
         self.entries = {line["number"]: line for line in said if "number" in line}
         self.events = [line for line in said if "message" in line]
         self.visitors = {line["user"]: line["visitor"] for line in said if "visitor" in line}
+        self.complaints = [line for line in lines if line.startswith("achost")]
 
 
 @dataclasses.dataclass
@@ -139,6 +141,9 @@ def live(case, done, count, looker=None):
                 case.board.cut()
         if turn == count - 1:
             seen = boot_again(case, watch)
+        if cuts and len(seen.shown.entries) == len(cuts[-1].shown.entries):
+            raise BoardError(f"no entry was shown since the cut before: {seen.shown.complaints or 'and nobody complains'}; "
+                             f"{case.board.run('ps -eo pid,stat,wchan:30,args | grep [a]chost')}")
         cuts.append(seen)
         case.expect(seen.age <= ON_DISK_AFTER, f"cut {done + turn + 1}: {seen.told()}")
     return cuts
