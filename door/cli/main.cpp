@@ -4,11 +4,9 @@
 #include <CLI/CLI.hpp>
 #include <chrono>
 #include <csignal>
-#include <cstdio>
-#include <exception>
 
 #include "cli/command_line.h"
-#include "cli/describe.h"
+#include "cli/program.h"
 #include "door/base/failure.h"
 #include "door/cli/cli.h"
 #include "door/cli/config_command.h"
@@ -148,11 +146,6 @@ std::shared_ptr<std::string> achost::add_state(CLI::App& command) {
 
 namespace {
 
-int complain(int status, const std::string& text) {
-  std::fprintf(stderr, "achost: %s\n", refhost::log::escape(text).c_str());
-  return status;
-}
-
 int run_command_line(int argc, char** argv) {
   achost::RunOptions run_options;
   ConfigOptions config_options;
@@ -175,33 +168,18 @@ int run_command_line(int argc, char** argv) {
   // Afterwards, so that the other commands do not take it over.
   app.footer(kStatuses);
   app.get_subcommand("run")->footer(kStatuses);
-  if (cli::described(app, achost::manual(), argc, argv)) {
-    return achost::kDone;
-  }
-  try {
-    app.parse(argc, argv);
-    return achost::kDone;
-  } catch (const CLI::ParseError& failure) {
-    const bool asked_for_help = failure.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success);
-    return asked_for_help ? app.exit(failure) : complain(achost::kUsage, cli::usage_error(app, failure, argc, argv));
-  }
+  cli::read_command_line(app, achost::manual(), argc, argv);
+  return achost::kDone;
 }
 
-}  // namespace
-
-namespace {
-
-int run_and_explain(int argc, char** argv) {
+// With the statuses of what libac.so throws.
+int run(int argc, char** argv) {
   try {
     return run_command_line(argc, argv);
-  } catch (const achost::Failure& failure) {
-    return complain(failure.status(), failure.what());
   } catch (const refhost::SettingError& failure) {
-    return complain(achost::kUsage, failure.what());
+    throw achost::Failure(achost::kUsage, failure.what());
   } catch (const refhost::LoadError& failure) {
-    return complain(achost::kNoPlugin, failure.what());
-  } catch (const std::exception& failure) {
-    return complain(achost::kFailed, failure.what());
+    throw achost::Failure(achost::kNoPlugin, failure.what());
   }
 }
 
@@ -212,7 +190,8 @@ int main(int argc, char** argv) {
   umask(077);
   // Output that nobody reads any more shows as an error of its write.
   std::signal(SIGPIPE, SIG_IGN);
-  const int status = run_and_explain(argc, argv);
+  const int status = cli::explained(
+      "achost", [=] { return run(argc, argv); }, refhost::log::escape);
   refhost::log::drain(std::chrono::seconds(1));
   return status;
 }

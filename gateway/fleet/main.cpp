@@ -6,13 +6,12 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <exception>
 #include <filesystem>
 #include <functional>
 
 #include "cli/command_line.h"
-#include "cli/describe.h"
 #include "cli/failure.h"
+#include "cli/program.h"
 #include "door/base/time_of.h"
 #include "gateway/fleet/commands.h"
 #include "gateway/fleet/manual.h"
@@ -39,7 +38,7 @@ struct Options {
   std::string mode;
   std::string length;
   fleet::ProvisionOptions provision;
-  std::function<int()> run = [] { return int(cli::kDone); };
+  std::function<int()> run;
 };
 
 bool as_json(const Options& options) { return options.json || isatty(STDOUT_FILENO) == 0; }
@@ -220,11 +219,6 @@ void add_access(CLI::App& app, Options& options) {
   app.allow_config_extras(false);
 }
 
-int complain(int status, const std::string& text) {
-  std::fprintf(stderr, "achost-fleet: %s\n", text.c_str());
-  return status;
-}
-
 int run_command_line(int argc, char** argv) {
   Options options;
   CLI::App app("Doors on a broker, seen and told from one place.", "achost-fleet");
@@ -238,16 +232,7 @@ int run_command_line(int argc, char** argv) {
   add_invite(app, options);
   add_provision(app, options);
   app.footer(kStatuses);
-  if (cli::described(app, fleet::manual(), argc, argv)) {
-    return cli::kDone;
-  }
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::ParseError& failure) {
-    const bool asked_for_help = failure.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success);
-    return asked_for_help ? app.exit(failure) : complain(cli::kUsage, cli::usage_error(app, failure, argc, argv));
-  }
-  return options.run();
+  return cli::read_command_line(app, fleet::manual(), argc, argv) ? options.run() : int(cli::kDone);
 }
 
 }  // namespace
@@ -255,11 +240,5 @@ int run_command_line(int argc, char** argv) {
 int main(int argc, char** argv) {
   umask(077);
   std::signal(SIGPIPE, SIG_IGN);
-  try {
-    return run_command_line(argc, argv);
-  } catch (const cli::Failure& failure) {
-    return complain(failure.status(), failure.what());
-  } catch (const std::exception& failure) {
-    return complain(cli::kFailed, failure.what());
-  }
+  return cli::explained("achost-fleet", [=] { return run_command_line(argc, argv); });
 }

@@ -6,11 +6,10 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <exception>
 
 #include "cli/command_line.h"
-#include "cli/describe.h"
 #include "cli/failure.h"
+#include "cli/program.h"
 #include "gateway/mqtt/bridge.h"
 #include "gateway/mqtt/join.h"
 #include "gateway/mqtt/manual.h"
@@ -121,11 +120,6 @@ void add_join(CLI::App& app, mqtt::JoinOptions& options) {
   });
 }
 
-int complain(int status, const std::string& text) {
-  std::fprintf(stderr, "achost-mqtt: %s\n", text.c_str());
-  return status;
-}
-
 int run_command_line(int argc, char** argv) {
   Words words;
   CLI::App app("The bridge of a door to a fleet's broker.", "achost-mqtt");
@@ -135,16 +129,8 @@ int run_command_line(int argc, char** argv) {
   add_run(app, words);
   add_join(app, words.join);
   app.footer(kStatuses);
-  if (cli::described(app, mqtt::manual(), argc, argv)) {
-    return cli::kDone;
-  }
-  try {
-    app.parse(argc, argv);
-    return cli::kDone;
-  } catch (const CLI::ParseError& failure) {
-    const bool asked_for_help = failure.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success);
-    return asked_for_help ? app.exit(failure) : complain(cli::kUsage, cli::usage_error(app, failure, argc, argv));
-  }
+  cli::read_command_line(app, mqtt::manual(), argc, argv);
+  return cli::kDone;
 }
 
 }  // namespace
@@ -152,11 +138,5 @@ int run_command_line(int argc, char** argv) {
 int main(int argc, char** argv) {
   umask(077);
   std::signal(SIGPIPE, SIG_IGN);
-  try {
-    return run_command_line(argc, argv);
-  } catch (const cli::Failure& failure) {
-    return complain(failure.status(), failure.what());
-  } catch (const std::exception& failure) {
-    return complain(cli::kFailed, failure.what());
-  }
+  return cli::explained("achost-mqtt", [=] { return run_command_line(argc, argv); });
 }

@@ -6,11 +6,10 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <exception>
 
 #include "cli/command_line.h"
-#include "cli/describe.h"
 #include "cli/failure.h"
+#include "cli/program.h"
 #include "gateway/web/access.h"
 #include "gateway/web/manual.h"
 #include "gateway/web/run.h"
@@ -103,11 +102,6 @@ void add_access(CLI::App& app, Words& words) {
   }
 }
 
-int complain(int status, const std::string& text) {
-  std::fprintf(stderr, "achost-web: %s\n", text.c_str());
-  return status;
-}
-
 int run_command_line(int argc, char** argv) {
   Words words;
   CLI::App app("The page and the figures of a door, for browsers and for monitoring.", "achost-web");
@@ -117,16 +111,8 @@ int run_command_line(int argc, char** argv) {
   add_run(app, words.options);
   add_access(app, words);
   app.footer(kStatuses);
-  if (cli::described(app, web::manual(), argc, argv)) {
-    return cli::kDone;
-  }
-  try {
-    app.parse(argc, argv);
-    return cli::kDone;
-  } catch (const CLI::ParseError& failure) {
-    const bool asked_for_help = failure.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success);
-    return asked_for_help ? app.exit(failure) : complain(cli::kUsage, cli::usage_error(app, failure, argc, argv));
-  }
+  cli::read_command_line(app, web::manual(), argc, argv);
+  return cli::kDone;
 }
 
 }  // namespace
@@ -134,11 +120,5 @@ int run_command_line(int argc, char** argv) {
 int main(int argc, char** argv) {
   umask(077);
   std::signal(SIGPIPE, SIG_IGN);
-  try {
-    return run_command_line(argc, argv);
-  } catch (const cli::Failure& failure) {
-    return complain(failure.status(), failure.what());
-  } catch (const std::exception& failure) {
-    return complain(cli::kFailed, failure.what());
-  }
+  return cli::explained("achost-web", [=] { return run_command_line(argc, argv); });
 }

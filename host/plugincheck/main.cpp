@@ -4,15 +4,14 @@
 
 #include <CLI/CLI.hpp>
 #include <csignal>
-#include <exception>
 #include <iostream>
 #include <optional>
 #include <random>
 
 #include "cli/command_line.h"
-#include "cli/describe.h"
 #include "cli/failure.h"
 #include "cli/output_file.h"
+#include "cli/program.h"
 #include "notes.h"
 #include "report.h"
 #include "runner.h"
@@ -169,19 +168,8 @@ int run(int argc, char** argv) {
   CLI::App app("Examines a plug-in from outside, clause by clause.", "plugincheck");
   cli::set_up_help(app);
   add_options(app, line);
-  try {
-    if (cli::described(app, manual(), argc, argv)) {
-      return cli::kDone;
-    }
-    app.parse(argc, argv);
-  } catch (const CLI::CallForHelp&) {
-    std::cout << app.help() << std::flush;
+  if (!cli::read_command_line(app, manual(), argc, argv)) {
     return cli::kDone;
-  } catch (const CLI::CallForVersion&) {
-    std::cout << UHF_VERSION << std::endl;
-    return cli::kDone;
-  } catch (const CLI::ParseError& error) {
-    throw cli::Failure(cli::kUsage, cli::usage_error(app, error, argc, argv));
   }
   line.level = CLI::detail::to_lower(line.level);
   line.plan.level = line.level == "uhf" ? Level::uhf : Level::contract;
@@ -196,13 +184,5 @@ int run(int argc, char** argv) {
 }  // namespace plugincheck
 
 int main(int argc, char** argv) {
-  try {
-    return plugincheck::run(argc, argv);
-  } catch (const cli::Failure& failure) {
-    std::cerr << "plugincheck: " << failure.what() << std::endl;
-    return failure.status();
-  } catch (const std::exception& failure) {
-    std::cerr << "plugincheck: " << failure.what() << std::endl;
-    return cli::kFailed;
-  }
+  return cli::explained("plugincheck", [=] { return plugincheck::run(argc, argv); });
 }

@@ -4,7 +4,7 @@
 #include <iostream>
 
 #include "cli/command_line.h"
-#include "cli/describe.h"
+#include "cli/program.h"
 #include "console.h"
 #include "version.h"
 
@@ -80,21 +80,11 @@ std::optional<Settings> read_command_line(int argc, char** argv, int& status) {
       ->expected(1)
       ->take_all();
   try {
-    if (cli::described(app, manual(), argc, argv)) return std::nullopt;
-    app.parse(argc, argv);
+    if (!cli::read_command_line(app, manual(), argc, argv)) return std::nullopt;
     for (const std::string& fault : faults) settings.faults.push_back(fault_from(fault));
     if (scenario) settings.scenario = Scenario::load(*scenario);
     if (!scenario && !empty) settings.scenario = Scenario::parse(kUsualField, "usual field");
     return settings;
-  } catch (const CLI::CallForHelp&) {
-    std::cout << app.help() << std::flush;
-    status = kExitDone;
-  } catch (const CLI::CallForVersion&) {
-    std::cout << UHF_VERSION << std::endl;
-    status = kExitDone;
-  } catch (const CLI::ParseError& error) {
-    std::cerr << "uhf-sim: " << cli::usage_error(app, error, argc, argv) << std::endl;
-    status = kExitUsage;
   } catch (const std::runtime_error& error) {
     std::cerr << "uhf-sim: " << error.what() << std::endl;
     status = kExitUsage;

@@ -7,7 +7,7 @@
 #include <functional>
 
 #include "cli/command_line.h"
-#include "cli/describe.h"
+#include "cli/program.h"
 #include "commands.h"
 #include "failure.h"
 #include "manual.h"
@@ -185,32 +185,15 @@ int run(int argc, char** argv) {
   add_region(add(app, "doctor", "Look at what can be wrong, one after the other",
                  [&common, region] { doctor(common, *region); }),
              *region);
-  try {
-    if (cli::described(app, uhfctl::manual(), argc, argv)) {
-      return uhfctl::kDone;
-    }
-    app.parse(argc, argv);
-    return uhfctl::kDone;
-  } catch (const CLI::ParseError& error) {
-    if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
-      return app.exit(error);  // help, or the version
-    }
-    std::fprintf(stderr, "uhfctl: %s\n", cli::usage_error(app, error, argc, argv).c_str());
-    return uhfctl::kUsage;
-  } catch (const uhfctl::Failure& failure) {
-    std::fprintf(stderr, "uhfctl: %s\n", failure.what());
-    return failure.status();
-  } catch (const std::exception& failure) {
-    std::fprintf(stderr, "uhfctl: %s\n", failure.what());
-    return uhfctl::kFailed;
-  }
+  cli::read_command_line(app, uhfctl::manual(), argc, argv);
+  return uhfctl::kDone;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
   std::signal(SIGPIPE, SIG_IGN);
-  const int status = run(argc, argv);
+  const int status = cli::explained("uhfctl", [=] { return run(argc, argv); });
   if (uhfctl::Port::left_alone()) {
     std::fflush(nullptr);
     _exit(status);
