@@ -54,6 +54,12 @@ int connected(const std::filesystem::path& directory) {
   throw NoDaemon("no door daemon answers at " + (directory / "control.sock").string() + way_out);
 }
 
+void throw_refusal(const Json& line) {
+  if (!line.value("ok", true)) {
+    throw Refused(line.value("error", "the door daemon refuses"), line.value("status", 1));
+  }
+}
+
 }  // namespace
 
 Connection::Connection(net::io_context& context, int fd) : stream_(context) { stream_.socket().assign(Local(), fd); }
@@ -111,9 +117,7 @@ net::awaitable<Json> Connection::hear(std::optional<std::chrono::milliseconds> p
 
 net::awaitable<Json> Connection::receive(std::optional<std::chrono::milliseconds> patience) {
   Json line = co_await hear(patience);
-  if (!line.value("ok", true)) {
-    throw Refused(line.value("error", "the door daemon refuses"), line.value("status", 1));
-  }
+  throw_refusal(line);
   co_return line;
 }
 
@@ -148,10 +152,8 @@ std::shared_ptr<Connection> Daemon::connect(Hangup& hangup) {
 }
 
 net::awaitable<Json> Daemon::ask(const Json& request, std::chrono::milliseconds patience) {
-  const auto place = one_of(asking_, kMostAtOnce);
-  const auto connection = connect();
-  co_await connection->send(request);
-  Json answer = co_await connection->receive(patience);
+  Json answer = co_await ask_any(request, patience);
+  throw_refusal(answer);
   co_return answer;
 }
 
