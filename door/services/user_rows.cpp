@@ -150,6 +150,24 @@ std::vector<std::uint64_t> cards_of(SQLite::Database& database, std::int64_t use
   return cards;
 }
 
+People people(SQLite::Database& database) {
+  People all;
+  each_user(database, [&](User user, bool is_right) {
+    if (!is_right) {
+      all.damaged_users.insert(user.id);
+    }
+    all.users.push_back(std::move(user));
+  });
+  each_card(database, [&](Card card, bool is_right) {
+    if (!is_right) {
+      all.damaged_cards.insert(card.value);
+    }
+    all.cards.push_back(std::move(card));
+  });
+  all.schedules = schedule_names(database);
+  return all;
+}
+
 // LIKE would take % and _ for more than they are.
 std::vector<std::int64_t> found(SQLite::Database& database, const PeopleSearch& search, std::size_t most) {
   SQLite::Statement row(

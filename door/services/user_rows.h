@@ -31,6 +31,9 @@ void each_cards_user(SQLite::Database& database,
 // Of each user who has cards, how many.
 void each_count(SQLite::Database& database, const std::function<void(std::int64_t user, std::int64_t cards)>& take);
 
+// All of them, and the names of the schedules.
+People people(SQLite::Database& database);
+
 // Of those that are there.
 std::map<std::int64_t, std::string> names(SQLite::Database& database, const std::set<std::int64_t>& users);
 
