@@ -19,7 +19,6 @@
 #include "ac/util.h"
 #include "door/backup/take_over.h"
 #include "door/base/gpio_plan.h"
-#include "door/base/local_time.h"
 #include "door/base/settings_rules.h"
 #include "door/gpio/chip_lines.h"
 #include "door/journal/changes.h"
@@ -51,7 +50,6 @@ std::chrono::milliseconds checking_period(std::chrono::milliseconds limit) {
 constexpr const char* kDiskAlarm = "disk";
 constexpr const char* kJournalAlarm = "journal";
 constexpr const char* kGpioAlarm = "gpio";
-constexpr const char* kClockAlarm = "clock";
 
 // How long the disk may take before it is an alarm; with the time to the next look less than five seconds. In any case
 // it comes before the watchdog's end.
@@ -59,9 +57,6 @@ constexpr std::chrono::milliseconds kDiskPatience(3000);
 
 // How long a reader that is there takes to answer at the start.
 constexpr std::chrono::seconds kFirstAnswer(1);
-
-// Of the journal, whose newest may be of a clock that was lost.
-constexpr std::int64_t kEntriesThatKnowTheTime = 1000;
 
 // How long a command without a host takes at the most, in general: it holds the directory meanwhile.
 constexpr std::chrono::milliseconds kCommand(1000);
@@ -209,9 +204,7 @@ void Host::begin_journal() {
     kept_plan_.settings_changed(values());
     supervision_.look_soon();
   });
-  Journal::read(state_, {.last = kEntriesThatKnowTheTime},
-                [this](const JournalEntry& entry) { clock_.know(entry.time.wall); });
-  look_at_the_clock();
+  clock_.begin(state_);
   journal_.note({.kind = Kind::start,
                  .fields = {{"version", UHF_VERSION},
                             {"run_before", journal_.found_unended_run() ? "without an end" : "ended"}}});
@@ -235,29 +228,9 @@ void Host::see_that_all_is_well() {
   supervisor_.tell("WATCHDOG=1");
   door_.close_when_due();  // should its timer's thread not come to it
   look_at_the_disk();
-  look_at_the_clock();
-  tell_of_departures();
+  clock_.look();
+  visit_feed_.tell_of_departures();
   journal_.look();
-}
-
-void Host::look_at_the_clock() {
-  const auto now = IdentifierService::system_clocks().wall;
-  clock_.look(now, refhost::clock_is_trusted());
-  if (clock_.is_trusted(now)) {
-    alarms_.clear(kClockAlarm);
-  } else {
-    const auto known = Milliseconds(std::chrono::milliseconds(clock_.known()));
-    alarms_.raise(kClockAlarm, "the clock has lost its time, or was set back: it was " +
-                                   local_time(known, "%Y-%m-%d %H:%M") +
-                                   " already: set it right, or let a time service keep it");
-  }
-}
-
-void Host::tell_of_departures() {
-  for (const auto& [card, begin, last, told] : visits_.take_over(std::chrono::steady_clock::now())) {
-    const auto stay = std::chrono::duration_cast<std::chrono::seconds>(last - begin).count();
-    refhost::send("card_left", {{"value", static_cast<std::int64_t>(card)}, {"seconds", std::int64_t{stay}}});
-  }
 }
 
 void Host::look_at_the_disk() {

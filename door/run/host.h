@@ -14,6 +14,7 @@
 #include "door/journal/bookkeeping.h"
 #include "door/journal/journal.h"
 #include "door/journal/journal_feed.h"
+#include "door/run/clock_watch.h"
 #include "door/run/ending.h"
 #include "door/run/figures.h"
 #include "door/run/host_stores.h"
@@ -24,7 +25,6 @@
 #include "door/run/supervisor.h"
 #include "door/run/visit_feed.h"
 #include "door/services/alarms.h"
-#include "door/services/clock_trust.h"
 #include "door/services/door_service.h"
 #include "door/services/door_supervision.h"
 #include "door/services/enroller_service.h"
@@ -71,8 +71,6 @@ class Host {
   bool lets_open() const;
   void see_that_all_is_well();
   void look_at_the_disk();
-  void look_at_the_clock();
-  void tell_of_departures();
   SettingsValues values() const;
   ScheduleLookup schedules() const;
   void use_real_lines();
@@ -115,11 +113,13 @@ class Host {
   DoorSupervision supervision_{door_, gpio_, alarms_, values(), schedules()};
   Visits visits_;
   VisitFeed visit_feed_{settings_, visits_};
-  ClockTrust clock_;
-  IdentifierService identifier_{
-      {.users = users_, .changes = changes_, .books = books_, .visits = visits_, .clock = clock_, .is_locked = [this] {
-         return supervision_.is_locked();
-       }}};
+  ClockWatch clock_{alarms_};
+  IdentifierService identifier_{{.users = users_,
+                                 .changes = changes_,
+                                 .books = books_,
+                                 .visits = visits_,
+                                 .clock = clock_.trust(),
+                                 .is_locked = [this] { return supervision_.is_locked(); }}};
   EnrollerService enroller_{users_};
   const JournalFeed journal_feed_{books_.note};  // before who tells of the reader's states
   ReadingWatch readings_{settings_, gpio_, books_.note, [this] { return journal_.has_room_for_sightings(); }};

@@ -1,8 +1,10 @@
 #include "door/run/visit_feed.h"
 
+#include <chrono>
 #include <new>
 
 #include "door/why/card_value.h"
+#include "refhost/send.h"
 
 namespace achost {
 
@@ -21,6 +23,13 @@ void VisitFeed::saw(const line::Exchange& exchange) {
   } catch (const std::bad_alloc&) {  // the line goes on; the cards' announcements tell of them, too
   }
   cards_.clear();
+}
+
+void VisitFeed::tell_of_departures() {
+  for (const auto& [card, begin, last, told] : visits_.take_over(std::chrono::steady_clock::now())) {
+    const auto stay = std::chrono::duration_cast<std::chrono::seconds>(last - begin).count();
+    refhost::send("card_left", {{"value", static_cast<std::int64_t>(card)}, {"seconds", std::int64_t{stay}}});
+  }
 }
 
 }  // namespace achost

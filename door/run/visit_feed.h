@@ -1,4 +1,4 @@
-// Tells the visits which cards are read.
+// Tells the visits which cards are read, and the bus which have left.
 #pragma once
 
 #include <vector>
@@ -18,6 +18,9 @@ class VisitFeed {
 
   // A question of the plug-in's that is done with. The line's thread.
   void saw(const line::Exchange& exchange);
+
+  // Regularly: "card_left" of each visit that is over. Any one thread.
+  void tell_of_departures();
 
  private:
   const refhost::SettingsStore& settings_;
