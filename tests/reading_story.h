@@ -40,6 +40,9 @@ struct Step {
   std::int64_t number = 0;
 };
 
+// Of the settings that a story stores, by why::Setting.
+inline constexpr std::array kKeys{"operation_mode", "trig_idle", "trigger_timeout", "read_interval",
+                                  "read_interval_diff_tags"};
 inline constexpr std::array kModes{"inhibit", "TRIGGER", "continuous", "none of these"};
 inline constexpr std::array kReaderTypes{"msb", "LSB", ""};
 // The last bytes of the first two are the same, as are the first bytes of the second and the third.
