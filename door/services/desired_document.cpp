@@ -11,6 +11,7 @@
 #include "door/base/assignment.h"
 #include "door/base/encoding.h"
 #include "door/base/failure.h"
+#include "door/base/json_value.h"
 #include "door/services/people_rows.h"
 
 namespace achost {
@@ -24,7 +25,7 @@ constexpr std::size_t kLargestDocument = std::size_t{256} << 20;  // a million u
 [[noreturn]] void refuse(const std::string& text) { throw Failure(kUsage, text); }
 
 [[noreturn]] void refuse_value(const std::string& key, const json& value, const char* way_out) {
-  refuse(key + " cannot be " + value.dump(-1, ' ', true) + ": give " + way_out);
+  refuse(key + " cannot be " + in_message(value) + ": give " + way_out);
 }
 
 std::string text_at(const std::string& key, const json& value) {

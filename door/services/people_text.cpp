@@ -9,6 +9,7 @@
 #include "door/base/csv.h"
 #include "door/base/encoding.h"
 #include "door/base/failure.h"
+#include "door/base/json_value.h"
 #include "door/base/local_time.h"
 
 namespace achost {
@@ -117,7 +118,7 @@ PeopleCells cells_of(std::string_view text) {
       throw Failure(kUsage, "there is no key " + in_quotes(key) + ": there are " + all_columns());
     }
     if (!cell.has_value()) {
-      throw Failure(kUsage, key + " cannot be " + value.dump(-1, ' ', true) + ": give a text or a whole number");
+      throw Failure(kUsage, key + " cannot be " + in_message(value) + ": give a text or a whole number");
     }
     row.at(*column) = std::move(cell);
   }

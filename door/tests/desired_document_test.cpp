@@ -100,6 +100,14 @@ TEST(DesiredDocument, AnErrorNamesTheLineAndTheThing) {
             "f:1: user 7 is removed too: either give or remove him");
 }
 
+// Writing it out would go as deep as it does.
+TEST(DesiredDocument, WhatIsNestedHoweverDeepIsRefusedAsWhatItIs) {
+  EXPECT_THAT(fault("{\"user\": {\"id\": 7}}"), StartsWith("f:1: user cannot be an object: give a whole number"));
+  constexpr std::size_t kDeep = 500'000;
+  EXPECT_THAT(fault("{\"user\": " + std::string(kDeep, '[') + std::string(kDeep, ']') + "}"),
+              StartsWith("f:1: user cannot be a list: give a whole number"));
+}
+
 TEST(DesiredDocument, ALineWithoutAnEndIsRefusedBeforeItTakesMemory) {
   DesiredReader reader("f", Form::whole);
   EXPECT_THAT(failure_of([&] {

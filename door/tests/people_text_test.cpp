@@ -136,6 +136,7 @@ TEST_F(PeopleText, WhatIsWrongIsSaidWithItsLineAndTheWayOut) {
       {"{\"id\":7,\"nam\":\"\"}\n", "f:1: there is no key \"nam\": there are id, name, card"},
       {"{\"id\":7.5}\n", "f:1: id cannot be 7.5: give a text or a whole number"},
       {"{\"name\":\"a\"}\n", "f:1: \"\" is no user"},
+      {"{\"id\":" + std::string(500'000, '[') + std::string(500'000, ']') + "}\n", "f:1: id cannot be a list: give a"},
   };
   for (const auto& [text, expected] : cases) {
     EXPECT_THAT(failure(text), StartsWith(expected)) << text;
