@@ -37,7 +37,11 @@ Outbox::Outbox(Needs needs) : needs_(std::move(needs)), file_(needs_.file), wake
   acknowledged_.begin_at(file_.stored());
 }
 
-void Outbox::broker_is_down() {
+void Outbox::broker_is_down() { begin_anew(); }
+
+// From what is acknowledged. What has come of the journal already is not told any more.
+void Outbox::begin_anew() {
+  is_over_ = true;
   if (connection_ != nullptr) {
     connection_->close();
   }
@@ -47,10 +51,10 @@ void Outbox::broker_is_down() {
   wake_.cancel();
 }
 
+// Not at once: what is under way is acknowledged yet, and would be the latest that is.
 void Outbox::go_back(std::int64_t after) {
-  const Position& reached = acknowledged_.reached();
-  acknowledged_.begin_at({reached.journal, std::min(after, reached.number)});
-  broker_is_down();  // what is followed begins anew from there
+  back_to_ = std::min(after, back_to_.value_or(after));
+  begin_anew();
 }
 
 net::awaitable<void> Outbox::wait_for_change() {
@@ -78,7 +82,10 @@ net::awaitable<void> Outbox::run() {
 }
 
 net::awaitable<void> Outbox::follow() {
-  acknowledged_.begin_at(acknowledged_.reached());
+  is_over_ = false;
+  const Position reached = acknowledged_.reached();
+  const auto back_to = std::exchange(back_to_, std::nullopt).value_or(reached.number);
+  acknowledged_.begin_at({reached.journal, std::min(back_to, reached.number)});
   co_await look_ahead();
   const Position& from = acknowledged_.reached();
   journal_ = from.journal;
@@ -89,7 +96,7 @@ net::awaitable<void> Outbox::follow() {
   connection_ = needs_.daemon.connect();
   co_await connection_->send(request);
   Json line = co_await connection_->receive();
-  while (needs_.broker.is_up()) {
+  while (!is_over_ && needs_.broker.is_up()) {
     co_await take(line);
     line = co_await connection_->receive(gateway::Connection::kForEver);
   }
@@ -145,7 +152,7 @@ net::awaitable<void> Outbox::tell(const std::string& kind, const Json& content, 
   const Publication publication{.topic = topics::journal(needs_.door, kind),
                                 .payload = payload_of(needs_.door, journal_, content)};
   for (;;) {
-    if (!needs_.broker.is_up()) {
+    if (is_over_ || !needs_.broker.is_up()) {
       throw gateway::NoDaemon("the broker has gone");
     }
     if (acknowledged_.under_way() < kWindow) {
@@ -163,10 +170,12 @@ void Outbox::done(Acknowledgements::Handle handle, Outcome outcome) {
   if (outcome == Outcome::taken) {
     acknowledged_.take(handle);
     keep(std::chrono::steady_clock::now());
-  } else if (outcome == Outcome::refused) {
-    needs_.say("the broker refuses what is told at " + topics::journal(needs_.door, "#") +
-               ": its ACL is to let this door write there");
-    broker_is_down();  // it is told again from there on
+  } else {
+    if (outcome == Outcome::refused) {
+      needs_.say("the broker refuses what is told at " + topics::journal(needs_.door, "#") +
+                 ": its ACL is to let this door write there");
+    }
+    begin_anew();  // also where the broker is there again already
   }
   wake_.cancel();
 }

@@ -55,6 +55,7 @@ class Outbox {
   void keep(std::optional<PositionFile::Time> now);
 
  private:
+  void begin_anew();
   net::awaitable<void> follow();
   net::awaitable<void> take(const Json& line);
   net::awaitable<void> tell(const std::string& kind, const Json& content, const Position& position);
@@ -70,6 +71,8 @@ class Outbox {
   std::unique_ptr<gateway::Connection> connection_;  // null when nothing is followed
   std::unique_ptr<gateway::Connection> ahead_;       // the second one; null when the first is live
   net::steady_timer wake_;                           // cancelled when something has changed
+  std::optional<std::int64_t> back_to_;              // whoever follows next begins behind that number at the latest
+  bool is_over_ = false;                             // what is followed is to begin anew
   std::int64_t behind_ = 0;
   bool ahead_running_ = false;  // whoever tells what happens has not ended yet
 };

@@ -107,6 +107,62 @@ TEST_F(Backlog, ComesInOrderAndWhatHappensMeanwhileDoesNotWaitForIt) {
       backlog(), all.count(), ahead_.size(), latest);
 }
 
+// The outbox in this process, which can be met between two of its steps.
+class OutboxHere : public Backlog {
+ protected:
+  void SetUp() override {
+    Backlog::SetUp();
+    daemon_.emplace(context_, state());
+    door_.emplace(context_, Place{.host = "127.0.0.1", .port = broker_->port(), .client = "gate-1"},
+                  Broker::Handlers{.up = [this] { outbox_->broker_is_up(); },
+                                   .down = [this](const Fault&) { outbox_->broker_is_down(); }});
+    outbox_.emplace(Outbox::Needs{.context = context_,
+                                  .daemon = *daemon_,
+                                  .broker = *door_,
+                                  .door = "gate-1",
+                                  .file = file(),
+                                  .seen = {},
+                                  .say = [](const std::string& text) { ADD_FAILURE() << text; }});
+    net::co_spawn(context_, outbox_->run(), net::detached);
+    door_->start();
+  }
+
+  std::filesystem::path file() const { return std::filesystem::path(own_state()) / "position.json"; }
+
+  // The number of the last entry that the broker has acknowledged, with all before it.
+  std::int64_t reached() {
+    outbox_->keep(std::nullopt);
+    std::ifstream in(file());
+    const std::string text{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    return number_in(text);
+  }
+
+  std::int64_t newest() const {
+    return nlohmann::json::parse(output({"journal", "--last", "1", "--json"})).at("number").get<std::int64_t>();
+  }
+
+  std::optional<gateway::Daemon> daemon_;
+  std::optional<Broker> door_;
+  std::optional<Outbox> outbox_;
+};
+
+TEST_F(OutboxHere, AReplayBeginsWhereItIsWantedAlsoWhileMuchIsOnItsWay) {
+  ASSERT_TRUE(runs_until([this] { return in_order_.size() > 100; }));
+  outbox_->go_back(0);
+  EXPECT_TRUE(runs_until([this] { return std::ranges::count(in_order_, 1) == 2; })) << reached();
+}
+
+TEST_F(OutboxHere, WhatARenewedConnectionHasLeftUnacknowledgedIsToldAgain) {
+  ASSERT_TRUE(runs_until([this] { return outbox_->behind() == 0 && reached() == newest(); }));
+  broker_->signal(SIGSTOP);
+  output({"door", "mode", "locked", "--for", "60s"});
+  ASSERT_TRUE(runs_until([this] { return door_->in_flight() > 0; }));
+  door_->renew();
+  EXPECT_EQ(door_->in_flight(), 0U);
+  broker_->signal(SIGCONT);
+  EXPECT_TRUE(runs_until([this] { return reached() == newest(); })) << reached() << " of " << newest();
+}
+
 double median(std::vector<double> values) {
   std::ranges::nth_element(values, values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2));
   return values[values.size() / 2];
