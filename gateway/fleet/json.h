@@ -6,6 +6,9 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
+
+#include "gateway/base/json.h"
 
 namespace fleet {
 
@@ -13,8 +16,8 @@ using Json = nlohmann::ordered_json;
 
 // An object; an empty one of what is none.
 inline Json object_of(std::string_view text) {
-  Json json = Json::parse(text, nullptr, false);
-  return json.is_object() ? json : Json::object();
+  Json json = gateway::parsed(text);
+  return json.is_object() ? std::move(json) : Json::object();
 }
 
 // One line; what is no UTF-8 is replaced.

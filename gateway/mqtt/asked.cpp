@@ -18,7 +18,7 @@ Json object_of(std::string_view payload) {
   if (payload.size() > kLongestCommand) {
     throw NotAsked("a command has at most " + std::to_string(kLongestCommand) + " bytes");
   }
-  Json request = payload.empty() ? Json::object() : Json::parse(payload, nullptr, false);
+  Json request = payload.empty() ? Json::object() : gateway::parsed(payload);
   if (!request.is_object()) {
     throw NotAsked("a command is a JSON object, such as {\"by\": \"Ana\"}");
   }
@@ -144,7 +144,7 @@ Asked asked_of(std::string_view name, const Message& message, std::int64_t now) 
 }
 
 Json correlation_of(std::string_view payload) {
-  const Json request = payload.size() > kLongestCommand ? Json() : Json::parse(payload, nullptr, false);
+  const Json request = payload.size() > kLongestCommand ? Json() : gateway::parsed(payload);
   return request.is_object() ? request.value("correlation", Json()) : Json();
 }
 

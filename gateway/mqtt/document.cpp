@@ -37,7 +37,7 @@ struct Lines {
 };
 
 void sort_line(std::string_view line, Lines& lines) {
-  const Json json = Json::parse(line, nullptr, false);
+  const Json json = gateway::parsed(line);
   if (!json.is_object()) {
     throw BadManifest("a part of the document has a line that is no JSON object");
   }
@@ -77,7 +77,7 @@ void compare(const std::map<std::string, std::string>& before, const std::map<st
 }  // namespace
 
 Manifest manifest_of(std::string_view text) {
-  const Json json = Json::parse(text, nullptr, false);
+  const Json json = gateway::parsed(text);
   if (!json.is_object() || !json.value("revision", Json()).is_number_integer() ||
       !json.value("parts", Json()).is_array()) {
     throw BadManifest("what is desired is to be {\"revision\": N, \"parts\": [{\"hash\": HEX, \"bytes\": N}]}");
@@ -127,7 +127,7 @@ Difference difference(const std::vector<std::string>& gone, const std::vector<st
 std::string schedules_of(std::string_view part) {
   std::string rows;
   each_line(part, [&](std::string_view line) {
-    const Json json = Json::parse(line, nullptr, false);
+    const Json json = gateway::parsed(line);
     if (json.is_object() && json.contains("schedule") && !json.contains("user")) {
       rows += std::string(line) + "\n";
     }

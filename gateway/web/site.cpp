@@ -49,8 +49,8 @@ Response session_answer(std::optional<Role> role) {
 }
 
 Json object_in(const Request& request) {
-  Json body = Json::parse(request.body(), nullptr, false);
-  return body.is_object() ? body : Json::object();
+  Json body = gateway::parsed(request.body());
+  return body.is_object() ? std::move(body) : Json::object();
 }
 
 std::string text_in(const Json& object, const char* field) {

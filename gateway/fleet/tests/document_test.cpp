@@ -4,6 +4,7 @@
 
 #include "cli/failure.h"
 #include "gateway/fleet/change.h"
+#include "gateway/fleet/json.h"
 #include "gateway/fleet/parts.h"
 
 namespace fleet {
@@ -85,6 +86,12 @@ TEST(FleetDocument, WhatIsNoLineOfADocumentIsRefused) {
     Document document;
     EXPECT_THAT(error_of([&] { add_lines(document, line); }), HasSubstr("--anew")) << line;
   }
+}
+
+TEST(FleetJson, WhatSomebodyNestsHoweverDeepIsNothing) {
+  const std::string deep = std::string(500'000, '[') + std::string(500'000, ']');
+  EXPECT_TRUE(object_of("{\"online\": true, \"alarms\": " + deep + "}").empty());
+  EXPECT_TRUE(flag_in(object_of("{\"online\": true, \"alarms\": [[]]}"), "online"));
 }
 
 TEST(FleetParts, TogetherAreTheDocument) {

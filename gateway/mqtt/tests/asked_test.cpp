@@ -64,6 +64,9 @@ TEST(AskedTest, ARetainedOneAndWhatIsNoneAreRefused) {
   for (const char* payload : {"[]", "3", "{", "\xff", "null"}) {
     EXPECT_THAT(refusal_of("open", payload), HasSubstr("is a JSON object")) << payload;
   }
+  const std::string deep = R"({"correlation": )" + std::string(30'000, '[') + std::string(30'000, ']') + "}";
+  EXPECT_THAT(refusal_of("open", deep), HasSubstr("is a JSON object"));
+  EXPECT_TRUE(correlation_of(deep).is_null());
   EXPECT_THAT(refusal_of("open", std::string(kLongestCommand + 1, ' ')), HasSubstr("at most"));
   EXPECT_THAT(refusal_of("config", R"({"get": "region"})"), HasSubstr("\"get\" is to be a setting"));
 }

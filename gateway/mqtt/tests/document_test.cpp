@@ -35,6 +35,8 @@ TEST(DocumentTest, WhatIsNoManifestIsRefusedSoThatNoFileIsNamedByIt) {
     EXPECT_THAT(failure_of(R"({"revision": 7, "parts": [{"hash": ")" + std::string(hash) + R"("}]})"),
                 HasSubstr("32 hexadecimal digits"));
   }
+  const std::string deep = std::string(120'000, '[') + std::string(120'000, ']');
+  EXPECT_THAT(failure_of(R"({"revision": )" + deep + R"(, "parts": []})"), HasSubstr("what is desired is to be"));
   EXPECT_THAT(failure_of(R"({"revision": 0, "parts": []})"), HasSubstr("1 or more"));
   EXPECT_THAT(failure_of(R"({"revision": 18446744073709551615, "parts": []})"), HasSubstr("1 or more"));
 }
