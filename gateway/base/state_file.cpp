@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 #include <string>
@@ -28,7 +29,26 @@ bool write_all(int fd, std::string_view text) {
   return true;
 }
 
+std::string from_environment(const char* name) {
+  const char* const value = std::getenv(name);
+  return value != nullptr ? value : "";
+}
+
 }  // namespace
+
+std::filesystem::path own_state(const std::string& program, const std::filesystem::path& given) {
+  if (!given.empty()) {
+    return given;
+  }
+  const std::string home = from_environment("HOME");
+  return geteuid() == 0 || home.empty() ? std::filesystem::path("/var/lib") / program
+                                        : std::filesystem::path(home) / ".local/state" / program;
+}
+
+std::filesystem::path daemons_state(const std::filesystem::path& given) {
+  const std::string usual = from_environment("ACHOST_STATE");
+  return !given.empty() ? given : !usual.empty() ? std::filesystem::path(usual) : "/var/lib/achost";
+}
 
 void give_to_owner_of(const std::filesystem::path& directory, int fd) {
   struct stat owner {};

@@ -13,6 +13,7 @@
 #include "cli/failure.h"
 #include "cli/program.h"
 #include "door/base/time_of.h"
+#include "gateway/base/state_file.h"
 #include "gateway/fleet/commands.h"
 #include "gateway/fleet/manual.h"
 #include "gateway/fleet/provision.h"
@@ -20,6 +21,7 @@
 
 namespace {
 
+constexpr const char* kProgram = "achost-fleet";
 constexpr const char* kStatuses =
     "Exit status:\n"
     "  0  done; also ended by Ctrl-C or SIGTERM\n"
@@ -139,12 +141,6 @@ void add_acts(CLI::App& app, Options& options) {
   mode.add_option("--for", options.length, "How long, such as 10min; for good unless given")->type_name("TIME");
 }
 
-std::filesystem::path own_state() {
-  const char* const home = std::getenv("HOME");
-  return geteuid() == 0 || home == nullptr ? "/var/lib/achost-fleet"
-                                           : std::filesystem::path(home) / ".local/state/achost-fleet";
-}
-
 void add_state(CLI::App& command, fleet::ProvisionOptions& options) {
   command
       .add_option(
@@ -171,7 +167,7 @@ void add_invite(CLI::App& app, Options& options) {
   invite.callback([&options] {
     options.run = [&options] {
       auto& wanted = options.provision;
-      wanted.state = wanted.state.empty() ? own_state() : wanted.state;
+      wanted.state = gateway::own_state(kProgram, wanted.state);
       wanted.new_doors_at =
           wanted.new_doors_at.empty() ? fleet::place_of(options.access).host + ":8884" : wanted.new_doors_at;
       return fleet::invite(wanted, as_json(options));
@@ -197,7 +193,7 @@ void add_provision(CLI::App& app, Options& options) {
   provision.callback([&options] {
     options.run = [&options] {
       auto& wanted = options.provision;
-      wanted.state = wanted.state.empty() ? own_state() : wanted.state;
+      wanted.state = gateway::own_state(kProgram, wanted.state);
       const fleet::Authority authority(options.access.files.ca, wanted.key);
       const auto broker = wanted.for_doors.empty() ? options.access.broker : wanted.for_doors;
       fleet::Centre centre(options.access);
@@ -221,7 +217,7 @@ void add_access(CLI::App& app, Options& options) {
 
 int run_command_line(int argc, char** argv) {
   Options options;
-  CLI::App app("Doors on a broker, seen and told from one place.", "achost-fleet");
+  CLI::App app("Doors on a broker, seen and told from one place.", kProgram);
   cli::set_up_help(app);
   app.set_version_flag("--version", UHF_VERSION, "Tell the version");
   app.require_subcommand(1);
@@ -240,5 +236,5 @@ int run_command_line(int argc, char** argv) {
 int main(int argc, char** argv) {
   umask(077);
   std::signal(SIGPIPE, SIG_IGN);
-  return cli::explained("achost-fleet", [=] { return run_command_line(argc, argv); });
+  return cli::explained(kProgram, [=] { return run_command_line(argc, argv); });
 }

@@ -1,15 +1,14 @@
 // achost-mqtt, the bridge of a door to a fleet's broker. The command line.
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
 
 #include "cli/command_line.h"
 #include "cli/failure.h"
 #include "cli/program.h"
+#include "gateway/base/state_file.h"
 #include "gateway/mqtt/bridge.h"
 #include "gateway/mqtt/join.h"
 #include "gateway/mqtt/manual.h"
@@ -17,6 +16,7 @@
 
 namespace {
 
+constexpr const char* kProgram = "achost-mqtt";
 constexpr const char* kStatuses =
     "Exit status:\n"
     "  0  done; also ended by Ctrl-C or SIGTERM\n"
@@ -31,26 +31,6 @@ struct Words {
   mqtt::JoinOptions join;
 };
 
-std::string from_environment(const char* name) {
-  const char* const value = std::getenv(name);
-  return value != nullptr ? value : "";
-}
-
-std::filesystem::path own_state(const std::filesystem::path& given) {
-  if (!given.empty()) {
-    return given;
-  }
-  if (geteuid() == 0) {
-    return "/var/lib/achost-mqtt";
-  }
-  return std::filesystem::path(from_environment("HOME")) / ".local/state/achost-mqtt";
-}
-
-std::filesystem::path daemons_state(const std::filesystem::path& given) {
-  const std::string usual = from_environment("ACHOST_STATE");
-  return !given.empty() ? given : !usual.empty() ? std::filesystem::path(usual) : "/var/lib/achost";
-}
-
 // That of a door that has joined, or the machine's.
 std::filesystem::path usual_config(const std::filesystem::path& state) {
   std::error_code failure;
@@ -61,11 +41,11 @@ std::filesystem::path usual_config(const std::filesystem::path& state) {
 // The file counts where the door or its broker is not named.
 void run(Words& words) {
   mqtt::Options& options = words.options;
-  options.state = own_state(options.state);
+  options.state = gateway::own_state(kProgram, options.state);
   if (!words.config.empty() || options.door.empty() || options.broker.empty()) {
     mqtt::read_options(words.config.empty() ? usual_config(options.state).string() : words.config, options);
   }
-  options.daemon = daemons_state(options.daemon);
+  options.daemon = gateway::daemons_state(options.daemon);
   mqtt::run(options);
 }
 
@@ -113,7 +93,7 @@ void add_join(CLI::App& app, mqtt::JoinOptions& options) {
       ->type_name("DIR");
   command.footer(kStatuses);
   command.callback([&options] {
-    options.directory = own_state(options.directory);
+    options.directory = gateway::own_state(kProgram, options.directory);
     const auto joined = mqtt::join(options);
     std::printf("this is %s now, of the fleet at %s; start it with\n  achost-mqtt run --config %s\n",
                 joined.door.c_str(), joined.broker.c_str(), (options.directory / "achost-mqtt.conf").c_str());
@@ -122,7 +102,7 @@ void add_join(CLI::App& app, mqtt::JoinOptions& options) {
 
 int run_command_line(int argc, char** argv) {
   Words words;
-  CLI::App app("The bridge of a door to a fleet's broker.", "achost-mqtt");
+  CLI::App app("The bridge of a door to a fleet's broker.", kProgram);
   cli::set_up_help(app);
   app.set_version_flag("--version", UHF_VERSION, "Tell the version");
   app.require_subcommand(1);
@@ -138,5 +118,5 @@ int run_command_line(int argc, char** argv) {
 int main(int argc, char** argv) {
   umask(077);
   std::signal(SIGPIPE, SIG_IGN);
-  return cli::explained("achost-mqtt", [=] { return run_command_line(argc, argv); });
+  return cli::explained(kProgram, [=] { return run_command_line(argc, argv); });
 }

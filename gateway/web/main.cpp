@@ -1,15 +1,14 @@
 // achost-web, the page and the figures of a door. The command line.
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
 
 #include "cli/command_line.h"
 #include "cli/failure.h"
 #include "cli/program.h"
+#include "gateway/base/state_file.h"
 #include "gateway/web/access.h"
 #include "gateway/web/manual.h"
 #include "gateway/web/run.h"
@@ -17,6 +16,7 @@
 
 namespace {
 
+constexpr const char* kProgram = "achost-web";
 constexpr const char* kStatuses =
     "Exit status:\n"
     "  0  done; also ended by Ctrl-C or SIGTERM\n"
@@ -28,26 +28,6 @@ struct Words {
   std::string role = "admin";
   std::string name;
 };
-
-std::string from_environment(const char* name) {
-  const char* const value = std::getenv(name);
-  return value != nullptr ? value : "";
-}
-
-std::filesystem::path own_state(const std::filesystem::path& given) {
-  if (!given.empty()) {
-    return given;
-  }
-  if (geteuid() == 0) {
-    return "/var/lib/achost-web";
-  }
-  return std::filesystem::path(from_environment("HOME")) / ".local/state/achost-web";
-}
-
-std::filesystem::path daemons_state(const std::filesystem::path& given) {
-  const std::string usual = from_environment("ACHOST_STATE");
-  return !given.empty() ? given : !usual.empty() ? std::filesystem::path(usual) : "/var/lib/achost";
-}
 
 void add_state(CLI::App& command, web::Options& options) {
   command
@@ -73,8 +53,8 @@ void add_run(CLI::App& app, web::Options& options) {
   add_state(run, options);
   run.footer(kStatuses);
   run.callback([&options] {
-    options.state = own_state(options.state);
-    options.daemon = daemons_state(options.daemon);
+    options.state = gateway::own_state(kProgram, options.state);
+    options.daemon = gateway::daemons_state(options.daemon);
     web::run(options);
   });
 }
@@ -90,13 +70,14 @@ void add_access(CLI::App& app, Words& words) {
       ->type_name("NAME")
       ->check([](const std::string& name) { return name.size() <= 40 ? "" : "a name has at most 40 bytes"; });
   link.callback([&words] {
-    web::Access access(own_state(words.options.state));
-    std::puts(web::link_text(own_state(words.options.state), access, *web::role_of(words.role), words.name).c_str());
+    const auto state = gateway::own_state(kProgram, words.options.state);
+    web::Access access(state);
+    std::puts(web::link_text(state, access, *web::role_of(words.role), words.name).c_str());
   });
   CLI::App& key = *app.add_subcommand("key", "Print a key with which a program may read /metrics");
-  key.callback([&options] { std::puts(web::Access(own_state(options.state)).make_key().c_str()); });
+  key.callback([&options] { std::puts(web::Access(gateway::own_state(kProgram, options.state)).make_key().c_str()); });
   CLI::App& forget = *app.add_subcommand("forget", "End all sessions, links and keys");
-  forget.callback([&options] { web::Access(own_state(options.state)).forget(); });
+  forget.callback([&options] { web::Access(gateway::own_state(kProgram, options.state)).forget(); });
   for (CLI::App* const command : {&link, &key, &forget}) {
     add_state(*command, options);
   }
@@ -104,7 +85,7 @@ void add_access(CLI::App& app, Words& words) {
 
 int run_command_line(int argc, char** argv) {
   Words words;
-  CLI::App app("The page and the figures of a door, for browsers and for monitoring.", "achost-web");
+  CLI::App app("The page and the figures of a door, for browsers and for monitoring.", kProgram);
   cli::set_up_help(app);
   app.set_version_flag("--version", UHF_VERSION, "Tell the version");
   app.require_subcommand(1);
@@ -120,5 +101,5 @@ int run_command_line(int argc, char** argv) {
 int main(int argc, char** argv) {
   umask(077);
   std::signal(SIGPIPE, SIG_IGN);
-  return cli::explained("achost-web", [=] { return run_command_line(argc, argv); });
+  return cli::explained(kProgram, [=] { return run_command_line(argc, argv); });
 }
