@@ -17,21 +17,10 @@ namespace {
 constexpr std::size_t kLongestRequest = std::size_t{16} * 1024;
 
 void check_id(const std::string& text, const char* what) {
-  if (!mqtt::topics::is_id(text) || !mqtt::topics::is_id("new-" + text)) {
+  if (!mqtt::topics::is_serial(text)) {
     throw cli::Failure(
         cli::kUsage, achost::in_quotes(text) + " cannot be " + what + ": give small letters, digits and -, 60 at most");
   }
-}
-
-// The serial number of "provision/new-SERIAL/request"; empty of another topic.
-std::string serial_of(std::string_view topic) {
-  constexpr std::string_view kBegin = "provision/new-";
-  constexpr std::string_view kEnd = "/request";
-  if (!topic.starts_with(kBegin) || !topic.ends_with(kEnd) || topic.size() <= kBegin.size() + kEnd.size()) {
-    return "";
-  }
-  const auto serial = topic.substr(kBegin.size(), topic.size() - kBegin.size() - kEnd.size());
-  return mqtt::topics::is_id(serial) ? std::string(serial) : "";
 }
 
 void tell(const std::string& serial, const Json& answer, bool as_json) {
@@ -95,12 +84,12 @@ int provision(Centre& centre, const Authority& authority, const ProvisionOptions
   Invitations invitations(options.state);
   centre.last();
   centre.listen("provision/+/request", [&](const mqtt::Message& message) {
-    const auto serial = serial_of(message.topic);
-    if (!serial.empty() && !message.is_retained) {
+    if (const auto found = mqtt::topics::serial_of_request(message.topic); found && !message.is_retained) {
+      const std::string serial(*found);
       const auto answer =
           answer_to(serial, object_of(message.payload), invitations, authority, broker, options.days, now());
       tell(serial, answer, as_json);
-      centre.reply(mqtt::topics::provision_answer("new-" + serial), line_of(answer));
+      centre.reply(mqtt::topics::provision_answer(serial), line_of(answer));
     }
   });
   std::fputs("achost-fleet: lets invited doors in; Ctrl-C ends\n", stderr);

@@ -30,7 +30,7 @@ using std::chrono::steady_clock;
 class Question {
  public:
   Question(const JoinOptions& options, std::string request)
-      : options_(options), client_("new-" + options.serial), request_(std::move(request)) {
+      : options_(options), client_(topics::newcomer(options.serial)), request_(std::move(request)) {
     mosquitto_lib_init();
     mosquitto_.reset(mosquitto_new(client_.c_str(), true, this));
     if (mosquitto_ == nullptr) {
@@ -90,13 +90,13 @@ class Question {
   static void welcomed(mosquitto* connection, void* self, int refusal) {
     auto& question = *static_cast<Question*>(self);
     if (refusal == 0) {
-      mosquitto_subscribe(connection, nullptr, topics::provision_answer(question.client_).c_str(), 1);
+      mosquitto_subscribe(connection, nullptr, topics::provision_answer(question.options_.serial).c_str(), 1);
     }
   }
 
   static void listens(mosquitto* connection, void* self, int, int, const int*) {
     const auto& question = *static_cast<Question*>(self);
-    mosquitto_publish(connection, nullptr, topics::provision_request(question.client_).c_str(),
+    mosquitto_publish(connection, nullptr, topics::provision_request(question.options_.serial).c_str(),
                       static_cast<int>(question.request_.size()), question.request_.data(), 1, false);
   }
 
@@ -152,7 +152,7 @@ Joined join(const JoinOptions& options) try {
   if (code.empty()) {
     fail("\"" + options.code + "\" is no code: it has 20 letters and digits, such as 4TQ2M-9XKPA-...", cli::kUsage);
   }
-  if (!topics::is_id(options.serial) || !topics::is_id("new-" + options.serial)) {
+  if (!topics::is_serial(options.serial)) {
     fail("\"" + options.serial + "\" is no serial number: give small letters, digits and -", cli::kUsage);
   }
   std::filesystem::create_directories(options.directory);

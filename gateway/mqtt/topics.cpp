@@ -22,4 +22,10 @@ std::optional<Place> place_of(std::string_view topic) {
   return Place{.door = rest->substr(0, slash), .rest = rest->substr(slash + 1)};
 }
 
+std::optional<std::string_view> serial_of_request(std::string_view topic) {
+  const auto newcomer = behind(topic, "provision/new-").value_or("");
+  const auto serial = newcomer.substr(0, newcomer.find('/'));
+  return is_serial(serial) && topic == provision_request(serial) ? std::optional(serial) : std::nullopt;
+}
+
 }  // namespace mqtt::topics

@@ -40,10 +40,17 @@ inline std::string desired_part(std::string_view door, std::string_view hash) {
 }
 inline std::string desired_answer(std::string_view door) { return of(door, "desired/answer"); }
 
-inline std::string provision_request(std::string_view serial) {
-  return "provision/" + std::string(serial) + "/request";
-}
-inline std::string provision_answer(std::string_view serial) { return "provision/" + std::string(serial) + "/answer"; }
+// A board that is to become a door has no name yet: this is its client id, to which the broker's rules tie its topics.
+inline std::string newcomer(std::string_view serial) { return "new-" + std::string(serial); }
+
+inline std::string provision_request(std::string_view serial) { return "provision/" + newcomer(serial) + "/request"; }
+inline std::string provision_answer(std::string_view serial) { return "provision/" + newcomer(serial) + "/answer"; }
+
+// The serial number in provision_request(); nothing of another topic.
+std::optional<std::string_view> serial_of_request(std::string_view topic);
+
+// Whether a text may be a serial number, and a door's name: what is made of it is an id too.
+inline bool is_serial(std::string_view text) { return is_id(text) && is_id(newcomer(text)); }
 
 // A door's topic, taken apart: "doors/gate-1/journal/denied" is of gate-1, "journal/denied". Nothing for another.
 struct Place {

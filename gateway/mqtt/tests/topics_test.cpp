@@ -32,5 +32,15 @@ TEST(TopicsTest, WhatIsNoDoorsTopicIsNone) {
   }
 }
 
+TEST(TopicsTest, ANewDoorAsksByItsSerialNumber) {
+  EXPECT_EQ(provision_request("4711"), "provision/new-4711/request");
+  EXPECT_EQ(provision_answer("4711"), "provision/new-4711/answer");
+  EXPECT_EQ(serial_of_request("provision/new-4711/request"), "4711");
+  for (const char* topic : {"provision/new-4711/answer", "provision/4711/request", "provision/new-/request",
+                            "provision/new-a/b/request", "provision/new-A/request", "doors/new-4711/request", ""}) {
+    EXPECT_FALSE(serial_of_request(topic).has_value()) << topic;
+  }
+}
+
 }  // namespace
 }  // namespace mqtt::topics
