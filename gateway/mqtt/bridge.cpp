@@ -6,6 +6,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <ctime>
 #include <system_error>
 #include <vector>
 
@@ -18,6 +19,8 @@ namespace {
 using std::filesystem::file_time_type;
 
 constexpr std::chrono::seconds kLookAtFiles{2};
+constexpr std::chrono::minutes kJustStarted{2};  // a machine
+constexpr std::chrono::seconds kSpread{10};
 
 void say(const std::string& text) { std::fprintf(stderr, "achost-mqtt: %s\n", text.c_str()); }
 
@@ -40,9 +43,20 @@ bool are_usable(const Place& place) {
   }
 }
 
+// Also of the time that the machine has slept.
+std::chrono::seconds uptime() {
+  timespec time{};
+  clock_gettime(CLOCK_BOOTTIME, &time);
+  return std::chrono::seconds(time.tv_sec);
+}
+
 }  // namespace
 
-Bridge::Bridge(net::io_context& context, const Options& options, Timing timing)
+Timing timing_after(std::chrono::seconds uptime) {
+  return {.first = uptime < kJustStarted ? kSpread : std::chrono::seconds(0)};
+}
+
+Bridge::Bridge(net::io_context& context, const Options& options, const Timing& timing)
     : context_(context),
       door_(options.door),
       discovery_(options.discovery),
@@ -172,7 +186,7 @@ net::awaitable<void> Bridge::look_after_files() {
 void run(const Options& options) {
   std::filesystem::create_directories(options.state);
   net::io_context context(1);
-  Bridge bridge(context, options);
+  Bridge bridge(context, options, timing_after(uptime()));
   net::signal_set ends(context, SIGINT, SIGTERM);
   ends.async_wait([&](const boost::system::error_code&, int) {
     bridge.stop();

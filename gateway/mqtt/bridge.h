@@ -3,6 +3,7 @@
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/steady_timer.hpp>
+#include <chrono>
 #include <string>
 
 #include "gateway/mqtt/commands.h"
@@ -13,11 +14,15 @@
 
 namespace mqtt {
 
+// The doors whose power has come back together do not come to the broker together: whoever starts with his machine
+// waits some of ten seconds. Who is started later waits for nobody.
+Timing timing_after(std::chrono::seconds uptime);
+
 // One thread uses it, that of the context.
 class Bridge {
  public:
   // Throws cli::Failure or std::runtime_error.
-  Bridge(net::io_context& context, const Options& options, Timing timing = {});
+  Bridge(net::io_context& context, const Options& options, const Timing& timing = {});
 
   void start();
 

@@ -33,7 +33,7 @@ void Broker::set_will(std::string topic, std::string payload) {
 
 void Broker::start() {
   is_wanted_ = true;
-  connect();
+  timing_.first.count() == 0 ? connect() : connect_after(some_of(milliseconds(0), timing_.first));
 }
 
 void Broker::stop() {
@@ -49,7 +49,8 @@ void Broker::renew() {
     return;
   }
   stop();
-  start();
+  is_wanted_ = true;
+  connect();
 }
 
 void Broker::connect() {
@@ -69,7 +70,7 @@ void Broker::came_up() {
 
 void Broker::went_down(const Fault& fault) {
   link_ = nullptr;
-  try_again();
+  connect_after(next_wait());
   if (handlers_.down) {
     handlers_.down(fault);
   }
@@ -83,11 +84,15 @@ milliseconds Broker::next_wait() {
   up_since_ = {};
   const milliseconds whole = wait_;
   wait_ = std::min(wait_ * 2, timing_.most);
-  return milliseconds(std::uniform_int_distribution<milliseconds::rep>(whole.count() / 2, whole.count())(chance_));
+  return some_of(whole / 2, whole);
 }
 
-void Broker::try_again() {
-  again_.expires_after(next_wait());
+milliseconds Broker::some_of(milliseconds least, milliseconds most) {
+  return milliseconds(std::uniform_int_distribution<milliseconds::rep>(least.count(), most.count())(chance_));
+}
+
+void Broker::connect_after(milliseconds wait) {
+  again_.expires_after(wait);
   again_.async_wait([this](const boost::system::error_code& ended) {
     if (!ended && is_wanted_ && link_ == nullptr) {
       connect();

@@ -61,6 +61,7 @@ struct Fault {
 };
 
 struct Timing {
+  std::chrono::milliseconds first{0};                                // at most, before it comes for the first time
   std::chrono::milliseconds least = std::chrono::milliseconds(500);  // before it tries again
   std::chrono::milliseconds most = std::chrono::seconds(60);         // the wait doubles up to there
   std::chrono::milliseconds patience = std::chrono::seconds(10);     // for the broker's welcome
@@ -120,10 +121,11 @@ class Broker {
   };
 
   void connect();
+  void connect_after(std::chrono::milliseconds wait);
   void came_up();
   void went_down(const Fault& fault);
-  void try_again();
   std::chrono::milliseconds next_wait();
+  std::chrono::milliseconds some_of(std::chrono::milliseconds least, std::chrono::milliseconds most);
 
   net::io_context& context_;
   const Place place_;

@@ -3,7 +3,9 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <csignal>
+#include <memory>
 
 #include "gateway/mqtt/tests/mosquitto.h"
 
@@ -126,6 +128,30 @@ TEST_F(BrokerTest, WithoutAGoodbyeTheBrokerTellsTheWill) {
   taken_over.broker.stop();
   EXPECT_TRUE(runs_until([&] { return !listener.heard.empty(); }));
   EXPECT_EQ(listener.heard.size(), 1U);
+}
+
+TEST_F(BrokerTest, ThoseThatStartTogetherDoNotComeTogether) {
+  constexpr int kMany = 20;
+  const auto started = [&](milliseconds first) {
+    std::vector<std::unique_ptr<Broker>> all;
+    for (int i = 0; i < kMany; ++i) {
+      all.push_back(std::make_unique<Broker>(context_, place("client-" + std::to_string(i)), Broker::Handlers{},
+                                             Timing{.first = first}));
+      all.back()->start();
+    }
+    return all;
+  };
+  const auto count_up = [](const auto& all) {
+    return std::ranges::count_if(all, [](const auto& one) { return one->is_up(); });
+  };
+  {
+    const auto all = started(std::chrono::hours(24));
+    Client other(context_, place("other"));
+    bring_up(other);  // by then they would be there too
+    EXPECT_EQ(count_up(all), 0);
+  }
+  const auto all = started(milliseconds(300));
+  EXPECT_TRUE(runs_until([&] { return count_up(all) == kMany; }));
 }
 
 TEST_F(BrokerTest, ItComesBackAndListensAgainWhenTheBrokerDoes) {

@@ -5,6 +5,7 @@
 #include <fstream>
 
 #include "cli/failure.h"
+#include "gateway/mqtt/bridge.h"
 #include "refhost/tests/support.h"
 
 namespace mqtt {
@@ -18,6 +19,11 @@ Options options(const std::string& broker) {
   all.broker = broker;
   all.files.ca = "ca.pem";
   return all;
+}
+
+TEST(TimingTest, OnlyWhoStartsWithHisMachineWaitsBeforeHeComes) {
+  EXPECT_EQ(timing_after(std::chrono::seconds(20)).first, std::chrono::seconds(10));
+  EXPECT_EQ(timing_after(std::chrono::minutes(2)).first, std::chrono::seconds(0));
 }
 
 std::string failure_of(const Options& all) {
