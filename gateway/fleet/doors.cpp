@@ -3,6 +3,7 @@
 #include <fnmatch.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 
 #include "cli/failure.h"
@@ -17,6 +18,7 @@ namespace fleet {
 namespace {
 
 constexpr std::size_t kMostNamed = 10;
+constexpr std::array kRetained = {"state", "health", "figures", "desired", "desired/answer"};
 
 std::string some_names(const Doors& doors) {
   std::string names;
@@ -88,22 +90,20 @@ Doors doors_of(Centre& centre) {
     }
     Door& door = doors[std::string(place->door)];
     const Json told = object_of(message.payload);
+    if (place->rest == "desired") {
+      door.desired = number_in(told, "revision");
+      return;  // the centre's words
+    }
     if (place->rest == "state") {
       door.state = told;
-    } else if (place->rest == "desired") {
-      door.desired = number_in(told, "revision");
-    } else if (place->rest == "desired/answer") {
-      door.answer = told;
     }
-    for (const char* const key : {"time", "at", "since"}) {
-      door.seen = std::max(door.seen, number_in(told, key).value_or(0));
-    }
+    door.seen = std::max(door.seen, number_in(told, "at").value_or(0));
   };
-  for (const char* const what : {"state", "figures", "desired", "desired/answer"}) {
+  for (const char* const what : kRetained) {
     centre.listen(mqtt::topics::of("+", what), note);
   }
   centre.settle();
-  for (const char* const what : {"state", "figures", "desired", "desired/answer"}) {
+  for (const char* const what : kRetained) {
     centre.leave(mqtt::topics::of("+", what));
   }
   return doors;

@@ -14,9 +14,8 @@ namespace fleet {
 
 struct Door {
   Json state = Json::object();          // as it told it last
-  std::int64_t seen = 0;                // ms since 1970: the latest that it told; 0: unknown
+  std::int64_t seen = 0;                // ms since 1970: it was there then, and perhaps a minute more; 0: unknown
   std::optional<std::int64_t> desired;  // the revision that it is to have
-  Json answer = Json::object();         // to the latest desired state
 
   bool is_online() const { return flag_in(state, "online"); }
 };

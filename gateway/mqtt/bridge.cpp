@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "gateway/mqtt/discovery.h"
+#include "gateway/mqtt/text.h"
 #include "gateway/mqtt/topics.h"
 
 namespace mqtt {
@@ -81,7 +82,7 @@ Bridge::Bridge(net::io_context& context, const Options& options, const Timing& t
                 .door = door_,
                 .directory = options.state / "desired",
                 .say = say}) {
-  broker_.set_will(topics::state(door_), R"({"online":false})");
+  broker_.set_will(topics::state(door_), [] { return state_gone(now_ms()); });
   broker_.subscribe(topics::command(door_, "+"), {}, true);
   broker_.subscribe(topics::desired(door_));
 }
@@ -96,7 +97,7 @@ void Bridge::start() {
 
 void Bridge::stop() {
   if (broker_.is_up()) {
-    broker_.publish({.topic = topics::state(door_), .payload = R"({"online":false})", .retain = true});
+    broker_.publish({.topic = topics::state(door_), .payload = state_gone(now_ms()), .retain = true});
   }
   broker_.stop();
   outbox_.keep(std::nullopt);

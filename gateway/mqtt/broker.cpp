@@ -26,7 +26,7 @@ Broker::~Broker() {
   }
 }
 
-void Broker::set_will(std::string topic, std::string payload) {
+void Broker::set_will(std::string topic, std::function<std::string()> payload) {
   will_topic_ = std::move(topic);
   will_ = std::move(payload);
 }
@@ -55,7 +55,7 @@ void Broker::renew() {
 
 void Broker::connect() {
   link_ = std::make_shared<Link>(*this);
-  link_->open(will_topic_, will_);
+  link_->open(will_topic_, will_ ? will_() : "");
 }
 
 void Broker::came_up() {

@@ -87,8 +87,8 @@ class Broker {
   Broker(const Broker&) = delete;
   Broker& operator=(const Broker&) = delete;
 
-  // What the broker tells, retained, when this side goes without a word. Before start().
-  void set_will(std::string topic, std::string payload);
+  // What the broker tells, retained, when this side goes without a word; asked for at each connection. Before start().
+  void set_will(std::string topic, std::function<std::string()> payload);
 
   void start();
 
@@ -132,7 +132,7 @@ class Broker {
   const Handlers handlers_;
   const Timing timing_;
   std::string will_topic_;
-  std::string will_;
+  std::function<std::string()> will_;  // empty without one
   std::map<std::string, Subscription> subscriptions_;
   std::shared_ptr<Link> link_;  // shared with what it has under way; null between connections
   net::steady_timer again_;

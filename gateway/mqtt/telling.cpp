@@ -39,6 +39,8 @@ Json state_of(const Json& status, std::int64_t since, const std::string& boot, s
 
 Json state_without(const std::string& error) { return {{"online", false}, {"error", error}}; }
 
+std::string state_gone(std::int64_t at) { return text_of({{"online", false}, {"at", at}}); }
+
 Json health_of(const Json& status) {
   const Json health = status.value("health", Json::object());
   Json stable = Json::object();
@@ -111,11 +113,12 @@ net::awaitable<void> Telling::look_at_figures() {
   }
 }
 
-void Telling::tell(const std::string& topic, const Json& what, const Json& compared) {
+void Telling::tell(const std::string& topic, Json what, const Json& compared) {
   const std::string text = text_of(compared);
   if (const auto found = told_.find(topic); found != told_.end() && found->second == text) {
     return;
   }
+  what["at"] = now_ms();
   if (broker_.publish({.topic = topic, .payload = text_of(what), .retain = true}, [this, topic](Outcome outcome) {
         if (outcome != Outcome::taken) {
           told_.erase(topic);

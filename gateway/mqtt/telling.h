@@ -19,11 +19,15 @@ using gateway::Json;
 Json state_of(const Json& status, std::int64_t since, const std::string& boot, std::int64_t behind);
 Json state_without(const std::string& error);
 
+// That of a bridge that goes, or has gone without a word. at: when it was there at least, ms since 1970 UTC.
+std::string state_gone(std::int64_t at);
+
 // What changes in it without anything having happened is left out of the comparison.
 Json health_of(const Json& status);
 
-// Tells state and health when they have changed, and figures each minute; all of them anew after each connection. One
-// thread uses it, that of the context.
+// Tells state and health when they have changed, and figures each minute; all of them anew after each connection. Each
+// says when it was told: what is retained is all that is known of a door that has gone. One thread uses it, that of the
+// context.
 class Telling {
  public:
   Telling(net::io_context& context, gateway::Daemon& daemon, Broker& broker, std::string door,
@@ -40,7 +44,7 @@ class Telling {
  private:
   net::awaitable<void> look();
   net::awaitable<void> look_at_figures();
-  void tell(const std::string& topic, const Json& what, const Json& compared);
+  void tell(const std::string& topic, Json what, const Json& compared);
 
   net::io_context& context_;
   gateway::Daemon& daemon_;

@@ -114,15 +114,20 @@ class FleetBroker {
 // A door's bridge, as far as the centre sees it. Its connection has a thread of its own.
 class TestDoor {
  public:
+  static constexpr std::int64_t kSeen = 1'767'222'000'000;  // when it tells its state, unless that says another time
+
   TestDoor(const FleetBroker& broker, const std::string& id, Json state = Json::object())
       : id_(id),
         broker_(context_, broker.place(id, id),
                 {.up = [this] { came_up(); },
                  .down = [](const mqtt::Fault& fault) { ADD_FAILURE() << fault.text; },
                  .message = [this](const mqtt::Message& message) { take(message); }}) {
-    state_ = {{"online", true}, {"reader", "answering"}, {"lock", "closed"}, {"alarms", Json::array()}, {"drift", 0}};
+    state_ = {{"online", true}, {"reader", "answering"}, {"lock", "closed"}, {"alarms", Json::array()}, {"drift", 0},
+              {"at", kSeen}};
     state_.update(state);
-    broker_.set_will(mqtt::topics::state(id_), R"({"online":false})");
+    broker_.set_will(mqtt::topics::state(id_), [at = state_.at("at")] {
+      return Json{{"online", false}, {"at", at}}.dump();
+    });
     broker_.start();
     thread_ = std::thread([this] { context_.run(); });
     EXPECT_TRUE(comes_true([this] { return is_ready(); })) << id;
@@ -130,8 +135,9 @@ class TestDoor {
 
   ~TestDoor() {
     boost::asio::post(context_, [this] {
-      broker_.publish({.topic = mqtt::topics::state(id_), .payload = R"({"online":false})", .retain = true},
-                      [this](mqtt::Outcome) { context_.stop(); });
+      broker_.publish(
+          {.topic = mqtt::topics::state(id_), .payload = Json{{"online", false}, {"at", kSeen}}.dump(), .retain = true},
+          [this](mqtt::Outcome) { context_.stop(); });
     });
     thread_.join();
   }

@@ -30,6 +30,17 @@ TEST_F(Fleet, ListsDoorsAsTheyAre) {
   EXPECT_EQ(output({"list", "*-2"}), lines.substr(lines.find('\n') + 1));
 }
 
+// Of what a door has told, and the broker keeps, the newest.
+TEST_F(Fleet, ADoorThatHasGoneWasSeenWhenItToldSomethingLast) {
+  { const TestDoor gone(broker_, "gate-1"); }
+  EXPECT_EQ(Json::parse(output({"list"})).at("seen"), TestDoor::kSeen);
+  for (const auto& [what, at] : {std::pair("figures", 60'000), std::pair("health", 90'000)}) {
+    broker_.stranger("mosquitto_pub", "gate-1",
+                     {"-t", mqtt::topics::of("gate-1", what), "-r", "-m", Json{{"at", TestDoor::kSeen + at}}.dump()});
+    EXPECT_EQ(Json::parse(output({"list"})).at("seen"), TestDoor::kSeen + at) << what;
+  }
+}
+
 TEST_F(Fleet, ListsDoorsInATableOnATerminal) {
   const TestDoor door(broker_, "gate-1", {{"revision", 3}, {"alarms", {"x"}}});
   broker_.stranger("mosquitto_pub", "centre",

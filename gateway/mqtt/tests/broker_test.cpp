@@ -115,12 +115,12 @@ TEST_F(BrokerTest, WithoutAGoodbyeTheBrokerTellsTheWill) {
   listen(listener, "state");
   {
     Client polite(context_, place("polite"));
-    polite.broker.set_will("state", "gone");
+    polite.broker.set_will("state", [] { return "gone"; });
     bring_up(polite);
     polite.broker.stop();
   }
   Client taken_over(context_, place("twin"));
-  taken_over.broker.set_will("state", "gone");
+  taken_over.broker.set_will("state", [] { return "gone"; });
   bring_up(taken_over);
   Client twin(context_, place("twin"));  // for whom the broker ends the first one's connection
   twin.broker.start();
