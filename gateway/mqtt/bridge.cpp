@@ -10,6 +10,8 @@
 #include <system_error>
 #include <vector>
 
+#include "gateway/base/memory.h"
+#include "gateway/mqtt/client_id.h"
 #include "gateway/mqtt/discovery.h"
 #include "gateway/mqtt/text.h"
 #include "gateway/mqtt/topics.h"
@@ -44,6 +46,13 @@ bool are_usable(const Place& place) {
   }
 }
 
+// Nobody else is to know under which client id the door is there.
+Place own_place(const Options& options) {
+  Place place = place_of(options);
+  place.client = options.door + "-" + kept_secret(options.state / "client-id");
+  return place;
+}
+
 // Also of the time that the machine has slept.
 std::chrono::seconds uptime() {
   timespec time{};
@@ -62,7 +71,7 @@ Bridge::Bridge(net::io_context& context, const Options& options, const Timing& t
       door_(options.door),
       discovery_(options.discovery),
       daemon_(context, options.daemon),
-      broker_(context, place_of(options),
+      broker_(context, own_place(options),
               {.up = [this] { came_up(); },
                .down = [this](const Fault& fault) { went_down(fault); },
                .message = [this](const Message& message) { take(message); }},
