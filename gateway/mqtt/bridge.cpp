@@ -81,6 +81,7 @@ Bridge::Bridge(net::io_context& context, const Options& options, const Timing& t
                .broker = broker_,
                .door = door_,
                .file = options.state / "position.json",
+               .began = [this] { daemon_is_up(); },
                .seen = [this](const Json& entry) { telling_.look_again(entry.value("boot", "")); },
                .say = say}),
       telling_(context, daemon_, broker_, door_, [this] { return outbox_.behind(); }),
@@ -125,6 +126,12 @@ void Bridge::came_up() {
   telling_.broker_is_up();
   outbox_.broker_is_up();
   desired_.broker_is_up();
+}
+
+// Whatever it was before: a backup may have taken the place of what it had.
+void Bridge::daemon_is_up() {
+  telling_.daemon_is_up();
+  desired_.look_again();
 }
 
 // Once may be a broker that was ended at the wrong moment.

@@ -34,6 +34,7 @@ class Bridge {
 
  private:
   void came_up();
+  void daemon_is_up();
   void went_down(const Fault& fault);
   void take(const Message& message);
   net::awaitable<void> look_after_files();

@@ -63,12 +63,19 @@ Desired::Desired(Needs needs) : needs_(std::move(needs)), wake_(needs_.context, 
 
 void Desired::broker_is_up() { wake_.cancel(); }
 
+void Desired::look_again() {
+  wanted_ = newest_;
+  wake_.cancel();
+}
+
 void Desired::take_manifest(std::string_view payload) {
   if (payload.empty()) {
-    return;  // nothing is desired any more; what the door is it stays
+    newest_.reset();  // nothing is desired any more; what the door is it stays
+    return;
   }
   try {
-    wanted_ = manifest_of(payload);
+    newest_ = manifest_of(payload);
+    wanted_ = newest_;
   } catch (const BadManifest& failure) {
     answer({{"revision", nullptr}, {"applied", false}, {"error", failure.what()}});
   }

@@ -37,6 +37,9 @@ class Desired {
 
   void broker_is_up();
 
+  // The door may be another than it was: what is desired of it is compared again.
+  void look_again();
+
   // What has come at desired, or at a part of it.
   void take_manifest(std::string_view payload);
   void take_part(std::string_view hash, std::string_view payload);
@@ -54,6 +57,7 @@ class Desired {
   void answer(const Json& what);
 
   const Needs needs_;
+  std::optional<Manifest> newest_;   // that has come
   std::optional<Manifest> wanted_;   // the newest; nothing when it has been dealt with
   std::optional<Manifest> applied_;  // whose parts are here
   std::string fetched_hash_;         // the part that is awaited

@@ -125,6 +125,9 @@ net::awaitable<void> Outbox::look_ahead() {
 net::awaitable<void> Outbox::take(const Json& line) {
   if (line.contains("following")) {
     journal_ = line.at("journal").get<std::string>();
+    if (needs_.began) {
+      needs_.began();
+    }
   } else if (line.contains("entry")) {
     const Json& entry = line["entry"];
     if (behind_ == 0 && needs_.seen) {

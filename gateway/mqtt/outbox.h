@@ -32,6 +32,7 @@ class Outbox {
     Broker& broker;
     std::string door;
     std::filesystem::path file;                   // of the position
+    std::function<void()> began;                  // the journal is followed, from a daemon that is there anew perhaps
     std::function<void(const Json&)> seen;        // an entry that has just happened
     std::function<void(const std::string&)> say;  // a line for a person
   };

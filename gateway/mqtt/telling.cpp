@@ -66,6 +66,11 @@ void Telling::broker_is_up() {
   next_.expires_after(milliseconds(0));
 }
 
+void Telling::daemon_is_up() {
+  figures_told_ = {};
+  next_.expires_after(milliseconds(0));
+}
+
 void Telling::look_again(const std::string& boot) {
   boot_ = boot;
   if (next_.expiry() > steady_clock::now() + kSoon) {

@@ -38,6 +38,9 @@ class Telling {
 
   void broker_is_up();
 
+  // The daemon is there anew, perhaps with what a backup had.
+  void daemon_is_up();
+
   // Something has happened at the door, in that run of its machine.
   void look_again(const std::string& boot);
 

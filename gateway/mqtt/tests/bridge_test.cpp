@@ -2,7 +2,9 @@
 #include <chrono>
 #include <set>
 
+#include "gateway/mqtt/document.h"
 #include "gateway/mqtt/tests/bridge_fixture.h"
+#include "gateway/mqtt/topics.h"
 
 namespace mqtt::test {
 namespace {
@@ -44,6 +46,77 @@ TEST_F(Bridged, ABridgeThatIsKilledGoesOnWhereTheBrokerAcknowledged) {
   const auto numbers = numbers_of(listener_->all());
   const std::set<std::int64_t> different(numbers.begin(), numbers.end());
   EXPECT_EQ(static_cast<std::int64_t>(different.size()), *different.rbegin());
+}
+
+// A door that has gone is known to have been there when it was heard last.
+TEST_F(Bridged, AWillSaysWhenTheDoorWasThereAndAGoodbyeWhenItWent) {
+  is_online();
+  const auto online = told("doors/gate-1/state", [](const json& content) { return content.contains("at"); });
+  ASSERT_TRUE(online.has_value());
+  kill_bridge();
+  const auto will = told("doors/gate-1/state", [](const json& content) { return !content.value("online", true); });
+  ASSERT_TRUE(will.has_value());
+  EXPECT_LE(will->content.value("at", INT64_MAX), online->content.at("at").get<std::int64_t>());
+  EXPECT_GT(will->content.value("at", 0LL), online->content.at("at").get<std::int64_t>() - 60'000);
+  listen("#");
+  bridge();
+  is_online();
+  const auto asked_to_end = now();
+  bridge_->signal(SIGTERM);
+  EXPECT_EQ(bridge_->wait().status, 0);
+  EXPECT_TRUE(told("doors/gate-1/state", [&](const json& content) {
+    return !content.value("online", true) && content.value("at", 0LL) >= asked_to_end;
+  }));
+}
+
+// How long a door has been away is known to a minute, by the figures.
+TEST_F(Bridged, WhatIsRetainedSaysWhenItWasTold) {
+  const auto from = now();
+  is_online();
+  for (const char* const what : {"state", "health", "figures"}) {
+    EXPECT_TRUE(told(topics::of("gate-1", what), [&](const json& content) {
+      const auto at = content.value("at", 0LL);
+      return at >= from - 60'000 && at <= now();
+    })) << what;
+  }
+}
+
+TEST_F(Bridged, WhoComesUnderTheDoorsNameDoesNotCutItOff) {
+  is_online();
+  publish("elsewhere", "{}", {"-i", "gate-1"});
+  EXPECT_TRUE(asked("status", json::object()).value("ok", false));
+  EXPECT_FALSE(listener_->find(
+      [](const Told& one) { return one.topic == "doors/gate-1/state" && !one.content.value("online", true); }));
+}
+
+// A backup may take the door back to an earlier revision, without the broker being told.
+TEST_F(Bridged, ADoorThatWasRestoredBecomesWhatIsDesired) {
+  is_online();
+  const auto desire = [&](int revision, const std::string& name) {
+    const std::string line = R"({"user": 7, "name": ")" + name + R"("})" + "\n";
+    publish(topics::desired_part("gate-1", hash_of(line)), line, {"-r"});
+    publish(topics::desired("gate-1"),
+            json{{"revision", revision}, {"parts", {{{"hash", hash_of(line)}, {"bytes", line.size()}}}}}.dump(),
+            {"-r"});
+    ASSERT_TRUE(told("doors/gate-1/desired/answer", [&](const json& content) {
+      return content.value("revision", 0) == revision && content.value("applied", false);
+    }));
+  };
+  const auto revision_is = [this](int revision) {
+    return comes_true([&] {
+      const auto desired = status().value("desired", json::object());
+      return desired.value("revision", json()) == revision;
+    });
+  };
+  desire(1, "Ana");
+  const std::string backup = own_state() + "/backup";
+  output({"backup", backup});
+  desire(2, "Anna");
+  EXPECT_TRUE(revision_is(2));
+  output({"restore", backup});
+  EXPECT_TRUE(told("doors/gate-1/journal/gap", [](const json& gap) { return gap.value("reason", "") == "restored"; }));
+  EXPECT_TRUE(revision_is(2));
+  EXPECT_THAT(output({"user", "list", "--json"}), HasSubstr("Anna"));
 }
 
 TEST_F(Bridged, ABridgeThatIsEndedTellsNothingTwice) {
