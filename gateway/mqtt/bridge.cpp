@@ -126,6 +126,7 @@ void Bridge::came_up() {
   telling_.broker_is_up();
   outbox_.broker_is_up();
   desired_.broker_is_up();
+  gateway::give_back_memory();
 }
 
 // Whatever it was before: a backup may have taken the place of what it had.

@@ -6,6 +6,7 @@
 #include <iterator>
 #include <utility>
 
+#include "gateway/base/memory.h"
 #include "gateway/base/state_file.h"
 #include "gateway/mqtt/outbox.h"
 #include "gateway/mqtt/text.h"
@@ -148,6 +149,7 @@ net::awaitable<void> Desired::fulfil(const Manifest manifest) {
   gateway::replace_file(needs_.directory / kAppliedFile, file_text_of(manifest));
   applied_ = manifest;
   forget_others(manifest);
+  gateway::give_back_memory();
 }
 
 net::awaitable<void> Desired::fetch(const std::string& hash) {

@@ -287,6 +287,24 @@ TEST_F(SafelyBridged, AnExpiredCertificateIsAnAlarm) {
   EXPECT_TRUE(comes_true([&] { return alarm().find("has expired") != std::string::npos; })) << alarm();
 }
 
+// The greeting and OpenSSL's start use more, which is given back.
+TEST_F(SafelyBridged, ItsMemoryIsSmallOnceItHasConnected) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "a sanitizer has much of its own";
+#endif
+  bridge_with(authority_);
+  const auto resident = [&] {
+    const auto result = achost::test::run_program(
+        "/usr/bin/awk", {"/^VmRSS/ {print $2}", "/proc/" + std::to_string(bridge_->pid()) + "/status"});
+    return std::atoi(result.out.c_str());
+  };
+  EXPECT_TRUE(comes_true([&] {
+    return achost::test::run_program("/bin/grep", {"-c", "connected to", errors_of_bridge()}).out == "1\n" &&
+           resident() < 8'000;
+  })) << resident()
+      << " kB";
+}
+
 TEST_F(SafelyBridged, ANewCertificateIsTakenWhileItRuns) {
   bridge_with(authority_);
   const auto connections = [&] {
