@@ -221,7 +221,7 @@ void JournalFile::set_spool(const std::string& file) {
 }
 
 void JournalFile::store(const std::vector<JournalEntry>& entries) {
-  use("entries of the journal", [&] { store_all(entries); });
+  use("what has happened", [&] { store_all(entries); });
 }
 
 void JournalFile::store_all(const std::vector<JournalEntry>& entries) {
@@ -298,7 +298,7 @@ void JournalFile::set_fact(const char* name, const std::string& value) {
 }
 
 bool JournalFile::remove_some(const JournalRetention& rule) {
-  return use("old entries of the journal", [&] { return remove_oldest(rule); });
+  return use("a removal of old entries", [&] { return remove_oldest(rule); });
 }
 
 // The oldest, up to the first that may stay: so the numbers that are there follow each other.
