@@ -1,6 +1,8 @@
 #include "gateway/mqtt/link.h"
 
 #include <mqtt_protocol.h>
+#include <poll.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <boost/asio/post.hpp>
@@ -14,10 +16,12 @@ namespace mqtt {
 namespace {
 
 using boost::system::error_code;
+using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
 constexpr int kQos = 1;
-constexpr int kFirstFailure = 128;  // MQTT 5: reasons from there on are failures
+constexpr milliseconds kGoodbye{200};  // a broker closes at once
+constexpr int kFirstFailure = 128;     // MQTT 5: reasons from there on are failures
 
 void start_library() { [[maybe_unused]] static const int started = mosquitto_lib_init(); }
 
@@ -36,6 +40,20 @@ Properties properties_of(const Publication& publication) {
                                   static_cast<std::uint16_t>(publication.correlation.size()));
   }
   return Properties(list);
+}
+
+// Reads what comes until the other side closes, for that long at most. A socket that is closed with something unread
+// resets the connection, and what was written to it last may never be read.
+void read_to_the_end(int socket, milliseconds patience) {
+  const auto end = steady_clock::now() + patience;
+  char bytes[4096];
+  pollfd next{socket, POLLIN, 0};
+  for (auto left = patience; left.count() > 0;
+       left = std::chrono::duration_cast<milliseconds>(end - steady_clock::now())) {
+    if (poll(&next, 1, static_cast<int>(left.count())) <= 0 || recv(socket, bytes, sizeof bytes, MSG_DONTWAIT) <= 0) {
+      return;
+    }
+  }
 }
 
 std::string taken(void* text, std::size_t size) {
@@ -253,6 +271,9 @@ void Broker::Link::leave() {
 void Broker::Link::say_goodbye() {
   if (!is_over_ && client_ != nullptr) {
     mosquitto_disconnect(client_.get());
+    if (socket_.is_open()) {
+      read_to_the_end(socket_.native_handle(), kGoodbye);  // the library has closed its own
+    }
   }
   end({});
 }

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <csignal>
 #include <memory>
+#include <thread>
 
 #include "gateway/mqtt/tests/mosquitto.h"
 
@@ -260,6 +261,27 @@ TEST_F(SafeBrokerTest, ACertificateLetsItIn) {
   Client client(context_, safe("door", authority_));
   bring_up(client);
   EXPECT_TRUE(client.faults.empty());
+}
+
+TEST_F(SafeBrokerTest, AGoodbyeIsHeardWhateverIsStillOnItsWay) {
+  Client listener(context_, safe("door", authority_));
+  bring_up(listener);
+  listen(listener, "state");
+  for (int round = 0; round < 20; ++round) {
+    Place where = safe("door", authority_);
+    where.client = "polite";
+    Client polite(context_, where);
+    polite.broker.set_will("state", [] { return "gone"; });
+    bring_up(polite);
+    for (const auto* filter : {"a", "b", "c"}) {
+      polite.broker.subscribe(filter, [](bool) {});  // whose answers it does not wait for
+    }
+    std::this_thread::sleep_for(milliseconds(round));
+    polite.broker.stop();
+  }
+  listener.broker.publish({.topic = "state", .payload = "all"});
+  EXPECT_TRUE(runs_until([&] { return !listener.heard.empty() && listener.heard.back().payload == "all"; }));
+  EXPECT_EQ(listener.heard.size(), 1U);
 }
 
 TEST_F(SafeBrokerTest, AForeignCertificateIsToldFromAMissingBroker) {
