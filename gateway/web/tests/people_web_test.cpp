@@ -71,7 +71,7 @@ TEST_F(WebPeople, AnImportSaysFirstWhatItWouldDoAndThenDoesIt) {
   const json done = json::parse(upload(browser, "/api/people", table).body);
   EXPECT_THAT(std::string(done.at("done")), HasSubstr("2 added"));
   EXPECT_THAT(output({"user", "list"}), HasSubstr("Olga"));
-  EXPECT_THAT(output({"journal"}), HasSubstr("at 127.0.0.1"));
+  EXPECT_TRUE(comes_true([this] { return output({"journal"}).find("at 127.0.0.1") != std::string::npos; }));
 }
 
 TEST_F(WebPeople, AnImportWithAFaultyLineNamesItAndStoresNothing) {
