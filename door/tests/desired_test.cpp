@@ -1,4 +1,5 @@
 // What a door is to be like: taken as a whole, and held against what was changed at the door since.
+#include <SQLiteCpp/SQLiteCpp.h>
 #include <gmock/gmock.h>
 
 #include <map>
@@ -247,6 +248,18 @@ TEST_F(Desired, AChangeThatIsTakenBackIsNone) {
   EXPECT_THAT(differences(), IsEmpty());
 }
 
+TEST_F(Desired, AChangeThatIsTakenBackWhileDifferencesAreToldIsNone) {
+  take(kAll, 1);
+  rename_user(*users, 7, "Anna");
+  rename_user(*users, 8, "Benn");
+  std::size_t told = 0;
+  state->each_difference([&](const DesiredState::Difference&) {
+    rename_user(*users, 8, "Ben");
+    return ++told < 10;
+  });
+  EXPECT_EQ(told, 1U);
+}
+
 TEST_F(Desired, DifferencesOfSchedulesAndSettingsAreToldInWords) {
   take(kAll + R"({"schedule": "", "days": "2026-12-25", "from": "", "to": ""})", 1);
   users->replace_schedules(parse_schedules("name,days,from,to\noffice,mon,08:00,18:00\nnight,mon,22:00,06:00\n", "f"));
@@ -286,6 +299,33 @@ TEST_F(Desired, ACardThatSomebodyHasMovedGoesBackToItsUser) {
   take(kAna, 2, 1);
   EXPECT_EQ(users->owner_of(33), 7);
   EXPECT_THAT(differences(), IsEmpty());
+}
+
+TEST_F(Desired, ACardThatWasEnrolledAtTheDoorIsNoDifferenceOnceItIsDesired) {
+  take(kAll, 1);
+  users->bind(55, 8, "");
+  take(R"({"user": 7, "name": "Ana", "cards": ["33", "34", "55"]})", 2, 1);
+  EXPECT_EQ(users->owner_of(55), 7);
+  EXPECT_THAT(differences(), IsEmpty());
+}
+
+// A row that is not as it was written opens nothing.
+TEST_F(Desired, WhatIsDamagedIsAsItIsToBeAgain) {
+  take(kAll, 1);
+  const auto damage = [this](const std::string& row) {
+    SQLite::Database(directory.path() / "users.db", SQLite::OPEN_READWRITE).exec("UPDATE " + row);
+    start_anew();
+    EXPECT_EQ(users->holder_of(33), std::nullopt) << row;
+  };
+  damage("users SET sum = sum + 1 WHERE id = 7");
+  take(kAna, 2, 1);
+  EXPECT_EQ(users->owner_of(33), 7);
+  damage("users SET sum = sum + 1 WHERE id = 7");
+  take(kAll, 3);
+  EXPECT_EQ(users->owner_of(33), 7);
+  damage("cards SET sum = sum + 1 WHERE value = 33");
+  take(kAll, 4);
+  EXPECT_EQ(users->owner_of(33), 7);
 }
 
 TEST_F(Desired, WithoutADocumentNothingIsADifference) {
