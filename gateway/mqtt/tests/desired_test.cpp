@@ -6,6 +6,7 @@
 #include <boost/asio/co_spawn.hpp>
 #include <boost/asio/detached.hpp>
 #include <csignal>
+#include <fstream>
 #include <map>
 #include <mutex>
 
@@ -243,6 +244,34 @@ TEST_F(DesiredTest, APartThatIsNotWhatItsNameSaysIsNotTaken) {
   EXPECT_THAT(answer.value("error", ""), HasSubstr("the part " + hash + " is not what its name says"));
   publish(topics::desired_part("gate-1", hash), "{\"user\": 1}\n");
   EXPECT_TRUE(runs_until([&] { return answers_.back().value("applied", false); }));
+}
+
+TEST_F(DesiredTest, APartThatIsHereIsNotFetchedAgain) {
+  const auto one = publish_part("{\"user\": 1}\n");
+  answer_to(5, {one});
+  publish(topics::desired_part("gate-1", one), "");
+  EXPECT_EQ(answer_to(6, {one, publish_part("{\"user\": 2}\n")}).value("applied", false), true);
+}
+
+TEST_F(DesiredTest, APartThatIsDamagedHereIsFetchedAnew) {
+  const auto one = publish_part("{\"user\": 1}\n");
+  answer_to(5, {one});
+  std::ofstream(directory_.path() / "parts" / one) << "{\"user\": 666}\n";
+  keeper_->forget();
+  const auto two = publish_part("{\"user\": 2}\n");
+  EXPECT_THAT(answer_to(6, {one, two}).value("error", ""), HasSubstr("the part " + one + " is damaged"));
+  ASSERT_TRUE(runs_until([&] { return answers_.back().value("applied", false); }));
+  EXPECT_EQ(keeper_->given().back().lines, "{\"user\": 1}\n{\"user\": 2}\n");
+}
+
+TEST_F(DesiredTest, WithoutAPartOfTheOneBeforeTheWholeGoes) {
+  const auto kept = publish_part("{\"user\": 1}\n");
+  const auto gone = publish_part("{\"user\": 2}\n");
+  answer_to(5, {kept, gone});
+  std::filesystem::remove(directory_.path() / "parts" / gone);
+  EXPECT_EQ(answer_to(6, {kept}).value("applied", false), true);
+  ASSERT_EQ(keeper_->given().size(), 2U);
+  EXPECT_FALSE(keeper_->given()[1].from.has_value());
 }
 
 TEST_F(DesiredTest, WhatIsNoManifestIsAnswered) {
