@@ -1,6 +1,7 @@
 // Much that has waited, and how long what happens takes.
 #include "gateway/mqtt/outbox.h"
 
+#include <SQLiteCpp/SQLiteCpp.h>
 #include <mosquitto.h>
 
 #include <algorithm>
@@ -32,6 +33,7 @@ class Backlog : public Bridged {
   void SetUp() override {
     std::filesystem::create_directories(state());
     fill_journal(state(), backlog());
+    prepare();
     start();
     broker_.emplace();
     client_.emplace(context_, Place{.host = "127.0.0.1", .port = broker_->port(), .client = "centre"},
@@ -41,6 +43,9 @@ class Backlog : public Bridged {
     client_->start();
     ASSERT_TRUE(runs_until([this] { return client_->is_up(); }));
   }
+
+  // The journal, before anybody uses it.
+  virtual void prepare() {}
 
   // "number": 7 of a payload.
   static std::int64_t number_in(std::string_view payload) {
@@ -152,6 +157,24 @@ TEST_F(OutboxHere, AReplayBeginsWhereItIsWantedAlsoWhileMuchIsOnItsWay) {
   EXPECT_TRUE(runs_until([this] { return std::ranges::count(in_order_, 1) == 2; })) << reached();
 }
 
+TEST_F(OutboxHere, NoMoreIsUnderWayThanItsWindow) {
+  ASSERT_TRUE(runs_until([this] { return in_order_.size() > 100; }));
+  broker_->signal(SIGSTOP);
+  EXPECT_TRUE(runs_until([this] { return door_->in_flight() == Outbox::kWindow; }));
+  EXPECT_FALSE(runs_until([this] { return door_->in_flight() > Outbox::kWindow; }, std::chrono::seconds(1)));
+  broker_->signal(SIGCONT);
+}
+
+TEST_F(OutboxHere, WhatHappensWhileMuchIsOnItsWayIsToldAtOnceToo) {
+  ASSERT_TRUE(runs_until([this] { return in_order_.size() > 100; }));
+  broker_->signal(SIGSTOP);
+  output({"door", "mode", "locked", "--for", "60s"});
+  const auto number = newest();
+  EXPECT_TRUE(runs_until([this] { return door_->in_flight() > Outbox::kWindow; }));
+  broker_->signal(SIGCONT);
+  EXPECT_TRUE(runs_until([&] { return ahead_.contains(number) && arrived_.contains(number); }));
+}
+
 TEST_F(OutboxHere, WhatARenewedConnectionHasLeftUnacknowledgedIsToldAgain) {
   ASSERT_TRUE(runs_until([this] { return outbox_->behind() == 0 && reached() == newest(); }));
   broker_->signal(SIGSTOP);
@@ -161,6 +184,25 @@ TEST_F(OutboxHere, WhatARenewedConnectionHasLeftUnacknowledgedIsToldAgain) {
   EXPECT_EQ(door_->in_flight(), 0U);
   broker_->signal(SIGCONT);
   EXPECT_TRUE(runs_until([this] { return reached() == newest(); })) << reached() << " of " << newest();
+}
+
+// With a hole at the beginning of the journal.
+class OutboxBehindAGap : public OutboxHere {
+ protected:
+  static constexpr std::int64_t kGone = 10;
+
+  void prepare() override {
+    SQLite::Database(state() + "/journal.db", SQLite::OPEN_READWRITE)
+        .exec("DELETE FROM entries WHERE number <= " + std::to_string(kGone));
+  }
+};
+
+TEST_F(OutboxBehindAGap, AGapIsToldInItsPlaceAndIsNotAskedForAgain) {
+  ASSERT_TRUE(runs_until([this] { return outbox_->behind() == 0 && reached() == newest(); }));
+  ASSERT_GT(in_order_.size(), 2U);
+  EXPECT_EQ(in_order_[0], 0) << "the gap, which has no number";
+  EXPECT_EQ(in_order_[1], kGone + 1);
+  EXPECT_EQ(std::ranges::count(in_order_, 0), 1);
 }
 
 double median(std::vector<double> values) {
