@@ -36,6 +36,11 @@ class Backlog : public Bridged {
     prepare();
     start();
     broker_.emplace();
+    listen_here();
+  }
+
+  // From now on, to the broker that is there.
+  void listen_here() {
     client_.emplace(context_, Place{.host = "127.0.0.1", .port = broker_->port(), .client = "centre"},
                     Broker::Handlers{.message = [this](const Message& message) { take(message); }});
     client_->subscribe("doors/#");
@@ -53,10 +58,17 @@ class Backlog : public Bridged {
     return at == std::string_view::npos ? 0 : std::atoll(payload.data() + at + 9);
   }
 
+  // The day and the hour of "time": "2026-11-22T10:40:11.123+01:00".
+  static std::string time_in(std::string_view payload) {
+    const auto at = payload.find("\"time\":\"");
+    return at == std::string_view::npos ? "" : std::string(payload.substr(at + 8, 16));
+  }
+
   void take(const Message& message) {
     if (message.topic.starts_with("doors/gate-1/journal/")) {
       in_order_.push_back(number_in(message.payload));
       arrived_.try_emplace(in_order_.back(), Clock::now());
+      oldest_ = oldest_.empty() ? time_in(message.payload) : oldest_;
     } else if (message.topic.starts_with("doors/gate-1/live/")) {
       ahead_.try_emplace(number_in(message.payload), Clock::now());
     } else if (message.topic == "bare") {
@@ -82,14 +94,24 @@ class Backlog : public Bridged {
   net::io_context context_{1};
   std::optional<Broker> client_;
   std::vector<std::int64_t> in_order_;
+  std::string oldest_;  // when the first entry happened
   std::map<std::int64_t, Clock::time_point> arrived_;
   std::map<std::int64_t, Clock::time_point> ahead_;
   std::map<std::int64_t, Clock::time_point> bare_;
 };
 
 TEST_F(Backlog, ComesInOrderAndWhatHappensMeanwhileDoesNotWaitForIt) {
-  const auto from = Clock::now();
+  client_.reset();
+  broker_->kill(SIGTERM);
   bridge();
+  ASSERT_TRUE(comes_true([this] {
+    return achost::test::run_program("/bin/grep", {"-c", "refused", errors_of_bridge()}).out == "1\n";
+  }));
+  bridge_->signal(SIGSTOP);  // until somebody listens
+  broker_->start();
+  listen_here();
+  bridge_->signal(SIGCONT);
+  const auto from = Clock::now();
   ASSERT_TRUE(runs_until([this] { return in_order_.size() > 100; }));
   const auto before =
       nlohmann::json::parse(output({"journal", "--last", "1", "--json"})).at("number").get<std::int64_t>();
@@ -107,9 +129,13 @@ TEST_F(Backlog, ComesInOrderAndWhatHappensMeanwhileDoesNotWaitForIt) {
     const auto first = ahead == ahead_.end() ? in_turn : std::min(in_turn, ahead->second);
     latest = number <= before ? 0 : std::max(latest, std::chrono::duration<double>(first - asked).count());
   }
+  if (backlog() >= 50'000) {  // a week's, for whoever asks for figures
+    EXPECT_LE(latest, 2.0);
+  }
   std::printf(
-      "%d entries in %.2f s; of those that happened meanwhile %zu came ahead, the last %.3f s after it was asked\n",
-      backlog(), all.count(), ahead_.size(), latest);
+      "%d entries from %s on in %.2f s after the broker was back; of those that happened meanwhile %zu came ahead, the "
+      "last %.3f s after it was asked\n",
+      backlog(), oldest_.c_str(), all.count(), ahead_.size(), latest);
 }
 
 // The outbox in this process, which can be met between two of its steps.
