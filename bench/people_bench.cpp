@@ -144,7 +144,9 @@ void waits(const fs::path& directory) {
   std::vector<double> taken;
   std::vector<double> imported;
   for (int i = 0; i < kTurns; ++i) {
-    const auto nobody = achost::DesiredReader("nobody", achost::DesiredReader::Form::whole).result();
+    achost::DesiredReader none("nobody", achost::DesiredReader::Form::whole);
+    none.take(R"({"remove_users": true})");
+    const auto nobody = std::move(none).result();
     desired.take(nobody, 1, std::nullopt);
     taken.push_back(longest_wait(users, [&] { desired.take(document, 2, std::nullopt); }));
     one.push_back(milliseconds([&] { desired.take(difference, 3, 2); }));

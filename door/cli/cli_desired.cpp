@@ -114,7 +114,9 @@ void add_desired(CLI::App& app) {
   apply.footer(
       "A line is a user with his cards, {\"user\": 7, \"name\": \"Ana\", \"cards\": [\"33\"]}, a row of schedules,\n"
       "{\"schedule\": \"office\", \"days\": \"mon-fri\", \"from\": \"08:00\", \"to\": \"18:00\"}, or a setting,\n"
-      "{\"setting\": \"uhf.region\", \"value\": \"EU\"}. Users, cards and schedules that it does not name go.");
+      "{\"setting\": \"uhf.region\", \"value\": \"EU\"}. Users and cards that it does not name go; so do\n"
+      "schedules, where it names one. It removes all of them where a line says {\"remove_users\": true} or\n"
+      "{\"remove_schedules\": true}. {\"lines\": N} in front refuses a file that was cut off.");
 }
 
 }  // namespace achost

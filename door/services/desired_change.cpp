@@ -226,7 +226,7 @@ void Change::write_schedules() {
     if (!user.schedule.empty() && !names.contains(user.schedule)) {
       refuse_line(document_.name, line,
                   "there is no schedule " + in_quotes(user.schedule) + " for " + named(user) +
-                      ": a document has the lines of all schedules");
+                      ": give its rows, and those of all others");
     }
   }
   if (schedules_ == nullptr) {

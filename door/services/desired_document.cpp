@@ -214,6 +214,11 @@ void DesiredReader::take_line(std::string_view text) try {
   if (!object.is_object()) {
     refuse(R"(this is no JSON object: give one a line, such as {"user": 7, "name": "Ana", "cards": ["33"]})");
   }
+  if (object.contains("lines") && object.size() == 1) {
+    take_number_of_lines(object["lines"]);
+    return;
+  }
+  ++lines_taken_;
   if (object.contains("user")) {
     take_user(object);
   } else if (object.contains("schedule")) {
@@ -242,31 +247,53 @@ void DesiredReader::take_user(const json& object) {
 }
 
 void DesiredReader::take_removal(const json& object) {
-  const std::string removed = form_ == Form::difference && object.size() == 1 ? object.begin().key() : "";
-  if (removed == "remove_user") {
+  const bool is_whole = form_ == Form::whole;
+  const std::string removed = object.size() == 1 ? object.begin().key() : "";
+  if (removed == "remove_user" && !is_whole) {
     document_.users_removed.push_back(user_at(removed, *object.begin()));
-  } else if (removed == "remove_setting") {
+  } else if (removed == "remove_setting" && !is_whole) {
     document_.settings_removed.push_back(removed_setting(text_at(removed, *object.begin())));
+  } else if (removed == "remove_users" && is_whole) {
+    removes_users_ = true;
   } else if (removed == "remove_schedules") {
     has_schedules_ = true;
   } else {
-    refuse(
-        std::string(R"(this is about nothing: a line has "user", "schedule" or "setting")") +
-        (form_ == Form::whole ? "" : R"(, or removes: "remove_user", "remove_setting" or "remove_schedules" alone)"));
+    refuse(std::string(R"(this is about nothing: a line has "user", "schedule" or "setting", or alone )") +
+           (is_whole ? R"("remove_users" or "remove_schedules")"
+                     : R"("remove_user", "remove_setting" or "remove_schedules")"));
   }
+}
+
+void DesiredReader::take_number_of_lines(const json& value) {
+  if (lines_promised_.has_value() || lines_taken_ > 0) {
+    refuse("how many lines there are stands in the first line, or nowhere");
+  }
+  lines_promised_ = number_at("lines", value);
 }
 
 DesiredDocument DesiredReader::result() && {
   if (!begun_.empty()) {
     take_line(std::exchange(begun_, ""));
   }
-  if (has_schedules_ || form_ == Form::whole) {
+  const auto promised = lines_promised_.value_or(static_cast<std::int64_t>(lines_taken_));
+  if (promised != static_cast<std::int64_t>(lines_taken_)) {
+    refuse_line(document_.name, line_,
+                "here it ends, after " + std::to_string(lines_taken_) + " lines of " + std::to_string(promised) +
+                    ": take it from where it is whole");
+  }
+  if (has_schedules_) {
     document_.schedules = std::move(schedules_).result();
   }
   std::ranges::stable_sort(document_.users, {}, id_of);
   std::ranges::stable_sort(document_.cards, {}, &DesiredDocument::ForCard::value);
   std::ranges::sort(document_.users_removed);
   refuse_contradictions(document_);
+  if (form_ == Form::whole && document_.users.empty() != removes_users_) {
+    throw Failure(
+        kUsage, document_.name + (removes_users_ ? ": it names users and removes all: do either"
+                                                 : ": it names no user, and all who are there would go: where this is "
+                                                   "meant say {\"remove_users\": true}"));
+  }
   return std::move(document_);
 }
 

@@ -19,7 +19,7 @@ struct Desired {
   std::int64_t revision = 0;
   std::int64_t at = 0;         // ms since 1970 UTC
   std::string maker = {};      // who has brought it
-  std::string schedules = {};  // as they are exported
+  std::string schedules = {};  // as they are exported; empty where it says nothing of them
 };
 
 // Nothing where none was taken, or where it is not as it was written: then nobody knows what it was.

@@ -95,11 +95,12 @@ UserStore::Rewritten DesiredState::rewrite(SQLite::Database& open, const Desired
   auto done = make_as_desired(open, document, from.has_value(), counts);
   rows::remove_desired_settings(open, document.settings_removed);
   rows::put_desired_settings(open, document.settings);
-  rows::put_desired(
-      open, {.revision = revision,
-             .at = now(),
-             .maker = maker(),
-             .schedules = document.schedules.has_value() ? schedules_as_text(*document.schedules) : before->schedules});
+  rows::put_desired(open, {.revision = revision,
+                           .at = now(),
+                           .maker = maker(),
+                           .schedules = document.schedules.has_value() ? schedules_as_text(*document.schedules)
+                                        : from.has_value()             ? before->schedules
+                                                                       : ""});
   rows::forget_settings_before(open);
   done.notes.push_back(command_given("desired", {{"revision", revision}}));
   return done;
@@ -153,7 +154,7 @@ std::optional<DesiredState::Taken> DesiredState::taken() const {
 std::vector<DesiredState::TextDifference> DesiredState::text_differences(SQLite::Database& open) const {
   std::vector<TextDifference> all;
   const auto desired = rows::desired(open);
-  if (!desired.has_value()) {
+  if (!desired.has_value() || desired->schedules.empty()) {
     return all;
   }
   auto stored = texts_by_subject(rows::schedules(open));

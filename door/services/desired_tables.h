@@ -2,10 +2,11 @@
 // changed since, how the document had it.
 #pragma once
 
-// desired: a row once a document was taken; its schedules as they are exported. settings_before: while settings of a
-// document are being stored in their own file, how they were (desired_state.h). users_before and cards_before: as the
-// document has them, of those that were changed since; a user without a name was not there, a card of user 0 is
-// nobody's. Triggers write them, so that no way of changing a user forgets it; they cost nothing without a document.
+// desired: a row once a document was taken; its schedules as they are exported, empty where it says nothing of them.
+// settings_before: while settings of a document are being stored in their own file, how they were (desired_state.h).
+// users_before and cards_before: as the document has them, of those that were changed since; a user without a name was
+// not there, a card of user 0 is nobody's. Triggers write them, so that no way of changing a user forgets it; they cost
+// nothing without a document.
 #define TABLES_OF_DESIRED_STATE                                                                                        \
   "CREATE TABLE desired(id INTEGER PRIMARY KEY CHECK(id = 1), revision INTEGER NOT NULL, at INTEGER NOT NULL, maker "  \
   "TEXT NOT NULL, schedules TEXT NOT NULL, sum INTEGER);"                                                              \

@@ -51,10 +51,38 @@ TEST(DesiredDocument, IsReadInAnyPieces) {
   }
 }
 
-TEST(DesiredDocument, OfAWholeHasAllSchedulesAndADifferenceThoseItNamesAlone) {
-  EXPECT_TRUE(document("").schedules.has_value());
-  EXPECT_FALSE(document("{\"user\": 7}", Form::difference).schedules.has_value());
-  EXPECT_EQ(document("{\"remove_schedules\": true}", Form::difference).schedules, Schedules());
+TEST(DesiredDocument, SaysOfSchedulesAllOrNothing) {
+  for (const Form form : {Form::whole, Form::difference}) {
+    EXPECT_FALSE(document("{\"user\": 7}", form).schedules.has_value());
+    EXPECT_EQ(document("{\"user\": 7}\n{\"remove_schedules\": true}", form).schedules, Schedules());
+  }
+}
+
+TEST(DesiredDocument, RemovesEverybodyOnlyWhereItSaysSo) {
+  for (const char* const text : {"", "{\"setting\": \"uhf.read_interval\", \"value\": \"900\"}\n"}) {
+    EXPECT_EQ(fault(text),
+              "f: it names no user, and all who are there would go: where this is meant say {\"remove_users\": true}");
+  }
+  EXPECT_TRUE(document("{\"remove_users\": true}").users.empty());
+  EXPECT_EQ(fault("{\"remove_users\": true}\n{\"user\": 7}"), "f: it names users and removes all: do either");
+  EXPECT_THAT(fault("{\"remove_users\": true}", Form::difference), StartsWith("f:1: this is about nothing"));
+  EXPECT_TRUE(document("", Form::difference).users.empty());
+}
+
+TEST(DesiredDocument, ThatWasCutOffIsRefusedWhereItSaysHowManyLinesItHas) {
+  const std::string whole = "{\"lines\": 3}\n{\"user\": 7}\n\n{\"user\": 8}\n{\"user\": 9}\n";
+  for (const Form form : {Form::whole, Form::difference}) {
+    EXPECT_EQ(document(whole, form).users.size(), 3U);
+    EXPECT_EQ(fault(whole.substr(0, whole.size() - 12), form),
+              "f:4: here it ends, after 2 lines of 3: take it from where it is whole");
+    EXPECT_EQ(fault(whole + "{\"user\": 10}", form),
+              "f:6: here it ends, after 4 lines of 3: take it from where it is whole");
+  }
+  EXPECT_EQ(fault("{\"user\": 7}\n{\"lines\": 1}"),
+            "f:2: how many lines there are stands in the first line, or nowhere");
+  EXPECT_EQ(fault("{\"lines\": 1}\n{\"lines\": 1}\n{\"user\": 7}"),
+            "f:2: how many lines there are stands in the first line, or nowhere");
+  EXPECT_THAT(fault("{\"lines\": -1}\n{\"user\": 7}"), StartsWith("f:1: lines cannot be -1: "));
 }
 
 TEST(DesiredDocument, ADifferenceMayRemove) {
@@ -63,7 +91,8 @@ TEST(DesiredDocument, ADifferenceMayRemove) {
   EXPECT_THAT(read.users_removed, ElementsAre(8, 9));
   EXPECT_THAT(read.settings_removed, ElementsAre(FieldsAre("uhf", "region", "")));
   EXPECT_EQ(fault("{\"remove_user\": 9}"),
-            "f:1: this is about nothing: a line has \"user\", \"schedule\" or \"setting\"");
+            "f:1: this is about nothing: a line has \"user\", \"schedule\" or \"setting\", or alone "
+            "\"remove_users\" or \"remove_schedules\"");
 }
 
 TEST(DesiredDocument, AnErrorNamesTheLineAndTheThing) {

@@ -36,6 +36,9 @@ const char* const kBen = R"({"user": 8, "name": "Ben", "schedule": "office", "ca
                          "\n";
 const char* const kSetting = R"({"setting": "uhf.read_interval", "value": "900"})"
                              "\n";
+const char* const kNight = R"({"schedule": "night", "days": "mon-fri", "from": "22:00", "to": "06:00"})"
+                           "\n";
+const std::string kNobody = "{\"remove_users\": true}\n";
 const std::string kAll = std::string(kAna) + kBen + kOffice + kSetting;
 
 class Desired : public testing::Test {
@@ -113,7 +116,24 @@ TEST_F(Desired, IsAllThatThereIsAfterwards) {
   EXPECT_EQ(state->taken()->revision, 1);
   take(kAna, 2);
   EXPECT_EQ(users->users().size(), 1U);
+  EXPECT_NE(users->schedules()->find("office"), nullptr) << "it says nothing of schedules";
+  take(std::string(kAna) + "{\"remove_schedules\": true}", 3);
   EXPECT_TRUE(users->schedules()->all.empty());
+  take(kNobody, 4);
+  EXPECT_TRUE(users->users().empty());
+}
+
+TEST_F(Desired, SchedulesOfWhichItSaysNothingAreTheDoorsOwn) {
+  take(kAll, 1);
+  take(std::string(kAna) + kBen, 2);
+  EXPECT_EQ(users->user(8)->schedule, "office") << "one that is there already";
+  users->replace_schedules(parse_schedules("name,days,from,to\noffice,mon,08:00,18:00\n", "f"));
+  EXPECT_THAT(differences(), IsEmpty());
+  take(kAna, 3, 2);
+  EXPECT_THAT(differences(), IsEmpty()) << "nor does what is different from it";
+  take(kOffice, 4, 3);
+  users->replace_schedules(parse_schedules("name,days,from,to\noffice,mon,08:00,18:00\n", "f"));
+  EXPECT_EQ(differences().size(), 1U);
 }
 
 TEST_F(Desired, OfManyIsInMemoryAtOnceToo) {
@@ -169,15 +189,17 @@ TEST_F(Desired, ADifferenceIsForTheRevisionThatTheDoorHasAlone) {
 TEST_F(Desired, WhatIsWrongChangesNothing) {
   take(kAll, 1);
   const auto before = people();
-  EXPECT_EQ(failure_of([&] { take(std::string(kAna) + kBen + kSetting, 2); }),
-            "f:2: there is no schedule \"office\" for Ben (8): a document has the lines of all schedules");
+  EXPECT_EQ(failure_of([&] { take(std::string(kAna) + kBen + kNight, 2); }),
+            "f:2: there is no schedule \"office\" for Ben (8): give its rows, and those of all others");
+  EXPECT_THAT(failure_of([&] { take(kSetting, 2); }), HasSubstr("it names no user"));
   add_user(*users, {.id = 9});
   users->change_user({.id = 9, .schedule = "office"}, UserStore::Which::there);
   EXPECT_THAT(failure_of([&] { take("{\"remove_schedules\": true}\n{\"remove_user\": 8}", 2, 1); }),
               HasSubstr("schedule office would go, and is that of user 9"));
   remove_user(*users, 9);
   on_store = [] { throw ac::ac_exception("the disk is full", true); };
-  EXPECT_EQ(failure_of([&] { take(R"({"setting": "uhf.read_interval", "value": "800"})", 2); }), "the disk is full");
+  EXPECT_EQ(failure_of([&] { take(kNobody + R"({"setting": "uhf.read_interval", "value": "800"})", 2); }),
+            "the disk is full");
   EXPECT_EQ(people(), before);
   EXPECT_EQ(value(), "900") << "what was set is put back";
   EXPECT_EQ(state->taken()->revision, 1);
@@ -189,7 +211,7 @@ TEST_F(Desired, HalfOfItIsPutBackAtTheNextStart) {
   take(kAll, 1);
   struct PowerFailure {};
   on_store = [] { throw PowerFailure(); };  // nothing is put back either
-  const std::string wanted = R"({"setting": "uhf.read_interval", "value": "800"})";
+  const std::string wanted = kNobody + R"({"setting": "uhf.read_interval", "value": "800"})";
   EXPECT_THROW(take(wanted + "\n" + R"({"setting": "host.away_time", "value": "20"})", 2), PowerFailure);
   settings["uhf.read_interval"] = "800";
   settings["host.away_time"] = "5";  // somebody has changed it since
@@ -215,7 +237,7 @@ TEST_F(Desired, WhoHoldsACardToTheReaderMeanwhileWaitsForNothing) {
     EXPECT_EQ(users->holds("office", std::chrono::system_clock::now()).has_value(), true);
     std::thread([&] { EXPECT_EQ(state->summary().revision, 1) << "nor does who asks how things stand"; }).join();
   };
-  take(R"({"setting": "uhf.read_interval", "value": "800"})", 2);
+  take(kNobody + R"({"setting": "uhf.read_interval", "value": "800"})", 2);
   EXPECT_TRUE(asked);
   EXPECT_EQ(users->owner_of(33), std::nullopt);
   EXPECT_EQ(state->summary().revision, 2);

@@ -94,7 +94,8 @@ Change change_between(const Document& before, const Document& after) {
   const auto setting_changed = [](const std::string&, const std::string& line) { return setting_in(line); };
   Change change;
   compare(before.users, after.users, change.users, change.lines, user_in, user_changed);
-  compare(by_themselves(before.schedules), by_themselves(after.schedules), change.schedules, change.lines, row_in,
+  compare(by_themselves(before.schedules.value_or(std::set<std::string>())),
+          by_themselves(after.schedules.value_or(std::set<std::string>())), change.schedules, change.lines, row_in,
           +setting_changed);
   compare(before.settings, after.settings, change.settings, change.lines, setting_in, +setting_changed);
   return change;

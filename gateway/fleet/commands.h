@@ -21,7 +21,8 @@ struct PushOptions {
   bool dry_run = false;
   bool anew = false;
   bool is_new = false;
-  std::int64_t wait = 30;  // s for the doors' answers
+  bool remove_most = false;  // also where fewer than half of the people stay, or nobody
+  std::int64_t wait = 30;    // s for the doors' answers
 };
 
 // as_json: lines for a program; a table or sentences otherwise. patterns: of doors; none are all.

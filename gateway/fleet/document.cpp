@@ -53,10 +53,12 @@ void add_line(Document& document, const std::string& line) {
   if (const auto user = number_in(object, "user")) {
     document.users[*user] = line;
   } else if (value_in(object, "schedule").is_string()) {
-    document.schedules.insert(line);
+    (document.schedules.has_value() ? *document.schedules : document.schedules.emplace()).insert(line);
+  } else if (flag_in(object, "remove_schedules")) {
+    document.schedules.emplace();
   } else if (const auto setting = text_in(object, "setting"); !setting.empty()) {
     document.settings[setting] = line;
-  } else {
+  } else if (!flag_in(object, "remove_users")) {
     refuse(line);
   }
 }
@@ -134,8 +136,11 @@ void add_lines(Document& document, std::string_view lines) {
 }
 
 void check_schedules(const Document& document) {
+  if (!document.schedules.has_value()) {
+    return;  // the door knows
+  }
   std::set<std::string> names;
-  for (const auto& line : document.schedules) {
+  for (const auto& line : *document.schedules) {
     names.insert(text_in(object_of(line), "schedule"));
   }
   for (const auto& [id, line] : document.users) {

@@ -96,6 +96,7 @@ void add_push(CLI::App& app, Options& options) {
   command.add_option("--settings", push.settings, "Settings as `achost config import` takes them")->type_name("FILE");
   command.add_flag("--dry-run", push.dry_run, "Only tell what would change, line by line");
   command.add_flag("--new", push.is_new, "Also for a door that has not joined yet, by its whole name");
+  command.add_flag("--remove-most", push.remove_most, "Also where more than half of a door's people go, or all");
   command.add_flag("--anew", push.anew, "Do not look at what the broker has: all of it is sent again");
   command.add_option("--wait", push.wait, "How many seconds doors have to take it")
       ->type_name("SECONDS")

@@ -106,7 +106,13 @@ Parts parts_of(const Document& document) {
     lines.push_back({spread(id), &text});
   }
   divide(parts, lines, 0);
-  fill_parts(parts, document.schedules, [](const auto& line) -> const std::string& { return line; });
+  if (document.users.empty()) {
+    add(parts, line_of({{"remove_users", true}}) + "\n");
+  }
+  if (document.schedules.has_value()) {
+    fill_parts(parts, *document.schedules, [](const auto& line) -> const std::string& { return line; });
+    add(parts, document.schedules->empty() ? line_of({{"remove_schedules", true}}) + "\n" : "");
+  }
   fill_parts(parts, document.settings, [](const auto& entry) -> const std::string& { return entry.second; });
   return parts;
 }

@@ -22,6 +22,11 @@ bool same_parts(const Manifest& before, const Parts& after) {
 
 }  // namespace
 
+bool Plan::removes_most() const {
+  const bool is_said_first = before.parts.empty();
+  return users_after == 0 ? users_before > 0 || is_said_first : change.users.removed * 2 > users_before;
+}
+
 std::size_t Plan::parts_sent() const {
   return static_cast<std::size_t>(
       std::ranges::count_if(parts, [this](const auto& part) { return !before.names(part.first); }));
@@ -98,10 +103,15 @@ Plan Push::plan_for(const std::string& door, const Manifest& before, const Parts
   const Document old = stored(before, users);
   Document document = old;
   document.users = wanted_.users.value_or(old.users);
-  document.schedules = wanted_.schedules.value_or(old.schedules);
+  document.schedules = wanted_.schedules.has_value() ? wanted_.schedules : old.schedules;
   document.settings = wanted_.settings.value_or(old.settings);
   check_schedules(document);
-  Plan plan{.before = before, .after = before, .parts = parts_of(document), .change = change_between(old, document)};
+  Plan plan{.before = before,
+            .after = before,
+            .parts = parts_of(document),
+            .change = change_between(old, document),
+            .users_before = old.users.size(),
+            .users_after = document.users.size()};
   if (anew_ || before.revision == 0 || !same_parts(before, plan.parts)) {
     plan.after = manifest_of(before.revision + 1, plan.parts);
   }

@@ -28,8 +28,14 @@ struct Plan {
   Manifest after;   // the same one when nothing changes
   Parts parts;      // of it
   Change change;
+  std::size_t users_before = 0;
+  std::size_t users_after = 0;
 
   bool is_nothing() const { return before.revision == after.revision; }
+
+  // Fewer than half of the users stay, or nobody at all: a table that was written by half looks so.
+  bool removes_most() const;
+
   std::size_t parts_sent() const;
   std::size_t bytes_sent() const;
 };

@@ -105,6 +105,13 @@ int push(Centre& centre, const PushOptions& options, bool as_json) {
   if (options.dry_run) {
     return cli::kDone;
   }
+  for (const auto& [door, plan] : plans) {
+    if (plan.removes_most() && !options.remove_most) {
+      throw cli::Failure(cli::kUsage, "of the people of " + door + " " + std::to_string(plan.change.users.removed) +
+                                          " would go and " + std::to_string(plan.users_after) +
+                                          " be there: is the table whole? Where this is meant give --remove-most");
+    }
+  }
   std::map<std::string, std::int64_t> awaited;
   std::set<std::string> away;
   for (const auto& [door, plan] : plans) {

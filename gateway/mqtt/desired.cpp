@@ -203,10 +203,19 @@ std::optional<std::string> Desired::difference_to(const Manifest& manifest) cons
   std::ranges::transform(gone, std::back_inserter(old_parts), [this](const std::string& hash) { return part(hash); });
   std::ranges::transform(come, std::back_inserter(new_parts), [this](const std::string& hash) { return part(hash); });
   Difference different = difference(old_parts, new_parts);
+  const auto says_nowhere = [&](const char* key) {
+    return std::ranges::none_of(manifest.parts, [&](const std::string& hash) { return says(part(hash), key); });
+  };
+  if (different.removes_users && says_nowhere("user")) {
+    return std::nullopt;  // that everybody goes the document is to say
+  }
   if (different.needs_schedules) {
     std::string rows;
     for (const std::string& hash : manifest.parts) {
       rows += schedules_of(part(hash));
+    }
+    if (rows.empty() && says_nowhere("remove_schedules")) {
+      return std::nullopt;  // they are the door's own again
     }
     different.lines += rows.empty() ? "{\"remove_schedules\": true}\n" : rows;
   }
@@ -232,7 +241,12 @@ net::awaitable<Json> Desired::give(const Json& request, const std::function<bool
 
 // Whether the daemon has taken it.
 net::awaitable<bool> Desired::apply_difference(const Manifest& manifest) {
-  auto lines = difference_to(manifest);
+  std::optional<std::string> lines;
+  try {
+    lines = difference_to(manifest);
+  } catch (const BadManifest&) {
+    // The whole one tells what is wrong.
+  }
   if (!lines.has_value()) {
     co_return false;
   }

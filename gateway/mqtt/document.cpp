@@ -45,8 +45,10 @@ void sort_line(std::string_view line, Lines& lines) {
     lines.users[json["user"].dump()] = line;
   } else if (json.contains("setting")) {
     lines.settings[json["setting"].dump()] = line;
-  } else {
+  } else if (json.contains("schedule") || json.contains("remove_schedules")) {
     lines.schedules.insert(std::string(line));
+  } else if (!json.contains("remove_users")) {
+    throw BadManifest("a part of the document has a line about nothing");
   }
 }
 
@@ -121,6 +123,8 @@ Difference difference(const std::vector<std::string>& gone, const std::vector<st
   compare(before.users, after.users, "remove_user", result.lines);
   compare(before.settings, after.settings, "remove_setting", result.lines);
   result.needs_schedules = before.schedules != after.schedules;
+  result.removes_users =
+      std::ranges::any_of(before.users, [&](const auto& user) { return !after.users.contains(user.first); });
   return result;
 }
 
@@ -133,6 +137,12 @@ std::string schedules_of(std::string_view part) {
     }
   });
   return rows;
+}
+
+bool says(std::string_view part, const char* key) {
+  bool is_said = false;
+  each_line(part, [&](std::string_view line) { is_said = is_said || Json::parse(line, nullptr, false).contains(key); });
+  return is_said;
 }
 
 }  // namespace mqtt

@@ -39,6 +39,7 @@ std::string hash_of(std::string_view text);
 struct Difference {
   std::string lines;
   bool needs_schedules = false;
+  bool removes_users = false;
 };
 
 // gone, come: the parts that only the old or only the new document has. Throws BadManifest for what is no document.
@@ -46,5 +47,8 @@ Difference difference(const std::vector<std::string>& gone, const std::vector<st
 
 // The lines with rows of schedules of a part.
 std::string schedules_of(std::string_view part);
+
+// Whether a line of the part has that key.
+bool says(std::string_view part, const char* key);
 
 }  // namespace mqtt

@@ -12,7 +12,6 @@ namespace {
 
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::Pair;
 using testing::SizeIs;
 
@@ -76,6 +75,8 @@ TEST(FleetDocument, ASettingWithoutASectionIsThePlugIns) {
 TEST(FleetDocument, AUserWithAScheduleThatIsNotThereIsRefused) {
   Document document;
   document.users = user_lines("id,schedule\n7,office\n", "p");
+  EXPECT_EQ(error_of([&] { check_schedules(document); }), "") << "the door's own";
+  document.schedules.emplace();
   EXPECT_THAT(error_of([&] { check_schedules(document); }), HasSubstr("user 7 has the schedule \"office\""));
   document.schedules = schedule_lines("name,days,from,to\noffice,mon,08:00,18:00\n", "s");
   EXPECT_EQ(error_of([&] { check_schedules(document); }), "");
@@ -99,7 +100,25 @@ TEST(FleetParts, TogetherAreTheDocument) {
   document.schedules = schedule_lines("name,days,from,to\noffice,mon,08:00,18:00\n", "s");
   document.settings = setting_lines("read_interval=900\n", "s");
   EXPECT_EQ(joined(parts_of(document)), document);
-  EXPECT_THAT(parts_of(Document()), IsEmpty());
+}
+
+TEST(FleetParts, SayWhereThereIsToBeNothing) {
+  const auto lines = [](const Document& document) {
+    std::set<std::string> all;
+    for (const auto& [hash, text] : parts_of(document)) {
+      all.insert(text);
+    }
+    return all;
+  };
+  Document document;
+  EXPECT_THAT(lines(document), ElementsAre("{\"remove_users\":true}\n"));
+  document.schedules.emplace();
+  EXPECT_THAT(lines(document), ElementsAre("{\"remove_schedules\":true}\n", "{\"remove_users\":true}\n"));
+  EXPECT_EQ(joined(parts_of(document)), document);
+  document.users[7] = user(7, "33");
+  EXPECT_EQ(joined(parts_of(document)), document);
+  document.schedules.reset();
+  EXPECT_EQ(joined(parts_of(document)), document);
 }
 
 TEST(FleetParts, NoneIsLargerThanAMessageMayBe) {

@@ -168,6 +168,40 @@ TEST_F(Fleet, WhatIsNotGivenStaysAsItWas) {
   EXPECT_EQ(door.document().settings, setting_lines("read_interval=800\n", ""));
 }
 
+TEST_F(Fleet, SchedulesAreTheDoorsOwnUntilSomethingIsSaidOfThem) {
+  const TestDoor door(broker_, "gate-1");
+  const auto people = written("people.csv", kPeople);
+  output({"push", people, "--to", "gate-1"});
+  EXPECT_FALSE(door.document().schedules.has_value());
+  output({"push", "--to", "gate-1", "--schedules", written("s.csv", "name,days,from,to\n")});
+  EXPECT_EQ(door.document().schedules, std::set<std::string>());
+  output({"push", people, "--to", "gate-1"});
+  EXPECT_EQ(door.document().schedules, std::set<std::string>()) << "what was said of them stays";
+}
+
+TEST_F(Fleet, ThatMostOfThePeopleGoIsSaidOnPurpose) {
+  const TestDoor door(broker_, "gate-1");
+  const auto nobody = written("nobody.csv", "id,name,card\n");
+  EXPECT_THAT(run({"push", nobody, "--to", "gate-1"}).err, HasSubstr("--remove-most")) << "whoever is there";
+  EXPECT_THAT(retained("doors/gate-1/desired/#"), IsEmpty());
+  const std::string four = "id,name,card\n7,Ana,33\n8,Lena,44\n9,Ben,55\n10,Carl,66\n";
+  output({"push", written("people.csv", four), "--to", "gate-1"});
+  const auto half = written("half.csv", four.substr(0, four.find("8,")));  // a copy that was ended too early
+  for (const auto& table : {half, nobody}) {
+    const auto result = run({"push", table, "--to", "gate-1"});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_THAT(result.err, HasSubstr("is the table whole?"));
+    EXPECT_THAT(output({"push", table, "--to", "gate-1", "--dry-run"}), HasSubstr("remove Lena (8)"));
+  }
+  EXPECT_EQ(door.document().users, user_lines(four, ""));
+  output({"push", half, "--to", "gate-1", "--remove-most"});
+  EXPECT_EQ(door.document().users.size(), 1U);
+  output({"push", nobody, "--to", "gate-1", "--remove-most"});
+  EXPECT_TRUE(door.document().users.empty());
+  EXPECT_EQ(run({"push", "--to", "gate-1", "--settings", written("set.conf", "read_interval=900\n")}).status, 0)
+      << "which is of nobody";
+}
+
 TEST_F(Fleet, TheFirstPushToADoorHasPeople) {
   const TestDoor door(broker_, "gate-1");
   const auto result = run({"push", "--to", "gate-1", "--settings", written("set.conf", "read_interval=800\n")});

@@ -202,6 +202,32 @@ TEST_F(DesiredTest, TheNextGoesAsItsDifferenceAlsoAfterARestart) {
   EXPECT_EQ(keeper_->given()[1].lines, "{\"remove_user\": 3}\n{\"user\": 2, \"name\": \"x\"}\n");
 }
 
+// A difference would do what the daemon is to refuse, or leave the door what it is not to be.
+TEST_F(DesiredTest, WhatADocumentNoLongerNamesAtAllGoesAsAWhole) {
+  const auto office = publish_part("{\"schedule\": \"office\", \"days\": \"mon\"}\n");
+  const auto people = publish_part("{\"user\": 1}\n");
+  answer_to(5, {office, people});
+  answer_to(6, {people});
+  answer_to(7, {});
+  answer_to(8, {publish_part("{\"usr\": 1}\n")});
+  ASSERT_EQ(keeper_->given().size(), 4U);
+  EXPECT_EQ(keeper_->given()[1].lines, "{\"user\": 1}\n");
+  EXPECT_EQ(keeper_->given()[2].lines, "");
+  EXPECT_EQ(keeper_->given()[3].lines, "{\"usr\": 1}\n");
+  for (const Given& one : keeper_->given()) {
+    EXPECT_FALSE(one.from.has_value()) << one.revision;
+  }
+}
+
+TEST_F(DesiredTest, ThatThereAreNoSchedulesIsADifference) {
+  const auto people = publish_part("{\"user\": 1}\n");
+  answer_to(5, {publish_part("{\"schedule\": \"office\", \"days\": \"mon\"}\n"), people});
+  answer_to(6, {people, publish_part("{\"remove_schedules\": true}\n")});
+  ASSERT_EQ(keeper_->given().size(), 2U);
+  EXPECT_EQ(keeper_->given()[1].from, 5);
+  EXPECT_EQ(keeper_->given()[1].lines, "{\"remove_schedules\": true}\n");
+}
+
 TEST_F(DesiredTest, ADaemonThatHasAnotherRevisionGetsTheWhole) {
   const auto one = publish_part("{\"user\": 1}\n");
   answer_to(5, {one});

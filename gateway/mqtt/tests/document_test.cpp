@@ -60,7 +60,23 @@ TEST(DocumentTest, OneOtherRowOfSchedulesNeedsThemAll) {
   EXPECT_EQ(schedules_of("{\"user\": 1, \"schedule\": \"a\"}\n{\"schedule\": \"a\"}\n"), "{\"schedule\": \"a\"}\n");
 }
 
-TEST(DocumentTest, ALineThatIsNoObjectIsRefused) { EXPECT_THROW(difference({"x\n"}, {}), BadManifest); }
+TEST(DocumentTest, WhoGoesIsKnown) {
+  EXPECT_TRUE(difference({"{\"user\": 1}\n{\"user\": 2}\n"}, {"{\"user\": 2}\n"}).removes_users);
+  EXPECT_TRUE(difference({"{\"user\": 1}\n"}, {"{\"remove_users\": true}\n"}).removes_users);
+  EXPECT_FALSE(difference({"{\"user\": 1}\n"}, {"{\"user\": 1, \"name\": \"b\"}\n{\"user\": 2}\n"}).removes_users);
+}
+
+TEST(DocumentTest, ThatThereAreNoSchedulesIsOtherThanThatNothingIsSaidOfThem) {
+  EXPECT_TRUE(difference({"{\"remove_schedules\": true}\n"}, {}).needs_schedules);
+  EXPECT_TRUE(says("{\"user\": 1}\n{\"remove_schedules\": true}\n", "remove_schedules"));
+  EXPECT_FALSE(says("{\"user\": 1, \"name\": \"remove_schedules\"}\nx\n", "remove_schedules"));
+}
+
+TEST(DocumentTest, ALineAboutNothingIsRefused) {
+  for (const char* const line : {"x\n", "{\"usr\": 1}\n"}) {
+    EXPECT_THROW(difference({line}, {}), BadManifest) << line;
+  }
+}
 
 }  // namespace
 }  // namespace mqtt
