@@ -1,5 +1,6 @@
 // achost-mqtt, the bridge of a door to a fleet's broker. The command line.
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <csignal>
@@ -93,10 +94,13 @@ void add_join(CLI::App& app, mqtt::JoinOptions& options) {
       ->type_name("DIR");
   command.footer(kStatuses);
   command.callback([&options] {
+    const bool is_for_service = options.directory.empty() && geteuid() == 0;
     options.directory = gateway::own_state(kProgram, options.directory);
     const auto joined = mqtt::join(options);
-    std::printf("this is %s now, of the fleet at %s; start it with\n  achost-mqtt run --config %s\n",
-                joined.door.c_str(), joined.broker.c_str(), (options.directory / "achost-mqtt.conf").c_str());
+    const auto start = is_for_service ? "systemctl enable --now achost-mqtt"
+                                      : "achost-mqtt run --config " + (options.directory / "achost-mqtt.conf").string();
+    std::printf("this is %s now, of the fleet at %s; start it with\n  %s\n", joined.door.c_str(), joined.broker.c_str(),
+                start.c_str());
   });
 }
 

@@ -47,10 +47,10 @@ def join(case):
     """The door gets its name and its certificate for a code, once."""
     board = case.board
     board.run("setsid achost-fleet provision --ca-key " + FLEET + "/ca.key </dev/null >/tmp/provision 2>&1 &")
-    code = board.run("achost-fleet invite gate-1 --serial 4711 --json")
-    code = json.loads(code)["code"]
-    board.run(f"achost-mqtt join --broker 127.0.0.1:8884 --serial 4711 {code}", 60)
-    board.run("pkill achost-fleet; systemctl enable --now achost-mqtt")
+    code = json.loads(board.run("achost-fleet invite gate-1 --serial 4711 --json"))["code"]
+    way_on = board.run(f"achost-mqtt join --broker 127.0.0.1:8884 --serial 4711 {code}", 60).splitlines()[-1]
+    case.same(way_on.strip(), "systemctl enable --now achost-mqtt", "what it says to type next")
+    board.run(f"pkill achost-fleet; {way_on}")
     online(case, "it has joined")
     case.see("off at first; joined with a code and enabled, it is in the fleet under the name it was given")
 
