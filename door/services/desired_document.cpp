@@ -174,7 +174,9 @@ void refuse_contradictions(const DesiredDocument& document) {
   for (const auto* const part : {&settings, &settings_removed}) {
     for (const auto& [section, key, value] : *part) {
       if (!all.emplace(section, key).second) {
-        throw Failure(kUsage, name + ": setting " + section + "." + key + " is given twice: give it once");
+        std::string text = name + ": setting ";
+        text += section + "." + key + " is given twice: give it once";
+        throw Failure(kUsage, text);
       }
     }
   }

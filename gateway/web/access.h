@@ -28,10 +28,10 @@ Seconds now();
 // gets in no further. Several processes may have it open: a change is made under a lock, and seen by all.
 class Access {
  public:
-  static constexpr Seconds kLinkLife = 15 * 60;
+  static constexpr Seconds kLinkLife = 15LL * 60;
   static constexpr Seconds kViewLife = 30LL * 24 * 60 * 60;
-  static constexpr Seconds kAdminLife = 12 * 60 * 60;  // of a session; then a new link is needed
-  static constexpr std::size_t kMost = 256;            // what is beyond that goes, the oldest first
+  static constexpr Seconds kAdminLife = 12LL * 60 * 60;  // of a session; then a new link is needed
+  static constexpr std::size_t kMost = 256;              // what is beyond that goes, the oldest first
 
   // Throws std::runtime_error when the directory cannot be used.
   explicit Access(std::filesystem::path directory);
