@@ -1,4 +1,5 @@
 // A door over a real broker, as a stranger's client sees it.
+#include <algorithm>
 #include <chrono>
 #include <set>
 
@@ -216,6 +217,35 @@ TEST_F(Bridged, ABrokerThatWasAwayGetsWhatItMissed) {
   output({"rex"});
   broker_->start();
   EXPECT_TRUE(told("doors/gate-1/journal/exit_request"));
+}
+
+TEST_F(Bridged, EachConnectionIsToldHowTheDoorStands) {
+  const auto healths = [this] {
+    return std::ranges::count(listener_->all(), std::string("doors/gate-1/health"), &Told::topic);
+  };
+  ASSERT_TRUE(told("doors/gate-1/health"));
+  const auto before = healths();
+  bridge_->signal(SIGHUP);
+  EXPECT_TRUE(comes_true([&] { return healths() > before; }));
+}
+
+TEST_F(Bridged, OfManyDifferencesTheFirstAreTold) {
+  is_online();
+  const refhost::test::TemporaryDirectory files;
+  const std::string desired = files.path() / "desired";
+  const std::string people = files.path() / "people";
+  std::ofstream(desired) << "{\"user\": 1000}\n";
+  output({"desired", "apply", desired, "--revision", "1"});
+  std::ofstream table(people);
+  table << "id,name\n";
+  for (int id = 1; id <= 501; ++id) {
+    table << id << ",x\n";
+  }
+  table.close();
+  output({"user", "import", people});
+  const auto drift = asked("drift", nlohmann::json::object());
+  EXPECT_EQ(drift.value("lines", nlohmann::json()).size(), 500U);
+  EXPECT_TRUE(drift.value("more", false));
 }
 
 TEST_F(Bridged, HomeAssistantIsToldOnlyWhenThatIsWanted) {

@@ -221,6 +221,28 @@ TEST_F(BrokerTest, ABrokerThatSaysNothingIsGivenUp) {
   mosquitto_->signal(SIGCONT);
 }
 
+TEST_F(BrokerTest, ABrokerThatIsNotThereIsTriedLessAndLessOften) {
+  const auto missing = place("client");
+  mosquitto_->kill();
+  std::vector<std::chrono::steady_clock::time_point> tries;
+  Broker broker(context_, missing, {.down = [&](const Fault&) { tries.push_back(std::chrono::steady_clock::now()); }},
+                {.least = milliseconds(10), .most = milliseconds(400)});
+  broker.start();
+  EXPECT_TRUE(runs_until([&] { return tries.size() == 8; }));
+  EXPECT_GE(tries[7] - tries[6], milliseconds(200)) << "half of the longest wait, by chance more";
+}
+
+TEST_F(BrokerTest, WhatIsLongerThanItsBoundIsDropped) {
+  Client client(context_, place("client"));
+  bring_up(client);
+  listen(client, "a");
+  for (const std::size_t size : {Broker::kLongestPayload + 1, Broker::kLongestPayload}) {
+    client.broker.publish({.topic = "a", .payload = std::string(size, 'x')});
+  }
+  EXPECT_TRUE(runs_until([&] { return !client.heard.empty(); }));
+  EXPECT_EQ(client.heard[0].payload.size(), Broker::kLongestPayload);
+}
+
 TEST_F(BrokerTest, AThousandConnectionsRunOnOneThread) {
   std::vector<std::unique_ptr<Client>> clients;
   for (int i = 0; i < 1000; ++i) {
