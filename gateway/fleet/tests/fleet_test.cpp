@@ -202,6 +202,17 @@ TEST_F(Fleet, ThatMostOfThePeopleGoIsSaidOnPurpose) {
       << "which is of nobody";
 }
 
+TEST_F(Fleet, WhatStaysIsWhatItsNameSays) {
+  const TestDoor door(broker_, "gate-1");
+  output({"push", written("people.csv", kPeople), "--to", "gate-1"});
+  const auto parts = retained("doors/gate-1/desired/parts/+");
+  ASSERT_EQ(parts.size(), 1U);
+  broker_.stranger("mosquitto_pub", "centre", {"-r", "-t", parts.begin()->first, "-m", R"({"user":666})"});
+  const auto result = run({"push", "--to", "gate-1", "--settings", written("set.conf", "read_interval=800\n")});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_THAT(result.err, HasSubstr("push with --anew"));
+}
+
 TEST_F(Fleet, TheFirstPushToADoorHasPeople) {
   const TestDoor door(broker_, "gate-1");
   const auto result = run({"push", "--to", "gate-1", "--settings", written("set.conf", "read_interval=800\n")});

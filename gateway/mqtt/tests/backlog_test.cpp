@@ -152,6 +152,7 @@ class OutboxHere : public Backlog {
                                   .broker = *door_,
                                   .door = "gate-1",
                                   .file = file(),
+                                  .began = {},
                                   .seen = {},
                                   .say = [](const std::string& text) { ADD_FAILURE() << text; }});
     net::co_spawn(context_, outbox_->run(), net::detached);
