@@ -57,6 +57,15 @@ class NotAllowed : public std::runtime_error {
 bool is_shortage(int reason) { return reason == EMFILE || reason == ENFILE || reason == ENOBUFS || reason == ENOMEM; }
 
 // One client, on a thread of its own.
+// Of what a client sends; what has a number that nothing holds is none either.
+Json parsed(const std::string& line) {
+  Json json = Json::parse(line, nullptr, false);
+  if (json.is_discarded()) {
+    throw RequestError("the request is no JSON");
+  }
+  return json;
+}
+
 class Connection : public ControlStream {
  public:
   Connection(int socket, const Peer& peer, const ControlTable& table, ControlLimits limits, ClientPlaces& places,
@@ -164,7 +173,7 @@ class Connection : public ControlStream {
         outcome != LineReader::Outcome::line) {
       return outcome;
     }
-    const Json header = Json::parse(line);
+    const Json header = parsed(line);
     if (!header.is_object() || !header.contains("bytes") || !header["bytes"].is_number_unsigned() ||
         header["bytes"] > kLongestPiece) {
       throw RequestError("bytes come in pieces, {\"bytes\": N} before each, of at most " +
@@ -199,10 +208,8 @@ class Connection : public ControlStream {
   Json answer(const std::string& line) {
     try {
       Json result = {{"ok", true}};
-      result.update(run(Json::parse(line)));
+      result.update(run(parsed(line)));
       return result;
-    } catch (const Json::parse_error&) {
-      return error(kUsage, "the request is no JSON");
     } catch (const RequestError& failure) {
       return error(kUsage, failure.what());
     } catch (const NotAllowed& failure) {

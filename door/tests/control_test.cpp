@@ -29,6 +29,7 @@ TEST_F(Control, RequestsThatAreNoneGetAnErrorAndTheConnectionGoesOn) {
       {"{\"command\":", "the request is no JSON"},
       {"\xff\xfe", "the request is no JSON"},
       {std::string(20000, '['), "the request is no JSON"},
+      {R"({"command":"echo","text":"a","number":1e400})", "the request is no JSON"},
       {"[]", "a request is an object with a text"},
       {"{}", "a request is an object with a text"},
       {"{\"command\":5}", "a request is an object with a text"},
