@@ -14,7 +14,7 @@ net::awaitable<std::optional<std::string>> Onlooker::next(std::chrono::milliseco
     co_await wait_for(wake_);
   }
   std::optional<std::string> text;
-  if (!is_over_) {
+  if (!is_over_ || !waiting_.empty()) {
     text = std::exchange(waiting_, {});
   }
   co_return text;
@@ -23,10 +23,11 @@ net::awaitable<std::optional<std::string>> Onlooker::next(std::chrono::milliseco
 void Onlooker::put(const std::string& text) {
   if (waiting_.size() + text.size() > kMostWaiting) {
     end();
-    return;
   }
-  waiting_ += text;
-  wake_.cancel();
+  if (!is_over_) {
+    waiting_ += text;
+    wake_.cancel();
+  }
 }
 
 void Onlooker::end() {

@@ -20,11 +20,13 @@ namespace web {
 // One of them. What he has not taken waits, within a bound.
 class Onlooker {
  public:
-  static constexpr std::size_t kMostWaiting = std::size_t{512} * 1024;  // bytes; who is further behind is dropped
+  // Bytes. Who is further behind gets these and is dropped, so that he comes back further on than he was.
+  static constexpr std::size_t kMostWaiting = std::size_t{512} * 1024;
 
   explicit Onlooker(net::io_context& context);
 
-  // What has come, once something has; empty after a while without anything. Nothing when it is over.
+  // What has come, once something has; empty after a while without anything. Nothing when it is over and
+  // nothing waits any more.
   net::awaitable<std::optional<std::string>> next(std::chrono::milliseconds longest);
 
   void put(const std::string& text);

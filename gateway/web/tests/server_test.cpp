@@ -161,13 +161,26 @@ TEST(ServerTest, WhoDoesNotSpeakTlsWhereItIsSpokenGoes) {
   EXPECT_EQ(silent.receive_until("\n"), "");
 }
 
-TEST(OnlookerTest, WhoIsTooFarBehindIsDropped) {
+TEST(OnlookerTest, WhoIsTooFarBehindIsDroppedWithWhatWaits) {
   net::io_context context;
   Onlooker onlooker(context);
   onlooker.put(std::string(Onlooker::kMostWaiting, 'x'));
   EXPECT_FALSE(onlooker.is_over());
   onlooker.put("x");
   EXPECT_TRUE(onlooker.is_over());
+  std::vector<std::optional<std::string>> taken;
+  net::co_spawn(
+      context,
+      [&]() -> net::awaitable<void> {
+        for (int i = 0; i < 2; ++i) {
+          auto next = co_await onlooker.next(kLong);
+          taken.push_back(std::move(next));
+        }
+      },
+      net::detached);
+  context.run();
+  EXPECT_THAT(taken, testing::ElementsAre(std::string(Onlooker::kMostWaiting, 'x'), std::nullopt))
+      << "what waits is his, and nothing behind what he misses";
 }
 
 }  // namespace
