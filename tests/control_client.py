@@ -355,9 +355,26 @@ def check_journal(state, client):
 def check_events(state, client):
     with Client(state) as follower:
         follower.begin("events", types="sec_box_rex_changed")
-        assert follower.next("events") == {"following": True}
+        first = follower.next("events")
+        assert first["following"] and first["after"] == first["newest"], first
         client.ask("rex")
-        assert follower.next("events")["message"] == "sec_box_rex_changed"
+        pressed = follower.next("events")
+        assert pressed["message"] == "sec_box_rex_changed" and pressed["number"] > first["newest"], pressed
+    client.ask("rex")  # while nobody follows
+    with Client(state) as follower:  # it goes on where the other has stopped
+        follower.begin("events", after=pressed["number"], run=first["run"])
+        assert follower.next("events")["after"] == pressed["number"]
+        told = []
+        while [one["message"] for one in told].count("sec_box_rex_changed") < 3:
+            told.append(follower.next("events"))
+        numbers = values(told, "number")
+        assert numbers == list(range(pressed["number"] + 1, pressed["number"] + 1 + len(told))), numbers
+    for wrong in ({"after": 1, "run": "x"}, {"after": 10**15}):
+        with Client(state) as follower:
+            follower.begin("events", **wrong)
+            assert follower.next("events")["after"] == 0
+            assert follower.next("events") == {"gap": {"reason": "another_run", "after": 0}}, wrong
+    assert client.refused("events", after=-1)["status"] == 2
 
 
 def check_copies(client, state):

@@ -81,6 +81,75 @@ TEST_F(Device, ASystemSettingHasNoModule) {
   EXPECT_EQ(events.wait().status, 0);
 }
 
+// What `achost events` tells, line by line.
+class Events {
+ public:
+  explicit Events(std::vector<std::string> words) : program_(std::move(words)) {}
+  ~Events() {
+    program_.signal(SIGINT);
+    EXPECT_EQ(program_.wait().status, 0);
+  }
+  Events(const Events&) = delete;
+  Events& operator=(const Events&) = delete;
+
+  json next() {
+    const std::string line = program_.next_line();
+    return line.empty() ? json() : json::parse(line);
+  }
+
+  // Up to the first message of that type.
+  std::vector<json> until(const std::string& type) {
+    std::vector<json> lines;
+    do {
+      lines.push_back(next());
+    } while (!lines.back().is_null() && lines.back().value("message", "") != type);
+    return lines;
+  }
+
+ private:
+  Achost program_;
+};
+
+TEST_F(Device, EventsGoOnFromANumberAndANewStartIsTold) {
+  start();
+  const auto events_behind = [this](std::int64_t number, const std::string& run) {
+    return std::vector<std::string>{"events", "--json", "--after", std::to_string(number),
+                                    "--run",  run,      "--state", state()};
+  };
+  output({"rex"});
+  std::string run;
+  std::int64_t last = 0;
+  {
+    Events events({"events", "--json", "--after", "0", "--state", state()});
+    const json following = events.next();
+    EXPECT_EQ(following.at("after"), 0);
+    run = following.at("run");
+    for (const auto& line : events.until("sec_box_rex_changed")) {
+      EXPECT_EQ(line.at("number"), ++last) << line;
+    }
+  }
+  output({"config", "set", "read_interval", "700"});  // while nobody follows
+  {
+    Events events(events_behind(last, run));
+    EXPECT_EQ(events.next().at("after"), last);
+    for (const auto& line : events.until("config_param_set")) {
+      EXPECT_EQ(line.at("number"), ++last) << line;
+    }
+  }
+  end();
+  start();
+  output({"rex"});
+  Events events(events_behind(last, run));
+  const json following = events.next();
+  EXPECT_EQ(following.at("after"), 0);
+  EXPECT_NE(following.at("run"), run);
+  EXPECT_EQ(events.next(), json::parse(R"({"gap":{"reason":"another_run","after":0}})"));
+  std::int64_t number = 0;
+  for (const auto& line : events.until("sec_box_rex_changed")) {
+    EXPECT_EQ(line.at("number"), ++number) << line;
+  }
+}
+
 TEST_F(Device, AnOverrideOfTheRunIsShown) {
   start({"--set", "region=KOREA"});
   EXPECT_EQ(output({"config", "get", "region"}), "KOREA\n");

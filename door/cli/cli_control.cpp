@@ -6,13 +6,16 @@
 #include "door/base/output.h"
 #include "door/base/state_directory.h"
 #include "door/cli/cli.h"
+#include "door/cli/event_line.h"
 #include "door/cli/request.h"
 #include "door/cli/status_table.h"
 #include "door/services/user.h"
-#include "refhost/log_entry.h"
 
 namespace achost {
 namespace {
+
+// The greatest that --after takes.
+constexpr std::int64_t kMostNumber = 1'000'000'000'000'000;
 
 std::string dump(const Json& json) { return json.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n"; }
 
@@ -27,39 +30,42 @@ void add_status(CLI::App& app) {
   });
 }
 
-// "21:30:01.123  gpio_notified  gpio=1 value=0".
-std::string message_line(const Json& line) {
-  if (line.contains("left_out")) {
-    return "  ... " + line["left_out"].dump() + " messages left out, they came faster than they were read\n";
-  }
-  std::string fields;
-  for (const auto& [name, value] : line.at("fields").items()) {
-    fields += "  " + name + "=" + (value.is_string() ? refhost::log::escape(value.get<std::string>()) : value.dump());
-  }
-  const std::string type = line.at("message");
-  constexpr std::size_t kTypeWidth = 26;
-  return line.at("time").get<std::string>().substr(11, 12) + "  " + type +
-         std::string(type.size() < kTypeWidth && !fields.empty() ? kTypeWidth - type.size() : 0, ' ') + fields + "\n";
-}
-
 void add_events(CLI::App& app) {
   CLI::App& command = *app.add_subcommand("events", "Follow the messages on the host's bus until Ctrl-C");
   const auto state = add_state(command);
   const auto json = std::make_shared<bool>();
   const auto types = std::make_shared<std::vector<std::string>>();
+  const auto after = std::make_shared<std::optional<std::int64_t>>();
+  const auto run = std::make_shared<std::string>();
   command.add_flag("--json", *json, "One JSON object a line");
   command.add_option("--type", *types, "Only messages of this type; may be repeated")
       ->type_name("TYPE")
       ->take_all()
       ->expected(1);
+  auto* const number = command
+                           .add_option("--after", *after,
+                                       "Begin with those kept that have a greater number; with --json the first line "
+                                       "says of which run the numbers are")
+                           ->type_name("NUMBER")
+                           ->check(cli::range<std::int64_t>(0, kMostNumber));
+  command.add_option("--run", *run, "The run of the host that gave the number: another one is told")
+      ->type_name("RUN")
+      ->needs(number);
   command.callback([=] {
     // Ctrl-C is the way out, so it is no failure.
     std::signal(SIGINT, [](int) { std::_Exit(0); });
     std::signal(SIGTERM, [](int) { std::_Exit(0); });
-    follow(state_directory(*state), {{"command", "events"}, {"types", CLI::detail::join(*types, ",")}},
-           [json](const Json& line) {
-             return line.contains("following") || print(*json ? dump(line) : message_line(line));
-           });
+    Json request = {{"command", "events"}, {"types", CLI::detail::join(*types, ",")}};
+    if (after->has_value()) {
+      request["after"] = **after;
+    }
+    if (!run->empty()) {
+      request["run"] = *run;
+    }
+    follow(state_directory(*state), request, [json, goes_on = after->has_value()](const Json& line) {
+      const bool is_wanted = goes_on || !line.contains("following");
+      return print(!*json ? event_line(line) : is_wanted ? dump(line) : "");
+    });
   });
 }
 

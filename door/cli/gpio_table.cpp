@@ -6,6 +6,7 @@
 
 #include "cli/text_table.h"
 #include "door/base/gpio_plan.h"
+#include "door/cli/event_line.h"
 #include "refhost/log_entry.h"
 
 namespace achost {
@@ -40,6 +41,9 @@ std::string gpio_table(const Json& answer) {
 }
 
 std::string edge_line(const Json& event) {
+  if (event.contains("gap")) {
+    return gap_line(event);
+  }
   if (!event.contains("fields") || !event.at("fields").contains("at")) {
     return "";
   }

@@ -11,7 +11,7 @@ namespace achost {
 std::string gpio_table(const Json& answer);
 
 // An edge, as "gpio_notified" or "sec_box_rex_changed" tells it: "1623.045678901  rising   exit button". Seconds since
-// the system has started, as the kernel counts them. Empty for any other line of "events".
+// the system has started, as the kernel counts them. Of a gap, gap_line(); empty for any other line of "events".
 std::string edge_line(const Json& event);
 
 }  // namespace achost

@@ -128,9 +128,7 @@ ControlTable control_table(const ControlledHost& host) {
           {"why_now", {}, [host](const Json&, ControlStream&) { return explain_now(host.why); }},
           {"status", {}, [host](const Json&, ControlStream&) { return status_of(host); }},
           {"figures", {}, [host](const Json&, ControlStream&) { return figures_of(host); }},
-          {"events",
-           {{"types", Type::text, false}},
-           [](const Json& request, ControlStream& stream) { return follow_events(request, stream); }},
+          events_command(host.events),
       });
   commands.push_back(hello_command(host.version, commands));
   return ControlTable(std::move(commands));

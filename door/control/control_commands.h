@@ -7,6 +7,7 @@
 #include <string>
 
 #include "door/control/control.h"
+#include "door/control/event_ring.h"
 #include "door/control/stores.h"
 #include "door/control/why_commands.h"
 #include "door/journal/entry.h"
@@ -34,6 +35,7 @@ struct ControlledHost {
   DoorSupervision& door;
   std::function<void(const Entry&)> note;  // in the journal
   EnrollerService& enroller;
+  EventRing& events;
   std::string reader;                  // where it is, for a person
   line::Line* line;                    // null when the plug-in has the port itself
   uhfsim::SimulatedReader* simulated;  // null when the reader is a real one

@@ -1,65 +1,22 @@
 #include "door/control/control_events.h"
 
-#include <chrono>
-#include <condition_variable>
-#include <deque>
-#include <mutex>
-#include <new>
 #include <set>
 #include <sstream>
 
 #include "door/base/local_time.h"
+#include "door/control/answer_parts.h"
 #include "refhost/bus_view.h"
 
 namespace achost {
 namespace {
 
-// Lines on their way from the bus to the client.
-class Backlog {
- public:
-  // On any thread of the host.
-  void put(std::string line) {
-    const std::lock_guard lock(mutex_);
-    if (bytes_ + line.size() > kBound) {
-      ++left_out_;
-    } else {
-      bytes_ += line.size();
-      lines_.push_back(std::move(line));
-      filled_.notify_one();
-    }
-  }
+using Type = ControlField::Type;
 
-  // One is missing.
-  void leave_out() {
-    const std::lock_guard lock(mutex_);
-    ++left_out_;
-  }
+// Then it is looked whether the client has gone.
+constexpr std::chrono::milliseconds kLook(200);
 
-  // What has come, after a little while at most.
-  std::deque<std::string> take() {
-    std::unique_lock lock(mutex_);
-    filled_.wait_for(lock, kLook, [this] { return !lines_.empty(); });
-    auto lines = std::exchange(lines_, {});
-    bytes_ = 0;
-    if (left_out_ != 0) {
-      lines.push_back(line_of({{"left_out", std::exchange(left_out_, 0)}}));
-    }
-    return lines;
-  }
-
- private:
-  static constexpr std::size_t kBound = 1 << 20;          // bytes; as much again may be on its way to the client
-  static constexpr std::chrono::milliseconds kLook{200};  // how often the client's end is looked for
-
-  std::mutex mutex_;  // guards all below
-  std::condition_variable filled_;
-  std::deque<std::string> lines_;
-  std::size_t bytes_ = 0;  // of them
-  std::uint64_t left_out_ = 0;
-};
-
-std::set<std::string> types_of(const Json& request) {
-  std::set<std::string> types;
+std::set<std::string, std::less<>> types_of(const Json& request) {
+  std::set<std::string, std::less<>> types;
   std::istringstream list(request.value("types", ""));
   for (std::string type; std::getline(list, type, ',');) {
     types.insert(type);
@@ -67,33 +24,65 @@ std::set<std::string> types_of(const Json& request) {
   return types;
 }
 
-}  // namespace
+class BusFollowing {
+ public:
+  BusFollowing(EventRing& ring, const Json& request, ControlStream& stream)
+      : ring_(ring), stream_(stream), types_(types_of(request)) {
+    const auto newest = ring.newest();
+    after_ = number_in(request, "after").value_or(newest);
+    if (after_ < 0) {
+      throw RequestError("\"after\" is a number from 0 on");
+    }
+    const bool is_anothers =
+        after_ > newest || (request.contains("after") && request.value("run", ring.run()) != ring.run());
+    after_ = is_anothers ? 0 : after_;
+    is_read_ = stream.send({{"following", true}, {"run", ring.run()}, {"after", after_}, {"newest", newest}}) &&
+               (!is_anothers || stream.send({{"gap", {{"reason", "another_run"}, {"after", 0}}}}));
+  }
 
-Json follow_events(const Json& request, ControlStream& stream) {
-  const auto types = types_of(request);
-  Backlog backlog;
-  const refhost::BusTap tap([&](const ac::Message& message) {
-    if (!types.empty() && !types.contains(message.type())) {
-      return;
-    }
-    try {
-      backlog.put(
-          line_of({{"time", iso_time(std::chrono::floor<std::chrono::milliseconds>(std::chrono::system_clock::now()))},
-                   {"message", message.type()},
-                   {"fields", refhost::fields_of(message)}}));
-    } catch (const std::bad_alloc&) {  // whoever sends the message must not lose it for one who looks on
-      backlog.leave_out();
-    }
-  });
-  stream.send({{"following", true}});
-  while (!stream.is_over()) {
-    for (const std::string& line : backlog.take()) {
-      if (!stream.send_lines(line)) {
-        return Json::object();
-      }
+  void run() {
+    while (is_read_ && !stream_.is_over()) {
+      ring_.take(after_, part_, kLook);
+      const std::string lines = lines_of_part();
+      is_read_ = lines.empty() || stream_.send_lines(lines);
+      after_ = part_.last();
     }
   }
-  return Json::object();
+
+ private:
+  std::string lines_of_part() const {
+    std::string lines;
+    if (part_.first() > after_ + 1) {
+      lines = line_of({{"gap", {{"reason", "gone"}, {"first", after_ + 1}, {"last", part_.first() - 1}}}});
+    }
+    part_.for_each([&](const EventRing::Event& event) {
+      if (types_.empty() || types_.contains(event.type)) {
+        lines += line_of({{"number", event.number},
+                          {"time", iso_time(event.time)},
+                          {"message", event.type},
+                          {"fields", refhost::fields_of(event.fields)}});
+      }
+    });
+    return lines;
+  }
+
+  EventRing& ring_;
+  ControlStream& stream_;
+  const std::set<std::string, std::less<>> types_;
+  EventRing::Part part_;
+  std::int64_t after_ = 0;  // the latest that the client was told of
+  bool is_read_ = true;
+};
+
+}  // namespace
+
+ControlCommand events_command(EventRing& ring) {
+  return {"events",
+          {{"types", Type::text, false}, {"after", Type::integer, false}, {"run", Type::text, false}},
+          [&ring](const Json& request, ControlStream& stream) {
+            BusFollowing(ring, request, stream).run();
+            return Json::object();
+          }};
 }
 
 }  // namespace achost

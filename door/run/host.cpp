@@ -295,6 +295,7 @@ ControlledHost Host::controlled() {
           .door = supervision_,
           .note = books_.note,
           .enroller = enroller_,
+          .events = events_,
           .reader = reader_.description(),
           .line = reader_.line(),
           .simulated = reader_.simulated(),

@@ -10,6 +10,7 @@
 
 #include "door/control/control.h"
 #include "door/control/control_commands.h"
+#include "door/control/event_ring.h"
 #include "door/gpio/kept_plan.h"
 #include "door/journal/bookkeeping.h"
 #include "door/journal/journal.h"
@@ -124,6 +125,8 @@ class Host {
   const JournalFeed journal_feed_{books_.note};  // before who tells of the reader's states
   ReadingWatch readings_{settings_, gpio_, books_.note, [this] { return journal_.has_room_for_sightings(); }};
   Figures figures_{[this] { return door_line(); }};
+  EventRing events_;
+  const refhost::BusTap events_tap_{[this](const ac::Message& message) { events_.note(message); }};
   const refhost::BusTap figures_tap_{[this](const ac::Message& message) { figures_.see(message); }};
   const ReaderWatch reader_watch_;
   const refhost::Subscriber way_out_;  // for as long as no plug-in handles exit requests

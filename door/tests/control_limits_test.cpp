@@ -4,9 +4,7 @@
 
 #include <memory>
 
-#include "door/control/control_events.h"
 #include "door/tests/control_fixture.h"
-#include "refhost/send.h"
 #include "refhost/tests/captured_log.h"
 
 namespace achost::test {
@@ -118,27 +116,6 @@ TEST_F(Control, AClientThatDoesNotReadGoesAndTheLogSaysSo) {
   client.send("{\"command\":\"count\",\"to\":1000000000}\n");
   EXPECT_TRUE(client.wait_for_end());
   EXPECT_THAT(captured_log(), HasSubstr("a client of the control socket does not read what it has asked for"));
-}
-
-TEST_F(Control, WhatWaitsForAClientIsBoundedInBytes) {
-  server.reset();
-  server.emplace(directory.path(), ControlTable({{"events", {}, follow_events}}));
-  RawClient client(directory.path());
-  client.send("{\"command\":\"events\"}\n");
-  ASSERT_THAT(client.receive(), HasSubstr("following"));
-  constexpr std::size_t kLength = 1 << 18;
-  constexpr int kMessages = 100;
-  for (int i = 0; i < kMessages; ++i) {
-    refhost::send("test.large", {{"text", std::string(kLength, 'x')}});
-  }
-  int taken = 0;
-  std::string line = client.receive();
-  for (; line.find("left_out") == std::string::npos && line != "end"; line = client.receive()) {
-    ++taken;
-  }
-  constexpr std::size_t kBound = std::size_t{3} << 20;  // what waits, what is on its way, and the socket's buffers
-  EXPECT_LE(taken * kLength, kBound);
-  EXPECT_THAT(line, HasSubstr("\"left_out\":" + std::to_string(kMessages - taken)));
 }
 
 // While a process has none left, a client that waits to be accepted is reported again and again.

@@ -9,10 +9,13 @@
 
 namespace refhost {
 
-nlohmann::ordered_json fields_of(const ac::Message& message) {
+nlohmann::ordered_json fields_of(const ac::Message& message) { return fields_of(field_bytes(message)); }
+
+std::string_view field_bytes(const ac::Message& message) { return ac::Message::Impl::of(message).fields.bytes(); }
+
+nlohmann::ordered_json fields_of(std::string_view bytes) {
   auto fields = nlohmann::ordered_json::object();
-  ac::Message::Impl::of(message).fields.for_each(
-      [&](std::string_view name, const auto& value) { fields[std::string(name)] = value; });
+  Fields::for_each_in(bytes, [&](std::string_view name, const auto& value) { fields[std::string(name)] = value; });
   return fields;
 }
 

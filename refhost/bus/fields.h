@@ -48,10 +48,19 @@ class Fields {
   bool get(std::string_view name, std::int64_t* value) const { return get(Kind::wide_integer, name, value); }
   bool get(std::string_view name, std::string* value) const { return get(Kind::text, name, value); }
 
+  // All of them as one piece, for for_each_in() of this process; valid until one is added.
+  std::string_view bytes() const { return more_ == nullptr ? std::string_view(room_.data(), used_) : *more_; }
+
   // Call see(name, value) for each, with an int, a std::int64_t or a std::string.
   template <typename See>
   void for_each(const See& see) const {
-    for (const char* place = bytes().data(); place != bytes().end();) {
+    for_each_in(bytes(), see);
+  }
+
+  // The same for those whose bytes() these are.
+  template <typename See>
+  static void for_each_in(std::string_view bytes, const See& see) {
+    for (const char* place = bytes.data(); place != bytes.end();) {
       const Field field = field_at(place);
       switch (field.kind()) {
         case Kind::integer:
@@ -134,8 +143,6 @@ class Fields {
     }
     return false;
   }
-
-  std::string_view bytes() const { return more_ == nullptr ? std::string_view(room_.data(), used_) : *more_; }
 
   // Where so many more bytes go.
   char* room_for(std::size_t size) {

@@ -7,6 +7,7 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "ac/message.h"
@@ -26,6 +27,11 @@ std::vector<QueueState> queue_states();
 
 // The fields of a message, in their order.
 nlohmann::ordered_json fields_of(const ac::Message& message);
+
+// The same as bytes that can be kept without a look at each: valid as long as the message, and read by this process
+// alone.
+std::string_view field_bytes(const ac::Message& message);
+nlohmann::ordered_json fields_of(std::string_view bytes);
 
 // "identifier_new_card value=33 uuid=...": the type and the fields in their order, control characters escaped.
 std::string line_of(const ac::Message& message);
