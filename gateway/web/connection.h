@@ -188,10 +188,19 @@ class Connection : public std::enable_shared_from_this<Connection<Stream>> {
     return header.str();
   }
 
+  // A browser says it itself when it comes back, and its page when it has had to begin anew.
+  static std::string_view last_event_of(const Request& request) {
+    constexpr std::string_view kField = "?last_event=";
+    const auto header = view_of(request["Last-Event-ID"]);
+    const auto target = view_of(request.target());
+    const auto at = target.find(kField);
+    return !header.empty() || at == target.npos ? header : target.substr(at + kField.size());
+  }
+
   // Events until somebody has enough; false when there is no room for one more.
   net::awaitable<bool> tell_live(const Request& request, const typename Site::Admission& admission) {
     Show& show = *admission.route->show;
-    const auto onlooker = show.look_on(view_of(request["Last-Event-ID"]));
+    const auto onlooker = show.look_on(last_event_of(request));
     if (onlooker == nullptr) {
       co_return false;
     }

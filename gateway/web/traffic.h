@@ -2,16 +2,19 @@
 #pragma once
 
 #include <boost/asio/io_context.hpp>
+#include <functional>
 #include <memory>
 #include <string>
 
 #include "gateway/base/daemon.h"
+#include "gateway/web/message_followers.h"
 #include "gateway/web/onlookers.h"
 
 namespace web {
 
-// Asks the daemon once for all, and only while somebody looks on: events "message" and "frame" as they pass; "apart"
-// when one of the two cannot be had, and "together" when it can. One thread uses it, that of the context.
+// Asks the daemon once for all, and only while somebody looks on: the messages, of which who comes back gets those that
+// he has missed, and events "frame" as they pass; "apart" when one of the two cannot be had, and "together" when it
+// can. One thread uses it, that of the context.
 class Traffic : public Show {
  public:
   static constexpr std::size_t kMostOnlookers = 16;
@@ -28,19 +31,28 @@ class Traffic : public Show {
 
  private:
   struct Tap {
-    const char* command;
     const char* event;
+    std::function<Json()> request;
+    std::function<bool(const Json&)> take;  // false: the daemon is to be asked anew
+    bool is_asked_anew = false;
     gateway::Hangup hangup = {};
   };
 
   net::awaitable<void> tell(Tap& tap);
   net::awaitable<void> follow(Tap& tap);
+  bool take_frame(const Json& line);
 
   net::io_context& context_;
   gateway::Daemon& daemon_;
   Onlookers onlookers_;
-  Tap messages_{"events", "message"};
-  Tap frames_{"look_on", "frame"};
+  MessageFollowers followers_;
+  Tap messages_{"message", [this] { return followers_.request(); },
+                [this](const Json& line) { return followers_.take(line); }};
+  Tap frames_{"frame",
+              [] {
+                return Json{{"command", "look_on"}};
+              },
+              [this](const Json& line) { return take_frame(line); }};
 };
 
 }  // namespace web

@@ -1,4 +1,6 @@
 // People, what passes, and recordings over the server.
+#include <regex>
+
 #include "gateway/web/site.h"
 #include "gateway/web/tests/web_fixture.h"
 
@@ -184,6 +186,64 @@ TEST_F(WebPeople, WhatPassesIsToldAndTheTapsCloseWithTheLastWhoLooks) {
     EXPECT_TRUE(comes_true([this] { return clients() == 2; })) << "one tap of each for all";
   }
   EXPECT_TRUE(comes_true([this] { return clients() == 0; }));
+}
+
+// The ids of the messages in what a browser was told.
+std::vector<std::int64_t> numbers_in(const std::string& text) {
+  static const std::regex kId("id: [^\n]*:([0-9]+)\nevent: message");
+  std::vector<std::int64_t> numbers;
+  for (std::sregex_iterator at(text.begin(), text.end(), kId); at != std::sregex_iterator(); ++at) {
+    numbers.push_back(std::stoll((*at)[1]));
+  }
+  return numbers;
+}
+
+TEST_F(WebPeople, WhoComesBackIsToldWhatPassedMeanwhileOnceAndNobodyTwice) {
+  const Browser browser = entered("view");
+  const auto looking_on = [&](const std::string& last_event, const std::string& more = "") {
+    Client client(port_);
+    client.send("GET /api/traffic" + more + " HTTP/1.1\r\nHost: localhost\r\n" + last_event + browser.cookie_line() +
+                "\r\n");
+    return client;
+  };
+  const auto press = [this](int value) { output({"config", "set", "read_interval", std::to_string(value)}); };
+  const auto until_set = [](Client& client, int value) {
+    return client.receive_until("\"previous_value\":\"" + std::to_string(value - 1) + "\"") +
+           client.receive_until("\n\n");
+  };
+  press(700);
+  std::string had;
+  std::string last_event;
+  {
+    Client first = looking_on("");
+    ASSERT_NE(first.receive_until("\"what\":\"message\""), "");
+    press(701);
+    had = until_set(first, 701);
+    last_event = had.substr(had.rfind("id: ") + 4);
+    last_event.resize(last_event.find('\n'));
+  }
+  ASSERT_TRUE(comes_true([this] { return clients() == 0; }));
+  const auto before = numbers_in(had).back();
+  press(702);  // while nobody looks on
+  Client other = looking_on("");
+  ASSERT_NE(other.receive_until("\"what\":\"message\""), "");
+  press(703);
+  std::string others = until_set(other, 703);
+  Client again = looking_on("Last-Event-ID: " + last_event + "\r\n");
+  Client anew = looking_on("", "?last_event=" + last_event);
+  for (Client* const one : {&again, &anew}) {
+    const auto numbers = numbers_in(until_set(*one, 703));
+    ASSERT_FALSE(numbers.empty());
+    for (std::size_t i = 0; i < numbers.size(); ++i) {
+      EXPECT_EQ(numbers[i], before + 1 + static_cast<std::int64_t>(i));
+    }
+  }
+  press(704);
+  others += until_set(other, 704);
+  const auto numbers = numbers_in(others);
+  for (std::size_t i = 1; i < numbers.size(); ++i) {
+    EXPECT_EQ(numbers[i], numbers[i - 1] + 1) << "nobody else is told anything twice";
+  }
 }
 
 TEST_F(WebPeople, NoMoreLookOnAtWhatPassesThanThereIsRoomFor) {

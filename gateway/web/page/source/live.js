@@ -13,8 +13,7 @@ const text_of_fields = (fields) =>
     .join(' ');
 
 const rows = {
-  message: ({ time, message, fields, left_out }) =>
-    left_out ? { what: 'left out', text: `${left_out} messages` } : { time, what: message, text: text_of_fields(fields) },
+  message: ({ time, message, fields }) => ({ time, what: message, text: text_of_fields(fields) }),
   frame: ({ time, direction, bytes, left_out }) => ({
     time,
     what: direction === '>' ? 'to the reader' : 'from the reader',
@@ -22,6 +21,11 @@ const rows = {
     isBytes: true,
   }),
 };
+
+const row_of_gap = ({ reason, first, last }) =>
+  reason === 'gone'
+    ? { what: 'missing', text: `${last - first + 1} messages, which are not kept any more` }
+    : { what: 'started anew', text: 'the door daemon: what passed before is missing' };
 
 class LiveScreen extends Screen {
   static properties = { filter: { state: true }, kinds: { state: true }, isPaused: { state: true }, apart: { state: true }, isLive: { state: true } };
@@ -51,17 +55,23 @@ class LiveScreen extends Screen {
   }
 
   look_on() {
-    const events = (this.events = new EventSource('/api/traffic'));
-    const on = (name, take) => events.addEventListener(name, ({ data }) => take(JSON.parse(data)));
+    const events = (this.events = new EventSource(`/api/traffic${this.last_event ? `?last_event=${this.last_event}` : ''}`));
+    const on = (name, take) =>
+      events.addEventListener(name, ({ data, lastEventId }) => {
+        this.last_event = lastEventId || this.last_event;
+        take(JSON.parse(data));
+      });
     on('begin', () => this.tell_of_break());
-    on('message', (line) => this.take('message', line));
-    on('frame', (line) => this.take('frame', line));
+    on('message', (line) => this.keep('message', rows.message(line)));
+    on('gap', (gap) => this.keep('message', row_of_gap(gap)));
+    on('frame', (line) => this.keep('frame', rows.frame(line)));
     on('apart', ({ what, error }) => (this.apart = { ...this.apart, [what]: error }));
     on('together', ({ what }) => (this.apart = { ...this.apart, [what]: '' }));
     events.onerror = () => this.lost(events);
   }
 
-  // A browser comes back by itself, unless it was refused: there may be room later.
+  // A browser comes back by itself, and goes on behind the last message that it has, unless it was refused: there may be
+  // room later.
   lost(events) {
     this.isLive = false;
     if (events.readyState === EventSource.CLOSED) {
@@ -69,15 +79,12 @@ class LiveScreen extends Screen {
     }
   }
 
+  // Messages have numbers, from which they go on; what goes over the line has none.
   tell_of_break() {
     if (this.order > 0) {
-      this.keep('message', { what: 'connection lost', text: 'what passed meanwhile is missing' });
+      this.keep('frame', { what: 'connection lost', text: 'what passed meanwhile is missing' });
     }
     this.isLive = true;
-  }
-
-  take(kind, line) {
-    this.keep(kind, rows[kind](line));
   }
 
   keep(kind, row) {

@@ -37,10 +37,17 @@ export class Door {
 
   // Its reader: simulated within the host, or, where there is one, a program that can go and come back.
   async begin() {
-    const port = join(this.own, 'reader');
     if (this.sim) {
       await this.begin_reader();
     }
+    await this.begin_host();
+    this.run('user', 'put', '7', '--name', 'Ana');
+    this.run('card', 'add', '1', '--user', '7');
+    await this.begin_web();
+  }
+
+  async begin_host() {
+    const port = join(this.own, 'reader');
     this.host = spawn(
       this.achost,
       ['run', '--json', ...(this.sim ? ['--port', port, '--wait'] : ['--simulate', '--interactive']),
@@ -51,9 +58,12 @@ export class Door {
     this.told = '';
     this.host.stdout.setEncoding('utf8').on('data', (text) => (this.told += text));
     await eventually(() => this.status()?.plugin, 'the host runs');
-    this.run('user', 'put', '7', '--name', 'Ana');
-    this.run('card', 'add', '1', '--user', '7');
-    await this.begin_web();
+  }
+
+  async begin_host_anew() {
+    this.host.kill('SIGTERM');
+    await ended(this.host);
+    await this.begin_host();
   }
 
   async begin_reader() {

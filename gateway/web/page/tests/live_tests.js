@@ -44,12 +44,42 @@ export const live_tests = ({ door, opened, shows_all, uhfctl }) => {
       check((await count()) >= shown, 'nothing that was shown is lost');
     },
 
-    async 'a connection that was lost comes back, and what is missing is said'() {
+    async 'a connection that was lost comes back, with no message lost or told twice'() {
       const page = await live();
+      await page.getByLabel("The reader's line").check();
+      await page.locator('.log li', { hasText: 'to the reader' }).first().waitFor();
+      await page.getByLabel("The reader's line").uncheck();
+      await page.getByLabel('Filter').fill('sec_box_rex_changed active=0');
+      const pressed = async () => (await rows(page)).length;
+      const presses = async (count, text) => {
+        const before = await pressed();
+        for (let i = 0; i < count; ++i) {
+          door.run('rex');
+        }
+        return () => eventually(async () => (await pressed()) === before + count, text);
+      };
+      await (await presses(1, 'the button is told'))();
       await door.end_web();
       await page.locator('live-screen').getByText('Not connected').waitFor();
+      const all_are_told = await presses(3, 'what passed meanwhile is told, once each');
       await door.begin_web();
-      await page.locator('.log li', { hasText: 'what passed meanwhile is missing' }).waitFor();
+      await all_are_told();
+      await (await presses(1, 'and what comes then'))();
+      await page.getByLabel('Filter').fill('');
+      await page.getByLabel("The reader's line").check();
+      await page.getByLabel('Filter').fill('what passed meanwhile is missing');
+      await eventually(async () => (await rows(page)).length === 1, 'of the line it is said what is missing');
+    },
+
+    async 'a door daemon that has started anew is said'() {
+      const page = await live();
+      door.run('rex');
+      await page.locator('.log li', { hasText: 'sec_box_rex_changed' }).first().waitFor();
+      await door.begin_host_anew();
+      await page.locator('.log li', { hasText: 'started anew' }).first().waitFor();
+      door.run('rex');
+      await page.getByLabel('Filter').fill('sec_box_rex_changed active=0');
+      await eventually(async () => (await rows(page)).length === 2, 'it goes on');
     },
 
     async 'a recording is one that the tools read'() {
