@@ -1,5 +1,5 @@
-// The journal: what noting costs, how soon an entry is on the disk, and questions to one as full as it gets, beside
-// bare SQLite. The argument is achost.
+// The journal: what noting costs, and noting a message for those who follow the bus, how soon an entry is on the disk,
+// and questions to one as full as it gets, beside bare SQLite. The argument is achost.
 #include <SQLiteCpp/SQLiteCpp.h>
 
 #include <chrono>
@@ -11,7 +11,10 @@
 #include <utility>
 #include <vector>
 
+#include "ac/message.h"
+#include "ac/util.h"
 #include "commands.h"
+#include "door/control/event_ring.h"
 #include "door/journal/journal.h"
 #include "full_journal.h"
 #include "outside.h"
@@ -33,6 +36,27 @@ constexpr int kNotesToBegin = 1'000;  // with that many it is looked for what is
 constexpr int kNotesMeanwhile = 10'000;
 
 const Entry kEntry = {.kind = Kind::identification, .user = 7, .card = 33, .fields = {{"outcome", "opens"}}};
+
+// Nobody follows: who does takes them on a thread of his own.
+void noting_messages() {
+  ac::Message message("identifier_new_card");
+  message.add_int("identifier_id", 1);
+  message.add_int64("value", 33);
+  message.add_int64("device_id", 1);
+  message.add_int("readings_count", 1);
+  message.add_string("uuid", ac::util::identifier::generate_new_uuid());
+  achost::EventRing ring;
+  constexpr int kAtOnce = 10'000;
+  std::vector<double> turns;
+  for (int turn = 0; turn < kTurns; ++turn) {
+    turns.push_back(milliseconds([&] {
+      for (int i = 0; i < kAtOnce; ++i) {
+        ring.note(message);
+      }
+    }));
+  }
+  print_row("noting a message for those who follow the bus", number(median(turns) * 1e6 / kAtOnce, 1) + " ns");
+}
 
 void noting(const fs::path& directory) {
   Journal journal(directory);
@@ -187,6 +211,7 @@ int main(int count, char** arguments) {
   }
   const TemporaryDirectory small;
   noting(small.path());
+  noting_messages();
   storing(small.path());
   retention();
   const TemporaryDirectory full;
