@@ -4,7 +4,7 @@ target_compile_options(project_options INTERFACE -Wall -Wextra -Wconversion -Wsh
 
 if(UHF_WHOLE)
   set(CMAKE_UNITY_BUILD ON)
-  set(CMAKE_UNITY_BUILD_BATCH_SIZE 6)
+  set(CMAKE_UNITY_BUILD_BATCH_SIZE 16)
   # Sees a test's class in an unnamed namespace as a header's.
   target_compile_options(project_options INTERFACE $<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)
 endif()

@@ -34,6 +34,9 @@ struct ControlField {
 // Bytes that go with a request or an answer come in pieces of at most so many.
 inline constexpr std::size_t kLongestPiece = std::size_t{128} * 1024;
 
+// So often a command that waits for something else looks whether its client has gone.
+inline constexpr std::chrono::milliseconds kLook{200};
+
 // The other end of a connection, for a command that answers with more than one line, or gets more than one.
 class ControlStream {
  public:

@@ -12,9 +12,6 @@ namespace {
 
 using Type = ControlField::Type;
 
-// Then it is looked whether the client has gone.
-constexpr std::chrono::milliseconds kLook(200);
-
 std::set<std::string, std::less<>> types_of(const Json& request) {
   std::set<std::string, std::less<>> types;
   std::istringstream list(request.value("types", ""));

@@ -31,7 +31,6 @@ void ask_plugin(const Json& request, const std::string& registration) {
 
 // The outcome, or what stands for it when the client has gone.
 EnrollerService::Outcome outcome_of(std::future<EnrollerService::Outcome>& outcome, ControlStream& stream) {
-  constexpr std::chrono::milliseconds kLook(200);
   while (outcome.wait_for(kLook) != std::future_status::ready) {
     if (stream.is_over()) {
       return {.card = std::nullopt, .failure = "given up"};

@@ -33,7 +33,6 @@ Json send_recording(const line::Line& line, ControlStream& stream) {
 }
 
 Json look_on(line::Line& line, ControlStream& stream) {
-  constexpr std::chrono::milliseconds kLook{200};
   const auto onlooker = line.look_on();
   stream.send({{"following", true}});
   std::uint64_t dropped = 0;
@@ -71,7 +70,7 @@ Json ask_reader(line::Line& line, const Json& request) {
 
 Json borrow(line::Line& line, const Json& request, ControlStream& stream,
             const std::function<void(const Entry&)>& note) {
-  constexpr std::size_t kLongestName = 60;
+  constexpr std::size_t kLongestWho = 60;
   const auto health = line.health();
   if (health.state == line::State::lent) {
     throw std::runtime_error("the line is " + health.cause + " already");
@@ -79,7 +78,7 @@ Json borrow(line::Line& line, const Json& request, ControlStream& stream,
   if (health.state == line::State::gone) {
     throw std::runtime_error(health.cause + "; " + health.way_out);
   }
-  const std::string who = refhost::log::escape(request["who"].get<std::string>().substr(0, kLongestName));
+  const std::string who = refhost::log::escape(request["who"].get<std::string>().substr(0, kLongestWho));
   note(command_given("borrow", {{"who", who}}));
   line.lend(stream.hand_over(), who);
   return Json::object();

@@ -8,7 +8,7 @@ namespace {
 using std::chrono::steady_clock;
 using std::chrono::system_clock;
 
-constexpr std::chrono::seconds kPeriod(1);
+constexpr std::chrono::seconds kLookPeriod(1);
 
 }  // namespace
 
@@ -83,7 +83,7 @@ void DoorSupervision::look() {
     return;
   }
   const auto now = steady_clock::now();
-  timer_.start(now + kPeriod);
+  timer_.start(now + kLookPeriod);
   modes_.look(now, system_clock::now());
   door_.stay_open_if_possible();
   watch_.look(now);

@@ -1,6 +1,5 @@
 // The tags in the field.
 #include <algorithm>
-#include <cctype>
 #include <cstdio>
 #include <memory>
 #include <sstream>
@@ -18,11 +17,6 @@
 namespace uhfctl {
 
 namespace {
-
-std::string upper(std::string text) {
-  std::ranges::transform(text, text.begin(), [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
-  return text;
-}
 
 std::string hex(unsigned int value, int digits) {
   char text[16];

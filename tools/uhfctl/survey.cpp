@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cstdio>
 #include <ctime>
 #include <exception>
@@ -15,6 +14,7 @@
 #include "commands.h"
 #include "failure.h"
 #include "line/power_choice.h"
+#include "tags.h"
 #include "terminal.h"
 
 namespace uhfctl {
@@ -26,11 +26,6 @@ using refhost::power_text;
 std::string number(double value, int decimals) {
   char text[32];
   std::snprintf(text, sizeof text, "%.*f", decimals, value);
-  return text;
-}
-
-std::string upper(std::string text) {
-  std::ranges::transform(text, text.begin(), [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
   return text;
 }
 

@@ -1,10 +1,16 @@
 #include "tags.h"
 
 #include <algorithm>
+#include <cctype>
 
 #include "uhfsim/text.h"
 
 namespace uhfctl {
+
+std::string upper(std::string text) {
+  std::ranges::transform(text, text.begin(), [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+  return text;
+}
 
 void Tags::add(const Poll& poll, Clock::time_point at) {
   for (auto& [epc, tag] : tags_) {

@@ -29,6 +29,9 @@ struct SeenTag {
   int polls_read = 0;  // how many of them read it, however often each
 };
 
+// As EPCs are written.
+std::string upper(std::string text);
+
 // By the EPC in hexadecimal.
 class Tags {
  public:
