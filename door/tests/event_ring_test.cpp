@@ -177,9 +177,9 @@ TEST(EventRing, WhoWaitsGetsWhatComesAtOnce) {
   EventRing ring;
   std::atomic<int> rounds = 0;
   constexpr int kRounds = 50;
-  const std::jthread follower([&] {
+  const std::jthread follower([&](const std::stop_token& end) {
     EventRing::Part part;
-    for (; rounds < kRounds; ++rounds) {
+    for (; rounds < kRounds && !end.stop_requested(); ++rounds) {
       ring.take(ring.newest(), part, 2 * kPatience);
     }
   });
