@@ -9,9 +9,9 @@ SECONDS = 3600
 OPENINGS = 2000      # of a day: one every 43 seconds
 APART = 0.25         # seconds, which makes less than ten minutes
 LOOKS = 4            # at equal distances; at the first one all that is kept once is there, but for the journal's pages
-PAGES = 2048         # kB of them stay in memory, as soon as the journal has so many
-MOST_ALLOCATED = 256 # kB more than that; a leak of 1.6 kB at each opening is seen for sure
-MOST_RESIDENT = 7168 # kB more: those pages, and the recording of the line, which fills its 4 MiB as time goes by
+PAGES = 512          # kB of them stay in memory, as soon as the journal has so many
+MOST_ALLOCATED = 256 # kB more than that; a leak of 0.5 kB at each opening is seen for sure
+MOST_RESIDENT = 5632 # kB more: those pages, and the recording of the line, which fills its 4 MiB as time goes by
 
 PRESSES = pathlib.Path(__file__).resolve().parent.parent / "presses"
 FOOTPRINT = "cd /proc/{} && awk '/^VmRSS|^Threads/ {{ print $2 }}' status && ls fd | wc -l"
