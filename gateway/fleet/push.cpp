@@ -149,12 +149,13 @@ std::map<std::string, Json> Push::answers(const std::map<std::string, std::int64
                                           std::chrono::milliseconds patience) {
   std::map<std::string, Json> answers;
   for (const auto& [door, revision] : revisions) {
-    centre_.listen(topics::desired_answer(door), [&answers, door, revision](const mqtt::Message& message) {
-      const Json answer = object_of(message.payload);
-      if (number_in(answer, "revision") == revision) {
-        answers[door] = answer;
-      }
-    });
+    centre_.listen(topics::desired_answer(door),
+                   [&answers, door = door, revision = revision](const mqtt::Message& message) {
+                     const Json answer = object_of(message.payload);
+                     if (number_in(answer, "revision") == revision) {
+                       answers[door] = answer;
+                     }
+                   });
   }
   centre_.wait([&] { return answers.size() == revisions.size(); }, patience);
   for (const auto& [door, revision] : revisions) {
