@@ -133,7 +133,10 @@ void desire_all_the_time(const std::filesystem::path& state, std::promise<void>&
   ControlClient client(state);
   for (int revision = 1;; ++revision) {
     client.send({{"command", "desired_apply"}, {"revision", revision}});
-    client.send_bytes(R"({"setting": "uhf.read_interval", "value": ")" + std::to_string(500 + revision % 2) + "\"}\n");
+    client.send_bytes(R"({"user": 7, "name": "Ana"})"
+                      "\n"
+                      R"({"setting": "uhf.read_interval", "value": ")" +
+                      std::to_string(500 + revision % 2) + "\"}\n");
     client.send_bytes("");
     EXPECT_EQ(client.receive()["ok"], true);
     if (revision == 2) {
