@@ -19,6 +19,16 @@ void note_ending(const Stage& stage) {
   }
 }
 
+// Its run() has begun, as far as it tells the watchdog: what it does wrong at its beginning comes before that. Null
+// when there is no stage.
+Stage* reading(const Plan& plan) {
+  Stage* const stage = Stage::started(plan);
+  if (stage != nullptr) {
+    Stage::wait([stage] { return stage->ending() || !stage->names_alive().empty(); });
+  }
+  return stage;
+}
+
 // Tags come and go, one change each time.
 void stir(Stage& stage) {
   constexpr std::uint32_t kTags = 12;
@@ -32,7 +42,7 @@ void stir(Stage& stage) {
 
 void send_odd_messages(const Plan& plan) {
   constexpr int kRounds = 40;
-  Stage* const stage = Stage::started(plan);
+  Stage* const stage = reading(plan);
   if (stage == nullptr) {
     return;
   }
@@ -68,7 +78,7 @@ std::string allowed_value(const refhost::Setting& setting, uhfsim::Random& rando
 
 void change_settings(const Plan& plan) {
   constexpr int kRounds = 6;
-  Stage* const stage = Stage::started(plan);
+  Stage* const stage = reading(plan);
   if (stage == nullptr) {
     return;
   }
