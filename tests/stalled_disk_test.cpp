@@ -82,8 +82,8 @@ TEST_F(StalledDisk, KeepsNoEndWaiting) {
   EXPECT_EQ(result.status, 0);
   EXPECT_THAT(
       result.err,
-      HasSubstr("not closed, as the disk does not answer: the control socket, the settings, the audit log, users "
-                "and cards, the journal; nothing that was stored is lost\n"));
+      HasSubstr("not closed, as the disk does not answer: the control socket, users and cards, the settings, the audit "
+                "log, the journal; nothing that was stored is lost\n"));
   let_disk_go();
   start();
   EXPECT_THAT(stored_interval(), testing::AnyOf("650", "700"));
