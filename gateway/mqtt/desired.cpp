@@ -93,9 +93,14 @@ void Desired::take_part(std::string_view hash, std::string_view payload) {
 net::awaitable<void> Desired::run() {
   for (;;) {
     while (!wanted_.has_value() || !needs_.broker.is_up()) {
-      wake_.expires_at(kNever);
+      wake_.expires_at(again_at_);
       co_await wait_for(wake_);
+      if (std::chrono::steady_clock::now() >= again_at_) {
+        again_at_ = kNever;
+        wanted_ = newest_;
+      }
     }
+    again_at_ = kNever;
     const Manifest manifest = *std::exchange(wanted_, std::nullopt);
     std::string failure;
     bool comes_again = false;
@@ -103,6 +108,7 @@ net::awaitable<void> Desired::run() {
       co_await fulfil(manifest);
     } catch (const gateway::Refused& refused) {
       failure = refused.what();
+      again_at_ = std::chrono::steady_clock::now() + needs_.after_refusal;
     } catch (const std::exception& other) {
       failure = other.what();
       comes_again = true;

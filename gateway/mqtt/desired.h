@@ -3,6 +3,7 @@
 
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/steady_timer.hpp>
+#include <chrono>
 #include <filesystem>
 #include <functional>
 #include <optional>
@@ -28,6 +29,8 @@ class Desired {
     std::string door;
     std::filesystem::path directory;              // for the parts
     std::function<void(const std::string&)> say;  // a line for a person
+    // What the daemon has refused is tried again after that: its disk may have been full.
+    std::chrono::milliseconds after_refusal = std::chrono::minutes(5);
   };
 
   explicit Desired(Needs needs);
@@ -57,10 +60,12 @@ class Desired {
   void answer(const Json& what);
 
   const Needs needs_;
-  std::optional<Manifest> newest_;   // that has come
-  std::optional<Manifest> wanted_;   // the newest; nothing when it has been dealt with
-  std::optional<Manifest> applied_;  // whose parts are here
-  std::string fetched_hash_;         // the part that is awaited
+  std::optional<Manifest> newest_;  // that has come
+  std::optional<Manifest> wanted_;  // the newest; nothing when it has been dealt with
+  std::chrono::steady_clock::time_point again_at_ =
+      std::chrono::steady_clock::time_point::max();  // the newest is wanted
+  std::optional<Manifest> applied_;                  // whose parts are here
+  std::string fetched_hash_;                         // the part that is awaited
   std::optional<std::string> fetched_;
   net::steady_timer wake_;
 };

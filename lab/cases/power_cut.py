@@ -54,7 +54,7 @@ class Shown:
 
     def __init__(self, lines):
         said = [json.loads(line) for line in lines if line.startswith("{") and line.endswith("}")]
-        self.entries = {line["number"]: line for line in said if "number" in line}
+        self.entries = {line["number"]: line for line in said if "kind" in line}
         self.events = [line for line in said if "message" in line]
         self.visitors = {line["user"]: line["visitor"] for line in said if "visitor" in line}
         self.complaints = [line for line in lines if line.startswith("achost")]

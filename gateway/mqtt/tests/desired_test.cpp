@@ -44,6 +44,12 @@ class Keeper {
     revision_ = 0;
   }
 
+  // Nothing is bad any more.
+  void take_all() {
+    const std::lock_guard lock(mutex_);
+    takes_all_ = true;
+  }
+
   // Somebody changes a user at the door.
   void drift() {
     const std::lock_guard lock(mutex_);
@@ -80,7 +86,7 @@ class Keeper {
       one.from = request["from"].get<std::int64_t>();
     }
     const std::lock_guard lock(mutex_);
-    if (one.lines.find("bad") != std::string::npos) {
+    if (!takes_all_ && one.lines.find("bad") != std::string::npos) {
       throw achost::RequestError("line 1 is bad");
     }
     revision_ = one.revision;
@@ -92,6 +98,7 @@ class Keeper {
   std::vector<Given> given_;
   std::int64_t revision_ = 0;
   bool has_drifted_ = false;
+  bool takes_all_ = false;
   achost::ControlServer server_;
 };
 
@@ -118,7 +125,8 @@ class DesiredTest : public testing::Test {
                                     .broker = *broker_,
                                     .door = "gate-1",
                                     .directory = directory_.path() / "parts",
-                                    .say = [](const std::string&) {}});
+                                    .say = [](const std::string&) {},
+                                    .after_refusal = milliseconds(50)});
     broker_->subscribe(topics::desired("gate-1"));
     broker_->subscribe(topics::desired_answer("gate-1"));
     broker_->start();
@@ -261,6 +269,22 @@ TEST_F(DesiredTest, WhatTheDaemonRefusesIsAnswered) {
   const Json answer = answer_to(5, {publish_part("bad")});
   EXPECT_EQ(answer.value("applied", true), false);
   EXPECT_EQ(answer.value("error", ""), "line 1 is bad");
+}
+
+TEST_F(DesiredTest, WhatIsRefusedForAWhileIsTakenThen) {
+  answer_to(5, {publish_part("bad")});
+  keeper_->take_all();
+  EXPECT_TRUE(runs_until([&] { return !keeper_->given().empty(); }));
+  EXPECT_TRUE(runs_until([&] { return answers_.back().value("applied", false); }));
+  EXPECT_EQ(answers_.back().value("revision", 0), 5);
+}
+
+TEST_F(DesiredTest, WhatIsRefusedIsGivenUpForTheNext) {
+  answer_to(5, {publish_part("bad")});
+  EXPECT_TRUE(answer_to(6, {publish_part("good")}).value("applied", false));
+  keeper_->take_all();
+  context_->run_for(milliseconds(200));
+  EXPECT_EQ(keeper_->given().size(), 1U);
 }
 
 TEST_F(DesiredTest, APartThatIsNotWhatItsNameSaysIsNotTaken) {
