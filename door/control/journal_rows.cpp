@@ -44,7 +44,8 @@ Json json_of(const JournalEntry& entry, const Names& names) {
   }
   Json told = Json::object();
   for (const auto& [field, value] : fields) {
-    std::visit([&](const auto& one) { told[field] = one; }, value);
+    auto& place = told[field];
+    std::visit([&place](const auto& one) { place = one; }, value);
   }
   if (kind == Kind::sighting && told.contains("fates") && told["fates"].is_string()) {  // the journal has no lists
     told["fates"] = Json::parse(told["fates"].get<std::string>(), nullptr, false);

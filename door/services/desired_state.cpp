@@ -162,11 +162,11 @@ std::vector<DesiredState::TextDifference> DesiredState::text_differences(SQLite:
     const auto found = stored.extract(subject);
     const auto now = found.empty() ? std::nullopt : std::optional(found.mapped());
     if (now != text) {
-      all.emplace_back(subject.first, subject.second, text, now);
+      all.push_back({subject.first, subject.second, text, now});
     }
   }
   for (const auto& [subject, text] : stored) {
-    all.emplace_back(subject.first, subject.second, std::nullopt, text);
+    all.push_back({subject.first, subject.second, std::nullopt, text});
   }
   return all;
 }
@@ -180,7 +180,7 @@ void DesiredState::each_difference(const std::function<bool(const Difference&)>&
       texts = text_differences(open);
       for (const auto& [section, key, value] : rows::desired_settings(open)) {
         if (const auto stored = settings_.value(section, key); stored != value) {
-          texts.emplace_back("setting", section + "." + key, value, stored);
+          texts.push_back({"setting", section + "." + key, value, stored});
         }
       }
     }

@@ -52,12 +52,7 @@ Json health_of(const Json& status) {
 
 Telling::Telling(net::io_context& context, gateway::Daemon& daemon, Broker& broker, std::string door,
                  std::function<std::int64_t()> behind)
-    : context_(context),
-      daemon_(daemon),
-      broker_(broker),
-      door_(std::move(door)),
-      behind_(std::move(behind)),
-      next_(context) {}
+    : daemon_(daemon), broker_(broker), door_(std::move(door)), behind_(std::move(behind)), next_(context) {}
 
 void Telling::broker_is_up() {
   told_.clear();

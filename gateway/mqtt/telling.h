@@ -49,7 +49,6 @@ class Telling {
   net::awaitable<void> look_at_figures();
   void tell(const std::string& topic, Json what, const Json& compared);
 
-  net::io_context& context_;
   gateway::Daemon& daemon_;
   Broker& broker_;
   const std::string door_;
