@@ -84,8 +84,8 @@ std::string name_in_certificate(const std::string& file) {
 
 Centre::Centre(const Access& access)
     : place_(place_of(access)),
-      own_("centre/" + place_.client + "/"),
       by_(name_in_certificate(access.files.certificate)),
+      own_("centre/" + (by_.empty() ? "-" : by_) + "/" + place_.client + "/"),
       broker_(context_, place_,
               {.up = [this] { fault_.clear(); },
                .down = [this](const mqtt::Fault& fault) { fault_ = fault.text; },

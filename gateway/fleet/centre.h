@@ -73,8 +73,8 @@ class Centre {
   void ensure(const std::function<bool()>& condition, const char* what);
 
   const mqtt::Place place_;
-  const std::string own_;  // where answers to this client go: centre/CLIENT/
-  const std::string by_;   // for whom it asks
+  const std::string by_;   // for whom it asks; empty without a certificate
+  const std::string own_;  // where answers to this client go: centre/NAME/CLIENT/
   boost::asio::io_context context_{1};
   boost::asio::steady_timer alarm_{context_};
   std::map<std::string, Take> takers_;        // by filter

@@ -55,15 +55,17 @@ TEST_F(Rules, ADoorReadsWhatIsForItAlone) {
 }
 
 TEST_F(Rules, ADoorAnswersInItsOwnNameAlone) {
-  EXPECT_TRUE(may_write("gate-1", "centre/somebody/answer/gate-1"));
-  EXPECT_FALSE(may_write("gate-1", "centre/somebody/answer/gate-2"));
-  EXPECT_FALSE(may_write("gate-1", "centre/somebody/mark"));
+  EXPECT_TRUE(may_write("gate-1", "centre/operator/somebody/answer/gate-1"));
+  EXPECT_FALSE(may_write("gate-1", "centre/operator/somebody/answer/gate-2"));
+  EXPECT_FALSE(may_write("gate-1", "centre/operator/somebody/mark"));
 }
 
 TEST_F(Rules, AnAnswerIsForWhoAskedAlone) {
   const std::string mark = "doors/gate-2/state";
-  EXPECT_TRUE(may_read("operator", "gate-1", "centre/desk/answer/gate-1", mark, "desk"));
-  EXPECT_FALSE(may_read("centre", "gate-1", "centre/desk/answer/gate-1", mark, "other"));
+  const std::string answer = "centre/operator/desk/answer/gate-1";
+  EXPECT_TRUE(may_read("operator", "gate-1", answer, mark, "desk"));
+  EXPECT_FALSE(may_read("operator", "gate-1", answer, mark, "other"));
+  EXPECT_FALSE(may_read("centre", "gate-1", answer, mark, "desk")) << "who takes his client id";
 }
 
 TEST_F(Rules, AnOperatorLooksAtAllAndCommandsAndWritesNothingElse) {
