@@ -43,7 +43,7 @@ TEST(MemoryTest, WhatIsNotNeededIsGivenBackAndIsThereAgainWhenItIs) {
   if (kIsSystemsAllocator) {
     EXPECT_LT(resident("RssAnon:"), own - 15'000);
   }
-  EXPECT_LT(resident("RssFile:"), of_files / 2);
+  EXPECT_LT(resident("RssFile:"), of_files * 3 / 4);  // what this needs comes back at once
   EXPECT_EQ(std::to_string(0.1), before);
   EXPECT_EQ(last->back(), 'x');
 }
