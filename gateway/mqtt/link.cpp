@@ -1,5 +1,6 @@
 #include "gateway/mqtt/link.h"
 
+#include <fcntl.h>
 #include <mqtt_protocol.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -156,8 +157,12 @@ void Broker::Link::open(const std::string& will_topic, const std::string& will) 
 }
 
 void Broker::Link::watch_socket() {
-  error_code failure;
-  socket_.assign(dup(mosquitto_socket(client_.get())), failure);
+  const int own = fcntl(mosquitto_socket(client_.get()), F_DUPFD_CLOEXEC, 0);
+  if (own < 0) {
+    net::post(context_, [self = shared_from_this(), fault = fault_of(MOSQ_ERR_ERRNO)] { self->end(fault); });
+    return;
+  }
+  socket_.assign(own);
   arm();
 }
 

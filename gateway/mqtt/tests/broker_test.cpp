@@ -2,9 +2,12 @@
 #include "gateway/mqtt/broker.h"
 
 #include <gmock/gmock.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <csignal>
+#include <ctime>
 #include <memory>
 #include <thread>
 
@@ -241,6 +244,43 @@ TEST_F(BrokerTest, WhatIsLongerThanItsBoundIsDropped) {
   }
   EXPECT_TRUE(runs_until([&] { return !client.heard.empty(); }));
   EXPECT_EQ(client.heard[0].payload.size(), Broker::kLongestPayload);
+}
+
+// The most descriptors that this process may have, for a while.
+class FewDescriptors {
+ public:
+  FewDescriptors() { getrlimit(RLIMIT_NOFILE, &before_); }
+  ~FewDescriptors() { setrlimit(RLIMIT_NOFILE, &before_); }
+  FewDescriptors(const FewDescriptors&) = delete;
+  FewDescriptors& operator=(const FewDescriptors&) = delete;
+
+  void allow(rlim_t most) const {
+    const rlimit limit{most, before_.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &limit);
+  }
+
+ private:
+  rlimit before_{};
+};
+
+TEST_F(BrokerTest, WithoutADescriptorItComesAgainLaterAndDoesNotSpin) {
+  const FewDescriptors limit;
+  const int next = dup(STDERR_FILENO);
+  close(next);
+  Client client(context_, place("a"));
+  limit.allow(static_cast<rlim_t>(next));
+  client.broker.start();
+  for (int more = 0; !client.broker.is_up(); ++more) {
+    limit.allow(static_cast<rlim_t>(next + more));
+    const auto faults = client.faults.size();
+    ASSERT_TRUE(runs_until([&] { return client.broker.is_up() || client.faults.size() > faults; }));
+  }
+  EXPECT_FALSE(client.faults.empty());
+  const auto begin = std::clock();
+  context_.restart();
+  context_.run_for(milliseconds(300));
+  EXPECT_LT(std::clock() - begin, CLOCKS_PER_SEC / 10);
+  EXPECT_TRUE(client.broker.is_up());
 }
 
 TEST_F(BrokerTest, AThousandConnectionsRunOnOneThread) {
