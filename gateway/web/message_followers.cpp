@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <ranges>
 #include <utility>
 
 #include "gateway/web/timeline.h"
@@ -54,7 +53,7 @@ Json MessageFollowers::request() {
   is_told_ = false;
   Json request = {{"command", "events"}};
   const Place* first = nullptr;
-  for (const auto& place : places_ | std::views::values) {
+  for (const auto& [onlooker, place] : places_) {
     const bool is_better =
         place.has_value() &&
         (first == nullptr || (place->run == first->run ? place->number < first->number : place->run == run_));
